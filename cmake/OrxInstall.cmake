@@ -1,0 +1,19 @@
+include(CMakePackageConfigHelpers)
+
+install(TARGETS orx_core orx_sim orx_linear_algebra EXPORT orx_targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY platform/core platform/sim blac mtx module DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx
+        FILES_MATCHING PATTERN "*.h" PATTERN impl EXCLUDE)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/orx_linear_algebra)
+install(EXPORT orx_targets NAMESPACE ORX:: DESTINATION ${package_folder} FILE orx_linear_algebra-targets.cmake)
+file(WRITE ${PROJECT_BINARY_DIR}/orx_linear_algebra-config.cmake
+     "include(\"\${CMAKE_CURRENT_LIST_DIR}/orx_linear_algebra-targets.cmake\")\n")
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/orx_linear_algebra-config-version.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/orx_linear_algebra-config.cmake
+              ${PROJECT_BINARY_DIR}/orx_linear_algebra-config-version.cmake DESTINATION ${package_folder})
+
+configure_file(cmake/orx_linear_algebra.pc.in ${PROJECT_BINARY_DIR}/orx_linear_algebra.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/orx_linear_algebra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

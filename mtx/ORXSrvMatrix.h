@@ -1,0 +1,145 @@
+#pragma once
+
+#include "core/orx_export.h"
+
+#include <cstdint>
+
+/// A small dense matrix of doubles in memory, over BLAS and LAPACK.
+///
+/// Storage. Full: column-major with leading dimension = rows, element (i, j) at index j * rows + i, no
+/// padding. Diagonal: only the `rows` diagonal values. The symmetric flag does not change the storage (both
+/// triangles are stored); it selects the symmetric factorization and leaves Transpose without effect.
+///
+/// Ownership. A matrix over a lent buffer never frees and never replaces it; a matrix without one allocates
+/// its own, uncleared, and frees it. A copy is deep and owns its buffer.
+///
+/// Indices are zero-based; ranges (first, last) include both ends. Where a check is stated, it comes before
+/// anything is written. Every failed check raises error 206, "ORXSrvMatrix::%s - Illegal input." with the
+/// name of the operation, unless another is named. Accesses that would leave the stored values of a matrix (a
+/// slice that sticks out, full-storage operations on a diagonal matrix that owns its buffer) fail the same
+/// way.
+class ORX_EXPORT ORXSrvMatrix {
+public:
+  // Creation and destruction
+
+  /// A rows x columns matrix over `values` (lent, never freed), or with an uncleared buffer of its own when
+  /// `values` is null. Nothing else is checked; what cannot be allocated is a mem_OutOfMemory.
+  ORXSrvMatrix(int rows, int columns, double* values = nullptr, bool symmetric = false,
+               bool diagonal = false);
+  ORXSrvMatrix(ORXSrvMatrix const& source);
+  ~ORXSrvMatrix();
+
+  /// Same shape, and this is not a diagonal matrix assigned from a full one: copies the values; buffer and
+  /// flags stay. Otherwise takes over the source's shape and flags in a new buffer, which a matrix over a
+  /// lent buffer cannot do ("Assignment operator").
+  ORXSrvMatrix& operator=(ORXSrvMatrix const& source);
+  /// Sets every stored value.
+  ORXSrvMatrix& operator=(double value);
+
+  // Queries
+
+  int NumberOfRows() const noexcept { return m_dim1; }
+  int NumberOfColumns() const noexcept { return m_dim2; }
+  bool IsDiagonal() const noexcept { return m_diagonal; }
+  bool IsSymmetric() const noexcept { return m_symmetric; }
+  /// rows for diagonal storage, rows * columns for full storage.
+  std::int64_t NumberOfStoredValues() const noexcept {
+    return m_diagonal ? m_dim1 : std::int64_t{m_dim1} * m_dim2;
+  }
+  /// The value buffer, in the storage order above.
+  double* Values() noexcept { return m_values; }
+  double const* Values() const noexcept { return m_values; }
+
+  /// Exact comparison of shapes, storage and values (not of the symmetric flag); NaN differs from everything.
+  /// The first different value is reported on standard output, unless both are the same object.
+  bool operator==(ORXSrvMatrix const& other) const;
+  /// Whether every (i, j) equals (j, i) exactly. Diagonal: true; not square, or a NaN beside the diagonal:
+  /// false.
+  bool IsSymmetricNumerically() const;
+
+  // Element access. Blocks are packed column-major: (lastRow - firstRow + 1) values per column, no gaps.
+
+  /// Writes a packed block ("SetValues").
+  void SetValues(int firstRow, int lastRow, int firstColumn, int lastColumn, double const* values);
+  /// Writes a block read packed from the start of the source's buffer, whatever the source's own shape is
+  /// ("SetValues" also when the source holds fewer values than the block).
+  void SetValues(int firstRow, int lastRow, int firstColumn, int lastColumn, ORXSrvMatrix const& source);
+  /// Reads a block, packed, into the start of the target's buffer; the target's shape stays ("GetValues" also
+  /// when the target holds fewer values than the block).
+  void GetValues(int firstRow, int lastRow, int firstColumn, int lastColumn, ORXSrvMatrix& target) const;
+  /// SetValues over all columns.
+  void SetRows(int firstRow, int lastRow, ORXSrvMatrix& source);
+  /// GetValues over all columns.
+  void GetRows(int firstRow, int lastRow, ORXSrvMatrix& target) const;
+  /// (rowOffset + i, columnOffset + j) = factor * source(i, j). A diagonal source clears its square first;
+  /// into a diagonal matrix it goes to stored positions rowOffset + k. Full into diagonal: "SetSlice".
+  void SetSlice(double factor, ORXSrvMatrix const& source, int rowOffset, int columnOffset);
+  /// (rowOffset + i, columnOffset + j) += factor * source(i, j). A diagonal source is added at full-storage
+  /// positions even when this matrix is diagonal. Full into diagonal: "Assignment operator".
+  void AddSlice(double factor, ORXSrvMatrix const& source, int rowOffset, int columnOffset);
+  /// Writes `rows` diagonal values.
+  void SetDiagonal(double const* values);
+  /// Copies the diagonal of a square matrix into this square one ("SetDiagonal"; also full into diagonal).
+  void SetDiagonal(ORXSrvMatrix const& source);
+
+  // Operations
+
+  /// Transposes in place; a lent buffer holds the transpose afterwards. Diagonal and symmetric: no effect.
+  void Transpose();
+  /// Old row i becomes row permutation[i]. `length` must be the row count ("PermuteRowsInPlace"). An entry
+  /// greater than the row count raises error 212 during the permutation: columns before it are then permuted.
+  /// Other bad entries are not detected: an entry equal to the row count, negative or repeated writes where
+  /// it points in the buffer, and nowhere when that is outside.
+  void PermuteRowsInPlace(int const* permutation, int length);
+  /// Element-wise sum of equal shapes; full += diagonal is allowed, adding a matrix to itself is not ("*=").
+  ORXSrvMatrix& operator+=(ORXSrvMatrix const& source);
+  /// this += factor * source, with the shapes of += ("Add"); a factor of 0 does nothing, not even check.
+  void Add(double factor, ORXSrvMatrix const& source);
+  /// Scales all rows * columns values; for full storage.
+  void Multiply(double factor);
+  /// Of the leading square: copies the upper triangle onto the lower one when there are fewer rows than
+  /// columns, else the lower onto the upper.
+  void SetSymmetricResults();
+  /// The same with the copied values negated; the diagonal stays.
+  void SetSkewSymmetricResults();
+  /// (1 - t) * a + t * b for t in [0, 1] ("Interpolate"), at buffer indices rows * i + j for i < rows and
+  /// j < columns: every value once for a square matrix. All three have one shape.
+  void Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix const& b);
+
+  // Factorization, solves, eigenproblem
+
+  /// Factors in place. Diagonal: replaces the values by their reciprocals, up to the first zero (error 218).
+  /// Symmetric: L*D*L^T of the lower triangle (DSYTRF). Otherwise P*L*U (DGETRF). `pivots`: at least `rows`
+  /// ints, one-based as LAPACK's. A singular matrix is not an error here: the factors are left as LAPACK made
+  /// them.
+  void Factorize(int* pivots);
+  /// Overwrites the columns of `rhs` (leading dimension: this matrix's rows) with the solutions of A*X = B
+  /// or, with `transpose`, of A^T*X = B; this matrix holds the factors. For full storage.
+  void ForwardBackwardPass(int const* pivots, ORXSrvMatrix& rhs, bool transpose) const;
+  /// A*x = lambda*b*x with A this matrix and b, both symmetric to the last bit, b positive definite.
+  /// `eigenvalues`: at least n values, ascending. `eigenvectors` n x n: column k belongs to value k,
+  /// Z^T*b*Z = I. A and b stay as they are.
+  /// Shapes, symmetry: 206. b not positive definite: 215. No convergence: 214. LAPACK's complaint: 213.
+  void SolveEigenproblemSymmetric(ORXSrvMatrix const& b, ORXSrvMatrix& eigenvalues,
+                                  ORXSrvMatrix& eigenvectors);
+
+private:
+  bool HasFullStorage() const noexcept;
+  bool HasShapeOf(ORXSrvMatrix const& other) const noexcept {
+    return m_dim1 == other.m_dim1 && m_dim2 == other.m_dim2;
+  }
+  bool IsBlock(int firstRow, int lastRow, int firstColumn, int lastColumn) const noexcept;
+  bool HoldsSlice(ORXSrvMatrix const& source, int rowOffset, int columnOffset) const noexcept;
+  bool HoldsDiagonalOf(int rows, std::int64_t step) const noexcept;
+  void AddScaled(double factor, ORXSrvMatrix const& source, char const* operation);
+  void TransposeRectangle();
+  void InvertDiagonal();
+  void CopyFullTo(ORXSrvMatrix& target) const;
+
+  double* m_values;
+  std::int32_t m_dim1; ///< rows
+  std::int32_t m_dim2; ///< columns
+  bool m_ownsValues;   ///< false: the buffer is lent
+  bool m_symmetric;
+  bool m_diagonal;
+};

@@ -1,0 +1,428 @@
+#include "mtx/ORXSrvMatrix.h"
+
+#include "blac/BLAC.h"
+#include "core/mem_Allocator.h"
+#include "mtx/impl/ORXSrvMtxErrors.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr char sourceFile[] = "mtx/impl/ORXSrvMatrix.cpp";
+
+/// Raises error 206 for `operation`, as of `line`, unless the condition holds.
+void Require(bool condition, char const* operation, int line) {
+  if (!condition) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, line);
+}
+
+mem_Array<double> NewValues(int rows, int columns, bool diagonal) {
+  // A negative size asks for the largest block, which fails, instead of wrapping into a small one.
+  std::int64_t const count = diagonal ? rows : std::int64_t{rows} * columns;
+  return mem_MakeArray<double>(rows < 0 || columns < 0 ? -1 : count);
+}
+
+void CopyValues(double* target, double const* source, std::int64_t count) {
+  if (count > 0) std::memcpy(target, source, static_cast<std::size_t>(count) * sizeof(double));
+}
+
+/// Calls visit(lower, upper) with the mirrored elements (i, j) and (j, i), i > j, of the leading square of
+/// order n, until it returns false. In tiles, so that both sides stay in cache.
+template<class Value, class Visit>
+bool VisitMirroredPairs(Value* values, std::int64_t leadingDimension, std::int64_t n, Visit visit) {
+  constexpr std::int64_t tile = 32;
+  for (std::int64_t jTile = 0; jTile < n; jTile += tile)
+    for (std::int64_t iTile = jTile; iTile < n; iTile += tile)
+      for (std::int64_t j = jTile; j < std::min(jTile + tile, n); ++j)
+        for (std::int64_t i = std::max(iTile, j + 1); i < std::min(iTile + tile, n); ++i)
+          if (!visit(values[j * leadingDimension + i], values[i * leadingDimension + j])) return false;
+  return true;
+}
+
+/// target[k * targetStep] += factor * source[k]; the common factors need no multiplication.
+void AddScaledValues(double factor, double const* source, double* target, std::int64_t count,
+                     std::int64_t targetStep) {
+  if (factor == 1.0) {
+    for (std::int64_t k = 0; k < count; ++k)
+      target[k * targetStep] += source[k];
+  } else if (factor == -1.0) {
+    for (std::int64_t k = 0; k < count; ++k)
+      target[k * targetStep] -= source[k];
+  } else {
+    for (std::int64_t k = 0; k < count; ++k)
+      target[k * targetStep] += factor * source[k];
+  }
+}
+
+} // namespace
+
+// ---- creation and destruction
+// -------------------------------------------------------------------------------
+
+ORXSrvMatrix::ORXSrvMatrix(int rows, int columns, double* values, bool symmetric, bool diagonal)
+    : m_values(values != nullptr ? values : NewValues(rows, columns, diagonal).release()), m_dim1(rows),
+      m_dim2(columns), m_ownsValues(values == nullptr), m_symmetric(symmetric), m_diagonal(diagonal) {}
+
+ORXSrvMatrix::ORXSrvMatrix(ORXSrvMatrix const& source)
+    : m_values(NewValues(source.m_dim1, source.m_dim2, source.m_diagonal).release()), m_dim1(source.m_dim1),
+      m_dim2(source.m_dim2), m_ownsValues(true), m_symmetric(source.m_symmetric),
+      m_diagonal(source.m_diagonal) {
+  CopyValues(m_values, source.m_values, NumberOfStoredValues());
+}
+
+ORXSrvMatrix::~ORXSrvMatrix() {
+  if (m_ownsValues) mem_Free(m_values);
+}
+
+ORXSrvMatrix& ORXSrvMatrix::operator=(ORXSrvMatrix const& source) {
+  if (this == &source) return *this;
+  if (HasShapeOf(source) && !(m_diagonal && !source.m_diagonal)) {
+    SetSlice(1.0, source, 0, 0);
+    return *this;
+  }
+  Require(m_ownsValues, "Assignment operator", __LINE__);
+  mem_Array<double> values = NewValues(source.m_dim1, source.m_dim2, source.m_diagonal);
+  CopyValues(values.get(), source.m_values, source.NumberOfStoredValues());
+  mem_Free(std::exchange(m_values, values.release()));
+  m_dim1 = source.m_dim1;
+  m_dim2 = source.m_dim2;
+  m_symmetric = source.m_symmetric;
+  m_diagonal = source.m_diagonal;
+  return *this;
+}
+
+ORXSrvMatrix& ORXSrvMatrix::operator=(double value) {
+  std::fill_n(m_values, NumberOfStoredValues(), value);
+  return *this;
+}
+
+// ---- queries
+// ------------------------------------------------------------------------------------------------
+
+/// Whether rows * columns values may be touched. How long a lent buffer is only its owner knows, so a
+/// diagonal matrix over one is trusted.
+bool ORXSrvMatrix::HasFullStorage() const noexcept {
+  return !m_diagonal || !m_ownsValues || std::int64_t{m_dim1} * m_dim2 <= m_dim1;
+}
+
+bool ORXSrvMatrix::IsBlock(int firstRow, int lastRow, int firstColumn, int lastColumn) const noexcept {
+  return firstRow >= 0 && firstColumn >= 0 && lastRow < m_dim1 && lastColumn < m_dim2 &&
+         lastRow >= firstRow && lastColumn >= firstColumn;
+}
+
+bool ORXSrvMatrix::operator==(ORXSrvMatrix const& other) const {
+  if (this == &other) return true;
+  if (!HasShapeOf(other) || m_diagonal != other.m_diagonal) return false;
+  std::int64_t const count = NumberOfStoredValues();
+  for (std::int64_t i = 0; i < count; ++i) {
+    if (m_values[i] == other.m_values[i]) continue;
+    std::printf(" m_dim1= %d, m_dim2= %d", m_dim1, m_dim2);
+    std::printf("i= %d ptr[i]= %f  rhsPtr[i]= %f", static_cast<int>(i), m_values[i], other.m_values[i]);
+    return false;
+  }
+  return true;
+}
+
+bool ORXSrvMatrix::IsSymmetricNumerically() const {
+  if (m_diagonal) return true;
+  if (m_dim1 != m_dim2) return false;
+  return VisitMirroredPairs(m_values, m_dim1, m_dim1,
+                            [](double lower, double upper) { return lower == upper; });
+}
+
+// ---- element access
+// -----------------------------------------------------------------------------------------
+
+void ORXSrvMatrix::SetValues(int firstRow, int lastRow, int firstColumn, int lastColumn,
+                             double const* values) {
+  Require(IsBlock(firstRow, lastRow, firstColumn, lastColumn) && HasFullStorage(), "SetValues", __LINE__);
+  std::int64_t const rows = std::int64_t{lastRow} - firstRow + 1;
+  for (int column = firstColumn; column <= lastColumn; ++column, values += rows)
+    CopyValues(m_values + std::int64_t{column} * m_dim1 + firstRow, values, rows);
+}
+
+void ORXSrvMatrix::SetValues(int firstRow, int lastRow, int firstColumn, int lastColumn,
+                             ORXSrvMatrix const& source) {
+  std::int64_t const count =
+      (std::int64_t{lastRow} - firstRow + 1) * (std::int64_t{lastColumn} - firstColumn + 1);
+  Require(count <= std::int64_t{source.m_dim1} * source.m_dim2, "SetValues", __LINE__);
+  Require(source.HasFullStorage() || count <= source.NumberOfStoredValues(), "SetValues", __LINE__);
+  SetValues(firstRow, lastRow, firstColumn, lastColumn, source.m_values);
+}
+
+void ORXSrvMatrix::GetValues(int firstRow, int lastRow, int firstColumn, int lastColumn,
+                             ORXSrvMatrix& target) const {
+  std::int64_t const rows = std::int64_t{lastRow} - firstRow + 1;
+  std::int64_t const count = rows * (std::int64_t{lastColumn} - firstColumn + 1);
+  Require(count <= std::int64_t{target.m_dim1} * target.m_dim2, "GetValues", __LINE__);
+  Require(target.HasFullStorage() || count <= target.NumberOfStoredValues(), "GetValues", __LINE__);
+  Require(IsBlock(firstRow, lastRow, firstColumn, lastColumn) && HasFullStorage(), "GetValues", __LINE__);
+  double* values = target.m_values;
+  for (int column = firstColumn; column <= lastColumn; ++column, values += rows)
+    CopyValues(values, m_values + std::int64_t{column} * m_dim1 + firstRow, rows);
+}
+
+void ORXSrvMatrix::SetRows(int firstRow, int lastRow, ORXSrvMatrix& source) {
+  SetValues(firstRow, lastRow, 0, m_dim2 - 1, source);
+}
+
+void ORXSrvMatrix::GetRows(int firstRow, int lastRow, ORXSrvMatrix& target) const {
+  GetValues(firstRow, lastRow, 0, m_dim2 - 1, target);
+}
+
+/// Whether a source at an offset lies inside this matrix, and all that is read lies inside the source.
+bool ORXSrvMatrix::HoldsSlice(ORXSrvMatrix const& source, int rowOffset, int columnOffset) const noexcept {
+  return rowOffset >= 0 && columnOffset >= 0 && std::int64_t{rowOffset} + source.m_dim1 <= m_dim1 &&
+         std::int64_t{columnOffset} + source.m_dim2 <= m_dim2 &&
+         (!source.m_diagonal || source.m_dim2 <= source.m_dim1);
+}
+
+void ORXSrvMatrix::SetSlice(double factor, ORXSrvMatrix const& source, int rowOffset, int columnOffset) {
+  Require(!m_diagonal || source.m_diagonal, "SetSlice", __LINE__);
+  Require(HoldsSlice(source, rowOffset, m_diagonal ? 0 : columnOffset), "SetSlice", __LINE__);
+  if (m_diagonal) {
+    for (int k = 0; k < source.m_dim2; ++k)
+      m_values[rowOffset + k] = factor * source.m_values[k];
+    return;
+  }
+  for (int j = 0; j < source.m_dim2; ++j) {
+    double* const target = m_values + (std::int64_t{columnOffset} + j) * m_dim1 + rowOffset;
+    if (source.m_diagonal) {
+      std::fill_n(target, source.m_dim1, 0.0);
+      target[j] = factor * source.m_values[j];
+      continue;
+    }
+    double const* const values = source.m_values + std::int64_t{j} * source.m_dim1;
+    for (int i = 0; i < source.m_dim1; ++i)
+      target[i] = factor * values[i];
+  }
+}
+
+void ORXSrvMatrix::AddSlice(double factor, ORXSrvMatrix const& source, int rowOffset, int columnOffset) {
+  // Hosts know this failure under the name of the assignment.
+  Require(!m_diagonal || source.m_diagonal, "Assignment operator", __LINE__);
+  Require(HoldsSlice(source, rowOffset, columnOffset), "AddSlice", __LINE__);
+  if (source.m_diagonal) {
+    double* const first = m_values + std::int64_t{columnOffset} * m_dim1 + rowOffset;
+    std::int64_t const last =
+        (std::int64_t{columnOffset} + source.m_dim2 - 1) * m_dim1 + rowOffset + source.m_dim2 - 1;
+    Require(HasFullStorage() || source.m_dim2 == 0 || last < m_dim1, "AddSlice", __LINE__);
+    for (std::int64_t k = 0; k < source.m_dim2; ++k)
+      first[k * (m_dim1 + 1)] += factor * source.m_values[k];
+    return;
+  }
+  for (int j = 0; j < source.m_dim2; ++j) {
+    double* const target = m_values + (std::int64_t{columnOffset} + j) * m_dim1 + rowOffset;
+    double const* const values = source.m_values + std::int64_t{j} * source.m_dim1;
+    for (int i = 0; i < source.m_dim1; ++i)
+      target[i] += factor * values[i];
+  }
+}
+
+/// Whether index k * (rows + 1) is a stored value for every row k.
+bool ORXSrvMatrix::HoldsDiagonalOf(int rows, std::int64_t step) const noexcept {
+  return rows <= 0 || (std::int64_t{rows} - 1) * step < NumberOfStoredValues();
+}
+
+void ORXSrvMatrix::SetDiagonal(double const* values) {
+  std::int64_t const step = m_diagonal ? 1 : std::int64_t{m_dim1} + 1;
+  Require(HoldsDiagonalOf(m_dim1, step), "SetDiagonal", __LINE__);
+  for (std::int64_t k = 0; k < m_dim1; ++k)
+    m_values[k * step] = values[k];
+}
+
+void ORXSrvMatrix::SetDiagonal(ORXSrvMatrix const& source) {
+  Require(m_dim1 == m_dim2 && source.m_dim1 == source.m_dim2, "SetDiagonal", __LINE__);
+  Require(!m_diagonal || source.m_diagonal, "SetDiagonal", __LINE__);
+  std::int64_t const step = source.m_diagonal ? 1 : std::int64_t{m_dim1} + 1;
+  Require(source.HoldsDiagonalOf(m_dim1, step), "SetDiagonal", __LINE__);
+  if (source.m_diagonal) return SetDiagonal(source.m_values);
+  for (std::int64_t k = 0; k < m_dim1; ++k)
+    m_values[k * step] = source.m_values[k * step];
+}
+
+// ---- operations
+// ---------------------------------------------------------------------------------------------
+
+void ORXSrvMatrix::Transpose() {
+  if (m_diagonal || m_symmetric) return;
+  if (m_dim1 == m_dim2) {
+    VisitMirroredPairs(m_values, m_dim1, m_dim1, [](double& lower, double& upper) {
+      std::swap(lower, upper);
+      return true;
+    });
+    return;
+  }
+  TransposeRectangle();
+}
+
+void ORXSrvMatrix::TransposeRectangle() {
+  constexpr int tile = 32;
+  mem_Array<double> transposed = NewValues(m_dim2, m_dim1, false);
+  for (int jTile = 0; jTile < m_dim2; jTile += tile)
+    for (int iTile = 0; iTile < m_dim1; iTile += tile)
+      for (int i = iTile; i < std::min(iTile + tile, m_dim1); ++i)
+        for (int j = jTile; j < std::min(jTile + tile, m_dim2); ++j)
+          transposed[std::int64_t{i} * m_dim2 + j] = m_values[std::int64_t{j} * m_dim1 + i];
+  if (m_ownsValues) {
+    mem_Free(std::exchange(m_values, transposed.release()));
+  } else {
+    CopyValues(m_values, transposed.get(), NumberOfStoredValues());
+  }
+  std::swap(m_dim1, m_dim2);
+}
+
+void ORXSrvMatrix::PermuteRowsInPlace(int const* permutation, int length) {
+  Require(length == m_dim1 && HasFullStorage(), "PermuteRowsInPlace", __LINE__);
+  mem_Array<double> const column = mem_MakeArray<double>(m_dim1);
+  std::int64_t const count = std::int64_t{m_dim1} * m_dim2;
+  for (std::int64_t first = 0; first < count; first += m_dim1) {
+    CopyValues(column.get(), m_values + first, m_dim1);
+    for (int i = 0; i < m_dim1; ++i) {
+      if (permutation[i] > m_dim1) ORXSrvMtxIllegalPermVect().Throw(sourceFile, __LINE__);
+      // An entry of m_dim1 or below 0 points into a neighbouring column; nothing is written outside the
+      // matrix.
+      std::int64_t const target = first + permutation[i];
+      if (target >= 0 && target < count) m_values[target] = column[i];
+    }
+  }
+}
+
+/// The shapes that sums accept: equal ones, unless a full matrix would go into a diagonal one.
+void ORXSrvMatrix::AddScaled(double factor, ORXSrvMatrix const& source, char const* operation) {
+  Require(HasShapeOf(source) && (!m_diagonal || source.m_diagonal), operation, __LINE__);
+  std::int64_t const step = source.m_diagonal && !m_diagonal ? std::int64_t{m_dim1} + 1 : 1;
+  Require(step == 1 || HoldsDiagonalOf(m_dim1, step), operation, __LINE__);
+  AddScaledValues(factor, source.m_values, m_values, source.NumberOfStoredValues(), step);
+}
+
+ORXSrvMatrix& ORXSrvMatrix::operator+=(ORXSrvMatrix const& source) {
+  Require(this != &source, "*=", __LINE__);
+  AddScaled(1.0, source, "*=");
+  return *this;
+}
+
+void ORXSrvMatrix::Add(double factor, ORXSrvMatrix const& source) {
+  if (factor != 0.0) AddScaled(factor, source, "Add");
+}
+
+void ORXSrvMatrix::Multiply(double factor) {
+  Require(HasFullStorage(), "Multiply", __LINE__);
+  std::int64_t const count = std::int64_t{m_dim1} * m_dim2;
+  for (std::int64_t k = 0; k < count; ++k)
+    m_values[k] *= factor;
+}
+
+void ORXSrvMatrix::SetSymmetricResults() {
+  Require(HasFullStorage(), "SetSymmetricResults", __LINE__);
+  bool const upperIsSource = m_dim1 < m_dim2;
+  VisitMirroredPairs(m_values, m_dim1, std::min(m_dim1, m_dim2), [=](double& lower, double& upper) {
+    (upperIsSource ? lower : upper) = upperIsSource ? upper : lower;
+    return true;
+  });
+}
+
+void ORXSrvMatrix::SetSkewSymmetricResults() {
+  Require(HasFullStorage(), "SetSkewSymmetricResults", __LINE__);
+  bool const upperIsSource = m_dim1 < m_dim2;
+  VisitMirroredPairs(m_values, m_dim1, std::min(m_dim1, m_dim2), [=](double& lower, double& upper) {
+    (upperIsSource ? lower : upper) = upperIsSource ? -upper : -lower;
+    return true;
+  });
+}
+
+void ORXSrvMatrix::Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
+  Require(HasShapeOf(a) && HasShapeOf(b), "Interpolate", __LINE__);
+  Require(!(t < 0.0 || t > 1.0), "Interpolate", __LINE__);
+  if (m_dim1 == 0 || m_dim2 == 0) return;
+  std::int64_t const last = std::int64_t{m_dim1} * (m_dim1 - 1) + m_dim2 - 1;
+  std::int64_t const stored =
+      std::min({NumberOfStoredValues(), a.NumberOfStoredValues(), b.NumberOfStoredValues()});
+  Require(last < stored, "Interpolate", __LINE__);
+  for (std::int64_t i = 0; i < m_dim1; ++i)
+    for (std::int64_t p = i * m_dim1; p < i * m_dim1 + m_dim2; ++p)
+      m_values[p] = (1.0 - t) * a.m_values[p] + t * b.m_values[p];
+}
+
+// ---- factorization, solves, eigenproblem
+// ----------------------------------------------------------------------
+
+void ORXSrvMatrix::Factorize(int* pivots) {
+  if (m_diagonal) return InvertDiagonal();
+  int info = 0;
+  if (m_symmetric) {
+    Require(m_dim1 <= m_dim2, "Factorize", __LINE__);
+    // LAPACK takes the size of the workspace as a 32-bit integer.
+    std::int64_t const square = std::int64_t{m_dim1} * m_dim1;
+    int const workSize = static_cast<int>(std::clamp<std::int64_t>(square, 1, INT_MAX));
+    mem_Array<double> const work = mem_MakeArray<double>(workSize);
+    BLAC_DSYTRF("L", &m_dim1, m_values, &m_dim1, pivots, work.get(), &workSize, &info);
+  } else {
+    BLAC_DGETRF(&m_dim1, &m_dim2, m_values, &m_dim1, pivots, &info);
+  }
+  Require(info >= 0, "Factorize", __LINE__);
+}
+
+void ORXSrvMatrix::InvertDiagonal() {
+  for (int k = 0; k < m_dim1; ++k) {
+    if (m_values[k] == 0.0) ORXSrvMtxDivByZero().Throw(sourceFile, __LINE__);
+    m_values[k] = 1.0 / m_values[k];
+  }
+}
+
+void ORXSrvMatrix::ForwardBackwardPass(int const* pivots, ORXSrvMatrix& rhs, bool transpose) const {
+  bool const hasFactors = HasFullStorage() && m_dim1 <= m_dim2;
+  bool const holdsColumns = std::int64_t{m_dim1} * rhs.m_dim2 <= std::int64_t{rhs.m_dim1} * rhs.m_dim2;
+  Require(hasFactors && holdsColumns && rhs.HasFullStorage(), "ForwardBackwardPass", __LINE__);
+  int info = 0;
+  if (m_symmetric) {
+    BLAC_DSYTRS("L", &m_dim1, &rhs.m_dim2, m_values, &m_dim1, pivots, rhs.m_values, &m_dim1, &info);
+  } else {
+    BLAC_DGETRS(transpose ? "T" : "N", &m_dim1, &rhs.m_dim2, m_values, &m_dim1, pivots, rhs.m_values, &m_dim1,
+                &info);
+  }
+  Require(info >= 0, "ForwardBackwardPass", __LINE__);
+}
+
+/// Fills a matrix of this one's shape with full storage of this one.
+void ORXSrvMatrix::CopyFullTo(ORXSrvMatrix& target) const {
+  if (m_diagonal) {
+    target = 0.0;
+    target.SetDiagonal(*this);
+  } else {
+    GetRows(0, m_dim1 - 1, target);
+  }
+}
+
+void ORXSrvMatrix::SolveEigenproblemSymmetric(ORXSrvMatrix const& b, ORXSrvMatrix& eigenvalues,
+                                              ORXSrvMatrix& eigenvectors) {
+  static constexpr char operation[] = "SolveEigenproblemSymmetric";
+  int const n = m_dim1;
+  Require(n >= 1 && m_dim2 == n && HasShapeOf(b) && HasShapeOf(eigenvectors), operation, __LINE__);
+  Require(eigenvalues.m_dim1 == n && eigenvalues.NumberOfStoredValues() >= n, operation, __LINE__);
+  Require(!eigenvectors.m_diagonal || n == 1, operation, __LINE__);
+  Require(eigenvectors.m_values != m_values && eigenvectors.m_values != b.m_values, operation, __LINE__);
+  Require(IsSymmetricNumerically() && b.IsSymmetricNumerically(), operation, __LINE__);
+
+  int const blockSizeQuery = 1;
+  int const unused = -1;
+  int const blockSize = BLAC_ILAENV(&blockSizeQuery, "DSYTRD", "L", &n, &unused, &unused, &unused, 6, 1);
+  std::int64_t const wanted = std::max((std::int64_t{blockSize} + 2) * n, std::int64_t{3} * n - 1);
+  Require(wanted <= INT_MAX, operation, __LINE__);
+  int const workSize = static_cast<int>(wanted);
+
+  ORXSrvMatrix factor(n, n);
+  mem_Array<double> const work = mem_MakeArray<double>(workSize);
+  CopyFullTo(eigenvectors);
+  b.CopyFullTo(factor);
+  int const itype = 1;
+  int info = 0;
+  BLAC_DSYGV(&itype, "V", "L", &n, eigenvectors.m_values, &n, factor.m_values, &n, eigenvalues.m_values,
+             work.get(), &workSize, &info);
+  if (info < 0) ORXSrvMtxSolveIllegalArg(-info).Throw(sourceFile, __LINE__);
+  if (info > n) ORXSrvMtxSolveNotPositive().Throw(sourceFile, __LINE__);
+  if (info > 0) ORXSrvMtxSolveNotConverge().Throw(sourceFile, __LINE__);
+}

@@ -1,0 +1,132 @@
+#include "mtx/ORXSrvSparseMatrix.h"
+
+#include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/ORXSrvSparseImExPorter.h"
+#include "mtx/impl/TripletCompressor.h"
+
+#include <algorithm>
+#include <climits>
+#include <string>
+#include <utility>
+
+namespace {
+constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseMatrix.cpp";
+}
+
+// ---- creation and destruction
+// -------------------------------------------------------------------------------
+
+ORXSrvSparseMatrix::ORXSrvSparseMatrix(int rows, int columns)
+    : m_entries(0), m_rows(rows), m_columns(columns) {
+  if (rows < 0 || columns < 0)
+    ORXSrvMtxIllegalInput("ORXSrvSparseMatrix, negative dimension").Throw(sourceFile, __LINE__);
+}
+
+ORXSrvSparseMatrix::ORXSrvSparseMatrix(unsigned* rowPointers, int* columnIndices, double* values,
+                                       double* diagonal, int nonzeros, int rows, int columns)
+    : m_values(values), m_columnIndices(reinterpret_cast<std::uint32_t*>(columnIndices)),
+      m_rowPointers(reinterpret_cast<std::int32_t*>(rowPointers)), m_diagonal(diagonal), m_nonzeros(nonzeros),
+      m_rows(rows), m_columns(columns), m_symmetryState(diagonal != nullptr ? symmetric : unknown),
+      m_isAssembled(1), m_arrayRows(rows) {}
+
+ORXSrvSparseMatrix::~ORXSrvSparseMatrix() = default;
+
+// ---- queries
+// ------------------------------------------------------------------------------------------------
+
+bool ORXSrvSparseMatrix::IsNull() const noexcept {
+  if (!IsSymmetricForm()) return m_nonzeros == 0;
+  return m_nonzeros == m_rows &&
+         std::all_of(m_diagonal.get(), m_diagonal.get() + m_arrayRows, [](double d) { return d == 0.0; });
+}
+
+ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
+  std::int32_t const rows = m_rowPointers != nullptr ? m_arrayRows : 0;
+  bool const bothTriangles = IsSymmetricForm();
+  std::int64_t const total = bothTriangles ? rows + std::int64_t{2} * StoredEntries() : StoredEntries();
+  // More entries than the count can say are refused as a request that no memory can meet.
+  auto entries = mem_MakeArray<ORXSrvSparseMatrixEntry>(total <= INT_MAX ? total : -1);
+  ORXSrvSparseMatrixEntry* next = entries.get();
+  if (bothTriangles)
+    for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(rows); ++i)
+      *next++ = {i, i, m_diagonal[i]};
+  for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(rows); ++i)
+    for (std::int32_t k = m_rowPointers[i]; k < m_rowPointers[i + 1]; ++k) {
+      *next++ = {i, m_columnIndices[k], m_values[k]};
+      if (bothTriangles) *next++ = {m_columnIndices[k], i, m_values[k]};
+    }
+  count = static_cast<int>(total);
+  return entries.release();
+}
+
+// ---- assembly
+// -----------------------------------------------------------------------------------------------
+
+void ORXSrvSparseMatrix::BeginAssembly() noexcept {
+  m_values.reset();
+  m_columnIndices.reset();
+  m_rowPointers.reset();
+  m_isAssembled = 0;
+}
+
+void ORXSrvSparseMatrix::GrowToHold(std::uint32_t row, std::uint32_t column) {
+  if (std::max(row, column) >= INT32_MAX) {
+    std::string const detail = "AddData(" + std::to_string(row) + ", " + std::to_string(column) +
+                               "), indices up to 2147483646 expected";
+    ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
+  }
+  m_rows = std::max(m_rows, static_cast<std::int32_t>(row) + 1);
+  m_columns = std::max(m_columns, static_cast<std::int32_t>(column) + 1);
+}
+
+void ORXSrvSparseMatrix::EndAssembly() {
+  if (m_isAssembled != 0) return;
+  CompressedRows compressed;
+  try {
+    TripletCompressor compressor(m_rows, m_columns, m_entries.Count());
+    while (m_entries.Count() > 0) {
+      std::span<ORXSrvSparseMatrixEntry const> const run = m_entries.RunFrom(0);
+      compressor.Add(run);
+      m_entries.DropFront(static_cast<int>(run.size()));
+    }
+    compressed = compressor.Compress();
+  } catch (...) {
+    // Entries have been used up on the way: better none than some.
+    m_entries.Resize(0);
+    throw;
+  }
+  Adopt(std::move(compressed));
+  m_isAssembled = 1;
+}
+
+void ORXSrvSparseMatrix::ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns) {
+  TripletCompressor compressor(rows, columns, count);
+  compressor.Add({entries, static_cast<std::size_t>(count)});
+  CompressedRows compressed = compressor.Compress();
+  m_rows = rows;
+  m_columns = columns;
+  m_symmetryState = unknown;
+  Adopt(std::move(compressed));
+}
+
+/// Takes over arrays in general form, for m_rows rows.
+void ORXSrvSparseMatrix::Adopt(CompressedRows&& compressed) noexcept {
+  m_values = std::move(compressed.values);
+  m_columnIndices = std::move(compressed.columns);
+  m_rowPointers = std::move(compressed.rowPointers);
+  m_diagonal.reset();
+  m_nonzeros = compressed.nonzeros;
+  m_arrayRows = m_rows;
+}
+
+// ---- files
+// --------------------------------------------------------------------------------------------------
+
+void ORXSrvSparseMatrix::Import(char const* path, int format) {
+  ORXSrvSparseImExPorter().Import(*this, path, format);
+  m_isAssembled = 1;
+}
+
+void ORXSrvSparseMatrix::Export(char const* path, int format, ORXSrvSystemDofDefinition const*) const {
+  ORXSrvSparseImExPorter().Export(*this, path, format);
+}

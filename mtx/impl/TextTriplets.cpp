@@ -1,0 +1,215 @@
+#include "mtx/impl/TextTriplets.h"
+
+#include "mtx/ORXSrvMtxOpenFileException.h"
+#include "mtx/impl/DecimalText.h"
+#include "mtx/impl/ORXSrvMtxErrors.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr char sourceFile[] = "mtx/impl/TextTriplets.cpp";
+
+bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+/// What of a token fits into a message.
+std::string Quoted(char const* first, char const* last) {
+  constexpr std::ptrdiff_t longest = 40;
+  std::string text(first, first + std::min(last - first, longest));
+  for (char& c : text)
+    if (std::isprint(static_cast<unsigned char>(c)) == 0) c = '?';
+  return '"' + text + (last - first > longest ? "...\"" : "\"");
+}
+
+/// A file seen through a window that slides over it:
+///
+///     m_window:  used up | item | item | beginning of an item | not filled
+///                        ^ m_next                             ^ m_end
+///
+/// An item that the window cuts off is parsed again from its start when more has been read.
+class TripletReader {
+public:
+  TripletReader(char const* path, char const* mode)
+      : m_path(path), m_file(std::fopen(path, mode)), m_window(mem_MakeArray<char>(m_capacity)),
+        m_next(m_window.get()), m_end(m_next) {
+    if (m_file == nullptr) ORXSrvMtxOpenFileException(path).Throw(sourceFile, __LINE__);
+  }
+
+  TextTriplets Read() {
+    while (GoToNextItem()) {
+      if (m_triplets.count == m_room) MakeRoom();
+      TakeItem();
+    }
+    return std::move(m_triplets);
+  }
+
+private:
+  enum class Field : std::uint8_t { Row, Column, Value, None };
+
+  /// False at the end of the file.
+  bool GoToNextItem() {
+    while (true) {
+      m_next = BehindBlanks(m_next);
+      if (m_next != m_end) return true;
+      if (m_atEnd) return false;
+      Refill();
+    }
+  }
+
+  void TakeItem() {
+    while (true) {
+      char const* at = m_next;
+      Field const failed = ParseItem(at);
+      if (failed == Field::None) {
+        m_next = at;
+        return;
+      }
+      bool const isCutOff = TokenEnd(at) == m_end && !m_atEnd;
+      if (!isCutOff) Fail(at, failed);
+      Refill();
+    }
+  }
+
+  /// Parses one item and moves `at` behind it; otherwise tells the field that failed and leaves `at` there.
+  Field ParseItem(char const*& at) {
+    ORXSrvSparseMatrixEntry& entry = m_triplets.entries[m_triplets.count];
+    std::int32_t row = 0;
+    std::int32_t column = 0;
+    if (!TakeIndex(at, row)) return Field::Row;
+    at = BehindBlanks(at);
+    if (!TakeIndex(at, column)) return Field::Column;
+    at = BehindBlanks(at);
+    DecimalResult const read = ReadDouble(at, m_end, entry.value);
+    if (read.status != DecimalStatus::Ok || !IsTokenEnd(read.end)) return Field::Value;
+    at = read.end;
+    entry.row = static_cast<std::uint32_t>(row) - 1;
+    entry.column = static_cast<std::uint32_t>(column) - 1;
+    m_triplets.rows = std::max(m_triplets.rows, row);
+    m_triplets.columns = std::max(m_triplets.columns, column);
+    ++m_triplets.count;
+    return Field::None;
+  }
+
+  bool TakeIndex(char const*& at, std::int32_t& index) const {
+    DecimalResult const read = ReadInt32(at, m_end, index);
+    if (read.status != DecimalStatus::Ok || index < 1 || !IsTokenEnd(read.end)) return false;
+    at = read.end;
+    return true;
+  }
+
+  bool IsTokenEnd(char const* p) const noexcept { return p != m_end ? IsBlank(*p) : m_atEnd; }
+  char const* BehindBlanks(char const* p) const noexcept {
+    while (p != m_end && IsBlank(*p))
+      ++p;
+    return p;
+  }
+  char const* TokenEnd(char const* p) const noexcept { return std::find_if(p, m_end, IsBlank); }
+
+  /// Drops what is used up and reads on; a window that is full of one item is made larger.
+  void Refill() {
+    char* const window = m_window.get();
+    m_line += std::count(static_cast<char const*>(window), m_next, '\n');
+    auto const kept = static_cast<std::int64_t>(m_end - m_next);
+    std::memmove(window, m_next, static_cast<std::size_t>(kept));
+    if (kept == m_capacity) {
+      m_capacity *= 2;
+      m_window.reset(static_cast<char*>(
+          mem_ReallocThrowBuiltin(m_window.release(), static_cast<std::size_t>(m_capacity))));
+    }
+    errno = 0;
+    std::size_t const read =
+        std::fread(m_window.get() + kept, 1, static_cast<std::size_t>(m_capacity - kept), m_file.get());
+    if (std::ferror(m_file.get()) != 0)
+      ORXSrvMtxOpenFileException((m_path + ": " + std::strerror(errno)).c_str()).Throw(sourceFile, __LINE__);
+    m_atEnd = read == 0;
+    m_next = m_window.get();
+    m_end = m_next + kept + read;
+  }
+
+  void MakeRoom() {
+    if (m_room == INT_MAX) FailAt(m_next, "at most 2147483647 items expected, found more");
+    m_room = static_cast<std::int32_t>(
+        std::min<std::int64_t>(std::max<std::int64_t>(4096, std::int64_t{m_room} * 2), INT_MAX));
+    m_triplets.entries.reset(static_cast<ORXSrvSparseMatrixEntry*>(mem_ReallocThrowBuiltin(
+        m_triplets.entries.release(), mem_ArrayBytes(m_room, sizeof(ORXSrvSparseMatrixEntry)))));
+  }
+
+  [[noreturn]] void Fail(char const* token, Field field) const {
+    std::string const index = field == Field::Row ? "a row" : "a column";
+    if (token == m_end)
+      FailAt(token, (field == Field::Value ? "a value" : index) + " expected, found the end of the file");
+    std::string const found = Quoted(token, TokenEnd(token));
+    if (field != Field::Value) FailAt(token, index + " of 1 to 2147483647 expected, found " + found);
+    double unused = 0.0;
+    DecimalResult const read = ReadDouble(token, m_end, unused);
+    bool const isTooLarge = read.status == DecimalStatus::OutOfRange && IsTokenEnd(read.end);
+    FailAt(token,
+           std::string(isTooLarge ? "a value that fits a double" : "a value") + " expected, found " + found);
+  }
+
+  [[noreturn]] void FailAt(char const* place, std::string const& what) const {
+    // A file that breaks off does so on the line of its last token, not behind that line's end.
+    if (place == m_end)
+      while (place != m_next && IsBlank(place[-1]))
+        --place;
+    std::int64_t const line = m_line + std::count(static_cast<char const*>(m_window.get()), place, '\n');
+    ORXSrvMtxOpenFileException((m_path + ", line " + std::to_string(line) + ": " + what).c_str())
+        .Throw(sourceFile, __LINE__);
+  }
+
+  std::string m_path;
+  OpenFile m_file;
+  std::int64_t m_capacity = std::int64_t{1} << 18;
+  mem_Array<char> m_window;
+  char const* m_next;      ///< start of the next item, or blanks before it
+  char const* m_end;       ///< behind what has been read
+  bool m_atEnd = false;    ///< nothing follows m_end
+  std::int64_t m_line = 1; ///< of the window's first character
+  std::int32_t m_room = 0; ///< entries that m_triplets has memory for
+  TextTriplets m_triplets;
+};
+
+} // namespace
+
+TextTriplets ReadTextTriplets(char const* path, char const* mode) { return TripletReader(path, mode).Read(); }
+
+// ---- writing
+// ------------------------------------------------------------------------------------------------
+
+TextTripletWriter::TextTripletWriter(char const* path)
+    : m_path(path), m_file(std::fopen(path, "w")), m_buffer(mem_MakeArray<char>(bufferSize)),
+      m_next(m_buffer.get()) {
+  if (m_file == nullptr) Fail(__LINE__);
+  std::setvbuf(m_file.get(), nullptr, _IONBF, 0); // the lines are gathered here
+}
+
+void TextTripletWriter::Write(std::uint32_t row, std::uint32_t column, double value) {
+  constexpr std::size_t longestLine = 2 * maxUnsignedLength + maxScientific15Length + 3;
+  if (m_buffer.get() + bufferSize - m_next < static_cast<std::ptrdiff_t>(longestLine)) Flush();
+  m_next = WriteUnsigned(m_next, std::uint64_t{row} + 1);
+  *m_next++ = ' ';
+  m_next = WriteUnsigned(m_next, std::uint64_t{column} + 1);
+  *m_next++ = ' ';
+  m_next = WriteScientific15(m_next, value);
+  *m_next++ = '\n';
+}
+
+void TextTripletWriter::Flush() {
+  auto const count = static_cast<std::size_t>(m_next - m_buffer.get());
+  if (std::fwrite(m_buffer.get(), 1, count, m_file.get()) != count) Fail(__LINE__);
+  m_next = m_buffer.get();
+}
+
+void TextTripletWriter::Close() {
+  Flush();
+  if (std::fclose(m_file.release()) != 0) Fail(__LINE__);
+}
+
+void TextTripletWriter::Fail(int line) const {
+  ORXSrvMtxFileWriteFailure((m_path + ": " + std::strerror(errno)).c_str()).Throw(sourceFile, line);
+}

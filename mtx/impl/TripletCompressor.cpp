@@ -1,0 +1,242 @@
+#include "mtx/impl/TripletCompressor.h"
+
+#include <algorithm>
+#include <bit>
+#include <functional>
+#include <vector>
+
+namespace {
+
+/// Triplets aimed at per bucket: with their ordered copy they stay in a second-level cache of 1 MB.
+constexpr std::int64_t bucketTriplets = 16384;
+
+/// Up to this many triplets sorting a row is cheaper than looking its columns up.
+constexpr std::size_t shortRow = 24;
+
+template<class T>
+void Shrink(mem_Array<T>& array, std::int64_t count) {
+  array.reset(static_cast<T*>(mem_ReallocThrowBuiltin(array.release(), mem_ArrayBytes(count, sizeof(T)))));
+}
+
+} // namespace
+
+/// A link of a bucket's chain, filled from the front.
+struct TripletCompressor::Chunk {
+  static constexpr int capacity = 63; ///< makes a chunk as large as the suite's largest small object
+  Chunk* next;
+  ORXSrvSparseMatrixEntry triplets[capacity];
+};
+
+struct TripletCompressor::Bucket {
+  Chunk* first;
+  Chunk* last;
+  ORXSrvSparseMatrixEntry* next; ///< where the next triplet goes, in the last chunk
+  ORXSrvSparseMatrixEntry* end;  ///< behind the last chunk
+
+  /// Calls visit(triplet) in the order in which they were added.
+  template<class Visit>
+  void ForEach(Visit visit) const {
+    for (Chunk const* chunk = first; chunk != nullptr; chunk = chunk->next)
+      for (auto const *t = chunk->triplets, *e = chunk == last ? next : t + Chunk::capacity; t != e; ++t)
+        visit(*t);
+  }
+};
+
+/// Work arrays, reused from bucket to bucket and row to row.
+struct TripletCompressor::Scratch {
+  // A bucket ordered by row: row r holds [r == 0 ? 0 : rowEnds[r - 1], rowEnds[r]).
+  std::vector<std::int32_t> rowEnds;
+  std::vector<std::uint32_t> columns;
+  std::vector<double> values;
+
+  // The row for which slots were found last. Its slots serve the next row as well when that has the same
+  // columns in the same order, as the unknowns of one node have.
+  std::span<std::uint32_t const> slotColumns;
+  std::vector<std::uint32_t> slots; ///< by triplet: place of its column among the row's distinct columns
+  std::int32_t distinct = 0;        ///< number of distinct columns
+  std::int32_t patternStart = 0;    ///< where they stand in the result
+
+  std::vector<std::uint64_t> order; ///< column << 32 | number, to be sorted
+  std::vector<std::uint32_t> rank;
+  /// By column: the position in the result where it was last put, or -1. Positions only grow, so one below
+  /// the current row's start means "not in this row", and nothing is cleared between rows. Null when the
+  /// matrix has so many more columns than triplets that the array would cost more than sorting.
+  mem_Array<std::int32_t> lastPosition;
+};
+
+TripletCompressor::TripletCompressor(std::int32_t rows, std::int32_t columns, std::int32_t count)
+    : m_rows(rows), m_columns(columns), m_count(count) {
+  std::int64_t const wanted = std::max<std::int64_t>(1, count / bucketTriplets);
+  std::int64_t const rowsPerBucket = (std::max(rows, 1) + wanted - 1) / wanted;
+  m_bucketShift = static_cast<int>(std::bit_width(static_cast<std::uint64_t>(rowsPerBucket - 1)));
+  m_bucketCount = (std::int64_t{rows} + (std::int64_t{1} << m_bucketShift) - 1) >> m_bucketShift;
+  m_buckets = mem_MakeArray<Bucket>(m_bucketCount);
+  std::fill_n(m_buckets.get(), m_bucketCount, Bucket{nullptr, nullptr, nullptr, nullptr});
+}
+
+TripletCompressor::~TripletCompressor() {
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
+    FreeChunks(m_buckets[b]);
+}
+
+void TripletCompressor::FreeChunks(Bucket& bucket) noexcept {
+  while (bucket.first != nullptr) {
+    Chunk* const next = bucket.first->next;
+    mem_Free(bucket.first);
+    bucket.first = next;
+  }
+}
+
+void TripletCompressor::OpenChunk(Bucket& bucket) {
+  auto* const chunk = static_cast<Chunk*>(mem_OperatorNewTinyThrow(sizeof(Chunk)));
+  chunk->next = nullptr;
+  (bucket.first == nullptr ? bucket.first : bucket.last->next) = chunk;
+  bucket.last = chunk;
+  bucket.next = chunk->triplets;
+  bucket.end = chunk->triplets + Chunk::capacity;
+}
+
+void TripletCompressor::Add(std::span<ORXSrvSparseMatrixEntry const> triplets) {
+  for (ORXSrvSparseMatrixEntry const& triplet : triplets) {
+    Bucket& bucket = m_buckets[triplet.row >> m_bucketShift];
+    if (bucket.next == bucket.end) OpenChunk(bucket);
+    *bucket.next++ = triplet;
+  }
+}
+
+CompressedRows TripletCompressor::Compress() {
+  CompressedRows result;
+  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_rows} + 1);
+  std::fill_n(result.rowPointers.get(), std::int64_t{m_rows} + 1, 0);
+  if (m_count == 0) return result;
+  // Room for the case without duplicates; pages that are not needed are never touched, and given back below.
+  result.columns = mem_MakeArray<std::uint32_t>(m_count);
+  result.values = mem_MakeArray<double>(m_count);
+
+  Scratch scratch;
+  if (m_columns <= std::int64_t{4} * m_count) {
+    scratch.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
+    std::fill_n(scratch.lastPosition.get(), m_columns, -1);
+  }
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
+    CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
+  Shrink(result.columns, result.nonzeros);
+  Shrink(result.values, result.nonzeros);
+  return result;
+}
+
+void TripletCompressor::CompressBucket(std::int32_t firstRow, Bucket& bucket, Scratch& scratch,
+                                       CompressedRows& result) {
+  auto const rowsHere = static_cast<std::int32_t>(
+      std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, std::int64_t{m_rows} - firstRow));
+  OrderByRow(firstRow, rowsHere, bucket, scratch);
+  FreeChunks(bucket);
+  scratch.slotColumns = {};
+  std::int32_t begin = 0;
+  for (std::int32_t r = 0; r < rowsHere; ++r) {
+    std::int32_t const end = scratch.rowEnds[r];
+    std::size_t const length = static_cast<std::size_t>(end - begin);
+    CompressRow({scratch.columns.data() + begin, length}, scratch.values.data() + begin, scratch, result);
+    result.rowPointers[std::int64_t{firstRow} + r + 1] = result.nonzeros;
+    begin = end;
+  }
+}
+
+/// Counting sort, stable.
+void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket,
+                                   Scratch& scratch) const {
+  std::vector<std::int32_t>& ends = scratch.rowEnds;
+  ends.assign(static_cast<std::size_t>(rowsHere) + 1, 0);
+  bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) { ++ends[t.row - firstRow + 1]; });
+  for (std::int32_t r = 0; r < rowsHere; ++r)
+    ends[r + 1] += ends[r];
+  std::size_t const count = static_cast<std::size_t>(ends[rowsHere]);
+  if (scratch.columns.size() < count) {
+    scratch.columns.resize(count);
+    scratch.values.resize(count);
+  }
+  // ends[r] is the start of row r here; putting a triplet advances it, up to the row's end.
+  bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) {
+    std::int32_t const p = ends[t.row - firstRow]++;
+    scratch.columns[p] = t.column;
+    scratch.values[p] = t.value;
+  });
+}
+
+void TripletCompressor::CompressRow(std::span<std::uint32_t const> columns, double const* values,
+                                    Scratch& scratch, CompressedRows& result) const {
+  if (std::adjacent_find(columns.begin(), columns.end(), std::greater_equal<>()) == columns.end())
+    return AppendAscending(columns, values, result);
+  if (!std::ranges::equal(columns, scratch.slotColumns)) {
+    if (columns.size() <= shortRow || scratch.lastPosition == nullptr)
+      return AppendSorted(columns, values, scratch, result);
+    FindSlots(columns, scratch, result);
+  } else {
+    std::copy_n(result.columns.get() + scratch.patternStart, scratch.distinct,
+                result.columns.get() + result.nonzeros);
+  }
+  double* const sums = result.values.get() + result.nonzeros;
+  std::fill_n(sums, scratch.distinct, -0.0); // the one start that leaves every first value as it is
+  for (std::size_t e = 0; e < columns.size(); ++e)
+    sums[scratch.slots[e]] += values[e];
+  result.nonzeros += scratch.distinct;
+}
+
+void TripletCompressor::AppendAscending(std::span<std::uint32_t const> columns, double const* values,
+                                        CompressedRows& result) {
+  std::copy(columns.begin(), columns.end(), result.columns.get() + result.nonzeros);
+  std::copy_n(values, columns.size(), result.values.get() + result.nonzeros);
+  result.nonzeros += static_cast<std::int32_t>(columns.size());
+}
+
+void TripletCompressor::AppendSorted(std::span<std::uint32_t const> columns, double const* values,
+                                     Scratch& scratch, CompressedRows& result) {
+  // The number of the triplet in the lower half keeps equal columns in their order.
+  scratch.order.clear();
+  for (std::size_t e = 0; e < columns.size(); ++e)
+    scratch.order.push_back(std::uint64_t{columns[e]} << 32 | e);
+  std::sort(scratch.order.begin(), scratch.order.end());
+  std::int32_t const start = result.nonzeros;
+  for (std::uint64_t const key : scratch.order) {
+    auto const column = static_cast<std::uint32_t>(key >> 32);
+    double const value = values[key & UINT32_MAX];
+    if (result.nonzeros > start && result.columns[result.nonzeros - 1] == column) {
+      result.values[result.nonzeros - 1] += value;
+    } else {
+      result.columns[result.nonzeros] = column;
+      result.values[result.nonzeros++] = value;
+    }
+  }
+}
+
+/// Puts the row's distinct columns, ascending, behind the result, and the place of each triplet's column in
+/// scratch.slots.
+void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
+                                  CompressedRows const& result) const {
+  std::int32_t const start = result.nonzeros;
+  std::int32_t* const lastPosition = scratch.lastPosition.get();
+  scratch.order.clear();
+  if (scratch.slots.size() < columns.size()) scratch.slots.resize(columns.size());
+  for (std::size_t e = 0; e < columns.size(); ++e) {
+    std::int32_t& position = lastPosition[columns[e]];
+    if (position < start) {
+      std::size_t const number = scratch.order.size();
+      position = start + static_cast<std::int32_t>(number);
+      scratch.order.push_back(std::uint64_t{columns[e]} << 32 | number);
+    }
+    scratch.slots[e] = static_cast<std::uint32_t>(position - start);
+  }
+
+  std::sort(scratch.order.begin(), scratch.order.end());
+  std::size_t const distinct = scratch.order.size();
+  if (scratch.rank.size() < distinct) scratch.rank.resize(distinct);
+  for (std::size_t k = 0; k < distinct; ++k) {
+    scratch.rank[scratch.order[k] & UINT32_MAX] = static_cast<std::uint32_t>(k);
+    result.columns[start + k] = static_cast<std::uint32_t>(scratch.order[k] >> 32);
+  }
+  for (std::size_t e = 0; e < columns.size(); ++e)
+    scratch.slots[e] = scratch.rank[scratch.slots[e]];
+  scratch.slotColumns = columns;
+  scratch.distinct = static_cast<std::int32_t>(distinct);
+  scratch.patternStart = start;
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "core/mem_Allocator.h"
+#include "mtx/ORXSrvSparseMatrix.h"
+
+#include <cstdint>
+#include <span>
+
+/// Compressed rows in general form: row i is [rowPointers[i], rowPointers[i + 1]), columns ascending.
+struct CompressedRows {
+  mem_Array<std::int32_t> rowPointers; ///< rows + 1
+  mem_Array<std::uint32_t> columns;    ///< null when there are no entries
+  mem_Array<double> values;
+  std::int32_t nonzeros = 0;
+};
+
+/// Turns triplets in any order into compressed rows; equal positions are summed in the order they came.
+///
+///     Add        appends each triplet to the bucket of its range of rows           (one pass, streaming)
+///     Compress   per bucket, in cache: orders it by row, and per row gives every
+///                triplet the slot of its column, then adds the values up
+///
+/// A bucket is a chain of small chunks of the suite allocator, so a caller that frees its triplets as it
+/// adds them needs no memory beside them: the chunks take over the slabs that become free.
+class TripletCompressor {
+public:
+  /// For `count` triplets with rows below `rows` and columns below `columns`, all three at least 0.
+  TripletCompressor(std::int32_t rows, std::int32_t columns, std::int32_t count);
+  TripletCompressor(TripletCompressor const&) = delete;
+  TripletCompressor& operator=(TripletCompressor const&) = delete;
+  ~TripletCompressor();
+
+  void Add(std::span<ORXSrvSparseMatrixEntry const> triplets);
+  /// The result; the triplets are used up.
+  CompressedRows Compress();
+
+private:
+  struct Chunk;
+  struct Bucket;
+  struct Scratch;
+
+  static void OpenChunk(Bucket& bucket);
+  static void FreeChunks(Bucket& bucket) noexcept;
+  void CompressBucket(std::int32_t firstRow, Bucket& bucket, Scratch& scratch, CompressedRows& result);
+  void OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket, Scratch& scratch) const;
+  void CompressRow(std::span<std::uint32_t const> columns, double const* values, Scratch& scratch,
+                   CompressedRows& result) const;
+  static void AppendAscending(std::span<std::uint32_t const> columns, double const* values,
+                              CompressedRows& result);
+  static void AppendSorted(std::span<std::uint32_t const> columns, double const* values, Scratch& scratch,
+                           CompressedRows& result);
+  void FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
+                 CompressedRows const& result) const;
+
+  std::int32_t m_rows;
+  std::int32_t m_columns;
+  std::int32_t m_count;
+  int m_bucketShift; ///< a bucket holds 2^m_bucketShift rows
+  std::int64_t m_bucketCount;
+  mem_Array<Bucket> m_buckets;
+};

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "core/orx_export.h"
+
+// Counted start and stop of the modules in this library; see ORXModuleCounter.h for the counting.
+// A host starts the whole suite with ORXSrvLinearAlgebra_initialize, which calls these in order.
+
+ORX_EXPORT void ORXBasCoreUtils_initialize(int& tally);
+ORX_EXPORT void ORXBasCoreUtils_finalize(int& tally);
+
+ORX_EXPORT void ORXBasicUtils_initialize(int& tally);
+ORX_EXPORT void ORXBasicUtils_finalize(int& tally);
+
+ORX_EXPORT void ORXUnicodeString_initialize(int& tally);
+ORX_EXPORT void ORXUnicodeString_finalize(int& tally);

@@ -1,0 +1,204 @@
+#include "core/mem_Allocator.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <sys/mman.h>
+
+// Small objects are cells of slabs:
+//
+//     slab (2 MB, aligned to 2 MB)   | SlabHeader | cell | cell | cell | ...          all cells of one size
+//     slabBits                       one bit per 2 MB of address space: is it a slab?
+//
+// The bit map answers mem_Free's question "cell or malloc?" with one load; it lies in zero pages that are
+// never touched where there is no slab. A slab whose cells are all free goes to a pool and serves any size.
+
+namespace {
+
+constexpr std::size_t slabBytes = std::size_t{2} << 20;
+constexpr std::size_t cellStep = 16;
+constexpr std::size_t largestCell = 1024;
+constexpr std::size_t cellSizes = largestCell / cellStep;
+constexpr std::size_t hugePageBytes = slabBytes;
+/// malloc's blocks of this size are mappings of their own, worth aligning.
+constexpr std::size_t largeArrayBytes = std::size_t{4} << 20;
+/// Empty slabs that are kept for reuse; the others go back to the system.
+constexpr std::size_t pooledSlabs = 16;
+
+struct FreeCell {
+  FreeCell* next;
+};
+
+struct Slab {
+  std::size_t cellBytes;
+  std::size_t used;   ///< cells given out
+  FreeCell* returned; ///< cells given back
+  char* untouched;    ///< cells from here on were never given out
+  char* end;          ///< behind the last whole cell
+  Slab* previous;     ///< among the slabs of this cell size that have room
+  Slab* next;
+  bool listed; ///< whether it is among them
+};
+constexpr std::size_t slabHeaderBytes = (sizeof(Slab) + 63) / 64 * 64;
+
+Slab* slabsWithRoom[cellSizes]; ///< by cell size; the first one serves
+std::size_t slabsOfSize[cellSizes];
+Slab* pool;
+std::size_t poolCount;
+std::uint64_t slabBits[(std::uint64_t{1} << 48) / slabBytes / 64]; ///< 48 bits of address space
+
+std::uint64_t SlabNumber(void const* address) noexcept {
+  return reinterpret_cast<std::uintptr_t>(address) / slabBytes;
+}
+bool InSlab(void const* address) noexcept {
+  std::uint64_t const number = SlabNumber(address);
+  return number / 64 < std::size(slabBits) && (slabBits[number / 64] >> (number % 64) & 1) != 0;
+}
+Slab* SlabOf(void* cell) noexcept {
+  return reinterpret_cast<Slab*>(static_cast<char*>(cell) -
+                                 reinterpret_cast<std::uintptr_t>(cell) % slabBytes);
+}
+
+/// A fresh mapping aligned to its size, or null.
+void* MapSlab() noexcept {
+  void* const map = mmap(nullptr, 2 * slabBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (map == MAP_FAILED) return nullptr;
+  auto* const begin = static_cast<char*>(map);
+  std::size_t const head = (slabBytes - reinterpret_cast<std::uintptr_t>(begin) % slabBytes) % slabBytes;
+  if (head != 0) munmap(begin, head);
+  munmap(begin + head + slabBytes, slabBytes - head);
+  return begin + head;
+}
+
+Slab* NewSlab(std::size_t sizeIndex) {
+  std::size_t const cellBytes = (sizeIndex + 1) * cellStep;
+  Slab* slab = pool;
+  if (slab != nullptr) {
+    pool = slab->next;
+    --poolCount;
+  } else {
+    slab = static_cast<Slab*>(MapSlab());
+    if (slab == nullptr || SlabNumber(slab) / 64 >= std::size(slabBits)) throw mem_OutOfMemory(cellBytes);
+    // A program with a handful of small objects should not pay for whole huge pages.
+    if (slabsOfSize[sizeIndex] > 0) madvise(slab, slabBytes, MADV_HUGEPAGE);
+    slabBits[SlabNumber(slab) / 64] |= std::uint64_t{1} << (SlabNumber(slab) % 64);
+  }
+  char* const cells = reinterpret_cast<char*>(slab) + slabHeaderBytes;
+  std::size_t const count = (slabBytes - slabHeaderBytes) / cellBytes;
+  ++slabsOfSize[sizeIndex];
+  return new (slab) Slab{cellBytes, 0, nullptr, cells, cells + count * cellBytes, nullptr, nullptr, false};
+}
+
+void List(Slab* slab, std::size_t sizeIndex) noexcept {
+  Slab*& first = slabsWithRoom[sizeIndex];
+  slab->previous = nullptr;
+  slab->next = first;
+  if (first != nullptr) first->previous = slab;
+  first = slab;
+  slab->listed = true;
+}
+
+void Unlist(Slab* slab, std::size_t sizeIndex) noexcept {
+  (slab->previous != nullptr ? slab->previous->next : slabsWithRoom[sizeIndex]) = slab->next;
+  if (slab->next != nullptr) slab->next->previous = slab->previous;
+  slab->listed = false;
+}
+
+void* NewCell(std::size_t sizeIndex) {
+  if (slabsWithRoom[sizeIndex] == nullptr) List(NewSlab(sizeIndex), sizeIndex);
+  Slab* const slab = slabsWithRoom[sizeIndex];
+  void* cell = slab->returned;
+  if (cell != nullptr) {
+    slab->returned = slab->returned->next;
+  } else {
+    cell = slab->untouched;
+    slab->untouched += slab->cellBytes;
+  }
+  ++slab->used;
+  if (slab->returned == nullptr && slab->untouched == slab->end) Unlist(slab, sizeIndex);
+  return cell;
+}
+
+/// Takes an empty slab away from its cell size: to the pool, or back to the system when the pool is full.
+void Retire(Slab* slab, std::size_t sizeIndex) noexcept {
+  Unlist(slab, sizeIndex);
+  --slabsOfSize[sizeIndex];
+  if (poolCount < pooledSlabs) {
+    slab->next = pool;
+    pool = slab;
+    ++poolCount;
+    return;
+  }
+  slabBits[SlabNumber(slab) / 64] &= ~(std::uint64_t{1} << (SlabNumber(slab) % 64));
+  munmap(slab, slabBytes);
+}
+
+void FreeOfSlab(void* block) noexcept {
+  Slab* const slab = SlabOf(block);
+  std::size_t const sizeIndex = slab->cellBytes / cellStep - 1;
+  slab->returned = new (block) FreeCell{slab->returned};
+  --slab->used;
+  if (!slab->listed) List(slab, sizeIndex);
+  // One slab of each size stays, so that a single object made and freed in turn does not map and unmap.
+  bool const onlyOne = slab->previous == nullptr && slab->next == nullptr;
+  if (slab->used == 0 && !onlyOne) Retire(slab, sizeIndex);
+}
+
+void* Checked(void* block, std::size_t bytes) {
+  if (block == nullptr) throw mem_OutOfMemory(bytes);
+  return block;
+}
+
+/// Sizes that malloc's own rounding would overflow are refused here.
+std::size_t Plausible(std::size_t bytes) {
+  if (bytes > static_cast<std::size_t>(PTRDIFF_MAX) - hugePageBytes) throw mem_OutOfMemory(bytes);
+  return std::max<std::size_t>(bytes, 1);
+}
+
+void AskForHugePages(void* block, std::size_t bytes) noexcept {
+  std::uintptr_t const begin = reinterpret_cast<std::uintptr_t>(block);
+  std::uintptr_t const from = (begin + hugePageBytes - 1) / hugePageBytes * hugePageBytes;
+  std::uintptr_t const to = (begin + bytes) / hugePageBytes * hugePageBytes;
+  if (from < to) madvise(static_cast<char*>(block) + (from - begin), to - from, MADV_HUGEPAGE);
+}
+
+} // namespace
+
+mem_OutOfMemory::mem_OutOfMemory(std::size_t bytes) noexcept : m_bytes(bytes) {
+  std::snprintf(m_text, sizeof m_text, "out of memory: %zu bytes wanted", bytes);
+}
+
+void* mem_OperatorNewThrow(std::size_t bytes) { return Checked(std::malloc(Plausible(bytes)), bytes); }
+
+void* mem_OperatorNewTinyThrow(std::size_t bytes) {
+#ifndef __SANITIZE_ADDRESS__ // the sanitizer sees faults in malloc's blocks only
+  if (bytes <= largestCell) return NewCell(bytes == 0 ? 0 : (bytes - 1) / cellStep);
+#endif
+  return mem_OperatorNewThrow(bytes);
+}
+
+void* mem_OperatorNewThrowBuiltin(std::size_t bytes) {
+  std::size_t const plausible = Plausible(bytes);
+  if (plausible < largeArrayBytes) return Checked(std::malloc(plausible), bytes);
+  std::size_t const rounded = (plausible + hugePageBytes - 1) / hugePageBytes * hugePageBytes;
+  void* const block = Checked(std::aligned_alloc(hugePageBytes, rounded), bytes);
+  AskForHugePages(block, rounded);
+  return block;
+}
+
+void* mem_ReallocThrowBuiltin(void* block, std::size_t bytes) {
+  if (block == nullptr) return mem_OperatorNewThrowBuiltin(bytes);
+  void* const moved = Checked(std::realloc(block, Plausible(bytes)), bytes);
+  if (bytes >= largeArrayBytes) AskForHugePages(moved, bytes);
+  return moved;
+}
+
+void mem_Free(void* block) noexcept {
+  if (block == nullptr) return;
+  if (InSlab(block)) {
+    FreeOfSlab(block);
+  } else {
+    std::free(block);
+  }
+}

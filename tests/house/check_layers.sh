@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# check_layers.sh ROOT: fails when a source includes what the table of docs/architecture.md does not allow it.
+set -euo pipefail
+cd "$1"
+
+find platform blac mtx module tools examples bench tests -name '*.h' -o -name '*.hpp' -o -name '*.cpp' -o -name '*.c' |
+  sort | awk '
+# The table: unit_of[path pattern] and allowed[unit].
+FILENAME == "docs/architecture.md" {
+  if (split($0, cell, "|") < 6 || cell[2] !~ /^ *([0-9]+|side) *$/) next
+  unit = cell[3]; gsub(/ /, "", unit)
+  count = split(cell[4], paths, " ")
+  for (k = 1; k <= count; ++k) unit_of[paths[k]] = unit
+  allowed[unit] = " " cell[5] " " unit " "
+  next
+}
+function unit_for(path,    pattern, stem, best) {
+  best = ""
+  for (pattern in unit_of) {
+    stem = pattern; sub(/\*$/, "", stem)
+    exact = pattern !~ /[\/*]$/
+    if ((exact ? path == stem : index(path, stem) == 1) && length(pattern) > length(best)) best = pattern
+  }
+  return best == "" ? "" : unit_of[best]
+}
+function fail(text) { print text; failed = 1 }
+function exists(path,    line, found) {
+  found = (getline line < path) >= 0
+  close(path)
+  return found
+}
+function check(file, line, included,    target, unit, other) {
+  folder = file; sub(/[^\/]*$/, "", folder)
+  target = exists(included) ? included : exists("platform/" included) ? "platform/" included : folder included
+  unit = unit_for(file); other = unit_for(target)
+  if (other == "") return fail(file ":" line ": " included " belongs to no unit of docs/architecture.md")
+  if (index(allowed[unit], " " other " ") || index(allowed[unit], " all ")) return
+  if (index(allowed[unit], " public ") && target !~ /\/impl\//) return
+  fail(file ":" line ": " unit " may not include " included " of " other)
+}
+function check_foreign(file, line, header) {
+  if (header == "blis.h" && file !~ /^blac\/impl\//) fail(file ":" line ": only blac/impl/ includes blis.h")
+  if (header ~ /^CLI\// && file !~ /^tools\//) fail(file ":" line ": only tools/ includes CLI")
+}
+FILENAME == "-" {
+  file = $0; ++files
+  if (unit_for(file) == "") fail(file " belongs to no unit of docs/architecture.md")
+  for (line = 1; (getline text < file) > 0; ++line) {
+    if (match(text, /^#include "[^"]+"/)) check(file, line, substr(text, 11, RLENGTH - 11))
+    if (match(text, /^#include <[^>]+>/)) check_foreign(file, line, substr(text, 11, RLENGTH - 11))
+  }
+  close(file)
+}
+END {
+  if (files < 20) fail("only " files " sources found: is this the root of the project?")
+  if (failed) exit 1
+  print files " sources keep to the levels"
+}' docs/architecture.md -

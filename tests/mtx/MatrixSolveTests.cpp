@@ -1,0 +1,179 @@
+#include "MatrixSupport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+namespace {
+
+ORXSrvMatrix Random(int rows, int columns, unsigned seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+  ORXSrvMatrix matrix(rows, columns);
+  std::generate_n(matrix.Values(), matrix.NumberOfStoredValues(), [&] { return uniform(random); });
+  return matrix;
+}
+
+ORXSrvMatrix RandomSymmetric(int n, unsigned seed, double shift = 0.0) {
+  ORXSrvMatrix matrix = Random(n, n, seed);
+  matrix.SetSymmetricResults();
+  for (int i = 0; i < n; ++i)
+    matrix.Values()[i * (n + 1)] += shift;
+  return ORXSrvMatrix(matrix);
+}
+
+double At(ORXSrvMatrix const& a, int i, int j) {
+  if (a.IsDiagonal()) return i == j ? a.Values()[i] : 0.0;
+  return a.Values()[j * a.NumberOfRows() + i];
+}
+
+/// Largest |op(A) x - b| over |A| |x| + |b|, componentwise.
+double BackwardError(ORXSrvMatrix const& a, ORXSrvMatrix const& x, ORXSrvMatrix const& b, bool transpose) {
+  double worst = 0.0;
+  int const n = a.NumberOfRows();
+  for (int k = 0; k < x.NumberOfColumns(); ++k)
+    for (int i = 0; i < n; ++i) {
+      double sum = -At(b, i, k);
+      double scale = std::abs(sum);
+      for (int j = 0; j < n; ++j) {
+        double const term = (transpose ? At(a, j, i) : At(a, i, j)) * At(x, j, k);
+        sum += term;
+        scale += std::abs(term);
+      }
+      worst = std::max(worst, std::abs(sum) / scale);
+    }
+  return worst;
+}
+
+TEST(Factorize, InvertsDiagonalsUpToTheFirstZero) {
+  ORXSrvMatrix diagonal = Diagonal({2, 4});
+  diagonal.Factorize(nullptr);
+  EXPECT_EQ(Stored(diagonal), (Doubles{0.5, 0.25}));
+  ORXSrvMatrix singular = Diagonal({2, 0, 5});
+  EXPECT_EQ(Raised([&] { singular.Factorize(nullptr); }), "218 ORXSrvMatrix::Factorize - division by 0.");
+  EXPECT_EQ(Stored(singular), (Doubles{0.5, 0, 5}));
+}
+
+TEST(Factorize, LeavesSingularMatricesWithoutAnError) {
+  int pivots[2];
+  ORXSrvMatrix general = Full({{1, 2}, {2, 4}});
+  general.Factorize(pivots);
+  EXPECT_EQ(Stored(general), (Doubles{2, 0.5, 4, 0}));
+  ORXSrvMatrix zero = Full({{0, 0}, {0, 0}}, true);
+  zero.Factorize(pivots);
+  EXPECT_EQ(Stored(zero), (Doubles{0, 0, 0, 0}));
+}
+
+TEST(Factorize, ReportsWhatLapackRefuses) {
+  int pivots[1];
+  ORXSrvMatrix empty(0, 0); // its leading dimension of 0 is below LAPACK's least
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Raised([&] { empty.Factorize(pivots); }), IllegalInput("Factorize"));
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("DGETRF"), std::string::npos);
+}
+
+TEST(ForwardBackwardPass, SolvesForManyRightHandSides) {
+  for (int const n : {1, 2, 7, 65, 130}) {
+    for (bool const symmetric : {false, true}) {
+      ORXSrvMatrix const values = symmetric ? RandomSymmetric(n, 11) : Random(n, n, 12);
+      ORXSrvMatrix factors(n, n, nullptr, symmetric, false);
+      factors = values;
+      std::vector<int> pivots(static_cast<std::size_t>(n));
+      factors.Factorize(pivots.data());
+      for (bool const transpose : {false, true}) {
+        ORXSrvMatrix const b = Random(n, 3, 13);
+        ORXSrvMatrix x(b);
+        factors.ForwardBackwardPass(pivots.data(), x, transpose);
+        EXPECT_LT(BackwardError(values, x, b, transpose && !symmetric), 1e-11) << n << symmetric << transpose;
+      }
+    }
+  }
+}
+
+TEST(ForwardBackwardPass, RefusesWhatItCannotRead) {
+  int const pivots[3] = {1, 2, 3};
+  ORXSrvMatrix rhs(3, 1);
+  rhs = 1.0;
+  EXPECT_EQ(Raised([&] {
+              Diagonal({1, 2, 3}).ForwardBackwardPass(pivots, rhs, false);
+            }),
+            IllegalInput("ForwardBackwardPass"));
+  ORXSrvMatrix shortRhs(2, 1);
+  EXPECT_EQ(Raised([&] { Random(3, 3, 1).ForwardBackwardPass(pivots, shortRhs, false); }),
+            IllegalInput("ForwardBackwardPass"));
+}
+
+TEST(Eigenproblem, PairsSatisfyTheEquationAndTheNormalization) {
+  int const n = 60;
+  ORXSrvMatrix const a = RandomSymmetric(n, 21);
+  ORXSrvMatrix const b = RandomSymmetric(n, 22, 20.0); // diagonally dominant
+  ORXSrvMatrix lambda(n, 1);
+  ORXSrvMatrix z(n, n);
+  ORXSrvMatrix problem(a);
+  problem.SolveEigenproblemSymmetric(b, lambda, z);
+
+  EXPECT_TRUE(problem == a);
+  EXPECT_TRUE(std::is_sorted(lambda.Values(), lambda.Values() + n));
+  for (int k = 0; k < n; ++k) {
+    ORXSrvMatrix x(n, 1, z.Values() + k * n);
+    double normalization = 0.0;
+    for (int i = 0; i < n; ++i) {
+      double residual = 0.0;
+      double bx = 0.0;
+      for (int j = 0; j < n; ++j) {
+        residual += At(a, i, j) * At(x, j, 0);
+        bx += At(b, i, j) * At(x, j, 0);
+      }
+      normalization += At(x, i, 0) * bx;
+      ASSERT_NEAR(residual, lambda.Values()[k] * bx, 1e-12);
+    }
+    ASSERT_NEAR(normalization, 1.0, 1e-13);
+  }
+}
+
+TEST(Eigenproblem, TakesDiagonalMatrices) {
+  ORXSrvMatrix a = Diagonal({3, 1});
+  ORXSrvMatrix lambda(2, 1);
+  ORXSrvMatrix z(2, 2);
+  a.SolveEigenproblemSymmetric(Diagonal({1, 1}), lambda, z);
+  EXPECT_EQ(Stored(lambda), (Doubles{1, 3}));
+  EXPECT_EQ(std::abs(At(z, 1, 0)), 1.0);
+  EXPECT_EQ(std::abs(At(z, 0, 1)), 1.0);
+  EXPECT_EQ(At(z, 0, 0), 0.0);
+  EXPECT_EQ(Stored(a), (Doubles{3, 1}));
+}
+
+TEST(Eigenproblem, RefusesShapesAndAsymmetry) {
+  ORXSrvMatrix a = Full({{2, 1}, {1, 2}});
+  ORXSrvMatrix const b = Full({{1, 0}, {0, 1}});
+  ORXSrvMatrix lambda(2, 1);
+  ORXSrvMatrix z(2, 2);
+  std::string const refused = IllegalInput("SolveEigenproblemSymmetric");
+  ORXSrvMatrix empty(0, 0);
+  EXPECT_EQ(Raised([&] { empty.SolveEigenproblemSymmetric(empty, empty, empty); }), refused);
+  ORXSrvMatrix wide(2, 3);
+  EXPECT_EQ(Raised([&] { wide.SolveEigenproblemSymmetric(wide, lambda, wide); }), refused);
+  ORXSrvMatrix three(3, 3);
+  EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(three, lambda, z); }), refused);
+  EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, three, z); }), refused);
+  EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, lambda, three); }), refused);
+  ORXSrvMatrix none(2, 0);
+  EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, none, z); }), refused)
+      << "no room for the eigenvalues";
+  EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, lambda, a); }), refused) << "A would be overwritten";
+  ORXSrvMatrix uneven = Full({{2, 1}, {std::nextafter(1.0, 2.0), 2}});
+  EXPECT_EQ(Raised([&] { uneven.SolveEigenproblemSymmetric(b, lambda, z); }), refused);
+  EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(uneven, lambda, z); }), refused);
+}
+
+TEST(Eigenproblem, SaysWhenTheSecondMatrixIsNotPositiveDefinite) {
+  ORXSrvMatrix identity = Diagonal({1, 1});
+  ORXSrvMatrix lambda(2, 1);
+  ORXSrvMatrix z(2, 2);
+  EXPECT_EQ(Raised([&] {
+              identity.SolveEigenproblemSymmetric(Diagonal({1, -1}), lambda, z);
+            }),
+            "215 ORXSrvMatrix::SolveEigenproblemSymmetric - Matrix B is not positive-definite.");
+}
+
+} // namespace

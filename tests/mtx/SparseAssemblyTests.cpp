@@ -1,0 +1,220 @@
+#include "MatrixSupport.h"
+#include "SparseSupport.h"
+
+#include <cstdint>
+#include <map>
+#include <numeric>
+#include <random>
+#include <string>
+#include <utility>
+
+namespace {
+
+using Access = ORXSrvSparseMatrixTestAccess;
+
+/// What assembly must give, by a map: sums in the order added, the first value taken as it is.
+Entries Reference(Entries const& triplets) {
+  std::map<std::pair<std::uint32_t, std::uint32_t>, double> sums;
+  for (ORXSrvSparseMatrixEntry const& t : triplets) {
+    auto const [place, isNew] = sums.try_emplace({t.row, t.column}, t.value);
+    if (!isNew) place->second += t.value;
+  }
+  Entries result;
+  for (auto const& [position, value] : sums)
+    result.push_back({position.first, position.second, value});
+  return result;
+}
+
+void ExpectAssemblyIs(Entries const& triplets, std::string const& what) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, triplets);
+  Entries const expected = Reference(triplets);
+  EXPECT_TRUE(EntriesOf(matrix) == expected) << what;
+  EXPECT_EQ(matrix.NumberOfNonzeros(), static_cast<int>(expected.size())) << what;
+
+  ORXSrvSparseMatrix reset(1, 1);
+  Access::ResetData(reset, triplets, matrix.NumberOfRows(), matrix.NumberOfColumns());
+  EXPECT_TRUE(EntriesOf(reset) == expected) << what << ", ResetData";
+}
+
+Entries RandomTriplets(unsigned seed, std::size_t count, std::uint32_t rows, std::uint32_t columns) {
+  std::mt19937 random(seed);
+  Entries triplets;
+  while (triplets.size() < count) {
+    double const value =
+        std::ldexp(static_cast<double>(random()) - 2e9, static_cast<int>(random() % 40) - 20);
+    triplets.push_back({static_cast<std::uint32_t>(random() % rows),
+                        static_cast<std::uint32_t>(random() % columns), random() % 9 == 0 ? -0.0 : value});
+  }
+  return triplets;
+}
+
+// ---- states and dimensions
+// ----------------------------------------------------------------------------------
+
+TEST(Assembly, EmptyAssemblyIsAValidNullMatrix) {
+  ORXSrvSparseMatrix matrix(3, 2);
+  matrix.BeginAssembly();
+  matrix.EndAssembly();
+  EXPECT_EQ(matrix.NumberOfNonzeros(), 0);
+  EXPECT_EQ(Access::RowPointers(matrix), (std::vector<int>{0, 0, 0, 0}));
+  EXPECT_TRUE(matrix.IsNull());
+  EXPECT_TRUE(EntriesOf(matrix).empty());
+  EXPECT_TRUE(matrix.RowCSetID().IsNull());
+  EXPECT_TRUE(matrix.ColumnCSetID().IsNull());
+}
+
+TEST(Assembly, DimensionsGrowAndNeverShrink) {
+  ORXSrvSparseMatrix matrix(2, 2);
+  Assemble(matrix, {{5, 2, 1.0}});
+  EXPECT_EQ(matrix.NumberOfRows(), 6);
+  EXPECT_EQ(matrix.NumberOfColumns(), 3);
+  Assemble(matrix, {{0, 0, 1.0}});
+  EXPECT_EQ(matrix.NumberOfRows(), 6);
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 0, 1.0}}));
+}
+
+TEST(Assembly, IndicesBeyondTheDimensionsTypeAreRefused) {
+  ORXSrvSparseMatrix matrix(2, 2);
+  matrix.AddData(1, 1, 4.0);
+  EXPECT_EQ(Raised([&] { matrix.AddData(0, 2147483647u, 1.0); }),
+            IllegalInput("AddData(0, 2147483647), indices up to 2147483646 expected"));
+  EXPECT_EQ(Raised([&] { matrix.AddData(UINT32_MAX, 0, 1.0); }),
+            IllegalInput("AddData(4294967295, 0), indices up to 2147483646 expected"));
+  matrix.EndAssembly();
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{1, 1, 4.0}}));
+  EXPECT_EQ(matrix.NumberOfColumns(), 2);
+  EXPECT_NE(Raised([] { ORXSrvSparseMatrix(-1, 2); }), "nothing raised");
+}
+
+TEST(Assembly, SecondEndWithoutBeginKeepsTheEntriesForLater) {
+  ORXSrvSparseMatrix matrix(1, 1);
+  Assemble(matrix, {{0, 0, 1.0}});
+  matrix.AddData(0, 0, 2.0);
+  matrix.AddData(4, 0, 3.0); // the arrays keep their one row
+  matrix.EndAssembly();
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 0, 1.0}}));
+  matrix.BeginAssembly();
+  EXPECT_TRUE(EntriesOf(matrix).empty());
+  matrix.EndAssembly();
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 0, 2.0}, {4, 0, 3.0}}));
+}
+
+// ---- compression
+// --------------------------------------------------------------------------------------------
+
+TEST(Assembly, DuplicatesAreSummedAndZerosStay) {
+  ORXSrvSparseMatrix matrix(2, 2);
+  Assemble(matrix, {{1, 1, 2.0}, {1, 0, 7.0}, {1, 1, -2.0}, {0, 1, 0.0}});
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 1, 0.0}, {1, 0, 7.0}, {1, 1, 0.0}}));
+  EXPECT_FALSE(matrix.IsNull());
+  // A negative zero alone stays one; the order of a sum shows in its rounding.
+  Assemble(matrix, {{0, 0, -0.0}, {1, 0, 1e16}, {1, 0, 1.0}, {1, 0, -1e16}});
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 0, -0.0}, {1, 0, 0.0}}));
+}
+
+TEST(Assembly, AnyOrderAndDensityGivesTheSameAsAMap) {
+  for (unsigned seed = 0; seed < 40; ++seed) {
+    auto const rows = static_cast<std::uint32_t>(1 + seed * seed % 97);
+    auto const columns = static_cast<std::uint32_t>(1 + seed * 7 % 61);
+    ExpectAssemblyIs(RandomTriplets(seed, 1 + seed * 53, rows, columns), "seed " + std::to_string(seed));
+  }
+  ExpectAssemblyIs(RandomTriplets(1, 200000, 3000, 3000), "many buckets");
+  ExpectAssemblyIs(RandomTriplets(2, 60000, 40, 50), "long rows");
+  ExpectAssemblyIs(RandomTriplets(3, 60000, 1, 2000), "one row");
+  ExpectAssemblyIs(RandomTriplets(4, 60000, 50000, 1), "one column");
+  ExpectAssemblyIs(RandomTriplets(5, 4000, 3, 2000000), "more columns than the triplets could pay for");
+}
+
+TEST(Assembly, ElementBlocksShareTheirPattern) {
+  // Chains of elements with three unknowns a node: the rows of a node see the same columns in the same order.
+  Entries triplets;
+  std::mt19937 random(5);
+  std::vector<std::uint32_t> elements(6000);
+  std::iota(elements.begin(), elements.end(), 0u);
+  for (bool const scrambled : {false, true}) {
+    if (scrambled) std::shuffle(elements.begin(), elements.end(), random);
+    triplets.clear();
+    for (std::uint32_t const e : elements)
+      for (std::uint32_t i = 0; i < 12; ++i)
+        for (std::uint32_t j = 0; j < 12; ++j) // nodes e, e + 7, e + 3, e + 5: columns not ascending
+          triplets.push_back({3 * (e + i / 3 * 7 % 11) + i % 3, 3 * (e + j / 3 * 7 % 11) + j % 3,
+                              static_cast<double>(random()) * 1e-9});
+    ExpectAssemblyIs(triplets, scrambled ? "scrambled elements" : "elements in order");
+  }
+}
+
+TEST(Assembly, HugeDimensionsCostRowPointersOnly) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix,
+           {{3000000, 2147483646u, 1.0}, {0, 5, 2.0}, {3000000, 0, 3.0}, {3000000, 2147483646u, 0.5}});
+  EXPECT_EQ(matrix.NumberOfColumns(), 2147483647);
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 5, 2.0}, {3000000, 0, 3.0}, {3000000, 2147483646u, 1.5}}));
+}
+
+// ---- symmetric form
+// -----------------------------------------------------------------------------------------
+
+TEST(SymmetricForm, EntriesAreTheDiagonalThenMirroredPairs) {
+  // [1 5 .; 5 2 6; . 6 3]
+  std::vector<double> const diagonal{1, 2, 3};
+  auto const matrix = Access::Adopt({0, 0, 1, 2}, {0, 1}, {5, 6}, &diagonal, 5, 3);
+  EXPECT_EQ(EntriesOf(*matrix),
+            (Entries{{0, 0, 1}, {1, 1, 2}, {2, 2, 3}, {1, 0, 5}, {0, 1, 5}, {2, 1, 6}, {1, 2, 6}}));
+  EXPECT_EQ(Access::SymmetryState(*matrix), 1);
+  EXPECT_FALSE(matrix->IsNull());
+}
+
+TEST(SymmetricForm, IsNullWithoutPairsAndWithAZeroDiagonal) {
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  for (auto const& [diagonal, nonzeros, isNull] : {std::tuple{Doubles{0, -0.0}, 2, true},
+                                                   {Doubles{0, 0}, 0, false},
+                                                   {Doubles{0, 1}, 2, false},
+                                                   {Doubles{0, nan}, 2, false},
+                                                   {Doubles{}, 0, true}}) {
+    std::vector<int> const rowPointers(diagonal.size() + 1, 0);
+    auto const matrix =
+        Access::Adopt(rowPointers, {}, {}, &diagonal, nonzeros, static_cast<int>(diagonal.size()));
+    EXPECT_EQ(matrix->IsNull(), isNull);
+  }
+}
+
+TEST(SymmetricForm, CachedSymmetryNeverChangesHowTheArraysAreRead) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{0, 0, 1.0}, {0, 1, 2.0}, {1, 0, 2.0}});
+  Entries const before = EntriesOf(matrix);
+  Access::SetSymmetryState(matrix, 1);
+  EXPECT_EQ(EntriesOf(matrix), before);
+  EXPECT_FALSE(matrix.IsNull());
+}
+
+TEST(SymmetricForm, AssemblingAnewGivesTheGeneralForm) {
+  std::vector<double> const diagonal{1, 2};
+  auto const matrix = Access::Adopt({0, 0, 1}, {0}, {5}, &diagonal, 3, 2);
+  matrix->AddData(0, 0, 9.0);
+  EXPECT_EQ(Access::SymmetryState(*matrix), 2);
+  EXPECT_EQ(EntriesOf(*matrix).size(), 4u) << "the arrays stay until assembly begins";
+  matrix->AddData(1, 1, 8.0);
+  EXPECT_EQ(Access::SymmetryState(*matrix), 0);
+  matrix->BeginAssembly();
+  EXPECT_TRUE(EntriesOf(*matrix).empty());
+  matrix->EndAssembly();
+  EXPECT_EQ(EntriesOf(*matrix), (Entries{{0, 0, 9.0}, {1, 1, 8.0}}));
+}
+
+// ---- resetting
+// ----------------------------------------------------------------------------------------------
+
+TEST(ResetData, ReplacesTheContentAndTheState) {
+  ORXSrvSparseMatrix matrix(9, 9);
+  Assemble(matrix, {{8, 8, 1.0}});
+  Access::SetSymmetryState(matrix, 2);
+  Access::ResetData(matrix, {{1, 0, 1.0}, {0, 1, 2.0}, {1, 0, 3.0}, {1, 1, 0.0}}, 2, 2);
+  EXPECT_EQ(matrix.NumberOfRows(), 2);
+  EXPECT_EQ(matrix.NumberOfNonzeros(), 3);
+  EXPECT_EQ(Access::SymmetryState(matrix), 0);
+  EXPECT_EQ(Access::RowPointers(matrix), (std::vector<int>{0, 1, 3}));
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 1, 2.0}, {1, 0, 4.0}, {1, 1, 0.0}}));
+}
+
+} // namespace

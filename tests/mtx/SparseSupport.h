@@ -1,0 +1,63 @@
+#pragma once
+
+#include "core/mem_Allocator.h"
+#include "mtx/ORXSrvSparseMatrix.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <ostream>
+#include <vector>
+
+/// Reaches the private builders, which readers of symmetric files and operations use.
+struct ORXSrvSparseMatrixTestAccess {
+  static std::unique_ptr<ORXSrvSparseMatrix> Adopt(std::vector<int> const& rowPointers,
+                                                   std::vector<int> const& columns,
+                                                   std::vector<double> const& values,
+                                                   std::vector<double> const* diagonal, int nonzeros,
+                                                   int numColumns) {
+    auto const copy = []<class T>(std::vector<T> const& v) {
+      T* const array = mem_NewArray<T>(static_cast<std::int64_t>(v.size()));
+      std::copy(v.begin(), v.end(), array);
+      return array;
+    };
+    return std::unique_ptr<ORXSrvSparseMatrix>(
+        new ORXSrvSparseMatrix(reinterpret_cast<unsigned*>(copy(rowPointers)), copy(columns), copy(values),
+                               diagonal != nullptr ? copy(*diagonal) : nullptr, nonzeros,
+                               static_cast<int>(rowPointers.size()) - 1, numColumns));
+  }
+  static void ResetData(ORXSrvSparseMatrix& matrix, std::vector<ORXSrvSparseMatrixEntry> const& entries,
+                        int rows, int columns) {
+    matrix.ResetData(entries.data(), static_cast<int>(entries.size()), rows, columns);
+  }
+  static int SymmetryState(ORXSrvSparseMatrix const& matrix) { return matrix.m_symmetryState; }
+  static void SetSymmetryState(ORXSrvSparseMatrix& matrix, int state) {
+    matrix.m_symmetryState = static_cast<ORXSrvSparseMatrix::SymmetryState>(state);
+  }
+  static std::vector<int> RowPointers(ORXSrvSparseMatrix const& matrix) {
+    if (matrix.m_rowPointers == nullptr) return {};
+    return {matrix.m_rowPointers.get(), matrix.m_rowPointers.get() + matrix.m_arrayRows + 1};
+  }
+};
+
+inline bool operator==(ORXSrvSparseMatrixEntry const& a, ORXSrvSparseMatrixEntry const& b) {
+  return a.row == b.row && a.column == b.column && std::memcmp(&a.value, &b.value, sizeof a.value) == 0;
+}
+inline std::ostream& operator<<(std::ostream& out, ORXSrvSparseMatrixEntry const& e) {
+  return out << '(' << e.row << ", " << e.column << ", " << e.value << ')';
+}
+
+using Entries = std::vector<ORXSrvSparseMatrixEntry>;
+
+inline Entries EntriesOf(ORXSrvSparseMatrix const& matrix) {
+  int count = 0;
+  mem_Array<ORXSrvSparseMatrixEntry> const entries(matrix.GetEntries(count));
+  return {entries.get(), entries.get() + count};
+}
+
+inline void Assemble(ORXSrvSparseMatrix& matrix, Entries const& entries) {
+  matrix.BeginAssembly();
+  for (ORXSrvSparseMatrixEntry const& e : entries)
+    matrix.AddData(e.row, e.column, e.value);
+  matrix.EndAssembly();
+}

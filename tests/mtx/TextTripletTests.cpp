@@ -1,0 +1,258 @@
+#include "MatrixSupport.h"
+#include "SparseSupport.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+
+namespace {
+
+using Access = ORXSrvSparseMatrixTestAccess;
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+/// A file in the test's temporary folder that goes with the object.
+class File {
+public:
+  explicit File(std::string const& content) : File() { std::ofstream(m_path, std::ios::binary) << content; }
+  File() : m_path(testing::TempDir() + "orx_text_triplets_" + std::to_string(++count) + ".txt") {}
+  File(File const&) = delete;
+  File& operator=(File const&) = delete;
+  ~File() { std::remove(m_path.c_str()); }
+  char const* Path() const { return m_path.c_str(); }
+  std::string Content() const {
+    std::ostringstream text;
+    text << std::ifstream(m_path, std::ios::binary).rdbuf();
+    return text.str();
+  }
+
+private:
+  static inline int count = 0;
+  std::string m_path;
+};
+
+Entries Imported(std::string const& content, int format = 3) {
+  File const file(content);
+  ORXSrvSparseMatrix matrix(0, 0);
+  matrix.Import(file.Path(), format);
+  return EntriesOf(matrix);
+}
+
+// ---- reading
+// ------------------------------------------------------------------------------------------------
+
+TEST(TextImport, SumsDuplicatesAndTakesTheLargestIndicesAsShape) {
+  for (int const format : {2, 3}) {
+    File const file("1 1 2.0\n1 1 3.0\n3 2 1.0\n");
+    ORXSrvSparseMatrix matrix(7, 7);
+    Assemble(matrix, {{6, 6, 1.0}});
+    matrix.Import(file.Path(), format);
+    EXPECT_EQ(matrix.NumberOfRows(), 3);
+    EXPECT_EQ(matrix.NumberOfColumns(), 2);
+    EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 0, 5.0}, {2, 1, 1.0}}));
+    EXPECT_EQ(Access::SymmetryState(matrix), 0);
+    matrix.AddData(0, 0, 1.0);
+    matrix.EndAssembly(); // an imported matrix is assembled: no effect
+    EXPECT_EQ(matrix.NumberOfNonzeros(), 2);
+  }
+}
+
+TEST(TextImport, EmptyFilesAreEmptyMatrices) {
+  for (char const* content : {"", "\n", " \t\r\n\n  "}) {
+    File const file(content);
+    ORXSrvSparseMatrix matrix(3, 3);
+    Assemble(matrix, {{0, 0, 1.0}});
+    matrix.Import(file.Path(), 3);
+    EXPECT_EQ(matrix.NumberOfRows(), 0);
+    EXPECT_EQ(matrix.NumberOfColumns(), 0);
+    EXPECT_TRUE(EntriesOf(matrix).empty());
+  }
+}
+
+TEST(TextImport, AcceptsEverySpellingOfANumber) {
+  EXPECT_EQ(Imported("1 1 1e3\n1 2 +2.5E-1\n+1 3 -3d2\n1\t4 .5D+1\r\n\r\n1 5 7.\n1 6 -0\n1 7\n\n8 2 1 1"),
+            (Entries{{0, 0, 1000},
+                     {0, 1, 0.25},
+                     {0, 2, -300},
+                     {0, 3, 5},
+                     {0, 4, 7},
+                     {0, 5, -0.0},
+                     {0, 6, 8},
+                     {1, 0, 1}}));
+  EXPECT_EQ(
+      Imported("1 1 inf 1 2 -INF 1 3 1e-400 1 4 0.1000000000000000055511151231257827021181583404541015625"),
+      (Entries{{0, 0, infinity}, {0, 1, -infinity}, {0, 2, 0.0}, {0, 3, 0.1}}));
+  EXPECT_TRUE(std::isnan(Imported("1 1 nan").front().value));
+}
+
+TEST(TextImport, ReadsTheLargestIndex) {
+  File const file("1 2147483647 1\n");
+  ORXSrvSparseMatrix matrix(0, 0);
+  matrix.Import(file.Path(), 3);
+  EXPECT_EQ(matrix.NumberOfColumns(), 2147483647);
+}
+
+struct Malformed {
+  char const* content;
+  int line;
+  char const* detail;
+};
+
+TEST(TextImport, MalformedItemsAreErrorsWithPathAndLineAndLeaveTheMatrix) {
+  constexpr Malformed all[] = {
+      {"0 1 1.0\n", 1, "a row of 1 to 2147483647 expected, found \"0\""},
+      {"1 1 1\n1 -4 1\n", 2, "a column of 1 to 2147483647 expected, found \"-4\""},
+      {"1 1 1\n\n\n2147483648 1 1\n", 4, "a row of 1 to 2147483647 expected, found \"2147483648\""},
+      {"1 99999999999999999999 1\n", 1,
+       "a column of 1 to 2147483647 expected, found \"99999999999999999999\""},
+      {"1.0 1 1\n", 1, "a row of 1 to 2147483647 expected, found \"1.0\""},
+      {"1 1 2.0x\n", 1, "a value expected, found \"2.0x\""},
+      {"1 1 1\r\n1 1 1,5\r\n", 2, "a value expected, found \"1,5\""},
+      {"1 1 0x10\n", 1, "a value expected, found \"0x10\""},
+      {"1 1 1e\n", 1, "a value expected, found \"1e\""},
+      {"1 1 .\n", 1, "a value expected, found \".\""},
+      {"1 1 --1\n", 1, "a value expected, found \"--1\""},
+      {"1 1 1e999\n", 1, "a value that fits a double expected, found \"1e999\""},
+      {"%%MatrixMarket matrix coordinate\n1 1 1\n", 1,
+       "a row of 1 to 2147483647 expected, found \"%%MatrixMarket\""},
+      {"1 1 1\n1 1 1\n1 1\n", 3, "a value expected, found the end of the file"},
+      {"1 1 1\n2\n", 2, "a column expected, found the end of the file"},
+  };
+  for (Malformed const& bad : all) {
+    File const file(bad.content);
+    ORXSrvSparseMatrix matrix(0, 0);
+    Assemble(matrix, {{0, 2, 4.0}});
+    EXPECT_EQ(Raised([&] { matrix.Import(file.Path(), 3); }),
+              "202 ORXSrvSparseImExPorter: Failed to open file " + std::string(file.Path()) + ", line " +
+                  std::to_string(bad.line) + ": " + bad.detail + ".");
+    EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 2, 4.0}}));
+    EXPECT_EQ(matrix.NumberOfColumns(), 3);
+  }
+}
+
+TEST(TextImport, LongJunkIsQuotedInPart) {
+  File const file("1 1 " + std::string(3000000, 'z'));
+  ORXSrvSparseMatrix matrix(0, 0);
+  std::string const text = Raised([&] { matrix.Import(file.Path(), 3); });
+  EXPECT_NE(text.find("line 1: a value expected, found \"zzzz"), std::string::npos) << text;
+  EXPECT_LT(text.size(), 300u);
+}
+
+TEST(TextImport, FilesThatCannotBeReadAreErrors) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  EXPECT_EQ(Raised([&] { matrix.Import("/no/such/file", 2); }),
+            "202 ORXSrvSparseImExPorter: Failed to open file /no/such/file.");
+  EXPECT_EQ(Raised([&] { matrix.Import("/", 3); }),
+            "202 ORXSrvSparseImExPorter: Failed to open file /: Is a directory.");
+}
+
+TEST(TextImport, ItemsMayStandAnywhereInTheReadersBuffer) {
+  // Lines of growing length, blanks between items of up to a megabyte: every item straddles a refill
+  // somewhere.
+  std::string content;
+  Entries expected;
+  std::mt19937 random(1);
+  for (std::uint32_t k = 0; k < 100000; ++k) {
+    content += std::to_string(k + 1) + std::string(1 + random() % 5, ' ') + std::to_string(k % 7 + 1) +
+               (random() % 3 == 0 ? "\n" : "\t") + std::to_string(k) + ".25\n";
+    if (k % 30000 == 29999) content += std::string(1500000, k % 2 == 0 ? ' ' : '\n');
+    expected.push_back({k, k % 7, k + 0.25});
+  }
+  EXPECT_TRUE(Imported(content) == expected);
+  content += "0 1 1";
+  File const file(content);
+  ORXSrvSparseMatrix matrix(0, 0);
+  auto const lines = std::count(content.begin(), content.end(), '\n') + 1;
+  EXPECT_NE(Raised([&] { matrix.Import(file.Path(), 3); }).find("line " + std::to_string(lines) + ":"),
+            std::string::npos);
+}
+
+TEST(TextImport, RefusesOtherFormats) {
+  File const file("1 1 1\n");
+  ORXSrvSparseMatrix matrix(2, 2);
+  for (int const format : {-1, 4, 5, 8, 99})
+    EXPECT_EQ(Raised([&] { matrix.Import(file.Path(), format); }),
+              "210 ORXSrvSparseImExPorter: Unsupported import format.");
+  for (int const format : {-1, 0, 1, 2, 8})
+    EXPECT_EQ(Raised([&] { matrix.Export(file.Path(), format, nullptr); }),
+              "207 ORXSrvSparseImExPorter: Unsupported export format.");
+  EXPECT_EQ(file.Content(), "1 1 1\n");
+}
+
+// ---- writing
+// ------------------------------------------------------------------------------------------------
+
+TEST(TextExport, WritesTheStatedBytes) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{2, 0, -0.1}, {0, 11, 1e-300}, {0, 3, 0.0}, {1, 0, infinity}});
+  File const file;
+  matrix.Export(file.Path(), 3, nullptr);
+  EXPECT_EQ(file.Content(), "1 4 0.000000000000000e+00\n"
+                            "1 12 1.000000000000000e-300\n"
+                            "2 1                inf\n"
+                            "3 1 -1.000000000000000e-01\n");
+}
+
+TEST(TextExport, SymmetricFormIsTheDiagonalThenPairs) {
+  std::vector<double> const diagonal{1, 2, 3};
+  auto const matrix = Access::Adopt({0, 0, 1, 2}, {0, 1}, {5, 6}, &diagonal, 5, 3);
+  File const file;
+  matrix->Export(file.Path(), 3, nullptr);
+  EXPECT_EQ(file.Content(),
+            "1 1 1.000000000000000e+00\n2 2 2.000000000000000e+00\n3 3 3.000000000000000e+00\n"
+            "2 1 5.000000000000000e+00\n1 2 5.000000000000000e+00\n"
+            "3 2 6.000000000000000e+00\n2 3 6.000000000000000e+00\n");
+}
+
+TEST(TextExport, IsWhatPrintfWritesForAMillionBytes) {
+  std::mt19937_64 random(9);
+  Entries entries;
+  for (std::uint32_t k = 0; k < 40000; ++k) {
+    std::uint64_t const bits = random();
+    double value = 0.0;
+    std::memcpy(&value, &bits, sizeof value);
+    entries.push_back({k * 1000, static_cast<std::uint32_t>(bits % 2147483647), value});
+  }
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, entries);
+  File const file;
+  matrix.Export(file.Path(), 3, nullptr);
+  std::string expected;
+  for (ORXSrvSparseMatrixEntry const& e : entries) {
+    char line[80];
+    std::snprintf(line, sizeof line, "%ld %ld %18.15le\n", e.row + 1L, e.column + 1L, e.value);
+    expected += line;
+  }
+  EXPECT_TRUE(file.Content() == expected);
+}
+
+TEST(TextExport, WhatIsWrittenIsReadBackToSixteenDigits) {
+  Entries const entries{
+      {0, 0, 0.1}, {0, 5, -1.0 / 3.0}, {4, 2, 5e-324}, {5, 5, std::numeric_limits<double>::max() / 2}};
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, entries);
+  File const file;
+  matrix.Export(file.Path(), 3, nullptr);
+  ORXSrvSparseMatrix back(0, 0);
+  back.Import(file.Path(), 3);
+  Entries const read = EntriesOf(back);
+  ASSERT_EQ(read.size(), entries.size());
+  for (std::size_t k = 0; k < read.size(); ++k)
+    EXPECT_LE(std::abs(read[k].value - entries[k].value), 5e-16 * std::abs(entries[k].value));
+}
+
+TEST(TextExport, FailuresCarryThePathAndTheReason) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{0, 0, 1.0}});
+  EXPECT_EQ(Raised([&] { matrix.Export("/no/such/folder/k.txt", 3, nullptr); }),
+            "208 Error at writing to file: /no/such/folder/k.txt: No such file or directory");
+  EXPECT_EQ(Raised([&] { matrix.Export("/dev/full", 3, nullptr); }),
+            "208 Error at writing to file: /dev/full: No space left on device");
+}
+
+} // namespace
