@@ -124,17 +124,17 @@ public:
                                   ORXSrvMatrix& eigenvectors);
 
 private:
-  bool HasFullStorage() const noexcept;
+  ORX_LOCAL bool HasFullStorage() const noexcept;
   bool HasShapeOf(ORXSrvMatrix const& other) const noexcept {
     return m_dim1 == other.m_dim1 && m_dim2 == other.m_dim2;
   }
-  bool IsBlock(int firstRow, int lastRow, int firstColumn, int lastColumn) const noexcept;
-  bool HoldsSlice(ORXSrvMatrix const& source, int rowOffset, int columnOffset) const noexcept;
-  bool HoldsDiagonalOf(int rows, std::int64_t step) const noexcept;
-  void AddScaled(double factor, ORXSrvMatrix const& source, char const* operation);
-  void TransposeRectangle();
-  void InvertDiagonal();
-  void CopyFullTo(ORXSrvMatrix& target) const;
+  ORX_LOCAL bool IsBlock(int firstRow, int lastRow, int firstColumn, int lastColumn) const noexcept;
+  ORX_LOCAL bool HoldsSlice(ORXSrvMatrix const& source, int rowOffset, int columnOffset) const noexcept;
+  ORX_LOCAL bool HoldsDiagonalOf(int rows, std::int64_t step) const noexcept;
+  ORX_LOCAL void AddScaled(double factor, ORXSrvMatrix const& source, char const* operation);
+  ORX_LOCAL void TransposeRectangle();
+  ORX_LOCAL void InvertDiagonal();
+  ORX_LOCAL void CopyFullTo(ORXSrvMatrix& target) const;
 
   double* m_values;
   std::int32_t m_dim1; ///< rows

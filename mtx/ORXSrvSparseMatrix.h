@@ -93,16 +93,16 @@ private:
   enum SymmetryState : std::int32_t { unknown = 0, symmetric = 1, unsymmetric = 2 };
 
   /// Adopts the arrays. With a diagonal the matrix is in symmetric form.
-  ORXSrvSparseMatrix(unsigned* rowPointers, int* columnIndices, double* values, double* diagonal,
-                     int nonzeros, int rows, int columns);
+  ORX_LOCAL ORXSrvSparseMatrix(unsigned* rowPointers, int* columnIndices, double* values, double* diagonal,
+                               int nonzeros, int rows, int columns);
   void GrowToHold(std::uint32_t row, std::uint32_t column);
   /// Replaces the content by the general form of unsorted entries, whose rows are below `rows` and columns
   /// below `columns`. On failure the matrix is as before.
-  void ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
+  ORX_LOCAL void ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
   /// changes how the arrays are read.
   bool IsSymmetricForm() const noexcept { return m_diagonal != nullptr; }
-  void Adopt(CompressedRows&& compressed) noexcept;
+  ORX_LOCAL void Adopt(CompressedRows&& compressed) noexcept;
   int StoredEntries() const noexcept { return m_rowPointers != nullptr ? m_rowPointers[m_arrayRows] : 0; }
 
   cow_List<ORXSrvSparseMatrixEntry> m_entries; ///< added since the last EndAssembly

@@ -1,0 +1,69 @@
+#include "ToolSupport.h"
+
+#include "tools/Memory.h"
+#include "tools/Progress.h"
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+/// What a progress line leaves in a stream when the work takes `duration`.
+std::string ToldDuring(std::chrono::milliseconds duration, std::chrono::milliseconds period) {
+  std::unique_ptr<std::FILE, CloseFile> const stream(std::tmpfile());
+  {
+    tool::Progress const progress("solving", stream.get(), period);
+    std::this_thread::sleep_for(duration);
+  }
+  std::string text(static_cast<std::size_t>(std::ftell(stream.get())), '\0');
+  std::rewind(stream.get());
+  EXPECT_EQ(std::fread(text.data(), 1, text.size(), stream.get()), text.size());
+  return text;
+}
+
+TEST(Progress, TellsTheActivityAndErasesItsLine) {
+  std::string const told = ToldDuring(200ms, 10ms);
+
+  EXPECT_TRUE(told.starts_with("\rorxmtx: solving: 2 s\033[K\rorxmtx: solving: 3 s\033[K")) << told;
+  EXPECT_TRUE(told.ends_with("s\033[K\r\033[K")) << told;
+}
+
+TEST(Progress, ShortWorkLeavesNoTraceAndIsNotHeldUp) {
+  auto const start = std::chrono::steady_clock::now();
+
+  EXPECT_EQ(ToldDuring(0ms, 60'000ms), "");
+
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+}
+
+TEST(Memory, RefusesWhatDoesNotFitAndSaysHowMuch) {
+  // Four matrices of 10000 x 10000 doubles are 3.2 GB, and columns of workspace.
+  EXPECT_EQ(Ending([] { tool::RequireFits(10000, 3'000'000'000U); }),
+            "3 order 10000: the dense matrices need 3.2 GB of memory, 3.0 GB are available");
+  EXPECT_EQ(Ending([] { tool::RequireFits(10000, 3'300'000'000U); }), "no error");
+  EXPECT_EQ(Ending([] { tool::RequireFits(10000, {}); }), "no error");
+}
+
+TEST(Memory, RefusesOrdersBeyondTheEigensolver) {
+  EXPECT_EQ(Ending([] { tool::RequireFits(32766, {}); }), "no error");
+  EXPECT_CONTAINS(Ending([] { tool::RequireFits(32767, {}); }), "3 order 32767");
+  EXPECT_CONTAINS(Ending([] { tool::RequireFits(2147483647, 1U); }), "orders up to 32766");
+}
+
+TEST(Memory, TheSystemSaysWhatIsAvailable) {
+  auto const available = tool::AvailableMemory();
+
+  if (!std::filesystem::exists("/proc/meminfo")) GTEST_SKIP() << "no /proc/meminfo";
+  ASSERT_TRUE(available);
+  EXPECT_GT(*available, 10'000'000U) << "kilobytes taken for bytes?";
+}
+
+} // namespace

@@ -1,0 +1,202 @@
+#include "ToolSupport.h"
+
+#include "tools/ModalProblem.h"
+
+#include <cmath>
+#include <numbers>
+
+namespace {
+
+using std::numbers::pi;
+using tool::ModalSolution;
+using tool::Mode;
+using tool::SolveModes;
+using tool::SymmetricMatrix;
+
+std::vector<double> Eigenvalues(ModalSolution const& solution) {
+  std::vector<double> values;
+  for (Mode const& mode : solution.modes)
+    values.push_back(mode.eigenvalue);
+  return values;
+}
+
+void ExpectNear(std::vector<double> const& found, std::vector<double> const& expected, double tolerance) {
+  ASSERT_EQ(found.size(), expected.size());
+  for (std::size_t i = 0; i < found.size(); ++i)
+    EXPECT_NEAR(found[i], expected[i], tolerance) << "at " << i;
+}
+
+SymmetricMatrix Identity(int order, double value = 1.0) {
+  std::vector<tool::Entry> diagonal;
+  for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(order); ++i)
+    diagonal.push_back({i, i, value});
+  return {order, diagonal};
+}
+
+/// Springs of stiffness 1 between `order` neighbours; with `fixed` also from both ends to the ground.
+SymmetricMatrix Chain(int order, bool fixed) {
+  std::vector<tool::Entry> lower;
+  for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(order); ++i) {
+    bool const isEnd = i == 0 || i + 1 == static_cast<std::uint32_t>(order);
+    lower.push_back({i, i, isEnd && !fixed ? 1.0 : 2.0});
+    if (i > 0) lower.push_back({i, i - 1, -1.0});
+  }
+  return {order, lower};
+}
+
+TEST(Modes, TwoMassesBetweenWalls) {
+  //   2 -1       lambda 1 with (1, 1), 3 with (1, -1), at unit mass; both masses are 4
+  //  -1  2
+  ModalSolution const s = SolveModes(Symmetric({{2, -1}, {-1, 2}}), Identity(2, 4.0), 2);
+
+  EXPECT_TRUE(s.isStiffnessDefinite);
+  EXPECT_TRUE(s.isMassDefinite);
+  EXPECT_EQ(s.shift, 0.0);
+  EXPECT_EQ(s.infiniteEigenvalues, 0);
+  ExpectNear(Eigenvalues(s), {0.25, 0.75}, 1e-15);
+  double const scaled = 0.5 / std::sqrt(2.0); // x^T M x = 1
+  ExpectNear(s.modes[0].shape, {scaled, scaled}, 1e-15);
+  ExpectNear(s.modes[1].shape, {scaled, -scaled}, 1e-15);
+  EXPECT_NEAR(tool::Frequency(s.modes[0]), 0.25 / pi, 1e-15);
+  EXPECT_LT(s.modes[1].residual, 1e-15);
+}
+
+TEST(Modes, MasslessUnknownsHaveInfiniteEigenvalues) {
+  //   2 -1     M = diag(1, 0): the spring behind the massless unknown carries nothing, lambda = 2 - 1
+  //  -1  1
+  ModalSolution const s = SolveModes(Symmetric({{2, -1}, {-1, 1}}), Symmetric({{1, 0}, {0, 0}}), 2);
+
+  EXPECT_TRUE(s.isStiffnessDefinite);
+  EXPECT_FALSE(s.isMassDefinite);
+  EXPECT_EQ(s.infiniteEigenvalues, 1);
+  EXPECT_EQ(s.finiteEigenvalues, 1);
+  ExpectNear(Eigenvalues(s), {1.0}, 1e-15);
+  ExpectNear(s.modes[0].shape, {1.0, 1.0}, 1e-15);
+}
+
+TEST(Modes, FreeBodyHasARigidMode) {
+  ModalSolution const s = SolveModes(Chain(2, false), Identity(2), 2);
+
+  EXPECT_FALSE(s.isStiffnessDefinite);
+  EXPECT_TRUE(s.isMassDefinite);
+  EXPECT_GT(s.shift, 0.0);
+  ExpectNear(Eigenvalues(s), {0.0, 2.0}, 1e-15);
+  EXPECT_TRUE(s.modes[0].isRigid);
+  EXPECT_EQ(tool::Frequency(s.modes[0]), 0.0);
+  EXPECT_FALSE(s.modes[1].isRigid);
+}
+
+TEST(Modes, FreeBodyWithAMasslessUnknown) {
+  // Two unit masses, a massless joint between two unit springs: a spring of 1/2, lambda 0 and 1.
+  ModalSolution const s = SolveModes(Chain(3, false), Symmetric({{1, 0, 0}, {0, 0, 0}, {0, 0, 1}}), 3);
+
+  EXPECT_FALSE(s.isStiffnessDefinite);
+  EXPECT_FALSE(s.isMassDefinite);
+  EXPECT_EQ(s.infiniteEigenvalues, 1);
+  ExpectNear(Eigenvalues(s), {0.0, 1.0}, 1e-14);
+  EXPECT_TRUE(s.modes[0].isRigid);
+  ExpectNear(s.modes[1].shape, {std::sqrt(0.5), 0.0, -std::sqrt(0.5)}, 1e-14);
+}
+
+TEST(Modes, BodyWithoutStiffnessIsAllRigid) {
+  ModalSolution const s = SolveModes({3, {}}, Symmetric({{2, 0, 0}, {0, 1, 0}, {0, 0, 1.1}}), 3);
+
+  ASSERT_EQ(s.modes.size(), 3U);
+  for (Mode const& mode : s.modes) {
+    EXPECT_TRUE(mode.isRigid);
+    EXPECT_EQ(mode.residual, 0.0) << "a residual of the rounding errors in lambda alone says nothing";
+  }
+}
+
+TEST(Modes, NegativeStiffnessHasImaginaryFrequency) {
+  ModalSolution const s = SolveModes(Symmetric({{-4, 0}, {0, 9}}), Identity(2), 2);
+
+  ExpectNear(Eigenvalues(s), {-4.0, 9.0}, 1e-14);
+  EXPECT_NEAR(tool::Frequency(s.modes[0]), -1.0 / pi, 1e-15);
+  EXPECT_FALSE(s.modes[0].isRigid);
+}
+
+TEST(Modes, IndefiniteMassIsCountedAndOrderedByMagnitude) {
+  // lambda = 6 / 1, 1 / -1, 8 / 4
+  ModalSolution const s = SolveModes(Symmetric({{6, 0, 0}, {0, 1, 0}, {0, 0, 8}}),
+                                     Symmetric({{1, 0, 0}, {0, -1, 0}, {0, 0, 4}}), 3);
+
+  EXPECT_EQ(s.negativeMasses, 1);
+  ExpectNear(Eigenvalues(s), {-1.0, 2.0, 6.0}, 1e-14);
+}
+
+TEST(Modes, UnknownsWithoutStiffnessAndMassAreLeftOut) {
+  ModalSolution const s = SolveModes(Symmetric({{2, 0, -1}, {0, 0, 0}, {-1, 0, 2}}),
+                                     Symmetric({{1, 0, 0}, {0, 0, 0}, {0, 0, 1}}), 3);
+
+  EXPECT_EQ(s.emptyUnknowns, (std::vector<int>{1}));
+  EXPECT_TRUE(s.isMassDefinite);
+  ExpectNear(Eigenvalues(s), {1.0, 3.0}, 1e-14);
+  ExpectNear(s.modes[0].shape, {std::sqrt(0.5), 0.0, std::sqrt(0.5)}, 1e-14);
+}
+
+TEST(Modes, KnownErrorsOfKWidenWhatIsRigid) {
+  SymmetricMatrix const noisy = Symmetric({{1, -1}, {-1, 1 - 1e-11}});
+
+  ModalSolution const exact = SolveModes(noisy, Identity(2), 2);
+  ModalSolution const rounded = SolveModes(noisy, Identity(2), 2, 1e-10);
+
+  EXPECT_FALSE(exact.modes[0].isRigid);
+  EXPECT_LT(tool::Frequency(exact.modes[0]), 0.0);
+  EXPECT_NEAR(exact.modes[0].stiffnessShare, 1e-11 / 4, 1e-13);
+  EXPECT_TRUE(rounded.modes[0].isRigid);
+  EXPECT_FALSE(rounded.modes[1].isRigid);
+}
+
+TEST(Modes, NoDefiniteCombinationIsAnError) {
+  EXPECT_CONTAINS(Ending([] {
+                    SolveModes(Symmetric({{1, 0}, {0, -4}}), Symmetric({{1, 0}, {0, 0}}), 1);
+                  }),
+                  "Unknown 2 has the diagonal values K = -4 and M = 0");
+  // The same motion, (1, 1), has neither stiffness nor mass.
+  EXPECT_CONTAINS(Ending([] { SolveModes(Chain(2, false), Chain(2, false), 1); }),
+                  "3 neither M nor K is positive definite");
+  EXPECT_CONTAINS(Ending([] { SolveModes(Identity(2), {2, {}}, 1); }), "1 M holds no value other than 0");
+}
+
+// The lowest of a wide spectrum to nearly all digits, which K x = lambda M x solved as it stands does not
+// give: its errors are roundings of the largest eigenvalue.
+TEST(Modes, LowEndOfAFixedChainIsAccurate) {
+  constexpr int n = 300;
+
+  ModalSolution const s = SolveModes(Chain(n, true), Identity(n), 5);
+
+  for (int k = 1; k <= 5; ++k) {
+    double const exact = 4.0 * std::pow(std::sin(k * pi / (2.0 * (n + 1))), 2);
+    EXPECT_NEAR(s.modes[k - 1].eigenvalue / exact, 1.0, 2e-13) << k;
+  }
+}
+
+// Adding sigma M rounds K once more, so the low end of a free body has the errors of that: 2^-53 of 2 +
+// sigma.
+TEST(Modes, LowEndOfAFreeChainIsAccurate) {
+  constexpr int n = 300;
+
+  ModalSolution const s = SolveModes(Chain(n, false), Identity(n), 5);
+
+  EXPECT_TRUE(s.modes[0].isRigid);
+  for (int k = 1; k < 5; ++k) {
+    double const exact = 4.0 * std::pow(std::sin(k * pi / (2.0 * n)), 2);
+    EXPECT_NEAR(s.modes[k].eigenvalue / exact, 1.0, 5e-12) << k;
+    EXPECT_FALSE(s.modes[k].isRigid);
+  }
+}
+
+// The first guess of the shift goes by the diagonals and is 11 decades too low here.
+TEST(Modes, ShiftMovesToWhereTheEigenvaluesAre) {
+  double const m = 1e8; // one heavy mass, two unit masses: m lambda^2 - (3m + 1) lambda + m + 2 = 0
+  double const root = std::sqrt((3 * m + 1) * (3 * m + 1) - 4 * m * (m + 2));
+
+  ModalSolution const s = SolveModes(Chain(3, false), Symmetric({{m, 0, 0}, {0, 1, 0}, {0, 0, 1}}), 3);
+
+  EXPECT_TRUE(s.modes[0].isRigid);
+  EXPECT_NEAR(s.modes[1].eigenvalue, 2 * (m + 2) / (3 * m + 1 + root), 1e-14);
+  EXPECT_NEAR(s.modes[2].eigenvalue, (3 * m + 1 + root) / (2 * m), 1e-14);
+}
+
+} // namespace

@@ -1,0 +1,170 @@
+#include "ToolSupport.h"
+
+#include <cmath>
+#include <numbers>
+
+// The program from outside: exit codes, what goes to which stream, and the formats that scripts rely on.
+
+namespace {
+
+/// Two unit masses between three unit springs: lambda 1 and 3.
+struct TwoMasses {
+  TemporaryFolder folder;
+  std::string k = folder.Write("K.txt", "1 1 2\n1 2 -1\n2 1 -1\n2 2 2\n");
+  std::string m = folder.Write("M.txt", "1 1 1\n2 2 1\n");
+  std::string Pair() const { return k + " " + m; }
+};
+
+void ExpectFailure(RunResult const& result, int exitCode, std::string const& message) {
+  EXPECT_EQ(result.exitCode, exitCode);
+  EXPECT_EQ(result.out, "");
+  EXPECT_TRUE(result.err.starts_with("orxmtx: ")) << result.err;
+  EXPECT_CONTAINS(result.err, message);
+}
+
+TEST(Program, PrintsModesForPeopleAndScripts) {
+  TwoMasses const files;
+
+  RunResult const result = RunTool("modes " + files.Pair());
+
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_CONTAINS(result.out, "order 2, 4 entries, both triangles, exactly symmetric\n");
+  EXPECT_CONTAINS(result.out, "# M and K are positive definite: solved as M x = nu K x");
+  EXPECT_CONTAINS(result.out, "# 10 modes asked for, there are 2\n");
+  auto const modes = ReadModes(result.out);
+  ASSERT_EQ(modes.size(), 2U);
+  EXPECT_EQ(modes[1].number, 2);
+  EXPECT_NEAR(static_cast<double>(modes[1].eigenvalue), 3.0, 1e-14);
+  EXPECT_NEAR(modes[1].frequency, std::sqrt(3.0) / (2 * std::numbers::pi), 1e-14);
+  EXPECT_LT(modes[1].residual, 1e-14);
+}
+
+TEST(Program, CountLimitsTheModes) {
+  TwoMasses const files;
+
+  EXPECT_EQ(ReadModes(RunTool("modes -n 1 " + files.Pair()).out).size(), 1U);
+}
+
+TEST(Program, WritesShapesAsOneBasedTriplets) {
+  TwoMasses const files;
+
+  RunResult const result = RunTool("modes " + files.Pair() + " --shapes " + files.folder.Path("S.txt"));
+
+  EXPECT_EQ(result.exitCode, 0);
+  std::istringstream shapes(files.folder.Read("S.txt"));
+  double const half = std::sqrt(0.5);
+  for (std::vector<double> const& expected :
+       {std::vector<double>{1, 1, half}, {1, 2, half}, {2, 1, half}, {2, 2, -half}}) {
+    double row = 0;
+    double mode = 0;
+    double value = 0;
+    ASSERT_TRUE(shapes >> row >> mode >> value);
+    EXPECT_EQ(row, expected[0]);
+    EXPECT_EQ(mode, expected[1]);
+    EXPECT_NEAR(value, expected[2], 1e-14);
+  }
+}
+
+TEST(Program, NeverOverwritesAnInput) {
+  TwoMasses const files;
+  std::string const before = files.folder.Read("M.txt");
+
+  ExpectFailure(RunTool("modes " + files.Pair() + " --shapes " + files.folder.Path("./M.txt")), 2,
+                "names the input file");
+
+  EXPECT_EQ(files.folder.Read("M.txt"), before);
+}
+
+TEST(Program, ShorterMatrixIsContinuedByZeros) {
+  TwoMasses const files;
+  std::string const m = files.folder.Write("short.txt", "1 1 1\n");
+
+  RunResult const result = RunTool("modes " + files.k + " " + m);
+
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_CONTAINS(result.out,
+                  "# M ends at row 1, the other matrix at row 2: what follows is taken as zero\n");
+  EXPECT_CONTAINS(result.out, "# M is not positive definite, K is");
+  EXPECT_CONTAINS(result.out, "# 1 eigenvalue infinite");
+  ASSERT_EQ(ReadModes(result.out).size(), 1U);
+  EXPECT_NEAR(static_cast<double>(ReadModes(result.out)[0].eigenvalue), 1.5, 1e-14);
+}
+
+TEST(Program, SaysWhatItAveragedAndWhatIsRigid) {
+  TwoMasses const files;
+  std::string const k = files.folder.Write("free.txt", "1 1 1\n1 2 -1\n2 1 -1.00000000001\n2 2 1\n");
+
+  RunResult const result = RunTool("modes " + k + " " + files.m);
+
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_CONTAINS(result.out,
+                  "both triangles, averaged: relative difference 1e-11, worst pair (2, 1) = -1.00000000001");
+  EXPECT_CONTAINS(result.out, "# M is positive definite, K is not, K + sigma M is");
+  EXPECT_CONTAINS(result.out, "# 1 mode rigid");
+  ASSERT_EQ(ReadModes(result.out).size(), 2U);
+  EXPECT_EQ(ReadModes(result.out)[0].frequency, 0.0);
+}
+
+TEST(Program, WarnsOfModesThatMayBeRigidInFewDigits) {
+  TwoMasses const files;
+  std::string const k = files.folder.Write("free.txt", "1 1 1\n1 2 -1\n2 2 0.99999999999\n");
+
+  std::string const out = RunTool("modes " + k + " " + files.m).out;
+
+  EXPECT_CONTAINS(out, "# 1 mode with a negative eigenvalue: the frequency is imaginary");
+  EXPECT_CONTAINS(out, "# 1 mode with x^T K x at most 2.5e-12 of its terms: rigid, if");
+}
+
+TEST(Program, UnusableInputIsExitCode1) {
+  TwoMasses const files;
+  auto const modesOf = [&](std::string const& text) {
+    return RunTool("modes " + files.folder.Write("bad.txt", text) + " " + files.m);
+  };
+
+  ExpectFailure(RunTool("info " + files.folder.Path("none.txt")), 1, "none.txt': No such file or directory");
+  ExpectFailure(RunTool("info " + files.folder.Path("")), 1, "Is a directory");
+  ExpectFailure(modesOf("1 1 2\n1 x 2\n"), 1, "bad.txt");
+  ExpectFailure(modesOf("1 1 2\n1 x 2\n"), 1, "line 2");
+  ExpectFailure(modesOf(""), 1, "is empty");
+  ExpectFailure(modesOf("1 1 2\n1 2 -1\n2 1 1\n2 2 2\n"), 1, "not symmetric: (2, 1) = 1, (1, 2) = -1");
+  ExpectFailure(modesOf("1 1 2\n1 2 -1\n2 1 -1\n3 1 2\n"), 1, "3 x 2, expected a square");
+}
+
+TEST(Program, WrongUsageIsExitCode2) {
+  TwoMasses const files;
+
+  ExpectFailure(RunTool(""), 2, "subcommand");
+  ExpectFailure(RunTool("modes " + files.k), 2, "M is required");
+  ExpectFailure(RunTool("modes -n 0 " + files.Pair()), 2, "--count");
+  ExpectFailure(RunTool("modes -n many " + files.Pair()), 2, "--count");
+  ExpectFailure(RunTool("info --loud " + files.k), 2, "--loud");
+}
+
+TEST(Program, FailedWorkIsExitCode3) {
+  TwoMasses const files;
+  std::string manyRows;
+  for (int i = 1; i <= 40000; ++i)
+    manyRows += std::to_string(i) + " " + std::to_string(i) + " 1\n";
+  std::string const large = files.folder.Write("large.txt", manyRows);
+
+  ExpectFailure(RunTool("modes " + large + " " + large), 3, "order 40000: the dense");
+  ExpectFailure(RunTool("modes " + files.folder.Write("K1.txt", "1 1 1\n2 2 -1\n") + " " +
+                        files.folder.Write("M1.txt", "1 1 1\n")),
+                3, "Unknown 2 has");
+  ExpectFailure(RunTool("modes " + files.Pair() + " --shapes " + files.folder.Path("none/S.txt")), 3,
+                "S.txt");
+  if (access("/dev/full", W_OK) == 0)
+    ExpectFailure(RunTool("info " + files.k + " >/dev/full"), 3, "standard output");
+}
+
+TEST(Program, HelpNamesTheExitCodesAndVersionTheVersion) {
+  RunResult const help = RunTool("--help");
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_EQ(help.err, "");
+  EXPECT_CONTAINS(help.out, "Exit codes:");
+  EXPECT_CONTAINS(help.out, "modes");
+  EXPECT_EQ(RunTool("--version").out, "orxmtx " ORXMTX_VERSION "\n");
+}
+
+} // namespace

@@ -1,0 +1,123 @@
+#pragma once
+
+#include "tools/MatrixFile.h"
+#include "tools/Symmetry.h"
+#include "tools/ToolError.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+using Rows = std::initializer_list<std::initializer_list<double>>;
+
+/// Stores what is not 0 of a matrix written row by row, as on paper.
+inline tool::MatrixEntries Sparse(Rows rows) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  matrix.BeginAssembly();
+  std::uint32_t i = 0;
+  for (auto const& row : rows) {
+    std::uint32_t j = 0;
+    for (double const value : row) {
+      if (value != 0.0) matrix.AddData(i, j, value);
+      ++j;
+    }
+    ++i;
+  }
+  matrix.EndAssembly();
+  return tool::MatrixEntries(matrix);
+}
+
+/// A symmetric matrix, of which the lower triangle is used.
+inline tool::SymmetricMatrix Symmetric(Rows rows) {
+  tool::MatrixEntries const entries = Sparse(rows);
+  std::vector<tool::Entry> lower;
+  for (tool::Entry const& e : entries.Items())
+    if (e.row >= e.column) lower.push_back(e);
+  return {static_cast<int>(rows.size()), lower};
+}
+
+/// How a call ended: "1 message" for a ToolError with exit code 1.
+template<class Call>
+std::string Ending(Call call) {
+  try {
+    call();
+  } catch (tool::ToolError const& e) {
+    return std::to_string(static_cast<int>(e.Code())) + " " + e.what();
+  }
+  return "no error";
+}
+
+#define EXPECT_CONTAINS(text, part) EXPECT_NE((text).find(part), std::string::npos) << (text)
+
+/// A folder that goes away with its files.
+class TemporaryFolder {
+public:
+  TemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "orxmtx-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    m_path = name;
+  }
+  TemporaryFolder(TemporaryFolder const&) = delete;
+  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+  }
+
+  std::string Path(std::string const& name) const { return (m_path / name).string(); }
+  std::string Write(std::string const& name, std::string const& text) const {
+    std::ofstream(Path(name)) << text;
+    return Path(name);
+  }
+  std::string Read(std::string const& name) const {
+    std::ostringstream text;
+    text << std::ifstream(Path(name)).rdbuf();
+    return text.str();
+  }
+
+private:
+  std::filesystem::path m_path;
+};
+
+struct RunResult {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+};
+
+/// Runs the program with arguments as a shell reads them.
+inline RunResult RunTool(std::string const& arguments) {
+  TemporaryFolder const folder;
+  std::string const command = "'" ORXMTX_PROGRAM "' " + arguments + " 2>'" + folder.Path("err") + "'";
+  bool const isRedirected = arguments.find('>') != std::string::npos;
+  int const status = std::system((command + (isRedirected ? "" : " >'" + folder.Path("out") + "'")).c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, folder.Read("out"), folder.Read("err")};
+}
+
+struct PrintedMode {
+  int number = 0;
+  double frequency = 0.0;
+  long double eigenvalue = 0.0L;
+  double residual = 0.0;
+};
+
+/// The mode lines of the program's output, read as a script would.
+inline std::vector<PrintedMode> ReadModes(std::string const& output) {
+  std::vector<PrintedMode> modes;
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("#")) continue;
+    PrintedMode mode;
+    std::istringstream(line) >> mode.number >> mode.frequency >> mode.eigenvalue >> mode.residual;
+    modes.push_back(mode);
+  }
+  return modes;
+}

@@ -1,0 +1,151 @@
+#include "tools/Info.h"
+
+#include "tools/Progress.h"
+#include "tools/Symmetry.h"
+#include "tools/Text.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tool {
+namespace {
+
+/// Per row or column: the sum of magnitudes, and whether there is a value other than 0.
+class Lines {
+public:
+  explicit Lines(int count) : m_sums(static_cast<std::size_t>(count), 0.0), m_used(m_sums.size(), false) {}
+
+  void Add(std::uint32_t line, double value) {
+    if (value != 0.0) m_used[line] = true;
+    if (std::isfinite(value)) m_sums[line] += std::fabs(value);
+  }
+  double LargestSum() const { return m_sums.empty() ? 0.0 : *std::max_element(m_sums.begin(), m_sums.end()); }
+  std::vector<int> Zero() const {
+    std::vector<int> zero;
+    for (std::size_t i = 0; i < m_used.size(); ++i)
+      if (!m_used[i]) zero.push_back(static_cast<int>(i));
+    return zero;
+  }
+
+private:
+  std::vector<double> m_sums;
+  std::vector<bool> m_used;
+};
+
+void MeasureEntry(Entry const& e, Measures& m) {
+  int const distance = static_cast<int>(e.row) - static_cast<int>(e.column);
+  m.lowerBandwidth = std::max(m.lowerBandwidth, distance);
+  m.upperBandwidth = std::max(m.upperBandwidth, -distance);
+  if (e.value == 0.0) ++m.storedZeros;
+  if (std::isfinite(e.value)) {
+    if (std::fabs(e.value) > std::fabs(m.largest.value)) m.largest = e;
+  } else if (m.notFinite++ == 0) {
+    m.firstNotFinite = e;
+  }
+}
+
+/// Scaled by the largest magnitude, so that no square over- or underflows.
+double FrobeniusNorm(std::span<Entry const> entries, double largest) {
+  if (largest == 0.0) return 0.0;
+  double sum = 0.0;
+  for (Entry const& e : entries) {
+    double const scaled = e.value / largest;
+    if (std::isfinite(e.value)) sum += scaled * scaled;
+  }
+  return largest * std::sqrt(sum);
+}
+
+std::string Line(char const* label, std::string const& text) {
+  return Format("%-20s %s\n", (std::string(label) + ":").c_str(), text.c_str());
+}
+
+std::string Count(std::int64_t count) { return std::to_string(count); }
+
+std::string NormText(double norm) { return Format("%.15e", norm); }
+
+std::string ZeroLinesText(std::vector<int> const& lines) {
+  std::string const count = std::to_string(lines.size());
+  return lines.empty() ? count : count + " (" + ShortList(lines) + ")";
+}
+
+std::string BothTrianglesText(Symmetry const& s) {
+  if (s.IsExact()) return "exactly symmetric";
+  std::string const difference =
+      Format("relative difference %.3g, worst pair %s", s.worstDifference, Describe(*s.worst).c_str());
+  if (s.worstDifference <= symmetryTolerance) return "symmetric to rounding: " + difference;
+  if (!s.unmatched) return "symmetric pattern, unsymmetric values: " + difference;
+  return Format("unsymmetric pattern: %s without a mirror image, first %s; %s",
+                Counted(s.unmatchedEntries, "entry", "entries").c_str(), Describe(*s.unmatched).c_str(),
+                difference.c_str());
+}
+
+std::string SymmetryText(Symmetry const& symmetry) {
+  switch (symmetry.form) {
+  case Symmetry::Form::Diagonal:
+    return "diagonal";
+  case Symmetry::Form::LowerTriangle:
+    return "lower triangle only (the figures below are of this triangle)";
+  case Symmetry::Form::UpperTriangle:
+    return "upper triangle only (the figures below are of this triangle)";
+  case Symmetry::Form::BothTriangles:
+    break;
+  }
+  return BothTrianglesText(symmetry);
+}
+
+std::string ShapeText(MatrixEntries const& matrix, Symmetry const& s) {
+  return Line("shape", Format("%d x %d", matrix.Rows(), matrix.Columns())) +
+         Line("stored entries", std::to_string(matrix.Items().size())) +
+         Line("  lower triangle", Count(s.lowerEntries)) + Line("  diagonal", Count(s.diagonalEntries)) +
+         Line("  upper triangle", Count(s.upperEntries));
+}
+
+std::string LargestText(Entry const& largest) {
+  std::string text = NormText(std::fabs(largest.value));
+  if (largest.value != 0.0) text += Format(" at (%u, %u)", largest.row + 1, largest.column + 1);
+  return text;
+}
+
+std::string MeasuresText(Measures const& m) {
+  std::string text =
+      Line("stored zeros", Count(m.storedZeros)) +
+      Line("bandwidth", Format("lower %d, upper %d", m.lowerBandwidth, m.upperBandwidth)) +
+      Line("1-norm", NormText(m.norm1)) + Line("infinity-norm", NormText(m.normInfinity)) +
+      Line("Frobenius norm", NormText(m.normFrobenius)) + Line("largest magnitude", LargestText(m.largest)) +
+      Line("zero rows", ZeroLinesText(m.zeroRows)) + Line("zero columns", ZeroLinesText(m.zeroColumns));
+  if (m.notFinite > 0)
+    text +=
+        Line("not finite", Format("%s, first (%u, %u) = %s; left out of the norms",
+                                  Counted(m.notFinite, "value", "values").c_str(), m.firstNotFinite.row + 1,
+                                  m.firstNotFinite.column + 1, Number(m.firstNotFinite.value).c_str()));
+  return text;
+}
+
+} // namespace
+
+Measures Measure(MatrixEntries const& matrix) {
+  Measures measures;
+  Lines rows(matrix.Rows());
+  Lines columns(matrix.Columns());
+  for (Entry const& e : matrix.Items()) {
+    MeasureEntry(e, measures);
+    rows.Add(e.row, e.value);
+    columns.Add(e.column, e.value);
+  }
+  measures.norm1 = columns.LargestSum();
+  measures.normInfinity = rows.LargestSum();
+  measures.normFrobenius = FrobeniusNorm(matrix.Items(), std::fabs(measures.largest.value));
+  measures.zeroRows = rows.Zero();
+  measures.zeroColumns = columns.Zero();
+  return measures;
+}
+
+std::string InfoText(std::string const& path) {
+  MatrixEntries const matrix = LoadMatrix(path);
+  Progress const progress("measuring " + path);
+  Symmetry const symmetry = MeasureSymmetry(matrix);
+  return Line("file", path) + ShapeText(matrix, symmetry) + Line("symmetry", SymmetryText(symmetry)) +
+         MeasuresText(Measure(matrix));
+}
+
+} // namespace tool

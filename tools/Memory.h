@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace tool {
+
+/// Bytes that this process can still get: what the system counts as available, less if the control group of
+/// the process allows less. Empty where the system does not say.
+std::optional<std::uint64_t> AvailableMemory();
+
+/// Peak bytes of a dense eigensolution of this order: the pair, the eigenvectors, one factor, and columns of
+/// workspace.
+std::uint64_t EigensolutionMemory(int order) noexcept;
+
+/// Refuses an order whose dense matrices do not fit, before any of them is allocated.
+void RequireFits(int order, std::optional<std::uint64_t> available);
+
+} // namespace tool

@@ -1,0 +1,177 @@
+#include "tools/Modes.h"
+
+#include "tools/ModalProblem.h"
+#include "tools/Progress.h"
+#include "tools/Text.h"
+#include "tools/ToolError.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <system_error>
+
+namespace tool {
+namespace {
+
+/// Below this the terms of x^T K x cancel so far that a file of ten digits could not tell the rest from 0.
+/// The lowest modes of common structures are at 1e-4, those of a beam of a hundred elements at 1e-8.
+constexpr double weakShare = 1e-9;
+
+/// A matrix of the pair as it was found in its file.
+struct Source {
+  std::string name; ///< K or M
+  std::string path;
+  MatrixEntries entries;
+  Symmetry symmetry;
+
+  Source(char const* letter, std::string const& file)
+      : name(letter), path(file), entries(LoadMatrix(file)), symmetry(MeasureSymmetry(entries)) {}
+  int Order() const { return std::max(entries.Rows(), entries.Columns()); }
+};
+
+std::string Note(std::string const& text) { return "# " + text + "\n"; }
+
+std::string FormText(Symmetry const& symmetry) {
+  switch (symmetry.form) {
+  case Symmetry::Form::Diagonal:
+    return "diagonal";
+  case Symmetry::Form::LowerTriangle:
+    return "lower triangle, taken as half of a symmetric matrix";
+  case Symmetry::Form::UpperTriangle:
+    return "upper triangle, taken as half of a symmetric matrix";
+  case Symmetry::Form::BothTriangles:
+    break;
+  }
+  if (symmetry.IsExact()) return "both triangles, exactly symmetric";
+  return Format("both triangles, averaged: relative difference %.3g, worst pair ", symmetry.worstDifference) +
+         Describe(*symmetry.worst);
+}
+
+std::string SourceText(Source const& source, int order) {
+  std::string text = Note(
+      Format("%s: %s, order %d, %s, %s", source.name.c_str(), source.path.c_str(), source.Order(),
+             Counted(static_cast<std::int64_t>(source.entries.Items().size()), "entry", "entries").c_str(),
+             FormText(source.symmetry).c_str()));
+  if (source.Order() < order)
+    text += Note(Format("%s ends at row %d, the other matrix at row %d: what follows is taken as zero",
+                        source.name.c_str(), source.Order(), order));
+  return text;
+}
+
+std::string MethodText(ModalSolution const& s) {
+  std::string const mass = s.isMassDefinite ? "M is positive definite" : "M is not positive definite";
+  if (s.isStiffnessDefinite)
+    return Note((s.isMassDefinite ? "M and K are positive definite" : mass + ", K is") +
+                ": solved as M x = nu K x, lambda = 1/nu, which keeps the low end accurate");
+  return Note((s.isMassDefinite ? mass + ", K is not" : "neither M nor K is positive definite") +
+              ", K + sigma M is: solved as M x = nu (K + sigma M) x, lambda = 1/nu - sigma, sigma = " +
+              Format("%.6g", s.shift));
+}
+
+std::string ExceptionsText(ModalSolution const& s) {
+  std::string text;
+  auto const say = [&](std::int64_t count, char const* one, char const* many, std::string const& rest) {
+    if (count > 0) text += Note(Counted(count, one, many) + rest);
+  };
+  say(static_cast<std::int64_t>(s.emptyUnknowns.size()), "unknown", "unknowns",
+      " without stiffness and mass left out: " + ShortList(s.emptyUnknowns));
+  say(s.infiniteEigenvalues, "eigenvalue", "eigenvalues", " infinite to rounding: motions without mass");
+  say(s.negativeMasses, "eigenvalue", "eigenvalues",
+      " with negative mass, x^T M x < 0: M is indefinite, modes are in order of magnitude");
+  return text;
+}
+
+std::string WeakModesText(ModalSolution const& s) {
+  std::int64_t count = 0;
+  double largest = 0.0;
+  for (Mode const& mode : s.modes) {
+    if (mode.isRigid || mode.stiffnessShare >= weakShare) continue;
+    ++count;
+    largest = std::max(largest, mode.stiffnessShare);
+  }
+  if (count == 0) return {};
+  return Note(
+      Counted(count, "mode", "modes") +
+      Format(" with x^T K x at most %.1e of its terms: rigid, if the values of K have errors of that size",
+             largest));
+}
+
+std::string ModeNotesText(ModalSolution const& s, int count) {
+  std::string text;
+  auto const countModes = [&](auto const& test) {
+    return std::count_if(s.modes.begin(), s.modes.end(), test);
+  };
+  auto const rigid = countModes([](Mode const& mode) { return mode.isRigid; });
+  auto const negative = countModes([](Mode const& mode) { return !mode.isRigid && mode.eigenvalue < 0.0; });
+  if (rigid > 0)
+    text += Note(Counted(rigid, "mode", "modes") + " rigid: eigenvalue 0 to rounding, shown as 0 Hz");
+  if (negative > 0)
+    text += Note(Counted(negative, "mode", "modes") +
+                 " with a negative eigenvalue: the frequency is imaginary, shown with a minus sign");
+  text += WeakModesText(s);
+  if (s.finiteEigenvalues < count)
+    text += Note(Format("%d modes asked for, there are %d", count, s.finiteEigenvalues));
+  return text;
+}
+
+std::string TableText(ModalSolution const& solution) {
+  std::string text =
+      Note("residual: ||K x - lambda M x|| / || |K||x| + |lambda||M||x| ||, with lambda = 0 if rigid") +
+      Format("#%5s %22s %24s %10s\n", "mode", "frequency_hz", "eigenvalue", "residual");
+  int number = 0;
+  for (Mode const& mode : solution.modes)
+    text += Format("%6d %22.15g %24.15e %10.2e\n", ++number, Frequency(mode), mode.eigenvalue, mode.residual);
+  return text;
+}
+
+void ExportShapes(ModalSolution const& solution, std::string const& path) {
+  ORXSrvSparseMatrix shapes(0, 0);
+  shapes.BeginAssembly();
+  for (std::uint32_t k = 0; k < solution.modes.size(); ++k)
+    for (std::uint32_t i = 0; i < solution.modes[k].shape.size(); ++i)
+      shapes.AddData(i, k, solution.modes[k].shape[i]);
+  shapes.EndAssembly();
+  shapes.Export(path.c_str(), 3, nullptr);
+}
+
+void RefuseToOverwriteInput(ModesOptions const& options) {
+  std::error_code ignored;
+  for (std::string const& input : {std::cref(options.stiffnessPath), std::cref(options.massPath)})
+    if (!options.shapesPath.empty() && std::filesystem::equivalent(options.shapesPath, input, ignored))
+      throw ToolError(ExitCode::WrongUsage,
+                      "--shapes names the input file '" + input + "'; expected another file");
+}
+
+void RequireEntries(Source const& source) {
+  if (source.Order() == 0)
+    throw ToolError(ExitCode::UnusableInput,
+                    source.name + " ('" + source.path + "') is empty; expected row column value items");
+}
+
+} // namespace
+
+std::string ModesText(ModesOptions const& options) {
+  RefuseToOverwriteInput(options);
+  Source const k("K", options.stiffnessPath);
+  Source const m("M", options.massPath);
+  RequireEntries(k);
+  RequireEntries(m);
+
+  int const order = std::max(k.Order(), m.Order());
+  SymmetricMatrix const stiffness = MakeSymmetric(k.entries, k.symmetry, order, "K ('" + k.path + "')");
+  SymmetricMatrix const mass = MakeSymmetric(m.entries, m.symmetry, order, "M ('" + m.path + "')");
+  ModalSolution const solution = [&] {
+    Progress const progress(Format("solving the eigenproblem of order %d", order));
+    return SolveModes(stiffness, mass, options.count, k.symmetry.worstDifference);
+  }();
+
+  std::string text = SourceText(k, order) + SourceText(m, order) + MethodText(solution) +
+                     ExceptionsText(solution) + ModeNotesText(solution, options.count);
+  if (!options.shapesPath.empty()) {
+    ExportShapes(solution, options.shapesPath);
+    text += Note("shapes: " + options.shapesPath + ", rows by modes, scaled to |x^T M x| = 1");
+  }
+  return text + TableText(solution);
+}
+
+} // namespace tool

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+/// printf into a string.
+[[gnu::format(printf, 1, 2)]] std::string Format(char const* format, ...);
+
+/// "1 entry", "2 entries".
+std::string Counted(std::int64_t count, char const* one, char const* many);
+
+/// Zero-based positions as a one-based list that stays short: "3, 7, 8, ...".
+std::string ShortList(std::vector<int> const& positions);
+
+/// A value so that it reads back as the same number, in as few digits as that takes.
+std::string Number(double value);
+
+} // namespace tool
