@@ -5,6 +5,7 @@
 #include "tools/ToolError.h"
 
 #include "core/ORXBasException.h"
+#include "core/mem_Allocator.h"
 #include "module/ORXSrvLinearAlgebra.h"
 #include "mtx/ORXSrvMtxOpenFileException.h"
 
@@ -67,8 +68,10 @@ int Perform(std::function<std::string()> const& work) {
     return Fail(ExitCode::UnusableInput, e.AsString().AsText());
   } catch (ORXBasException const& e) {
     return Fail(ExitCode::Failure, e.AsString().AsText());
-  } catch (std::bad_alloc const& e) {
-    return Fail(ExitCode::Failure, std::string("out of memory: ") + e.what());
+  } catch (mem_OutOfMemory const& e) {
+    return Fail(ExitCode::Failure, e.what());
+  } catch (std::bad_alloc const&) {
+    return Fail(ExitCode::Failure, "out of memory");
   } catch (std::exception const& e) {
     return Fail(ExitCode::Failure, e.what());
   }

@@ -316,12 +316,13 @@ std::uint64_t NearestDoubleExactly(Decimal const& decimal) {
     *end++ = '1';
     --exponent;
   }
+  bool const isSmall = exponent + (end - text.data()) < 0;
   *end++ = 'e';
   end = std::to_chars(end, text.data() + text.size(), exponent).ptr;
 
   double value = 0;
   if (std::from_chars(text.data(), end, value).ec == std::errc()) return std::bit_cast<std::uint64_t>(value);
-  return exponent < 0 ? 0 : infinityBits;
+  return isSmall ? 0 : infinityBits; // which the library does not tell apart
 }
 
 bool BeginsExponent(char c) { return Lower(c) == 'e' || Lower(c) == 'd'; }

@@ -31,7 +31,7 @@ struct DecimalResult {
 
 /// Reads the number that begins at `first` and ends where a character cannot continue it: the caller checks
 /// that a delimiter follows. `last` ends the text, not the number: nothing at or behind it is looked at, and
-/// eight readable characters at a time are what makes reading fast. `value` is untouched unless Ok.
+/// the fast way is taken only with some forty characters left before it. `value` is untouched unless Ok.
 ///
 ///     [+-] digits [. digits] [(e|E|d|D) [+-] digits]    with a digit before or behind the point
 ///     [+-] inf | infinity | nan                         in upper or lower case

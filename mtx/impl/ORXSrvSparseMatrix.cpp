@@ -100,9 +100,8 @@ void ORXSrvSparseMatrix::EndAssembly() {
 }
 
 void ORXSrvSparseMatrix::ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns) {
-  TripletCompressor compressor(rows, columns, count);
-  compressor.Add({entries, static_cast<std::size_t>(count)});
-  CompressedRows compressed = compressor.Compress();
+  CompressedRows compressed =
+      TripletCompressor::CompressArray({entries, static_cast<std::size_t>(count)}, rows, columns);
   m_rows = rows;
   m_columns = columns;
   m_symmetryState = unknown;

@@ -104,24 +104,70 @@ void TripletCompressor::Add(std::span<ORXSrvSparseMatrixEntry const> triplets) {
   }
 }
 
-CompressedRows TripletCompressor::Compress() {
+CompressedRows TripletCompressor::CompressArray(std::span<ORXSrvSparseMatrixEntry const> triplets,
+                                                std::int32_t rows, std::int32_t columns) {
+  TripletCompressor compressor(rows, columns, static_cast<std::int32_t>(triplets.size()));
+  if (std::ranges::is_sorted(triplets, {}, &ORXSrvSparseMatrixEntry::row))
+    return compressor.CompressOrdered(triplets);
+  compressor.Add(triplets);
+  return compressor.Compress();
+}
+
+/// Room for the case without duplicates; pages that are not needed are never touched, and given back by Trim.
+CompressedRows TripletCompressor::MakeResult() const {
   CompressedRows result;
   result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_rows} + 1);
   std::fill_n(result.rowPointers.get(), std::int64_t{m_rows} + 1, 0);
   if (m_count == 0) return result;
-  // Room for the case without duplicates; pages that are not needed are never touched, and given back below.
   result.columns = mem_MakeArray<std::uint32_t>(m_count);
   result.values = mem_MakeArray<double>(m_count);
+  return result;
+}
 
-  Scratch scratch;
-  if (m_columns <= std::int64_t{4} * m_count) {
-    scratch.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
-    std::fill_n(scratch.lastPosition.get(), m_columns, -1);
-  }
-  for (std::int64_t b = 0; b < m_bucketCount; ++b)
-    CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
+void TripletCompressor::PrepareScratch(Scratch& scratch) const {
+  if (m_columns > std::int64_t{4} * m_count) return;
+  scratch.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
+  std::fill_n(scratch.lastPosition.get(), m_columns, -1);
+}
+
+void TripletCompressor::Trim(CompressedRows& result) {
+  if (result.columns == nullptr) return;
   Shrink(result.columns, result.nonzeros);
   Shrink(result.values, result.nonzeros);
+}
+
+CompressedRows TripletCompressor::CompressOrdered(std::span<ORXSrvSparseMatrixEntry const> triplets) const {
+  CompressedRows result = MakeResult();
+  Scratch scratch;
+  PrepareScratch(scratch);
+  std::int32_t row = 0;
+  for (auto t = triplets.begin(); t != triplets.end();) {
+    auto const end = std::find_if(t, triplets.end(), [=](auto const& e) { return e.row != t->row; });
+    scratch.columns.clear();
+    scratch.values.clear();
+    for (auto e = t; e != end; ++e) {
+      scratch.columns.push_back(e->column);
+      scratch.values.push_back(e->value);
+    }
+    while (row < static_cast<std::int32_t>(t->row))
+      result.rowPointers[++row] = result.nonzeros;
+    scratch.slotColumns = {}; // they were in the columns that this row has replaced
+    CompressRow(scratch.columns, scratch.values.data(), scratch, result);
+    t = end;
+  }
+  while (row < m_rows)
+    result.rowPointers[++row] = result.nonzeros;
+  Trim(result);
+  return result;
+}
+
+CompressedRows TripletCompressor::Compress() {
+  CompressedRows result = MakeResult();
+  Scratch scratch;
+  PrepareScratch(scratch);
+  for (std::int64_t b = 0; m_count > 0 && b < m_bucketCount; ++b)
+    CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
+  Trim(result);
   return result;
 }
 

@@ -20,6 +20,8 @@ struct CompressedRows {
 ///     Compress   per bucket, in cache: orders it by row, and per row gives every
 ///                triplet the slot of its column, then adds the values up
 ///
+/// Triplets whose rows already ascend, as those of a file mostly do, need no buckets: CompressOrdered.
+///
 /// A bucket is a chain of small chunks of the suite allocator, so a caller that frees its triplets as it
 /// adds them needs no memory beside them: the chunks take over the slabs that become free.
 class TripletCompressor {
@@ -29,6 +31,10 @@ public:
   TripletCompressor(TripletCompressor const&) = delete;
   TripletCompressor& operator=(TripletCompressor const&) = delete;
   ~TripletCompressor();
+
+  /// The result for triplets in one array, in any order.
+  static CompressedRows CompressArray(std::span<ORXSrvSparseMatrixEntry const> triplets, std::int32_t rows,
+                                      std::int32_t columns);
 
   void Add(std::span<ORXSrvSparseMatrixEntry const> triplets);
   /// The result; the triplets are used up.
@@ -41,6 +47,10 @@ private:
 
   static void OpenChunk(Bucket& bucket);
   static void FreeChunks(Bucket& bucket) noexcept;
+  CompressedRows MakeResult() const;
+  void PrepareScratch(Scratch& scratch) const;
+  static void Trim(CompressedRows& result);
+  CompressedRows CompressOrdered(std::span<ORXSrvSparseMatrixEntry const> triplets) const;
   void CompressBucket(std::int32_t firstRow, Bucket& bucket, Scratch& scratch, CompressedRows& result);
   void OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket, Scratch& scratch) const;
   void CompressRow(std::span<std::uint32_t const> columns, double const* values, Scratch& scratch,

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# check_install.sh BUILD CONSUMERS: installs the build into a fresh folder, moves that folder, and builds and runs
-# programs in C, C++ and Fortran against it, with find_package and with pkg-config.
+# check_install.sh BUILD CONSUMERS README: installs the build into a fresh folder, moves that folder, and builds and
+# runs programs in C, C++ and Fortran against it, with find_package and with pkg-config; the README's examples too.
 set -euo pipefail
-build=$1 consumers=$2
+build=$1 consumers=$2 readme=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -15,6 +15,12 @@ expect() { # expect NAME EXPECTED COMMAND...
   [ "$actual" = "$expected" ] || { printf '%s printed\n%s\ninstead of\n%s\n' "$name" "$actual" "$expected"; exit 1; }
   echo "$name: ok"
 }
+
+block() { # block LANGUAGE [N]: the README's N-th code block of a language
+  awk -v start="\`\`\`$1" -v wanted="${2:-1}" '/^```/ { inside = $0 == start && ++n == wanted; next } inside' "$readme"
+}
+block cpp >"$work/readme.cpp"
+block fortran >"$work/readme.f90"
 
 c_output='19 43 22 50'
 cpp_output='206 ORXSrvMatrix::SetValues - Illegal input.
@@ -31,10 +37,16 @@ expect 'Fortran, find_package' "$fortran_output" "$work/cmake/consumer_f90"
 pc=$(find "$work/installed" -name orx_linear_algebra.pc)
 export PKG_CONFIG_PATH=${pc%/*}
 flags=$(pkg-config --cflags --libs orx_linear_algebra)
-# shellcheck disable=SC2086 # flags are words
-g++ -std=c++20 "$consumers/consumer.cpp" $flags -o "$work/pkg_cpp"
-expect 'C++, pkg-config' "$cpp_output" "$work/pkg_cpp"
-# shellcheck disable=SC2086
-gfortran "$consumers/consumer.f90" $flags -o "$work/pkg_f90"
-expect 'Fortran, pkg-config' "$fortran_output" "$work/pkg_f90"
+pkg_config_build() { # pkg_config_build COMPILER... SOURCE: the program of a source, as $work/program
+  # shellcheck disable=SC2086 # flags are words
+  "$@" $flags -o "$work/program"
+}
+pkg_config_build g++ -std=c++20 "$consumers/consumer.cpp"
+expect 'C++, pkg-config' "$cpp_output" "$work/program"
+pkg_config_build gfortran "$consumers/consumer.f90"
+expect 'Fortran, pkg-config' "$fortran_output" "$work/program"
+pkg_config_build g++ -std=c++20 "$work/readme.cpp"
+expect 'README, C++' "$(block text 1)" "$work/program"
+pkg_config_build gfortran "$work/readme.f90"
+expect 'README, Fortran' "$(block text 2)" "$work/program"
 expect 'installed orxmtx' 'orxmtx 0.1.0' "$work/installed/bin/orxmtx" --version

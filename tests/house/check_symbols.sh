@@ -8,7 +8,7 @@ status=0
 for library; do
   name=$(basename "$library")
   name=${name%%.so*}
-  symbols=$(nm -D --defined-only "$library" | sed 's/^[0-9a-f]* //' | grep -v '^A ' | c++filt | LC_ALL=C sort)
+  symbols=$(nm -D --defined-only "$library" | sed 's/^[0-9a-f]* . //' | c++filt | LC_ALL=C sort -u)
   if [ -n "${ORX_WRITE_SYMBOLS:-}" ]; then
     printf '%s\n' "$symbols" >"$lists/$name.txt"
   elif ! diff -u --label "documented: $name" --label "exported" "$lists/$name.txt" - <<<"$symbols"; then

@@ -32,9 +32,14 @@ void ExpectAssemblyIs(Entries const& triplets, std::string const& what) {
   EXPECT_TRUE(EntriesOf(matrix) == expected) << what;
   EXPECT_EQ(matrix.NumberOfNonzeros(), static_cast<int>(expected.size())) << what;
 
-  ORXSrvSparseMatrix reset(1, 1);
-  Access::ResetData(reset, triplets, matrix.NumberOfRows(), matrix.NumberOfColumns());
-  EXPECT_TRUE(EntriesOf(reset) == expected) << what << ", ResetData";
+  Entries byRow = triplets;
+  std::ranges::stable_sort(byRow, {}, &ORXSrvSparseMatrixEntry::row);
+  for (Entries const& input : {triplets, byRow}) {
+    ORXSrvSparseMatrix reset(1, 1);
+    Access::ResetData(reset, input, matrix.NumberOfRows(), matrix.NumberOfColumns());
+    EXPECT_TRUE(EntriesOf(reset) == expected) << what << ", ResetData";
+    EXPECT_EQ(Access::RowPointers(reset), Access::RowPointers(matrix)) << what;
+  }
 }
 
 Entries RandomTriplets(unsigned seed, std::size_t count, std::uint32_t rows, std::uint32_t columns) {

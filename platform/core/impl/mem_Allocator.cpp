@@ -20,6 +20,12 @@ constexpr std::size_t slabBytes = std::size_t{2} << 20;
 constexpr std::size_t cellStep = 16;
 constexpr std::size_t largestCell = 1024;
 constexpr std::size_t cellSizes = largestCell / cellStep;
+/// Requests below this are cells.
+#ifdef __SANITIZE_ADDRESS__
+constexpr std::size_t cellLimit = 0; // the sanitizer sees faults in malloc's blocks only
+#else
+constexpr std::size_t cellLimit = largestCell + 1;
+#endif
 constexpr std::size_t hugePageBytes = slabBytes;
 /// malloc's blocks of this size are mappings of their own, worth aligning.
 constexpr std::size_t largeArrayBytes = std::size_t{4} << 20;
@@ -172,9 +178,7 @@ mem_OutOfMemory::mem_OutOfMemory(std::size_t bytes) noexcept : m_bytes(bytes) {
 void* mem_OperatorNewThrow(std::size_t bytes) { return Checked(std::malloc(Plausible(bytes)), bytes); }
 
 void* mem_OperatorNewTinyThrow(std::size_t bytes) {
-#ifndef __SANITIZE_ADDRESS__ // the sanitizer sees faults in malloc's blocks only
-  if (bytes <= largestCell) return NewCell(bytes == 0 ? 0 : (bytes - 1) / cellStep);
-#endif
+  if (bytes < cellLimit) return NewCell(bytes == 0 ? 0 : (bytes - 1) / cellStep);
   return mem_OperatorNewThrow(bytes);
 }
 
