@@ -102,6 +102,8 @@ private:
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
   /// changes how the arrays are read.
   bool IsSymmetricForm() const noexcept { return m_diagonal != nullptr; }
+  /// The same for rows that are compressed already.
+  ORX_LOCAL void ResetRows(CompressedRows&& compressed, int rows, int columns) noexcept;
   ORX_LOCAL void Adopt(CompressedRows&& compressed) noexcept;
   int StoredEntries() const noexcept { return m_rowPointers != nullptr ? m_rowPointers[m_arrayRows] : 0; }
 

@@ -26,8 +26,9 @@ void ORXSrvSparseImExPorter::Export(ORXSrvSparseMatrix const& matrix, char const
 
 void ORXSrvSparseImExPorter::ImportTextTriplets(ORXSrvSparseMatrix& matrix, char const* path,
                                                 char const* mode) {
-  TextTriplets const triplets = ReadTextTriplets(path, mode);
-  matrix.ResetData(triplets.entries.get(), triplets.count, triplets.rows, triplets.columns);
+  TripletCollector collector;
+  TextTripletShape const shape = ReadTextTriplets(path, mode, collector);
+  matrix.ResetRows(collector.Finish(shape.rows, shape.columns), shape.rows, shape.columns);
 }
 
 void ORXSrvSparseImExPorter::ExportTextTriplets(ORXSrvSparseMatrix const& matrix, char const* path) {

@@ -2,6 +2,7 @@
 
 #include "mtx/impl/ORXSrvMtxErrors.h"
 #include "mtx/impl/ORXSrvSparseImExPorter.h"
+#include "mtx/impl/TripletCollector.h"
 #include "mtx/impl/TripletCompressor.h"
 
 #include <algorithm>
@@ -84,11 +85,7 @@ void ORXSrvSparseMatrix::EndAssembly() {
   CompressedRows compressed;
   try {
     TripletCompressor compressor(m_rows, m_columns, m_entries.Count());
-    while (m_entries.Count() > 0) {
-      std::span<ORXSrvSparseMatrixEntry const> const run = m_entries.RunFrom(0);
-      compressor.Add(run);
-      m_entries.DropFront(static_cast<int>(run.size()));
-    }
+    compressor.AddAndDrop(m_entries);
     compressed = compressor.Compress();
   } catch (...) {
     // Entries have been used up on the way: better none than some.
@@ -100,8 +97,12 @@ void ORXSrvSparseMatrix::EndAssembly() {
 }
 
 void ORXSrvSparseMatrix::ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns) {
-  CompressedRows compressed =
-      TripletCompressor::CompressArray({entries, static_cast<std::size_t>(count)}, rows, columns);
+  TripletCollector collector;
+  collector.Add({entries, static_cast<std::size_t>(count)});
+  ResetRows(collector.Finish(rows, columns), rows, columns);
+}
+
+void ORXSrvSparseMatrix::ResetRows(CompressedRows&& compressed, int rows, int columns) noexcept {
   m_rows = rows;
   m_columns = columns;
   m_symmetryState = unknown;

@@ -34,18 +34,20 @@ std::string Quoted(char const* first, char const* last) {
 /// An item that the window cuts off is parsed again from its start when more has been read.
 class TripletReader {
 public:
-  TripletReader(char const* path, char const* mode)
-      : m_path(path), m_file(std::fopen(path, mode)), m_window(mem_MakeArray<char>(m_capacity)),
-        m_next(m_window.get()), m_end(m_next) {
+  TripletReader(char const* path, char const* mode, TripletCollector& collector)
+      : m_path(path), m_file(std::fopen(path, mode)), m_collector(collector),
+        m_window(mem_MakeArray<char>(m_capacity)), m_next(m_window.get()), m_end(m_next) {
     if (m_file == nullptr) ORXSrvMtxOpenFileException(path).Throw(sourceFile, __LINE__);
+    std::setvbuf(m_file.get(), nullptr, _IONBF, 0); // the window is the buffer
   }
 
-  TextTriplets Read() {
+  TextTripletShape Read() {
     while (GoToNextItem()) {
-      if (m_triplets.count == m_room) MakeRoom();
+      if (m_count == batch) HandOver();
       TakeItem();
     }
-    return std::move(m_triplets);
+    HandOver();
+    return m_shape;
   }
 
 private:
@@ -77,7 +79,7 @@ private:
 
   /// Parses one item and moves `at` behind it; otherwise tells the field that failed and leaves `at` there.
   Field ParseItem(char const*& at) {
-    ORXSrvSparseMatrixEntry& entry = m_triplets.entries[m_triplets.count];
+    ORXSrvSparseMatrixEntry& entry = m_batch[m_count];
     std::int32_t row = 0;
     std::int32_t column = 0;
     if (!TakeIndex(at, row)) return Field::Row;
@@ -89,9 +91,9 @@ private:
     at = read.end;
     entry.row = static_cast<std::uint32_t>(row) - 1;
     entry.column = static_cast<std::uint32_t>(column) - 1;
-    m_triplets.rows = std::max(m_triplets.rows, row);
-    m_triplets.columns = std::max(m_triplets.columns, column);
-    ++m_triplets.count;
+    m_shape.rows = std::max(m_shape.rows, row);
+    m_shape.columns = std::max(m_shape.columns, column);
+    ++m_count;
     return Field::None;
   }
 
@@ -131,12 +133,11 @@ private:
     m_end = m_next + kept + read;
   }
 
-  void MakeRoom() {
-    if (m_room == INT_MAX) FailAt(m_next, "at most 2147483647 items expected, found more");
-    m_room = static_cast<std::int32_t>(
-        std::min<std::int64_t>(std::max<std::int64_t>(4096, std::int64_t{m_room} * 2), INT_MAX));
-    m_triplets.entries.reset(static_cast<ORXSrvSparseMatrixEntry*>(mem_ReallocThrowBuiltin(
-        m_triplets.entries.release(), mem_ArrayBytes(m_room, sizeof(ORXSrvSparseMatrixEntry)))));
+  void HandOver() {
+    m_total += m_count;
+    if (m_total > INT_MAX) FailAt(m_next, "at most 2147483647 items expected, found more");
+    m_collector.Add({m_batch, static_cast<std::size_t>(m_count)});
+    m_count = 0;
   }
 
   [[noreturn]] void Fail(char const* token, Field field) const {
@@ -164,19 +165,26 @@ private:
 
   std::string m_path;
   OpenFile m_file;
+  TripletCollector& m_collector;
   std::int64_t m_capacity = std::int64_t{1} << 18;
   mem_Array<char> m_window;
   char const* m_next;      ///< start of the next item, or blanks before it
   char const* m_end;       ///< behind what has been read
   bool m_atEnd = false;    ///< nothing follows m_end
   std::int64_t m_line = 1; ///< of the window's first character
-  std::int32_t m_room = 0; ///< entries that m_triplets has memory for
-  TextTriplets m_triplets;
+
+  static constexpr int batch = 1024; ///< items handed over together
+  ORXSrvSparseMatrixEntry m_batch[batch];
+  int m_count = 0;          ///< items in m_batch
+  std::int64_t m_total = 0; ///< items handed over
+  TextTripletShape m_shape;
 };
 
 } // namespace
 
-TextTriplets ReadTextTriplets(char const* path, char const* mode) { return TripletReader(path, mode).Read(); }
+TextTripletShape ReadTextTriplets(char const* path, char const* mode, TripletCollector& collector) {
+  return TripletReader(path, mode, collector).Read();
+}
 
 // ---- writing
 // ------------------------------------------------------------------------------------------------

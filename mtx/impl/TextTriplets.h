@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/mem_Allocator.h"
-#include "mtx/ORXSrvSparseMatrix.h"
+#include "mtx/impl/TripletCollector.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -11,9 +11,7 @@
 // Sparse matrices as text: items "row column value" with one-based indices, separated by blanks and line
 // ends.
 
-struct TextTriplets {
-  mem_Array<ORXSrvSparseMatrixEntry> entries; ///< zero-based, in the order of the file
-  std::int32_t count = 0;
+struct TextTripletShape {
   std::int32_t rows = 0;    ///< the largest row number of the file
   std::int32_t columns = 0; ///< the largest column number of the file
 };
@@ -23,9 +21,9 @@ struct FileCloser {
 };
 using OpenFile = std::unique_ptr<std::FILE, FileCloser>;
 
-/// Reads a whole file, opened with fopen's `mode`. What is not an item is an ORXSrvMtxOpenFileException with
-/// path, line, what was expected and what was found.
-TextTriplets ReadTextTriplets(char const* path, char const* mode);
+/// Adds a whole file, opened with fopen's `mode`, to a collector, zero-based. What is not an item is an
+/// ORXSrvMtxOpenFileException with path, line, what was expected and what was found.
+TextTripletShape ReadTextTriplets(char const* path, char const* mode, TripletCollector& collector);
 
 /// Writes one line "%ld %ld %18.15e" per entry. Failures are ORXSrvMtxFileWriteFailure, with path and reason.
 class TextTripletWriter {

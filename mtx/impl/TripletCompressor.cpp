@@ -13,11 +13,6 @@ constexpr std::int64_t bucketTriplets = 16384;
 /// Up to this many triplets sorting a row is cheaper than looking its columns up.
 constexpr std::size_t shortRow = 24;
 
-template<class T>
-void Shrink(mem_Array<T>& array, std::int64_t count) {
-  array.reset(static_cast<T*>(mem_ReallocThrowBuiltin(array.release(), mem_ArrayBytes(count, sizeof(T)))));
-}
-
 } // namespace
 
 /// A link of a bucket's chain, filled from the front.
@@ -104,70 +99,30 @@ void TripletCompressor::Add(std::span<ORXSrvSparseMatrixEntry const> triplets) {
   }
 }
 
-CompressedRows TripletCompressor::CompressArray(std::span<ORXSrvSparseMatrixEntry const> triplets,
-                                                std::int32_t rows, std::int32_t columns) {
-  TripletCompressor compressor(rows, columns, static_cast<std::int32_t>(triplets.size()));
-  if (std::ranges::is_sorted(triplets, {}, &ORXSrvSparseMatrixEntry::row))
-    return compressor.CompressOrdered(triplets);
-  compressor.Add(triplets);
-  return compressor.Compress();
+void TripletCompressor::AddAndDrop(cow_List<ORXSrvSparseMatrixEntry>& triplets) {
+  while (triplets.Count() > 0) {
+    std::span<ORXSrvSparseMatrixEntry const> const run = triplets.RunFrom(0);
+    Add(run);
+    triplets.DropFront(static_cast<int>(run.size()));
+  }
 }
 
-/// Room for the case without duplicates; pages that are not needed are never touched, and given back by Trim.
-CompressedRows TripletCompressor::MakeResult() const {
+CompressedRows TripletCompressor::Compress() {
   CompressedRows result;
   result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_rows} + 1);
   std::fill_n(result.rowPointers.get(), std::int64_t{m_rows} + 1, 0);
   if (m_count == 0) return result;
-  result.columns = mem_MakeArray<std::uint32_t>(m_count);
-  result.values = mem_MakeArray<double>(m_count);
-  return result;
-}
-
-void TripletCompressor::PrepareScratch(Scratch& scratch) const {
-  if (m_columns > std::int64_t{4} * m_count) return;
-  scratch.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
-  std::fill_n(scratch.lastPosition.get(), m_columns, -1);
-}
-
-void TripletCompressor::Trim(CompressedRows& result) {
-  if (result.columns == nullptr) return;
-  Shrink(result.columns, result.nonzeros);
-  Shrink(result.values, result.nonzeros);
-}
-
-CompressedRows TripletCompressor::CompressOrdered(std::span<ORXSrvSparseMatrixEntry const> triplets) const {
-  CompressedRows result = MakeResult();
+  // Room for the case without duplicates; pages that are not needed are never touched, and given back at the
+  // end.
+  result.Resize(m_count);
   Scratch scratch;
-  PrepareScratch(scratch);
-  std::int32_t row = 0;
-  for (auto t = triplets.begin(); t != triplets.end();) {
-    auto const end = std::find_if(t, triplets.end(), [=](auto const& e) { return e.row != t->row; });
-    scratch.columns.clear();
-    scratch.values.clear();
-    for (auto e = t; e != end; ++e) {
-      scratch.columns.push_back(e->column);
-      scratch.values.push_back(e->value);
-    }
-    while (row < static_cast<std::int32_t>(t->row))
-      result.rowPointers[++row] = result.nonzeros;
-    scratch.slotColumns = {}; // they were in the columns that this row has replaced
-    CompressRow(scratch.columns, scratch.values.data(), scratch, result);
-    t = end;
+  if (m_columns <= std::int64_t{4} * m_count) {
+    scratch.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
+    std::fill_n(scratch.lastPosition.get(), m_columns, -1);
   }
-  while (row < m_rows)
-    result.rowPointers[++row] = result.nonzeros;
-  Trim(result);
-  return result;
-}
-
-CompressedRows TripletCompressor::Compress() {
-  CompressedRows result = MakeResult();
-  Scratch scratch;
-  PrepareScratch(scratch);
-  for (std::int64_t b = 0; m_count > 0 && b < m_bucketCount; ++b)
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
     CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
-  Trim(result);
+  result.Resize(result.nonzeros);
   return result;
 }
 
@@ -212,10 +167,10 @@ void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere,
 void TripletCompressor::CompressRow(std::span<std::uint32_t const> columns, double const* values,
                                     Scratch& scratch, CompressedRows& result) const {
   if (std::adjacent_find(columns.begin(), columns.end(), std::greater_equal<>()) == columns.end())
-    return AppendAscending(columns, values, result);
+    return result.AppendAscending(columns, values);
   if (!std::ranges::equal(columns, scratch.slotColumns)) {
     if (columns.size() <= shortRow || scratch.lastPosition == nullptr)
-      return AppendSorted(columns, values, scratch, result);
+      return result.AppendSorted(columns, values, scratch.order);
     FindSlots(columns, scratch, result);
   } else {
     std::copy_n(result.columns.get() + scratch.patternStart, scratch.distinct,
@@ -226,33 +181,6 @@ void TripletCompressor::CompressRow(std::span<std::uint32_t const> columns, doub
   for (std::size_t e = 0; e < columns.size(); ++e)
     sums[scratch.slots[e]] += values[e];
   result.nonzeros += scratch.distinct;
-}
-
-void TripletCompressor::AppendAscending(std::span<std::uint32_t const> columns, double const* values,
-                                        CompressedRows& result) {
-  std::copy(columns.begin(), columns.end(), result.columns.get() + result.nonzeros);
-  std::copy_n(values, columns.size(), result.values.get() + result.nonzeros);
-  result.nonzeros += static_cast<std::int32_t>(columns.size());
-}
-
-void TripletCompressor::AppendSorted(std::span<std::uint32_t const> columns, double const* values,
-                                     Scratch& scratch, CompressedRows& result) {
-  // The number of the triplet in the lower half keeps equal columns in their order.
-  scratch.order.clear();
-  for (std::size_t e = 0; e < columns.size(); ++e)
-    scratch.order.push_back(std::uint64_t{columns[e]} << 32 | e);
-  std::sort(scratch.order.begin(), scratch.order.end());
-  std::int32_t const start = result.nonzeros;
-  for (std::uint64_t const key : scratch.order) {
-    auto const column = static_cast<std::uint32_t>(key >> 32);
-    double const value = values[key & UINT32_MAX];
-    if (result.nonzeros > start && result.columns[result.nonzeros - 1] == column) {
-      result.values[result.nonzeros - 1] += value;
-    } else {
-      result.columns[result.nonzeros] = column;
-      result.values[result.nonzeros++] = value;
-    }
-  }
 }
 
 /// Puts the row's distinct columns, ascending, behind the result, and the place of each triplet's column in

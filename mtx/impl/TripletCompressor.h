@@ -2,25 +2,16 @@
 
 #include "core/mem_Allocator.h"
 #include "mtx/ORXSrvSparseMatrix.h"
+#include "mtx/impl/CompressedRows.h"
 
 #include <cstdint>
 #include <span>
-
-/// Compressed rows in general form: row i is [rowPointers[i], rowPointers[i + 1]), columns ascending.
-struct CompressedRows {
-  mem_Array<std::int32_t> rowPointers; ///< rows + 1
-  mem_Array<std::uint32_t> columns;    ///< null when there are no entries
-  mem_Array<double> values;
-  std::int32_t nonzeros = 0;
-};
 
 /// Turns triplets in any order into compressed rows; equal positions are summed in the order they came.
 ///
 ///     Add        appends each triplet to the bucket of its range of rows           (one pass, streaming)
 ///     Compress   per bucket, in cache: orders it by row, and per row gives every
 ///                triplet the slot of its column, then adds the values up
-///
-/// Triplets whose rows already ascend, as those of a file mostly do, need no buckets: CompressOrdered.
 ///
 /// A bucket is a chain of small chunks of the suite allocator, so a caller that frees its triplets as it
 /// adds them needs no memory beside them: the chunks take over the slabs that become free.
@@ -32,11 +23,9 @@ public:
   TripletCompressor& operator=(TripletCompressor const&) = delete;
   ~TripletCompressor();
 
-  /// The result for triplets in one array, in any order.
-  static CompressedRows CompressArray(std::span<ORXSrvSparseMatrixEntry const> triplets, std::int32_t rows,
-                                      std::int32_t columns);
-
   void Add(std::span<ORXSrvSparseMatrixEntry const> triplets);
+  /// Adds a whole list, whose memory is given back on the way.
+  void AddAndDrop(cow_List<ORXSrvSparseMatrixEntry>& triplets);
   /// The result; the triplets are used up.
   CompressedRows Compress();
 
@@ -47,18 +36,10 @@ private:
 
   static void OpenChunk(Bucket& bucket);
   static void FreeChunks(Bucket& bucket) noexcept;
-  CompressedRows MakeResult() const;
-  void PrepareScratch(Scratch& scratch) const;
-  static void Trim(CompressedRows& result);
-  CompressedRows CompressOrdered(std::span<ORXSrvSparseMatrixEntry const> triplets) const;
   void CompressBucket(std::int32_t firstRow, Bucket& bucket, Scratch& scratch, CompressedRows& result);
   void OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket, Scratch& scratch) const;
   void CompressRow(std::span<std::uint32_t const> columns, double const* values, Scratch& scratch,
                    CompressedRows& result) const;
-  static void AppendAscending(std::span<std::uint32_t const> columns, double const* values,
-                              CompressedRows& result);
-  static void AppendSorted(std::span<std::uint32_t const> columns, double const* values, Scratch& scratch,
-                           CompressedRows& result);
   void FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
                  CompressedRows const& result) const;
 
