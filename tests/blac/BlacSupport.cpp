@@ -1,14 +1,13 @@
 #include "BlacSupport.h"
 
 #include <cmath>
-#include <limits>
+#include <cstring>
 #include <random>
+#include <utility>
 
 namespace {
 
 std::string lastReport;
-
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 bool InTriangle(char uplo, int i, int j) { return uplo == 'U' || uplo == 'u' ? i <= j : i >= j; }
 bool IsUnit(char diag) { return diag == 'U' || diag == 'u'; }
@@ -16,14 +15,14 @@ bool IsUnit(char diag) { return diag == 'U' || diag == 'u'; }
 } // namespace
 
 extern "C" void xerbla_(char const* name, int const* position, std::size_t nameLength) {
-  lastReport += std::string(name, nameLength) + '/' + std::to_string(*position);
+  lastReport += std::string(name, strnlen(name, nameLength)) + '/' + std::to_string(*position);
 }
 
 std::string TakeReport() { return std::exchange(lastReport, {}); }
 
 Dense::Dense(int rowCount, int columnCount, int gap)
     : rows(rowCount), columns(columnCount), ld(rowCount + gap),
-      values(static_cast<std::size_t>(ld) * columnCount, nan) {}
+      values(static_cast<std::size_t>(ld) * columnCount, notANumber) {}
 
 Dense Filled(int rows, int columns, int gap, std::function<double(int, int)> const& f) {
   Dense result(rows, columns, gap);

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
+
+inline constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 /// A matrix stored by columns whose leading dimension is larger than its rows: what takes one for the other,
 /// or writes between the columns, does not stay unseen. A vector is a 1 x n matrix: its stride is `ld`.

@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr int n = 6;
 
 /// A clamped chain of springs: 2 on the diagonal, -1 beside it.
@@ -52,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(ByIndexAndByInterval, PartOfTheSpectrum, testing::Value
 } // namespace
 
 TEST_P(PartOfTheSpectrum, OfAFullMatrix) {
-  Dense a = Triangle('L', Chain(), nan);
+  Dense a = Triangle('L', Chain(), notANumber);
   BLAC_DSYEVX("v", &range, "l", &n, a.Data(), &a.ld, &vl, &vu, &il, &iu, &abstol, &found, w.data(), z.Data(),
               &z.ld, work.data(), &lwork, iwork.data(), failed.data(), &info);
   ExpectFound();
@@ -83,7 +82,7 @@ TEST_P(PartOfTheSpectrum, OfATridiagonalMatrixByRelativelyRobustRepresentations)
 
 TEST(Spectrum, IsCompleteWithDsyev) {
   for (char const uplo : {'u', 'L'}) {
-    Dense a = Triangle(uplo, Chain(), nan);
+    Dense a = Triangle(uplo, Chain(), notANumber);
     double w[n], work[3 * n];
     int const lwork = 3 * n;
     int info = 9;
@@ -98,7 +97,7 @@ TEST(Spectrum, IsCompleteWithDsyev) {
 TEST(Spectrum, OfAPairFulfilsItsEquationAndNormalization) {
   int const itype = 1, lwork = 3 * n;
   Dense const k = Chain(), m = RandomSymmetric(n, 15);
-  Dense modes = Triangle('L', k, nan), factor = Filled(n, n, 3, [&](int i, int j) { return m(i, j); });
+  Dense modes = Triangle('L', k, notANumber), factor = Filled(n, n, 3, [&](int i, int j) { return m(i, j); });
   double w[n], work[3 * n];
   int info = 9;
 
@@ -114,7 +113,8 @@ TEST(Spectrum, OfAPairFulfilsItsEquationAndNormalization) {
 TEST(Reductions, OfAPairToStandardFormKeepTheMatrix) {
   int const itype = 1;
   Dense const k = Chain(), m = RandomSymmetric(n, 15);
-  Dense factor = Filled(n, n, 3, [&](int i, int j) { return m(i, j); }), standard = Triangle('U', k, nan);
+  Dense factor = Filled(n, n, 3, [&](int i, int j) { return m(i, j); }),
+        standard = Triangle('U', k, notANumber);
   int info = 9;
   BLAC_DPOTRF("U", &n, factor.Data(), &factor.ld, &info);
   ASSERT_EQ(info, 0);
@@ -129,7 +129,7 @@ TEST(Reductions, OfAPairToStandardFormKeepTheMatrix) {
 TEST(Reductions, ToTridiagonalFormAndBackGiveTheMatrix) {
   for (char const uplo : {'u', 'L'}) {
     Dense const s = RandomSymmetric(n);
-    Dense reflectors = Triangle(uplo, s, nan);
+    Dense reflectors = Triangle(uplo, s, notANumber);
     double d[n], e[n - 1], tau[n - 1], work[8 * n];
     int const lwork = 8 * n, columns = 2;
     int info = 9;

@@ -3,7 +3,6 @@
 
 namespace {
 
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr int n = 5, nrhs = 2;
 
 /// R'*R or L*L' of a Cholesky factor.
@@ -24,7 +23,7 @@ TEST(Factorizations, LuOfATallMatrixIsTheOneOnPaper) {
   BLAC_DGETRF(&rows, &columns, a, &rows, pivots, &info);
 
   EXPECT_EQ(info, 0);
-  EXPECT_EQ(std::vector(a, a + 6), (std::vector{4, 0.5, 0.25, 1, 0.5, -0.5}));
+  EXPECT_EQ(std::vector(a, a + 6), (std::vector<double>{4, 0.5, 0.25, 1, 0.5, -0.5}));
   EXPECT_EQ(std::vector(pivots, pivots + 2), (std::vector{3, 2}));
 }
 
@@ -46,7 +45,7 @@ TEST(Factorizations, LuSolvesWithTheMatrixAndItsTranspose) {
 TEST(Factorizations, CholeskyFactorSquaredIsTheMatrix) {
   for (char const uplo : {'u', 'L'}) {
     Dense const s = RandomSymmetric(n, 12);
-    Dense factor = Triangle(uplo, s, nan);
+    Dense factor = Triangle(uplo, s, notANumber);
     int info = 9;
 
     BLAC_DPOTRF(&uplo, &n, factor.Data(), &factor.ld, &info);
@@ -82,7 +81,7 @@ TEST(Factorizations, BunchKaufmanSolvesAnIndefiniteSystem) {
     // Zeros on the diagonal leave no pivots of one row.
     Dense const s = Filled(n, n, 1, [a = RandomSymmetric(n)](int i, int j) { return i == j ? 0 : a(i, j); });
     Dense const x = Random(n, nrhs);
-    Dense factors = Triangle(uplo, s, nan), b = s * x;
+    Dense factors = Triangle(uplo, s, notANumber), b = s * x;
     int pivots[n], info = 9;
     int const lwork = 3 * n;
     double work[3 * n];

@@ -5,16 +5,22 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
 
-std::string trapped, report;
+int trapped = 0;
+std::string report;
 
 std::string TakeReport() { return std::exchange(report, {}); }
 
@@ -25,18 +31,20 @@ auto NumberOfThreads() {
 
 } // namespace
 
-#define TRAP(name)                                                                                           \
-  void name() { trapped += #name " "; }
+#define TRAP __attribute__((alias("trap")))
 
 extern "C" {
-TRAP(dgemm_)
-TRAP(dgemv_) TRAP(dsymm_) TRAP(dsymv_) TRAP(dsyr2k_) TRAP(dsyrk_) TRAP(dtrmm_) TRAP(dtrsm_) TRAP(dtrsv_)
-    TRAP(ddot_) TRAP(dscal_) TRAP(dpotrf_) TRAP(dgetrf_) TRAP(dgetrs_) TRAP(dsygst_) TRAP(dsyev_)
-        TRAP(dsytrd_) TRAP(dsteqr_) TRAP(ilaenv_) TRAP(lsame_) TRAP(gotoblas_init) TRAP(bli_dgemm)
-            TRAP(bli_init)
 
-                void xerbla_(char const* name, int const* position, std::size_t length) {
-  report = std::string(name, length) + '/' + std::to_string(*position);
+void trap() { ++trapped; }
+
+void dgemm_() TRAP, dgemv_() TRAP, dsymm_() TRAP, dsymv_() TRAP, dsyr2k_() TRAP, dsyrk_() TRAP, dtrmm_() TRAP;
+void dtrsm_() TRAP, dtrsv_() TRAP, ddot_() TRAP, dscal_() TRAP, dpotrf_() TRAP, dgetrf_() TRAP,
+    dgetrs_() TRAP;
+void dsygst_() TRAP, dsyev_() TRAP, dsytrd_() TRAP, dsteqr_() TRAP, ilaenv_() TRAP, lsame_() TRAP;
+void gotoblas_init() TRAP, bli_dgemm_ex() TRAP, bli_init() TRAP;
+
+void xerbla_(char const* name, int const* position, std::size_t length) {
+  report = std::string(name, strnlen(name, length)) + '/' + std::to_string(*position);
 }
 }
 
@@ -67,7 +75,7 @@ TEST(HostileHost, DoesNotTakeOverTheLibrarysRoutines) {
   for (int k = 0; k < 3; ++k)
     EXPECT_NEAR(w[k], 4 + (k - 1) * std::sqrt(2), 1e-13);
 
-  EXPECT_EQ(trapped, "");
+  EXPECT_EQ(trapped, 0);
 }
 
 TEST(HostileHost, GetsTheReportsOfIllegalArguments) {

@@ -3,7 +3,6 @@
 
 namespace {
 
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double alpha = -1.5, beta = 0.5;
 constexpr int m = 5, n = 3, k = 4;
 
@@ -14,7 +13,7 @@ TEST(MatrixProducts, MultiplyASymmetricMatrixFromEitherSide) {
     for (char const side : {'l', 'R'}) {
       bool const left = side == 'l';
       Dense const s = RandomSymmetric(left ? m : n), b = Random(m, n, 2), c = Random(m, n, 3);
-      Dense const half = Triangle(uplo, s, nan);
+      Dense const half = Triangle(uplo, s, notANumber);
       Dense result = c;
 
       BLAC_DSYMM(&side, &uplo, &m, &n, &alpha, half.Data(), &half.ld, b.Data(), &b.ld, &beta, result.Data(),
@@ -51,7 +50,7 @@ TEST(MatrixProducts, MultiplyAndSolveWithATriangleFromEitherSide) {
         for (char const diag : {'n', 'U'}) {
           bool const left = side == 'L';
           Dense const a = RandomSymmetric(left ? m : n, 5), b = Random(m, n, 2);
-          Dense const half = Triangle(uplo, a, nan);
+          Dense const half = Triangle(uplo, a, notANumber);
           Dense const t = Op(trans, Triangle(uplo, a, 0, diag));
           double const backwards = 1 / alpha;
           std::string const options{side, uplo, trans, diag};

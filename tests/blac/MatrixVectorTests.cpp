@@ -3,7 +3,6 @@
 
 namespace {
 
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double alpha = -1.5, beta = 0.5;
 constexpr int order = 4;
 
@@ -38,7 +37,7 @@ TEST(MatrixVectorRoutines, UpdateAGeneralMatrix) {
 TEST(MatrixVectorRoutines, MultiplyASymmetricMatrixOfWhichOneTriangleIsThere) {
   for (char const uplo : {'u', 'L'}) {
     Dense const s = RandomSymmetric(order), x = Vector(order, 2), y = Vector(order, 3);
-    Dense const half = Triangle(uplo, s, nan);
+    Dense const half = Triangle(uplo, s, notANumber);
     Dense const expected = alpha * (x * s) + beta * y;
 
     Dense full = y;
@@ -81,7 +80,7 @@ TEST(MatrixVectorRoutines, MultiplyAndSolveWithATriangle) {
     for (char const trans : {'N', 't'})
       for (char const diag : {'n', 'U'}) {
         Dense const a = RandomSymmetric(order, 5), x = Vector(order, 2);
-        Dense const half = Triangle(uplo, a, nan);
+        Dense const half = Triangle(uplo, a, notANumber);
         std::vector<double> const packed = Packed(uplo, a);
         Dense const product = x * Transposed(Op(trans, Triangle(uplo, a, 0, diag)));
         std::string const options{uplo, trans, diag};

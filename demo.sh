@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# A modal analysis from nothing to a picture, on a fresh Debian 12: installs what is missing, builds, assembles a
+# published benchmark structure through the library, solves for its natural frequencies with orxmtx, and compares
+# them with the published ones.
+set -euo pipefail
+cd "$(dirname "$0")"
+. cmake/install-packages.sh
+
+build=build/demo
+output=demo-output
+log=$build/build.log
+
+build_programs() {
+  cmake --preset release -B "$build" -DORX_BUILD_TESTS=OFF &&
+    cmake --build "$build" --target tapered_cantilever orxmtx
+}
+
+orx_install g++ gfortran cmake ninja-build libopenblas-serial-dev libblis-serial-dev libcli11-dev
+mkdir -p "$build" "$output"
+
+echo "building (log in $log)"
+build_programs >"$log" 2>&1 || { tail -n 60 "$log" >&2; echo "the build failed; see $log" >&2; exit 1; }
+
+echo "assembling the tapered membrane"
+"$build/examples/tapered_cantilever" assemble "$output"
+
+echo "solving: orxmtx modes $output/K.txt $output/M.txt -n 6 --shapes $output/shapes.txt"
+"$build/tools/orxmtx" modes "$output/K.txt" "$output/M.txt" -n 6 --shapes "$output/shapes.txt" >"$output/modes.txt"
+
+echo "picture of the mode shapes: $output/modes.svg"
+echo
+"$build/examples/tapered_cantilever" report "$output"
