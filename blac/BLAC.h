@@ -21,8 +21,9 @@
  *
  * which in Fortran is `subroutine xerbla(name, position)`. The library has a default that prints the standard
  * message to standard error and returns; a program that defines a routine of this name gets the calls. The
- * name is padded with blanks to six characters and not closed by a zero.
- * Nothing is thrown, and the layer has no state: calls from several threads do not disturb each other.
+ * name is in upper case, padded with blanks to six characters; a zero may or may not follow, within the
+ * length. Nothing is thrown, and the layer has no state: calls from several threads do not disturb each
+ * other.
  *
  *     int n = 2;
  *     double a[4] = {4, 1, 1, 3}, b[2] = {1, 2};   // a by columns; b becomes the solution of A*x = b

@@ -16,6 +16,8 @@
  */
 #ifdef BLAC_ROUTINE
 
+/* One source makes definitions of these lines: NOLINTBEGIN(misc-definitions-in-headers) */
+
 /* ---- BLAS level 1: vectors ---- */
 
 /* sum of |dx(i)| */
@@ -254,6 +256,8 @@ BLAC_ROUTINE(int, IEEECK, ieeeck, (int const* ispec, float const* zero, float co
              0)
 /* whether two letters are the same, case aside */
 BLAC_ROUTINE(int, LSAME, lsame, (char const* ca, char const* cb), (ca, cb), 2)
+
+/* NOLINTEND(misc-definitions-in-headers) */
 
 #undef BLAC_ROUTINE
 #endif

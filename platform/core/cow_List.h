@@ -203,6 +203,7 @@ void cow_List<T>::SetTableSize(std::int64_t slots) {
 
 template<class T>
 typename cow_List<T>::Block* cow_List<T>::WritableBlock(std::int64_t index) {
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): the caller has sized the table
   Block*& block = m_blocks[index];
   if (block == nullptr) {
     block = Block::New(std::size_t{1} << m_blockShift);

@@ -1,6 +1,7 @@
 #include "BlacSupport.h"
 #include "blac/BLAC.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -36,7 +37,7 @@ protected:
   Dense z = Dense(n, n, 2);
   std::vector<double> w = std::vector<double>(n), work = std::vector<double>(20 * n);
   std::vector<int> support = std::vector<int>(2 * n), iwork = std::vector<int>(10 * n),
-                   failed = std::vector<int>(n);
+                   failed = std::vector<int>(n, 9);
   int lwork = 20 * n, liwork = 10 * n;
 
   void ExpectFound() {
@@ -55,6 +56,7 @@ TEST_P(PartOfTheSpectrum, OfAFullMatrix) {
   BLAC_DSYEVX("v", &range, "l", &n, a.Data(), &a.ld, &vl, &vu, &il, &iu, &abstol, &found, w.data(), z.Data(),
               &z.ld, work.data(), &lwork, iwork.data(), failed.data(), &info);
   ExpectFound();
+  EXPECT_EQ(std::count(failed.begin(), failed.end(), 0), found);
 }
 
 TEST_P(PartOfTheSpectrum, OfAPackedMatrix) {
@@ -62,6 +64,7 @@ TEST_P(PartOfTheSpectrum, OfAPackedMatrix) {
   BLAC_DSPEVX("V", &range, "u", &n, packed.data(), &vl, &vu, &il, &iu, &abstol, &found, w.data(), z.Data(),
               &z.ld, work.data(), iwork.data(), failed.data(), &info);
   ExpectFound();
+  EXPECT_EQ(std::count(failed.begin(), failed.end(), 0), found);
 }
 
 TEST_P(PartOfTheSpectrum, OfATridiagonalMatrix) {
@@ -78,6 +81,8 @@ TEST_P(PartOfTheSpectrum, OfATridiagonalMatrixByRelativelyRobustRepresentations)
   BLAC_DSTEMR("V", &range, &n, d.data(), e.data(), &vl, &vu, &il, &iu, &found, w.data(), z.Data(), &z.ld,
               &columns, support.data(), &highAccuracy, work.data(), &lwork, iwork.data(), &liwork, &info);
   ExpectFound();
+  EXPECT_EQ(std::count(support.begin(), support.end(), 0),
+            2 * (n - found)); // a first and a last row for each
 }
 
 TEST(Spectrum, IsCompleteWithDsyev) {
