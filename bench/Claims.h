@@ -1,0 +1,18 @@
+#pragma once
+
+#include "bench/Harness.h"
+
+// The groups of claims, one source each.
+
+namespace bench {
+
+/// Operations of the in-memory matrix against the bare BLAS/LAPACK call that they make.
+void ClaimMatrixOverheads(Report& report);
+/// Element operations of the in-memory matrix against plain loops and memcpy.
+void ClaimElementOperations(Report& report);
+/// Assembly of the element matrices of a mesh.
+void ClaimAssembly(Report& report);
+/// Reading and writing text triplets.
+void ClaimTextTriplets(Report& report);
+
+} // namespace bench

@@ -1,0 +1,19 @@
+#include "bench/Python.h"
+
+#include <cstdlib>
+
+namespace bench {
+
+std::string PythonWithSciPy() {
+  // A python3 earlier in the path need not be the one that the system's packages belong to.
+  for (char const* const python : {"python3", "/usr/bin/python3"}) {
+    std::string const test = std::string(python) + " -c 'import scipy.io' 2>/dev/null";
+    if (std::system(test.c_str()) == 0)
+      return python; // NOLINT(*-env33-c, bugprone-command-processor): own text
+  }
+  return "";
+}
+
+std::string TextPeersCommand(std::string const& python) { return python + " '" + ORX_BENCH_TEXT_PEERS + "'"; }
+
+} // namespace bench

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+namespace bench {
+
+/// A Python interpreter that has SciPy, or "".
+std::string PythonWithSciPy();
+/// The command that runs text_peers.py, without its arguments.
+std::string TextPeersCommand(std::string const& python);
+
+} // namespace bench
