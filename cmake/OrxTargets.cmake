@@ -8,6 +8,8 @@ target_compile_options(orx_build_flags INTERFACE
   "$<$<COMPILE_LANGUAGE:Fortran>:-Wall;-Wextra;-Werror>"
   # Results are the same bits on every instruction set: no fused multiply-add unless a source asks for it.
   -ffp-contract=off
+  # Short loops over arrays lose up to a third of their speed when they happen to straddle a cache line.
+  "$<$<COMPILE_LANGUAGE:C,CXX>:-falign-loops=64>"
   # __FILE__ and debug information name files from the root of the project, whatever machine built them.
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_include_directories(orx_build_flags INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform)

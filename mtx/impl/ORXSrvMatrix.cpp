@@ -26,7 +26,7 @@ mem_Array<double> NewValues(int rows, int columns, bool diagonal) {
 }
 
 void CopyValues(double* target, double const* source, std::int64_t count) {
-  if (count > 0) std::memcpy(target, source, static_cast<std::size_t>(count) * sizeof(double));
+  if (count > 0) std::memmove(target, source, static_cast<std::size_t>(count) * sizeof(double));
 }
 
 /// Calls visit(lower, upper) with the mirrored elements (i, j) and (j, i), i > j, of the leading square of
@@ -79,7 +79,11 @@ ORXSrvMatrix::~ORXSrvMatrix() {
 
 ORXSrvMatrix& ORXSrvMatrix::operator=(ORXSrvMatrix const& source) {
   if (this == &source) return *this;
-  if (HasShapeOf(source) && !(m_diagonal && !source.m_diagonal)) {
+  if (HasShapeOf(source) && m_diagonal == source.m_diagonal) {
+    CopyValues(m_values, source.m_values, NumberOfStoredValues());
+    return *this;
+  }
+  if (HasShapeOf(source) && source.m_diagonal) {
     SetSlice(1.0, source, 0, 0);
     return *this;
   }
