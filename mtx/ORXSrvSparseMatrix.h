@@ -99,26 +99,25 @@ private:
   /// Replaces the content by the general form of unsorted entries, whose rows are below `rows` and columns
   /// below `columns`. On failure the matrix is as before.
   ORX_LOCAL void ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
+  /// The same for rows that are compressed already.
+  ORX_LOCAL void ResetRows(CompressedRows&& compressed, int rows, int columns) noexcept;
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
   /// changes how the arrays are read.
   bool IsSymmetricForm() const noexcept { return m_diagonal != nullptr; }
-  /// The same for rows that are compressed already.
-  ORX_LOCAL void ResetRows(CompressedRows&& compressed, int rows, int columns) noexcept;
   ORX_LOCAL void Adopt(CompressedRows&& compressed) noexcept;
   int StoredEntries() const noexcept { return m_rowPointers != nullptr ? m_rowPointers[m_arrayRows] : 0; }
 
   cow_List<ORXSrvSparseMatrixEntry> m_entries; ///< added since the last EndAssembly
   mem_Array<double> m_values;                  ///< of the stored entries
   mem_Array<std::uint32_t> m_columnIndices;    ///< of the stored entries
-  mem_Array<std::int32_t>
-      m_rowPointers;            ///< m_arrayRows + 1; row i is [m_rowPointers[i], m_rowPointers[i + 1])
-  mem_Array<double> m_diagonal; ///< symmetric form only, m_arrayRows values
-  std::int32_t m_nonzeros = 0;  ///< stored entries; in symmetric form as its builder counted
+  mem_Array<std::int32_t> m_rowPointers;       ///< m_arrayRows + 1; row i begins at m_rowPointers[i]
+  mem_Array<double> m_diagonal;                ///< symmetric form only, m_arrayRows values
+  std::int32_t m_nonzeros = 0;                 ///< stored entries; in symmetric form as its builder counted
   std::int32_t m_rows;
   std::int32_t m_columns;
   SymmetryState m_symmetryState = unknown;
   std::int32_t m_isAssembled = 0;
-  std::int32_t m_arrayRows = 0; ///< rows of the arrays; AddData may have made m_rows larger since
   ORXSimCSetID m_rowCSetID;
   ORXSimCSetID m_columnCSetID;
+  std::int32_t m_arrayRows = 0; ///< rows of the arrays; AddData may have made m_rows larger since
 };
