@@ -8,7 +8,7 @@
 namespace {
 
 /// Triplets aimed at per bucket: with their ordered copy they stay in a second-level cache of 1 MB.
-constexpr std::int64_t bucketTriplets = 16384;
+constexpr std::int64_t bucketTriplets = 32768;
 
 /// Up to this many triplets sorting a row is cheaper than looking its columns up.
 constexpr std::size_t shortRow = 24;
@@ -31,9 +31,15 @@ struct TripletCompressor::Bucket {
   /// Calls visit(triplet) in the order in which they were added.
   template<class Visit>
   void ForEach(Visit visit) const {
-    for (Chunk const* chunk = first; chunk != nullptr; chunk = chunk->next)
-      for (auto const *t = chunk->triplets, *e = chunk == last ? next : t + Chunk::capacity; t != e; ++t)
+    for (Chunk const* chunk = first; chunk != nullptr; chunk = chunk->next) {
+      // Triplets in scattered order leave a bucket's chunks scattered over all memory.
+      for (std::size_t offset = 0; chunk->next != nullptr && offset < sizeof(Chunk); offset += 64)
+        __builtin_prefetch(reinterpret_cast<char const*>(chunk->next) + offset);
+      ORXSrvSparseMatrixEntry const* const chunkEnd =
+          chunk == last ? next : chunk->triplets + Chunk::capacity;
+      for (ORXSrvSparseMatrixEntry const* t = chunk->triplets; t != chunkEnd; ++t)
         visit(*t);
+    }
   }
 };
 
@@ -44,12 +50,14 @@ struct TripletCompressor::Scratch {
   std::vector<std::uint32_t> columns;
   std::vector<double> values;
 
-  // The row for which slots were found last. Its slots serve the next row as well when that has the same
-  // columns in the same order, as the unknowns of one node have.
+  // The row for which slots were found last, and its pattern, the distinct columns. A row with the same
+  // columns in the same order, as the unknowns of one node have, takes the slots; one with the same pattern
+  // saves the sort.
   std::span<std::uint32_t const> slotColumns;
-  std::vector<std::uint32_t> slots; ///< by triplet: place of its column among the row's distinct columns
-  std::int32_t distinct = 0;        ///< number of distinct columns
-  std::int32_t patternStart = 0;    ///< where they stand in the result
+  std::vector<std::uint32_t> slots;    ///< by triplet: place of its column among the row's distinct columns
+  std::int32_t distinct = 0;           ///< number of distinct columns
+  std::int32_t patternStart = 0;       ///< where they stand in the result, ascending
+  std::vector<std::uint8_t> isTouched; ///< by slot
 
   std::vector<std::uint64_t> order; ///< column << 32 | number, to be sorted
   std::vector<std::uint32_t> rank;
@@ -168,19 +176,37 @@ void TripletCompressor::CompressRow(std::span<std::uint32_t const> columns, doub
                                     Scratch& scratch, CompressedRows& result) const {
   if (std::adjacent_find(columns.begin(), columns.end(), std::greater_equal<>()) == columns.end())
     return result.AppendAscending(columns, values);
-  if (!std::ranges::equal(columns, scratch.slotColumns)) {
-    if (columns.size() <= shortRow || scratch.lastPosition == nullptr)
-      return result.AppendSorted(columns, values, scratch.order);
-    FindSlots(columns, scratch, result);
-  } else {
+  bool const isLikeLast = std::ranges::equal(columns, scratch.slotColumns);
+  if (!isLikeLast && (columns.size() <= shortRow || scratch.lastPosition == nullptr))
+    return result.AppendSorted(columns, values, scratch.order);
+  if (isLikeLast || FindSlotsInPattern(columns, scratch)) {
     std::copy_n(result.columns.get() + scratch.patternStart, scratch.distinct,
                 result.columns.get() + result.nonzeros);
+  } else {
+    FindSlots(columns, scratch, result);
   }
   double* const sums = result.values.get() + result.nonzeros;
   std::fill_n(sums, scratch.distinct, -0.0); // the one start that leaves every first value as it is
   for (std::size_t e = 0; e < columns.size(); ++e)
     sums[scratch.slots[e]] += values[e];
   result.nonzeros += scratch.distinct;
+}
+
+/// Whether the row's distinct columns are those of the pattern found last; scratch.slots then has the places.
+bool TripletCompressor::FindSlotsInPattern(std::span<std::uint32_t const> columns, Scratch& scratch) {
+  if (scratch.slots.size() < columns.size()) scratch.slots.resize(columns.size());
+  scratch.isTouched.assign(static_cast<std::size_t>(scratch.distinct), 0);
+  std::int32_t untouched = scratch.distinct;
+  for (std::size_t e = 0; e < columns.size(); ++e) {
+    std::int32_t const slot = scratch.lastPosition[columns[e]] - scratch.patternStart;
+    if (slot < 0 || slot >= scratch.distinct) return false;
+    scratch.slots[e] = static_cast<std::uint32_t>(slot);
+    untouched -= scratch.isTouched[slot] == 0 ? 1 : 0;
+    scratch.isTouched[slot] = 1;
+  }
+  if (untouched != 0) return false;
+  scratch.slotColumns = columns;
+  return true;
 }
 
 /// Puts the row's distinct columns, ascending, behind the result, and the place of each triplet's column in
@@ -205,8 +231,10 @@ void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Scratc
   std::size_t const distinct = scratch.order.size();
   if (scratch.rank.size() < distinct) scratch.rank.resize(distinct);
   for (std::size_t k = 0; k < distinct; ++k) {
+    auto const column = static_cast<std::uint32_t>(scratch.order[k] >> 32);
     scratch.rank[scratch.order[k] & UINT32_MAX] = static_cast<std::uint32_t>(k);
-    result.columns[start + k] = static_cast<std::uint32_t>(scratch.order[k] >> 32);
+    result.columns[start + k] = column;
+    lastPosition[column] = start + static_cast<std::int32_t>(k);
   }
   for (std::size_t e = 0; e < columns.size(); ++e)
     scratch.slots[e] = scratch.rank[scratch.slots[e]];

@@ -40,6 +40,7 @@ private:
   void OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket, Scratch& scratch) const;
   void CompressRow(std::span<std::uint32_t const> columns, double const* values, Scratch& scratch,
                    CompressedRows& result) const;
+  static bool FindSlotsInPattern(std::span<std::uint32_t const> columns, Scratch& scratch);
   void FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
                  CompressedRows const& result) const;
 
