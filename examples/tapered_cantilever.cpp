@@ -30,18 +30,6 @@ namespace {
 
 using namespace fv32;
 
-/// The library is up as long as this object lives.
-class LibrarySession {
-public:
-  LibrarySession() { ORXSrvLinearAlgebra_initialize(m_tally); }
-  LibrarySession(LibrarySession const&) = delete;
-  LibrarySession& operator=(LibrarySession const&) = delete;
-  ~LibrarySession() { ORXSrvLinearAlgebra_finalize(m_tally); }
-
-private:
-  int m_tally = 0; ///< counts the modules that are up
-};
-
 /// Adds an element's contributions. Clamped unknowns are left out: their displacement is zero.
 void AddElement(Mesh const& mesh, ElementNodes const& nodes, ORXSrvSparseMatrix& stiffness,
                 ORXSrvSparseMatrix& mass) {
@@ -128,7 +116,7 @@ int Fail(char const* message) {
 int main(int argc, char** argv) {
   try {
     std::string const task = argc == 3 ? argv[1] : "";
-    LibrarySession const session;
+    ORXSrvLinearAlgebraSession const session;
     if (task == "assemble")
       Assemble(argv[2]);
     else if (task == "report")

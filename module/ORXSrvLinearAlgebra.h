@@ -18,6 +18,18 @@ ORX_EXPORT void ORXSrvLinearAlgebra_initialize(int& tally);
 /// Stops them in reverse order.
 ORX_EXPORT void ORXSrvLinearAlgebra_finalize(int& tally);
 
+/// The library is up as long as an object of this class lives; objects may nest.
+class ORXSrvLinearAlgebraSession {
+public:
+  ORXSrvLinearAlgebraSession() { ORXSrvLinearAlgebra_initialize(m_tally); }
+  ORXSrvLinearAlgebraSession(ORXSrvLinearAlgebraSession const&) = delete;
+  ORXSrvLinearAlgebraSession& operator=(ORXSrvLinearAlgebraSession const&) = delete;
+  ~ORXSrvLinearAlgebraSession() { ORXSrvLinearAlgebra_finalize(m_tally); }
+
+private:
+  int m_tally = 0;
+};
+
 /// The matrix layer. Stopping it destroys the process timer.
 ORX_EXPORT void mtx_initialize(int& tally);
 ORX_EXPORT void mtx_finalize(int& tally);

@@ -36,17 +36,6 @@ constexpr char footer[] =
     "Matrix files are text: one item \"row column value\" per entry, indices from 1, blanks\n"
     "and line ends between them; values at one position are summed.";
 
-class LibrarySession {
-public:
-  LibrarySession() { ORXSrvLinearAlgebra_initialize(m_tally); }
-  LibrarySession(LibrarySession const&) = delete;
-  LibrarySession& operator=(LibrarySession const&) = delete;
-  ~LibrarySession() { ORXSrvLinearAlgebra_finalize(m_tally); }
-
-private:
-  int m_tally = 0;
-};
-
 int Fail(ExitCode code, std::string const& message) {
   std::fprintf(stderr, "orxmtx: %s\n", message.c_str());
   return static_cast<int>(code);
@@ -59,7 +48,7 @@ void Print(std::string const& text) {
 
 int Perform(std::function<std::string()> const& work) {
   try {
-    LibrarySession const session;
+    ORXSrvLinearAlgebraSession const session;
     Print(work());
     return static_cast<int>(ExitCode::Success);
   } catch (ToolError const& e) {
