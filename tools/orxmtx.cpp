@@ -1,5 +1,6 @@
-// orxmtx: what is in a matrix file, and the natural frequencies of a pair of them.
+// orxmtx: what is in a matrix file or a database file, and the natural frequencies of a pair of matrices.
 
+#include "tools/Database.h"
 #include "tools/Info.h"
 #include "tools/Modes.h"
 #include "tools/ToolError.h"
@@ -71,6 +72,12 @@ void AddInfo(CLI::App& app, std::string& path) {
   info->add_option("FILE", path, "matrix file")->required()->type_name("");
 }
 
+void AddDatabase(CLI::App& app, std::string& path) {
+  CLI::App* const db =
+      app.add_subcommand("db", "Say what a database file holds: distributions, shapes, bytes");
+  db->add_option("FILE", path, "database file")->required()->type_name("");
+}
+
 void AddModes(CLI::App& app, tool::ModesOptions& options) {
   CLI::App* const modes = app.add_subcommand("modes", "Lowest natural frequencies: K x = lambda M x");
   modes->add_option("K", options.stiffnessPath, "stiffness matrix, both triangles or one")
@@ -94,8 +101,10 @@ int Run(int argc, char** argv) {
   app.require_subcommand(1);
   app.footer(footer);
   std::string infoPath;
+  std::string databasePath;
   tool::ModesOptions modesOptions;
   AddInfo(app, infoPath);
+  AddDatabase(app, databasePath);
   AddModes(app, modesOptions);
   try {
     app.parse(argc, argv);
@@ -105,6 +114,7 @@ int Run(int argc, char** argv) {
     return Fail(ExitCode::WrongUsage, std::string(e.what()) + "; see orxmtx --help");
   }
   if (app.got_subcommand("info")) return Perform([&] { return tool::InfoText(infoPath); });
+  if (app.got_subcommand("db")) return Perform([&] { return tool::DatabaseText(databasePath); });
   return Perform([&] { return tool::ModesText(modesOptions); });
 }
 

@@ -4,19 +4,38 @@
 
 #include <cstdint>
 
-// Identifiers of database objects: small values, copied freely, valid while their file is open.
-// A null identifier has kind 0, a zero first context word and all other words all ones.
+// Identifiers of database objects: small values, copied freely. They name objects of an open file; once the
+// file is closed every operation refuses them. They are numbered anew at each opening, except for the order.
+// A null dynamic identifier has kind 0, a zero first context word and all other words all ones.
+
+/// An open database file.
+struct ORXSimFileID {
+  std::uint32_t file = 0; ///< 0: none
+  friend bool operator==(ORXSimFileID const&, ORXSimFileID const&) = default;
+};
+
+/// A namespace; both words -1: the default one.
+struct ORXSimNamespaceID {
+  std::int32_t first = -1;
+  std::int32_t second = -1;
+  ORXSimNamespaceID() noexcept = default;
+  ORXSimNamespaceID(std::int32_t firstWord, std::int32_t secondWord) noexcept
+      : first(firstWord), second(secondWord) {}
+  friend bool operator==(ORXSimNamespaceID const&, ORXSimNamespaceID const&) = default;
+};
 
 /// A context of an open database file.
 struct ORXSimContextID {
   std::uint32_t file = 0;      ///< open file it belongs to; 0: none
-  std::uint32_t context = ~0u; ///< context inside that file
+  std::uint32_t context = ~0u; ///< zero-based number inside that file
   friend bool operator==(ORXSimContextID const&, ORXSimContextID const&) = default;
 };
 
 /// The type of a collection or distribution; all ones: no type.
 struct ORXSimTypeID {
   std::int32_t type = -1;
+  ORXSimTypeID() noexcept = default;
+  explicit ORXSimTypeID(std::int32_t word) noexcept : type(word) {}
   friend bool operator==(ORXSimTypeID const&, ORXSimTypeID const&) = default;
 };
 
@@ -46,6 +65,7 @@ public:
   bool IsNull() const noexcept { return m_kind == 0; }
   ORXSimContextID Context() const noexcept { return m_context; }
   ORXSimDynamicDataID Data() const noexcept { return m_data; }
+  ORXSimIDMinor Minor() const noexcept { return m_data.minor; }
   ORXSimTypeID Type() const noexcept { return m_type; }
   bool Equal(ORXSimDynamicID const& other) const noexcept;
 
@@ -56,6 +76,25 @@ private:
   ORXSimTypeID m_type;
 };
 
+/// A collection, or a colour variant of one: the same members under another identity, so that they can stand
+/// on two axes of one grid. Colour 0 is the collection itself.
+class ORX_EXPORT ORXSimCollectionID : public ORXSimDynamicID {
+public:
+  static constexpr int kind = 2;
+  /// The null collection.
+  ORXSimCollectionID() noexcept = default;
+  ORXSimCollectionID(ORXSimContextID context, ORXSimIDMinor minor, ORXSimTypeID type) noexcept
+      : ORXSimDynamicID(kind, context, {.minor = minor, .memberSet = -1}, type) {}
+
+  /// The minor with its colour replaced.
+  static ORXSimIDMinor SetColor(ORXSimIDMinor minor, int color) noexcept {
+    minor.color = color;
+    return minor;
+  }
+  /// The colour variant of this collection; the null collection stays null.
+  ORXSimCollectionID ColorVariant(int color) const noexcept;
+};
+
 /// A member set: an ordered selection of the members of a collection.
 class ORX_EXPORT ORXSimCSetID : public ORXSimDynamicID {
 public:
@@ -64,4 +103,20 @@ public:
   ORXSimCSetID() noexcept = default;
   ORXSimCSetID(ORXSimContextID context, ORXSimDynamicDataID data, ORXSimTypeID type) noexcept
       : ORXSimDynamicID(kind, context, data, type) {}
+  /// From a dynamic identifier of kind 5; any other kind gives the null set.
+  explicit ORXSimCSetID(ORXSimDynamicID const& id) noexcept
+      : ORXSimDynamicID(id.Kind() == kind ? id : ORXSimDynamicID()) {}
+
+  /// The collection it selects from; null for the null set.
+  ORXSimCollectionID Collection() const noexcept;
+  /// The same members, as members of the colour variant; the null set stays null.
+  ORXSimCSetID OnColorVariant(int color) const noexcept;
+};
+
+/// A distribution; opaque but for the test for null.
+struct ORXSimDistributionID {
+  ORXSimContextID context;
+  std::uint32_t handle = 0; ///< one-based number inside the context; 0: the null distribution
+  bool IsNull() const noexcept { return handle == 0; }
+  friend bool operator==(ORXSimDistributionID const&, ORXSimDistributionID const&) = default;
 };

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "core/atr_String.h"
+#include "core/cow_CountedHld.h"
+#include "core/mem_Allocator.h"
+#include "core/orx_export.h"
+#include "sim/ORXSimIdentifiers.h"
+
+#include <memory>
+
+class ORXSimDatabase;
+
+/// A scratch database file with one context, as long as the object lives. Made and shared by
+/// ORXSrvSimFileHandle.
+class ORX_EXPORT ORXSrvSimFileHandleRepr : public mem_AllocationOperators {
+public:
+  /// Creates the file under that name; a relative name counts from the current directory. A file that is
+  /// there already is replaced, unless somebody has it open. Errors are ORXSimException: notOpened,
+  /// fileInUse, writeFailed.
+  explicit ORXSrvSimFileHandleRepr(atr_String const& fileName);
+  ORXSrvSimFileHandleRepr(ORXSrvSimFileHandleRepr const&) = delete;
+  ORXSrvSimFileHandleRepr& operator=(ORXSrvSimFileHandleRepr const&) = delete;
+  /// Closes and deletes the file. Never fails: a file that cannot be closed properly is given up and deleted
+  /// all the same, one that is gone or cannot be deleted is let be. A relative name is looked for from the
+  /// directory that is current now.
+  ~ORXSrvSimFileHandleRepr();
+
+  ORXSimContextID ContextID() const noexcept { return m_context; }
+
+private:
+  ORX_LOCAL ORXSrvSimFileHandleRepr(atr_String const& fileName, std::unique_ptr<ORXSimDatabase> database);
+
+  std::unique_ptr<ORXSimDatabase> m_database; ///< open
+  ORXSimContextID m_context;                  ///< null until it was created
+  atr_String m_fileName;
+};
+
+/// A shared handle on a scratch database file, for values that are too many for memory:
+///
+///     ORXSrvSimFileHandle file;
+///     file.Associate(name);                       // creates the file
+///     ORXSimContext context(file.ContextID());    // ... collections, distributions
+///
+/// States: not associated -> Associate -> associated. Copies share the state they were copied from and the
+/// file; the last one to go deletes it. A copy that was taken before Associate stays not associated.
+///
+/// Calls that do not suit the state are faults of the caller: they are reported on standard error and end the
+/// process.
+class ORX_EXPORT ORXSrvSimFileHandle : public cow_CountedHld<ORXSrvSimFileHandleRepr> {
+public:
+  /// Not associated.
+  ORXSrvSimFileHandle() = default;
+
+  /// Creates the file and its context; errors as in ORXSrvSimFileHandleRepr leave the handle not associated.
+  /// REQUIRES: not associated.
+  void Associate(atr_String fileName);
+  /// The context in the file.
+  /// REQUIRES: associated.
+  ORXSimContextID ContextID() const;
+};

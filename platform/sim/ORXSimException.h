@@ -1,0 +1,67 @@
+#pragma once
+
+#include "core/ORXBasException.h"
+#include "core/atr_String.h"
+#include "core/orx_export.h"
+
+#include <cstdint>
+#include <string>
+
+/// Where diagnostics are written to.
+class ORX_EXPORT ORXSimDebugOut {
+public:
+  virtual ~ORXSimDebugOut();
+  virtual void Write(char const* text) = 0;
+
+protected:
+  ORXSimDebugOut() noexcept = default;
+  ORXSimDebugOut(ORXSimDebugOut const&) noexcept = default;
+  ORXSimDebugOut& operator=(ORXSimDebugOut const&) noexcept = default;
+};
+
+/// Collects what is written into one text.
+class ORX_EXPORT ORXSimDebugOutString : public ORXSimDebugOut {
+public:
+  ORXSimDebugOutString() noexcept = default;
+  ~ORXSimDebugOutString() override;
+  void Write(char const* text) override { m_text += text; }
+  /// Valid until the next Write.
+  char const* AsText() const noexcept { return m_text.c_str(); }
+
+private:
+  std::string m_text;
+};
+
+/// A failure of the database. The text says what failed, in which file and on which object, what was expected
+/// and what was found, and for a failure of the file system its reason and the space that was free.
+///
+///     try { transaction.Commit(); }
+///     catch (ORXSimException const& e) { if (e.Code() == ORXSimException::writeFailed) FreeSomeSpace(); }
+class ORX_EXPORT ORXSimException : public ORXBasException {
+public:
+  // The codes.
+  static constexpr std::uint16_t staleIdentifier = 10; ///< names nothing, or something of a closed file
+  static constexpr std::uint16_t invalidArgument = 20;
+  static constexpr std::uint16_t viewDoesNotFit = 21; ///< the selections or buffers of a transfer
+  static constexpr std::uint16_t wrongState = 30;     ///< not open, open twice, transaction over ...
+  static constexpr std::uint16_t notOpened = 40;      ///< the file cannot be opened or created
+  static constexpr std::uint16_t fileInUse = 41;      ///< another process, or this one, has it open
+  static constexpr std::uint16_t damaged = 42;        ///< damaged, or not a database
+  static constexpr std::uint16_t writeFailed = 70;    ///< full disk, file-size limit, read-only, I/O error
+  static constexpr std::uint16_t readFailed = 71;
+  static constexpr std::uint16_t internalError = 90; ///< the storage library refuses what it should accept
+
+  ORXSimException(std::uint16_t code, std::string const& text) : m_code(code), m_text(text.c_str()) {}
+
+  std::uint16_t Code() const noexcept { return m_code; }
+  /// Writes the description: code and text.
+  void Write(ORXSimDebugOut& out) const;
+
+  atr_String AsString() const override { return m_text; }
+  [[noreturn]] void Raise() const override { throw *this; }
+  int ErrorCode() const override { return m_code; }
+
+private:
+  std::uint16_t m_code;
+  atr_String m_text;
+};

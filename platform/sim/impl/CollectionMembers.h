@@ -1,0 +1,34 @@
+#pragma once
+
+#include "sim/impl/ORXSimIndexSet.h"
+
+#include <span>
+#include <unordered_set>
+#include <vector>
+
+namespace sim {
+
+/// The members of a collection: the labels 0 ... leading-1, which take no memory, and further ones in the
+/// order they were added.
+class CollectionMembers {
+public:
+  explicit CollectionMembers(int leading = 0) : m_leading(leading) {}
+
+  int Size() const noexcept { return m_leading + static_cast<int>(m_further.size()); }
+  int Leading() const noexcept { return m_leading; }
+  std::span<int const> Further() const noexcept { return m_further; }
+  bool Contains(int label) const { return (label >= 0 && label < m_leading) || m_isFurther.contains(label); }
+
+  /// Adds a label, at least 0, unless it is here; whether it was new.
+  bool Add(int label);
+  /// Back to former counts.
+  void ShrinkTo(int leading, std::size_t further);
+  ORXSimIndexSet All() const;
+
+private:
+  int m_leading;
+  std::vector<int> m_further;
+  std::unordered_set<int> m_isFurther;
+};
+
+} // namespace sim

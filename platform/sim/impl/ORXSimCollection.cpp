@@ -1,0 +1,81 @@
+#include "sim/ORXSimCollection.h"
+
+#include "sim/ORXSimException.h"
+#include "sim/impl/OpenDatabase.h"
+
+#include <limits>
+#include <span>
+
+namespace {
+
+[[noreturn]] void RefuseSet(std::string const& text) {
+  ORXSimException(ORXSimException::invalidArgument, "A member set cannot be created: " + text + ".")
+      .Throw(__FILE__, __LINE__);
+}
+
+/// A temporary set may be made on a read-only file, as long as it names no new labels.
+sim::Context& ContextFor(ORXSimCollectionID const& id, ORXSimIndexSet const& members, bool isTemporary) {
+  sim::Context& context = sim::FindContext(id.Context());
+  if (!isTemporary) {
+    context.Database().RequireWritable("create a member set");
+  } else if (context.Database().File().IsReadOnly()) {
+    sim::CollectionRecord const& collection = context.Find(id);
+    for (int k = 0; k < members.Size(); ++k)
+      if (!collection.members.Contains(members[k]))
+        context.Database().RequireWritable("add members to a collection");
+  }
+  return context;
+}
+
+ORXSimCSetID AddListedSet(ORXSimCollectionID const& id, int const* labels, int count, bool isTemporary) {
+  if (count < 0) RefuseSet("it would have " + std::to_string(count) + " members");
+  std::span<int const> const list(labels, static_cast<std::size_t>(count));
+  for (int k = 0; k < count; ++k)
+    if (labels[k] < 0)
+      RefuseSet("label " + std::to_string(k) + " is " + std::to_string(labels[k]) + ", expected at least 0");
+  ORXSimIndexSet members = ORXSimIndexSet::Listed(list);
+  return ContextFor(id, members, isTemporary).AddSet(id, std::move(members), isTemporary);
+}
+
+} // namespace
+
+int ORXSimCollection::Size() const { return sim::FindContext(m_id.Context()).Find(m_id).members.Size(); }
+
+ORXSimCSetID ORXSimCollection::CreateOrderedCSet(int const* labels, int count) const {
+  return AddListedSet(m_id, labels, count, false);
+}
+
+ORXSimCSetID ORXSimCollection::CreateTempOrderedCSet(int const* labels, int count) const {
+  return AddListedSet(m_id, labels, count, true);
+}
+
+ORXSimCSetID ORXSimCollection::CreateCSetStrided(int start, int count, int stride, int blockLength) const {
+  if (count < 0) RefuseSet("it would have " + std::to_string(count) + " members");
+  if (blockLength != 1)
+    RefuseSet("blocks of " + std::to_string(blockLength) + " members are not supported, expected 1");
+  std::int64_t const last = start + std::int64_t{stride} * (count > 0 ? count - 1 : 0);
+  if (count > 0 && (start < 0 || last < 0 || last > std::numeric_limits<int>::max()))
+    RefuseSet("its labels go from " + std::to_string(start) + " to " + std::to_string(last) +
+              ", expected 0 to 2147483647");
+  ORXSimIndexSet members = ORXSimIndexSet::Strided(start, count, stride);
+  return ContextFor(m_id, members, false).AddSet(m_id, std::move(members), false);
+}
+
+ORXSimCSetID ORXSimCollection::BiggestCSetID() const {
+  sim::Context& context = sim::FindContext(m_id.Context());
+  // On a read-only file the set is there already, or lives as long as the file is open.
+  bool const isTemporary = context.Database().File().IsReadOnly();
+  return context.AddSet(m_id, context.Find(m_id).members.All(), isTemporary);
+}
+
+ORXSimCollectionID ORXSimCollection::CreateColorVariant(int color) const {
+  sim::Context& context = sim::FindContext(m_id.Context());
+  context.Database().RequireWritable("create a colour variant");
+  if (color < 0) {
+    ORXSimException(ORXSimException::invalidArgument, "A colour variant cannot have the colour " +
+                                                          std::to_string(color) + ", expected at least 0.")
+        .Throw(__FILE__, __LINE__);
+  }
+  context.AddColor(m_id, color);
+  return m_id.ColorVariant(color);
+}

@@ -1,0 +1,61 @@
+#include "sim/ORXSimDatabase.h"
+
+#include "sim/ORXSimException.h"
+#include "sim/impl/OpenDatabase.h"
+
+ORXSimDatabase::~ORXSimDatabase() = default;
+
+sim::OpenDatabase& ORXSimDatabase::Opened() const {
+  if (m_open == nullptr)
+    ORXSimException(ORXSimException::wrongState, "The database is not open.").Throw(__FILE__, __LINE__);
+  return *m_open;
+}
+
+ORXSimFileID ORXSimDatabase::Attach(std::shared_ptr<sim::OpenDatabase> database) {
+  m_open = std::move(database);
+  return {.file = m_open->Number()};
+}
+
+namespace {
+void RequireUnopened(bool isOpen, ORXUnicodeString const& name) {
+  if (!isOpen) return;
+  ORXSimException(ORXSimException::wrongState, std::string("Opening ") + name.AsUtf8() +
+                                                   " is not possible: the database has a file open already.")
+      .Throw(__FILE__, __LINE__);
+}
+} // namespace
+
+ORXSimFileID ORXSimDatabase::CreateFile(ORXUnicodeString const& name, int flags, int n) {
+  RequireUnopened(IsOpen(), name);
+  if ((flags & ~replaceExisting) != 0 || n != -1) {
+    ORXSimException(ORXSimException::invalidArgument,
+                    std::string("Creating ") + name.AsUtf8() + " is not possible: flags " +
+                        std::to_string(flags) + " and n " + std::to_string(n) + ", expected 0 or 1, and -1.")
+        .Throw(__FILE__, __LINE__);
+  }
+  return Attach(sim::OpenDatabase::Create(name.AsUtf8(), m_durability, (flags & replaceExisting) != 0));
+}
+
+ORXSimFileID ORXSimDatabase::OpenFile(ORXUnicodeString const& name, bool readOnly) {
+  RequireUnopened(IsOpen(), name);
+  return Attach(sim::OpenDatabase::Open(name.AsUtf8(), readOnly));
+}
+
+void ORXSimDatabase::Close() {
+  if (m_open == nullptr) return;
+  m_open->CommitForClose();
+  m_open.reset();
+}
+
+ORXSimContextID ORXSimDatabase::CreateContext(ORXSimNamespaceID space) {
+  return Opened().AddContext(space).ID();
+}
+
+ORXSimArray<ORXSimContextID> ORXSimDatabase::Contexts() const {
+  ORXSimArray<ORXSimContextID> ids;
+  for (auto const& context : Opened().Contexts())
+    if (context != nullptr) ids.Append(context->ID());
+  return ids;
+}
+
+bool ORXSimDatabase::IsReadOnly() const noexcept { return m_open != nullptr && m_open->File().IsReadOnly(); }

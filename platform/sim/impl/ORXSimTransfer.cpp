@@ -1,0 +1,409 @@
+#include "sim/ORXSimTransfer.h"
+
+#include "sim/ORXSimException.h"
+#include "sim/impl/OpenDatabase.h"
+#include "sim/impl/Selection.h"
+#include "sim/impl/store/DenseDrawer.h"
+#include "sim/impl/store/SparseDrawer.h"
+
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+namespace {
+
+[[noreturn]] void RefuseView(sim::DistributionRecord const& record, std::string const& text) {
+  ORXSimException(ORXSimException::viewDoesNotFit,
+                  "The view does not fit " + record.Name() + ": " + text + ".")
+      .Throw(__FILE__, __LINE__);
+}
+
+std::string Along(int dim) { return "along dimension " + std::to_string(dim) + " "; }
+
+} // namespace
+
+ORXSimTransfer::ORXSimTransfer(ORXSimDistribution const& distribution)
+    : m_distribution(distribution), m_selections(distribution.NumDimensions()) {}
+
+ORXSimTransfer::~ORXSimTransfer() = default;
+
+sim::DistributionRecord& ORXSimTransfer::Record() const {
+  sim::DistributionRecord* const record = m_distribution.m_participation.Record();
+  if (record == nullptr)
+    ORXSimException(ORXSimException::wrongState, "The transfer is on no distribution.")
+        .Throw(__FILE__, __LINE__);
+  record->InContext();
+  return *record;
+}
+
+// Configuration
+
+ORXSimTransfer& ORXSimTransfer::SetRead() noexcept {
+  m_isRead = true;
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetWrite() noexcept {
+  m_isWrite = true;
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetMakeNewDrawer() noexcept {
+  m_newDrawer = NewDrawer::Whole;
+  m_chunks.Clear();
+  m_isChecked = false;
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetMakeNewDrawerChunked(ORXSimArray<int> const& chunks) {
+  m_newDrawer = NewDrawer::Chunked;
+  m_chunks = chunks;
+  m_isChecked = false;
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetInitializationValue(ORXSimRangeValue const& value) noexcept {
+  m_initialValue = value;
+  m_hasInitialValue = true;
+  m_isChecked = false;
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetDimExtension(ORXSimCSetID const& members) noexcept {
+  m_extension = members;
+  m_isChecked = false;
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::Select(int dim, ORXSimDimSelection const& selection) {
+  if (dim < 0 || dim >= m_selections.Size()) {
+    ORXSimException(ORXSimException::invalidArgument, "There is no dimension " + std::to_string(dim) +
+                                                          " to select along: the distribution has " +
+                                                          std::to_string(m_selections.Size()) + ".")
+        .Throw(__FILE__, __LINE__);
+  }
+  m_selections[dim] = selection;
+  m_isChecked = false;
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetDim(int dim, ORXSimCSetID const& members) {
+  return Select(dim, {.kind = ORXSimDimSelection::Kind::Set, .set = members, .collection = {}});
+}
+
+ORXSimTransfer& ORXSimTransfer::SetDimOrdinalRange(int dim, ORXSimCollectionID const& collection, int first,
+                                                   int last) {
+  return Select(dim, {.kind = ORXSimDimSelection::Kind::Range,
+                      .set = {},
+                      .collection = collection,
+                      .first = first,
+                      .last = last});
+}
+
+ORXSimTransfer& ORXSimTransfer::SetBuffer(int index, void* data, std::int64_t bytes) {
+  if (index < 0 || index >= maxBuffers || bytes < 0) {
+    ORXSimException(ORXSimException::invalidArgument,
+                    "Buffer " + std::to_string(index) + " of " + std::to_string(bytes) +
+                        " bytes cannot be attached: expected a buffer from 0 to 3 and at least 0 bytes.")
+        .Throw(__FILE__, __LINE__);
+  }
+  m_buffers[static_cast<std::size_t>(index)] = {.data = data, .bytes = bytes};
+  // Known this early, a buffer that is too small need not wait for the execution.
+  if (m_isChecked && index == 0 && !m_serialization.IsSparse() && m_newDrawer == NewDrawer::No)
+    CheckBuffer(0, SelectedCells() * Record().range.CellBytes());
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetBuffer(int index, void const* data, std::int64_t bytes) {
+  return SetBuffer(index, const_cast<void*>(data), bytes); // ExecWrite only reads it
+}
+
+ORXSimTransfer& ORXSimTransfer::SetBufferPadding(bool padding) {
+  if (padding)
+    ORXSimException(ORXSimException::invalidArgument, "Padded buffers are not supported.")
+        .Throw(__FILE__, __LINE__);
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::RelinquishBuffers() noexcept {
+  m_buffers = {};
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetSerialization(ORXSimSerializationType const& serialization) noexcept {
+  m_serialization = serialization;
+  m_isChecked = false;
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::SetSparseNNonzero(int count) noexcept {
+  m_entries = count;
+  m_isChecked = false;
+  return *this;
+}
+
+// Checking
+
+ORXSimTransfer& ORXSimTransfer::CheckView() {
+  if (m_isChecked) return *this;
+  Record();
+  if (m_newDrawer != NewDrawer::No) {
+    CheckNewDrawer();
+  } else if (!m_extension.IsNull()) {
+    CheckExtension();
+  } else {
+    CheckSelections();
+  }
+  m_isChecked = m_newDrawer == NewDrawer::No && m_extension.IsNull();
+  return *this;
+}
+
+void ORXSimTransfer::CheckNewDrawer() const {
+  sim::DistributionRecord const& record = Record();
+  for (int dim = 0; dim < record.Rank(); ++dim) {
+    ORXSimDimSelection const& selection = m_selections[dim];
+    if (selection.kind == ORXSimDimSelection::Kind::Range)
+      RefuseView(record, "a new drawer is made over member sets, not over a range of positions");
+    if (selection.kind == ORXSimDimSelection::Kind::Set)
+      sim::CheckCollection(record, dim, selection.set.Collection());
+  }
+  if (m_newDrawer == NewDrawer::Chunked) {
+    if (m_chunks.Size() != record.Rank())
+      RefuseView(record, "there are " + std::to_string(m_chunks.Size()) + " chunk lengths, expected " +
+                             std::to_string(record.Rank()));
+    for (int dim = 0; dim < record.Rank(); ++dim)
+      if (m_chunks[dim] < 1)
+        RefuseView(record, Along(dim) + "the chunk length is " + std::to_string(m_chunks[dim]) +
+                               ", expected at least 1");
+  }
+  double const initial = m_initialValue.Value();
+  bool const isInteger = record.range.Key() == ORXSimTypeKey::Int32;
+  if (isInteger && !(initial == std::trunc(initial) && std::abs(initial) <= 2147483647.0))
+    RefuseView(record, "the initialization value is not a 32-bit integer");
+  if (m_serialization.IsSparse() && (record.Rank() != 2 || isInteger))
+    RefuseView(record, "a sparse matrix needs two dimensions and cells of double precision");
+}
+
+void ORXSimTransfer::CheckSelections() const {
+  sim::DistributionRecord const& record = Record();
+  if (record.drawer == nullptr) RefuseView(record, "it has no drawer yet");
+  if (m_serialization.IsSparse() != record.drawer->serialization.IsSparse())
+    RefuseView(record, m_serialization.IsSparse() ? "its drawer is dense, the transfer sparse"
+                                                  : "its drawer is sparse, the transfer dense");
+  for (int dim = 0; dim < record.Rank(); ++dim) {
+    ORXSimDimSelection const& selection = m_selections[dim];
+    int const size = record.drawer->sizes[static_cast<std::size_t>(dim)];
+    if (selection.kind == ORXSimDimSelection::Kind::Set) {
+      sim::CheckCollection(record, dim, selection.set.Collection());
+    } else if (selection.kind == ORXSimDimSelection::Kind::Range) {
+      if (!selection.collection.IsNull()) sim::CheckCollection(record, dim, selection.collection);
+      if (selection.first < 0 || selection.last >= size || selection.last < selection.first)
+        RefuseView(record, Along(dim) + "the positions are " + std::to_string(selection.first) + " to " +
+                               std::to_string(selection.last) + ", the drawer has 0 to " +
+                               std::to_string(size - 1));
+    }
+    if (m_serialization.IsSparse() && sim::SelectedCount(record, selection, dim) != size)
+      RefuseView(record, Along(dim) + "a part is selected, but a sparse drawer is read and written whole");
+  }
+}
+
+void ORXSimTransfer::CheckExtension() const {
+  sim::DistributionRecord const& record = Record();
+  if (record.drawer == nullptr) RefuseView(record, "it has no drawer yet");
+  if (record.drawer->dense == nullptr || !record.drawer->dense->IsExtendable())
+    RefuseView(record, "its drawer cannot be extended");
+  int const dim = sim::DimensionOf(record, m_extension.Collection());
+  std::int64_t const size = std::int64_t{record.drawer->sizes[static_cast<std::size_t>(dim)]} +
+                            record.InContext().Find(m_extension).members->Size();
+  if (size > std::numeric_limits<int>::max())
+    RefuseView(record,
+               Along(dim) + "there would be " + std::to_string(size) + " cells, expected at most 2147483647");
+}
+
+std::int64_t ORXSimTransfer::SelectedCells() const {
+  sim::DistributionRecord const& record = Record();
+  std::int64_t cells = 1;
+  for (int dim = 0; dim < record.Rank(); ++dim)
+    cells *= sim::SelectedCount(record, m_selections[dim], dim);
+  return cells;
+}
+
+void ORXSimTransfer::CheckBuffer(int index, std::int64_t bytesNeeded) const {
+  Buffer const& buffer = m_buffers[static_cast<std::size_t>(index)];
+  if (buffer.data == nullptr && bytesNeeded > 0)
+    RefuseView(Record(), "buffer " + std::to_string(index) + " is not attached");
+  if (buffer.bytes < bytesNeeded)
+    RefuseView(Record(), "buffer " + std::to_string(index) + " has " + std::to_string(buffer.bytes) +
+                             " bytes, the selection needs " + std::to_string(bytesNeeded));
+}
+
+// Creation and extension
+
+std::shared_ptr<sim::Drawer> ORXSimTransfer::DrawerOverSelection() const {
+  sim::DistributionRecord const& record = Record();
+  sim::Context& context = record.InContext();
+  auto drawer = std::make_shared<sim::Drawer>();
+  drawer->serialization = m_serialization;
+  for (int dim = 0; dim < record.Rank(); ++dim) {
+    ORXSimDimSelection const& selection = m_selections[dim];
+    ORXSimCollectionID const collection = record.Collection(dim);
+    ORXSimCSetID const set = selection.kind == ORXSimDimSelection::Kind::Set
+                                 ? selection.set
+                                 : context.AddSet(collection, context.Find(collection).members.All(), false);
+    drawer->sets.push_back(set.Data().memberSet);
+    drawer->sizes.push_back(context.Find(set).members->Size());
+  }
+  for (int const length : m_chunks)
+    drawer->chunks.push_back(length);
+  return drawer;
+}
+
+void ORXSimTransfer::CreateDenseDrawer() {
+  sim::DistributionRecord& record = Record();
+  sim::Context& context = record.InContext();
+  context.Database().RequireWritable("create a drawer");
+  auto drawer = DrawerOverSelection();
+  auto const cell =
+      record.range.Key() == ORXSimTypeKey::Double ? store::CellType::Double : store::CellType::Int32;
+  drawer->dense = store::DenseDrawer::Create(context.Database().File(), cell, drawer->sizes, drawer->chunks,
+                                             m_initialValue.Value());
+  context.InstallDrawer(record, std::move(drawer));
+  m_newDrawer = NewDrawer::No;
+  m_isChecked = false;
+}
+
+ORXSimTransfer& ORXSimTransfer::InitializePersistentDrawer() {
+  sim::DistributionRecord const& record = Record();
+  if (m_newDrawer == NewDrawer::No || !m_isWrite || m_serialization.IsSparse()) {
+    ORXSimException(
+        ORXSimException::wrongState,
+        "Initializing a drawer of " + record.Name() +
+            " needs a dense transfer with SetWrite and SetMakeNewDrawer or SetMakeNewDrawerChunked.")
+        .Throw(__FILE__, __LINE__);
+  }
+  CheckView();
+  CreateDenseDrawer();
+  return *this;
+}
+
+ORXSimTransfer& ORXSimTransfer::InitializeExtension() {
+  sim::DistributionRecord& record = Record();
+  if (m_extension.IsNull()) {
+    ORXSimException(ORXSimException::wrongState,
+                    "Extending " + record.Name() + " needs SetDimExtension before.")
+        .Throw(__FILE__, __LINE__);
+  }
+  CheckExtension();
+  sim::Context& context = record.InContext();
+  context.Database().RequireWritable("extend a drawer");
+  sim::Drawer& drawer = *record.drawer;
+  int const dim = sim::DimensionOf(record, m_extension.Collection());
+  ORXSimCSetID const longer =
+      context.AddSet(record.Collection(dim),
+                     sim::Joined(*context.SetAt(drawer.sets[static_cast<std::size_t>(dim)]).members,
+                                 *context.Find(m_extension).members),
+                     false);
+  int const size = context.Find(longer).members->Size();
+  double const fill = m_hasInitialValue ? m_initialValue.Value() : drawer.dense->Fill();
+  drawer.dense->Extend(drawer.sizes, dim, size, fill);
+  context.RecordExtension(record, dim, longer.Data().memberSet);
+  m_extension = {};
+  m_isChecked = false;
+  return *this;
+}
+
+// Execution
+
+void ORXSimTransfer::MoveDense(bool isWrite) {
+  sim::DistributionRecord const& record = Record();
+  CheckBuffer(0, SelectedCells() * record.range.CellBytes());
+  sim::Selection const selection(record, m_selections);
+  store::DenseDrawer& drawer = *record.drawer->dense;
+  void* const buffer = m_buffers[0].data;
+  selection.ForEachBox([&](store::DrawerBox const& box) {
+    if (isWrite) {
+      drawer.Write(box, selection.BufferCounts(), buffer);
+    } else {
+      drawer.Read(box, selection.BufferCounts(), buffer);
+    }
+  });
+  m_result.m_items = selection.Cells();
+}
+
+void ORXSimTransfer::WriteSparse() {
+  sim::DistributionRecord& record = Record();
+  sim::Context& context = record.InContext();
+  context.Database().RequireWritable("write a sparse matrix");
+  if (m_newDrawer == NewDrawer::No) RefuseView(record, "a sparse matrix is written into a new drawer only");
+  if (m_entries < 0) RefuseView(record, "the number of stored entries is not set");
+  auto drawer = DrawerOverSelection();
+  drawer->chunks.clear();
+  std::int64_t const rows = drawer->sizes[0];
+  bool const isSymmetric = m_serialization.Kind() == ORXSimSerializationType::Layout::SparseSym;
+  CheckBuffer(0, std::int64_t{8} * m_entries);
+  CheckBuffer(1, std::int64_t{4} * m_entries);
+  CheckBuffer(2, 4 * (rows + 1));
+  bool const hasDiagonal = m_buffers[3].data != nullptr;
+  if (hasDiagonal || isSymmetric) CheckBuffer(3, 8 * rows);
+  drawer->sparse = store::SparseDrawer::Create(context.Database().File(), rows, drawer->sizes[1], m_entries,
+                                               SparseArrays());
+  context.InstallDrawer(record, std::move(drawer));
+  m_newDrawer = NewDrawer::No;
+  m_isChecked = false;
+}
+
+store::SparseArrays ORXSimTransfer::SparseArrays() const {
+  return {.values = static_cast<double*>(m_buffers[0].data),
+          .columns = static_cast<std::int32_t*>(m_buffers[1].data),
+          .starts = static_cast<std::int32_t*>(m_buffers[2].data),
+          .diagonal = static_cast<double*>(m_buffers[3].data)};
+}
+
+void ORXSimTransfer::ReadSparse() {
+  sim::DistributionRecord const& record = Record();
+  store::SparseDrawer& drawer = *record.drawer->sparse;
+  ORXSimDrawerDescription const facts = record.Describe();
+  int const itemBytes[maxBuffers] = {8, 4, 4, 8};
+  for (int index = 0; index < maxBuffers; ++index)
+    if (m_buffers[static_cast<std::size_t>(index)].data != nullptr)
+      CheckBuffer(index, facts.DataSizeItems(index) * itemBytes[index]);
+  if (m_buffers[3].data != nullptr && !drawer.HasDiagonal()) RefuseView(record, "its drawer has no diagonal");
+  drawer.Read(SparseArrays());
+  m_result.m_items = drawer.Entries();
+}
+
+ORXSimTransfer& ORXSimTransfer::ExecWrite() {
+  sim::DistributionRecord const& record = Record();
+  if (!m_isWrite)
+    ORXSimException(ORXSimException::wrongState, "Writing to " + record.Name() + " needs SetWrite before.")
+        .Throw(__FILE__, __LINE__);
+  CheckView();
+  if (m_serialization.IsSparse()) {
+    WriteSparse();
+    return *this;
+  }
+  if (m_newDrawer != NewDrawer::No) {
+    std::int64_t cells = record.range.CellBytes();
+    for (int const size : DrawerOverSelection()->sizes)
+      cells *= size;
+    CheckBuffer(0, cells);
+    CreateDenseDrawer();
+  }
+  MoveDense(true);
+  return *this;
+}
+
+ORXSimTransientDrawer const& ORXSimTransfer::ExecRead() {
+  sim::DistributionRecord const& record = Record();
+  if (!m_isRead)
+    ORXSimException(ORXSimException::wrongState, "Reading from " + record.Name() + " needs SetRead before.")
+        .Throw(__FILE__, __LINE__);
+  if (m_newDrawer != NewDrawer::No) RefuseView(record, "a new drawer can be written, not read");
+  CheckView();
+  if (m_serialization.IsSparse()) {
+    ReadSparse();
+  } else {
+    MoveDense(false);
+  }
+  return m_result;
+}

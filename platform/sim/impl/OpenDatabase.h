@@ -1,0 +1,55 @@
+#pragma once
+
+#include "sim/ORXSimDatabase.h"
+#include "sim/impl/Context.h"
+#include "sim/impl/store/DatabaseFile.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+/// An open file and its structure. The process-wide table knows it by its number while it lives.
+class OpenDatabase {
+public:
+  static std::shared_ptr<OpenDatabase> Create(std::string const& name, ORXSimDurability durability,
+                                              bool replacesExisting);
+  static std::shared_ptr<OpenDatabase> Open(std::string const& name, bool readOnly);
+
+  explicit OpenDatabase(std::unique_ptr<store::DatabaseFile> file);
+  OpenDatabase(OpenDatabase const&) = delete;
+  OpenDatabase& operator=(OpenDatabase const&) = delete;
+  /// Drops what was not committed.
+  ~OpenDatabase();
+
+  std::uint32_t Number() const noexcept { return m_number; }
+  store::DatabaseFile& File() const noexcept { return *m_file; }
+
+  Context& AddContext(ORXSimNamespaceID space);
+  std::vector<std::unique_ptr<Context>> const& Contexts() const noexcept { return m_contexts; }
+
+  /// Raises writeFailed when the file is read-only; `what` is what was to be done: "create a collection".
+  void RequireWritable(char const* what) const;
+  /// Saves that context, and those without a transaction. On an error the file holds the former state and the
+  /// records are as before.
+  void Commit(Context const& committing);
+  /// Abandons open transactions, saves everything else. On an error the file stays open.
+  void CommitForClose();
+
+private:
+  void Save(std::vector<Context*> const& contexts);
+
+  std::uint32_t m_number;
+  std::unique_ptr<store::DatabaseFile> m_file;
+  std::vector<std::unique_ptr<Context>> m_contexts; ///< by number
+};
+
+/// The context that an identifier names; raises staleIdentifier when its file is closed.
+Context& FindContext(ORXSimContextID const& id);
+/// The same without an error: null.
+Context* LookUpContext(ORXSimContextID const& id) noexcept;
+/// The record that an identifier names; raises staleIdentifier.
+std::shared_ptr<DistributionRecord> const& FindDistribution(ORXSimDistributionID const& id);
+
+} // namespace sim

@@ -1,0 +1,100 @@
+#include "sim/impl/Selection.h"
+
+#include "sim/ORXSimException.h"
+#include "sim/impl/Context.h"
+
+namespace sim {
+
+namespace {
+
+[[noreturn]] void Refuse(DistributionRecord const& record, std::string const& text) {
+  ORXSimException(ORXSimException::viewDoesNotFit,
+                  "The view does not fit " + record.Name() + ": " + text + ".")
+      .Throw(__FILE__, __LINE__);
+}
+
+std::string Describe(ORXSimIDMinor const& minor) {
+  return std::to_string(minor.collection) + " (colour " + std::to_string(minor.color) + ")";
+}
+
+bool IsWholeDimension(DistributionRecord const& record, ORXSimDimSelection const& selection, int dim) {
+  return selection.kind == ORXSimDimSelection::Kind::Everything ||
+         (selection.kind == ORXSimDimSelection::Kind::Set &&
+          selection.set.Data().memberSet == record.drawer->sets[static_cast<std::size_t>(dim)]);
+}
+
+} // namespace
+
+void CheckCollection(DistributionRecord const& record, int dim, ORXSimCollectionID const& collection) {
+  ORXSimIDMinor const& expected = record.grid[static_cast<std::size_t>(dim)];
+  if (collection.Context() == record.id.context && collection.Minor() == expected) return;
+  if (collection.IsNull())
+    Refuse(record, "along dimension " + std::to_string(dim) + " the member set is null");
+  Refuse(record, "along dimension " + std::to_string(dim) + " the selection is of collection " +
+                     Describe(collection.Minor()) +
+                     (collection.Context() == record.id.context ? "" : " of another context") +
+                     ", expected collection " + Describe(expected));
+}
+
+int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection) {
+  for (int dim = 0; dim < record.Rank(); ++dim)
+    if (collection.Equal(record.Collection(dim))) return dim;
+  Refuse(record, "no dimension has the collection " + Describe(collection.Minor()) + " of the extension");
+}
+
+std::int64_t SelectedCount(DistributionRecord const& record, ORXSimDimSelection const& selection, int dim) {
+  switch (selection.kind) {
+  case ORXSimDimSelection::Kind::Set:
+    return record.InContext().Find(selection.set).members->Size();
+  case ORXSimDimSelection::Kind::Range:
+    return std::int64_t{selection.last} - selection.first + 1;
+  case ORXSimDimSelection::Kind::Everything:
+    break;
+  }
+  return record.drawer->sizes[static_cast<std::size_t>(dim)];
+}
+
+ORXSimIndexSet Joined(ORXSimIndexSet const& first, ORXSimIndexSet const& second) {
+  std::vector<int> labels(static_cast<std::size_t>(first.Size()) + static_cast<std::size_t>(second.Size()));
+  first.CopyTo(labels.data());
+  second.CopyTo(labels.data() + first.Size());
+  return ORXSimIndexSet::Listed(labels);
+}
+
+Selection::Selection(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections)
+    : m_runs(record.grid.size()), m_counts(record.grid.size()) {
+  for (int dim = 0; dim < record.Rank(); ++dim) {
+    ORXSimDimSelection const& selection = selections[dim];
+    auto& runs = m_runs[static_cast<std::size_t>(dim)];
+    std::int64_t const count = SelectedCount(record, selection, dim);
+    if (selection.kind == ORXSimDimSelection::Kind::Range) {
+      runs.push_back({.first = selection.first, .count = count, .buffer = 0});
+    } else if (IsWholeDimension(record, selection, dim)) {
+      runs.push_back({.first = 0, .count = count, .buffer = 0});
+    } else {
+      AddMembers(record, dim, selection.set, runs);
+    }
+    m_counts[static_cast<std::size_t>(dim)] = count;
+    m_cells *= count;
+  }
+}
+
+void Selection::AddMembers(DistributionRecord const& record, int dim, ORXSimCSetID const& id,
+                           std::vector<Run>& runs) {
+  Context const& context = record.InContext();
+  ORXSimIndexSet const& wanted = *context.Find(id).members;
+  ORXSimIndexSet const& there = *context.SetAt(record.drawer->sets[static_cast<std::size_t>(dim)]).members;
+  for (int k = 0; k < wanted.Size(); ++k) {
+    int const position = there.PositionOf(wanted[k]);
+    if (position < 0)
+      Refuse(record, "along dimension " + std::to_string(dim) + " the drawer has no member " +
+                         std::to_string(wanted[k]));
+    if (!runs.empty() && runs.back().first + runs.back().count == position) {
+      ++runs.back().count;
+    } else {
+      runs.push_back({.first = position, .count = 1, .buffer = k});
+    }
+  }
+}
+
+} // namespace sim

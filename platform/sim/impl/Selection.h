@@ -1,0 +1,67 @@
+#pragma once
+
+#include "sim/ORXSimTransfer.h"
+#include "sim/impl/Records.h"
+#include "sim/impl/store/DenseDrawer.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace sim {
+
+/// Raises viewDoesNotFit unless `collection` is that of the dimension.
+void CheckCollection(DistributionRecord const& record, int dim, ORXSimCollectionID const& collection);
+/// The dimension of a collection; raises viewDoesNotFit when there is none.
+int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection);
+/// Number of positions that a selection has along a dimension of the drawer.
+std::int64_t SelectedCount(DistributionRecord const& record, ORXSimDimSelection const& selection, int dim);
+/// The labels of one set followed by those of another.
+ORXSimIndexSet Joined(ORXSimIndexSet const& first, ORXSimIndexSet const& second);
+
+/// The positions in a drawer that the selections of all dimensions name, as boxes of consecutive ones.
+class Selection {
+public:
+  /// Raises viewDoesNotFit when a set has a member that the drawer does not have.
+  Selection(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections);
+
+  std::int64_t Cells() const noexcept { return m_cells; }
+  /// The shape of the packed buffer.
+  std::span<std::int64_t const> BufferCounts() const noexcept { return m_counts; }
+
+  template<class Visit>
+  void ForEachBox(Visit&& visit) const {
+    if (m_cells == 0) return;
+    store::DrawerBox box;
+    VisitFrom(0, box, visit);
+  }
+
+private:
+  struct Run {
+    std::int64_t first;  ///< position in the drawer
+    std::int64_t count;  ///< of consecutive positions
+    std::int64_t buffer; ///< position in the buffer
+  };
+
+  void AddMembers(DistributionRecord const& record, int dim, ORXSimCSetID const& id, std::vector<Run>& runs);
+
+  template<class Visit>
+  void VisitFrom(std::size_t dim, store::DrawerBox& box, Visit&& visit) const {
+    if (dim == m_runs.size()) {
+      visit(const_cast<store::DrawerBox const&>(box));
+      return;
+    }
+    for (Run const& run : m_runs[dim]) {
+      box.first[dim] = run.first;
+      box.counts[dim] = run.count;
+      box.bufferFirst[dim] = run.buffer;
+      VisitFrom(dim + 1, box, visit);
+    }
+  }
+
+  std::vector<std::vector<Run>> m_runs; ///< per dimension
+  std::vector<std::int64_t> m_counts;   ///< selected along each dimension
+  std::int64_t m_cells = 1;
+};
+
+} // namespace sim

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+namespace store {
+
+/// HDF5 knows no more dimensions.
+constexpr int maxRank = 32;
+
+/// One number per dimension; those beyond the rank mean nothing.
+using Indices = std::array<std::int64_t, maxRank>;
+
+/// A box of cells that lies in two arrays with different strides (in cells).
+///
+///     cell (i0, i1, ...) of the box   is at   base + i0 * stride[0] + i1 * stride[1] + ...
+struct TwoStridedBox {
+  int rank = 0;
+  Indices counts;
+  Indices toStrides;
+  Indices fromStrides;
+
+  /// Drops dimensions of one cell and joins neighbours that are one run in both arrays.
+  void Simplify() noexcept;
+};
+
+/// Calls run(to offset, from offset) for each innermost run of a simplified box, in order; the run has
+/// counts[rank-1] cells with strides of the last dimension.
+template<class Run>
+void ForEachRun(TwoStridedBox const& box, Run&& run) {
+  int const outer = box.rank - 1;
+  for (int dim = 0; dim < box.rank; ++dim)
+    if (box.counts[dim] == 0) return;
+  Indices at;
+  for (int dim = 0; dim < outer; ++dim)
+    at[dim] = 0;
+  std::int64_t to = 0;
+  std::int64_t from = 0;
+  for (;;) {
+    run(to, from);
+    int dim = outer - 1;
+    for (; dim >= 0; --dim) {
+      to += box.toStrides[dim];
+      from += box.fromStrides[dim];
+      if (++at[dim] < box.counts[dim]) break;
+      to -= box.counts[dim] * box.toStrides[dim];
+      from -= box.counts[dim] * box.fromStrides[dim];
+      at[dim] = 0;
+    }
+    if (dim < 0) return;
+  }
+}
+
+/// Copies the cells of a box.
+template<class Cell>
+void CopyBox(TwoStridedBox box, Cell* to, Cell const* from) {
+  box.Simplify();
+  if (box.rank == 0) {
+    *to = *from;
+    return;
+  }
+  std::int64_t const cells = box.counts[box.rank - 1];
+  std::int64_t const toStride = box.toStrides[box.rank - 1];
+  std::int64_t const fromStride = box.fromStrides[box.rank - 1];
+  constexpr std::int64_t worthACall = 128 / sizeof(Cell);
+  if (toStride == 1 && fromStride == 1 && cells >= worthACall) {
+    auto const bytes = static_cast<std::size_t>(cells) * sizeof(Cell);
+    ForEachRun(box, [=](std::int64_t a, std::int64_t b) { std::memcpy(to + a, from + b, bytes); });
+  } else {
+    ForEachRun(box, [=](std::int64_t a, std::int64_t b) {
+      for (std::int64_t k = 0; k < cells; ++k)
+        to[a + k * toStride] = from[b + k * fromStride];
+    });
+  }
+}
+
+} // namespace store

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "sim/impl/Context.h"
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace store {
+
+class DatabaseFile;
+
+/// Writes what contexts have unsaved into the groups of a file, as docs/database-format.md describes. Nothing
+/// is durable before the file's commit; when that fails, Revert takes everything back.
+class CatalogWriter {
+public:
+  explicit CatalogWriter(DatabaseFile& file) : m_file(file) {}
+
+  void Save(sim::Context& context);
+  /// Puts the groups back into the state before the first Save.
+  void Revert() noexcept;
+
+private:
+  void SaveContext(sim::Context& context);
+  void SaveTypes(sim::Context& context);
+  void SaveCollection(sim::Context& context, int number);
+  void SaveSet(sim::Context& context, int number);
+  void SaveDistribution(sim::Context& context, int number);
+  void SaveDrawer(sim::DistributionRecord& distribution, std::string const& path);
+  void RemoveOnRevert(std::string const& path);
+
+  DatabaseFile& m_file;
+  std::vector<std::function<void()>> m_reversals; ///< to be run from the back
+};
+
+/// Fills `contexts` with the contexts of a file; `create` makes an empty one.
+void LoadCatalog(DatabaseFile& file,
+                 std::function<sim::Context&(int number, ORXSimNamespaceID space)> const& create);
+
+} // namespace store

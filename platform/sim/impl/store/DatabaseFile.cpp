@@ -1,0 +1,168 @@
+#include "sim/impl/store/DatabaseFile.h"
+
+#include "sim/ORXSimException.h"
+#include "sim/impl/store/Guarded.h"
+#include "sim/impl/store/Hdf5.h"
+#include "sim/impl/store/Hdf5Driver.h"
+#include "sim/impl/store/TransactionalFile.h"
+
+#include <cerrno>
+
+namespace store {
+
+namespace {
+
+constexpr char formatName[] = "orx simulation database";
+constexpr int formatVersion = 1;
+
+[[noreturn]] void RaiseOpening(FileError const& error) {
+  bool const isInUse = error.Error() == EWOULDBLOCK || error.Error() == EBUSY;
+  bool const isDamaged = error.Error() == EINVAL || error.Error() == EUCLEAN;
+  ORXSimException(isInUse     ? ORXSimException::fileInUse
+                  : isDamaged ? ORXSimException::damaged
+                              : ORXSimException::notOpened,
+                  error.what())
+      .Throw(__FILE__, __LINE__);
+}
+
+} // namespace
+
+struct DatabaseFile::Hdf5 {
+  Hdf5Id file;
+};
+
+DatabaseFile::DatabaseFile(std::string path, bool isReadOnly, bool isScratch)
+    : m_path(std::move(path)), m_isReadOnly(isReadOnly), m_isScratch(isScratch),
+      m_hdf5(std::make_unique<Hdf5>()) {}
+
+DatabaseFile::~DatabaseFile() {
+  if (m_bytes != nullptr) m_bytes->Discard();
+}
+
+std::unique_ptr<DatabaseFile> DatabaseFile::Create(std::string const& path, bool isScratch,
+                                                   bool replacesExisting) {
+  std::unique_ptr<DatabaseFile> file(new DatabaseFile(path, false, isScratch));
+  try {
+    file->m_bytes = TransactionalFile::Create(path, isScratch, replacesExisting);
+  } catch (FileError const& error) {
+    RaiseOpening(error);
+  }
+  Guarded(*file, [&] {
+    Hdf5Id const access(MakeFileAccess(*file->m_bytes));
+    Hdf5Id const creation(MakeFileCreation());
+    file->m_hdf5->file =
+        CheckedId(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()), "creating the file");
+    file->WriteFormat();
+  });
+  file->Commit();
+  return file;
+}
+
+std::unique_ptr<DatabaseFile> DatabaseFile::Open(std::string const& path, bool readOnly) {
+  std::unique_ptr<DatabaseFile> file(new DatabaseFile(path, readOnly, false));
+  try {
+    file->m_bytes = TransactionalFile::Open(path, readOnly);
+  } catch (FileError const& error) {
+    RaiseOpening(error);
+  }
+  Guarded(*file, [&] {
+    Hdf5Id const access(MakeFileAccess(*file->m_bytes));
+    unsigned const mode = readOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+    hid_t const id = H5Fopen(path.c_str(), mode, access.Get());
+    if (id < 0) throw DamageFound{"it is damaged, or not an HDF5 file (" + LastHdf5Error() + ")"};
+    file->m_hdf5->file = Hdf5Id(id);
+    file->CheckFormat();
+    if (!readOnly) file->EmptyTrash();
+  });
+  return file;
+}
+
+std::int64_t DatabaseFile::Id() const noexcept { return m_hdf5->file.Get(); }
+
+void DatabaseFile::WriteFormat() {
+  Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
+  WriteAttribute(root.Get(), "format", std::string(formatName));
+  WriteAttribute(root.Get(), "format_version", formatVersion);
+}
+
+void DatabaseFile::CheckFormat() const {
+  Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
+  if (!HasAttribute(root.Get(), "format") || ReadText(root.Get(), "format") != formatName)
+    throw DamageFound{"it is an HDF5 file, but not a simulation database"};
+  int const version = ReadInteger(root.Get(), "format_version");
+  if (version != formatVersion)
+    throw DamageFound{"its format has version " + std::to_string(version) + ", expected " +
+                      std::to_string(formatVersion)};
+}
+
+void DatabaseFile::ForgetFailure() const noexcept {
+  if (m_bytes != nullptr) m_bytes->ForgetFailure();
+}
+
+void DatabaseFile::RaiseTranslated() const {
+  auto const raise = [](std::uint16_t code, std::string const& text) {
+    ORXSimException(code, text).Throw(__FILE__, __LINE__);
+  };
+  auto const fileFailure = [&](FileError const& error) {
+    raise(error.IsRead() ? ORXSimException::readFailed : ORXSimException::writeFailed, error.what());
+  };
+  try {
+    throw;
+  } catch (FileError const& error) {
+    fileFailure(error);
+  } catch (DamageFound const& damage) {
+    raise(ORXSimException::damaged, "Reading " + m_path + " failed: " + damage.text + ".");
+  } catch (Hdf5Failure const& failure) {
+    if (auto const cause = m_bytes->LastFailure()) fileFailure(*cause);
+    bool const isReading = failure.what.starts_with("reading") || failure.what.starts_with("opening") ||
+                           failure.what.starts_with("looking") || failure.what.starts_with("listing");
+    raise(isReading ? ORXSimException::damaged : ORXSimException::internalError,
+          m_path + ": " + failure.what + " failed: " + failure.cause + ".");
+  }
+  throw; // an ORXSimException, or out of memory
+}
+
+std::string DatabaseFile::MoveToTrash(std::string const& path) {
+  Hdf5Id const properties = CheckedId(H5Pcreate(H5P_LINK_CREATE), "moving to the trash");
+  Checked(H5Pset_create_intermediate_group(properties.Get(), 1), "moving to the trash");
+  std::string const trash = "/trash/" + std::to_string(m_trashed++);
+  Checked(H5Lmove(Id(), path.c_str(), Id(), trash.c_str(), properties.Get(), H5P_DEFAULT),
+          "moving " + path + " to the trash");
+  return trash;
+}
+
+void DatabaseFile::TakeFromTrash(std::string const& trash, std::string const& path) noexcept {
+  H5Lmove(Id(), trash.c_str(), Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT);
+}
+
+void DatabaseFile::EmptyTrash() {
+  if (Checked(H5Lexists(Id(), "/trash", H5P_DEFAULT), "looking for the trash") > 0)
+    Checked(H5Ldelete(Id(), "/trash", H5P_DEFAULT), "emptying the trash");
+  m_trashed = 0;
+}
+
+void TryToEmptyTrash(DatabaseFile& file) noexcept {
+  try {
+    Guarded(file, [&] { file.EmptyTrash(); });
+  } catch (ORXBasException const&) {
+    return;
+  }
+}
+
+void DatabaseFile::Flush() { Checked(H5Fflush(Id(), H5F_SCOPE_LOCAL), "writing the structure"); }
+
+void DatabaseFile::Commit() {
+  Guarded(*this, [&] {
+    if (!m_isScratch) Flush();
+    m_bytes->Commit();
+  });
+}
+
+void DatabaseFile::CommitForClose() {
+  Guarded(*this, [&] {
+    Flush();
+    m_bytes->CommitForClose();
+  });
+}
+
+} // namespace store

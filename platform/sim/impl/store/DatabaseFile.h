@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace store {
+
+class TransactionalFile;
+
+/// A database file as HDF5 sees it: opened through the transactional driver, its format recognised, committed
+/// and closed. The identifiers that it hands out are HDF5's hid_t. Errors are ORXSimException.
+class DatabaseFile {
+public:
+  /// A new file, committed while it is still empty.
+  static std::unique_ptr<DatabaseFile> Create(std::string const& path, bool isScratch, bool replacesExisting);
+  static std::unique_ptr<DatabaseFile> Open(std::string const& path, bool readOnly);
+
+  DatabaseFile(DatabaseFile const&) = delete;
+  DatabaseFile& operator=(DatabaseFile const&) = delete;
+  /// Closes the file; what was not committed is dropped.
+  ~DatabaseFile();
+
+  std::string const& Path() const noexcept { return m_path; }
+  bool IsReadOnly() const noexcept { return m_isReadOnly; }
+  bool IsScratch() const noexcept { return m_isScratch; }
+  std::int64_t Id() const noexcept;
+  TransactionalFile& Bytes() const noexcept { return *m_bytes; }
+
+  /// Inside a catch clause: raises what was caught as an ORXSimException. See Guarded.h.
+  [[noreturn]] void RaiseTranslated() const;
+  /// Forgets a failure of the file that was dealt with.
+  void ForgetFailure() const noexcept;
+
+  // Inside Guarded
+
+  /// Moves an object out of the way, so that its space is not given to others before the next commit is
+  /// durable; returns where it is.
+  std::string MoveToTrash(std::string const& path);
+  void TakeFromTrash(std::string const& trash, std::string const& path) noexcept;
+
+  /// Frees what is in the trash; the next commit makes that durable.
+  void EmptyTrash();
+
+  // Not inside Guarded
+
+  void Commit();
+  /// Also for a scratch file, whose structure is written now.
+  void CommitForClose();
+
+private:
+  struct Hdf5;
+
+  DatabaseFile(std::string path, bool isReadOnly, bool isScratch);
+  void WriteFormat();
+  void CheckFormat() const;
+  void Flush();
+
+  std::string m_path;
+  bool m_isReadOnly;
+  bool m_isScratch;
+  int m_trashed = 0; ///< number of the next object in the trash
+  std::unique_ptr<TransactionalFile> m_bytes;
+  std::unique_ptr<Hdf5> m_hdf5;
+};
+
+/// DatabaseFile::EmptyTrash after a commit: a failure is left to the next one.
+void TryToEmptyTrash(DatabaseFile& file) noexcept;
+
+/// Raised inside the storage layer: something read does not make sense.
+struct DamageFound {
+  std::string text;
+};
+
+} // namespace store

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <hdf5.h>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+// Thin wrappers of the HDF5 C interface: owned identifiers, quiet errors, attributes.
+
+namespace store {
+
+/// An owned HDF5 identifier of any kind.
+class Hdf5Id {
+public:
+  explicit Hdf5Id(hid_t id = -1) noexcept : m_id(id) {}
+  Hdf5Id(Hdf5Id&& other) noexcept : m_id(std::exchange(other.m_id, -1)) {}
+  Hdf5Id& operator=(Hdf5Id&& other) noexcept {
+    std::swap(m_id, other.m_id);
+    return *this;
+  }
+  ~Hdf5Id() { Close(); }
+
+  bool IsValid() const noexcept { return m_id >= 0; }
+  hid_t Get() const noexcept { return m_id; }
+  void Close() noexcept;
+
+private:
+  hid_t m_id;
+};
+
+/// While it lives HDF5 prints nothing in this thread; afterwards the host's handler is back.
+class QuietErrors {
+public:
+  QuietErrors() noexcept;
+  QuietErrors(QuietErrors const&) = delete;
+  QuietErrors& operator=(QuietErrors const&) = delete;
+  ~QuietErrors();
+
+private:
+  H5E_auto2_t m_handler = nullptr;
+  void* m_handlerData = nullptr;
+};
+
+/// The root cause of the last failed call; "" when there is none. To be asked at once: any further call that
+/// succeeds forgets it.
+std::string LastHdf5Error();
+
+/// What a failed call raises inside the storage layer; DatabaseFile turns it into an ORXSimException.
+struct Hdf5Failure {
+  std::string what; ///< "creating the group /context_0"
+  std::string cause;
+};
+
+/// Passes a result on, or raises an Hdf5Failure when it is negative.
+template<class Result>
+Result Checked(Result result, std::string const& what) {
+  if (result < 0) throw Hdf5Failure{.what = what, .cause = LastHdf5Error()};
+  return result;
+}
+inline Hdf5Id CheckedId(hid_t id, std::string const& what) { return Hdf5Id(Checked(id, what)); }
+
+// Attributes of an object. A present one is replaced. Reading raises an Hdf5Failure when the attribute is not
+// there or has another type or more than 65536 elements.
+
+void WriteAttribute(hid_t object, char const* name, std::span<int const> values);
+void WriteAttribute(hid_t object, char const* name, int value);
+void WriteAttribute(hid_t object, char const* name, std::span<std::uint64_t const> values);
+void WriteAttribute(hid_t object, char const* name, std::int64_t value);
+void WriteAttribute(hid_t object, char const* name, std::string const& text);
+/// Values in rows of `width`.
+void WriteTableAttribute(hid_t object, char const* name, std::span<int const> values, int width);
+
+bool HasAttribute(hid_t object, char const* name);
+std::vector<int> ReadIntegers(hid_t object, char const* name);
+int ReadInteger(hid_t object, char const* name);
+std::vector<std::uint64_t> ReadWords(hid_t object, char const* name);
+std::string ReadText(hid_t object, char const* name);
+
+} // namespace store

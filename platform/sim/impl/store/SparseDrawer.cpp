@@ -1,0 +1,182 @@
+#include "sim/impl/store/SparseDrawer.h"
+
+#include "sim/ORXSimException.h"
+#include "sim/impl/store/Checksum.h"
+#include "sim/impl/store/Guarded.h"
+#include "sim/impl/store/TransactionalFile.h"
+
+namespace store {
+
+namespace {
+
+constexpr std::int64_t metadataAllowance = 64 << 10;
+
+template<class Value>
+hid_t FileType() {
+  return sizeof(Value) == 8 ? H5T_IEEE_F64LE : H5T_STD_I32LE;
+}
+template<class Value>
+hid_t MemoryType() {
+  return sizeof(Value) == 8 ? H5T_NATIVE_DOUBLE : H5T_NATIVE_INT32;
+}
+
+template<class Value>
+std::uint64_t ChecksumOf(Value const* values, std::int64_t count) {
+  return Checksum(values, static_cast<std::size_t>(count) * sizeof(Value), 1);
+}
+
+template<class Value>
+void WriteArray(hid_t group, char const* name, Value const* values, std::int64_t count) {
+  std::string const what = std::string("writing the sparse array ") + name;
+  auto const extent = static_cast<hsize_t>(count);
+  Hdf5Id const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
+  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
+  Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), what);
+  Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), what);
+  Hdf5Id const dataset = CheckedId(
+      H5Dcreate2(group, name, FileType<Value>(), space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
+      what);
+  if (count > 0)
+    Checked(H5Dwrite(dataset.Get(), MemoryType<Value>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, values), what);
+  std::uint64_t const sum = ChecksumOf(values, count);
+  WriteAttribute(dataset.Get(), "checksum", std::span<std::uint64_t const>(&sum, 1));
+}
+
+Hdf5Id OpenArray(hid_t group, char const* name, std::int64_t& count) {
+  std::string const what = std::string("reading the sparse array ") + name;
+  Hdf5Id dataset = CheckedId(H5Dopen2(group, name, H5P_DEFAULT), what);
+  Hdf5Id const space = CheckedId(H5Dget_space(dataset.Get()), what);
+  if (H5Sget_simple_extent_ndims(space.Get()) != 1)
+    throw DamageFound{std::string("the sparse array ") + name + " has not one dimension"};
+  count = Checked(H5Sget_simple_extent_npoints(space.Get()), what);
+  Hdf5Id const type = CheckedId(H5Dget_type(dataset.Get()), what);
+  H5T_class_t const kind = H5Tget_class(type.Get());
+  if (kind != H5T_FLOAT && kind != H5T_INTEGER)
+    throw DamageFound{std::string("the sparse array ") + name + " does not hold numbers"};
+  return dataset;
+}
+
+template<class Value>
+void ReadArray(hid_t group, char const* name, Value* values, std::int64_t expected) {
+  if (values == nullptr) return;
+  std::int64_t count = 0;
+  Hdf5Id const dataset = OpenArray(group, name, count);
+  if (count != expected)
+    throw DamageFound{std::string("the sparse array ") + name + " has " + std::to_string(count) +
+                      " elements, expected " + std::to_string(expected)};
+  if (count > 0)
+    Checked(H5Dread(dataset.Get(), MemoryType<Value>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, values),
+            std::string("reading the sparse array ") + name);
+  if (!HasAttribute(dataset.Get(), "checksum")) return;
+  auto const saved = ReadWords(dataset.Get(), "checksum");
+  if (saved.size() != 1 || saved[0] != ChecksumOf(values, count))
+    throw DamageFound{std::string("the sparse array ") + name +
+                      " does not have the checksum it was written with"};
+}
+
+/// What is not right with the structure, or "".
+std::string Fault(SparseArrays const& arrays, std::int64_t rows, std::int64_t columns, std::int64_t entries) {
+  std::int32_t const* const starts = arrays.starts;
+  if (starts != nullptr) {
+    if (starts[0] != 0) return "the first row start is " + std::to_string(starts[0]) + ", expected 0";
+    for (std::int64_t row = 0; row < rows; ++row)
+      if (starts[row + 1] < starts[row])
+        return "the row starts decrease from " + std::to_string(starts[row]) + " to " +
+               std::to_string(starts[row + 1]) + " at row " + std::to_string(row);
+    if (starts[rows] != entries)
+      return "the last row start is " + std::to_string(starts[rows]) +
+             ", expected the number of stored entries, " + std::to_string(entries);
+  }
+  if (arrays.columns != nullptr) {
+    for (std::int64_t k = 0; k < entries; ++k)
+      if (arrays.columns[k] < 0 || arrays.columns[k] >= columns)
+        return "entry " + std::to_string(k) + " has column " + std::to_string(arrays.columns[k]) +
+               ", expected 0 to " + std::to_string(columns - 1);
+  }
+  return "";
+}
+
+} // namespace
+
+struct SparseDrawer::Hdf5 {
+  Hdf5Id group;
+};
+
+SparseDrawer::SparseDrawer(DatabaseFile& file, std::int64_t rows, std::int64_t columns)
+    : m_file(file), m_rows(rows), m_columns(columns), m_hdf5(std::make_unique<Hdf5>()) {}
+
+SparseDrawer::~SparseDrawer() = default;
+
+std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int64_t rows,
+                                                   std::int64_t columns, std::int64_t entries,
+                                                   SparseArrays const& arrays) {
+  if (std::string const fault = Fault(arrays, rows, columns, entries); !fault.empty()) {
+    ORXSimException(ORXSimException::invalidArgument,
+                    "Writing a sparse matrix is not possible: " + fault + ".")
+        .Throw(__FILE__, __LINE__);
+  }
+  std::unique_ptr<SparseDrawer> drawer(new SparseDrawer(file, rows, columns));
+  drawer->m_entries = entries;
+  drawer->m_hasDiagonal = arrays.diagonal != nullptr;
+  Guarded(file, [&] {
+    file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(12 * entries + 12 * rows + 2 * metadataAllowance));
+    drawer->m_hdf5->group =
+        CheckedId(H5Gcreate_anon(file.Id(), H5P_DEFAULT, H5P_DEFAULT), "creating a sparse drawer");
+    hid_t const group = drawer->m_hdf5->group.Get();
+    WriteAttribute(group, "MATLAB_sparse", columns);
+    WriteArray(group, "data", arrays.values, entries);
+    WriteArray(group, "ir", arrays.columns, entries);
+    WriteArray(group, "jc", arrays.starts, rows + 1);
+    if (arrays.diagonal != nullptr) WriteArray(group, "diagonal", arrays.diagonal, rows);
+  });
+  return drawer;
+}
+
+std::unique_ptr<SparseDrawer> SparseDrawer::Open(DatabaseFile& file, std::string const& path,
+                                                 std::int64_t rows, std::int64_t columns) {
+  std::unique_ptr<SparseDrawer> drawer(new SparseDrawer(file, rows, columns));
+  drawer->m_path = path;
+  Guarded(file, [&] {
+    hid_t const group = drawer->Group();
+    OpenArray(group, "data", drawer->m_entries);
+    if (drawer->m_entries > 0x7fffffff) throw DamageFound{path + " has more entries than 32 bits count"};
+    drawer->m_hasDiagonal = Checked(H5Lexists(group, "diagonal", H5P_DEFAULT), "looking for a diagonal") > 0;
+    drawer->ReleaseHandle();
+  });
+  return drawer;
+}
+
+std::int64_t SparseDrawer::Group() {
+  if (!m_hdf5->group.IsValid())
+    m_hdf5->group = CheckedId(H5Gopen2(m_file.Id(), m_path.c_str(), H5P_DEFAULT), "opening " + m_path);
+  return m_hdf5->group.Get();
+}
+
+void SparseDrawer::ReleaseHandle() noexcept {
+  if (!m_path.empty()) m_hdf5->group.Close();
+}
+
+void SparseDrawer::LinkAt(std::string const& path) {
+  Checked(H5Olink(Group(), m_file.Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT), "linking " + path);
+  m_path = path;
+}
+
+void SparseDrawer::Unlink() noexcept {
+  H5Ldelete(m_file.Id(), m_path.c_str(), H5P_DEFAULT);
+  m_path.clear();
+}
+
+void SparseDrawer::Read(SparseArrays const& arrays) {
+  Guarded(m_file, [&] {
+    hid_t const group = Group();
+    ReadArray(group, "data", arrays.values, m_entries);
+    ReadArray(group, "ir", arrays.columns, m_entries);
+    ReadArray(group, "jc", arrays.starts, m_rows + 1);
+    ReadArray(group, "diagonal", arrays.diagonal, m_rows);
+    ReleaseHandle();
+    if (std::string const fault = Fault(arrays, m_rows, m_columns, m_entries); !fault.empty())
+      throw DamageFound{fault};
+  });
+}
+
+} // namespace store

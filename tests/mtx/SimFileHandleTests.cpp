@@ -1,0 +1,189 @@
+#include "mtx/ORXSrvSimFileHandle.h"
+
+#include "mtx/ORXSrvUtilities.h"
+#include "sim/ORXSimCollection.h"
+#include "sim/ORXSimContext.h"
+#include "sim/ORXSimDatabase.h"
+#include "sim/ORXSimException.h"
+#include "tests/mtx/SimSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <optional>
+#include <sys/resource.h>
+
+namespace {
+
+using Files = std::set<std::string>;
+
+atr_String const name("scratch.sim");
+
+/// The code that a database error carries; 0 without one.
+template<class Call>
+int DatabaseError(Call call) {
+  try {
+    call();
+  } catch (ORXSimException const& e) {
+    return e.Code();
+  }
+  return 0;
+}
+
+/// While it lives, files cannot grow beyond one byte, as on a full disk.
+class FullDisk {
+public:
+  FullDisk() : m_onSignal(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &m_before);
+    rlimit full = m_before;
+    full.rlim_cur = 1;
+    setrlimit(RLIMIT_FSIZE, &full);
+  }
+  FullDisk(FullDisk const&) = delete;
+  FullDisk& operator=(FullDisk const&) = delete;
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &m_before);
+    std::signal(SIGXFSZ, m_onSignal);
+  }
+
+private:
+  rlimit m_before{};
+  void (*m_onSignal)(int);
+};
+
+class SimFileHandle : public testing::Test {
+protected:
+  WorkingFolder m_folder;
+};
+
+using SimFileHandleDeathTest = SimFileHandle;
+
+TEST_F(SimFileHandle, TouchesNoFileBeforeItIsAssociated) {
+  {
+    ORXSrvSimFileHandle const handle;
+    ORXSrvSimFileHandle const copy = handle;
+    EXPECT_TRUE(copy.IsNull());
+    EXPECT_EQ(handle.UseCount(), 2);
+  }
+  EXPECT_EQ(m_folder.Files(), Files());
+}
+
+TEST_F(SimFileHandle, OffersAContextForDistributions) {
+  ORXSrvSimFileHandle handle;
+  handle.Associate(name);
+
+  ORXSimContext const context(handle.ContextID());
+  ORXSimCollection const rows(context.CreateCollection(3, ORXSimTypeID()));
+  ORXSrvUtilities::Create1DDistribution(rows.BiggestCSetID(), -1);
+
+  EXPECT_EQ(context.NamespaceID(), ORXSimNamespaceID(-1, -1));
+  EXPECT_EQ(context.Distributions().Size(), 1);
+  EXPECT_EQ(handle.GetPtr()->ContextID(), handle.ContextID());
+}
+
+TEST_F(SimFileHandle, LastCopyDeletesTheFile) {
+  std::optional<ORXSrvSimFileHandle> first(std::in_place);
+  first->Associate(name);
+  ORXSimContextID const context = first->ContextID();
+  std::optional<ORXSrvSimFileHandle> second(*first);
+
+  first.reset();
+  EXPECT_EQ(m_folder.Files(), Files{"scratch.sim"});
+  EXPECT_EQ(second->ContextID(), context);
+  EXPECT_EQ(ORXSimContext(context).Collections().Size(), 0);
+
+  second.reset();
+  EXPECT_EQ(m_folder.Files(), Files());
+  EXPECT_EQ(DatabaseError([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+}
+
+TEST_F(SimFileHandle, AssociatingLeavesEarlierCopiesAsTheyWere) {
+  ORXSrvSimFileHandle const early;
+  {
+    ORXSrvSimFileHandle handle(early);
+    handle.Associate(name);
+    EXPECT_TRUE(early.IsNull());
+    EXPECT_EQ(early.UseCount(), 1);
+    EXPECT_EQ(handle.UseCount(), 1);
+  }
+  EXPECT_EQ(m_folder.Files(), Files());
+}
+
+TEST_F(SimFileHandle, AssignmentReleasesTheFormerFile) {
+  ORXSrvSimFileHandle handle;
+  handle.Associate(name);
+  handle = ORXSrvSimFileHandle();
+  EXPECT_EQ(m_folder.Files(), Files());
+  handle.Associate(atr_String("other.sim"));
+  EXPECT_EQ(m_folder.Files(), Files{"other.sim"});
+}
+
+TEST_F(SimFileHandle, ReplacesAFileThatWasLeftBehind) {
+  std::ofstream("scratch.sim") << "left behind";
+  ORXSrvSimFileHandle handle;
+  handle.Associate(name);
+  EXPECT_EQ(ORXSimContext(handle.ContextID()).Collections().Size(), 0);
+}
+
+TEST_F(SimFileHandle, FailedCreationLeavesTheHandleAndFilesOfOthersAsTheyWere) {
+  ORXSrvSimFileHandle owner;
+  owner.Associate(name);
+  ORXSrvSimFileHandle handle;
+
+  EXPECT_EQ(DatabaseError([&] { handle.Associate(name); }), ORXSimException::fileInUse);
+  EXPECT_EQ(m_folder.Files(), Files{"scratch.sim"});
+  EXPECT_EQ(DatabaseError([&] { handle.Associate(atr_String("missing/scratch.sim")); }),
+            ORXSimException::notOpened);
+  EXPECT_EQ(DatabaseError([&] { handle.Associate(atr_String()); }), ORXSimException::notOpened);
+  EXPECT_TRUE(handle.IsNull());
+
+  handle.Associate(atr_String("other.sim"));
+  EXPECT_FALSE(handle.IsNull());
+}
+
+TEST_F(SimFileHandle, ReleaseCopesWithAFileThatIsGone) {
+  std::optional<ORXSrvSimFileHandle> handle(std::in_place);
+  handle->Associate(name);
+  ORXSimContextID const context = handle->ContextID();
+  std::filesystem::remove("scratch.sim");
+
+  handle.reset();
+  EXPECT_EQ(m_folder.Files(), Files());
+  EXPECT_EQ(DatabaseError([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+}
+
+TEST_F(SimFileHandle, ReleaseDeletesAFileThatCannotBeClosed) {
+  ORXSimDatabase comparison; // shows that closing such a file does fail
+  comparison.SetDurability(ORXSimDurability::Scratch);
+  comparison.CreateFile(ORXUnicodeString("comparison.sim"), 0, -1);
+  comparison.CreateContext(ORXSimNamespaceID());
+  std::optional<ORXSrvSimFileHandle> handle(std::in_place);
+  handle->Associate(name);
+  ORXSimContextID const context = handle->ContextID();
+
+  int error = 0;
+  {
+    FullDisk const full;
+    error = DatabaseError([&] { comparison.Close(); });
+    handle.reset();
+  }
+
+  EXPECT_EQ(error, ORXSimException::writeFailed);
+  EXPECT_EQ(m_folder.Files(), Files{"comparison.sim"});
+  EXPECT_EQ(DatabaseError([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+}
+
+TEST_F(SimFileHandleDeathTest, CallsThatDoNotSuitTheStateEndTheProcess) {
+  ORXSrvSimFileHandle handle;
+  EXPECT_DEATH(static_cast<void>(handle.ContextID()),
+               "mtx/impl/ORXSrvSimFileHandle:22:.*"
+               "pointer\\.HasValue\\(\\) && \"File Handle is not associated with a SIM database\\.\"");
+  handle.Associate(name);
+  EXPECT_DEATH(handle.Associate(atr_String("other.sim")),
+               "mtx/impl/ORXSrvSimFileHandle:16:.*"
+               "pointer\\.IsNull\\(\\) && \"File Handle already associated with a SIM database\\.\"");
+  EXPECT_EQ(m_folder.Files(), Files{"scratch.sim"});
+}
+
+} // namespace

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+/// A temporary folder that is the current directory as long as it lives; it goes away with its files.
+class WorkingFolder {
+public:
+  WorkingFolder() : m_before(std::filesystem::current_path()) {
+    std::string name = (std::filesystem::temp_directory_path() / "orx-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    m_path = name;
+    std::filesystem::current_path(m_path);
+  }
+  WorkingFolder(WorkingFolder const&) = delete;
+  WorkingFolder& operator=(WorkingFolder const&) = delete;
+  ~WorkingFolder() {
+    std::error_code ignored;
+    std::filesystem::current_path(m_before, ignored);
+    std::filesystem::remove_all(m_path, ignored);
+  }
+
+  std::set<std::string> Files() const {
+    std::set<std::string> names;
+    for (auto const& file : std::filesystem::directory_iterator(m_path))
+      names.insert(file.path().filename().string());
+    return names;
+  }
+
+private:
+  std::filesystem::path m_before;
+  std::filesystem::path m_path;
+};

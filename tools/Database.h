@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace tool {
+
+/// What `orxmtx db` prints: contexts, distributions, shapes, chunks, bytes. No cell is read.
+std::string DatabaseText(std::string const& path);
+
+} // namespace tool
