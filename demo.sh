@@ -15,7 +15,8 @@ build_programs() {
     cmake --build "$build" --target tapered_cantilever orxmtx
 }
 
-orx_install g++ gfortran cmake ninja-build libopenblas-serial-dev libblis-serial-dev libcli11-dev
+orx_install g++ gfortran cmake ninja-build libopenblas-serial-dev pkg-config libblis-serial-dev libhdf5-dev \
+  libcli11-dev
 mkdir -p "$build" "$output"
 
 echo "building (log in $log)"

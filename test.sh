@@ -4,8 +4,8 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/install-packages.sh
-orx_install g++ gfortran cmake ninja-build pkg-config libopenblas-serial-dev libblis-serial-dev libcli11-dev \
-  libgtest-dev clang-format clang-tidy
+orx_install g++ gfortran cmake ninja-build pkg-config libopenblas-serial-dev libblis-serial-dev libhdf5-dev \
+  libcli11-dev libgtest-dev clang-format clang-tidy
 
 passed=0 failed=0
 for preset in release asan; do

@@ -12,6 +12,10 @@ void ClaimMatrixOverheads(Report& report);
 void ClaimElementOperations(Report& report);
 /// Assembly of the element matrices of a mesh.
 void ClaimAssembly(Report& report);
+/// Cells of a database drawer against copies in memory and other libraries.
+void ClaimDatabaseValues(Report& report);
+/// Durable commits of small objects.
+void ClaimDatabaseCommits(Report& report);
 /// Reading and writing text triplets.
 void ClaimTextTriplets(Report& report);
 

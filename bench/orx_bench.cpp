@@ -77,6 +77,8 @@ int Run(char const* word) {
   bench::ClaimElementOperations(report);
   bench::ClaimAssembly(report);
   bench::ClaimTextTriplets(report);
+  bench::ClaimDatabaseValues(report);
+  bench::ClaimDatabaseCommits(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();

@@ -4,7 +4,6 @@
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
-#include "sim/ORXSimException.h"
 #include "tests/mtx/SimSupport.h"
 
 #include <gtest/gtest.h>
@@ -19,17 +18,6 @@ namespace {
 using Files = std::set<std::string>;
 
 atr_String const name("scratch.sim");
-
-/// The code that a database error carries; 0 without one.
-template<class Call>
-int DatabaseError(Call call) {
-  try {
-    call();
-  } catch (ORXSimException const& e) {
-    return e.Code();
-  }
-  return 0;
-}
 
 /// While it lives, files cannot grow beyond one byte, as on a full disk.
 class FullDisk {
@@ -108,15 +96,6 @@ TEST_F(SimFileHandle, AssociatingLeavesEarlierCopiesAsTheyWere) {
     EXPECT_EQ(handle.UseCount(), 1);
   }
   EXPECT_EQ(m_folder.Files(), Files());
-}
-
-TEST_F(SimFileHandle, AssignmentReleasesTheFormerFile) {
-  ORXSrvSimFileHandle handle;
-  handle.Associate(name);
-  handle = ORXSrvSimFileHandle();
-  EXPECT_EQ(m_folder.Files(), Files());
-  handle.Associate(atr_String("other.sim"));
-  EXPECT_EQ(m_folder.Files(), Files{"other.sim"});
 }
 
 TEST_F(SimFileHandle, ReplacesAFileThatWasLeftBehind) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sim/ORXSimException.h"
+
 #include <cstdlib>
 #include <filesystem>
 #include <set>
@@ -34,3 +36,14 @@ private:
   std::filesystem::path m_before;
   std::filesystem::path m_path;
 };
+
+/// The code of the database error that the call ends with; 0 without one.
+template<class Call>
+int DatabaseError(Call call) {
+  try {
+    call();
+  } catch (ORXSimException const& e) {
+    return e.Code();
+  }
+  return 0;
+}

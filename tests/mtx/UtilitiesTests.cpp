@@ -6,8 +6,8 @@
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
 #include "sim/ORXSimDistribution.h"
-#include "sim/ORXSimException.h"
 #include "sim/ORXSimTransfer.h"
+#include "sim/impl/OpenDatabase.h"
 #include "tests/mtx/SimSupport.h"
 
 #include <gtest/gtest.h>
@@ -66,16 +66,6 @@ std::vector<Cell> ReadAll(ORXSimDistributionID const& id, int cells) {
 
 bool SameCollection(ORXSimDistributionID const& id, int dim, ORXSimCollectionID const& collection) {
   return ORXSimDistribution(id).Collection(dim).Equal(collection);
-}
-
-template<class Call>
-int DatabaseError(Call call) {
-  try {
-    call();
-  } catch (ORXSimException const& e) {
-    return e.Code();
-  }
-  return 0;
 }
 
 /// A database with a context, an open transaction on it, and a position in it with the types 0 and 1.
@@ -229,6 +219,8 @@ TEST_F(DistributionFactory, SparseSquareMatrixTellsTheCallerItsColumns) {
     EXPECT_TRUE(SameCollection(id, 0, before.Collection()));
     EXPECT_TRUE(SameCollection(id, 1, columns.Collection()));
     EXPECT_EQ(Labels(columns), Labels(rows));
+    EXPECT_EQ(sim::FindContext(m_context.ID()).Find(before.Collection()).colors,
+              isAtPosition ? Ints{1} : Ints{});
   }
 }
 

@@ -384,7 +384,8 @@ ORXSimTransfer& ORXSimTransfer::ExecWrite() {
   }
   if (m_newDrawer != NewDrawer::No) {
     std::int64_t cells = record.range.CellBytes();
-    for (int const size : DrawerOverSelection()->sizes)
+    auto const planned = DrawerOverSelection();
+    for (int const size : planned->sizes)
       cells *= size;
     CheckBuffer(0, cells);
     CreateDenseDrawer();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -52,6 +53,8 @@ void ForEachRun(TwoStridedBox const& box, Run&& run) {
   }
 }
 
+constexpr std::size_t copiedAtOnce = 64 << 10;
+
 /// Copies the cells of a box.
 template<class Cell>
 void CopyBox(TwoStridedBox box, Cell* to, Cell const* from) {
@@ -66,7 +69,12 @@ void CopyBox(TwoStridedBox box, Cell* to, Cell const* from) {
   constexpr std::int64_t worthACall = 128 / sizeof(Cell);
   if (toStride == 1 && fromStride == 1 && cells >= worthACall) {
     auto const bytes = static_cast<std::size_t>(cells) * sizeof(Cell);
-    ForEachRun(box, [=](std::int64_t a, std::int64_t b) { std::memcpy(to + a, from + b, bytes); });
+    ForEachRun(box, [=](std::int64_t a, std::int64_t b) {
+      // A long memcpy writes past the caches, where the caller's next step would have found the cells.
+      for (std::size_t done = 0; done < bytes; done += copiedAtOnce)
+        std::memcpy(reinterpret_cast<char*>(to + a) + done, reinterpret_cast<char const*>(from + b) + done,
+                    std::min(copiedAtOnce, bytes - done));
+    });
   } else {
     ForEachRun(box, [=](std::int64_t a, std::int64_t b) {
       for (std::int64_t k = 0; k < cells; ++k)

@@ -19,6 +19,7 @@ constexpr std::int64_t mostPiecesToLookUp = 8192; // of other programs: 0.4 s
 constexpr std::int64_t uncutPiece = 64 << 10;     // so small a chunk keeps its length beyond the size
 constexpr std::int64_t largestWholePiece = 64 << 20;
 constexpr std::int64_t largestPiece = std::int64_t{2} << 30; // HDF5 refuses 4 GiB
+constexpr auto pageBytes = std::int64_t{PageOverlay::pageBytes};
 constexpr std::int64_t metadataAllowance = 64 << 10;
 
 std::int64_t Product(std::span<std::int64_t const> factors) {
@@ -65,13 +66,6 @@ std::string Coordinates(std::span<std::int64_t const> numbers) {
   for (std::int64_t const number : numbers)
     text += (text.empty() ? "" : " x ") + std::to_string(number);
   return text;
-}
-
-TwoStridedBox BoxBetween(int rank, Indices const& counts) {
-  TwoStridedBox box;
-  box.rank = rank;
-  box.counts = counts;
-  return box;
 }
 
 /// Strides of a packed array.
@@ -153,8 +147,7 @@ void DenseDrawer::CreateDataset(double fill) {
   std::int64_t pieces = 1;
   for (int dim = 0; dim < m_rank; ++dim)
     pieces *= PieceCount(dim);
-  std::int64_t const pieceSpace =
-      CeilingDivision(PieceBytes(), std::int64_t{pageBytes}) * std::int64_t{pageBytes};
+  std::int64_t const pieceSpace = CeilingDivision(PieceBytes(), pageBytes) * pageBytes;
   // Space is found here or not at all: HDF5 does not survive a full disk inside its own allocation.
   m_file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(pieces * pieceSpace + metadataAllowance));
   std::uint64_t const freshFrom = m_file.Bytes().FreshFrom();
@@ -175,6 +168,7 @@ void DenseDrawer::CreateDataset(double fill) {
   if (!LookUpChunks(m_hdf5->dataset.Get()))
     throw Hdf5Failure{.what = "creating a drawer", .cause = "not all of its chunks have space"};
   m_access = Access::Direct;
+  m_isNew.assign(m_places.size(), fill == 0.0);
   for (std::uint64_t const place : m_places)
     FillPiece(place, freshFrom, fill);
 }
@@ -276,6 +270,7 @@ void DenseDrawer::LookUpPieces() {
     isDirect = false;
   }
   m_access = isDirect ? Access::Direct : Access::ThroughHdf5;
+  m_isNew.assign(m_places.size(), false);
   m_isExtendable = m_isExtendable && isDirect;
   ReleaseHandle();
 }
@@ -391,8 +386,10 @@ void DenseDrawer::CutTo(std::span<int const> sizes) {
   Checked(H5Dset_extent(Dataset(), extents.data()), "shortening a drawer");
   m_extents = wanted;
   m_isLayoutSaved = false;
+  m_isNew.clear();
   if (!LookUpChunks(Dataset()))
     throw Hdf5Failure{.what = "shortening a drawer", .cause = "chunks are missing"};
+  m_isNew.assign(m_places.size(), false);
 }
 
 // Moving cells
@@ -433,6 +430,71 @@ void DenseDrawer::ForEachPiece(DrawerBox const& box, Visit&& visit) const {
   }
 }
 
+namespace {
+
+/// Reads the cells of a box that lie from `place` of the file on, run by run.
+template<class Cell>
+void ReadByCalls(PositionedFile const& file, std::uint64_t place, TwoStridedBox const& cells, Cell* buffer) {
+  std::size_t const bytes = static_cast<std::size_t>(cells.counts[cells.rank - 1]) * sizeof(Cell);
+  ForEachRun(cells, [&](std::int64_t to, std::int64_t from) {
+    file.ReadAt(place + static_cast<std::uint64_t>(from) * sizeof(Cell), buffer + to, bytes);
+  });
+}
+
+/// Whether the box is one run where it goes to.
+bool IsOneRunInTarget(TwoStridedBox const& cells) {
+  std::int64_t stride = 1;
+  for (int dim = cells.rank - 1; dim >= 0; --dim) {
+    if (cells.counts[dim] != 1 && cells.toStrides[dim] != stride) return false;
+    stride *= cells.counts[dim];
+  }
+  return true;
+}
+
+/// Writes them. What is one run in the file goes by large calls, packed before where it is not one run in the
+/// buffer: large calls make large pages in the system's cache, which are faster ever after.
+template<class Cell>
+void WriteByCalls(PositionedFile& file, std::uint64_t place, TwoStridedBox cells, Cell const* buffer) {
+  constexpr std::int64_t packedAtOnce = (1 << 20) / static_cast<std::int64_t>(sizeof(Cell));
+  int slowest = 0;
+  while (slowest < cells.rank - 1 && cells.counts[slowest] == 1)
+    ++slowest;
+  std::int64_t const sliceCells = slowest < cells.rank - 1 ? cells.toStrides[slowest] : packedAtOnce;
+  if (!IsOneRunInTarget(cells) || cells.fromStrides[slowest] == sliceCells || sliceCells >= packedAtOnce) {
+    std::size_t const bytes = static_cast<std::size_t>(cells.counts[cells.rank - 1]) * sizeof(Cell);
+    ForEachRun(cells, [&](std::int64_t to, std::int64_t from) {
+      file.WriteAt(place + static_cast<std::uint64_t>(to) * sizeof(Cell), buffer + from, bytes);
+    });
+    return;
+  }
+  std::int64_t const slices = cells.counts[slowest];
+  std::vector<Cell> packed(static_cast<std::size_t>(packedAtOnce));
+  for (std::int64_t done = 0; done < slices; done += cells.counts[slowest]) {
+    cells.counts[slowest] = std::min(packedAtOnce / sliceCells, slices - done);
+    CopyBox<Cell>(cells, packed.data(), buffer + done * cells.fromStrides[slowest]);
+    file.WriteAt(place + static_cast<std::uint64_t>(done * sliceCells) * sizeof(Cell), packed.data(),
+                 static_cast<std::size_t>(cells.counts[slowest] * sliceCells) * sizeof(Cell));
+  }
+}
+
+/// The same box with runs as long as they can be, each contiguous on both sides.
+TwoStridedBox WithLongRuns(TwoStridedBox const& box) {
+  TwoStridedBox simple = box;
+  simple.Simplify();
+  int const last = simple.rank - 1;
+  return last >= 0 && simple.toStrides[last] == 1 && simple.fromStrides[last] == 1 ? simple : box;
+}
+
+} // namespace
+
+/// Pages of a new file cost least when they come by a write call that is longer than they are, not by the
+/// faults of a mapping.
+bool DenseDrawer::GoesByCalls(std::size_t piece, bool isWrite, TwoStridedBox const& cells) const {
+  if (!m_file.Bytes().File().MapsSafely()) return true;
+  if (!isWrite || !m_isNew[piece]) return false;
+  return cells.counts[cells.rank - 1] * CellBytes() >= pageBytes;
+}
+
 template<class Cell, bool isWrite>
 void DenseDrawer::Move(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, Cell* buffer) {
   Indices bufferStrides;
@@ -443,26 +505,27 @@ void DenseDrawer::Move(DrawerBox const& box, std::span<std::int64_t const> buffe
   PositionedFile& file = m_file.Bytes().File();
   ForEachPiece(
       box, [&](std::size_t index, Indices const& inPiece, Indices const& counts, Indices const& inBuffer) {
-        TwoStridedBox cells = BoxBetween(m_rank, counts);
+        TwoStridedBox cells;
+        cells.rank = m_rank;
+        cells.counts = counts;
         cells.toStrides = isWrite ? pieceStrides : bufferStrides;
         cells.fromStrides = isWrite ? bufferStrides : pieceStrides;
         Cell* const mine = buffer + OffsetOf(m_rank, inBuffer, bufferStrides);
         std::int64_t const offset = OffsetOf(m_rank, inPiece, pieceStrides);
-        if (file.MapsSafely()) {
-          Cell* const theirs = reinterpret_cast<Cell*>(file.Bytes(m_places[index], pieceBytes)) + offset;
-          CopyBox<Cell>(cells, isWrite ? theirs : mine, isWrite ? mine : theirs);
+        std::uint64_t const place = m_places[index] + static_cast<std::uint64_t>(offset) * sizeof(Cell);
+        if (GoesByCalls(index, isWrite, cells)) {
+          TwoStridedBox const runs = WithLongRuns(cells);
+          if constexpr (isWrite) {
+            WriteByCalls<Cell>(file, place, runs, mine);
+            bool const isWhole = std::equal(counts.begin(), counts.begin() + m_rank, m_pieceLengths.begin());
+            if (isWhole) m_isNew[index] = false;
+          } else {
+            ReadByCalls<Cell>(file, place, runs, mine);
+          }
           return;
         }
-        // Byte by byte through the file: the innermost run of a packed buffer is one in the piece too.
-        std::uint64_t const place = m_places[index] + static_cast<std::uint64_t>(offset) * sizeof(Cell);
-        std::size_t const bytes = static_cast<std::size_t>(counts[m_rank - 1]) * sizeof(Cell);
-        ForEachRun(cells, [&](std::int64_t to, std::int64_t from) {
-          if constexpr (isWrite) {
-            file.WriteAt(place + static_cast<std::uint64_t>(to) * sizeof(Cell), mine + from, bytes);
-          } else {
-            file.ReadAt(place + static_cast<std::uint64_t>(from) * sizeof(Cell), mine + to, bytes);
-          }
-        });
+        Cell* const theirs = reinterpret_cast<Cell*>(file.Bytes(m_places[index], pieceBytes)) + offset;
+        CopyBox<Cell>(cells, isWrite ? theirs : mine, isWrite ? mine : theirs);
       });
 }
 
@@ -543,15 +606,14 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
     std::int64_t newPieces = CeilingDivision(to, m_pieceLengths[along]) - PieceCount(dim);
     for (int other = 0; other < m_rank; ++other)
       if (other != dim) newPieces *= PieceCount(other);
-    std::int64_t const pieceSpace =
-        CeilingDivision(PieceBytes(), std::int64_t{pageBytes}) * std::int64_t{pageBytes};
+    std::int64_t const pieceSpace = CeilingDivision(PieceBytes(), pageBytes) * pageBytes;
     m_file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(newPieces * pieceSpace + metadataAllowance));
     std::uint64_t const freshFrom = m_file.Bytes().FreshFrom();
     auto const extents = Extents(wanted);
     Checked(H5Dset_extent(Dataset(), extents.data()), "extending a drawer");
     m_extents = wanted;
     m_isLayoutSaved = false;
-    for (std::uint64_t const place : PlacesOfNewPieces(former))
+    for (std::uint64_t const place : PlacesOfNewPieces(former, fill))
       FillPiece(place, freshFrom, fill);
   });
   // Cells that become visible inside pieces that were there hold leftovers of the padding.
@@ -569,12 +631,15 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
 }
 
 /// Extends the table of places; HDF5 does not move chunks.
-std::vector<std::uint64_t> DenseDrawer::PlacesOfNewPieces(std::span<std::int64_t const> formerExtents) {
+std::vector<std::uint64_t> DenseDrawer::PlacesOfNewPieces(std::span<std::int64_t const> formerExtents,
+                                                          double fill) {
   std::vector<std::uint64_t> const formerPlaces = std::move(m_places);
+  std::vector<bool> const wereNew = std::move(m_isNew);
   std::int64_t pieces = 1;
   for (int dim = 0; dim < m_rank; ++dim)
     pieces *= PieceCount(dim);
   m_places.assign(static_cast<std::size_t>(pieces), 0);
+  m_isNew.assign(m_places.size(), false);
   std::vector<std::uint64_t> added;
   DrawerBox all;
   for (int dim = 0; dim < m_rank; ++dim) {
@@ -595,6 +660,7 @@ std::vector<std::uint64_t> DenseDrawer::PlacesOfNewPieces(std::span<std::int64_t
     }
     if (!isNew) {
       m_places[index] = formerPlaces[static_cast<std::size_t>(former)];
+      m_isNew[index] = wereNew[static_cast<std::size_t>(former)];
       return;
     }
     unsigned skippedFilters = 0;
@@ -605,6 +671,7 @@ std::vector<std::uint64_t> DenseDrawer::PlacesOfNewPieces(std::span<std::int64_t
     if (place == HADDR_UNDEF)
       throw Hdf5Failure{.what = "extending a drawer", .cause = "a new chunk has no space"};
     m_places[index] = place;
+    m_isNew[index] = fill == 0.0;
     added.push_back(place);
   });
   return added;

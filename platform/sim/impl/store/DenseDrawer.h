@@ -97,13 +97,14 @@ private:
   void CheckPlaces() const;
   void CheckSavedLayout(std::int64_t dataset) const;
   std::uint64_t LayoutChecksum() const;
-  std::vector<std::uint64_t> PlacesOfNewPieces(std::span<std::int64_t const> formerExtents);
+  std::vector<std::uint64_t> PlacesOfNewPieces(std::span<std::int64_t const> formerExtents, double fill);
   std::int64_t PieceCount(int dim) const;
   std::int64_t PieceBytes() const;
   void FillPiece(std::uint64_t place, std::uint64_t freshFrom, double fill);
   void WriteFill(std::uint64_t place, std::int64_t cells, double fill);
   void FillBox(DrawerBox const& box, double fill);
   void ReadThroughHdf5(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void* buffer);
+  bool GoesByCalls(std::size_t piece, bool isWrite, TwoStridedBox const& cells) const;
   template<class Visit>
   void ForEachPiece(DrawerBox const& box, Visit&& visit) const;
   template<class Cell, bool isWrite>
@@ -115,6 +116,7 @@ private:
   std::vector<std::int64_t> m_extents;
   std::vector<std::int64_t> m_pieceLengths;
   std::vector<std::uint64_t> m_places; ///< file offset of each piece, the last dimension varying fastest
+  std::vector<bool> m_isNew;           ///< of each piece: zeros that were never written, at least not whole
   double m_fill = 0.0;
   bool m_isExtendable = true;
   bool m_isLayoutSaved = false;

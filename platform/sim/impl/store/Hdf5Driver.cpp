@@ -1,171 +1,192 @@
 #include "sim/impl/store/Hdf5Driver.h"
 
-#include "sim/impl/store/Hdf5.h"
+#include "sim/impl/store/TransactionalFile.h"
 
-#include <new>
+#include <exception>
 
 namespace store {
 
 namespace {
 
-constexpr hsize_t alignedFrom = 64 << 10; // objects of that size start at a page
-constexpr hsize_t metadataBlock = 16 << 10;
-
-/// What HDF5 holds of an open file.
-struct DriverFile {
-  H5FD_t base; ///< HDF5's part comes first
+/// What HDF5 holds of an open file. HDF5's part comes first: it is handed around as that.
+struct AdoptedFile {
+  H5FD_t hdf5;
   TransactionalFile* file;
 };
 
-/// What a property list carries.
+/// The driver's entry in a file access list.
 struct DriverInfo {
   TransactionalFile* file;
 };
 
-TransactionalFile& FileOf(H5FD_t const* base) {
-  return *reinterpret_cast<DriverFile const*>(base)->file; // base is its first member
+TransactionalFile& FileOf(H5FD_t* driver) { return *reinterpret_cast<AdoptedFile*>(driver)->file; }
+TransactionalFile const& FileOf(H5FD_t const* driver) {
+  return *reinterpret_cast<AdoptedFile const*>(driver)->file;
 }
 
-/// Runs a callback's work; HDF5 is C code, through which no exception passes.
+void PushError(char const* text) {
+  H5Epush2(H5E_DEFAULT, "Hdf5Driver", "driver", 0, H5E_ERR_CLS, H5E_VFL, H5E_CANTOPERATE, "%s", text);
+}
+
+/// Runs what may raise inside a callback of HDF5, which is C and knows only success and failure.
 template<class Work>
-herr_t Perform(TransactionalFile& file, Work&& work) noexcept {
+herr_t Answer(TransactionalFile& file, Work work) noexcept {
   try {
     work();
     return 0;
   } catch (FileError const& error) {
-    file.RememberFailure(error);
-    H5Epush2(H5E_DEFAULT, __FILE__, "Perform", __LINE__, H5E_ERR_CLS, H5E_IO, H5E_WRITEERROR, "%s",
-             error.what());
-  } catch (std::bad_alloc const&) {
-    H5Epush2(H5E_DEFAULT, __FILE__, "Perform", __LINE__, H5E_ERR_CLS, H5E_RESOURCE, H5E_NOSPACE,
-             "out of memory");
+    file.KeepFailure(error);
+    PushError(error.what());
+  } catch (std::exception const& error) {
+    PushError(error.what());
   }
   return -1;
 }
 
-H5FD_t* Open(char const*, unsigned, hid_t access, haddr_t) {
+// Callbacks
+
+H5FD_t* OpenFile(char const*, unsigned flags, hid_t access, haddr_t) {
   auto const* const info = static_cast<DriverInfo const*>(H5Pget_driver_info(access));
-  if (info == nullptr) return nullptr;
-  auto* const file = new (std::nothrow) DriverFile{};
-  if (file == nullptr) return nullptr;
-  file->file = info->file;
-  return &file->base;
+  if (info == nullptr || info->file == nullptr) return nullptr;
+  bool const wantsToWrite = (flags & H5F_ACC_RDWR) != 0;
+  bool const wantsEmpty = (flags & (H5F_ACC_TRUNC | H5F_ACC_CREAT)) != 0;
+  if ((wantsToWrite && info->file->IsReadOnly()) || (wantsEmpty && info->file->EndOfFile() > 0)) {
+    PushError(wantsEmpty ? "the file to be created is not empty" : "the file is open for reading only");
+    return nullptr;
+  }
+  auto* const adopted = new (std::nothrow) AdoptedFile{.hdf5 = {}, .file = info->file};
+  if (adopted == nullptr) return nullptr;
+  adopted->file->Attach();
+  return &adopted->hdf5;
 }
 
-// HDF5 does not survive a close that fails, and closes files when the process ends, in the midst of
-// transactions: so this one neither fails nor commits.
-herr_t Close(H5FD_t* base) {
-  delete reinterpret_cast<DriverFile*>(base);
+/// Never commits, because HDF5 closes files also when the process exits in the middle of things; never fails,
+/// because HDF5 1.10 does not survive that.
+herr_t CloseFile(H5FD_t* driver) {
+  FileOf(driver).Detach();
+  delete reinterpret_cast<AdoptedFile*>(driver);
   return 0;
 }
 
-int Compare(H5FD_t const* a, H5FD_t const* b) {
-  PositionedFile const& first = FileOf(a).File();
-  PositionedFile const& second = FileOf(b).File();
-  if (first.Device() != second.Device()) return first.Device() < second.Device() ? -1 : 1;
-  if (first.Inode() != second.Inode()) return first.Inode() < second.Inode() ? -1 : 1;
+/// Two openings are never the same for HDF5: each belongs to its own TransactionalFile.
+int CompareFiles(H5FD_t const* left, H5FD_t const* right) {
+  std::less<TransactionalFile const*> const isBefore;
+  if (isBefore(&FileOf(left), &FileOf(right))) return -1;
+  return isBefore(&FileOf(right), &FileOf(left)) ? 1 : 0;
+}
+
+/// Small structures are allocated together. Values reach us inside the call that writes them: no sieve
+/// buffer.
+herr_t QueryFeatures(H5FD_t const*, unsigned long* features) {
+  *features = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_DEFAULT_VFD_COMPATIBLE;
   return 0;
 }
 
-// No accumulation of metadata and no sieve: values reach the file inside the call that writes them.
-herr_t Query(H5FD_t const*, unsigned long* flags) {
-  *flags = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_DEFAULT_VFD_COMPATIBLE;
-  return 0;
+haddr_t EndOfAllocation(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfAllocation(); }
+
+herr_t SetEndOfAllocation(H5FD_t* driver, H5FD_mem_t, haddr_t end) {
+  TransactionalFile& file = FileOf(driver);
+  return Answer(file, [&] { file.SetEndOfAllocation(end); });
 }
 
-haddr_t GetEndOfAllocation(H5FD_t const* base, H5FD_mem_t) { return FileOf(base).EndOfAllocation(); }
+haddr_t EndOfFile(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfFile(); }
 
-herr_t SetEndOfAllocation(H5FD_t* base, H5FD_mem_t, haddr_t end) {
-  TransactionalFile& file = FileOf(base);
-  return Perform(file, [&] { file.SetEndOfAllocation(end); });
+herr_t Free(H5FD_t* driver, H5FD_mem_t, hid_t, haddr_t offset, hsize_t bytes) {
+  TransactionalFile& file = FileOf(driver);
+  return Answer(file, [&] { file.Free(offset, bytes); });
 }
 
-haddr_t GetEndOfFile(H5FD_t const* base, H5FD_mem_t) { return FileOf(base).EndOfFile(); }
-
-herr_t Free(H5FD_t* base, H5FD_mem_t, hid_t, haddr_t offset, hsize_t bytes) {
-  FileOf(base).Free(offset, bytes);
-  return 0;
-}
-
-herr_t Read(H5FD_t* base, H5FD_mem_t kind, hid_t, haddr_t offset, std::size_t bytes, void* to) {
-  TransactionalFile& file = FileOf(base);
-  return Perform(file, [&] {
-    if (kind == H5FD_MEM_DRAW) {
-      file.ReadValues(offset, to, bytes);
-    } else {
-      file.ReadMetadata(offset, to, bytes);
-    }
+herr_t Read(H5FD_t* driver, H5FD_mem_t type, hid_t, haddr_t offset, std::size_t bytes, void* to) {
+  TransactionalFile& file = FileOf(driver);
+  return Answer(file, [&] {
+    type == H5FD_MEM_DRAW ? file.ReadValues(offset, to, bytes) : file.ReadStructure(offset, to, bytes);
   });
 }
 
-herr_t Write(H5FD_t* base, H5FD_mem_t kind, hid_t, haddr_t offset, std::size_t bytes, void const* from) {
-  TransactionalFile& file = FileOf(base);
-  return Perform(file, [&] {
-    if (kind == H5FD_MEM_DRAW) {
-      file.WriteValues(offset, from, bytes);
-    } else {
-      file.WriteMetadata(offset, from, bytes);
-    }
+herr_t Write(H5FD_t* driver, H5FD_mem_t type, hid_t, haddr_t offset, std::size_t bytes, void const* from) {
+  TransactionalFile& file = FileOf(driver);
+  return Answer(file, [&] {
+    type == H5FD_MEM_DRAW ? file.WriteValues(offset, from, bytes) : file.WriteStructure(offset, from, bytes);
   });
 }
 
-herr_t NothingToDo(H5FD_t*, hid_t, hbool_t) { return 0; }
+/// Flushing and truncating are part of a commit, which HDF5 knows nothing of.
+herr_t DoNothing(H5FD_t*, hid_t, hbool_t) { return 0; }
+
+// Registration
 
 H5FD_class_t DriverClass() {
   H5FD_class_t driver{};
-  driver.name = "orx_transactional";
+  driver.name = "transactional";
   driver.maxaddr = haddr_t{1} << 62;
   driver.fc_degree = H5F_CLOSE_STRONG;
   driver.fapl_size = sizeof(DriverInfo);
-  driver.open = Open;
-  driver.close = Close;
-  driver.cmp = Compare;
-  driver.query = Query;
-  driver.get_eoa = GetEndOfAllocation;
+  driver.open = OpenFile;
+  driver.close = CloseFile;
+  driver.cmp = CompareFiles;
+  driver.query = QueryFeatures;
+  driver.get_eoa = EndOfAllocation;
   driver.set_eoa = SetEndOfAllocation;
-  driver.get_eof = GetEndOfFile;
+  driver.get_eof = EndOfFile;
   driver.free = Free;
   driver.read = Read;
   driver.write = Write;
-  driver.flush = NothingToDo;
-  driver.truncate = NothingToDo;
-  H5FD_mem_t const map[] = H5FD_FLMAP_DICHOTOMY;
-  std::copy(std::begin(map), std::end(map), std::begin(driver.fl_map));
+  driver.flush = DoNothing;
+  driver.truncate = DoNothing;
+  // Values and structure keep separate free lists: held structure must never lie where values are.
+  for (H5FD_mem_t& list : driver.fl_map)
+    list = H5FD_MEM_SUPER;
+  driver.fl_map[H5FD_MEM_DEFAULT] = H5FD_MEM_DEFAULT;
+  driver.fl_map[H5FD_MEM_DRAW] = H5FD_MEM_DRAW;
   return driver;
 }
 
-/// Registers the driver, again when the host has closed HDF5 meanwhile.
-hid_t DriverId() {
-  static H5FD_class_t const driver = DriverClass();
-  static hid_t id = -1;
-  if (id < 0 || H5Iis_valid(id) <= 0) id = H5FDregister(&driver);
-  return id;
+hid_t Driver() {
+  static hid_t driver = -1;
+  // H5close of a host ends the registration too.
+  if (driver < 0 || H5Iis_valid(driver) <= 0) {
+    H5FD_class_t const description = DriverClass();
+    driver = H5FDregister(&description);
+  }
+  return driver;
+}
+
+/// Structures are allocated from blocks of this size, which keeps them on few pages.
+constexpr hsize_t structureBlock = 8192;
+/// Larger objects begin on a page, so that what is mapped or zeroed has few edges.
+constexpr hsize_t largeObject = 65536;
+constexpr hsize_t pageBytes = 4096;
+
+bool SetAccess(hid_t access, TransactionalFile& file) {
+  DriverInfo const info{.file = &file};
+  return H5Pset_driver(access, Driver(), &info) >= 0 &&
+         // The newest format leaves a file refused after its writer was killed.
+         H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18) >= 0 &&
+         H5Pset_fclose_degree(access, H5F_CLOSE_STRONG) >= 0 &&
+         // No chunk cache: a write that fails fails in its call.
+         H5Pset_cache(access, 0, 521, 0, 0.75) >= 0 &&
+         H5Pset_alignment(access, largeObject, pageBytes) >= 0 &&
+         H5Pset_meta_block_size(access, structureBlock) >= 0;
+}
+
+bool SetCreation(hid_t creation) {
+  return H5Pset_file_space_strategy(creation, H5F_FSPACE_STRATEGY_FSM_AGGR, 0, 1) >= 0;
 }
 
 } // namespace
 
 hid_t MakeFileAccess(TransactionalFile& file) {
-  Hdf5Id access(H5Pcreate(H5P_FILE_ACCESS));
-  DriverInfo const info{.file = &file};
-  hid_t const list = access.Get();
-  bool const isSet = H5Pset_driver(list, DriverId(), &info) >= 0 &&
-                     // The latest format marks a file as open, and a killed writer's file is then refused.
-                     H5Pset_libver_bounds(list, H5F_LIBVER_V18, H5F_LIBVER_V18) >= 0 &&
-                     H5Pset_fclose_degree(list, H5F_CLOSE_STRONG) >= 0 &&
-                     // Without a chunk cache a write that fails does so in its own call.
-                     H5Pset_cache(list, 0, 521, 0, 0.75) >= 0 &&
-                     H5Pset_alignment(list, alignedFrom, pageBytes) >= 0 &&
-                     H5Pset_meta_block_size(list, metadataBlock) >= 0;
-  if (!isSet) return -1;
-  H5Iinc_ref(list);
-  return list;
+  hid_t const access = H5Pcreate(H5P_FILE_ACCESS);
+  if (access < 0 || SetAccess(access, file)) return access;
+  H5Pclose(access);
+  return -1;
 }
 
 hid_t MakeFileCreation() {
-  Hdf5Id creation(H5Pcreate(H5P_FILE_CREATE));
-  if (H5Pset_file_space_strategy(creation.Get(), H5F_FSPACE_STRATEGY_FSM_AGGR, false, 1) < 0) return -1;
-  H5Iinc_ref(creation.Get());
-  return creation.Get();
+  hid_t const creation = H5Pcreate(H5P_FILE_CREATE);
+  if (creation < 0 || SetCreation(creation)) return creation;
+  H5Pclose(creation);
+  return -1;
 }
 
 } // namespace store

@@ -1,15 +1,17 @@
 #pragma once
 
-#include "sim/impl/store/TransactionalFile.h"
-
 #include <hdf5.h>
 
 namespace store {
 
-/// A property list with which H5Fcreate and H5Fopen work on this file, which must outlive what they open. The
-/// file is open and recovered already, so its errors do not have to pass through HDF5. Negative on failure.
+class TransactionalFile;
+
+/// A file access list for H5Fcreate and H5Fopen that makes HDF5 use an open file, whatever name they are
+/// given. H5Fcreate needs one that is empty. HDF5 must have closed the file before its owner lets go of it.
+/// Closing never commits. Negative on failure; the caller closes the list.
 hid_t MakeFileAccess(TransactionalFile& file);
-/// The property list for H5Fcreate.
+
+/// The file creation list that goes with it. Negative on failure; the caller closes the list.
 hid_t MakeFileCreation();
 
 } // namespace store

@@ -1,116 +1,160 @@
 #include "sim/impl/store/Journal.h"
 
 #include "sim/impl/store/Checksum.h"
+#include "sim/impl/store/PositionedFile.h"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstring>
+#include <vector>
 
 namespace store {
 
 namespace {
 
-constexpr char mark[8] = {'O', 'r', 'x', 'J', 'r', 'n', 'l', '1'};
-constexpr char wipedSignature[8] = {'O', 'r', 'x', 'A', 'p', 'p', 'l', 'y'};
-constexpr std::size_t signatureBytes = 8;
+using Trailer = Journal::Trailer;
 
-struct Trailer {
-  char mark[8];
-  std::uint64_t sequence;
-  std::uint64_t pageCount;
-  std::uint64_t endOfAllocation;
-  std::uint64_t position;
-  std::uint64_t size;
-  std::uint64_t checksum; ///< with 0 in its own place
+constexpr std::uint64_t pageBytes = PageOverlay::pageBytes;
+constexpr std::uint64_t numbersInPage = pageBytes / sizeof(std::uint64_t);
+constexpr std::uint64_t magic = 0x316c6e726a78726f; // "orxjrnl1"
+
+using NumberPage = std::array<std::uint64_t, numbersInPage>;
+using BytePage = std::array<std::byte, pageBytes>;
+
+static_assert(sizeof(Trailer) == 64 && sizeof(Trailer) <= pageBytes);
+
+std::uint64_t NumberPages(std::uint64_t pages) { return (pages + numbersInPage - 1) / numbersInPage; }
+
+std::uint64_t ChecksumOf(Trailer const& trailer) {
+  return Checksum(&trailer, offsetof(Trailer, checksum), 1);
+}
+
+/// Writes whole pages one behind another, many with one call, and sums them up one by one.
+class PageWriter {
+public:
+  PageWriter(PositionedFile& file, std::uint64_t position) : m_file(file), m_position(position) {
+    m_pending.reserve(atOnce);
+  }
+
+  void Add(void const* page) {
+    if (m_pending.size() == atOnce) Flush();
+    auto const* const bytes = static_cast<std::byte const*>(page);
+    m_pending.insert(m_pending.end(), bytes, bytes + pageBytes);
+    m_checksum = Checksum(page, pageBytes, m_checksum);
+  }
+  void Flush() {
+    m_file.WriteAt(m_position, m_pending.data(), m_pending.size());
+    m_position += m_pending.size();
+    m_pending.clear();
+  }
+  std::uint64_t ChecksumSoFar() const noexcept { return m_checksum; }
+
+private:
+  static constexpr std::size_t atOnce = 256 * pageBytes;
+
+  PositionedFile& m_file;
+  std::uint64_t m_position;
+  std::vector<std::byte> m_pending;
+  std::uint64_t m_checksum = 1;
 };
 
-std::uint64_t ListBytes(std::uint64_t pages) { return (pages * 8 + pageBytes - 1) / pageBytes * pageBytes; }
-std::uint64_t SizeFor(std::uint64_t pages) { return pages * pageBytes + ListBytes(pages) + pageBytes; }
-
-std::uint64_t ChecksumOf(Trailer trailer, Journal const& journal) {
-  trailer.checksum = 0;
-  std::uint64_t sum = Checksum(&trailer, sizeof trailer, 1);
-  sum = Checksum(journal.images.data(), journal.images.size(), sum);
-  return Checksum(journal.pages.data(), journal.pages.size() * 8, sum);
+NumberPage ReadNumbers(PositionedFile const& file, Trailer const& trailer, std::uint64_t page) {
+  NumberPage numbers;
+  file.ReadAt(trailer.position + (trailer.pages + page) * pageBytes, numbers.data(), pageBytes);
+  return numbers;
 }
 
-/// Whether the numbers fit the file and each other; nothing is allocated by them before.
-bool IsPlausible(Trailer const& trailer, std::uint64_t fileSize) {
-  return std::memcmp(trailer.mark, mark, sizeof mark) == 0 && trailer.pageCount >= 1 &&
-         trailer.pageCount <= fileSize / pageBytes && trailer.size == SizeFor(trailer.pageCount) &&
-         trailer.size <= fileSize && trailer.position == fileSize - trailer.size &&
-         trailer.endOfAllocation <= trailer.position;
+/// Whether the numbers can be those of a commit: from 0 on, ascending, in front of the journal.
+bool AreNumbersSound(PositionedFile const& file, Trailer const& trailer) {
+  std::uint64_t const behind = trailer.position / pageBytes;
+  std::uint64_t smallest = 0;
+  for (std::uint64_t page = 0; page < NumberPages(trailer.pages); ++page) {
+    NumberPage const numbers = ReadNumbers(file, trailer, page);
+    if (page == 0 && numbers[0] != 0) return false;
+    std::uint64_t const here = std::min(numbersInPage, trailer.pages - page * numbersInPage);
+    for (std::uint64_t k = 0; k < here; ++k) {
+      if (numbers[k] < smallest || numbers[k] >= behind) return false;
+      smallest = numbers[k] + 1;
+    }
+  }
+  return true;
 }
 
-bool AreOrderedBelow(std::vector<std::uint64_t> const& pages, std::uint64_t end) {
-  for (std::size_t k = 0; k < pages.size(); ++k)
-    if (pages[k] >= end || (k > 0 && pages[k] <= pages[k - 1])) return false;
-  return pages.empty() || pages[0] == 0;
+std::uint64_t BodyChecksum(PositionedFile const& file, Trailer const& trailer) {
+  std::uint64_t sum = 1;
+  BytePage page;
+  std::uint64_t const pages = trailer.pages + NumberPages(trailer.pages);
+  for (std::uint64_t k = 0; k < pages; ++k) {
+    file.ReadAt(trailer.position + k * pageBytes, page.data(), pageBytes);
+    sum = Checksum(page.data(), pageBytes, sum);
+  }
+  return sum;
+}
+
+/// Whether these are fields that Write makes, for a file of this size.
+bool IsSound(Trailer const& trailer, std::uint64_t size) {
+  return trailer.magic == magic && trailer.checksum == ChecksumOf(trailer) && trailer.pages > 0 &&
+         trailer.pages <= size / pageBytes && trailer.bytes == Journal::BytesFor(trailer.pages) &&
+         trailer.position < size && trailer.bytes == size - trailer.position &&
+         trailer.position % pageBytes == 0 && trailer.end <= trailer.position;
 }
 
 } // namespace
 
-Journal Journal::Of(PageOverlay const& overlay, PositionedFile const& file) {
-  Journal journal;
-  journal.pages = overlay.PageNumbers();
-  if (journal.pages.empty() || journal.pages[0] != 0) journal.pages.insert(journal.pages.begin(), 0);
-  journal.images.resize(journal.pages.size() * pageBytes);
-  for (std::size_t k = 0; k < journal.pages.size(); ++k) {
-    std::byte* const image = journal.images.data() + k * pageBytes;
-    file.ReadZeroFilled(journal.pages[k] * pageBytes, image, pageBytes);
-    overlay.Cover(journal.pages[k] * pageBytes, image, pageBytes);
+std::uint64_t Journal::BytesFor(std::uint64_t pages) noexcept {
+  return (pages + NumberPages(pages) + 1) * pageBytes;
+}
+
+void Journal::Write(PositionedFile& file, std::uint64_t position,
+                    std::span<PageOverlay::Page const* const> pages, std::uint64_t end,
+                    std::uint64_t sequence) {
+  PageWriter writer(file, position);
+  for (PageOverlay::Page const* const page : pages)
+    writer.Add(page->bytes.data());
+  for (std::size_t first = 0; first < pages.size(); first += numbersInPage) {
+    NumberPage numbers{};
+    std::size_t const here = std::min<std::size_t>(numbersInPage, pages.size() - first);
+    for (std::size_t k = 0; k < here; ++k)
+      numbers[k] = pages[first + k]->number;
+    writer.Add(numbers.data());
   }
-  return journal;
-}
-
-std::optional<Journal> Journal::ReadFrom(PositionedFile const& file) {
-  std::uint64_t const fileSize = file.Size();
-  if (fileSize < 3 * pageBytes || fileSize % pageBytes != 0) return std::nullopt;
-  Trailer trailer;
-  file.ReadAt(fileSize - pageBytes, &trailer, sizeof trailer);
-  if (!IsPlausible(trailer, fileSize)) return std::nullopt;
-  Journal journal;
-  journal.endOfAllocation = trailer.endOfAllocation;
-  journal.sequence = trailer.sequence;
-  journal.images.resize(trailer.pageCount * pageBytes);
-  journal.pages.resize(trailer.pageCount);
-  file.ReadAt(trailer.position, journal.images.data(), journal.images.size());
-  file.ReadAt(trailer.position + journal.images.size(), journal.pages.data(), journal.pages.size() * 8);
-  if (ChecksumOf(trailer, journal) != trailer.checksum) return std::nullopt;
-  if (!AreOrderedBelow(journal.pages, trailer.position / pageBytes)) return std::nullopt;
-  return journal;
-}
-
-std::uint64_t Journal::Size() const noexcept { return SizeFor(pages.size()); }
-
-void Journal::WriteTo(PositionedFile& file, std::uint64_t position) const {
-  Trailer trailer{.mark = {},
+  Trailer trailer{.magic = magic,
                   .sequence = sequence,
-                  .pageCount = pages.size(),
-                  .endOfAllocation = endOfAllocation,
+                  .pages = pages.size(),
+                  .end = end,
                   .position = position,
-                  .size = Size(),
+                  .bytes = BytesFor(pages.size()),
+                  .bodyChecksum = writer.ChecksumSoFar(),
                   .checksum = 0};
-  std::memcpy(trailer.mark, mark, sizeof mark);
-  trailer.checksum = ChecksumOf(trailer, *this);
-  std::vector<std::byte> tail(ListBytes(pages.size()) + pageBytes);
-  std::memcpy(tail.data(), pages.data(), pages.size() * 8);
-  std::memcpy(tail.data() + ListBytes(pages.size()), &trailer, sizeof trailer);
-  file.Resize(position + Size());
-  file.WriteAt(position, images.data(), images.size());
-  file.WriteAt(position + images.size(), tail.data(), tail.size());
+  trailer.checksum = ChecksumOf(trailer);
+  BytePage last{};
+  std::memcpy(last.data(), &trailer, sizeof trailer);
+  writer.Add(last.data());
+  writer.Flush();
 }
 
-void Journal::Apply(PositionedFile& file) const {
-  file.WriteAt(0, wipedSignature, signatureBytes);
-  for (std::size_t k = pages.size(); k-- > 1;) {
-    // Neighbouring pages go in one call.
-    std::size_t first = k;
-    while (first > 1 && pages[first - 1] + 1 == pages[first])
-      --first;
-    file.WriteAt(pages[first] * pageBytes, Image(first), (k - first + 1) * pageBytes);
-    k = first;
+std::optional<Journal::Found> Journal::Find(PositionedFile const& file) {
+  std::uint64_t const size = file.Size();
+  if (size < BytesFor(1) || size % pageBytes != 0) return {};
+  Trailer trailer;
+  file.ReadAt(size - pageBytes, &trailer, sizeof trailer);
+  if (!IsSound(trailer, size)) return {};
+  bool const isWhole = BodyChecksum(file, trailer) == trailer.bodyChecksum && AreNumbersSound(file, trailer);
+  return Found{.state = isWhole ? State::Whole : State::Torn, .trailer = trailer};
+}
+
+void Journal::ForEachPageFromLast(PositionedFile const& file, Trailer const& trailer,
+                                  std::function<void(std::uint64_t, std::byte const*)> const& visit) {
+  BytePage image;
+  for (std::uint64_t numberPage = NumberPages(trailer.pages); numberPage-- > 0;) {
+    NumberPage const numbers = ReadNumbers(file, trailer, numberPage);
+    std::uint64_t const first = numberPage * numbersInPage;
+    for (std::uint64_t k = std::min(numbersInPage, trailer.pages - first); k-- > 0;) {
+      file.ReadAt(trailer.position + (first + k) * pageBytes, image.data(), pageBytes);
+      visit(numbers[k], image.data());
+    }
   }
-  file.WriteAt(signatureBytes, Image(0) + signatureBytes, pageBytes - signatureBytes);
-  file.WriteAt(0, Image(0), signatureBytes);
 }
 
 } // namespace store

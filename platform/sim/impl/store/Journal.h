@@ -1,41 +1,61 @@
 #pragma once
 
 #include "sim/impl/store/PageOverlay.h"
-#include "sim/impl/store/PositionedFile.h"
 
-#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
-#include <vector>
+#include <span>
 
 namespace store {
 
-/// What a commit changes in the file: whole pages, and where the file ends afterwards. Until it is applied it
-/// stands behind the file's own bytes, and a reader of a file that ends so knows what was to be done:
-///
-///     ... the file | page images | page numbers, padded | trailer page | end of file
-///
-/// The trailer has a mark, the counts, the positions and a checksum of everything.
-struct Journal {
-  std::vector<std::uint64_t> pages; ///< numbers, increasing
-  std::vector<std::byte> images;    ///< pageBytes for each
-  std::uint64_t endOfAllocation = 0;
-  std::uint64_t sequence = 0; ///< of the commit
+class PositionedFile;
 
-  /// The pages that an overlay changes, as they will be. Page 0 is always among them: applying starts and
-  /// ends with its first bytes.
-  static Journal Of(PageOverlay const& overlay, PositionedFile const& file);
-  /// The journal that a file ends in; nothing when there is none, or one that was not written to its end.
-  static std::optional<Journal> ReadFrom(PositionedFile const& file);
+/// The pages of a commit, written behind everything else in the same file before they go to their places.
+///
+///     | the file, its end rounded up to a page | page images | page numbers | trailer |  end of the file
+///     0                              position ^                                       ^ position + bytes
+///
+/// Page numbers are 64-bit, ascending, the last page of them padded with zeros; 0 is the first number.
+/// Numbers and trailer are little-endian, that is, in this machine's order. The trailer is a
+/// Journal::Trailer, padded with zeros to a page. Any change of these bytes needs another magic.
+///
+/// A journal is whole when its checksum is right. As it is written behind bytes that are not in use, a torn
+/// one means that nothing else has happened yet.
+class Journal {
+public:
+  struct Trailer {
+    std::uint64_t magic;
+    std::uint64_t sequence; ///< of the commit, from 1 on in each session
+    std::uint64_t pages;    ///< at least 1
+    std::uint64_t end;      ///< size of the file once the pages are in their places; at most `position`
+    std::uint64_t position;
+    std::uint64_t bytes;
+    std::uint64_t bodyChecksum; ///< of images and numbers
+    std::uint64_t checksum;     ///< of the fields before
+  };
 
-  std::byte const* Image(std::size_t index) const noexcept { return images.data() + index * pageBytes; }
-  /// Bytes that it takes at the end of the file.
-  std::uint64_t Size() const noexcept;
-  /// Writes it at `position`, a multiple of the page length, behind everything in use; the file ends there.
-  void WriteTo(PositionedFile& file, std::uint64_t position) const;
-  /// Writes the pages to their places. The signature of the file is wiped first and restored last, so that a
-  /// tool that knows no journal refuses a file that is half changed.
-  void Apply(PositionedFile& file) const;
+  enum class State : std::uint8_t { Whole, Torn };
+  struct Found {
+    State state;
+    Trailer trailer;
+  };
+
+  static std::uint64_t BytesFor(std::uint64_t pages) noexcept;
+
+  /// Writes a journal at `position`, a multiple of the page size. The file must end behind it for it to
+  /// count.
+  static void Write(PositionedFile& file, std::uint64_t position,
+                    std::span<PageOverlay::Page const* const> pages, std::uint64_t end,
+                    std::uint64_t sequence);
+
+  /// The journal at the file's end, if there is one. Nothing in it is believed before it was checked, and no
+  /// memory is taken that grows with what it says.
+  static std::optional<Found> Find(PositionedFile const& file);
+
+  /// Calls visit(page number, image) for each page of a whole journal, the last page first.
+  static void ForEachPageFromLast(PositionedFile const& file, Trailer const& trailer,
+                                  std::function<void(std::uint64_t, std::byte const*)> const& visit);
 };
 
 } // namespace store

@@ -1,6 +1,7 @@
 #include "sim/impl/store/PositionedFile.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -18,18 +19,22 @@ namespace store {
 
 namespace {
 
-constexpr std::uint64_t smallestMapping = 64 << 20;
-constexpr std::size_t mostAtOnce = 1 << 30; // one system call moves less than 2 GiB
-constexpr std::size_t zerosAtOnce = 1 << 20;
+using Access = FileError::Access;
+
+constexpr std::uint64_t pageBytes = 4096;
+constexpr std::uint64_t mappingUnit = std::uint64_t{2} << 20;
+constexpr std::uint64_t smallestMapping = std::uint64_t{64} << 20;
+constexpr std::size_t mostAtOnce = std::size_t{1} << 30; // one system call moves less than 2 GiB
+constexpr std::uint64_t zerosAtOnce = std::uint64_t{1} << 20;
 
 FaultHook& Hook() {
   static FaultHook hook;
   return hook;
 }
 
-int Fault(char const* operation, int descriptor, std::uint64_t offset, void const* data, std::size_t bytes) {
-  return Hook() ? Hook()(operation, descriptor, offset, data, bytes) : 0;
-}
+int FaultAt(FileStep const& step) { return Hook() ? Hook()(step) : 0; }
+
+std::uint64_t RoundUp(std::uint64_t value, std::uint64_t unit) { return (value + unit - 1) / unit * unit; }
 
 /// A write beyond the file-size limit would end the process; ignored, it is an error like any other. This
 /// concerns the whole process, so a handler of the host stays.
@@ -38,12 +43,34 @@ void IgnoreSizeLimitSignal() {
   if (sigaction(SIGXFSZ, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) signal(SIGXFSZ, SIG_IGN);
 }
 
-bool KeepsReservations(int descriptor) {
+unsigned long FileSystemOf(int descriptor) {
   struct statfs facts {};
-  if (fstatfs(descriptor, &facts) != 0) return false;
+  return fstatfs(descriptor, &facts) == 0 ? static_cast<unsigned long>(facts.f_type) : 0;
+}
+
+bool KeepsReservations(unsigned long fileSystem) {
   constexpr unsigned long xfs = 0x58465342;
-  auto const kind = static_cast<unsigned long>(facts.f_type);
-  return kind == EXT4_SUPER_MAGIC || kind == TMPFS_MAGIC || kind == xfs || kind == OVERLAYFS_SUPER_MAGIC;
+  // ext2 and ext3 have the number of ext4.
+  return fileSystem == EXT4_SUPER_MAGIC || fileSystem == TMPFS_MAGIC || fileSystem == xfs ||
+         fileSystem == OVERLAYFS_SUPER_MAGIC;
+}
+
+/// Bytes of the file that have no space. Exact on tmpfs; elsewhere at least so many.
+std::uint64_t MissingSpace(int descriptor, std::uint64_t size) {
+  struct stat facts {};
+  if (fstat(descriptor, &facts) != 0) return size;
+  std::uint64_t const present = static_cast<std::uint64_t>(facts.st_blocks) * 512;
+  return present < size ? size - present : 0;
+}
+
+std::uint64_t FreeSpace(int descriptor) {
+  struct statfs facts {};
+  return fstatfs(descriptor, &facts) == 0 ? facts.f_bavail * static_cast<std::uint64_t>(facts.f_bsize) : 0;
+}
+
+int Allocate(int descriptor, int flags, std::uint64_t from, std::uint64_t to) {
+  int const result = fallocate(descriptor, flags, static_cast<off_t>(from), static_cast<off_t>(to - from));
+  return result == 0 ? 0 : errno;
 }
 
 std::string Sentence(char const* operation, std::string const& path, std::string const& reason) {
@@ -52,15 +79,12 @@ std::string Sentence(char const* operation, std::string const& path, std::string
   return text;
 }
 
-std::string Reason(int error, std::uint64_t offset, std::uint64_t length, std::int64_t freeBytes) {
+std::string Reason(int error, FileRange range, std::optional<std::uint64_t> freeBytes) {
   std::string text = std::strerror(error);
-  if (length > 0) text += ", " + std::to_string(length) + " bytes at offset " + std::to_string(offset);
-  if (freeBytes >= 0) text += ", " + std::to_string(freeBytes) + " bytes are free";
+  if (range.bytes > 0)
+    text += ", " + std::to_string(range.bytes) + " bytes at offset " + std::to_string(range.offset);
+  if (freeBytes) text += ", " + std::to_string(*freeBytes) + " bytes are free";
   return text;
-}
-
-bool IsReading(char const* operation) {
-  return std::strcmp(operation, "reading") == 0 || std::strcmp(operation, "mapping") == 0;
 }
 
 int OpenFlags(PositionedFile::Mode mode) {
@@ -71,6 +95,7 @@ int OpenFlags(PositionedFile::Mode mode) {
     return O_RDWR;
   case PositionedFile::Mode::Create:
     return O_RDWR | O_CREAT | O_EXCL;
+  // Not O_TRUNC: the file may be another process's, which only the lock tells.
   case PositionedFile::Mode::Replace:
     return O_RDWR | O_CREAT;
   }
@@ -81,13 +106,15 @@ int OpenFlags(PositionedFile::Mode mode) {
 
 void SetFaultHook(FaultHook hook) { Hook() = std::move(hook); }
 
-FileError::FileError(char const* operation, std::string const& path, int error, std::uint64_t offset,
-                     std::uint64_t length, std::int64_t freeBytes)
-    : m_text(Sentence(operation, path, Reason(error, offset, length, freeBytes))), m_error(error),
-      m_isRead(IsReading(operation)) {}
+FileError::FileError(Access access, char const* operation, std::string const& path, int error,
+                     FileRange range, std::optional<std::uint64_t> freeBytes)
+    : m_text(Sentence(operation, path, Reason(error, range, freeBytes))), m_error(error), m_access(access) {}
 
-FileError::FileError(char const* operation, std::string const& path, int error, std::string const& reason)
-    : m_text(Sentence(operation, path, reason)), m_error(error), m_isRead(IsReading(operation)) {}
+FileError::FileError(Access access, char const* operation, std::string const& path, int error,
+                     std::string const& reason)
+    : m_text(Sentence(operation, path, reason)), m_error(error), m_access(access) {}
+
+// Opening
 
 PositionedFile::PositionedFile(std::string path, Mode mode) : m_path(std::move(path)), m_mode(mode) {
   IgnoreSizeLimitSignal();
@@ -95,8 +122,8 @@ PositionedFile::PositionedFile(std::string path, Mode mode) : m_path(std::move(p
   try {
     Lock();
     CheckIdentity();
-    m_mapsSafely = KeepsReservations(m_descriptor);
     if (mode == Mode::Replace) Resize(0);
+    m_mapsSafely = CanMapSafely();
   } catch (...) {
     close(m_descriptor);
     throw;
@@ -108,49 +135,73 @@ PositionedFile::~PositionedFile() {
   close(m_descriptor);
 }
 
-void PositionedFile::Raise(char const* operation, int error, std::uint64_t offset,
-                           std::uint64_t bytes) const {
-  std::int64_t freeBytes = -1;
-  struct statfs facts {};
-  if ((error == ENOSPC || error == EDQUOT) && fstatfs(m_descriptor, &facts) == 0)
-    freeBytes = static_cast<std::int64_t>(facts.f_bavail) * facts.f_bsize;
-  throw FileError(operation, m_path, error, offset, bytes, freeBytes);
+void PositionedFile::Raise(Access access, char const* operation, int error, FileRange range) const {
+  std::optional<std::uint64_t> freeBytes;
+  if (error == ENOSPC || error == EDQUOT) freeBytes = FreeSpace(m_descriptor);
+  throw FileError(access, operation, m_path, error, range, freeBytes);
+}
+
+void PositionedFile::RaiseOutside(char const* operation, FileRange range) const {
+  throw FileError(Access::Read, operation, m_path, EFAULT,
+                  std::to_string(range.bytes) + " bytes at offset " + std::to_string(range.offset) +
+                      " are wanted, the file has " + std::to_string(m_size));
 }
 
 void PositionedFile::Open() {
   bool const isNew = m_mode == Mode::Create || m_mode == Mode::Replace;
-  // Without blocking: opening a pipe for reading would wait for a writer.
-  m_descriptor = open(m_path.c_str(), OpenFlags(m_mode) | O_CLOEXEC | O_NONBLOCK, 0666);
-  if (m_descriptor < 0) throw FileError(isNew ? "creating" : "opening", m_path, errno, 0, 0, -1);
+  // Without blocking: opening a pipe would wait for its other end.
+  m_descriptor = open(m_path.c_str(), OpenFlags(m_mode) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
+  if (m_descriptor < 0)
+    throw FileError(isNew ? Access::Write : Access::Read, isNew ? "creating" : "opening", m_path, errno);
 }
 
 void PositionedFile::Lock() const {
   if (flock(m_descriptor, (IsReadOnly() ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0) return;
-  if (errno != EWOULDBLOCK) throw FileError("locking", m_path, errno, 0, 0, -1);
-  throw FileError("opening", m_path, EWOULDBLOCK,
+  if (errno != EWOULDBLOCK) Raise(Access::Read, "locking", errno, {});
+  throw FileError(Access::Read, "opening", m_path, EWOULDBLOCK,
                   IsReadOnly() ? "another process, or this one, has it open for writing"
-                               : "another process, or this one, has it open; a writer must be alone");
+                               : "another process, or this one, has it open for reading or writing");
 }
 
 /// The name must still be that of the file that was locked: it may have been deleted or renamed in between.
 void PositionedFile::CheckIdentity() {
   struct stat mine {};
   struct stat named {};
-  if (fstat(m_descriptor, &mine) != 0) throw FileError("opening", m_path, errno, 0, 0, -1);
-  if (!S_ISREG(mine.st_mode)) throw FileError("opening", m_path, ENODEV, "it is not a regular file");
+  if (fstat(m_descriptor, &mine) != 0) Raise(Access::Read, "opening", errno, {});
+  if (!S_ISREG(mine.st_mode))
+    throw FileError(Access::Read, "opening", m_path, ENODEV, "it is not a regular file");
   if (stat(m_path.c_str(), &named) != 0 || named.st_ino != mine.st_ino || named.st_dev != mine.st_dev)
-    throw FileError("opening", m_path, ENOENT, "it was deleted or replaced meanwhile");
-  m_device = mine.st_dev;
-  m_inode = mine.st_ino;
+    throw FileError(Access::Read, "opening", m_path, ENOENT, "it was deleted or replaced meanwhile");
   m_size = static_cast<std::uint64_t>(mine.st_size);
 }
+
+/// A copied file may have holes where the original was reserved only, or share its blocks with the original.
+/// Touching them through a mapping needs space, and a full disk would then be a signal: so the space is
+/// reserved now.
+bool PositionedFile::CanMapSafely() {
+  unsigned long const fileSystem = FileSystemOf(m_descriptor);
+  if (!KeepsReservations(fileSystem)) return false;
+  if (m_size == 0) return true;
+  bool const isDisk = fileSystem != TMPFS_MAGIC && fileSystem != OVERLAYFS_SUPER_MAGIC;
+  // tmpfs fills holes even when they are read.
+  std::uint64_t const missing = MissingSpace(m_descriptor, m_size);
+  if (IsReadOnly()) return isDisk || missing == 0;
+  // tmpfs looks at each page, which takes long for large files.
+  if (fileSystem == TMPFS_MAGIC && missing == 0) return true;
+  // A damaged file may say that it is larger than the disk.
+  if (missing > FreeSpace(m_descriptor)) return false;
+  constexpr int unshare = FALLOC_FL_UNSHARE_RANGE | FALLOC_FL_KEEP_SIZE;
+  return Allocate(m_descriptor, unshare, 0, m_size) == 0 || TryReserve(0, m_size) == 0;
+}
+
+// Reading and writing
 
 void PositionedFile::ReadZeroFilled(std::uint64_t offset, void* to, std::size_t bytes) const {
   auto* at = static_cast<char*>(to);
   while (bytes > 0) {
     ssize_t const done = pread(m_descriptor, at, std::min(bytes, mostAtOnce), static_cast<off_t>(offset));
     if (done < 0 && errno == EINTR) continue;
-    if (done < 0) Raise("reading", errno, offset, bytes);
+    if (done < 0) Raise(Access::Read, "reading", errno, {offset, bytes});
     if (done == 0) break;
     at += done;
     offset += static_cast<std::uint64_t>(done);
@@ -160,21 +211,18 @@ void PositionedFile::ReadZeroFilled(std::uint64_t offset, void* to, std::size_t 
 }
 
 void PositionedFile::ReadAt(std::uint64_t offset, void* to, std::size_t bytes) const {
-  if (offset > m_size || bytes > m_size - offset)
-    throw FileError("reading", m_path, EIO,
-                    std::to_string(bytes) + " bytes at offset " + std::to_string(offset) +
-                        " are wanted, the file has " + std::to_string(m_size));
+  if (offset > m_size || bytes > m_size - offset) RaiseOutside("reading", {offset, bytes});
   ReadZeroFilled(offset, to, bytes);
 }
 
 void PositionedFile::WriteAt(std::uint64_t offset, void const* from, std::size_t bytes) {
-  if (int const error = Fault("write", m_descriptor, offset, from, bytes))
-    Raise("writing", error, offset, bytes);
+  if (int const error = FaultAt({FileStep::Kind::Write, m_descriptor, offset, from, bytes}))
+    Raise(Access::Write, "writing", error, {offset, bytes});
   auto const* at = static_cast<char const*>(from);
   while (bytes > 0) {
     ssize_t const done = pwrite(m_descriptor, at, std::min(bytes, mostAtOnce), static_cast<off_t>(offset));
     if (done < 0 && errno == EINTR) continue;
-    if (done <= 0) Raise("writing", done < 0 ? errno : EIO, offset, bytes);
+    if (done <= 0) Raise(Access::Write, "writing", done < 0 ? errno : EIO, {offset, bytes});
     at += done;
     offset += static_cast<std::uint64_t>(done);
     bytes -= static_cast<std::size_t>(done);
@@ -182,90 +230,119 @@ void PositionedFile::WriteAt(std::uint64_t offset, void const* from, std::size_t
   }
 }
 
+void PositionedFile::Zero(std::uint64_t offset, std::uint64_t bytes) {
+  std::uint64_t const end = offset + bytes;
+  std::uint64_t const firstPage = std::min(RoundUp(offset, pageBytes), end);
+  std::uint64_t const lastPage = std::max(end / pageBytes * pageBytes, firstPage);
+  WriteZeros(offset, firstPage);
+  if (lastPage > firstPage) ZeroPages(firstPage, lastPage);
+  WriteZeros(lastPage, end);
+}
+
+void PositionedFile::ZeroPages(std::uint64_t from, std::uint64_t to) {
+  if (Allocate(m_descriptor, FALLOC_FL_ZERO_RANGE, from, to) == 0) {
+    m_size = std::max(m_size, to);
+    return;
+  }
+  // tmpfs has no zero ranges. Between the two steps another process may take the space of the hole.
+  if (FileSystemOf(m_descriptor) == TMPFS_MAGIC &&
+      Allocate(m_descriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, from, to) == 0) {
+    bool const wasSafe = std::exchange(m_mapsSafely, false);
+    Reserve(from, to);
+    m_mapsSafely = wasSafe;
+    return;
+  }
+  WriteZeros(from, to);
+}
+
+void PositionedFile::WriteZeros(std::uint64_t from, std::uint64_t to) {
+  if (from == to) return;
+  std::vector<char> const zeros(std::min(zerosAtOnce, to - from));
+  for (std::uint64_t at = from; at < to; at += zeros.size())
+    WriteAt(at, zeros.data(), std::min<std::uint64_t>(zeros.size(), to - at));
+}
+
+// Size and durability
+
 void PositionedFile::Resize(std::uint64_t size) {
-  int error = Fault("resize", m_descriptor, size, nullptr, 0);
+  int error = FaultAt({FileStep::Kind::Resize, m_descriptor, size, nullptr, 0});
   if (error == 0 && ftruncate(m_descriptor, static_cast<off_t>(size)) != 0) error = errno;
-  if (error != 0) Raise("resizing", error, size, 0);
+  if (error != 0) Raise(Access::Write, "resizing", error, {size, 0});
   m_size = size;
 }
 
-void PositionedFile::Sync() {
-  int error = Fault("sync", m_descriptor, 0, nullptr, 0);
-  if (error == 0 && fsync(m_descriptor) != 0) error = errno;
-  if (error != 0) Raise("flushing", error, 0, 0);
-}
-
-void PositionedFile::SyncFolder() const {
-  std::size_t const slash = m_path.rfind('/');
-  std::string const folder = slash == std::string::npos ? "." : slash == 0 ? "/" : m_path.substr(0, slash);
-  int const descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return; // a folder that may be entered but not read
-  int const result = fsync(descriptor);
-  int const error = errno;
-  close(descriptor);
-  if (result != 0 && error != EINVAL) throw FileError("flushing the folder of", m_path, error, 0, 0, -1);
+/// Returns 0 or an errno.
+int PositionedFile::TryReserve(std::uint64_t from, std::uint64_t to) const {
+  if (int const error = FaultAt({FileStep::Kind::Reserve, m_descriptor, from, nullptr, to - from}))
+    return error;
+  // tmpfs starts anew after a signal, so a host with a fast timer would never see a large range done.
+  constexpr std::uint64_t smallestStep = 256 * pageBytes;
+  std::uint64_t step = to - from;
+  while (from < to) {
+    std::uint64_t const stepEnd = from + std::min(step, to - from);
+    int const error = Allocate(m_descriptor, 0, from, stepEnd);
+    if (error != 0 && error != EINTR) return error;
+    if (error == 0) from = stepEnd;
+    if (error == EINTR) step = std::max(step / 2, smallestStep);
+  }
+  return 0;
 }
 
 bool PositionedFile::Reserve(std::uint64_t from, std::uint64_t to) {
   if (to <= from) return true;
-  int error = Fault("reserve", m_descriptor, from, nullptr, to - from);
-  if (error == 0) {
-    do {
-      error = fallocate(m_descriptor, 0, static_cast<off_t>(from), static_cast<off_t>(to - from)) != 0 ? errno
-                                                                                                       : 0;
-    } while (error == EINTR);
-  }
-  bool const isSupported = error != EOPNOTSUPP;
-  if (isSupported && error != 0) Raise("reserving space in", error, from, to - from);
-  if (!isSupported) {
+  int const error = TryReserve(from, to);
+  if (error == EOPNOTSUPP || error == ENOSYS) {
     m_mapsSafely = false;
     if (to > m_size) Resize(to);
+    return false;
+  }
+  if (error != 0) {
+    // Some file systems leave what they could get. Should cutting it off fail too, it is only wasted.
+    [[maybe_unused]] int const ignored = ftruncate(m_descriptor, static_cast<off_t>(m_size));
+    Raise(Access::Write, "reserving space in", error, {from, to - from});
   }
   m_size = std::max(m_size, to);
-  return isSupported;
+  return true;
 }
 
-void PositionedFile::Zero(std::uint64_t offset, std::uint64_t bytes) {
-  std::uint64_t const end = offset + bytes;
-  std::uint64_t const inFrom = std::min((offset + pageBytes - 1) / pageBytes * pageBytes, end);
-  std::uint64_t const inTo = std::max(end / pageBytes * pageBytes, inFrom);
-  std::vector<char> const zeros(std::min<std::uint64_t>(zerosAtOnce, std::max(bytes, pageBytes)), 0);
-  auto const write = [&](std::uint64_t from, std::uint64_t to) {
-    for (; from < to; from += std::min<std::uint64_t>(zeros.size(), to - from))
-      WriteAt(from, zeros.data(), std::min<std::uint64_t>(zeros.size(), to - from));
-  };
-  write(offset, inFrom);
-  if (inTo > inFrom) {
-    auto const at = static_cast<off_t>(inFrom);
-    auto const length = static_cast<off_t>(inTo - inFrom);
-    constexpr int punch = FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE;
-    if (fallocate(m_descriptor, FALLOC_FL_ZERO_RANGE, at, length) == 0) {
-      m_size = std::max(m_size, inTo);
-    } else if (m_mapsSafely && fallocate(m_descriptor, punch, at, length) == 0) {
-      Reserve(inFrom, inTo); // tmpfs has holes, but no zero ranges
-    } else {
-      write(inFrom, inTo);
-    }
-  }
-  write(inTo, end);
+void PositionedFile::Sync() {
+  int error = FaultAt({FileStep::Kind::Sync, m_descriptor, 0, nullptr, 0});
+  if (error == 0 && fsync(m_descriptor) != 0) error = errno;
+  if (error != 0) Raise(Access::Write, "flushing", error, {});
 }
+
+void PositionedFile::SyncFolder() const {
+  std::size_t const slash = m_path.rfind('/');
+  std::string const folder = slash == std::string::npos ? "." : m_path.substr(0, slash + 1);
+  int const descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return; // a folder that may be entered but not read
+  int error = FaultAt({FileStep::Kind::Sync, descriptor, 0, nullptr, 0});
+  if (error == 0 && fsync(descriptor) != 0) error = errno;
+  close(descriptor);
+  if (error != 0 && error != EINVAL) Raise(Access::Write, "flushing the folder of", error, {});
+}
+
+// Mapping
 
 std::byte* PositionedFile::MapFurther(std::uint64_t offset, std::uint64_t bytes) {
-  if (offset > m_size || bytes > m_size - offset)
-    throw FileError("mapping", m_path, EFAULT,
-                    std::to_string(bytes) + " bytes at offset " + std::to_string(offset) +
-                        " are wanted, the file has " + std::to_string(m_size));
-  // Twice what is there, so that a growing file is not mapped anew each time. Bytes behind the end are not
-  // touched before the file has them.
-  std::uint64_t const wanted =
-      std::max((2 * m_size + pageBytes - 1) / pageBytes * pageBytes, smallestMapping);
-  int const protection = IsReadOnly() ? PROT_READ : PROT_READ | PROT_WRITE;
-  void* const place = m_mapping != nullptr ? mremap(m_mapping, m_mapped, wanted, MREMAP_MAYMOVE)
-                                           : mmap(nullptr, wanted, protection, MAP_SHARED, m_descriptor, 0);
-  if (place == MAP_FAILED) Raise("mapping", errno, 0, wanted);
-  m_mapping = static_cast<std::byte*>(place);
-  m_mapped = wanted;
+  if (offset > m_size || bytes > m_size - offset) RaiseOutside("mapping", {offset, bytes});
+  // Twice what is there, so that a growing file is not mapped anew each time. Addresses behind the end of the
+  // file are not touched before the file has them.
+  std::uint64_t const needed = RoundUp(std::max<std::uint64_t>(m_size, 1), mappingUnit);
+  std::uint64_t const wanted = IsReadOnly() ? needed : std::max(2 * needed, smallestMapping);
+  if (!TryToMap(wanted) && !TryToMap(needed)) Raise(Access::Read, "mapping", errno, {0, needed});
   return m_mapping + offset;
+}
+
+bool PositionedFile::TryToMap(std::uint64_t bytes) {
+  int const protection = IsReadOnly() ? PROT_READ : PROT_READ | PROT_WRITE;
+  // A mapping that is moved keeps its page tables; a new one would fault for each page again.
+  void* const place = m_mapping != nullptr ? mremap(m_mapping, m_mapped, bytes, MREMAP_MAYMOVE)
+                                           : mmap(nullptr, bytes, protection, MAP_SHARED, m_descriptor, 0);
+  if (place == MAP_FAILED) return false;
+  m_mapping = static_cast<std::byte*>(place);
+  m_mapped = bytes;
+  return true;
 }
 
 } // namespace store

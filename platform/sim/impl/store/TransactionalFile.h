@@ -1,105 +1,134 @@
 #pragma once
 
-#include "sim/impl/store/Journal.h"
 #include "sim/impl/store/PageOverlay.h"
 #include "sim/impl/store/PositionedFile.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 namespace store {
 
-/// A file whose metadata changes only by commits, each of which happens wholly or not at all, also when the
-/// process is killed or the power fails in the middle of it. Between commits metadata that is written stays
-/// in memory. Values (raw data) go to the file at once and in place.
+/// An open file whose structure (what HDF5 calls metadata) changes only at commits, each atomic and durable,
+/// while values (raw data) are written in place at once.
 ///
-///     Commit   flushes the values, writes a journal behind the end of the file, flushes, applies the
-///     journal,
-///              flushes, cuts it off
-///     opening  a file that ends in a whole journal finishes that commit, or sees it as finished when
-///              read-only; one that was not written to its end never happened
+///     between commits   structure is held in memory; the file on disk is the last committed state, and what
+///                       was allocated since, behind its end
+///     commit            values to disk; a journal of the structure behind the end of the file, to disk; the
+///                       structure to its places, to disk; the journal is cut off
+///     opening           a whole journal is finished, a torn one is cut off; read-only, a whole one is read
+///                       into memory and the file is not touched
 ///
-/// A scratch file has no journal and flushes nothing; its metadata is written by CommitForClose.
-/// Errors are FileError.
+/// While a commit is being applied the first 8 bytes are not a signature of HDF5, so that other programs
+/// refuse the file instead of reading one that is half old and half new.
+///
+/// A scratch file has no journal and is not synced: its structure is written once, when it is closed for
+/// good.
+///
+/// Created by Create or Open, used by one thread, lent to HDF5 through MakeFileAccess; it must outlive that
+/// use. Errors are FileError. States, besides open: discarding (what HDF5 still writes is dropped, until it
+/// closes the file), and broken (a sync failed, or a commit got stuck between journal and end: only reading
+/// and closing are left, the next opening finds out).
 class TransactionalFile {
 public:
+  struct Statistics {
+    std::uint64_t commits = 0;
+    std::uint64_t pages = 0;
+    std::uint64_t journalBytes = 0;
+    std::uint64_t replays = 0;
+  };
+
+  // Opening and closing
+
+  /// An empty file; an existing one is replaced or an error.
   static std::unique_ptr<TransactionalFile> Create(std::string const& path, bool isScratch,
                                                    bool replacesExisting);
   static std::unique_ptr<TransactionalFile> Open(std::string const& path, bool readOnly);
-
   TransactionalFile(TransactionalFile const&) = delete;
   TransactionalFile& operator=(TransactionalFile const&) = delete;
-  /// Closes without a commit; space that was never committed is cut off.
+  /// Drops what was not committed, and its space. A new file that was never committed is left empty.
   ~TransactionalFile();
-
-  PositionedFile& File() noexcept { return m_file; }
-  bool IsReadOnly() const noexcept { return m_file.IsReadOnly(); }
-
-  // Bytes, for the driver
-
-  void ReadMetadata(std::uint64_t offset, void* to, std::size_t bytes) const;
-  void WriteMetadata(std::uint64_t offset, void const* from, std::size_t bytes);
-  void ReadValues(std::uint64_t offset, void* to, std::size_t bytes) const;
-  void WriteValues(std::uint64_t offset, void const* from, std::size_t bytes);
-  /// Values are about to be written through File(). Reserves what a copied file may have lost.
-  void ValuesChanged();
-
-  // Space
-
-  /// The end of what HDF5 has given out.
-  std::uint64_t EndOfAllocation() const noexcept { return m_end; }
-  /// Moves it; growth reserves space first.
-  void SetEndOfAllocation(std::uint64_t end);
-  std::uint64_t EndOfFile() const noexcept;
-  /// Space that HDF5 no longer wants: taken back when it is the last and was never committed.
-  void Free(std::uint64_t offset, std::uint64_t bytes) noexcept;
-  /// Makes sure that so many bytes can be given out without meeting a full disk.
-  void ReserveGrowth(std::uint64_t bytes);
-  /// From here on the file has held nothing since it was opened: what is given out there reads as zeros.
-  std::uint64_t FreshFrom() const noexcept { return m_usedEnd; }
 
   // Transactions
 
-  /// Makes everything written so far durable. On an error the last committed state stays, and what is held
-  /// back too: the commit may be repeated, unless flushing or applying failed, after which only opening the
-  /// file again can tell what it holds.
+  /// Makes durable what the structure is now, and all values. HDF5 must have flushed its caches. An error
+  /// before the journal is durable leaves the last committed state, and the commit may be tried again (once
+  /// there is space, say) or discarded. For a scratch file nothing happens.
   void Commit();
+  /// The same, and for a scratch file the structure is written.
   void CommitForClose();
-  /// From now on nothing is written any more.
-  void Discard() noexcept { m_isDiscarded = true; }
+  /// From now on nothing is written; the structure goes back to the last commit when HDF5 closes the file.
+  void Discard() noexcept { m_isDiscarding = true; }
 
-  // Failures inside HDF5's callbacks, which cannot raise them
+  // Values
 
-  void RememberFailure(FileError const& error) { m_failure = error; }
-  void ForgetFailure() noexcept { m_failure.reset(); }
-  std::optional<FileError> const& LastFailure() const noexcept { return m_failure; }
+  /// The file itself, for values: they lie inside of it wherever HDF5 has allocated them.
+  PositionedFile& File() noexcept { return m_file; }
+  /// Values were written to File(), or will be before the next commit.
+  void ValuesChanged() noexcept { m_hasNewValues = true; }
+  /// Makes sure that HDF5 can allocate so much behind the present end without meeting a full disk; holds
+  /// until the next commit.
+  void ReserveGrowth(std::uint64_t bytes);
+  /// From here on the file has never held anything: what is allocated there reads as zero. To be asked before
+  /// allocating.
+  std::uint64_t FreshFrom() const noexcept { return m_usedEnd; }
+
+  // Queries
+
+  bool IsReadOnly() const noexcept { return m_file.IsReadOnly(); }
+  Statistics const& Counts() const noexcept { return m_counts; }
+  /// The last failure that was passed on through HDF5, which cannot carry exceptions.
+  std::optional<FileError> const& LastFailure() const noexcept { return m_lastFailure; }
+  void ForgetFailure() noexcept { m_lastFailure.reset(); }
+
+  // For the driver
+
+  /// HDF5 opens the file, and closes it.
+  void Attach() noexcept;
+  void Detach() noexcept;
+  std::uint64_t EndOfAllocation() const noexcept { return m_end; }
+  /// Growth is reserved, with some more for the next small one.
+  void SetEndOfAllocation(std::uint64_t end);
+  /// Takes the space at the end back, if no committed state has it; other space is lost until HDF5 reuses it.
+  void Free(std::uint64_t offset, std::uint64_t bytes);
+  std::uint64_t EndOfFile() const noexcept;
+  void ReadStructure(std::uint64_t offset, void* to, std::size_t bytes) const;
+  void WriteStructure(std::uint64_t offset, void const* from, std::size_t bytes);
+  void ReadValues(std::uint64_t offset, void* to, std::size_t bytes) const;
+  void WriteValues(std::uint64_t offset, void const* from, std::size_t bytes);
+  void KeepFailure(FileError const& error) { m_lastFailure = error; }
 
 private:
-  TransactionalFile(std::string const& path, PositionedFile::Mode mode, bool isScratch);
+  using Pages = std::span<PageOverlay::Page const* const>;
 
+  TransactionalFile(std::string const& path, PositionedFile::Mode mode, bool isScratch);
   void Recover();
+  void RequireUsable(char const* operation) const;
   void Sync();
-  void WriteJournal(Journal const& journal);
-  void Apply(Journal const& journal);
-  void FinishCommit();
+  void SyncValues();
+  void HoldSignature();
+  void WriteJournal(Pages pages);
+  void ApplyPages(Pages pages);
+  void CutToEnd();
+  void DropUncommitted() noexcept;
+  void ReserveUpTo(std::uint64_t end);
 
   PositionedFile m_file;
-  PageOverlay m_overlay;
+  PageOverlay m_overlay; ///< structure that is not in the file; read-only: that of a journal
   bool m_isScratch;
-  std::uint64_t m_end = 0;          ///< of allocation
-  std::uint64_t m_committedEnd = 0; ///< below it lies the committed state
-  std::uint64_t m_reservedEnd = 0;  ///< space is reserved up to here
-  std::uint64_t m_usedEnd = 0;      ///< the furthest end since opening
+  bool m_isNameDurable;
+  bool m_isDiscarding = false;
+  bool m_hasNewValues = false;
+  bool m_isSyncBroken = false;      ///< nobody knows what a failed sync has left on the disk
+  bool m_isJournalPending = false;  ///< the next opening finishes it
+  std::uint64_t m_end = 0;          ///< of allocation, as HDF5 has it
+  std::uint64_t m_committedEnd = 0; ///< the last committed state lies before it
+  std::uint64_t m_usedEnd = 0;      ///< behind it the file has never held anything
   std::uint64_t m_sequence = 0;
-  bool m_areValuesDirty = false; ///< written since the last flush
-  bool m_isAllReserved;          ///< no holes below the end
-  bool m_hasCommitted = false;
-  bool m_isDiscarded = false;
-  bool m_isJournalPending = false; ///< a whole journal is in the file, not all of it applied
-  bool m_isDead = false;           ///< a flush failed: what the disk holds is unknown
-  std::optional<FileError> m_failure;
+  Statistics m_counts;
+  std::optional<FileError> m_lastFailure;
 };
 
 } // namespace store

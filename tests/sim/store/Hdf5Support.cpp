@@ -1,0 +1,187 @@
+#include "Hdf5Support.h"
+
+#include "sim/impl/store/Hdf5Driver.h"
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+using store::Checked;
+using store::CheckedId;
+using store::Hdf5Id;
+
+Session::Session(std::unique_ptr<store::TransactionalFile> file, std::string const& path)
+    : m_path(path), m_file(std::move(file)) {}
+
+Session Session::Create(std::string const& path, bool isScratch) {
+  Session session(store::TransactionalFile::Create(path, isScratch, true), path);
+  store::QuietErrors const quiet;
+  Hdf5Id const access(store::MakeFileAccess(session.File()));
+  Hdf5Id const creation(store::MakeFileCreation());
+  session.m_hdf5 = CheckedId(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()), "creating");
+  return session;
+}
+
+Session Session::Open(std::string const& path, bool readOnly) {
+  Session session(store::TransactionalFile::Open(path, readOnly), path);
+  session.Reopen();
+  return session;
+}
+
+void Session::Reopen() {
+  store::QuietErrors const quiet;
+  m_hdf5.Close();
+  Hdf5Id const access(store::MakeFileAccess(File()));
+  unsigned const mode = File().IsReadOnly() ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+  m_hdf5 = CheckedId(H5Fopen(m_path.c_str(), mode, access.Get()), "opening");
+}
+
+Session::~Session() {
+  if (m_file != nullptr) m_file->Discard();
+}
+
+void Session::Flush() const {
+  store::QuietErrors const quiet;
+  Checked(H5Fflush(Id(), H5F_SCOPE_LOCAL), "flushing");
+}
+
+void Session::Commit() const {
+  Flush();
+  File().Commit();
+}
+
+namespace {
+
+constexpr hsize_t chunkCells = 8192;
+
+
+/// A set of integers that is stored in its header.
+void WriteCompact(hid_t group, std::string const& name, int first) {
+  std::vector<int> values(40);
+  std::iota(values.begin(), values.end(), first);
+  hsize_t const size = values.size();
+  Hdf5Id const space = CheckedId(H5Screate_simple(1, &size, nullptr), name);
+  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), name);
+  Checked(H5Pset_layout(creation.Get(), H5D_COMPACT), name);
+  Hdf5Id const set = CheckedId(H5Dcreate2(group, name.c_str(), H5T_STD_I32LE, space.Get(), H5P_DEFAULT,
+                                          creation.Get(), H5P_DEFAULT),
+                               name);
+  Checked(H5Dwrite(set.Get(), H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), name);
+}
+
+/// The cells [first, first + count) become `value`.
+void WriteCells(hid_t dataset, hsize_t first, hsize_t count, double value) {
+  std::vector<double> const cells(count, value);
+  Hdf5Id const inFile = CheckedId(H5Dget_space(dataset), "cells");
+  Hdf5Id const inMemory = CheckedId(H5Screate_simple(1, &count, nullptr), "cells");
+  Checked(H5Sselect_hyperslab(inFile.Get(), H5S_SELECT_SET, &first, nullptr, &count, nullptr), "cells");
+  Checked(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, inMemory.Get(), inFile.Get(), H5P_DEFAULT, cells.data()), "cells");
+}
+
+/// Cells in chunks, which can be extended.
+Hdf5Id WriteChunked(hid_t group, std::string const& name, hsize_t cells, double value) {
+  hsize_t const unlimited = H5S_UNLIMITED;
+  Hdf5Id const space = CheckedId(H5Screate_simple(1, &cells, &unlimited), name);
+  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), name);
+  Checked(H5Pset_chunk(creation.Get(), 1, &chunkCells), name);
+  Hdf5Id dataset = CheckedId(H5Dcreate2(group, name.c_str(), H5T_IEEE_F64LE, space.Get(), H5P_DEFAULT,
+                                        creation.Get(), H5P_DEFAULT),
+                             name);
+  WriteCells(dataset.Get(), 0, cells, value);
+  return dataset;
+}
+
+/// A few values, small enough to lie on pages with structure.
+Hdf5Id WriteSmall(hid_t group, std::string const& name) {
+  hsize_t const cells = 20;
+  Hdf5Id const space = CheckedId(H5Screate_simple(1, &cells, nullptr), name);
+  Hdf5Id dataset = CheckedId(H5Dcreate2(group, name.c_str(), H5T_IEEE_F64LE, space.Get(), H5P_DEFAULT,
+                                        H5P_DEFAULT, H5P_DEFAULT),
+                             name);
+  WriteCells(dataset.Get(), 0, cells, -1.0);
+  return dataset;
+}
+
+/// Writes past HDF5, through the mapping.
+void MapCell(Session const& session, Hdf5Id const& dataset, int cell, double value) {
+  std::uint64_t const offset = H5Dget_offset(dataset.Get()) + static_cast<std::uint64_t>(cell) * sizeof value;
+  std::memcpy(session.File().File().Bytes(offset, sizeof value), &value, sizeof value);
+  session.File().ValuesChanged();
+}
+
+} // namespace
+
+void Change(Session const& session, int number) {
+  store::QuietErrors const quiet;
+  hid_t const file = session.Id();
+  if (Checked(H5Lexists(file, "/trash", H5P_DEFAULT), "trash") > 0)
+    Checked(H5Ldelete(file, "/trash", H5P_DEFAULT), "trash");
+  std::string const path = "/t" + std::to_string(number);
+  Hdf5Id const group = CheckedId(H5Gcreate2(file, path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), path);
+  store::WriteAttribute(group.Get(), "number", number);
+  Hdf5Id const small = WriteSmall(group.Get(), "small");
+  for (int k = 0; k < 6; ++k)
+    WriteCompact(group.Get(), "set" + std::to_string(k), 100 * number + k);
+  Hdf5Id const values = WriteChunked(group.Get(), "values", 2 * chunkCells, number);
+  session.Flush(); // now the structure beside the small values is held
+  MapCell(session, small, 3, number);
+  if (number == 0) {
+    WriteChunked(file, "growing", chunkCells, 0);
+    return;
+  }
+  Hdf5Id const growing = CheckedId(H5Dopen2(file, "growing", H5P_DEFAULT), "growing");
+  hsize_t const cells = (static_cast<hsize_t>(number) + 1) * chunkCells;
+  Checked(H5Dset_extent(growing.Get(), &cells), "growing");
+  WriteCells(growing.Get(), cells - chunkCells, chunkCells, number);
+  std::string const former = "/t" + std::to_string(number - 1);
+  Checked(H5Lmove(file, former.c_str(), file, "/trash", H5P_DEFAULT, H5P_DEFAULT), "moving");
+}
+
+namespace {
+
+std::string DescribeValues(hid_t dataset) {
+  Hdf5Id const space = CheckedId(H5Dget_space(dataset), "describing");
+  auto const cells = static_cast<std::size_t>(Checked(H5Sget_simple_extent_npoints(space.Get()), "describing"));
+  std::vector<double> values(cells);
+  Checked(H5Dread(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), "describing");
+  std::string text = " " + std::to_string(cells) + ":";
+  for (std::size_t begin = 0; begin < cells;) {
+    auto const run = std::find_if(values.begin() + static_cast<std::ptrdiff_t>(begin), values.end(),
+                                  [&](double value) { return value != values[begin]; });
+    auto const end = static_cast<std::size_t>(run - values.begin());
+    text += " " + std::to_string(end - begin) + "x" + std::to_string(values[begin]);
+    begin = end;
+  }
+  return text;
+}
+
+herr_t DescribeObject(hid_t from, char const* name, H5O_info_t const*, void* into) {
+  std::string& text = *static_cast<std::string*>(into);
+  try {
+    Hdf5Id const object = CheckedId(H5Oopen(from, name, H5P_DEFAULT), "describing");
+    text += name;
+    if (store::HasAttribute(object.Get(), "number"))
+      text += " number " + std::to_string(store::ReadInteger(object.Get(), "number"));
+    if (H5Iget_type(object.Get()) == H5I_DATASET) text += DescribeValues(object.Get());
+  } catch (store::Hdf5Failure const& failure) {
+    text += " unreadable: " + failure.cause;
+  }
+  text += "\n";
+  return 0;
+}
+
+} // namespace
+
+std::string Describe(hid_t file) {
+  store::QuietErrors const quiet;
+  std::string text;
+  if (H5Ovisit2(file, H5_INDEX_NAME, H5_ITER_INC, DescribeObject, &text, H5O_INFO_BASIC) < 0) text += "unreadable";
+  return text;
+}
+
+std::string DescribeWithPlainHdf5(std::string const& path) {
+  store::QuietErrors const quiet;
+  Hdf5Id const file(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+  return file.IsValid() ? Describe(file.Get()) : "refused";
+}

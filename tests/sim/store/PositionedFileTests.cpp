@@ -1,0 +1,219 @@
+#include "StoreSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace {
+
+using store::FileError;
+using store::PositionedFile;
+using Mode = PositionedFile::Mode;
+
+constexpr std::uint64_t page = 4096;
+
+std::string Pattern(std::size_t bytes) {
+  std::string pattern(bytes, '\0');
+  for (std::size_t k = 0; k < bytes; ++k)
+    pattern[k] = static_cast<char>('a' + (k * 7 + k / page) % 23);
+  return pattern;
+}
+
+int ErrorOf(std::function<void()> const& work) {
+  try {
+    work();
+  } catch (FileError const& error) {
+    return error.Error();
+  }
+  return 0;
+}
+
+std::string TextOf(std::function<void()> const& work) {
+  try {
+    work();
+  } catch (FileError const& error) {
+    return error.what();
+  }
+  return "";
+}
+
+void ExpectContains(std::string const& text, std::string const& part) {
+  EXPECT_NE(text.find(part), std::string::npos) << text;
+}
+
+/// On a disk and in memory, which zero ranges in different ways.
+class PositionedFileOn : public testing::TestWithParam<char const*> {
+protected:
+  TemporaryFolder m_folder{GetParam()};
+  std::string m_path = m_folder.Path("file");
+};
+
+INSTANTIATE_TEST_SUITE_P(Folders, PositionedFileOn, testing::Values("/tmp", memoryFolder));
+
+TEST_P(PositionedFileOn, ReservedSpaceReadsAsZeroAndIsThere) {
+  PositionedFile file(m_path, Mode::Create);
+
+  file.Reserve(0, 100 * page + 1);
+
+  EXPECT_EQ(file.Size(), 100 * page + 1);
+  EXPECT_EQ(FileSize(m_path), 100 * page + 1);
+  EXPECT_GE(AllocatedBytes(m_path), file.MapsSafely() ? 100 * page : 0);
+  EXPECT_EQ(ReadWhole(m_path), std::string(100 * page + 1, '\0'));
+}
+
+TEST_P(PositionedFileOn, ZeroedRangesKeepTheirNeighboursAndTheirSpace) {
+  for (auto const& [offset, bytes] :
+       {std::pair{100UL, 50UL}, {100UL, page}, {page, 3 * page}, {page - 1, 3 * page + 2}, {5UL, 9 * page}, {7UL, 0UL}}) {
+    std::string expected = Pattern(10 * page);
+    PositionedFile file(m_path, Mode::Replace);
+    file.WriteAt(0, expected.data(), expected.size());
+    auto const* const mapped = reinterpret_cast<char const*>(file.Bytes(0, 10 * page));
+
+    file.Zero(offset, bytes);
+
+    std::memset(expected.data() + offset, 0, bytes);
+    EXPECT_EQ(ReadWhole(m_path), expected);
+    EXPECT_EQ(std::string(mapped, 10 * page), expected);
+    EXPECT_GE(AllocatedBytes(m_path), file.MapsSafely() ? 10 * page : 0);
+  }
+}
+
+TEST_P(PositionedFileOn, TheMappingGrowsWithTheFileAndKeepsItsBytes) {
+  PositionedFile file(m_path, Mode::Create);
+  // The mapping begins with 64 MiB.
+  for (std::uint64_t const size : {page, std::uint64_t{60} << 20, std::uint64_t{70} << 20}) {
+    file.Reserve(file.Size(), size);
+    std::memcpy(file.Bytes(size - 8, 8), "the end.", 8);
+  }
+
+  for (std::uint64_t const size : {page, std::uint64_t{60} << 20, std::uint64_t{70} << 20}) {
+    char text[8];
+    file.ReadAt(size - 8, text, 8);
+    EXPECT_EQ(std::string(text, 8), "the end.");
+    EXPECT_EQ(std::memcmp(file.Bytes(size - 8, 8), "the end.", 8), 0);
+  }
+}
+
+TEST(PositionedFile, RangesBehindTheEndAreErrors) {
+  TemporaryFolder const folder;
+  PositionedFile file(folder.Path("file"), Mode::Create);
+  file.Reserve(0, 100);
+  char bytes[20];
+
+  EXPECT_NE(file.Bytes(90, 10), nullptr);
+  EXPECT_EQ(ErrorOf([&] { file.Bytes(90, 11); }), EFAULT);
+  EXPECT_EQ(ErrorOf([&] { file.Bytes(~std::uint64_t{0} - 4, 11); }), EFAULT);
+  EXPECT_EQ(ErrorOf([&] { file.ReadAt(90, bytes, 11); }), EFAULT);
+  file.Resize(50);
+  EXPECT_EQ(ErrorOf([&] { file.Bytes(40, 11); }), EFAULT);
+  EXPECT_EQ(TextOf([&] { file.ReadAt(90, bytes, 11); }),
+            "Reading " + folder.Path("file") + " failed: 11 bytes at offset 90 are wanted, the file has 50.");
+}
+
+TEST(PositionedFile, TheSizeLimitOfTheProcessIsAnErrorAndNoSignal) {
+  TemporaryFolder const folder;
+
+  int const end = RunInChild([&] {
+    signal(SIGXFSZ, SIG_DFL);
+    PositionedFile file(folder.Path("file"), Mode::Create);
+    rlimit const limit{.rlim_cur = 2 * page, .rlim_max = 2 * page};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    bool const areErrors = ErrorOf([&] { file.Reserve(0, 3 * page); }) == EFBIG &&
+                           ErrorOf([&] { file.WriteAt(2 * page, "x", 1); }) == EFBIG &&
+                           ErrorOf([&] { file.Resize(3 * page); }) == EFBIG;
+    return areErrors && file.Size() == 0 ? 0 : 1;
+  });
+
+  EXPECT_EQ(end, 0);
+}
+
+TEST(PositionedFile, AFullDiskIsAnErrorThatNamesTheFreeSpace) {
+  SmallDisk const disk(20 * page);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no small disk can be mounted";
+  PositionedFile file(disk.Path("file"), Mode::Create);
+  file.Reserve(0, page);
+
+  EXPECT_EQ(TextOf([&] { file.Reserve(page, 30 * page); }),
+            "Reserving space in " + disk.Path("file") +
+                " failed: No space left on device, 118784 bytes at offset 4096, 77824 bytes are free.");
+  EXPECT_EQ(FileSize(disk.Path("file")), page);
+  EXPECT_EQ(file.Size(), page);
+}
+
+TEST(PositionedFile, FilesWithHolesAreFilledOrNotMapped) {
+  SmallDisk const disk(20 * page);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no small disk can be mounted";
+  WriteWhole(disk.Path("file"), "x");
+  std::filesystem::resize_file(disk.Path("file"), 10 * page);
+
+  EXPECT_FALSE(PositionedFile(disk.Path("file"), Mode::Read).MapsSafely());
+  disk.Fill(5 * page);
+  EXPECT_FALSE(PositionedFile(disk.Path("file"), Mode::Write).MapsSafely());
+  std::filesystem::remove(disk.Path("filler"));
+  EXPECT_TRUE(PositionedFile(disk.Path("file"), Mode::Write).MapsSafely());
+  EXPECT_EQ(AllocatedBytes(disk.Path("file")), 10 * page);
+}
+
+TEST(PositionedFile, WhereSpaceCannotBeReservedNothingIsMapped) {
+  TemporaryFolder const folder;
+  PositionedFile file(folder.Path("file"), Mode::Create);
+  FaultPlan const plan(FaultPlan::Effect::FailOnce, 1, EOPNOTSUPP);
+
+  EXPECT_FALSE(file.Reserve(0, page));
+  EXPECT_EQ(file.Size(), page);
+  EXPECT_FALSE(file.MapsSafely());
+}
+
+// Locks
+
+TEST(PositionedFile, WritersAreAlone) {
+  TemporaryFolder const folder;
+  std::string const path = folder.Path("file");
+  auto const opens = [&](Mode mode) {
+    return RunInChild([&] { return ErrorOf([&] { PositionedFile const file(path, mode); }); });
+  };
+  {
+    PositionedFile const writer(path, Mode::Create);
+    EXPECT_EQ(opens(Mode::Read), EWOULDBLOCK);
+    EXPECT_EQ(opens(Mode::Write), EWOULDBLOCK);
+    ExpectContains(TextOf([&] { PositionedFile const file(path, Mode::Read); }),
+                   "another process, or this one, has it open for writing");
+  }
+  {
+    PositionedFile const reader(path, Mode::Read);
+    EXPECT_EQ(opens(Mode::Read), 0);
+    EXPECT_EQ(opens(Mode::Write), EWOULDBLOCK);
+  }
+  EXPECT_EQ(opens(Mode::Write), 0);
+}
+
+TEST(PositionedFile, ReplacingRefusesALockedFileAndLeavesItsBytes) {
+  TemporaryFolder const folder;
+  WriteWhole(folder.Path("file"), "precious");
+  {
+    PositionedFile const reader(folder.Path("file"), Mode::Read);
+    EXPECT_EQ(ErrorOf([&] { PositionedFile const file(folder.Path("file"), Mode::Replace); }), EWOULDBLOCK);
+    EXPECT_EQ(ReadWhole(folder.Path("file")), "precious");
+  }
+  EXPECT_EQ(PositionedFile(folder.Path("file"), Mode::Replace).Size(), 0U);
+}
+
+TEST(PositionedFile, OnlyRegularFilesAreOpened) {
+  TemporaryFolder const folder;
+  WriteWhole(folder.Path("file"), "x");
+  mkfifo(folder.Path("pipe").c_str(), 0600);
+  auto const errorOf = [&](char const* name, Mode mode) {
+    return ErrorOf([&] { PositionedFile const file(folder.Path(name), mode); });
+  };
+
+  EXPECT_EQ(errorOf("file", Mode::Create), EEXIST);
+  EXPECT_EQ(errorOf("none", Mode::Write), ENOENT);
+  EXPECT_EQ(errorOf(".", Mode::Read), ENODEV);
+  EXPECT_EQ(errorOf(".", Mode::Write), EISDIR);
+  EXPECT_EQ(errorOf("pipe", Mode::Read), ENODEV);
+}
+
+} // namespace

@@ -1,0 +1,101 @@
+#include "StoreSupport.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <sstream>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+TemporaryFolder::TemporaryFolder(fs::path const& parent) {
+  std::string name = (parent / "store-XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder can be made in " + parent.string());
+  m_path = name;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  fs::remove_all(m_path, ignored);
+}
+
+SmallDisk::SmallDisk(std::uint64_t bytes) {
+  fs::create_directory(m_folder.Path("disk"));
+  std::string const options = "size=" + std::to_string(bytes);
+  m_isMounted = mount("none", m_folder.Path("disk").c_str(), "tmpfs", 0, options.c_str()) == 0;
+}
+
+SmallDisk::~SmallDisk() {
+  if (m_isMounted) umount2(m_folder.Path("disk").c_str(), MNT_DETACH);
+}
+
+void SmallDisk::Fill(std::uint64_t left) const {
+  struct statvfs facts {};
+  statvfs(Path(".").c_str(), &facts);
+  std::uint64_t const free = facts.f_bavail * facts.f_bsize;
+  WriteWhole(Path("filler"), std::string(free - left, 'f'));
+}
+
+std::string ReadWhole(std::string const& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << file.rdbuf();
+  return bytes.str();
+}
+
+void WriteWhole(std::string const& path, std::string const& bytes) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::uint64_t FileSize(std::string const& path) { return fs::file_size(path); }
+
+std::uint64_t AllocatedBytes(std::string const& path) {
+  struct stat facts {};
+  stat(path.c_str(), &facts);
+  return static_cast<std::uint64_t>(facts.st_blocks) * 512;
+}
+
+int RunInChild(std::function<int()> const& work) {
+  pid_t const child = fork();
+  if (child == 0) {
+    try {
+      _exit(work());
+    } catch (...) {
+      _exit(99);
+    }
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+namespace {
+
+void KillInside(store::FileStep const& step) {
+  if (step.kind == store::FileStep::Kind::Write) {
+    std::uint64_t const half = step.bytes / 2 / 512 * 512;
+    [[maybe_unused]] ssize_t const written =
+        pwrite(step.descriptor, step.data, half, static_cast<off_t>(step.offset));
+  }
+  raise(SIGKILL);
+}
+
+} // namespace
+
+FaultPlan::FaultPlan(Effect effect, int nth, int error) {
+  store::SetFaultHook([this, effect, nth, error](store::FileStep const& step) {
+    ++m_steps;
+    if (effect == Effect::Kill && m_steps == nth) KillInside(step);
+    bool const fails = (effect == Effect::FailOnce && m_steps == nth) ||
+                       (effect == Effect::FailOn && m_steps >= nth);
+    // What frees space does not fail for want of it.
+    bool const needsSpace = step.kind == store::FileStep::Kind::Write || step.kind == store::FileStep::Kind::Reserve;
+    return fails && (error != ENOSPC || needsSpace) ? error : 0;
+  });
+}

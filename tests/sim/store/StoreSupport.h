@@ -1,0 +1,72 @@
+#pragma once
+
+#include "sim/impl/store/PositionedFile.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+/// A folder that ends with its scope.
+class TemporaryFolder {
+public:
+  explicit TemporaryFolder(std::filesystem::path const& parent = std::filesystem::temp_directory_path());
+  TemporaryFolder(TemporaryFolder const&) = delete;
+  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
+  ~TemporaryFolder();
+
+  std::string Path(std::string const& name) const { return (m_path / name).string(); }
+
+private:
+  std::filesystem::path m_path;
+};
+
+/// A file system in memory with so many bytes; mounting one takes rights that not everybody has.
+class SmallDisk {
+public:
+  explicit SmallDisk(std::uint64_t bytes);
+  SmallDisk(SmallDisk const&) = delete;
+  SmallDisk& operator=(SmallDisk const&) = delete;
+  ~SmallDisk();
+
+  bool IsMounted() const { return m_isMounted; }
+  std::string Path(std::string const& name) const { return m_folder.Path("disk/" + name); }
+  /// Takes all space but `left` bytes, in a file "filler".
+  void Fill(std::uint64_t left) const;
+
+private:
+  TemporaryFolder m_folder;
+  bool m_isMounted;
+};
+
+/// Where there is a file system in memory that everybody may write to.
+constexpr char memoryFolder[] = "/dev/shm";
+
+std::string ReadWhole(std::string const& path);
+void WriteWhole(std::string const& path, std::string const& bytes);
+std::uint64_t FileSize(std::string const& path);
+std::uint64_t AllocatedBytes(std::string const& path);
+
+/// Runs work in a child process: its result, which is then the exit code, or minus the signal that ended it.
+int RunInChild(std::function<int()> const& work);
+
+/// While it lives, a step that changes a file goes wrong: the nth, or all from the nth on. The default counts.
+class FaultPlan {
+public:
+  enum class Effect : std::uint8_t {
+    None,
+    FailOnce,
+    FailOn, ///< and on
+    Kill,   ///< the process; of a write the first half, in whole sectors, is done before
+  };
+
+  explicit FaultPlan(Effect effect = Effect::None, int nth = 0, int error = 0);
+  FaultPlan(FaultPlan const&) = delete;
+  FaultPlan& operator=(FaultPlan const&) = delete;
+  ~FaultPlan() { store::SetFaultHook(nullptr); }
+
+  int Steps() const { return m_steps; }
+
+private:
+  int m_steps = 0;
+};
