@@ -117,12 +117,12 @@ void Change(Session const& session, int number) {
   hid_t const file = session.Id();
   if (Checked(H5Lexists(file, "/trash", H5P_DEFAULT), "trash") > 0)
     Checked(H5Ldelete(file, "/trash", H5P_DEFAULT), "trash");
-  std::string const path = "/t" + std::to_string(number);
+  std::string const path = std::string("/t") + std::to_string(number);
   Hdf5Id const group = CheckedId(H5Gcreate2(file, path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), path);
   store::WriteAttribute(group.Get(), "number", number);
   Hdf5Id const small = WriteSmall(group.Get(), "small");
   for (int k = 0; k < 6; ++k)
-    WriteCompact(group.Get(), "set" + std::to_string(k), 100 * number + k);
+    WriteCompact(group.Get(), std::string("set") + std::to_string(k), 100 * number + k);
   Hdf5Id const values = WriteChunked(group.Get(), "values", 2 * chunkCells, number);
   session.Flush(); // now the structure beside the small values is held
   MapCell(session, small, 3, number);
@@ -134,7 +134,7 @@ void Change(Session const& session, int number) {
   hsize_t const cells = (static_cast<hsize_t>(number) + 1) * chunkCells;
   Checked(H5Dset_extent(growing.Get(), &cells), "growing");
   WriteCells(growing.Get(), cells - chunkCells, chunkCells, number);
-  std::string const former = "/t" + std::to_string(number - 1);
+  std::string const former = std::string("/t") + std::to_string(number - 1);
   Checked(H5Lmove(file, former.c_str(), file, "/trash", H5P_DEFAULT, H5P_DEFAULT), "moving");
 }
 
@@ -145,12 +145,12 @@ std::string DescribeValues(hid_t dataset) {
   auto const cells = static_cast<std::size_t>(Checked(H5Sget_simple_extent_npoints(space.Get()), "describing"));
   std::vector<double> values(cells);
   Checked(H5Dread(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), "describing");
-  std::string text = " " + std::to_string(cells) + ":";
+  std::string text = std::string(" ") + std::to_string(cells) + ":";
   for (std::size_t begin = 0; begin < cells;) {
     auto const run = std::find_if(values.begin() + static_cast<std::ptrdiff_t>(begin), values.end(),
                                   [&](double value) { return value != values[begin]; });
     auto const end = static_cast<std::size_t>(run - values.begin());
-    text += " " + std::to_string(end - begin) + "x" + std::to_string(values[begin]);
+    text += std::string(" ") + std::to_string(end - begin) + "x" + std::to_string(values[begin]);
     begin = end;
   }
   return text;

@@ -7,6 +7,7 @@
 #include "sim/impl/store/TransactionalFile.h"
 
 #include <cerrno>
+#include <cstdio>
 
 namespace store {
 
@@ -47,14 +48,14 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Create(std::string const& path, bool
   } catch (FileError const& error) {
     RaiseOpening(error);
   }
-  Guarded(*file, [&] {
-    Hdf5Id const access(MakeFileAccess(*file->m_bytes));
-    Hdf5Id const creation(MakeFileCreation());
-    file->m_hdf5->file =
-        CheckedId(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()), "creating the file");
-    file->WriteFormat();
-  });
-  file->Commit();
+  try {
+    file->MakeFormat();
+    file->Commit();
+  } catch (...) {
+    file.reset();
+    std::remove(path.c_str()); // it was never a database
+    throw;
+  }
   return file;
 }
 
@@ -79,10 +80,16 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Open(std::string const& path, bool r
 
 std::int64_t DatabaseFile::Id() const noexcept { return m_hdf5->file.Get(); }
 
-void DatabaseFile::WriteFormat() {
-  Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
-  WriteAttribute(root.Get(), "format", std::string(formatName));
-  WriteAttribute(root.Get(), "format_version", formatVersion);
+void DatabaseFile::MakeFormat() {
+  Guarded(*this, [&] {
+    Hdf5Id const access(MakeFileAccess(*m_bytes));
+    Hdf5Id const creation(MakeFileCreation());
+    m_hdf5->file = CheckedId(H5Fcreate(m_path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()),
+                             "creating the file");
+    Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
+    WriteAttribute(root.Get(), "format", std::string(formatName));
+    WriteAttribute(root.Get(), "format_version", formatVersion);
+  });
 }
 
 void DatabaseFile::CheckFormat() const {

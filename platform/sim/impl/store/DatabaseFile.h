@@ -52,7 +52,7 @@ private:
   struct Hdf5;
 
   DatabaseFile(std::string path, bool isReadOnly, bool isScratch);
-  void WriteFormat();
+  void MakeFormat();
   void CheckFormat() const;
   void Flush();
 
