@@ -47,6 +47,9 @@ pkg_config_build gfortran "$consumers/consumer.f90"
 expect 'Fortran, pkg-config' "$fortran_output" "$work/program"
 pkg_config_build g++ -std=c++20 "$work/readme.cpp"
 expect 'README, C++' "$(block text 1)" "$work/program"
+block cpp 2 >"$work/readme2.cpp"
+pkg_config_build g++ -std=c++20 "$work/readme2.cpp"
+(cd "$work" && expect 'README, database' "$(block text 2)" ./program)
 pkg_config_build gfortran "$work/readme.f90"
-expect 'README, Fortran' "$(block text 2)" "$work/program"
+expect 'README, Fortran' "$(block text 3)" "$work/program"
 expect 'installed orxmtx' 'orxmtx 0.1.0' "$work/installed/bin/orxmtx" --version
