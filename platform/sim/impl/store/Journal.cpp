@@ -140,7 +140,7 @@ std::optional<Journal::Found> Journal::Find(PositionedFile const& file) {
   Trailer trailer;
   file.ReadAt(size - pageBytes, &trailer, sizeof trailer);
   if (!IsSound(trailer, size)) return {};
-  bool const isWhole = BodyChecksum(file, trailer) == trailer.bodyChecksum && AreNumbersSound(file, trailer);
+  bool const isWhole = AreNumbersSound(file, trailer) && BodyChecksum(file, trailer) == trailer.bodyChecksum;
   return Found{.state = isWhole ? State::Whole : State::Torn, .trailer = trailer};
 }
 
