@@ -81,7 +81,7 @@ public:
         int const lastColumn = std::min(r.c2, (cb + 1) * m_block.columns - 1);
         int const firstRow = std::max(r.r1, rb * m_block.rows);
         int const lastRow = std::min(r.r2, (rb + 1) * m_block.rows - 1);
-        auto const rows = static_cast<std::size_t>(lastRow - firstRow + 1);
+        auto const rows = static_cast<std::size_t>(lastRow) - static_cast<std::size_t>(firstRow) + 1;
         for (int c = firstColumn; c <= lastColumn; ++c) {
           double* const inBlock =
               block + std::int64_t{c - cb * m_block.columns} * m_block.rows + firstRow - rb * m_block.rows;

@@ -21,6 +21,8 @@ public:
       : m_useCount(other.m_useCount), m_object(other.m_object) {
     ++*m_useCount;
   }
+  // Counting up first makes it safe to assign to itself.
+  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
   cow_CountedHld& operator=(cow_CountedHld const& other) noexcept {
     ++*other.m_useCount;
     Release();

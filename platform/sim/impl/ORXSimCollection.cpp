@@ -34,7 +34,8 @@ ORXSimCSetID AddListedSet(ORXSimCollectionID const& id, int const* labels, int c
     if (labels[k] < 0)
       RefuseSet("label " + std::to_string(k) + " is " + std::to_string(labels[k]) + ", expected at least 0");
   ORXSimIndexSet members = ORXSimIndexSet::Listed(list);
-  return ContextFor(id, members, isTemporary).AddSet(id, std::move(members), isTemporary);
+  sim::Context& context = ContextFor(id, members, isTemporary);
+  return context.AddSet(id, std::move(members), isTemporary);
 }
 
 } // namespace
@@ -58,7 +59,8 @@ ORXSimCSetID ORXSimCollection::CreateCSetStrided(int start, int count, int strid
     RefuseSet("its labels go from " + std::to_string(start) + " to " + std::to_string(last) +
               ", expected 0 to 2147483647");
   ORXSimIndexSet members = ORXSimIndexSet::Strided(start, count, stride);
-  return ContextFor(m_id, members, false).AddSet(m_id, std::move(members), false);
+  sim::Context& context = ContextFor(m_id, members, false);
+  return context.AddSet(m_id, std::move(members), false);
 }
 
 ORXSimCSetID ORXSimCollection::BiggestCSetID() const {

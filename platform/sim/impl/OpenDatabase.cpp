@@ -38,7 +38,7 @@ std::shared_ptr<OpenDatabase> OpenDatabase::Create(std::string const& name, ORXS
 }
 
 std::shared_ptr<OpenDatabase> OpenDatabase::Open(std::string const& name, bool readOnly) {
-  auto const database = std::make_shared<OpenDatabase>(store::DatabaseFile::Open(name, readOnly));
+  auto database = std::make_shared<OpenDatabase>(store::DatabaseFile::Open(name, readOnly));
   store::LoadCatalog(database->File(), [&](int number, ORXSimNamespaceID space) -> Context& {
     auto const count = static_cast<std::size_t>(number) + 1;
     if (database->m_contexts.size() < count) database->m_contexts.resize(count);

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <limits>
 #include <map>
+#include <new>
 #include <string>
 
 namespace store {
@@ -213,20 +214,25 @@ namespace {
 std::map<int, std::string> NumberedLinks(hid_t file, std::string const& path, std::string const& prefix) {
   std::vector<std::string> names;
   auto const collect = [](hid_t, char const* name, H5L_info_t const*, void* list) -> herr_t {
-    static_cast<std::vector<std::string>*>(list)->emplace_back(name);
-    return 0;
+    try {
+      static_cast<std::vector<std::string>*>(list)->emplace_back(name);
+      return 0;
+    } catch (std::bad_alloc const&) {
+      return -1; // no exception passes through C
+    }
   };
   Checked(H5Literate_by_name(file, path.c_str(), H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect, &names,
                              H5P_DEFAULT),
           "listing " + path);
   std::map<int, std::string> numbered;
+  std::string const folder = path == "/" ? path : path + "/";
   for (std::string const& name : names) {
     if (!name.starts_with(prefix)) continue;
     int number = -1;
     auto const [end, error] = std::from_chars(name.data() + prefix.size(), name.data() + name.size(), number);
     if (error != std::errc() || end != name.data() + name.size() || number < 0 || number >= mostNumbers)
       throw DamageFound{path + " has an object of the unexpected name " + name};
-    numbered[number] = (path == "/" ? "" : path) + "/" + name;
+    numbered[number] = folder + name;
   }
   return numbered;
 }

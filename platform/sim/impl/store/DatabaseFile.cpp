@@ -132,7 +132,7 @@ void DatabaseFile::RaiseTranslated() const {
 std::string DatabaseFile::MoveToTrash(std::string const& path) {
   Hdf5Id const properties = CheckedId(H5Pcreate(H5P_LINK_CREATE), "moving to the trash");
   Checked(H5Pset_create_intermediate_group(properties.Get(), 1), "moving to the trash");
-  std::string const trash = "/trash/" + std::to_string(m_trashed++);
+  std::string trash = "/trash/" + std::to_string(m_trashed++);
   Checked(H5Lmove(Id(), path.c_str(), Id(), trash.c_str(), properties.Get(), H5P_DEFAULT),
           "moving " + path + " to the trash");
   return trash;

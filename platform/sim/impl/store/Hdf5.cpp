@@ -1,6 +1,6 @@
 #include "sim/impl/store/Hdf5.h"
 
-#include <cstdlib>
+#include <algorithm>
 
 namespace store {
 
@@ -136,7 +136,8 @@ std::string ReadText(hid_t object, char const* name) {
   if (size > mostElements) RaiseUnexpected(name, "a short text");
   std::string text(size, '\0');
   Checked(H5Aread(attribute.Get(), type.Get(), text.data()), what);
-  return text.c_str(); // up to its end mark
+  text.resize(std::min(text.size(), text.find('\0')));
+  return text;
 }
 
 } // namespace store

@@ -45,13 +45,21 @@ herr_t Answer(TransactionalFile& file, Work work) noexcept {
 
 // Callbacks
 
+/// What keeps HDF5 from opening the file with these flags; null if nothing does.
+char const* Obstacle(TransactionalFile const& file, unsigned flags) {
+  bool const isToBeCreated = (flags & (H5F_ACC_TRUNC | H5F_ACC_CREAT)) != 0;
+  bool const isEmpty = file.EndOfFile() == 0;
+  if (isToBeCreated && !isEmpty) return "the file to be created is not empty";
+  if (!isToBeCreated && isEmpty) return "the file is empty"; // HDF5 would make it one of its own
+  if ((flags & H5F_ACC_RDWR) != 0 && file.IsReadOnly()) return "the file is open for reading only";
+  return nullptr;
+}
+
 H5FD_t* OpenFile(char const*, unsigned flags, hid_t access, haddr_t) {
   auto const* const info = static_cast<DriverInfo const*>(H5Pget_driver_info(access));
   if (info == nullptr || info->file == nullptr) return nullptr;
-  bool const wantsToWrite = (flags & H5F_ACC_RDWR) != 0;
-  bool const wantsEmpty = (flags & (H5F_ACC_TRUNC | H5F_ACC_CREAT)) != 0;
-  if ((wantsToWrite && info->file->IsReadOnly()) || (wantsEmpty && info->file->EndOfFile() > 0)) {
-    PushError(wantsEmpty ? "the file to be created is not empty" : "the file is open for reading only");
+  if (char const* const obstacle = Obstacle(*info->file, flags)) {
+    PushError(obstacle);
     return nullptr;
   }
   auto* const adopted = new (std::nothrow) AdoptedFile{.hdf5 = {}, .file = info->file};
