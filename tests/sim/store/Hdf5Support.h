@@ -31,12 +31,12 @@ private:
   store::Hdf5Id m_hdf5;
 };
 
-/// One of a row of transactions 0, 1, 2, ..., not committed yet. It makes groups, attributes, small sets inside
-/// of the structure, chunked values, and a few values that share pages with structure and are written past
-/// HDF5; it extends a dataset of its forerunner, and deletes the forerunner's group in two steps.
+/// One of a row of transactions 0, 1, 2, ..., not committed yet. It makes groups, attributes, small sets
+/// inside of the structure, chunked values, and a few values that share pages with structure and are written
+/// past HDF5; it extends a dataset of its forerunner, and deletes the forerunner's group in two steps.
 void Change(Session const& session, int number);
 
-/// All names, shapes, attributes and values, as text.
+/// All names, shapes, attributes and values, as text; without the trash.
 std::string Describe(hid_t file);
-/// The same through HDF5's own driver; "refused" when that does not open the file.
+/// The same through HDF5's own driver, of a copy, because of its locks; "refused" when it does not open that.
 std::string DescribeWithPlainHdf5(std::string const& path);

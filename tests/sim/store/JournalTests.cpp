@@ -1,7 +1,7 @@
-#include "sim/impl/store/Journal.h"
-#include "sim/impl/store/Checksum.h"
-#include "sim/impl/store/TransactionalFile.h"
 #include "StoreSupport.h"
+#include "sim/impl/store/Checksum.h"
+#include "sim/impl/store/Journal.h"
+#include "sim/impl/store/TransactionalFile.h"
 
 #include <gtest/gtest.h>
 
@@ -132,7 +132,7 @@ TEST_F(JournalAtTheEnd, IsReadWithoutTouchingTheFile) {
     EXPECT_EQ(seen, s_new);
     EXPECT_EQ(file->EndOfFile(), 5 * page);
     EXPECT_EQ(file->Counts().replays, 1U);
-    EXPECT_EQ(ReadWhole(m_path), bytes);
+    EXPECT_TRUE(ReadWhole(m_path) == bytes);
   }
 }
 
@@ -158,8 +158,8 @@ TEST_F(JournalAtTheEnd, IsDroppedWhenABitIsWrong) {
 }
 
 TEST_F(JournalAtTheEnd, IsDroppedWhenAFieldIsWrongEvenIfTheChecksumsAgree) {
-  std::uint64_t Trailer::*const fields[] = {&Trailer::magic, &Trailer::pages, &Trailer::end, &Trailer::position,
-                                            &Trailer::bytes, &Trailer::bodyChecksum};
+  std::uint64_t Trailer::*const fields[] = {&Trailer::magic,    &Trailer::pages, &Trailer::end,
+                                            &Trailer::position, &Trailer::bytes, &Trailer::bodyChecksum};
   for (auto const field : fields) {
     for (std::uint64_t const change : {std::uint64_t{1}, page, ~std::uint64_t{0}, std::uint64_t{1} << 40,
                                        std::uint64_t{1} << 52, std::uint64_t{1} << 63}) {

@@ -1,5 +1,5 @@
-#include "sim/impl/store/PageOverlay.h"
 #include "StoreSupport.h"
+#include "sim/impl/store/PageOverlay.h"
 
 #include <gtest/gtest.h>
 

@@ -65,8 +65,12 @@ TEST_P(PositionedFileOn, ReservedSpaceReadsAsZeroAndIsThere) {
 }
 
 TEST_P(PositionedFileOn, ZeroedRangesKeepTheirNeighboursAndTheirSpace) {
-  for (auto const& [offset, bytes] :
-       {std::pair{100UL, 50UL}, {100UL, page}, {page, 3 * page}, {page - 1, 3 * page + 2}, {5UL, 9 * page}, {7UL, 0UL}}) {
+  for (auto const& [offset, bytes] : {std::pair{100UL, 50UL},
+                                      {100UL, page},
+                                      {page, 3 * page},
+                                      {page - 1, 3 * page + 2},
+                                      {5UL, 9 * page},
+                                      {7UL, 0UL}}) {
     std::string expected = Pattern(10 * page);
     PositionedFile file(m_path, Mode::Replace);
     file.WriteAt(0, expected.data(), expected.size());

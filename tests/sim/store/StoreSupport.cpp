@@ -15,7 +15,8 @@ namespace fs = std::filesystem;
 
 TemporaryFolder::TemporaryFolder(fs::path const& parent) {
   std::string name = (parent / "store-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder can be made in " + parent.string());
+  if (mkdtemp(name.data()) == nullptr)
+    throw std::runtime_error("no folder can be made in " + parent.string());
   m_path = name;
 }
 
@@ -92,10 +93,11 @@ FaultPlan::FaultPlan(Effect effect, int nth, int error) {
   store::SetFaultHook([this, effect, nth, error](store::FileStep const& step) {
     ++m_steps;
     if (effect == Effect::Kill && m_steps == nth) KillInside(step);
-    bool const fails = (effect == Effect::FailOnce && m_steps == nth) ||
-                       (effect == Effect::FailOn && m_steps >= nth);
+    bool const fails =
+        (effect == Effect::FailOnce && m_steps == nth) || (effect == Effect::FailOn && m_steps >= nth);
     // What frees space does not fail for want of it.
-    bool const needsSpace = step.kind == store::FileStep::Kind::Write || step.kind == store::FileStep::Kind::Reserve;
+    bool const needsSpace =
+        step.kind == store::FileStep::Kind::Write || step.kind == store::FileStep::Kind::Reserve;
     return fails && (error != ENOSPC || needsSpace) ? error : 0;
   });
 }

@@ -50,7 +50,8 @@ std::uint64_t AllocatedBytes(std::string const& path);
 /// Runs work in a child process: its result, which is then the exit code, or minus the signal that ended it.
 int RunInChild(std::function<int()> const& work);
 
-/// While it lives, a step that changes a file goes wrong: the nth, or all from the nth on. The default counts.
+/// While it lives, a step that changes a file goes wrong: the nth, or all from the nth on. The default
+/// counts.
 class FaultPlan {
 public:
   enum class Effect : std::uint8_t {

@@ -4,6 +4,7 @@
 #include "sim/impl/store/DenseDrawer.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/SparseDrawer.h"
+#include "sim/impl/store/TransactionalFile.h"
 
 #include <charconv>
 #include <limits>
@@ -38,11 +39,12 @@ bool LinkExists(hid_t place, std::string const& name) {
   return Checked(H5Lexists(place, name.c_str(), H5P_DEFAULT), "looking for " + name) > 0;
 }
 
-void WriteLabels(hid_t group, std::span<int const> labels) {
+void WriteLabels(DatabaseFile const& file, hid_t group, std::span<int const> labels) {
   hsize_t const count = labels.size();
   Hdf5Id const space = CheckedId(H5Screate_simple(1, &count, nullptr), "writing labels");
   Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), "writing labels");
   bool const isSmall = labels.size_bytes() <= largestCompact;
+  if (!isSmall) file.Bytes().ReserveGrowth(labels.size_bytes() + largestCompact);
   Checked(H5Pset_layout(creation.Get(), isSmall ? H5D_COMPACT : H5D_CONTIGUOUS), "writing labels");
   Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), "writing labels");
   Hdf5Id const dataset = CheckedId(
@@ -139,7 +141,7 @@ void CatalogWriter::SaveCollection(sim::Context& context, int number) {
     m_reversals.emplace_back([this, trash, labels] { m_file.TakeFromTrash(trash, labels); });
   }
   if (record.members.Further().empty()) return;
-  WriteLabels(group.Get(), record.members.Further());
+  WriteLabels(m_file, group.Get(), record.members.Further());
   if (record.isSaved) RemoveOnRevert(labels);
 }
 
@@ -158,7 +160,7 @@ void CatalogWriter::SaveSet(sim::Context& context, int number) {
   }
   std::vector<int> labels(static_cast<std::size_t>(members.Size()));
   members.CopyTo(labels.data());
-  WriteLabels(group.Get(), labels);
+  WriteLabels(m_file, group.Get(), labels);
 }
 
 void CatalogWriter::SaveDistribution(sim::Context& context, int number) {
@@ -232,7 +234,7 @@ std::map<int, std::string> NumberedLinks(hid_t file, std::string const& path, st
     auto const [end, error] = std::from_chars(name.data() + prefix.size(), name.data() + name.size(), number);
     if (error != std::errc() || end != name.data() + name.size() || number < 0 || number >= mostNumbers)
       throw DamageFound{path + " has an object of the unexpected name " + name};
-    numbered[number] = folder + name;
+    numbered[number] = std::string(folder).append(name);
   }
   return numbered;
 }

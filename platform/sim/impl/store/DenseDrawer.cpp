@@ -55,7 +55,7 @@ bool GroupPieces(std::vector<std::int64_t>& lengths, std::span<int const> sizes,
   if (bytes * 2 > largestPiece || (bytes >= smallestPiece && count <= mostPieces)) return false;
   for (std::size_t dim = lengths.size(); dim-- > 0;) {
     if (lengths[dim] >= sizes[dim]) continue;
-    lengths[dim] *= 2;
+    lengths[dim] = std::min<std::int64_t>(2 * lengths[dim], sizes[dim]);
     return true;
   }
   return false;

@@ -92,9 +92,10 @@ herr_t QueryFeatures(H5FD_t const*, unsigned long* features) {
 
 haddr_t EndOfAllocation(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfAllocation(); }
 
-herr_t SetEndOfAllocation(H5FD_t* driver, H5FD_mem_t, haddr_t end) {
+herr_t SetEndOfAllocation(H5FD_t* driver, H5FD_mem_t type, haddr_t end) {
   TransactionalFile& file = FileOf(driver);
-  return Answer(file, [&] { file.SetEndOfAllocation(end); });
+  return Answer(file,
+                [&] { type == H5FD_MEM_DRAW ? file.SetEndOfAllocation(end) : file.SetEndOfStructure(end); });
 }
 
 haddr_t EndOfFile(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfFile(); }

@@ -274,6 +274,15 @@ void TransactionalFile::SetEndOfAllocation(std::uint64_t end) {
   m_usedEnd = std::max(m_usedEnd, end);
 }
 
+void TransactionalFile::SetEndOfStructure(std::uint64_t end) {
+  try {
+    SetEndOfAllocation(end);
+  } catch (FileError const&) {
+    m_end = end;
+    m_usedEnd = std::max(m_usedEnd, end);
+  }
+}
+
 void TransactionalFile::ReserveUpTo(std::uint64_t end) {
   std::uint64_t const size = m_file.Size();
   bool const isSmall = end - size < largeGrowth;

@@ -91,6 +91,9 @@ public:
   std::uint64_t EndOfAllocation() const noexcept { return m_end; }
   /// Growth is reserved, with some more for the next small one.
   void SetEndOfAllocation(std::uint64_t end);
+  /// The same for structure. It is in memory, so its space can wait for the commit; and HDF5 leaves its caches
+  /// locked when it is refused space in the midst of a change of structure.
+  void SetEndOfStructure(std::uint64_t end);
   /// Takes the space at the end back, if no committed state has it; other space is lost until HDF5 reuses it.
   void Free(std::uint64_t offset, std::uint64_t bytes);
   std::uint64_t EndOfFile() const noexcept;

@@ -1,0 +1,110 @@
+#pragma once
+
+#include "store/StoreSupport.h"
+
+#include "core/ORXUnicodeString.h"
+#include "sim/ORXSimCSet.h"
+#include "sim/ORXSimCollection.h"
+#include "sim/ORXSimContext.h"
+#include "sim/ORXSimDatabase.h"
+#include "sim/ORXSimException.h"
+#include "sim/ORXSimTransaction.h"
+#include "sim/ORXSimTransfer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+inline void Create(ORXSimDatabase& database, std::string const& path) {
+  database.CreateFile(ORXUnicodeString(path.c_str()), ORXSimDatabase::replaceExisting, -1);
+}
+inline void Open(ORXSimDatabase& database, std::string const& path, bool readOnly = false) {
+  database.OpenFile(ORXUnicodeString(path.c_str()), readOnly);
+}
+
+/// The code of the ORXSimException that a call raises, 0 without one. `text` receives the message.
+template<class Call>
+int CodeOf(Call&& call, std::string* text = nullptr) {
+  try {
+    call();
+  } catch (ORXSimException const& e) {
+    if (text != nullptr) *text = e.AsString().AsText();
+    return e.Code();
+  }
+  return 0;
+}
+
+inline std::vector<int> Members(ORXSimCSetID const& id) {
+  ORXSimCSet const set(id);
+  std::vector<int> labels(static_cast<std::size_t>(set.Size()));
+  set.OrderedMembers(labels.data());
+  return labels;
+}
+
+/// A field over new collections of these sizes.
+inline ORXSimDistributionID CreateField(ORXSimContext const& context, std::vector<int> const& sizes,
+                                        ORXSimTypeKey key = ORXSimTypeKey::Double) {
+  ORXSimArray<ORXSimCollectionID> collections;
+  for (int const size : sizes)
+    collections.Append(context.CreateCollection(size, ORXSimTypeID()));
+  return context.CreateDistribution(ORXSimGrid(collections), ORXSimRangeType(key), ORXSimTypeID());
+}
+
+inline ORXSimArray<int> Numbers(std::vector<int> const& values) {
+  ORXSimArray<int> array;
+  for (int const value : values)
+    array.Append(value);
+  return array;
+}
+
+/// Its drawer over all members: in chunks, or whole when there are none.
+inline void CreateDrawer(ORXSimDistributionID const& field, std::vector<int> const& chunks,
+                         double fill = 0.0) {
+  ORXSimTransfer transfer{ORXSimDistribution(field)};
+  if (chunks.empty()) {
+    transfer.SetMakeNewDrawer();
+  } else {
+    transfer.SetMakeNewDrawerChunked(Numbers(chunks));
+  }
+  transfer.SetWrite().SetInitializationValue(ORXSimRangeValue(fill, -1, ORXSimTypeKey::Double));
+  transfer.CheckView().InitializePersistentDrawer();
+}
+
+inline ORXSimPersistentDrawerDesc DrawerOf(ORXSimDistributionID const& field) {
+  ORXSimArray<ORXSimPersistentDrawerDesc> drawers;
+  ORXSimDistribution(field).QueryDrawers(drawers);
+  if (drawers.IsEmpty()) throw std::runtime_error("no drawer");
+  return drawers[0];
+}
+
+/// All cells, packed.
+inline std::vector<double> CellsOf(ORXSimDistributionID const& field) {
+  std::vector<double> cells(static_cast<std::size_t>(DrawerOf(field).DataSizeItems(0)), -99.0);
+  ORXSimTransfer(ORXSimDistribution(field))
+      .SetRead()
+      .SetBuffer(0, cells.data(), static_cast<std::int64_t>(cells.size() * sizeof(double)))
+      .ExecRead();
+  return cells;
+}
+
+inline void WriteCells(ORXSimDistributionID const& field, std::vector<double> const& cells) {
+  ORXSimTransfer(ORXSimDistribution(field))
+      .SetWrite()
+      .SetBuffer(0, cells.data(), static_cast<std::int64_t>(cells.size() * sizeof(double)))
+      .ExecWrite();
+}
+
+/// A whole number from the environment, or the default.
+inline int Setting(char const* name, int otherwise) {
+  char const* const text = std::getenv(name);
+  return text != nullptr ? std::atoi(text) : otherwise;
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool isSanitized = true;
+#else
+constexpr bool isSanitized = false;
+#endif

@@ -1,0 +1,450 @@
+#include "DatabaseSupport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <numeric>
+#include <random>
+
+namespace {
+
+/// A drawer of the database beside a plain array that should always hold the same.
+class Model {
+public:
+  Model(std::string path, unsigned seed) : m_path(std::move(path)), m_random(seed) {
+    Create(*m_database, m_path);
+    m_database->CreateContext({});
+    int const rank = Draw(1, 4);
+    for (int dim = 0; dim < rank; ++dim)
+      m_sizes.push_back(Draw(1, rank > 2 ? 9 : 40));
+    m_fill = Draw(0, 2) == 0 ? 0.0 : Draw(-5, 5);
+    m_isInteger = Draw(0, 3) == 0;
+    std::vector<int> chunks;
+    if (Draw(0, 3) != 0)
+      for (int const size : m_sizes)
+        chunks.push_back(Draw(0, 3) == 0 ? 1 : Draw(1, size + 5));
+    m_field = CreateField(Context(), m_sizes, m_isInteger ? ORXSimTypeKey::Int32 : ORXSimTypeKey::Double);
+    CreateDrawer(m_field, chunks, m_fill);
+    m_cells.assign(static_cast<std::size_t>(Product(m_sizes)), m_fill);
+  }
+
+  /// One random step; true when the drawer still equals the array.
+  bool Step() {
+    switch (Draw(0, 9)) {
+    case 0:
+      Extend(Draw(0, static_cast<int>(m_sizes.size()) - 1), Draw(1, 7));
+      break;
+    case 1:
+      Commit();
+      break;
+    case 2:
+      Reopen();
+      break;
+    case 3:
+    case 4:
+    case 5:
+      Move(true);
+      break;
+    default:
+      return Move(false);
+    }
+    return true;
+  }
+
+private:
+  int Draw(int low, int high) { return std::uniform_int_distribution<int>(low, high)(m_random); }
+  ORXSimContext Context() const { return ORXSimContext(m_database->Contexts()[0]); }
+  static std::int64_t Product(std::vector<int> const& sizes) {
+    return std::accumulate(sizes.begin(), sizes.end(), std::int64_t{1}, std::multiplies<>());
+  }
+
+  /// Positions along a dimension: one, all, a run, or members in any order.
+  std::vector<int> DrawPositions(int dim, bool& isRange) {
+    int const size = m_sizes[static_cast<std::size_t>(dim)];
+    std::vector<int> positions(static_cast<std::size_t>(size));
+    std::iota(positions.begin(), positions.end(), 0);
+    int const kind = Draw(0, 3);
+    isRange = kind != 3;
+    if (kind == 0) return {Draw(0, size - 1)};
+    if (kind == 1) return positions;
+    if (kind == 2) {
+      int const first = Draw(0, size - 1);
+      return {positions.begin() + first, positions.begin() + Draw(first, size - 1) + 1};
+    }
+    std::shuffle(positions.begin(), positions.end(), m_random);
+    positions.resize(static_cast<std::size_t>(Draw(1, size)));
+    return positions;
+  }
+
+  /// Calls visit(index in the array, index in the packed buffer) for all combinations of positions.
+  template<class Visit>
+  void ForEach(std::vector<std::vector<int>> const& positions, Visit&& visit) const {
+    std::size_t const rank = m_sizes.size();
+    std::vector<std::size_t> at(rank, 0);
+    for (std::int64_t k = 0;; ++k) {
+      std::int64_t cell = 0;
+      for (std::size_t dim = 0; dim < rank; ++dim)
+        cell = cell * m_sizes[dim] + positions[dim][at[dim]];
+      visit(static_cast<std::size_t>(cell), static_cast<std::size_t>(k));
+      std::size_t dim = rank;
+      while (dim-- > 0 && ++at[dim] == positions[dim].size())
+        at[dim] = 0;
+      if (dim == static_cast<std::size_t>(-1)) return;
+    }
+  }
+
+  bool Move(bool isWrite) {
+    std::vector<std::vector<int>> positions;
+    ORXSimDistribution const distribution(m_field);
+    ORXSimTransfer transfer(distribution);
+    std::int64_t cells = 1;
+    for (int dim = 0; dim < static_cast<int>(m_sizes.size()); ++dim) {
+      bool isRange = true;
+      positions.push_back(DrawPositions(dim, isRange));
+      cells *= static_cast<std::int64_t>(positions.back().size());
+      if (isRange) {
+        transfer.SetDimOrdinalRange(dim, distribution.Collection(dim), positions.back().front(),
+                                    positions.back().back());
+      } else {
+        // Labels are positions here: collections count from 0 and grow at the end.
+        ORXSimCollection const collection(distribution.Collection(dim));
+        transfer.SetDim(dim, collection.CreateTempOrderedCSet(positions.back().data(),
+                                                              static_cast<int>(positions.back().size())));
+      }
+    }
+    std::vector<double> values(static_cast<std::size_t>(cells), 777.0);
+    if (isWrite)
+      for (double& value : values)
+        value = Draw(-1000, 1000);
+    bool const isEqual = Transferred(transfer, values, isWrite);
+    bool areEqual = isEqual;
+    ForEach(positions, [&](std::size_t cell, std::size_t k) {
+      if (isWrite) {
+        m_cells[cell] = values[k];
+      } else {
+        areEqual = areEqual && m_cells[cell] == values[k];
+      }
+    });
+    return areEqual;
+  }
+
+  bool Transferred(ORXSimTransfer& transfer, std::vector<double>& values, bool isWrite) const {
+    std::vector<std::int32_t> integers(values.begin(), values.end());
+    integers.push_back(4711); // longer than needed: stays as it is
+    std::size_t const cells = values.size();
+    values.push_back(0.125);
+    void* const buffer = m_isInteger ? static_cast<void*>(integers.data()) : values.data();
+    transfer.SetRead().SetWrite().SetBuffer(0, buffer,
+                                            static_cast<std::int64_t>((cells + 1) * (m_isInteger ? 4 : 8)));
+    if (isWrite) {
+      transfer.ExecWrite();
+    } else {
+      transfer.ExecRead();
+    }
+    if (m_isInteger) std::copy_n(integers.begin(), cells, values.begin());
+    bool const isRestUntouched = m_isInteger ? integers[cells] == 4711 : values[cells] == 0.125;
+    values.pop_back();
+    return isRestUntouched;
+  }
+
+  void Extend(int dim, int count) {
+    auto const along = static_cast<std::size_t>(dim);
+    ORXSimDistribution const distribution(m_field);
+    ORXSimCSetID const members =
+        ORXSimCollection(distribution.Collection(dim)).CreateCSetStrided(m_sizes[along], count, 1, 1);
+    ORXSimTransfer(distribution).SetWrite().SetDimExtension(members).CheckView().InitializeExtension();
+    std::vector<int> longer = m_sizes;
+    longer[along] += count;
+    std::vector<double> cells(static_cast<std::size_t>(Product(longer)), m_fill);
+    std::vector<std::vector<int>> all;
+    for (int const size : m_sizes) {
+      all.emplace_back(static_cast<std::size_t>(size));
+      std::iota(all.back().begin(), all.back().end(), 0);
+    }
+    ForEach(all, [&](std::size_t cell, std::size_t) {
+      std::size_t rest = cell;
+      std::size_t target = 0;
+      std::size_t stride = 1;
+      for (std::size_t d = m_sizes.size(); d-- > 0;) {
+        auto const size = static_cast<std::size_t>(m_sizes[d]);
+        target += rest % size * stride;
+        rest /= size;
+        stride *= static_cast<std::size_t>(longer[d]);
+      }
+      cells[target] = m_cells[cell];
+    });
+    m_sizes = longer;
+    m_cells = cells;
+  }
+
+  void Commit() { ORXSimTransaction(Context().ID()).Commit(); }
+
+  void Reopen() {
+    m_database->Close();
+    m_database = std::make_unique<ORXSimDatabase>();
+    Open(*m_database, m_path);
+    m_field = Context().Distributions()[0];
+  }
+
+  std::string m_path;
+  std::mt19937 m_random;
+  std::unique_ptr<ORXSimDatabase> m_database = std::make_unique<ORXSimDatabase>();
+  ORXSimDistributionID m_field;
+  std::vector<int> m_sizes;
+  std::vector<double> m_cells;
+  double m_fill = 0.0;
+  bool m_isInteger = false;
+};
+
+TEST(Transfer, AgreesWithAPlainArrayWhateverIsDone) {
+  TemporaryFolder const folder("/dev/shm");
+  int const seeds = Setting("ORX_MODEL_SEEDS", isSanitized ? 15 : 80);
+  for (int seed = 1; seed <= seeds; ++seed) {
+    Model model(folder.Path("a.sim"), static_cast<unsigned>(seed));
+    for (int step = 0; step < 120; ++step)
+      ASSERT_TRUE(model.Step()) << "seed " << seed << ", step " << step;
+  }
+}
+
+/// 3 x 2 of columns x rows: column c, row r holds 10 r + c.
+class SmallField : public testing::Test {
+protected:
+  SmallField() {
+    Create(m_database, m_folder.Path("a.sim"));
+    ORXSimContext const context(m_database.CreateContext({}));
+    m_field = CreateField(context, {3, 2});
+    CreateDrawer(m_field, {2, 1});
+    WriteCells(m_field, {0, 10, 1, 11, 2, 12});
+  }
+  ORXSimTransfer Transfer() const { return ORXSimTransfer(ORXSimDistribution(m_field)); }
+  ORXSimCollectionID Collection(int dim) const { return ORXSimDistribution(m_field).Collection(dim); }
+  /// The message of a failed read of this selection.
+  std::string Message(ORXSimTransfer transfer) const {
+    std::vector<double> values(6);
+    std::string text;
+    EXPECT_EQ(CodeOf([&] { transfer.SetRead().SetBuffer(0, values.data(), 48).ExecRead(); }, &text),
+              ORXSimException::viewDoesNotFit);
+    return text;
+  }
+
+  TemporaryFolder m_folder;
+  ORXSimDatabase m_database;
+  ORXSimDistributionID m_field;
+};
+
+#define EXPECT_CONTAINS(text, part) EXPECT_NE((text).find(part), std::string::npos) << (text)
+
+TEST_F(SmallField, ViewsThatDoNotFitAreNamed) {
+  EXPECT_CONTAINS(Message(Transfer().SetDimOrdinalRange(1, Collection(1), 0, 2)),
+                  "along dimension 1 the positions are 0 to 2, the drawer has 0 to 1");
+  EXPECT_CONTAINS(Message(Transfer().SetDimOrdinalRange(0, {}, 2, 1)),
+                  "along dimension 0 the positions are 2 to 1");
+  EXPECT_CONTAINS(Message(Transfer().SetDimOrdinalRange(0, {}, -1, 1)),
+                  "along dimension 0 the positions are -1 to 1");
+  EXPECT_CONTAINS(Message(Transfer().SetDimOrdinalRange(0, Collection(1), 0, 1)),
+                  "along dimension 0 the selection");
+  EXPECT_CONTAINS(Message(Transfer().SetDim(0, {})), "along dimension 0 the member set is null");
+  int const foreign[] = {1, 7};
+  EXPECT_CONTAINS(
+      Message(Transfer().SetDim(0, ORXSimCollection(Collection(0)).CreateOrderedCSet(foreign, 2))),
+      "the drawer has no member 7");
+  EXPECT_CONTAINS(Message(Transfer().SetSerialization(ORXSimSerializationType().SetSparse())),
+                  "its drawer is dense");
+  EXPECT_EQ(CodeOf([&] { Transfer().SetDimOrdinalRange(2, {}, 0, 0); }), ORXSimException::invalidArgument);
+  EXPECT_EQ(CodeOf([&] { Transfer().SetBuffer(4, static_cast<void*>(nullptr), 0); }),
+            ORXSimException::invalidArgument);
+}
+
+TEST_F(SmallField, BuffersMustBeLongEnough) {
+  double values[6] = {7, 7, 7, 7, 7, 7};
+  std::string text;
+  EXPECT_EQ(CodeOf([&] { Transfer().SetWrite().SetBuffer(0, values, 40).ExecWrite(); }, &text),
+            ORXSimException::viewDoesNotFit);
+  EXPECT_CONTAINS(text, "buffer 0 has 40 bytes, the selection needs 48");
+  EXPECT_EQ(CodeOf([&] { Transfer().SetWrite().CheckView().SetBuffer(0, values, 40); }),
+            ORXSimException::viewDoesNotFit)
+      << "known before the execution";
+  EXPECT_EQ(CodeOf([&] { Transfer().SetRead().ExecRead(); }), ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(CodeOf([&] { Transfer().SetBuffer(0, values, 48).ExecWrite(); }), ORXSimException::wrongState);
+
+  EXPECT_EQ(CellsOf(m_field), (std::vector<double>{0, 10, 1, 11, 2, 12})) << "nothing was written";
+}
+
+TEST_F(SmallField, CopiesOfATransferAreConfiguredApart) {
+  ORXSimTransfer first = Transfer().SetRead();
+  ORXSimTransfer second = first;
+  double values[2] = {0, 0};
+  double other[3] = {0, 0, 0};
+
+  second.SetDimOrdinalRange(1, Collection(1), 1, 1).SetBuffer(0, other, 24);
+  first.SetDimOrdinalRange(0, Collection(0), 1, 1).SetBuffer(0, values, 16).ExecRead();
+  second.ExecRead();
+
+  EXPECT_EQ(std::vector<double>(values, values + 2), (std::vector<double>{1, 11}));
+  EXPECT_EQ(std::vector<double>(other, other + 3), (std::vector<double>{10, 11, 12}));
+}
+
+TEST_F(SmallField, ANewDrawerReplacesTheFormer) {
+  std::vector<double> const cells{1, 2, 3, 4, 5, 6};
+  Transfer().SetMakeNewDrawer().SetWrite().SetBuffer(0, cells.data(), 48).ExecWrite();
+  EXPECT_EQ(CellsOf(m_field), cells);
+  EXPECT_TRUE(DrawerOf(m_field).ChunkSizes().IsEmpty());
+  m_database.Close();
+
+  ORXSimDatabase again;
+  Open(again, m_folder.Path("a.sim"));
+  EXPECT_EQ(CellsOf(ORXSimContext(again.Contexts()[0]).Distributions()[0]), cells);
+}
+
+TEST_F(SmallField, ExtensionsMustFitADimension) {
+  ORXSimContext const context(m_database.Contexts()[0]);
+  ORXSimCSetID const foreign = ORXSimCollection(context.CreateCollection(4, {})).BiggestCSetID();
+  std::string text;
+  EXPECT_EQ(CodeOf([&] { Transfer().SetDimExtension(foreign).CheckView(); }, &text),
+            ORXSimException::viewDoesNotFit);
+  EXPECT_CONTAINS(text, "no dimension has the collection");
+  EXPECT_EQ(CodeOf([&] { Transfer().InitializeExtension(); }), ORXSimException::wrongState);
+  EXPECT_EQ(DrawerOf(m_field).ExtendableDimension(), 0);
+}
+
+TEST(Drawer, KeepsChunkLengthsAsGivenAndTinyChunksCheap) {
+  TemporaryFolder const folder;
+  ORXSimDatabase database;
+  Create(database, folder.Path("a.sim"));
+  ORXSimContext const context(database.CreateContext({}));
+  ORXSimDistributionID const longChunks = CreateField(context, {5, 10});
+  CreateDrawer(longChunks, {5, 1000000});
+  ORXSimDistributionID const tinyChunks = CreateField(context, {1000, 1000});
+  CreateDrawer(tinyChunks, {1, 1});
+  database.Close();
+
+  Open(database, folder.Path("a.sim"));
+  auto const fields = ORXSimContext(database.Contexts()[0]).Distributions();
+  EXPECT_EQ(DrawerOf(fields[0]).ChunkSizes()[1], 1000000);
+  EXPECT_EQ(DrawerOf(fields[1]).ChunkSizes()[0], 1);
+  EXPECT_LT(std::filesystem::file_size(folder.Path("a.sim")), 8.3e6)
+      << "neither the length nor the number of chunks costs";
+}
+
+TEST(Drawer, BeyondFourGibibytesAndAChunkOfTwo) {
+  TemporaryFolder const folder;
+  if (std::filesystem::space(folder.Path("")).available < (std::uintmax_t{12} << 30))
+    GTEST_SKIP() << "needs 12 GiB";
+  ORXSimDatabase database;
+  Create(database, folder.Path("a.sim"));
+  ORXSimContext const context(database.CreateContext({}));
+  int const rows = 1 << 14;
+  int const columns = 40000; // 5.2 GB, reserved but not written
+  ORXSimDistributionID const field = CreateField(context, {columns, rows});
+  CreateDrawer(field, {1 << 14, rows});
+  ORXSimDistribution const distribution(field);
+  auto const at = [&](int column, int row) {
+    return ORXSimTransfer(distribution)
+        .SetRead()
+        .SetWrite()
+        .SetDimOrdinalRange(0, {}, column, column)
+        .SetDimOrdinalRange(1, {}, row, row);
+  };
+  double value = 1.0;
+  for (int const column : {0, (1 << 14) - 1, 1 << 14, columns - 1}) {
+    at(column, rows - 1).SetBuffer(0, &value, 8).ExecWrite();
+    value += 1.0;
+  }
+  database.Close();
+
+  Open(database, folder.Path("a.sim"), true);
+  ORXSimDistribution const again(ORXSimContext(database.Contexts()[0]).Distributions()[0]);
+  double expected = 1.0;
+  for (int const column : {0, (1 << 14) - 1, 1 << 14, columns - 1}) {
+    double pair[2] = {-1, -1};
+    ORXSimTransfer(again)
+        .SetRead()
+        .SetDimOrdinalRange(0, {}, column, column)
+        .SetDimOrdinalRange(1, {}, rows - 2, rows - 1)
+        .SetBuffer(0, pair, 16)
+        .ExecRead();
+    EXPECT_EQ(pair[0], 0.0);
+    EXPECT_EQ(pair[1], expected);
+    expected += 1.0;
+  }
+}
+
+// The matrix 5 7 0 / 0 0 0 / 0 0 9 with a diagonal beside it.
+class SparseField : public testing::Test {
+protected:
+  SparseField() {
+    Create(m_database, m_folder.Path("a.sim"));
+    m_field = CreateField(ORXSimContext(m_database.CreateContext({})), {3, 3});
+  }
+  ORXSimTransfer Write(bool isSymmetric) {
+    ORXSimTransfer transfer{ORXSimDistribution(m_field)};
+    ORXSimSerializationType type;
+    isSymmetric ? type.SetSparseSym() : type.SetSparse();
+    transfer.SetMakeNewDrawer().SetWrite().SetBufferPadding(false).SetSparseNNonzero(3).SetSerialization(
+        type);
+    transfer.SetBuffer(0, m_values.data(), 24)
+        .SetBuffer(1, m_columns.data(), 12)
+        .SetBuffer(2, m_starts.data(), 16);
+    if (isSymmetric) transfer.SetBuffer(3, m_diagonal.data(), 24);
+    return transfer;
+  }
+
+  TemporaryFolder m_folder;
+  ORXSimDatabase m_database;
+  ORXSimDistributionID m_field;
+  std::vector<double> m_values{5, 7, 9};
+  std::vector<int> m_columns{0, 1, 2};
+  std::vector<int> m_starts{0, 2, 2, 3};
+  std::vector<double> m_diagonal{5, 0, 9};
+};
+
+TEST_F(SparseField, ComesBackInBothForms) {
+  for (bool const isSymmetric : {false, true}) {
+    Write(isSymmetric).ExecWrite();
+    m_database.Close();
+    Open(m_database, m_folder.Path("a.sim"));
+    m_field = ORXSimContext(m_database.Contexts()[0]).Distributions()[0];
+
+    ORXSimPersistentDrawerDesc const drawer = DrawerOf(m_field);
+    EXPECT_EQ(drawer.DataSizeItems(0), 3);
+    EXPECT_EQ(drawer.DataSizeItems(3), isSymmetric ? 3 : 0);
+    EXPECT_EQ(static_cast<int>(drawer.Serialization().Kind()), isSymmetric ? 4 : 3);
+    EXPECT_EQ(drawer.ExtendableDimension(), -1);
+    std::vector<double> values(3);
+    std::vector<int> columns(3);
+    std::vector<int> starts(4);
+    std::vector<double> diagonal(3);
+    ORXSimTransfer transfer{ORXSimDistribution(m_field)};
+    transfer.SetRead().SetSerialization(drawer.Serialization());
+    transfer.SetBuffer(0, values.data(), 24).SetBuffer(1, columns.data(), 12).SetBuffer(2, starts.data(), 16);
+    if (isSymmetric) transfer.SetBuffer(3, diagonal.data(), 24);
+    transfer.ExecRead();
+    EXPECT_EQ(values, m_values);
+    EXPECT_EQ(columns, m_columns);
+    EXPECT_EQ(starts, m_starts);
+    EXPECT_EQ(diagonal, isSymmetric ? m_diagonal : std::vector<double>(3));
+  }
+}
+
+TEST_F(SparseField, StructuresThatMakeNoSenseAreRefused) {
+  std::string text;
+  m_starts = {0, 2, 1, 3};
+  EXPECT_EQ(CodeOf([&] { Write(false).ExecWrite(); }, &text), ORXSimException::invalidArgument);
+  EXPECT_CONTAINS(text, "the row starts decrease from 2 to 1 at row 1");
+  m_starts = {0, 2, 2, 2};
+  EXPECT_EQ(CodeOf([&] { Write(false).ExecWrite(); }), ORXSimException::invalidArgument);
+  m_starts = {0, 2, 2, 3};
+  m_columns = {0, 3, 2};
+  EXPECT_EQ(CodeOf([&] { Write(false).ExecWrite(); }, &text), ORXSimException::invalidArgument);
+  EXPECT_CONTAINS(text, "entry 1 has column 3, expected 0 to 2");
+  m_columns = {0, 1, 2};
+  EXPECT_EQ(CodeOf([&] { Write(true).SetBuffer(3, static_cast<void*>(nullptr), 0).ExecWrite(); }),
+            ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(CodeOf([&] { Write(false).SetBuffer(1, m_columns.data(), 8).ExecWrite(); }),
+            ORXSimException::viewDoesNotFit);
+  ORXSimArray<ORXSimPersistentDrawerDesc> drawers;
+  ORXSimDistribution(m_field).QueryDrawers(drawers);
+  EXPECT_TRUE(drawers.IsEmpty());
+}
+
+} // namespace
