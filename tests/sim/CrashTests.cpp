@@ -137,6 +137,7 @@ int KillAWorker(std::string const& path, std::chrono::microseconds after) {
   int ends[2];
   if (pipe(ends) != 0) throw std::runtime_error("no pipe");
   pid_t const child = fork();
+  if (child < 0) throw std::runtime_error("no process");
   if (child == 0) {
     close(ends[0]);
     WorkUntilKilled(path, ends[1]);

@@ -248,7 +248,10 @@ void DenseDrawer::ReadShape() {
   Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of " + m_path);
   Checked(H5Pget_fill_value(creation.Get(), H5T_NATIVE_DOUBLE, &m_fill),
           "reading the fill value of " + m_path);
-  m_isExtendable = H5Pget_layout(creation.Get()) == H5D_CHUNKED && H5Pget_nfilters(creation.Get()) == 0;
+  H5D_alloc_time_t allocation = H5D_ALLOC_TIME_ERROR;
+  Checked(H5Pget_alloc_time(creation.Get(), &allocation), "reading the properties of " + m_path);
+  m_isExtendable = H5Pget_layout(creation.Get()) == H5D_CHUNKED && H5Pget_nfilters(creation.Get()) == 0 &&
+                   allocation == H5D_ALLOC_TIME_EARLY;
 }
 
 void DenseDrawer::LookUpPieces() {

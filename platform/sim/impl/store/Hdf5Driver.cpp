@@ -49,6 +49,7 @@ herr_t Answer(TransactionalFile& file, Work work) noexcept {
 char const* Obstacle(TransactionalFile const& file, unsigned flags) {
   bool const isToBeCreated = (flags & (H5F_ACC_TRUNC | H5F_ACC_CREAT)) != 0;
   bool const isEmpty = file.EndOfFile() == 0;
+  if (file.IsAttached()) return "the file is open already";
   if (isToBeCreated && !isEmpty) return "the file to be created is not empty";
   if (!isToBeCreated && isEmpty) return "the file is empty"; // HDF5 would make it one of its own
   if ((flags & H5F_ACC_RDWR) != 0 && file.IsReadOnly()) return "the file is open for reading only";
@@ -150,32 +151,29 @@ H5FD_class_t DriverClass() {
   return driver;
 }
 
-hid_t Driver() {
-  static hid_t driver = -1;
-  // H5close of a host ends the registration too.
-  if (driver < 0 || H5Iis_valid(driver) <= 0) {
-    H5FD_class_t const description = DriverClass();
-    driver = H5FDregister(&description);
-  }
-  return driver;
-}
-
-/// Structures are allocated from blocks of this size, which keeps them on few pages.
-constexpr hsize_t structureBlock = 8192;
 /// Larger objects begin on a page, so that what is mapped or zeroed has few edges.
 constexpr hsize_t largeObject = 65536;
 constexpr hsize_t pageBytes = 4096;
 
-bool SetAccess(hid_t access, TransactionalFile& file) {
+/// Registered anew for each list, which then keeps the registration: an identifier that we kept would mean
+/// another driver once a host has shut HDF5 down and used it again.
+bool SetDriver(hid_t access, TransactionalFile& file) {
+  H5FD_class_t const description = DriverClass();
   DriverInfo const info{.file = &file};
-  return H5Pset_driver(access, Driver(), &info) >= 0 &&
+  hid_t const driver = H5FDregister(&description);
+  if (driver < 0) return false;
+  bool const isSet = H5Pset_driver(access, driver, &info) >= 0;
+  H5FDunregister(driver);
+  return isSet;
+}
+
+bool SetAccess(hid_t access, TransactionalFile& file) {
+  return SetDriver(access, file) &&
          // The newest format leaves a file refused after its writer was killed.
          H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18) >= 0 &&
          H5Pset_fclose_degree(access, H5F_CLOSE_STRONG) >= 0 &&
          // No chunk cache: a write that fails fails in its call.
-         H5Pset_cache(access, 0, 521, 0, 0.75) >= 0 &&
-         H5Pset_alignment(access, largeObject, pageBytes) >= 0 &&
-         H5Pset_meta_block_size(access, structureBlock) >= 0;
+         H5Pset_cache(access, 0, 521, 0, 0.75) >= 0 && H5Pset_alignment(access, largeObject, pageBytes) >= 0;
 }
 
 bool SetCreation(hid_t creation) {

@@ -140,11 +140,13 @@ void TransactionalFile::DropUncommitted() noexcept {
 }
 
 void TransactionalFile::Attach() noexcept {
+  m_isAttached = true;
   m_end = 0;
   m_isDiscarding = false;
 }
 
 void TransactionalFile::Detach() noexcept {
+  m_isAttached = false;
   DropUncommitted();
   m_end = 0;
 }
@@ -221,15 +223,15 @@ void TransactionalFile::WriteJournal(Pages pages) {
   std::uint64_t const position = RoundUpToPage(std::max({m_end, m_committedEnd, lastPageEnd}));
   std::uint64_t const bytes = Journal::BytesFor(pages.size());
   try {
-    // From the committed end on: applying the pages must not meet a full disk.
-    m_file.Reserve(m_committedEnd, position + bytes);
+    // All inside of the file has space; with the rest, applying the pages cannot meet a full disk.
+    m_file.Reserve(m_file.Size(), position + bytes);
     if (m_file.Size() > position + bytes) m_file.Resize(position + bytes);
     Journal::Write(m_file, position, pages, m_end, ++m_sequence);
     Sync();
   } catch (FileError const&) {
     m_usedEnd = std::max(m_usedEnd, m_file.Size());
     try {
-      m_file.Resize(position);
+      if (m_file.Size() > position) m_file.Resize(position);
     } catch (FileError const& error) {
       // What is there is torn, and dropped by the next opening; or, after a failed sync, it may be whole and
       // is then finished.
@@ -278,7 +280,7 @@ void TransactionalFile::SetEndOfStructure(std::uint64_t end) {
   try {
     SetEndOfAllocation(end);
   } catch (FileError const&) {
-    m_end = end;
+    m_end = end; // the file may now end before; WriteJournal reserves what is missing
     m_usedEnd = std::max(m_usedEnd, end);
   }
 }

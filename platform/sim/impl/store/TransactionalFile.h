@@ -88,11 +88,12 @@ public:
   /// HDF5 opens the file, and closes it.
   void Attach() noexcept;
   void Detach() noexcept;
+  bool IsAttached() const noexcept { return m_isAttached; }
   std::uint64_t EndOfAllocation() const noexcept { return m_end; }
   /// Growth is reserved, with some more for the next small one.
   void SetEndOfAllocation(std::uint64_t end);
-  /// The same for structure. It is in memory, so its space can wait for the commit; and HDF5 leaves its caches
-  /// locked when it is refused space in the midst of a change of structure.
+  /// The same for structure. It is in memory, so its space can wait for the commit; and HDF5 leaves its
+  /// caches locked when it is refused space in the midst of a change of structure.
   void SetEndOfStructure(std::uint64_t end);
   /// Takes the space at the end back, if no committed state has it; other space is lost until HDF5 reuses it.
   void Free(std::uint64_t offset, std::uint64_t bytes);
@@ -122,6 +123,7 @@ private:
   PageOverlay m_overlay; ///< structure that is not in the file; read-only: that of a journal
   bool m_isScratch;
   bool m_isNameDurable;
+  bool m_isAttached = false;
   bool m_isDiscarding = false;
   bool m_hasNewValues = false;
   bool m_isSyncBroken = false;      ///< nobody knows what a failed sync has left on the disk

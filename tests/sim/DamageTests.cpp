@@ -1,0 +1,225 @@
+#include "DatabaseSupport.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <random>
+#include <sys/resource.h>
+
+// Damaged files are opened, walked and read in a child process with little memory and an alarm. What comes
+// back is an ORXSimException or a right answer: never a signal, never no end. Cells of dense drawers have no
+// checksum, so a damaged cell is read as it is; the test knows where they lie.
+
+namespace {
+
+constexpr char cellMark = 'Q'; ///< dense cells are made of this byte, so that they are found in the file
+
+double MarkedCell() {
+  double cell = 0.0;
+  std::memset(&cell, cellMark, sizeof cell);
+  return cell;
+}
+
+void WriteSample(std::string const& path) {
+  ORXSimDatabase database;
+  Create(database, path);
+  ORXSimContext const context(database.CreateContext({}));
+  context.DefineType("shapes");
+  ORXSimDistributionID const chunked = CreateField(context, {20, 30});
+  CreateDrawer(chunked, {7, 30}, MarkedCell());
+  ORXSimDistributionID const whole = CreateField(context, {40, 40, 2});
+  CreateDrawer(whole, {}, MarkedCell());
+  std::vector<int> labels(20000);
+  for (std::size_t k = 0; k < labels.size(); ++k)
+    labels[k] = static_cast<int>(k * k % 100003);
+  ORXSimCollection(context.CreateCollection(0, {})).CreateOrderedCSet(labels.data(), 20000);
+  int const few[] = {9, 1, 4};
+  ORXSimCollection(context.CreateCollection(3, {})).CreateOrderedCSet(few, 3);
+  ORXSimDistributionID const sparse = CreateField(context, {3, 3});
+  double const values[] = {5, 7, 9};
+  int const columns[] = {0, 1, 2};
+  int const starts[] = {0, 2, 2, 3};
+  ORXSimTransfer(ORXSimDistribution(sparse))
+      .SetMakeNewDrawer()
+      .SetWrite()
+      .SetSparseNNonzero(3)
+      .SetSerialization(ORXSimSerializationType().SetSparse())
+      .SetBuffer(0, values, 24)
+      .SetBuffer(1, columns, 12)
+      .SetBuffer(2, starts, 16)
+      .ExecWrite();
+  database.Close();
+}
+
+/// Everything that the interface tells of a file, as text; dense cells as the number that are not marked.
+std::string Walk(std::string const& path, bool readOnly) {
+  ORXSimDatabase database;
+  Open(database, path, readOnly);
+  std::string text;
+  auto const add = [&text](std::string const& part) { text += part + "\n"; };
+  for (ORXSimContextID const& id : database.Contexts()) {
+    ORXSimContext const context(id);
+    add("types " + std::to_string(context.Schema().Size()));
+    for (int k = 0; k < context.Schema().Size(); ++k)
+      add(context.Schema().Name(k).AsText());
+    for (ORXSimCollectionID const& collection : context.Collections())
+      for (int const label : Members(ORXSimCollection(collection).BiggestCSetID()))
+        add(std::to_string(label));
+    for (ORXSimDistributionID const& field : context.Distributions()) {
+      ORXSimPersistentDrawerDesc const drawer = DrawerOf(field);
+      for (int dim = 0; dim < drawer.NumDimensions(); ++dim)
+        for (int const label : Members(drawer.DimensionCSetID(dim)))
+          add(std::to_string(label));
+      for (int const length : drawer.ChunkSizes())
+        add("chunk " + std::to_string(length));
+      if (!drawer.Serialization().IsSparse()) {
+        std::vector<double> const cells = CellsOf(field);
+        auto const other =
+            std::count_if(cells.begin(), cells.end(), [](double cell) { return cell != MarkedCell(); });
+        // A damaged byte is in one cell, a damaged run of bytes in two.
+        add("cells " + std::to_string(cells.size()) + (other > 2 ? ", others" : ""));
+        continue;
+      }
+      std::vector<double> values(static_cast<std::size_t>(drawer.DataSizeItems(0)));
+      std::vector<int> starts(static_cast<std::size_t>(drawer.DataSizeItems(2)));
+      ORXSimTransfer(ORXSimDistribution(field))
+          .SetRead()
+          .SetSerialization(drawer.Serialization())
+          .SetBuffer(0, values.data(), static_cast<std::int64_t>(8 * values.size()))
+          .SetBuffer(2, starts.data(), static_cast<std::int64_t>(4 * starts.size()))
+          .ExecRead();
+      for (double const value : values)
+        add(std::to_string(value));
+      for (int const start : starts)
+        add(std::to_string(start));
+    }
+  }
+  return text;
+}
+
+enum Outcome : int { Right = 0, Refused = 1, Wrong = 2, OtherException = 3 };
+
+int OutcomeOf(std::string const& path, bool readOnly, std::string const& expected) {
+  try {
+    return Walk(path, readOnly) == expected ? Right : Wrong;
+  } catch (ORXSimException const&) {
+    return Refused;
+  } catch (std::bad_alloc const&) {
+    return Refused; // a size that no memory has
+  } catch (...) {
+    return OtherException;
+  }
+}
+
+/// Counts of outcomes; signals and what does not end are in `lost`.
+struct Tally {
+  int right = 0;
+  int refused = 0;
+  std::string lost;
+};
+
+/// Tries damaged copies of a file, many to a child; `damage(k, bytes)` makes the k-th.
+Tally TryDamaged(std::string const& original, std::string const& expected, int copies,
+                 std::function<void(int, std::string&)> const& damage) {
+  TemporaryFolder const folder(memoryFolder);
+  constexpr int copiesAChild = 100;
+  Tally tally;
+  for (int first = 0; first < copies; first += copiesAChild) {
+    std::string const log = folder.Path("log");
+    WriteWhole(log, "");
+    int const end = RunInChild([&] {
+      if (!isSanitized) {
+        rlimit const memory{.rlim_cur = std::uint64_t{4} << 30, .rlim_max = std::uint64_t{4} << 30};
+        setrlimit(RLIMIT_AS, &memory);
+      }
+      std::string outcomes;
+      for (int k = first; k < std::min(first + copiesAChild, copies); ++k) {
+        alarm(20);
+        std::string bytes = original;
+        damage(k, bytes);
+        WriteWhole(folder.Path("b.sim"), bytes);
+        outcomes += static_cast<char>('0' + OutcomeOf(folder.Path("b.sim"), k % 4 != 0, expected));
+        WriteWhole(log, outcomes);
+      }
+      return 0;
+    });
+    std::string const outcomes = ReadWhole(log);
+    for (std::size_t k = 0; k < outcomes.size(); ++k) {
+      int const outcome = outcomes[k] - '0';
+      tally.right += outcome == Right ? 1 : 0;
+      tally.refused += outcome == Refused ? 1 : 0;
+      if (outcome > Refused)
+        tally.lost += " copy " + std::to_string(first + static_cast<int>(k)) + ": " + std::to_string(outcome);
+    }
+    if (end != 0)
+      tally.lost += " copy " + std::to_string(first + static_cast<int>(outcomes.size())) + ": ended with " +
+                    std::to_string(end);
+  }
+  return tally;
+}
+
+class Damage : public testing::Test {
+protected:
+  Damage() {
+    WriteSample(m_folder.Path("a.sim"));
+    m_original = ReadWhole(m_folder.Path("a.sim"));
+    m_expected = Walk(m_folder.Path("a.sim"), true);
+  }
+
+  TemporaryFolder m_folder;
+  std::string m_original;
+  std::string m_expected;
+};
+
+TEST_F(Damage, TruncatedFilesAreRefused) {
+  int const cuts = static_cast<int>(m_original.size() / 512);
+  Tally const tally = TryDamaged(m_original, m_expected, cuts, [&](int k, std::string& bytes) {
+    bytes.resize(static_cast<std::size_t>(k) * 512);
+  });
+  EXPECT_EQ(tally.lost, "");
+  EXPECT_EQ(tally.refused, cuts);
+}
+
+TEST_F(Damage, FlippedBytesAreNoticedOrDoNoHarm) {
+  int const copies = Setting("ORX_DAMAGED_COPIES", isSanitized ? 400 : 3000);
+  // Most of the sample is structure; cells are left to the few that hit them.
+  Tally const tally = TryDamaged(m_original, m_expected, copies, [&](int k, std::string& bytes) {
+    std::mt19937 random(static_cast<unsigned>(k));
+    std::size_t at = 0;
+    do {
+      at = std::uniform_int_distribution<std::size_t>(0, bytes.size() - 8)(random);
+    } while (bytes[at] == cellMark && k % 10 != 0);
+    int const count = k % 3 == 0 ? 8 : 1;
+    for (int byte = 0; byte < count; ++byte)
+      bytes[at + static_cast<std::size_t>(byte)] = static_cast<char>(
+          k % 2 == 0 ? random() : bytes[at + static_cast<std::size_t>(byte)] ^ (1u << (k % 8)));
+  });
+  EXPECT_EQ(tally.lost, "");
+  EXPECT_GT(tally.refused, copies / 4);
+  std::printf("%d damaged copies: %d refused, %d right\n", copies, tally.refused, tally.right);
+}
+
+TEST_F(Damage, ForeignFilesAreRefused) {
+  std::string const path = m_folder.Path("b.sim");
+  std::vector<std::pair<std::string, int>> const contents{{"", ORXSimException::damaged},
+                                                          {"a text", ORXSimException::damaged},
+                                                          {std::string(5000, 'x'), ORXSimException::damaged}};
+  for (auto const& [bytes, code] : contents) {
+    WriteWhole(path, bytes);
+    for (bool const readOnly : {true, false}) {
+      ORXSimDatabase database;
+      EXPECT_EQ(CodeOf([&] { Open(database, path, readOnly); }), code);
+      EXPECT_FALSE(database.IsOpen());
+      EXPECT_EQ(ReadWhole(path), bytes);
+    }
+  }
+  ORXSimDatabase database;
+  std::string text;
+  EXPECT_EQ(CodeOf([&] { Open(database, m_folder.Path("missing.sim")); }, &text), ORXSimException::notOpened);
+  EXPECT_NE(text.find("missing.sim"), std::string::npos) << text;
+  EXPECT_EQ(CodeOf([&] { Open(database, m_folder.Path("")); }), ORXSimException::notOpened);
+  EXPECT_EQ(CodeOf([&] { Create(database, m_folder.Path("no/such/folder.sim")); }),
+            ORXSimException::notOpened);
+}
+
+} // namespace
