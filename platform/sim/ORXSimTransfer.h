@@ -131,8 +131,9 @@ private:
   void CheckNewDrawer() const;
   void CheckSelections() const;
   void CheckExtension() const;
+  void CheckInitialValue() const;
   void CheckBuffer(int index, std::int64_t bytesNeeded) const;
-  std::int64_t SelectedCells() const;
+  std::int64_t SelectedBytes() const;
   std::shared_ptr<sim::Drawer> DrawerOverSelection() const;
   void CreateDenseDrawer();
   void MoveDense(bool isWrite);
@@ -152,6 +153,6 @@ private:
   bool m_hasInitialValue = false;
   bool m_isRead = false;
   bool m_isWrite = false;
-  bool m_isChecked = false; ///< since the last change of the view
+  bool m_isChecked = false; ///< the selections, since they were changed
   ORXSimTransientDrawer m_result;
 };

@@ -4,6 +4,16 @@
 
 namespace sim {
 
+bool CollectionMembers::ContainsAll(ORXSimIndexSet const& labels) const {
+  auto const isLeading = [this](int label) { return label >= 0 && label < m_leading; };
+  int const count = labels.Size();
+  // A progression lies between its ends.
+  if (count > 0 && labels.IsStrided() && isLeading(labels[0]) && isLeading(labels[count - 1])) return true;
+  for (int k = 0; k < count; ++k)
+    if (!Contains(labels[k])) return false;
+  return true;
+}
+
 bool CollectionMembers::Add(int label) {
   if (Contains(label)) return false;
   if (label == m_leading && m_further.empty()) {

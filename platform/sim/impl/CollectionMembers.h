@@ -19,6 +19,8 @@ public:
   std::span<int const> Further() const noexcept { return m_further; }
   bool Contains(int label) const { return (label >= 0 && label < m_leading) || m_isFurther.contains(label); }
 
+  bool ContainsAll(ORXSimIndexSet const& labels) const;
+
   /// Adds a label, at least 0, unless it is here; whether it was new.
   bool Add(int label);
   /// Back to former counts.

@@ -107,6 +107,7 @@ int Context::FindSet(CollectionRecord const& collection, ORXSimIndexSet const& m
 
 void Context::AddMembers(int collection, ORXSimIndexSet const& labels) {
   CollectionMembers& members = CollectionAt(collection).members;
+  if (members.ContainsAll(labels)) return;
   int const leading = members.Leading();
   std::size_t const further = members.Further().size();
   Undoing([this, collection, leading, further] {
@@ -115,10 +116,9 @@ void Context::AddMembers(int collection, ORXSimIndexSet const& labels) {
     record->members.ShrinkTo(leading, further);
     m_unsaved.collections.insert(collection);
   });
-  bool isChanged = false;
+  m_unsaved.collections.insert(collection);
   for (int k = 0; k < labels.Size(); ++k)
-    isChanged |= members.Add(labels[k]);
-  if (isChanged) m_unsaved.collections.insert(collection);
+    members.Add(labels[k]);
 }
 
 /// A set that was temporary and is needed for good.
@@ -228,7 +228,7 @@ void Context::RecordExtension(DistributionRecord& distribution, int dim, int set
   Undoing([this, number, drawer, along, formerSet = drawer->sets[along], formerSize = drawer->sizes[along]] {
     drawer->sets[along] = formerSet;
     drawer->sizes[along] = formerSize;
-    m_unsaved.distributions.insert(number);
+    if (!m_distributions[static_cast<std::size_t>(number)]->isTemporary) m_unsaved.distributions.insert(number);
   });
   drawer->sets[along] = set;
   drawer->sizes[along] = SetAt(set).members->Size();
@@ -259,6 +259,7 @@ void Context::MarkSaved() {
     record->drawer->isSaved = true;
     record->hasSavedDrawer = true;
     if (record->drawer->dense != nullptr) record->drawer->dense->ReleaseHandle();
+    if (record->drawer->sparse != nullptr) record->drawer->sparse->ReleaseHandle();
   }
   m_unsaved = {.isContext = false, .areTypes = false, .collections = {}, .sets = {}, .distributions = {}};
 }

@@ -59,7 +59,13 @@ public:
   // Transactions
 
   bool HasTransaction() const noexcept { return m_hasTransaction; }
-  void BeginTransaction() noexcept { m_hasTransaction = true; }
+  /// Whether that one is open; closing a file may have ended it and failed.
+  bool HasTransaction(int number) const noexcept { return m_hasTransaction && number == m_transaction; }
+  /// Returns its number.
+  int BeginTransaction() noexcept {
+    m_hasTransaction = true;
+    return ++m_transaction;
+  }
   void EndTransaction() noexcept;
   /// Undoes what was done since BeginTransaction, and ends it.
   void AbandonTransaction() noexcept;
@@ -97,6 +103,7 @@ private:
   std::vector<atr_String> m_types;
   Unsaved m_unsaved;
   bool m_hasTransaction = false;
+  int m_transaction = 0; ///< number of the last one
   std::vector<std::function<void()>> m_undo; ///< to be run from the back
 };
 

@@ -6,21 +6,23 @@
 /// What the copies of a transaction share.
 class ORXSimTransactionRepr {
 public:
-  explicit ORXSimTransactionRepr(ORXSimContextID const& context) noexcept : m_context(context) {}
+  explicit ORXSimTransactionRepr(sim::Context& context) noexcept
+      : m_context(context.ID()), m_number(context.BeginTransaction()) {}
   ORXSimTransactionRepr(ORXSimTransactionRepr const&) = delete;
   ORXSimTransactionRepr& operator=(ORXSimTransactionRepr const&) = delete;
   ~ORXSimTransactionRepr() {
-    if (!m_isOpen) return;
-    if (sim::Context* const context = sim::LookUpContext(m_context)) context->AbandonTransaction();
+    if (IsOpen()) sim::LookUpContext(m_context)->AbandonTransaction();
   }
 
   ORXSimContextID const& Context() const noexcept { return m_context; }
-  bool IsOpen() const noexcept { return m_isOpen; }
-  void End() noexcept { m_isOpen = false; }
+  bool IsOpen() const noexcept {
+    sim::Context const* const context = sim::LookUpContext(m_context);
+    return context != nullptr && context->HasTransaction(m_number);
+  }
 
 private:
   ORXSimContextID m_context;
-  bool m_isOpen = true;
+  int m_number;
 };
 
 ORXSimTransaction::ORXSimTransaction(ORXSimContextID id) {
@@ -30,24 +32,22 @@ ORXSimTransaction::ORXSimTransaction(ORXSimContextID id) {
     ORXSimException(ORXSimException::wrongState, "A transaction is already open on " + context.Name() + ".")
         .Throw(__FILE__, __LINE__);
   }
-  m_record = std::make_shared<ORXSimTransactionRepr>(id);
-  context.BeginTransaction();
+  m_record = std::make_shared<ORXSimTransactionRepr>(context);
 }
 
 void ORXSimTransaction::Commit() {
   sim::Context& context = sim::FindContext(Context());
   if (!m_record->IsOpen()) {
     ORXSimException(ORXSimException::wrongState,
-                    "The transaction on " + context.Name() + " is already committed.")
+                    "The transaction on " + context.Name() + " is over: it was committed or abandoned.")
         .Throw(__FILE__, __LINE__);
   }
   context.Database().Commit(context);
   context.EndTransaction();
-  m_record->End();
 }
 
 ORXSimContextID ORXSimTransaction::Context() const noexcept { return m_record->Context(); }
 
 bool ORXSimTransaction::IsOpen() const noexcept {
-  return m_record->IsOpen() && sim::LookUpContext(m_record->Context()) != nullptr;
+  return m_record->IsOpen();
 }

@@ -18,6 +18,21 @@ namespace {
       .Throw(__FILE__, __LINE__);
 }
 
+/// Bytes of cells, count(dim) of them along each dimension. Sets that repeat members may select any number.
+template<class Count>
+std::int64_t BytesOf(sim::DistributionRecord const& record, Count count) {
+  std::int64_t bytes = record.range.CellBytes();
+  bool isEmpty = false;
+  bool isTooMuch = false;
+  for (int dim = 0; dim < record.Rank(); ++dim) {
+    isEmpty |= count(dim) == 0;
+    isTooMuch |= __builtin_mul_overflow(bytes, std::int64_t{count(dim)}, &bytes);
+  }
+  if (isEmpty) return 0;
+  if (isTooMuch) RefuseView(record, "more cells are selected than any buffer holds");
+  return bytes;
+}
+
 std::string Along(int dim) { return "along dimension " + std::to_string(dim) + " "; }
 
 } // namespace
@@ -109,8 +124,10 @@ ORXSimTransfer& ORXSimTransfer::SetBuffer(int index, void* data, std::int64_t by
   }
   m_buffers[static_cast<std::size_t>(index)] = {.data = data, .bytes = bytes};
   // Known this early, a buffer that is too small need not wait for the execution.
-  if (m_isChecked && index == 0 && !m_serialization.IsSparse() && m_newDrawer == NewDrawer::No)
-    CheckBuffer(0, SelectedCells() * Record().range.CellBytes());
+  if (m_isChecked && index == 0 && !m_serialization.IsSparse()) {
+    CheckSelections(); // the drawer may be another one by now
+    CheckBuffer(0, SelectedBytes());
+  }
   return *this;
 }
 
@@ -145,7 +162,6 @@ ORXSimTransfer& ORXSimTransfer::SetSparseNNonzero(int count) noexcept {
 // Checking
 
 ORXSimTransfer& ORXSimTransfer::CheckView() {
-  if (m_isChecked) return *this;
   Record();
   if (m_newDrawer != NewDrawer::No) {
     CheckNewDrawer();
@@ -176,12 +192,16 @@ void ORXSimTransfer::CheckNewDrawer() const {
         RefuseView(record, Along(dim) + "the chunk length is " + std::to_string(m_chunks[dim]) +
                                ", expected at least 1");
   }
-  double const initial = m_initialValue.Value();
-  bool const isInteger = record.range.Key() == ORXSimTypeKey::Int32;
-  if (isInteger && !(initial == std::trunc(initial) && std::abs(initial) <= 2147483647.0))
-    RefuseView(record, "the initialization value is not a 32-bit integer");
-  if (m_serialization.IsSparse() && (record.Rank() != 2 || isInteger))
+  CheckInitialValue();
+  if (m_serialization.IsSparse() && (record.Rank() != 2 || record.range.Key() != ORXSimTypeKey::Double))
     RefuseView(record, "a sparse matrix needs two dimensions and cells of double precision");
+}
+
+void ORXSimTransfer::CheckInitialValue() const {
+  double const initial = m_initialValue.Value();
+  bool const isInteger = initial == std::trunc(initial) && std::abs(initial) <= 2147483647.0;
+  if (Record().range.Key() == ORXSimTypeKey::Int32 && !isInteger)
+    RefuseView(Record(), "the initialization value is not a 32-bit integer");
 }
 
 void ORXSimTransfer::CheckSelections() const {
@@ -195,6 +215,9 @@ void ORXSimTransfer::CheckSelections() const {
     int const size = record.drawer->sizes[static_cast<std::size_t>(dim)];
     if (selection.kind == ORXSimDimSelection::Kind::Set) {
       sim::CheckCollection(record, dim, selection.set.Collection());
+      if (m_serialization.IsSparse() &&
+          selection.set.Data().memberSet != record.drawer->sets[static_cast<std::size_t>(dim)])
+        RefuseView(record, Along(dim) + "other members are selected than those of the sparse drawer");
     } else if (selection.kind == ORXSimDimSelection::Kind::Range) {
       if (!selection.collection.IsNull()) sim::CheckCollection(record, dim, selection.collection);
       if (selection.first < 0 || selection.last >= size || selection.last < selection.first)
@@ -212,6 +235,7 @@ void ORXSimTransfer::CheckExtension() const {
   if (record.drawer == nullptr) RefuseView(record, "it has no drawer yet");
   if (record.drawer->dense == nullptr || !record.drawer->dense->IsExtendable())
     RefuseView(record, "its drawer cannot be extended");
+  CheckInitialValue();
   int const dim = sim::DimensionOf(record, m_extension.Collection());
   std::int64_t const size = std::int64_t{record.drawer->sizes[static_cast<std::size_t>(dim)]} +
                             record.InContext().Find(m_extension).members->Size();
@@ -220,12 +244,9 @@ void ORXSimTransfer::CheckExtension() const {
                Along(dim) + "there would be " + std::to_string(size) + " cells, expected at most 2147483647");
 }
 
-std::int64_t ORXSimTransfer::SelectedCells() const {
+std::int64_t ORXSimTransfer::SelectedBytes() const {
   sim::DistributionRecord const& record = Record();
-  std::int64_t cells = 1;
-  for (int dim = 0; dim < record.Rank(); ++dim)
-    cells *= sim::SelectedCount(record, m_selections[dim], dim);
-  return cells;
+  return BytesOf(record, [&](int dim) { return sim::SelectedCount(record, m_selections[dim], dim); });
 }
 
 void ORXSimTransfer::CheckBuffer(int index, std::int64_t bytesNeeded) const {
@@ -316,7 +337,7 @@ ORXSimTransfer& ORXSimTransfer::InitializeExtension() {
 
 void ORXSimTransfer::MoveDense(bool isWrite) {
   sim::DistributionRecord const& record = Record();
-  CheckBuffer(0, SelectedCells() * record.range.CellBytes());
+  CheckBuffer(0, SelectedBytes());
   sim::Selection const selection(record, m_selections);
   store::DenseDrawer& drawer = *record.drawer->dense;
   void* const buffer = m_buffers[0].data;
@@ -383,11 +404,8 @@ ORXSimTransfer& ORXSimTransfer::ExecWrite() {
     return *this;
   }
   if (m_newDrawer != NewDrawer::No) {
-    std::int64_t cells = record.range.CellBytes();
     auto const planned = DrawerOverSelection();
-    for (int const size : planned->sizes)
-      cells *= size;
-    CheckBuffer(0, cells);
+    CheckBuffer(0, BytesOf(record, [&](int dim) { return planned->sizes[static_cast<std::size_t>(dim)]; }));
     CreateDenseDrawer();
   }
   MoveDense(true);

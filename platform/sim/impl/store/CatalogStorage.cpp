@@ -6,6 +6,7 @@
 #include "sim/impl/store/SparseDrawer.h"
 #include "sim/impl/store/TransactionalFile.h"
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <map>
@@ -87,10 +88,35 @@ void CatalogWriter::RemoveOnRevert(std::string const& path) {
   m_reversals.emplace_back([this, path] { H5Ldelete(m_file.Id(), path.c_str(), H5P_DEFAULT); });
 }
 
+void CatalogWriter::ReplaceObject(std::string const& path) {
+  std::string const trash = m_file.MoveToTrash(path);
+  m_reversals.emplace_back([this, trash, path] { m_file.TakeFromTrash(trash, path); });
+}
+
+void CatalogWriter::Replace(std::int64_t object, std::string const& path, char const* name,
+                            std::span<int const> values) {
+  bool const isNew = !HasAttribute(object, name);
+  std::vector<int> const former = isNew ? std::vector<int>() : ReadIntegers(object, name);
+  if (!isNew && std::equal(former.begin(), former.end(), values.begin(), values.end())) return;
+  m_reversals.emplace_back([this, path, name = std::string(name), former, isNew] {
+    Hdf5Id const there(H5Oopen(m_file.Id(), path.c_str(), H5P_DEFAULT));
+    if (isNew) {
+      H5Adelete(there.Get(), name.c_str());
+    } else {
+      WriteAttribute(there.Get(), name.c_str(), std::span(former));
+    }
+  });
+  WriteAttribute(object, name, values);
+}
+
 void CatalogWriter::Revert() noexcept {
   QuietErrors const quiet;
   for (auto step = m_reversals.rbegin(); step != m_reversals.rend(); ++step)
-    (*step)();
+    try {
+      (*step)();
+    } catch (Hdf5Failure const&) {
+      continue; // what can be put back is put back
+    }
   m_reversals.clear();
 }
 
@@ -118,10 +144,9 @@ void CatalogWriter::SaveContext(sim::Context& context) {
 
 void CatalogWriter::SaveTypes(sim::Context& context) {
   std::string const path = ContextPath(context) + "/types";
-  if (LinkExists(m_file.Id(), path)) {
-    Checked(H5Ldelete(m_file.Id(), path.c_str(), H5P_DEFAULT), "replacing " + path);
-  }
+  if (LinkExists(m_file.Id(), path)) ReplaceObject(path);
   Hdf5Id const group = CreateGroup(m_file.Id(), path);
+  RemoveOnRevert(path);
   for (std::size_t k = 0; k < context.Types().size(); ++k)
     WriteAttribute(group.Get(), std::to_string(k).c_str(), std::string(context.Types()[k].AsText()));
 }
@@ -131,15 +156,13 @@ void CatalogWriter::SaveCollection(sim::Context& context, int number) {
   std::string const path = ObjectPath(context, "collection_", number);
   Hdf5Id const group = record.isSaved ? OpenGroup(m_file.Id(), path) : CreateGroup(m_file.Id(), path);
   if (!record.isSaved) RemoveOnRevert(path);
-  WriteAttribute(group.Get(), "members", record.members.Leading());
-  WriteAttribute(group.Get(), "type", record.type.type);
+  int const leading = record.members.Leading();
+  Replace(group.Get(), path, "members", std::span(&leading, 1));
+  Replace(group.Get(), path, "type", std::span(&record.type.type, 1));
   if (!record.colors.empty() || HasAttribute(group.Get(), "colors"))
-    WriteAttribute(group.Get(), "colors", std::span<int const>(record.colors));
+    Replace(group.Get(), path, "colors", std::span(record.colors));
   std::string const labels = path + "/labels";
-  if (record.isSaved && LinkExists(m_file.Id(), labels)) {
-    std::string const trash = m_file.MoveToTrash(labels);
-    m_reversals.emplace_back([this, trash, labels] { m_file.TakeFromTrash(trash, labels); });
-  }
+  if (record.isSaved && LinkExists(m_file.Id(), labels)) ReplaceObject(labels);
   if (record.members.Further().empty()) return;
   WriteLabels(m_file, group.Get(), record.members.Further());
   if (record.isSaved) RemoveOnRevert(labels);
@@ -193,12 +216,12 @@ void CatalogWriter::SaveDrawer(sim::DistributionRecord& distribution, std::strin
     object = drawer.sparse->Group();
     WriteAttribute(object, "serialization", static_cast<int>(drawer.serialization.Kind()));
   }
-  WriteAttribute(object, "sets", std::span<int const>(drawer.sets));
-  if (drawer.isSaved) return;
-  if (distribution.hasSavedDrawer) {
-    std::string const trash = m_file.MoveToTrash(path);
-    m_reversals.emplace_back([this, trash, path] { m_file.TakeFromTrash(trash, path); });
+  if (drawer.isSaved) {
+    Replace(object, path, "sets", std::span(drawer.sets));
+    return;
   }
+  WriteAttribute(object, "sets", std::span<int const>(drawer.sets));
+  if (distribution.hasSavedDrawer) ReplaceObject(path);
   if (drawer.dense != nullptr) {
     drawer.dense->LinkAt(path);
     m_reversals.emplace_back([&drawer] { drawer.dense->Unlink(); });
@@ -211,6 +234,10 @@ void CatalogWriter::SaveDrawer(sim::DistributionRecord& distribution, std::strin
 // Reading
 
 namespace {
+
+[[noreturn]] void RefuseName(std::string const& folder, std::string const& name) {
+  throw DamageFound{folder + name + " has an unexpected name"};
+}
 
 /// The numbers behind a prefix among the names of a group: "set_12" gives 12, with its name.
 std::map<int, std::string> NumberedLinks(hid_t file, std::string const& path, std::string const& prefix) {
@@ -233,7 +260,7 @@ std::map<int, std::string> NumberedLinks(hid_t file, std::string const& path, st
     int number = -1;
     auto const [end, error] = std::from_chars(name.data() + prefix.size(), name.data() + name.size(), number);
     if (error != std::errc() || end != name.data() + name.size() || number < 0 || number >= mostNumbers)
-      throw DamageFound{path + " has an object of the unexpected name " + name};
+      RefuseName(folder, name);
     numbered[number] = std::string(folder).append(name);
   }
   return numbered;
@@ -378,6 +405,8 @@ void LoadDistribution(DatabaseFile& file, sim::Context& context, int number, std
   record->id = {.context = context.ID(), .handle = static_cast<std::uint32_t>(number) + 1};
   record->range = ORXSimRangeType(static_cast<ORXSimTypeKey>(range));
   record->type = ORXSimTypeID(ReadInteger(group.Get(), "type"));
+  if (record->type.type < -1 || record->type.type >= static_cast<int>(context.Types().size()))
+    throw DamageFound{path + " has the type " + std::to_string(record->type.type) + ", which is not there"};
   record->isSaved = true;
   if (LinkExists(group.Get(), "drawer")) {
     record->drawer = LoadDrawer(file, context, *record, path + "/drawer");

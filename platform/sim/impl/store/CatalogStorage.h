@@ -3,7 +3,10 @@
 #include "sim/impl/Context.h"
 
 #include <functional>
+#include <cstdint>
 #include <memory>
+#include <span>
+#include <string>
 #include <vector>
 
 namespace store {
@@ -28,6 +31,10 @@ private:
   void SaveDistribution(sim::Context& context, int number);
   void SaveDrawer(sim::DistributionRecord& distribution, std::string const& path);
   void RemoveOnRevert(std::string const& path);
+  /// Makes room for an object's successor.
+  void ReplaceObject(std::string const& path);
+  /// Writes an attribute of the object at a path.
+  void Replace(std::int64_t object, std::string const& path, char const* name, std::span<int const> values);
 
   DatabaseFile& m_file;
   std::vector<std::function<void()>> m_reversals; ///< to be run from the back

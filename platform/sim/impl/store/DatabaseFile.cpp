@@ -93,6 +93,12 @@ void DatabaseFile::MakeFormat() {
 }
 
 void DatabaseFile::CheckFormat() const {
+  Hdf5Id const creation = CheckedId(H5Fget_create_plist(Id()), "reading the properties of the file");
+  hsize_t userBlock = 0;
+  Checked(H5Pget_userblock(creation.Get(), &userBlock), "reading the properties of the file");
+  // HDF5 1.10 leaves it out when it says where chunks are.
+  if (userBlock != 0)
+    throw DamageFound{"it begins with a user block of " + std::to_string(userBlock) + " bytes, expected none"};
   Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
   if (!HasAttribute(root.Get(), "format") || ReadText(root.Get(), "format") != formatName)
     throw DamageFound{"it is an HDF5 file, but not a simulation database"};

@@ -385,14 +385,21 @@ void DenseDrawer::CutTo(std::span<int const> sizes) {
     isLonger |= m_extents[dim] > wanted[dim];
   if (!isLonger || !m_isExtendable) return;
   LookUpPieces();
+  if (!m_isExtendable) return;
+  std::vector<std::int64_t> const former = m_extents;
   auto const extents = Extents(wanted);
   Checked(H5Dset_extent(Dataset(), extents.data()), "shortening a drawer");
   m_extents = wanted;
-  m_isLayoutSaved = false;
-  m_isNew.clear();
-  if (!LookUpChunks(Dataset()))
-    throw Hdf5Failure{.what = "shortening a drawer", .cause = "chunks are missing"};
+  PlacesOfNewPieces(former, m_fill);
   m_isNew.assign(m_places.size(), false);
+  LayoutChanged();
+}
+
+/// The attribute of a linked dataset follows at once: a commit for another context may come before the one
+/// that saves this drawer.
+void DenseDrawer::LayoutChanged() {
+  m_isLayoutSaved = false;
+  if (!m_path.empty()) SaveLayout();
 }
 
 // Moving cells
@@ -615,8 +622,9 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
     auto const extents = Extents(wanted);
     Checked(H5Dset_extent(Dataset(), extents.data()), "extending a drawer");
     m_extents = wanted;
-    m_isLayoutSaved = false;
-    for (std::uint64_t const place : PlacesOfNewPieces(former, fill))
+    std::vector<std::uint64_t> const added = PlacesOfNewPieces(former, fill);
+    LayoutChanged();
+    for (std::uint64_t const place : added)
       FillPiece(place, freshFrom, fill);
   });
   // Cells that become visible inside pieces that were there hold leftovers of the padding.

@@ -156,7 +156,7 @@ constexpr hsize_t largeObject = 65536;
 constexpr hsize_t pageBytes = 4096;
 
 /// Registered anew for each list, which then keeps the registration: an identifier that we kept would mean
-/// another driver once a host has shut HDF5 down and used it again.
+/// nothing, or another driver, once a host has shut HDF5 down and used it again.
 bool SetDriver(hid_t access, TransactionalFile& file) {
   H5FD_class_t const description = DriverClass();
   DriverInfo const info{.file = &file};

@@ -18,7 +18,7 @@ struct SparseArrays {
 };
 
 /// A matrix in compressed rows: a group with the datasets data, ir, jc and, for the symmetric form, diagonal,
-/// which MATLAB reads as the sparse matrix whose columns are our rows, and PETSc as our matrix. Written once,
+/// the arrays of MATLAB's sparse matrices, which are stored by columns: it reads the transpose. Written once,
 /// as a whole; each dataset carries a checksum of its bytes.
 class SparseDrawer {
 public:
