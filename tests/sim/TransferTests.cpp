@@ -11,38 +11,48 @@ namespace {
 /// A drawer of the database beside a plain array that should always hold the same.
 class Model {
 public:
-  Model(std::string path, unsigned seed) : m_path(std::move(path)), m_random(seed) {
+  /// Large drawers have several pieces and rows of some pages.
+  Model(std::string path, unsigned seed, bool isLarge) : m_path(std::move(path)), m_random(seed) {
     Create(*m_database, m_path);
     m_database->CreateContext({});
     int const rank = Draw(1, 4);
+    int const longest[2][4] = {{40, 40, 9, 9}, {200000, 450, 60, 21}};
     for (int dim = 0; dim < rank; ++dim)
-      m_sizes.push_back(Draw(1, rank > 2 ? 9 : 40));
-    m_fill = Draw(0, 2) == 0 ? 0.0 : Draw(-5, 5);
+      m_sizes.push_back(Draw(1, longest[isLarge ? 1 : 0][rank - 1]));
     m_isInteger = Draw(0, 3) == 0;
-    std::vector<int> chunks;
-    if (Draw(0, 3) != 0)
-      for (int const size : m_sizes)
-        chunks.push_back(Draw(0, 3) == 0 ? 1 : Draw(1, size + 5));
     m_field = CreateField(Context(), m_sizes, m_isInteger ? ORXSimTypeKey::Int32 : ORXSimTypeKey::Double);
-    CreateDrawer(m_field, chunks, m_fill);
-    m_cells.assign(static_cast<std::size_t>(Product(m_sizes)), m_fill);
+    MakeDrawer(m_sizes);
+    Commit();
   }
 
   /// One random step; true when the drawer still equals the array.
   bool Step() {
-    switch (Draw(0, 9)) {
+    switch (Draw(0, 13)) {
     case 0:
-      Extend(Draw(0, static_cast<int>(m_sizes.size()) - 1), Draw(1, 7));
-      break;
     case 1:
-      Commit();
+      Change();
       break;
     case 2:
-      Reopen();
+      Commit();
       break;
     case 3:
+      Abandon();
+      break;
     case 4:
+      // As a killed process does: what was not committed is dropped.
+      Open(false);
+      GoBack();
+      break;
     case 5:
+      m_database->Close();
+      Open(true);
+      if (!Move(false)) return false;
+      Open(false);
+      KeepThis();
+      break;
+    case 6:
+    case 7:
+    case 8:
       Move(true);
       break;
     default:
@@ -147,21 +157,60 @@ private:
     return isRestUntouched;
   }
 
+  static ORXSimRangeValue Value(double value) { return {value, -1, ORXSimTypeKey::Double}; }
+  double DrawFill() { return Draw(0, 2) == 0 ? 0.0 : Draw(-5, 5); }
+
+  /// Changes structure: a longer drawer, or a new one.
+  void Change() {
+    if (Draw(0, 3) != 0) return Extend(Draw(0, static_cast<int>(m_sizes.size()) - 1), Draw(1, 7));
+    if (!m_isReplaced) m_former = Resized(m_keptSizes, 0.0);
+    m_isReplaced = true;
+    std::vector<int> sizes;
+    for (int const size : m_sizes)
+      sizes.push_back(Draw(1, size));
+    MakeDrawer(sizes);
+  }
+
+  void MakeDrawer(std::vector<int> const& sizes) {
+    ORXSimDistribution const distribution(m_field);
+    ORXSimTransfer transfer(distribution);
+    ORXSimArray<int> chunks;
+    for (int dim = 0; dim < static_cast<int>(sizes.size()); ++dim) {
+      int const size = sizes[static_cast<std::size_t>(dim)];
+      chunks.Append(Draw(0, 3) == 0 ? 1 : Draw(1, size + 5));
+      transfer.SetDim(dim, ORXSimCollection(distribution.Collection(dim)).CreateCSetStrided(0, size, 1, 1));
+    }
+    m_fill = DrawFill();
+    Draw(0, 3) == 0 ? transfer.SetMakeNewDrawer() : transfer.SetMakeNewDrawerChunked(chunks);
+    transfer.SetWrite().SetInitializationValue(Value(m_fill)).CheckView().InitializePersistentDrawer();
+    m_sizes = sizes;
+    m_cells.assign(static_cast<std::size_t>(Product(m_sizes)), m_fill);
+  }
+
   void Extend(int dim, int count) {
-    auto const along = static_cast<std::size_t>(dim);
+    std::vector<int> longer = m_sizes;
+    int& size = longer[static_cast<std::size_t>(dim)];
     ORXSimDistribution const distribution(m_field);
     ORXSimCSetID const members =
-        ORXSimCollection(distribution.Collection(dim)).CreateCSetStrided(m_sizes[along], count, 1, 1);
-    ORXSimTransfer(distribution).SetWrite().SetDimExtension(members).CheckView().InitializeExtension();
-    std::vector<int> longer = m_sizes;
-    longer[along] += count;
-    std::vector<double> cells(static_cast<std::size_t>(Product(longer)), m_fill);
-    std::vector<std::vector<int>> all;
-    for (int const size : m_sizes) {
-      all.emplace_back(static_cast<std::size_t>(size));
-      std::iota(all.back().begin(), all.back().end(), 0);
+        ORXSimCollection(distribution.Collection(dim)).CreateCSetStrided(size, count, 1, 1);
+    size += count;
+    ORXSimTransfer transfer(distribution);
+    double fill = m_fill;
+    if (Draw(0, 2) == 0) transfer.SetInitializationValue(Value(fill = DrawFill()));
+    transfer.SetWrite().SetDimExtension(members).CheckView().InitializeExtension();
+    m_cells = Resized(longer, fill);
+    m_sizes = longer;
+  }
+
+  /// The array with other sizes.
+  std::vector<double> Resized(std::vector<int> const& sizes, double fill) const {
+    std::vector<double> cells(static_cast<std::size_t>(Product(sizes)), fill);
+    std::vector<std::vector<int>> common;
+    for (std::size_t dim = 0; dim < sizes.size(); ++dim) {
+      common.emplace_back(static_cast<std::size_t>(std::min(sizes[dim], m_sizes[dim])));
+      std::iota(common.back().begin(), common.back().end(), 0);
     }
-    ForEach(all, [&](std::size_t cell, std::size_t) {
+    ForEach(common, [&](std::size_t cell, std::size_t) {
       std::size_t rest = cell;
       std::size_t target = 0;
       std::size_t stride = 1;
@@ -169,20 +218,44 @@ private:
         auto const size = static_cast<std::size_t>(m_sizes[d]);
         target += rest % size * stride;
         rest /= size;
-        stride *= static_cast<std::size_t>(longer[d]);
+        stride *= static_cast<std::size_t>(sizes[d]);
       }
       cells[target] = m_cells[cell];
     });
-    m_sizes = longer;
-    m_cells = cells;
+    return cells;
   }
 
-  void Commit() { ORXSimTransaction(Context().ID()).Commit(); }
+  void Commit() {
+    ORXSimTransaction(Context().ID()).Commit();
+    KeepThis();
+  }
 
-  void Reopen() {
-    m_database->Close();
+  void Abandon() {
+    Commit();
+    ORXSimTransaction const transaction(Context().ID());
+    for (int steps = Draw(1, 3); steps > 0; --steps)
+      Draw(0, 1) == 0 ? Change() : static_cast<void>(Move(true));
+    GoBack();
+  }
+
+  /// What is there now is what GoBack goes back to, but for values that are written in place.
+  void KeepThis() {
+    m_keptSizes = m_sizes;
+    m_isReplaced = false;
+    m_keptFill = m_fill;
+  }
+
+  void GoBack() {
+    m_cells = m_isReplaced ? m_former : Resized(m_keptSizes, 0.0);
+    m_sizes = m_keptSizes;
+    m_isReplaced = false;
+    m_fill = m_keptFill;
+  }
+
+  void Open(bool readOnly) {
+    m_database.reset();
     m_database = std::make_unique<ORXSimDatabase>();
-    Open(*m_database, m_path);
+    ::Open(*m_database, m_path, readOnly);
     m_field = Context().Distributions()[0];
   }
 
@@ -190,18 +263,23 @@ private:
   std::mt19937 m_random;
   std::unique_ptr<ORXSimDatabase> m_database = std::make_unique<ORXSimDatabase>();
   ORXSimDistributionID m_field;
+  bool m_isInteger = false;
   std::vector<int> m_sizes;
   std::vector<double> m_cells;
   double m_fill = 0.0;
-  bool m_isInteger = false;
+  std::vector<int> m_keptSizes;
+  double m_keptFill = 0.0;
+  bool m_isReplaced = false;    ///< since KeepThis
+  std::vector<double> m_former; ///< then the cells that were replaced
 };
 
 TEST(Transfer, AgreesWithAPlainArrayWhateverIsDone) {
   TemporaryFolder const folder("/dev/shm");
-  int const seeds = Setting("ORX_MODEL_SEEDS", isSanitized ? 15 : 80);
+  int const seeds = Setting("ORX_MODEL_SEEDS", isSanitized ? 16 : 80);
   for (int seed = 1; seed <= seeds; ++seed) {
-    Model model(folder.Path("a.sim"), static_cast<unsigned>(seed));
-    for (int step = 0; step < 120; ++step)
+    bool const isLarge = seed % 4 == 0;
+    Model model(folder.Path("a.sim"), static_cast<unsigned>(seed), isLarge);
+    for (int step = 0; step < (isLarge ? 40 : 120); ++step)
       ASSERT_TRUE(model.Step()) << "seed " << seed << ", step " << step;
   }
 }

@@ -228,7 +228,8 @@ void Context::RecordExtension(DistributionRecord& distribution, int dim, int set
   Undoing([this, number, drawer, along, formerSet = drawer->sets[along], formerSize = drawer->sizes[along]] {
     drawer->sets[along] = formerSet;
     drawer->sizes[along] = formerSize;
-    if (!m_distributions[static_cast<std::size_t>(number)]->isTemporary) m_unsaved.distributions.insert(number);
+    if (!m_distributions[static_cast<std::size_t>(number)]->isTemporary)
+      m_unsaved.distributions.insert(number);
   });
   drawer->sets[along] = set;
   drawer->sizes[along] = SetAt(set).members->Size();

@@ -103,7 +103,7 @@ private:
   std::vector<atr_String> m_types;
   Unsaved m_unsaved;
   bool m_hasTransaction = false;
-  int m_transaction = 0; ///< number of the last one
+  int m_transaction = 0;                     ///< number of the last one
   std::vector<std::function<void()>> m_undo; ///< to be run from the back
 };
 

@@ -48,6 +48,4 @@ void ORXSimTransaction::Commit() {
 
 ORXSimContextID ORXSimTransaction::Context() const noexcept { return m_record->Context(); }
 
-bool ORXSimTransaction::IsOpen() const noexcept {
-  return m_record->IsOpen();
-}
+bool ORXSimTransaction::IsOpen() const noexcept { return m_record->IsOpen(); }

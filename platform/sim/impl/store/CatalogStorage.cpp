@@ -1,5 +1,6 @@
 #include "sim/impl/store/CatalogStorage.h"
 
+#include "sim/ORXSimException.h"
 #include "sim/impl/store/Checksum.h"
 #include "sim/impl/store/DenseDrawer.h"
 #include "sim/impl/store/Guarded.h"
@@ -93,20 +94,24 @@ void CatalogWriter::ReplaceObject(std::string const& path) {
   m_reversals.emplace_back([this, trash, path] { m_file.TakeFromTrash(trash, path); });
 }
 
-void CatalogWriter::Replace(std::int64_t object, std::string const& path, char const* name,
-                            std::span<int const> values) {
-  bool const isNew = !HasAttribute(object, name);
-  std::vector<int> const former = isNew ? std::vector<int>() : ReadIntegers(object, name);
-  if (!isNew && std::equal(former.begin(), former.end(), values.begin(), values.end())) return;
-  m_reversals.emplace_back([this, path, name = std::string(name), former, isNew] {
+void CatalogWriter::ReplaceAttribute(std::int64_t object, std::string const& path, char const* name,
+                                     std::vector<int> const& values, bool isScalar) {
+  auto const write = [name = std::string(name), isScalar](hid_t to, std::vector<int> const& numbers) {
+    isScalar ? WriteAttribute(to, name.c_str(), numbers[0])
+             : WriteAttribute(to, name.c_str(), std::span(numbers));
+  };
+  std::vector<int> const former =
+      HasAttribute(object, name) ? ReadIntegers(object, name) : std::vector<int>();
+  if (former == values) return;
+  m_reversals.emplace_back([this, path, former, write, name = std::string(name)] {
     Hdf5Id const there(H5Oopen(m_file.Id(), path.c_str(), H5P_DEFAULT));
-    if (isNew) {
+    if (former.empty()) {
       H5Adelete(there.Get(), name.c_str());
     } else {
-      WriteAttribute(there.Get(), name.c_str(), std::span(former));
+      write(there.Get(), former);
     }
   });
-  WriteAttribute(object, name, values);
+  write(object, values);
 }
 
 void CatalogWriter::Revert() noexcept {
@@ -156,11 +161,9 @@ void CatalogWriter::SaveCollection(sim::Context& context, int number) {
   std::string const path = ObjectPath(context, "collection_", number);
   Hdf5Id const group = record.isSaved ? OpenGroup(m_file.Id(), path) : CreateGroup(m_file.Id(), path);
   if (!record.isSaved) RemoveOnRevert(path);
-  int const leading = record.members.Leading();
-  Replace(group.Get(), path, "members", std::span(&leading, 1));
-  Replace(group.Get(), path, "type", std::span(&record.type.type, 1));
-  if (!record.colors.empty() || HasAttribute(group.Get(), "colors"))
-    Replace(group.Get(), path, "colors", std::span(record.colors));
+  ReplaceAttribute(group.Get(), path, "members", {record.members.Leading()}, true);
+  ReplaceAttribute(group.Get(), path, "type", {record.type.type}, true);
+  ReplaceAttribute(group.Get(), path, "colors", record.colors, false);
   std::string const labels = path + "/labels";
   if (record.isSaved && LinkExists(m_file.Id(), labels)) ReplaceObject(labels);
   if (record.members.Further().empty()) return;
@@ -208,16 +211,16 @@ void CatalogWriter::SaveDrawer(sim::DistributionRecord& distribution, std::strin
   sim::Drawer& drawer = *distribution.drawer;
   hid_t object = -1;
   if (drawer.dense != nullptr) {
-    object = drawer.dense->Dataset();
     drawer.dense->CutTo(drawer.sizes);
     drawer.dense->SaveLayout();
+    object = drawer.dense->Dataset();
     if (!drawer.chunks.empty()) WriteAttribute(object, "chunks", std::span<int const>(drawer.chunks));
   } else {
     object = drawer.sparse->Group();
     WriteAttribute(object, "serialization", static_cast<int>(drawer.serialization.Kind()));
   }
   if (drawer.isSaved) {
-    Replace(object, path, "sets", std::span(drawer.sets));
+    ReplaceAttribute(object, path, "sets", drawer.sets, false);
     return;
   }
   WriteAttribute(object, "sets", std::span<int const>(drawer.sets));
@@ -416,22 +419,33 @@ void LoadDistribution(DatabaseFile& file, sim::Context& context, int number, std
   context.Distributions()[static_cast<std::size_t>(number)] = std::move(record);
 }
 
+void LoadContexts(DatabaseFile& file,
+                  std::function<sim::Context&(int number, ORXSimNamespaceID space)> const& create) {
+  for (auto const& [number, path] : NumberedLinks(file.Id(), "/", "context_")) {
+    std::vector<int> const space = ReadIntegers(OpenGroup(file.Id(), path).Get(), "namespace");
+    if (space.size() != 2) throw DamageFound{path + " has a namespace of other than two words"};
+    sim::Context& context = create(number, ORXSimNamespaceID(space[0], space[1]));
+    LoadTypes(file.Id(), context);
+    for (auto const& [k, name] : NumberedLinks(file.Id(), path, "collection_"))
+      LoadCollection(file.Id(), context, k, name);
+    for (auto const& [k, name] : NumberedLinks(file.Id(), path, "set_"))
+      LoadSet(file.Id(), context, k, name);
+    for (auto const& [k, name] : NumberedLinks(file.Id(), path, "distribution_"))
+      LoadDistribution(file, context, k, name);
+  }
+}
+
 } // namespace
 
 void LoadCatalog(DatabaseFile& file,
                  std::function<sim::Context&(int number, ORXSimNamespaceID space)> const& create) {
   Guarded(file, [&] {
-    for (auto const& [number, path] : NumberedLinks(file.Id(), "/", "context_")) {
-      std::vector<int> const space = ReadIntegers(OpenGroup(file.Id(), path).Get(), "namespace");
-      if (space.size() != 2) throw DamageFound{path + " has a namespace of other than two words"};
-      sim::Context& context = create(number, ORXSimNamespaceID(space[0], space[1]));
-      LoadTypes(file.Id(), context);
-      for (auto const& [k, name] : NumberedLinks(file.Id(), path, "collection_"))
-        LoadCollection(file.Id(), context, k, name);
-      for (auto const& [k, name] : NumberedLinks(file.Id(), path, "set_"))
-        LoadSet(file.Id(), context, k, name);
-      for (auto const& [k, name] : NumberedLinks(file.Id(), path, "distribution_"))
-        LoadDistribution(file, context, k, name);
+    try {
+      LoadContexts(file, create);
+    } catch (ORXSimException const& e) {
+      if (e.Code() != ORXSimException::staleIdentifier) throw;
+      std::string const text = e.AsString().AsText(); // a number that no object has
+      throw DamageFound{text.substr(0, text.size() - 1)};
     }
   });
 }

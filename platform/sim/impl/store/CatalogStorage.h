@@ -2,10 +2,9 @@
 
 #include "sim/impl/Context.h"
 
-#include <functional>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -33,8 +32,9 @@ private:
   void RemoveOnRevert(std::string const& path);
   /// Makes room for an object's successor.
   void ReplaceObject(std::string const& path);
-  /// Writes an attribute of the object at a path.
-  void Replace(std::int64_t object, std::string const& path, char const* name, std::span<int const> values);
+  /// Writes an attribute of the object at a path; no values: there may be none.
+  void ReplaceAttribute(std::int64_t object, std::string const& path, char const* name,
+                        std::vector<int> const& values, bool isScalar);
 
   DatabaseFile& m_file;
   std::vector<std::function<void()>> m_reversals; ///< to be run from the back

@@ -98,7 +98,8 @@ void DatabaseFile::CheckFormat() const {
   Checked(H5Pget_userblock(creation.Get(), &userBlock), "reading the properties of the file");
   // HDF5 1.10 leaves it out when it says where chunks are.
   if (userBlock != 0)
-    throw DamageFound{"it begins with a user block of " + std::to_string(userBlock) + " bytes, expected none"};
+    throw DamageFound{"it begins with a user block of " + std::to_string(userBlock) +
+                      " bytes, expected none"};
   Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
   if (!HasAttribute(root.Get(), "format") || ReadText(root.Get(), "format") != formatName)
     throw DamageFound{"it is an HDF5 file, but not a simulation database"};
@@ -162,7 +163,11 @@ void TryToEmptyTrash(DatabaseFile& file) noexcept {
   }
 }
 
-void DatabaseFile::Flush() { Checked(H5Fflush(Id(), H5F_SCOPE_LOCAL), "writing the structure"); }
+void DatabaseFile::Flush() {
+  // HDF5 gives the rest of its last block of metadata back when it is flushed once more.
+  for (int k = 0; k < 2; ++k)
+    Checked(H5Fflush(Id(), H5F_SCOPE_LOCAL), "writing the structure");
+}
 
 void DatabaseFile::Commit() {
   Guarded(*this, [&] {

@@ -389,6 +389,9 @@ void DenseDrawer::CutTo(std::span<int const> sizes) {
   std::vector<std::int64_t> const former = m_extents;
   auto const extents = Extents(wanted);
   Checked(H5Dset_extent(Dataset(), extents.data()), "shortening a drawer");
+  // HDF5 has filled what is cut off in its cache. Were that written later, it would undo what is written
+  // past it until then.
+  if (!m_path.empty()) m_hdf5->dataset.Close();
   m_extents = wanted;
   PlacesOfNewPieces(former, m_fill);
   m_isNew.assign(m_places.size(), false);

@@ -1,7 +1,5 @@
 #include "sim/impl/store/TransactionalFile.h"
 
-#include "sim/impl/store/Journal.h"
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -104,25 +102,26 @@ void TransactionalFile::Recover() {
     throw FileError(Access::Read, "opening", m_file.Path(), EUCLEAN,
                     "a commit was interrupted, and the journal that would finish it is damaged");
   if (!journal) return;
-  Journal::Trailer const& trailer = journal->trailer;
-  std::uint64_t const end = isWhole ? trailer.end : trailer.position;
-  if (IsReadOnly()) {
-    if (isWhole)
-      Journal::ForEachPageFromLast(m_file, trailer, [this](std::uint64_t number, std::byte const* image) {
-        m_overlay.Write(number * pageBytes, image, pageBytes);
-      });
-  } else {
-    if (isWhole) {
-      PageApplier applier(m_file);
-      Journal::ForEachPageFromLast(
-          m_file, trailer, [&](std::uint64_t number, std::byte const* image) { applier.Put(number, image); });
-      applier.Finish();
-      m_file.Sync();
-    }
-    m_file.Resize(end);
-  }
+  std::uint64_t const end = isWhole ? journal->trailer.end : journal->trailer.position;
+  if (isWhole && IsReadOnly()) LoadJournal(journal->trailer);
+  if (isWhole && !IsReadOnly()) ApplyJournal(journal->trailer);
+  if (!IsReadOnly()) m_file.Resize(end);
   m_committedEnd = m_usedEnd = end;
   m_counts.replays += isWhole ? 1 : 0;
+}
+
+void TransactionalFile::LoadJournal(Journal::Trailer const& trailer) {
+  Journal::ForEachPageFromLast(m_file, trailer, [this](std::uint64_t number, std::byte const* image) {
+    m_overlay.Write(number * pageBytes, image, pageBytes);
+  });
+}
+
+void TransactionalFile::ApplyJournal(Journal::Trailer const& trailer) {
+  PageApplier applier(m_file);
+  Journal::ForEachPageFromLast(
+      m_file, trailer, [&](std::uint64_t number, std::byte const* image) { applier.Put(number, image); });
+  applier.Finish();
+  m_file.Sync();
 }
 
 /// What lies behind the committed end was never committed. Not when a journal waits there.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sim/impl/store/Journal.h"
 #include "sim/impl/store/PageOverlay.h"
 #include "sim/impl/store/PositionedFile.h"
 
@@ -109,6 +110,8 @@ private:
 
   TransactionalFile(std::string const& path, PositionedFile::Mode mode, bool isScratch);
   void Recover();
+  void LoadJournal(Journal::Trailer const& trailer);
+  void ApplyJournal(Journal::Trailer const& trailer);
   void RequireUsable(char const* operation) const;
   void Sync();
   void SyncValues();
