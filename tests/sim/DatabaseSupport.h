@@ -97,6 +97,14 @@ inline void WriteCells(ORXSimDistributionID const& field, std::vector<double> co
       .ExecWrite();
 }
 
+/// Lengthens its drawer by new members.
+inline void Extend(ORXSimDistributionID const& field, int dim, int count) {
+  ORXSimDistribution const distribution(field);
+  ORXSimCollection const collection(distribution.Collection(dim));
+  ORXSimCSetID const more = collection.CreateCSetStrided(DrawerOf(field).DimensionSize(dim), count, 1, 1);
+  ORXSimTransfer(distribution).SetDimExtension(more).InitializeExtension();
+}
+
 /// A whole number from the environment, or the default.
 inline int Setting(char const* name, int otherwise) {
   char const* const text = std::getenv(name);

@@ -193,6 +193,27 @@ m['data'], m['ir'], m['jc'] = [1.5, 2.5], [5, 0], [0, 1, 1, 1, 2]
             "[-23, -23, 23, 23]\n");
 }
 
+TEST_F(WithH5py, FilesThatMakeNoSenseAreDamaged) {
+  for (char const* const change :
+       {"F['context_0/set_0'].attrs['collection'] = 77",
+        "F['context_0/distribution_0'].attrs['grid'] = [[0, 0], [77, 0]]",
+        "F['context_0/distribution_0/drawer'].attrs['sets'] = [0, 77]",
+        "F['context_0/distribution_0'].attrs['type'] = 0",
+        "F['context_0/distribution_0/drawer'].resize((5, 6))", "del F['context_0/set_0'].attrs['count']",
+        "F['context_0'].create_group('set_x')",
+        "D = F['context_0/distribution_0']; del D['drawer']; D['drawer'] = h5py.SoftLink('drawer')",
+        "G = h5py.File(F.filename + '2', 'w', userblock_size=512); F.copy('context_0', G)\n"
+        "G.attrs.update(F.attrs); G.close(); import os; os.rename(F.filename + '2', F.filename)"}) {
+    std::filesystem::remove(Path());
+    WriteSample();
+    Python(change, "r+");
+    ORXSimDatabase database;
+    std::string text;
+    EXPECT_EQ(CodeOf([&] { Open(database, Path(), true); }, &text), ORXSimException::damaged)
+        << change << ": " << text;
+  }
+}
+
 TEST_F(WithH5py, CopiesOfOtherToolsAreRead) {
   if (!Has("h5repack --version")) GTEST_SKIP() << "h5repack is not installed";
   WriteSample();

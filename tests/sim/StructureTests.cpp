@@ -4,6 +4,7 @@
 #include "sim/ORXSrvPosition.h"
 #include "sim/ORXSrvSystemDofDefinition.h"
 
+#include <cerrno>
 #include <memory>
 #include <optional>
 
@@ -196,9 +197,7 @@ TEST_F(Structure, AnAbandonedTransactionLeavesNothing) {
     Context().DefineType("gone");
     abandoned = CreateField(Context(), {4});
     CreateDrawer(abandoned, {});
-    ORXSimDistribution const distribution(field);
-    ORXSimCSetID const more = ORXSimCollection(distribution.Collection(1)).CreateCSetStrided(2, 5, 1, 1);
-    ORXSimTransfer(distribution).SetDimExtension(more).InitializeExtension();
+    Extend(field, 1, 5);
     EXPECT_EQ(DrawerOf(field).DimensionSize(1), 7);
     CreateDrawer(field, {}, 4.5);
     EXPECT_EQ(CellsOf(field).back(), 4.5);
@@ -235,10 +234,7 @@ TEST_F(Structure, AnExtensionAfterAnAbandonedOneStartsAfresh) {
   ORXSimDistributionID const field = CreateField(Context(), {2, 3});
   CreateDrawer(field, {2, 2}, -1.0);
   auto const extend = [&](double value) {
-    ORXSimDistribution const distribution(field);
-    int const rows = DrawerOf(field).DimensionSize(1);
-    ORXSimCSetID const more = ORXSimCollection(distribution.Collection(1)).CreateCSetStrided(rows, 2, 1, 1);
-    ORXSimTransfer(distribution).SetDimExtension(more).InitializeExtension();
+    Extend(field, 1, 2);
     if (value != 0.0) WriteCells(field, std::vector<double>(10, value));
   };
   {
@@ -264,6 +260,92 @@ TEST_F(Structure, ATransactionIsAloneAndEndsOnce) {
   EXPECT_FALSE(copy.IsOpen());
   EXPECT_EQ(CodeOf([&] { shared.Commit(); }), ORXSimException::wrongState);
   ORXSimTransaction{m_context}.Commit();
+}
+
+TEST_F(Structure, ATransactionThatClosingEndedTouchesNoLaterOne) {
+  auto first = std::make_unique<ORXSimTransaction>(m_context);
+  m_database.CreateContext({});
+  {
+    FaultPlan const full(FaultPlan::Effect::FailOn, 1, ENOSPC);
+    EXPECT_EQ(CodeOf([&] { m_database.Close(); }), ORXSimException::writeFailed);
+  }
+  ORXSimTransaction second(m_context);
+  EXPECT_FALSE(first->IsOpen());
+  EXPECT_EQ(CodeOf([&] { first->Commit(); }), ORXSimException::wrongState);
+  NewCollection(3);
+
+  first.reset();
+  second.Commit();
+
+  EXPECT_EQ(Context().Collections().Size(), 1);
+}
+
+// After each commit of the second context the file, as a killed process would leave it, has nothing of the
+// transaction that is open on the first, neither before that has tried to commit nor after.
+TEST_F(Structure, ACommitTakesNothingOfOtherTransactionsWithIt) {
+  ORXSimCollection const collection = NewCollection(3);
+  Context().DefineType("one");
+  ORXSimDistributionID const longer = CreateField(Context(), {3, 2});
+  CreateDrawer(longer, {2, 2}, 4.0);
+  ORXSimDistributionID const replaced = CreateField(Context(), {3, 2});
+  CreateDrawer(replaced, {2, 2}, 8.0);
+  Ordered(collection, {7});
+  ORXSimTransaction(m_context).Commit();
+  ORXSimContextID const sibling = m_database.CreateContext({});
+
+  ORXSimTransaction transaction(m_context);
+  Extend(longer, 0, 7);
+  CreateDrawer(replaced, {}, 9.0);
+  CreateDrawer(CreateField(Context(), {5}), {});
+  Ordered(collection, {3, 4, 9});
+  collection.CreateColorVariant(2);
+  Context().DefineType("two");
+  for (int const failingStep : {0, 1, 2, 3}) {
+    if (failingStep > 0) {
+      FaultPlan const full(FaultPlan::Effect::FailOn, failingStep, ENOSPC);
+      EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), ORXSimException::writeFailed);
+    }
+    ORXSimTransaction(sibling).Commit();
+
+    WriteWhole(m_folder.Path("b.sim"), ReadWhole(Path()));
+    ORXSimDatabase copy;
+    Open(copy, m_folder.Path("b.sim"));
+    ORXSimContext const there(copy.Contexts()[0]);
+    EXPECT_EQ(there.Schema().Size(), 1);
+    EXPECT_EQ(ORXSimCollection(there.Collections()[0]).Size(), 4);
+    ASSERT_EQ(there.Distributions().Size(), 2);
+    EXPECT_EQ(CellsOf(there.Distributions()[0]), std::vector<double>(6, 4.0));
+    EXPECT_EQ(CellsOf(there.Distributions()[1]), std::vector<double>(6, 8.0));
+    Extend(there.Distributions()[0], 0, 1);
+    EXPECT_EQ(CellsOf(there.Distributions()[0]), std::vector<double>(8, 4.0));
+  }
+  transaction.Commit();
+
+  Reopen(true);
+  EXPECT_EQ(Context().Schema().Size(), 2);
+  EXPECT_EQ(ORXSimCollection(Context().Collections()[0]).Size(), 7);
+  EXPECT_EQ(CellsOf(Context().Distributions()[0]), std::vector<double>(20, 4.0));
+  EXPECT_EQ(CellsOf(Context().Distributions()[1]), std::vector<double>(6, 9.0));
+}
+
+TEST_F(Structure, TemporaryFieldsNeverReachTheFile) {
+  ORXSimCollection const collection = NewCollection(0);
+  int const labels[] = {4, 1};
+  ORXSimDistribution const field(Context().CreateTempDistribution(
+      ORXSimGrid({collection.ID()}), ORXSimRangeType(ORXSimTypeKey::Double), {}));
+  ORXSimTransfer(field)
+      .SetMakeNewDrawer()
+      .SetWrite()
+      .SetDim(0, collection.CreateTempOrderedCSet(labels, 2))
+      .InitializePersistentDrawer();
+  {
+    ORXSimTransaction const abandoned(m_context);
+    Extend(field.ID(), 0, 3);
+  }
+  EXPECT_EQ(DrawerOf(field.ID()).DimensionSize(0), 2);
+
+  Reopen(false);
+  EXPECT_EQ(Context().Distributions().Size(), 0);
 }
 
 TEST_F(Structure, WhatIsNotClosedIsDropped) {

@@ -333,6 +333,36 @@ TEST_F(SmallField, ViewsThatDoNotFitAreNamed) {
             ORXSimException::invalidArgument);
 }
 
+TEST_F(SmallField, ViewsAreCheckedAgainBecauseDrawersChange) {
+  double values[6] = {};
+  ORXSimTransfer transfer = Transfer().SetRead().SetDimOrdinalRange(0, {}, 2, 2).CheckView();
+  int const label[] = {0};
+  Transfer()
+      .SetMakeNewDrawer()
+      .SetWrite()
+      .SetDim(0, ORXSimCollection(Collection(0)).CreateOrderedCSet(label, 1))
+      .InitializePersistentDrawer();
+  EXPECT_CONTAINS(Message(transfer), "the drawer has 0 to 0");
+
+  ORXSimContext const context(m_database.Contexts()[0]);
+  ORXSimDistribution const other(CreateField(context, {2, 3}));
+  ORXSimTransfer late(other);
+  {
+    ORXSimTransaction const abandoned(context.ID());
+    CreateDrawer(other.ID(), {});
+    late.SetRead().CheckView();
+  }
+  EXPECT_EQ(CodeOf([&] { late.SetBuffer(0, values, 48); }), ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(CodeOf([&] { late.ExecRead(); }), ORXSimException::viewDoesNotFit);
+}
+
+TEST_F(SmallField, SelectionsBeyondAnyMemoryAreRefused) {
+  ORXSimTransfer transfer = Transfer();
+  for (int const dim : {0, 1})
+    transfer.SetDim(dim, ORXSimCollection(Collection(dim)).CreateCSetStrided(0, 2147483647, 0, 1));
+  EXPECT_CONTAINS(Message(transfer), "more cells are selected than any buffer holds");
+}
+
 TEST_F(SmallField, BuffersMustBeLongEnough) {
   double values[6] = {7, 7, 7, 7, 7, 7};
   std::string text;
@@ -383,6 +413,24 @@ TEST_F(SmallField, ExtensionsMustFitADimension) {
   EXPECT_CONTAINS(text, "no dimension has the collection");
   EXPECT_EQ(CodeOf([&] { Transfer().InitializeExtension(); }), ORXSimException::wrongState);
   EXPECT_EQ(DrawerOf(m_field).ExtendableDimension(), 0);
+  double cell = 0.0;
+  ORXSimCSetID const more = ORXSimCollection(Collection(0)).CreateCSetStrided(3, 1, 1, 1);
+  EXPECT_EQ(CodeOf([&] {
+              Transfer()
+                  .SetRead()
+                  .SetDimExtension(more)
+                  .SetDimOrdinalRange(0, {}, 9, 9)
+                  .SetBuffer(0, &cell, 8)
+                  .ExecRead();
+            }),
+            ORXSimException::viewDoesNotFit)
+      << "selections are checked all the same";
+  ORXSimDistribution const integers(CreateField(context, {3}, ORXSimTypeKey::Int32));
+  CreateDrawer(integers.ID(), {});
+  ORXSimTransfer extension(integers);
+  extension.SetInitializationValue(ORXSimRangeValue(1e300, -1, ORXSimTypeKey::Double));
+  extension.SetDimExtension(ORXSimCollection(integers.Collection(0)).BiggestCSetID());
+  EXPECT_EQ(CodeOf([&] { extension.InitializeExtension(); }), ORXSimException::viewDoesNotFit);
 }
 
 TEST(Drawer, KeepsChunkLengthsAsGivenAndTinyChunksCheap) {
@@ -402,6 +450,57 @@ TEST(Drawer, KeepsChunkLengthsAsGivenAndTinyChunksCheap) {
   EXPECT_EQ(DrawerOf(fields[1]).ChunkSizes()[0], 1);
   EXPECT_LT(std::filesystem::file_size(folder.Path("a.sim")), 8.3e6)
       << "neither the length nor the number of chunks costs";
+}
+
+TEST(Drawer, MayGrowFromNothingAndByAnyNumberOfPieces) {
+  TemporaryFolder const folder;
+  ORXSimDatabase database;
+  Create(database, folder.Path("a.sim"));
+  ORXSimDistributionID field = CreateField(ORXSimContext(database.CreateContext({})), {0, 1});
+  CreateDrawer(field, {});
+  EXPECT_EQ(CellsOf(field), std::vector<double>());
+  std::vector<double> cells(9000, 0.0);
+  Extend(field, 0, 9000);
+  auto const reopen = [&] {
+    database.Close();
+    Open(database, folder.Path("a.sim"));
+    field = ORXSimContext(database.Contexts()[0]).Distributions()[0];
+  };
+
+  reopen();
+  EXPECT_EQ(CellsOf(field), cells);
+  cells.assign(9000, 3.0);
+  WriteCells(field, cells);
+  EXPECT_EQ(CellsOf(field), cells);
+  {
+    ORXSimTransaction const abandoned(database.Contexts()[0]);
+    Extend(field, 0, 1);
+  }
+  Extend(field, 0, 1);
+  reopen();
+  cells.push_back(0.0);
+  EXPECT_EQ(CellsOf(field), cells);
+}
+
+TEST(Drawer, HasUpToThirtyTwoDimensions) {
+  TemporaryFolder const folder;
+  ORXSimDatabase database;
+  Create(database, folder.Path("a.sim"));
+  ORXSimContext const context(database.CreateContext({}));
+  std::vector<int> sizes(32, 1);
+  sizes[5] = 3;
+  sizes[31] = 2;
+  ORXSimDistributionID const field = CreateField(context, sizes);
+  CreateDrawer(field, {});
+  WriteCells(field, {1, 2, 3, 4, 5, 6});
+  Extend(field, 7, 1);
+  sizes.push_back(1);
+  EXPECT_EQ(CodeOf([&] { CreateField(context, sizes); }), ORXSimException::invalidArgument);
+  database.Close();
+
+  Open(database, folder.Path("a.sim"), true);
+  EXPECT_EQ(CellsOf(ORXSimContext(database.Contexts()[0]).Distributions()[0]),
+            (std::vector<double>{1, 2, 0, 0, 3, 4, 0, 0, 5, 6, 0, 0}));
 }
 
 TEST(Drawer, BeyondFourGibibytesAndAChunkOfTwo) {
@@ -502,6 +601,24 @@ TEST_F(SparseField, ComesBackInBothForms) {
     EXPECT_EQ(starts, m_starts);
     EXPECT_EQ(diagonal, isSymmetric ? m_diagonal : std::vector<double>(3));
   }
+}
+
+TEST_F(SparseField, IsReadWholeAndInItsOwnOrder) {
+  Write(false).ExecWrite();
+  int const labels[] = {2, 1, 0};
+  ORXSimDistribution const distribution(m_field);
+  ORXSimCSetID const backwards = ORXSimCollection(distribution.Collection(0)).CreateOrderedCSet(labels, 3);
+  ORXSimTransfer transfer(distribution);
+  transfer.SetRead()
+      .SetSerialization(ORXSimSerializationType().SetSparse())
+      .SetBuffer(0, m_values.data(), 24);
+  std::string text;
+  EXPECT_EQ(CodeOf([&] { ORXSimTransfer(transfer).SetDim(0, backwards).ExecRead(); }, &text),
+            ORXSimException::viewDoesNotFit);
+  EXPECT_CONTAINS(text, "other members");
+  EXPECT_EQ(CodeOf([&] { ORXSimTransfer(transfer).SetDimOrdinalRange(1, {}, 0, 1).ExecRead(); }),
+            ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(transfer.SetDimOrdinalRange(1, {}, 0, 2).ExecRead().NumItems(), 3);
 }
 
 TEST_F(SparseField, StructuresThatMakeNoSenseAreRefused) {

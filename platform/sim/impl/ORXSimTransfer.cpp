@@ -407,6 +407,8 @@ ORXSimTransfer& ORXSimTransfer::ExecWrite() {
     auto const planned = DrawerOverSelection();
     CheckBuffer(0, BytesOf(record, [&](int dim) { return planned->sizes[static_cast<std::size_t>(dim)]; }));
     CreateDenseDrawer();
+  } else {
+    CheckSelections(); // also when an extension is configured
   }
   MoveDense(true);
   return *this;
@@ -418,7 +420,7 @@ ORXSimTransientDrawer const& ORXSimTransfer::ExecRead() {
     ORXSimException(ORXSimException::wrongState, "Reading from " + record.Name() + " needs SetRead before.")
         .Throw(__FILE__, __LINE__);
   if (m_newDrawer != NewDrawer::No) RefuseView(record, "a new drawer can be written, not read");
-  CheckView();
+  CheckSelections();
   if (m_serialization.IsSparse()) {
     ReadSparse();
   } else {

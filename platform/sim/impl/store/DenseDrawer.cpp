@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::int64_t smallestPiece = 256 << 10; // bytes, where the drawer has as many
 constexpr std::int64_t mostPieces = 1024;         // HDF5 finds the n-th by counting from the first
-constexpr std::int64_t mostPiecesToLookUp = 8192; // of other programs: 0.4 s
+constexpr std::int64_t mostPiecesToLookUp = 8192; // 0.4 s; reading can do without
 constexpr std::int64_t uncutPiece = 64 << 10;     // so small a chunk keeps its length beyond the size
 constexpr std::int64_t largestWholePiece = 64 << 20;
 constexpr std::int64_t largestPiece = std::int64_t{2} << 30; // HDF5 refuses 4 GiB
@@ -274,8 +274,18 @@ void DenseDrawer::LookUpPieces() {
   }
   m_access = isDirect ? Access::Direct : Access::ThroughHdf5;
   m_isNew.assign(m_places.size(), false);
-  m_isExtendable = m_isExtendable && isDirect;
+  m_isExtendable = m_isExtendable && (isDirect || m_hasTooManyPieces);
   ReleaseHandle();
+}
+
+/// For changes: also those that reading leaves to HDF5 because they are so many.
+void DenseDrawer::LookUpAllPieces() {
+  LookUpPieces();
+  if (!m_hasTooManyPieces) return;
+  m_needsAllPieces = true;
+  m_hdf5->dataset.Close(); // its cache does not see what is written past it
+  m_access = Access::Unknown;
+  LookUpPieces();
 }
 
 bool DenseDrawer::LookUpContiguous(std::int64_t dataset) {
@@ -297,8 +307,9 @@ bool DenseDrawer::LookUpChunks(std::int64_t dataset) {
   Hdf5Id const space = CheckedId(H5Dget_space(dataset), "reading the shape of a drawer");
   hsize_t chunks = 0;
   Checked(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks");
-  if (static_cast<std::int64_t>(chunks) != pieces || (!m_path.empty() && pieces > mostPiecesToLookUp))
-    return false;
+  if (static_cast<std::int64_t>(chunks) != pieces) return false;
+  m_hasTooManyPieces = !m_path.empty() && pieces > mostPiecesToLookUp && !m_needsAllPieces;
+  if (m_hasTooManyPieces) return false;
   m_places.assign(chunks, 0);
   for (hsize_t k = 0; k < chunks; ++k) {
     std::array<hsize_t, maxRank> corner{};
@@ -384,7 +395,7 @@ void DenseDrawer::CutTo(std::span<int const> sizes) {
   for (std::size_t dim = 0; dim < wanted.size(); ++dim)
     isLonger |= m_extents[dim] > wanted[dim];
   if (!isLonger || !m_isExtendable) return;
-  LookUpPieces();
+  LookUpAllPieces();
   if (!m_isExtendable) return;
   std::vector<std::int64_t> const former = m_extents;
   auto const extents = Extents(wanted);
@@ -555,7 +566,7 @@ void DenseDrawer::Read(DrawerBox const& box, std::span<std::int64_t const> buffe
 }
 
 void DenseDrawer::RequireWritable() {
-  if (m_access == Access::Unknown) Guarded(m_file, [&] { LookUpPieces(); });
+  if (m_access != Access::Direct && !m_file.IsReadOnly()) Guarded(m_file, [&] { LookUpAllPieces(); });
   char const* const reason =
       m_file.IsReadOnly() ? "the file was opened read-only"
       : m_access == Access::ThroughHdf5

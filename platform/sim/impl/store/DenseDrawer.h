@@ -92,6 +92,7 @@ private:
   void CreateDataset(double fill);
   void ReadShape();
   void LookUpPieces();
+  void LookUpAllPieces();
   bool LookUpChunks(std::int64_t dataset);
   bool LookUpContiguous(std::int64_t dataset);
   void CheckPlaces() const;
@@ -121,6 +122,8 @@ private:
   double m_fill = 0.0;
   bool m_isExtendable = true;
   bool m_isLayoutSaved = false;
+  bool m_hasTooManyPieces = false; ///< to be looked up for reading
+  bool m_needsAllPieces = false;
   Access m_access = Access::Unknown;
   std::string m_path; ///< "" before it is linked
   std::unique_ptr<Hdf5> m_hdf5;
