@@ -52,7 +52,8 @@ std::string SparseText(ORXSimPersistentDrawerDesc const& drawer) {
 std::string DrawerText(ORXSimDistribution const& distribution) {
   ORXSimArray<ORXSimPersistentDrawerDesc> drawers;
   distribution.QueryDrawers(drawers);
-  if (drawers.IsEmpty()) return Counted(distribution.NumDimensions(), "dimension", "dimensions") + ", no values";
+  if (drawers.IsEmpty())
+    return Counted(distribution.NumDimensions(), "dimension", "dimensions") + ", no values";
   ORXSimPersistentDrawerDesc const& drawer = drawers[0];
   if (drawer.Serialization().IsSparse()) return SparseText(drawer);
   ORXSimRangeType const range = distribution.RangeType();
