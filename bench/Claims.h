@@ -16,6 +16,8 @@ void ClaimAssembly(Report& report);
 void ClaimDatabaseValues(Report& report);
 /// Durable commits of small objects.
 void ClaimDatabaseCommits(Report& report);
+/// Products and updates of block matrices against DGEMM in memory, memcpy and other libraries.
+void ClaimDenseProducts(Report& report);
 /// Reading and writing text triplets.
 void ClaimTextTriplets(Report& report);
 

@@ -79,6 +79,7 @@ int Run(char const* word) {
   bench::ClaimTextTriplets(report);
   bench::ClaimDatabaseValues(report);
   bench::ClaimDatabaseCommits(report);
+  bench::ClaimDenseProducts(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+class ORXSrvDenseMatrix;
+
 /// A small dense matrix of doubles in memory, over BLAS and LAPACK.
 ///
 /// Storage. Full: column-major with leading dimension = rows, element (i, j) at index j * rows + i, no
@@ -45,6 +47,11 @@ public:
   /// rows for diagonal storage, rows * columns for full storage.
   std::int64_t NumberOfStoredValues() const noexcept {
     return m_diagonal ? m_dim1 : std::int64_t{m_dim1} * m_dim2;
+  }
+  /// Values that the buffer is known or, when it is lent, trusted to have: rows * columns, but only the
+  /// diagonal of a diagonal matrix that owns its buffer.
+  std::int64_t BufferSize() const noexcept {
+    return m_diagonal && m_ownsValues ? m_dim1 : std::int64_t{m_dim1} * m_dim2;
   }
   /// The value buffer, in the storage order above.
   double* Values() noexcept { return m_values; }
@@ -95,6 +102,10 @@ public:
   ORXSrvMatrix& operator+=(ORXSrvMatrix const& source);
   /// this += factor * source, with the shapes of += ("Add"); a factor of 0 does nothing, not even check.
   void Add(double factor, ORXSrvMatrix const& source);
+  /// The same with a block matrix, read block by block, that has at most this matrix's rows and columns
+  /// ("Add"). A symmetric matrix takes the upper triangle of the source and mirrors it. Into a diagonal
+  /// matrix: "Assignment operator". An error of a read leaves the blocks before it added.
+  void Add(double factor, ORXSrvDenseMatrix const& source);
   /// Scales all rows * columns values; for full storage.
   void Multiply(double factor);
   /// Of the leading square: copies the upper triangle onto the lower one when there are fewer rows than

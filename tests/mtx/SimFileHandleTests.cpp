@@ -8,37 +8,14 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <fstream>
 #include <optional>
-#include <sys/resource.h>
 
 namespace {
 
 using Files = std::set<std::string>;
 
 atr_String const name("scratch.sim");
-
-/// While it lives, files cannot grow beyond one byte, as on a full disk.
-class FullDisk {
-public:
-  FullDisk() : m_onSignal(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &m_before);
-    rlimit full = m_before;
-    full.rlim_cur = 1;
-    setrlimit(RLIMIT_FSIZE, &full);
-  }
-  FullDisk(FullDisk const&) = delete;
-  FullDisk& operator=(FullDisk const&) = delete;
-  ~FullDisk() {
-    setrlimit(RLIMIT_FSIZE, &m_before);
-    std::signal(SIGXFSZ, m_onSignal);
-  }
-
-private:
-  rlimit m_before{};
-  void (*m_onSignal)(int);
-};
 
 class SimFileHandle : public testing::Test {
 protected:

@@ -2,11 +2,13 @@
 
 #include "sim/ORXSimException.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 
 /// A temporary folder that is the current directory as long as it lives; it goes away with its files.
 class WorkingFolder {
@@ -35,6 +37,27 @@ public:
 private:
   std::filesystem::path m_before;
   std::filesystem::path m_path;
+};
+
+/// While it lives, files cannot grow beyond one byte, as on a full disk.
+class FullDisk {
+public:
+  FullDisk() : m_onSignal(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &m_before);
+    rlimit full = m_before;
+    full.rlim_cur = 1;
+    setrlimit(RLIMIT_FSIZE, &full);
+  }
+  FullDisk(FullDisk const&) = delete;
+  FullDisk& operator=(FullDisk const&) = delete;
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &m_before);
+    std::signal(SIGXFSZ, m_onSignal);
+  }
+
+private:
+  rlimit m_before{};
+  void (*m_onSignal)(int);
 };
 
 /// The code of the database error that the call ends with; 0 without one.

@@ -1,0 +1,150 @@
+#include "mtx/ORXSrvDenseMatrix.h"
+
+#include "mtx/impl/BlockProgress.h"
+#include "mtx/impl/BlockRanges.h"
+#include "mtx/impl/ORXSrvMtxErrors.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+// Sum, scaling and symmetry test, block by block in place. A block is worked on in pieces that stay in the
+// second-level cache between the read and the write, which memory would otherwise limit.
+
+namespace {
+
+constexpr char sourceFile[] = "mtx/impl/ORXSrvDenseMatrixUpdates.cpp";
+
+// ---- updates
+
+/// Columns of a piece of a row block: 256 kB.
+int PieceWidth(int rows) {
+  constexpr int pieceValues = (1 << 18) / sizeof(double);
+  return std::max(1, pieceValues / std::max(rows, 1));
+}
+
+WorkArea AreaForPieces(ORXSrvDenseMatrix const& matrix) {
+  int const rows = LargestSize(RowGroups(matrix));
+  return {rows, std::min(PieceWidth(rows), LargestSize(ColumnGroups(matrix)))};
+}
+
+/// Calls visit(rows, columns) for the pieces of each block, those of a column block one after the other, and
+/// tells the host of each block.
+template<class Visit>
+void VisitPieces(ORXSrvDenseMatrix const& matrix, char const* operation, Visit visit) {
+  std::vector<BlockRange> const rowBlocks = RowGroups(matrix);
+  std::vector<BlockRange> const columnBlocks = ColumnGroups(matrix);
+  int const width = PieceWidth(LargestSize(rowBlocks));
+  BlockProgress progress(operation, static_cast<std::int64_t>(rowBlocks.size() * columnBlocks.size()));
+  for (BlockRange const& columns : columnBlocks)
+    for (BlockRange const& rows : rowBlocks) {
+      for (BlockRange const& piece : Pieces(columns, width))
+        visit(rows, piece);
+      progress.BlockDone();
+    }
+}
+
+// ---- symmetry
+
+/// Whether a is the transpose of b, exactly; a NaN differs from everything.
+bool IsTransposeOf(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
+  constexpr std::int64_t tile = 8; // lines of b that are in use at a time
+  std::int64_t const rows = a.NumberOfRows();
+  std::int64_t const columns = a.NumberOfColumns();
+  bool equal = true;
+  for (std::int64_t jTile = 0; jTile < columns; jTile += tile)
+    for (std::int64_t iTile = 0; iTile < rows; iTile += tile)
+      for (std::int64_t j = jTile; j < std::min(jTile + tile, columns); ++j)
+        for (std::int64_t i = iTile; i < std::min(iTile + tile, rows); ++i)
+          equal &= a.Values()[j * rows + i] == b.Values()[i * columns + j];
+  return equal;
+}
+
+/// Compares rectangles of a square matrix with their mirror images.
+class MirrorTest {
+public:
+  explicit MirrorTest(ORXSrvDenseMatrix const& matrix) : m_matrix(matrix) {}
+
+  /// Whether block (rows, columns) is the transpose of block (columns, rows).
+  bool Passes(BlockRange const& rows, BlockRange const& columns) const {
+    for (BlockRange const& c : Pieces(columns, piece))
+      for (BlockRange const& r : Pieces(rows, piece))
+        if (c.first >= r.first && !PiecePasses(r, c)) return false; // else its mirror image is tested
+    return true;
+  }
+
+  /// Reports the first difference of a block that does not pass, as the comparison of matrices does.
+  void ReportDifference(BlockRange const& rows, BlockRange const& columns) const {
+    ORXSrvMatrix block(rows.Size(), columns.Size());
+    ORXSrvMatrix mirror(columns.Size(), rows.Size());
+    Read(rows, columns, block);
+    Read(columns, rows, mirror);
+    mirror.Transpose();
+    static_cast<void>(block == mirror);
+  }
+
+private:
+  static constexpr int piece = 128; // 128 kB
+
+  bool PiecePasses(BlockRange const& rows, BlockRange const& columns) const {
+    ORXSrvMatrix values = m_work.As(rows.Size(), columns.Size());
+    ORXSrvMatrix mirror = m_mirrorWork.As(columns.Size(), rows.Size());
+    Read(rows, columns, values);
+    if (rows.first == columns.first) return values.IsSymmetricNumerically();
+    Read(columns, rows, mirror);
+    return IsTransposeOf(values, mirror);
+  }
+
+  void Read(BlockRange const& rows, BlockRange const& columns, ORXSrvMatrix& target) const {
+    m_matrix.GetValues(rows.first, rows.last, columns.first, columns.last, target);
+  }
+
+  ORXSrvDenseMatrix const& m_matrix;
+  WorkArea m_work{piece, piece};
+  WorkArea m_mirrorWork{piece, piece};
+};
+
+} // namespace
+
+void ORXSrvDenseMatrix::AddAssign(ORXSrvDenseMatrix const& b) {
+  if (NumberOfRows() > b.NumberOfRows() || NumberOfColumns() > b.NumberOfColumns())
+    ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
+  WorkArea const workA = AreaForPieces(*this);
+  WorkArea const workB = AreaForPieces(*this);
+  VisitPieces(*this, "ORXSrvDenseMatrix::AddAssign", [&](BlockRange const& rows, BlockRange const& columns) {
+    ORXSrvMatrix pieceA = workA.As(rows.Size(), columns.Size());
+    ORXSrvMatrix pieceB = workB.As(rows.Size(), columns.Size());
+    GetValues(rows.first, rows.last, columns.first, columns.last, pieceA);
+    b.GetValues(rows.first, rows.last, columns.first, columns.last, pieceB);
+    pieceA += pieceB;
+    SetValues(rows.first, rows.last, columns.first, columns.last, pieceA);
+  });
+}
+
+void ORXSrvDenseMatrix::Scale(double factor) {
+  WorkArea const work = AreaForPieces(*this);
+  VisitPieces(*this, "ORXSrvDenseMatrix::Scale", [&](BlockRange const& rows, BlockRange const& columns) {
+    ORXSrvMatrix piece = work.As(rows.Size(), columns.Size());
+    GetValues(rows.first, rows.last, columns.first, columns.last, piece);
+    piece.Multiply(factor);
+    SetValues(rows.first, rows.last, columns.first, columns.last, piece);
+  });
+}
+
+bool ORXSrvDenseMatrix::IsSymmetric() const {
+  if (NumberOfRows() != NumberOfColumns()) return false;
+  std::vector<BlockRange> const blocks = RowGroups(*this); // of the columns too
+  MirrorTest const test(*this);
+  auto const count = static_cast<std::int64_t>(blocks.size());
+  BlockProgress progress("ORXSrvDenseMatrix::IsSymmetric", count * (count + 1) / 2);
+  for (std::size_t i = 0; i < blocks.size(); ++i)
+    for (std::size_t j = i; j < blocks.size(); ++j) {
+      if (!test.Passes(blocks[i], blocks[j])) {
+        if (i != j) test.ReportDifference(blocks[i], blocks[j]);
+        return false;
+      }
+      progress.BlockDone();
+    }
+  return true;
+}

@@ -1,0 +1,136 @@
+#pragma once
+
+#include "core/ORXUnicodeString.h"
+#include "mtx/ORXSrvDenseMatrix.h"
+#include "mtx/ORXSrvScratchDenseMatrix.h"
+#include "mtx/ORXSrvUtilities.h"
+#include "sim/ORXSimCSet.h"
+#include "sim/ORXSimCollection.h"
+#include "sim/ORXSimContext.h"
+#include "sim/ORXSimDatabase.h"
+#include "tests/mtx/MatrixSupport.h"
+#include "tests/mtx/SimSupport.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+constexpr char invalidGet[] = "203 ORXSrvDenseMatrix::GetValues invalid range values.";
+constexpr char invalidSet[] = "204 ORXSrvDenseMatrix::SetValues invalid range values.";
+
+/// A view or a matrix that is deleted with its scope.
+using DensePtr = std::unique_ptr<ORXSrvDenseMatrix>;
+
+inline DensePtr ViewOf(ORXSrvDenseMatrix const& parent, int firstRow, int lastRow, int firstColumn,
+                       int lastColumn) {
+  return DensePtr(parent.Submatrix(firstRow, lastRow, firstColumn, lastColumn));
+}
+
+/// All values, column-major.
+inline Doubles All(ORXSrvDenseMatrix const& matrix) {
+  Doubles values(static_cast<std::size_t>(matrix.NumberOfRows()) *
+                 static_cast<std::size_t>(matrix.NumberOfColumns()));
+  matrix.GetAllValues(values.data());
+  return values;
+}
+
+/// Writes packed values into a rectangle.
+inline void Write(ORXSrvDenseMatrix& matrix, int firstRow, int lastRow, int firstColumn, int lastColumn,
+                  Doubles values) {
+  matrix.SetValues(firstRow, lastRow, firstColumn, lastColumn,
+                   ORXSrvMatrix(lastRow - firstRow + 1, lastColumn - firstColumn + 1, values.data()));
+}
+
+/// Writes 100 * i + j everywhere.
+inline void Number(ORXSrvDenseMatrix& matrix) {
+  Doubles values;
+  for (int j = 0; j < matrix.NumberOfColumns(); ++j)
+    for (int i = 0; i < matrix.NumberOfRows(); ++i)
+      values.push_back(100.0 * i + j);
+  Write(matrix, 0, matrix.NumberOfRows() - 1, 0, matrix.NumberOfColumns() - 1, values);
+}
+
+inline std::vector<int> Labels(ORXSimCSetID const& id) {
+  ORXSimCSet const set(id);
+  std::vector<int> labels(static_cast<std::size_t>(set.Size()));
+  set.OrderedMembers(labels.data());
+  return labels;
+}
+
+/// How a matrix is stored and seen.
+struct DenseKind {
+  enum class Handle : std::uint8_t { Own, View, ViewOfView, Scratch, Column };
+  char const* name;
+  Handle handle;
+  int rowChunk, columnChunk; ///< -1: stored whole
+};
+
+constexpr DenseKind denseKinds[] = {
+    {"Whole", DenseKind::Handle::Own, -1, -1},
+    {"ChunksOfOne", DenseKind::Handle::Own, 1, 1},
+    {"OddChunks", DenseKind::Handle::Own, 4, 3},
+    {"ChunksLongerThanTheMatrix", DenseKind::Handle::Own, 64, 64},
+    {"Scratch", DenseKind::Handle::Scratch, 3, 2},
+    {"View", DenseKind::Handle::View, 4, 3},
+    {"ViewOfView", DenseKind::Handle::ViewOfView, 3, 2},
+    {"ColumnWhole", DenseKind::Handle::Column, -1, -1},
+    {"ColumnInChunks", DenseKind::Handle::Column, 4, -1},
+};
+
+inline void PrintTo(DenseKind const& kind, std::ostream* out) { *out << kind.name; }
+
+/// A database in which matrices are made.
+class DenseDatabase {
+public:
+  DenseDatabase() {
+    m_database.SetDurability(ORXSimDurability::Scratch);
+    m_database.CreateFile(ORXUnicodeString("dense.sim"), 0, -1);
+    m_context = m_database.CreateContext(ORXSimNamespaceID());
+  }
+
+  ORXSimContext Context() const { return ORXSimContext(m_context); }
+  void Close() { m_database.Close(); }
+  std::set<std::string> Files() const { return m_folder.Files(); }
+
+  ORXSimCSetID NewSet(std::vector<int> const& labels) const {
+    ORXSimCollection const members(Context().CreateCollection(0, ORXSimTypeID()));
+    return members.CreateOrderedCSet(labels.data(), static_cast<int>(labels.size()));
+  }
+  ORXSimCSetID NewSet(int size) const {
+    return ORXSimCollection(Context().CreateCollection(size, ORXSimTypeID())).BiggestCSetID();
+  }
+  /// Zeros with the labels 0, 1, ... in chunks.
+  DensePtr New(int rows, int columns, int rowChunk, int columnChunk) const {
+    return std::make_unique<ORXSrvDenseMatrix>(
+        ORXSrvUtilities::Create2DDistribution(NewSet(rows), NewSet(columns), rowChunk, columnChunk));
+  }
+  /// A matrix of zeros of a kind; a column has one column, whatever `columns` is. Views lie inside a frame
+  /// of `frame` rows and columns on each side; their parents are gone.
+  DensePtr New(DenseKind const& kind, int rows, int columns) const {
+    switch (kind.handle) {
+    case DenseKind::Handle::Own:
+      return New(rows, columns, kind.rowChunk, kind.columnChunk);
+    case DenseKind::Handle::Scratch:
+      return std::make_unique<ORXSrvScratchDenseMatrix>(rows, columns, kind.rowChunk, kind.columnChunk);
+    case DenseKind::Handle::Column:
+      return std::make_unique<ORXSrvDenseMatrix>(
+          ORXSrvUtilities::Create1DDistribution(NewSet(rows), kind.rowChunk));
+    case DenseKind::Handle::View:
+    case DenseKind::Handle::ViewOfView:
+      break;
+    }
+    DensePtr const parent = New(rows + 2 * frame, columns + 2 * frame, kind.rowChunk, kind.columnChunk);
+    if (kind.handle == DenseKind::Handle::View)
+      return ViewOf(*parent, frame, frame + rows - 1, frame, frame + columns - 1);
+    DensePtr const view = ViewOf(*parent, 1, rows + 2, 1, columns + 2);
+    return ViewOf(*view, frame - 1, frame + rows - 2, frame - 1, frame + columns - 2);
+  }
+
+  static constexpr int frame = 2;
+
+private:
+  WorkingFolder m_folder;
+  ORXSimDatabase m_database;
+  ORXSimContextID m_context;
+};
