@@ -548,8 +548,11 @@ void DenseDrawer::Move(DrawerBox const& box, std::span<std::int64_t const> buffe
           }
           return;
         }
-        Cell* const theirs = reinterpret_cast<Cell*>(file.Bytes(m_places[index], pieceBytes)) + offset;
-        CopyBox<Cell>(cells, isWrite ? theirs : mine, isWrite ? mine : theirs);
+        std::byte* const theirs = file.Bytes(m_places[index], pieceBytes) + offset * sizeof(Cell);
+        if constexpr (isWrite)
+          CopyBox<Cell>(cells, theirs, mine);
+        else
+          CopyBox<Cell>(cells, mine, theirs);
       });
 }
 
