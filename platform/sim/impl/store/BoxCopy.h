@@ -55,30 +55,34 @@ void ForEachRun(TwoStridedBox const& box, Run&& run) {
 
 constexpr std::size_t copiedAtOnce = 64 << 10;
 
-/// Copies the cells of a box.
+/// Copies the cells of a box. Either array may lie at any address, as other programs' values do in a file.
 template<class Cell>
-void CopyBox(TwoStridedBox box, Cell* to, Cell const* from) {
+void CopyBox(TwoStridedBox box, void* to, void const* from) {
+  constexpr auto cellBytes = static_cast<std::int64_t>(sizeof(Cell));
+  auto* const target = static_cast<char*>(to);
+  auto const* const source = static_cast<char const*>(from);
   box.Simplify();
   if (box.rank == 0) {
-    *to = *from;
+    std::memcpy(target, source, sizeof(Cell));
     return;
   }
   std::int64_t const cells = box.counts[box.rank - 1];
   std::int64_t const toStride = box.toStrides[box.rank - 1];
   std::int64_t const fromStride = box.fromStrides[box.rank - 1];
-  constexpr std::int64_t worthACall = 128 / sizeof(Cell);
+  constexpr std::int64_t worthACall = 128 / cellBytes;
   if (toStride == 1 && fromStride == 1 && cells >= worthACall) {
-    auto const bytes = static_cast<std::size_t>(cells) * sizeof(Cell);
+    auto const bytes = static_cast<std::size_t>(cells * cellBytes);
     ForEachRun(box, [=](std::int64_t a, std::int64_t b) {
       // A long memcpy writes past the caches, where the caller's next step would have found the cells.
       for (std::size_t done = 0; done < bytes; done += copiedAtOnce)
-        std::memcpy(reinterpret_cast<char*>(to + a) + done, reinterpret_cast<char const*>(from + b) + done,
+        std::memcpy(target + a * cellBytes + done, source + b * cellBytes + done,
                     std::min(copiedAtOnce, bytes - done));
     });
   } else {
     ForEachRun(box, [=](std::int64_t a, std::int64_t b) {
       for (std::int64_t k = 0; k < cells; ++k)
-        to[a + k * toStride] = from[b + k * fromStride];
+        std::memcpy(target + (a + k * toStride) * cellBytes, source + (b + k * fromStride) * cellBytes,
+                    sizeof(Cell));
     });
   }
 }

@@ -323,7 +323,7 @@ bool DenseDrawer::LookUpChunks(std::int64_t dataset) {
     for (int dim = 0; dim < m_rank; ++dim) {
       auto const at = static_cast<std::size_t>(dim);
       auto const first = static_cast<std::int64_t>(corner[at]);
-      if (first % m_pieceLengths[at] != 0 || first >= m_extents[at] ||
+      if (first < 0 || first % m_pieceLengths[at] != 0 || first >= m_extents[at] ||
           static_cast<std::int64_t>(bytes) != PieceBytes())
         throw DamageFound{m_path + " has a chunk where none can be"};
       index = index * PieceCount(dim) + first / m_pieceLengths[at];
@@ -548,8 +548,11 @@ void DenseDrawer::Move(DrawerBox const& box, std::span<std::int64_t const> buffe
           }
           return;
         }
-        Cell* const theirs = reinterpret_cast<Cell*>(file.Bytes(m_places[index], pieceBytes)) + offset;
-        CopyBox<Cell>(cells, isWrite ? theirs : mine, isWrite ? mine : theirs);
+        std::byte* const theirs = file.Bytes(m_places[index], pieceBytes) + offset * sizeof(Cell);
+        if constexpr (isWrite)
+          CopyBox<Cell>(cells, theirs, mine);
+        else
+          CopyBox<Cell>(cells, mine, theirs);
       });
 }
 
