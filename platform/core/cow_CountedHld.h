@@ -21,6 +21,7 @@ public:
       : m_useCount(other.m_useCount), m_object(other.m_object) {
     ++*m_useCount;
   }
+  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): it counts up before it counts down
   cow_CountedHld& operator=(cow_CountedHld const& other) noexcept {
     ++*other.m_useCount;
     Release();
