@@ -23,6 +23,7 @@ struct BatchSize {
 };
 constexpr BatchSize smallBatch{4, 1000};
 constexpr BatchSize largeBatch{512, 1};
+constexpr BatchSize largerBatch{1000, 1};
 
 /// The values of a batch of equal matrices, and what they are set back to before each run.
 class Batch {
@@ -77,12 +78,12 @@ double SecondsPerCall(int count, Call& call) {
   return (Now() - start) / count;
 }
 
-/// Reports ours against the bare call: the ratio of times for the large order, the difference in microseconds
+/// Reports ours against the bare call: the ratio of times for a large order, the difference in microseconds
 /// for the small one. `restore` gives the inputs back and is not timed; `results` copies the outputs, which
 /// must agree.
 template<class Restore, class Ours, class Bare, class Results>
 void CompareWithBare(Report& report, std::string const& claim, BatchSize size, Restore restore, Ours ours,
-                     Bare bare, Results results) {
+                     Bare bare, Results results, double largestRatio = 1.02) {
   auto const run = [&](auto& call) {
     restore();
     return SecondsPerCall(size.count, call);
@@ -102,7 +103,7 @@ void CompareWithBare(Report& report, std::string const& claim, BatchSize size, R
   if (isSmall) {
     report.Line(claim, figures, pairs.difference * 1e6, " us", AtMost(1.0));
   } else {
-    report.Line(claim, figures, pairs.ratio, "", AtMost(1.02));
+    report.Line(claim, figures, pairs.ratio, "", AtMost(largestRatio));
   }
 }
 

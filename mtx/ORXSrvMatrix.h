@@ -117,6 +117,34 @@ public:
   /// j < columns: every value once for a square matrix. All three have one shape.
   void Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix const& b);
 
+  // Products. Full operands go through DGEMM and DGEMV, a diagonal one scales. REQUIRES: a result does not
+  // overlap its operands in memory. Scaling may work in place all the same (a.Multiply(a, diagonal)); where
+  // operands are checked, a product of full matrices into the buffer of one of them is refused.
+
+  /// this = a * b. Two diagonal operands write the diagonal of this matrix: into full storage after clearing
+  /// the first `rows` stored values only, so that what else it held off the diagonal stays. Shapes that do
+  /// not fit, and a diagonal result of a full operand: "Multiply".
+  void Multiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b);
+  /// A square matrix: this = this * b. A column vector: this = b * this. This row count other than b's column
+  /// count, or b being this matrix: "*="; neither square nor a vector: "Multiply". Diagonal with diagonal
+  /// stays diagonal; diagonal with full: "Multiply".
+  ORXSrvMatrix& operator*=(ORXSrvMatrix const& b);
+  /// The lower block triangle of a * b, for a result that is known to be symmetric: half the work. All three
+  /// are square, of one order and full ("SymmetricMultiply"). Blocks of 128, the first one being the
+  /// remainder; diagonal blocks are complete, those above are zero. SetSymmetricResults completes the matrix.
+  void SymmetricMultiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b);
+  /// c = this * b, or c += this * b with a non-zero `accumulate`; the third argument has no meaning.
+  /// Nothing is checked. REQUIRES: full storage, this rows x k, b k x n, c with at least `rows` rows, of
+  /// which the first `rows` are written, and n columns.
+  void Multiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int ignoredFlag, int accumulate) const;
+  /// c = this^T * b, or c += this^T * b with a non-zero `accumulate`. A non-zero `symmetricResult` says that
+  /// the leading square of the result is symmetric: then only one block triangle is written, in blocks of
+  /// 144, the last one being the remainder, with complete diagonal blocks. It is the lower triangle, or the
+  /// upper one when this matrix has fewer columns than b; c.SetSymmetricResults() completes either.
+  /// Nothing is checked. REQUIRES: full storage, this k x m, b k x n, c m x n; without `symmetricResult` c
+  /// may have more rows.
+  void TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int symmetricResult, int accumulate) const;
+
   // Factorization, solves, eigenproblem
 
   /// Factors in place. Diagonal: replaces the values by their reciprocals, up to the first zero (error 218).
@@ -142,6 +170,14 @@ private:
   ORX_LOCAL bool IsBlock(int firstRow, int lastRow, int firstColumn, int lastColumn) const noexcept;
   ORX_LOCAL bool HoldsSlice(ORXSrvMatrix const& source, int rowOffset, int columnOffset) const noexcept;
   ORX_LOCAL bool HoldsDiagonalOf(int rows, std::int64_t step) const noexcept;
+  /// Whether a diagonal matrix, which holds a value for each row, has one for each column.
+  bool CoversColumns() const noexcept { return m_dim1 >= m_dim2; }
+  bool SharesBufferOf(ORXSrvMatrix const& other) const noexcept { return m_values == other.m_values; }
+  ORX_LOCAL void MultiplyDiagonals(ORXSrvMatrix const& a, ORXSrvMatrix const& b);
+  ORX_LOCAL void ScaleRows(ORXSrvMatrix const& diagonal, ORXSrvMatrix const& source);
+  ORX_LOCAL void ScaleColumns(ORXSrvMatrix const& source, ORXSrvMatrix const& diagonal);
+  ORX_LOCAL void MultiplySquare(ORXSrvMatrix const& b);
+  ORX_LOCAL void MultiplyVector(ORXSrvMatrix const& b);
   ORX_LOCAL void AddScaled(double factor, ORXSrvMatrix const& source, char const* operation);
   ORX_LOCAL void TransposeRectangle();
   ORX_LOCAL void InvertDiagonal();

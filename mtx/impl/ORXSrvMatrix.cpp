@@ -57,6 +57,37 @@ void AddScaledValues(double factor, double const* source, double* target, std::i
   }
 }
 
+/// C = op(A) * B + beta * C with op(A) m x k and B k x n; "T" transposes A.
+void AddProduct(char const* transposition, int m, int n, int k, double const* a, int lda, double const* b,
+                int ldb, double beta, double* c, int ldc) {
+  double const alpha = 1.0;
+  // The leading dimension of an empty matrix is 0 here and must be 1 there. An empty sum is zero all the
+  // same.
+  lda = std::max(lda, 1);
+  ldb = std::max(ldb, 1);
+  ldc = std::max(ldc, 1);
+  BLAC_DGEMM(transposition, "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
+}
+
+/// Indices first ... first + size - 1.
+struct IndexBlock {
+  int first;
+  int size;
+};
+
+int BlockCount(int n, int blockSize) { return n / blockSize + (n % blockSize != 0 ? 1 : 0); }
+
+/// Block `index` of 0 ... n - 1 cut into whole blocks behind a first one that is the remainder.
+IndexBlock BlockAfterRemainder(int index, int n, int blockSize) {
+  int const remainder = n - (BlockCount(n, blockSize) - 1) * blockSize;
+  return index == 0 ? IndexBlock{0, remainder} : IndexBlock{remainder + (index - 1) * blockSize, blockSize};
+}
+
+/// Block `index` of 0 ... n - 1 cut into whole blocks and a last one that is the remainder.
+IndexBlock BlockBeforeRemainder(int index, int n, int blockSize) {
+  return {index * blockSize, std::min(blockSize, n - index * blockSize)};
+}
+
 } // namespace
 
 // ---- creation and destruction
@@ -349,6 +380,140 @@ void ORXSrvMatrix::Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix con
   for (std::int64_t i = 0; i < m_dim1; ++i)
     for (std::int64_t p = i * m_dim1; p < i * m_dim1 + m_dim2; ++p)
       m_values[p] = (1.0 - t) * a.m_values[p] + t * b.m_values[p];
+}
+
+// ---- products
+// -------------------------------------------------------------------------------------------
+
+void ORXSrvMatrix::Multiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
+  Require(a.m_dim2 == b.m_dim1, "Multiply", __LINE__);
+  Require(m_dim1 == a.m_dim1 && m_dim2 == b.m_dim2, "Multiply", __LINE__);
+  if (a.m_diagonal && b.m_diagonal) return MultiplyDiagonals(a, b);
+  Require(!m_diagonal, "Multiply", __LINE__);
+  if (a.m_diagonal) {
+    Require(a.m_dim1 <= b.m_dim1, "Multiply", __LINE__);
+    return ScaleRows(a, b);
+  }
+  if (b.m_diagonal) {
+    Require(b.CoversColumns(), "Multiply", __LINE__);
+    return ScaleColumns(a, b);
+  }
+  Require(!SharesBufferOf(a) && !SharesBufferOf(b), "Multiply", __LINE__);
+  AddProduct("N", m_dim1, m_dim2, a.m_dim2, a.m_values, a.m_dim1, b.m_values, b.m_dim1, 0.0, m_values,
+             m_dim1);
+}
+
+void ORXSrvMatrix::MultiplyDiagonals(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
+  std::int64_t const step = m_diagonal ? 1 : std::int64_t{m_dim1} + 1;
+  Require(b.m_dim1 >= a.m_dim1 && HoldsDiagonalOf(a.m_dim1, step), "Multiply", __LINE__);
+  // Only as many values as there are rows: hosts rely on the others staying.
+  if (!m_diagonal) std::fill_n(m_values, m_dim1, 0.0);
+  for (std::int64_t k = 0; k < a.m_dim1; ++k)
+    m_values[k * step] = b.m_values[k] * a.m_values[k];
+}
+
+/// this = diagonal * source, read with this matrix's leading dimension.
+void ORXSrvMatrix::ScaleRows(ORXSrvMatrix const& diagonal, ORXSrvMatrix const& source) {
+  for (std::int64_t j = 0; j < m_dim2; ++j)
+    for (std::int64_t p = j * m_dim1, i = 0; i < m_dim1; ++i, ++p)
+      m_values[p] = diagonal.m_values[i] * source.m_values[p];
+}
+
+/// this = source * diagonal; source may be this matrix.
+void ORXSrvMatrix::ScaleColumns(ORXSrvMatrix const& source, ORXSrvMatrix const& diagonal) {
+  for (std::int64_t j = 0; j < m_dim2; ++j)
+    for (std::int64_t p = j * m_dim1; p < (j + 1) * m_dim1; ++p)
+      m_values[p] = source.m_values[p] * diagonal.m_values[j];
+}
+
+ORXSrvMatrix& ORXSrvMatrix::operator*=(ORXSrvMatrix const& b) {
+  Require(this != &b, "*=", __LINE__);
+  Require(m_dim1 == b.m_dim2, "*=", __LINE__);
+  if (b.m_diagonal && (m_diagonal || m_dim2 == 1)) {
+    Require(b.CoversColumns(), "*=", __LINE__);
+    for (int k = 0; k < m_dim1; ++k)
+      m_values[k] *= b.m_values[k];
+  } else if (b.m_diagonal && m_dim1 == m_dim2) {
+    Require(b.CoversColumns(), "*=", __LINE__);
+    ScaleColumns(*this, b);
+  } else if (m_dim2 != 1) {
+    MultiplySquare(b);
+  } else {
+    MultiplyVector(b);
+  }
+  return *this;
+}
+
+void ORXSrvMatrix::MultiplySquare(ORXSrvMatrix const& b) {
+  int const n = m_dim1;
+  Require(m_dim2 == n && b.m_dim2 == n, "Multiply", __LINE__);
+  Require(!m_diagonal && b.m_dim1 >= n && !SharesBufferOf(b), "Multiply", __LINE__);
+  std::int64_t const count = NumberOfStoredValues();
+  mem_Array<double> const copy = mem_MakeArray<double>(count);
+  CopyValues(copy.get(), m_values, count);
+  AddProduct("N", n, n, n, copy.get(), n, b.m_values, n, 0.0, m_values, n);
+}
+
+void ORXSrvMatrix::MultiplyVector(ORXSrvMatrix const& b) {
+  Require(b.m_dim1 == m_dim1 && !SharesBufferOf(b), "*=", __LINE__);
+  mem_Array<double> const copy = mem_MakeArray<double>(m_dim1);
+  CopyValues(copy.get(), m_values, m_dim1);
+  double const alpha = 1.0;
+  double const beta = 0.0;
+  int const step = 1;
+  int const leadingDimension = std::max(m_dim1, 1);
+  BLAC_DGEMV("N", &b.m_dim1, &b.m_dim2, &alpha, b.m_values, &leadingDimension, copy.get(), &step, &beta,
+             m_values, &step);
+}
+
+void ORXSrvMatrix::SymmetricMultiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
+  static constexpr char operation[] = "SymmetricMultiply";
+  constexpr int blockSize = 128;
+  int const n = m_dim1;
+  Require(m_dim2 == n && a.m_dim2 == n && b.m_dim1 == n, operation, __LINE__);
+  Require(a.m_dim1 == n && b.m_dim2 == n, operation, __LINE__);
+  Require(!m_diagonal && !a.m_diagonal && !b.m_diagonal, operation, __LINE__);
+  Require(!SharesBufferOf(a) && !SharesBufferOf(b), operation, __LINE__);
+  *this = 0.0;
+  auto const block = [n](int index) { return BlockAfterRemainder(index, n, blockSize); };
+  auto const at = [n](IndexBlock rows, IndexBlock columns) {
+    return std::int64_t{columns.first} * n + rows.first;
+  };
+  int const count = BlockCount(n, blockSize);
+  for (int i = 0; i < count; ++i)
+    for (int j = 0; j <= i; ++j)
+      for (int k = 0; k < count; ++k)
+        AddProduct("N", block(i).size, block(j).size, block(k).size, a.m_values + at(block(i), block(k)), n,
+                   b.m_values + at(block(k), block(j)), n, 1.0, m_values + at(block(i), block(j)), n);
+}
+
+void ORXSrvMatrix::Multiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int /*ignoredFlag*/,
+                            int accumulate) const {
+  AddProduct("N", m_dim1, b.m_dim2, b.m_dim1, m_values, m_dim1, b.m_values, b.m_dim1,
+             accumulate != 0 ? 1.0 : 0.0, c.m_values, c.m_dim1);
+}
+
+void ORXSrvMatrix::TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int symmetricResult,
+                                     int accumulate) const {
+  constexpr int blockSize = 144;
+  int const m = m_dim2;
+  int const n = b.m_dim2;
+  int const k = b.m_dim1; // also the leading dimension of this matrix
+  double const beta = accumulate != 0 ? 1.0 : 0.0;
+  if (symmetricResult == 0) {
+    AddProduct("T", m, n, k, m_values, k, b.m_values, k, beta, c.m_values, c.m_dim1);
+    return;
+  }
+  // The triangle that SetSymmetricResults copies from: the lower one, of a wide result the upper one.
+  bool const isLower = m >= n;
+  for (int outer = 0; outer < BlockCount(std::min(m, n), blockSize); ++outer)
+    for (int inner = outer; inner < BlockCount(std::max(m, n), blockSize); ++inner) {
+      IndexBlock const rows = BlockBeforeRemainder(isLower ? inner : outer, m, blockSize);
+      IndexBlock const columns = BlockBeforeRemainder(isLower ? outer : inner, n, blockSize);
+      AddProduct("T", rows.size, columns.size, k, m_values + std::int64_t{rows.first} * k, k,
+                 b.m_values + std::int64_t{columns.first} * k, k, beta,
+                 c.m_values + std::int64_t{columns.first} * m + rows.first, c.m_dim1);
+    }
 }
 
 // ---- factorization, solves, eigenproblem

@@ -2,17 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 
 namespace {
-
-ORXSrvMatrix Random(int rows, int columns, unsigned seed) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-  ORXSrvMatrix matrix(rows, columns);
-  std::generate_n(matrix.Values(), matrix.NumberOfStoredValues(), [&] { return uniform(random); });
-  return matrix;
-}
 
 ORXSrvMatrix RandomSymmetric(int n, unsigned seed, double shift = 0.0) {
   ORXSrvMatrix matrix = Random(n, n, seed);
@@ -20,11 +11,6 @@ ORXSrvMatrix RandomSymmetric(int n, unsigned seed, double shift = 0.0) {
   for (int i = 0; i < n; ++i)
     matrix.Values()[i * (n + 1)] += shift;
   return ORXSrvMatrix(matrix);
-}
-
-double At(ORXSrvMatrix const& a, int i, int j) {
-  if (a.IsDiagonal()) return i == j ? a.Values()[i] : 0.0;
-  return a.Values()[j * a.NumberOfRows() + i];
 }
 
 /// Largest |op(A) x - b| over |A| |x| + |b|, componentwise.

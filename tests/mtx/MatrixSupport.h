@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
 #include <ostream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -29,6 +31,21 @@ inline ORXSrvMatrix Diagonal(std::initializer_list<double> values) {
   ORXSrvMatrix matrix(n, n, nullptr, false, true);
   matrix.SetDiagonal(values.begin());
   return matrix;
+}
+
+/// Values in [-1, 1).
+inline ORXSrvMatrix Random(int rows, int columns, unsigned seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+  ORXSrvMatrix matrix(rows, columns);
+  std::generate_n(matrix.Values(), matrix.NumberOfStoredValues(), [&] { return uniform(random); });
+  return matrix;
+}
+
+/// Element (i, j) of either storage.
+inline double At(ORXSrvMatrix const& a, int i, int j) {
+  if (a.IsDiagonal()) return i == j ? a.Values()[i] : 0.0;
+  return a.Values()[j * a.NumberOfRows() + i];
 }
 
 /// The stored values in storage order.

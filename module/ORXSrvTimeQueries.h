@@ -1,0 +1,37 @@
+#ifndef ORXSRV_TIME_QUERIES_H
+#define ORXSRV_TIME_QUERIES_H
+
+/*
+ * The process timer for solver code in Fortran or C. The host starts it, once the library is up:
+ *
+ *     omi_Singleton<ORXSrvTimer>::Instance().CreateTimer();
+ *
+ * Both queries give seconds since then, and 0 before. In Fortran:
+ *
+ *     interface
+ *        subroutine orxsrvgetwalltime(t) bind(C, name="ORXSRVGETWALLTIME")
+ *           use, intrinsic :: iso_c_binding, only: c_double
+ *           real(c_double), intent(out) :: t
+ *        end subroutine
+ *     end interface
+ *     call orxsrvgetwalltime(t)
+ */
+
+#ifndef ORXSRV_EXPORT
+#define ORXSRV_EXPORT __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* *t = processor time of the whole process, user and system. */
+ORXSRV_EXPORT void ORXSRVGETCPUTIME(double* t);
+/* *t = elapsed wall-clock time. */
+ORXSRV_EXPORT void ORXSRVGETWALLTIME(double* t);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

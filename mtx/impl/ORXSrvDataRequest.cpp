@@ -1,0 +1,4 @@
+#include "mtx/ORXSrvDataRequest.h"
+
+ORXSrvDataRequest::ORXSrvDataRequest() noexcept = default;
+ORXSrvDataRequest::~ORXSrvDataRequest() = default;
