@@ -54,4 +54,23 @@ void Hdf5Blocks::Transfer(bool isWrite, int r1, int r2, int c1, int c2, double* 
   Checked(result, isWrite ? "H5Dwrite" : "H5Dread");
 }
 
+void CreateHdf5Datasets(std::string const& path, int count, int order) {
+  hid_t const access = H5Pcreate(H5P_FILE_ACCESS);
+  H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18);
+  hid_t const file = Checked(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access), "H5Fcreate");
+  hsize_t const extent[] = {static_cast<hsize_t>(order), static_cast<hsize_t>(order)};
+  hid_t const space = H5Screate_simple(2, extent, nullptr);
+  hid_t const creation = H5Pcreate(H5P_DATASET_CREATE);
+  H5Pset_alloc_time(creation, H5D_ALLOC_TIME_EARLY);
+  for (int k = 0; k < count; ++k)
+    H5Dclose(Checked(H5Dcreate2(file, std::to_string(k).c_str(), H5T_IEEE_F64LE, space, H5P_DEFAULT, creation,
+                                H5P_DEFAULT),
+                     "H5Dcreate2"));
+  H5Pclose(creation);
+  H5Sclose(space);
+  H5Fclose(file);
+  H5Pclose(access);
+  std::remove(path.c_str());
+}
+
 } // namespace bench

@@ -28,4 +28,7 @@ private:
   std::int64_t m_dataset;
 };
 
+/// Creates a file with `count` square datasets of zeros, closes and deletes it.
+void CreateHdf5Datasets(std::string const& path, int count, int order);
+
 } // namespace bench

@@ -6,15 +6,7 @@
  *
  *     omi_Singleton<ORXSrvTimer>::Instance().CreateTimer();
  *
- * Both queries give seconds since then, and 0 before. In Fortran:
- *
- *     interface
- *        subroutine orxsrvgetwalltime(t) bind(C, name="ORXSRVGETWALLTIME")
- *           use, intrinsic :: iso_c_binding, only: c_double
- *           real(c_double), intent(out) :: t
- *        end subroutine
- *     end interface
- *     call orxsrvgetwalltime(t)
+ * Both queries give seconds since then, and 0 before. fortran/orx_linear_algebra.f90 has the interfaces.
  */
 
 #ifndef ORXSRV_EXPORT

@@ -205,12 +205,6 @@ private:
 
 // ---- transposed products
 
-/// c = a^T * b or, with `accumulate`, c += a^T * b; of a symmetric result at least the lower triangle.
-void MultiplyTransposedBlock(ORXSrvMatrix const& a, ORXSrvMatrix const& b, ORXSrvMatrix& c, bool accumulate) {
-  TransposedGemm(a.NumberOfColumns(), b.NumberOfColumns(), b.NumberOfRows(), 1.0, Packed(a), Packed(b),
-                 accumulate ? 1.0 : 0.0, Into(c));
-}
-
 /// Row blocks that are taken together, so that the work area is about a column block of A by B's rows.
 int RowBlocksTogether(ORXSrvDenseMatrix const& a, int rowsOfB) {
   std::int64_t const rowBlock = std::int64_t{a.MaxNumberOfRowsInBlock()} * a.NumberOfColumns();
@@ -223,19 +217,20 @@ int RowBlocksTogether(ORXSrvDenseMatrix const& a, int rowsOfB) {
 template<class Operand>
 void MultiplyTransposed(ORXSrvDenseMatrix const& a, Operand const& b, ORXSrvMatrix& c, bool symmetric) {
   int const columns = a.NumberOfColumns();
-  RequireInput(Covers(c, columns, b.NumberOfColumns()), "TransposeMultiply", __LINE__);
+  RequireInput(Covers(c, columns, b.NumberOfColumns()) && (!symmetric || c.NumberOfRows() == columns),
+               "TransposeMultiply", __LINE__);
   std::vector<BlockRange> const groups = RowGroups(a, RowBlocksTogether(a, b.NumberOfRows()));
   WorkArea const workA(LargestSize(groups), columns);
   WorkArea const workB(LargestSize(groups), b.NumberOfColumns());
   BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(groups.size()));
-  bool accumulate = false;
+  int accumulate = 0;
   for (BlockRange const& rows : groups) {
     ORXSrvMatrix blockA = workA.As(rows.Size(), columns);
     ORXSrvMatrix blockB = workB.As(rows.Size(), b.NumberOfColumns());
     a.GetRows(rows.first, rows.last, blockA);
     b.GetRows(rows.first, rows.last, blockB);
-    MultiplyTransposedBlock(blockA, blockB, c, accumulate);
-    accumulate = true;
+    blockA.TransposeMultiply(blockB, c, symmetric ? 1 : 0, accumulate);
+    accumulate = 1;
     progress.BlockDone();
   }
   if (symmetric) c.SetSymmetricResults();

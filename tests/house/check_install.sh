@@ -26,7 +26,9 @@ c_output='19 43 22 50'
 cpp_output='206 ORXSrvMatrix::SetValues - Illegal input.
 202 ORXSrvSparseImExPorter: Failed to open file no such file.
 tally 0'
-fortran_output=' 10.0 14.0 14.0 20.0'
+fortran_output=' 10.0 14.0 14.0 20.0
+20
+The matrix container has no matrix 6.'
 
 cmake -S "$consumers" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/installed" >"$work/log" 2>&1 &&
   cmake --build "$work/cmake" >>"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
@@ -43,13 +45,14 @@ pkg_config_build() { # pkg_config_build COMPILER... SOURCE: the program of a sou
 }
 pkg_config_build g++ -std=c++20 "$consumers/consumer.cpp"
 expect 'C++, pkg-config' "$cpp_output" "$work/program"
-pkg_config_build gfortran "$consumers/consumer.f90"
+module=$(pkg-config --variable=fortran orx_linear_algebra)
+pkg_config_build gfortran -J"$work" "$module" "$consumers/consumer.f90"
 expect 'Fortran, pkg-config' "$fortran_output" "$work/program"
 pkg_config_build g++ -std=c++20 "$work/readme.cpp"
 expect 'README, C++' "$(block text 1)" "$work/program"
 block cpp 2 >"$work/readme2.cpp"
 pkg_config_build g++ -std=c++20 "$work/readme2.cpp"
 (cd "$work" && expect 'README, database' "$(block text 2)" ./program)
-pkg_config_build gfortran "$work/readme.f90"
+pkg_config_build gfortran -J"$work" "$module" "$work/readme.f90"
 expect 'README, Fortran' "$(block text 3)" "$work/program"
 expect 'installed orxmtx' 'orxmtx 0.1.0' "$work/installed/bin/orxmtx" --version

@@ -8,7 +8,7 @@
 
 #include <memory>
 
-extern "C" void fortran_times(double* cpu, double* wall);
+extern "C" void fortran_read_times(double* cpu, double* wall);
 
 namespace {
 
@@ -19,7 +19,7 @@ struct Times {
 
 Times FromFortran() {
   Times times;
-  fortran_times(&times.cpu, &times.wall);
+  fortran_read_times(&times.cpu, &times.wall);
   return times;
 }
 
