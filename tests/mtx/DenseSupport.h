@@ -2,6 +2,7 @@
 
 #include "core/ORXUnicodeString.h"
 #include "mtx/ORXSrvDenseMatrix.h"
+#include "mtx/ORXSrvMatrixContainer.h"
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 #include "mtx/ORXSrvUtilities.h"
 #include "sim/ORXSimCSet.h"
@@ -60,7 +61,7 @@ inline std::vector<int> Labels(ORXSimCSetID const& id) {
 
 /// How a matrix is stored and seen.
 struct DenseKind {
-  enum class Handle : std::uint8_t { Own, View, ViewOfView, Scratch, Column };
+  enum class Handle : std::uint8_t { Own, View, ViewOfView, Scratch, Registered, Column };
   char const* name;
   Handle handle;
   int rowChunk, columnChunk; ///< -1: stored whole
@@ -72,6 +73,7 @@ constexpr DenseKind denseKinds[] = {
     {"OddChunks", DenseKind::Handle::Own, 4, 3},
     {"ChunksLongerThanTheMatrix", DenseKind::Handle::Own, 64, 64},
     {"Scratch", DenseKind::Handle::Scratch, 3, 2},
+    {"Registered", DenseKind::Handle::Registered, 2, 3},
     {"View", DenseKind::Handle::View, 4, 3},
     {"ViewOfView", DenseKind::Handle::ViewOfView, 3, 2},
     {"ColumnWhole", DenseKind::Handle::Column, -1, -1},
@@ -113,6 +115,8 @@ public:
       return New(rows, columns, kind.rowChunk, kind.columnChunk);
     case DenseKind::Handle::Scratch:
       return std::make_unique<ORXSrvScratchDenseMatrix>(rows, columns, kind.rowChunk, kind.columnChunk);
+    case DenseKind::Handle::Registered:
+      return NewInRegistry(rows, columns, kind.rowChunk, kind.columnChunk);
     case DenseKind::Handle::Column:
       return std::make_unique<ORXSrvDenseMatrix>(
           ORXSrvUtilities::Create1DDistribution(NewSet(rows), kind.rowChunk));
@@ -130,7 +134,18 @@ public:
   static constexpr int frame = 2;
 
 private:
+  /// As the registry makes them; one whose identifier is taken is the caller's.
+  DensePtr NewInRegistry(int rows, int columns, int rowChunk, int columnChunk) const {
+    constexpr int taken = 1;
+    if (m_registry == nullptr) {
+      m_registry = std::make_unique<ORXSrvMatrixContainer>();
+      m_registry->Create(taken, 1, 1, 1, 1);
+    }
+    return DensePtr(&m_registry->Create(taken, rows, columns, rowChunk, columnChunk));
+  }
+
   WorkingFolder m_folder;
   ORXSimDatabase m_database;
   ORXSimContextID m_context;
+  mutable std::unique_ptr<ORXSrvMatrixContainer> m_registry; ///< made when it is asked for
 };
