@@ -14,5 +14,7 @@ void ClaimElementOperations(Report& report);
 void ClaimAssembly(Report& report);
 /// Reading and writing text triplets.
 void ClaimTextTriplets(Report& report);
+/// Products of sparse matrices and blocks of vectors.
+void ClaimSparseKernels(Report& report);
 
 } // namespace bench

@@ -16,4 +16,8 @@ std::string PythonWithSciPy() {
 
 std::string TextPeersCommand(std::string const& python) { return python + " '" + ORX_BENCH_TEXT_PEERS + "'"; }
 
+std::string KernelPeersCommand(std::string const& python) {
+  return python + " '" + ORX_BENCH_KERNEL_PEERS + "'";
+}
+
 } // namespace bench

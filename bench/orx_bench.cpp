@@ -77,6 +77,7 @@ int Run(char const* word) {
   bench::ClaimElementOperations(report);
   bench::ClaimAssembly(report);
   bench::ClaimTextTriplets(report);
+  bench::ClaimSparseKernels(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();
