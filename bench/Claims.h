@@ -20,5 +20,7 @@ void ClaimDatabaseCommits(Report& report);
 void ClaimDenseProducts(Report& report);
 /// Reading and writing text triplets.
 void ClaimTextTriplets(Report& report);
+/// Products of sparse matrices and blocks of vectors.
+void ClaimSparseKernels(Report& report);
 
 } // namespace bench

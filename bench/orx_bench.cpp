@@ -80,6 +80,7 @@ int Run(char const* word) {
   bench::ClaimDatabaseValues(report);
   bench::ClaimDatabaseCommits(report);
   bench::ClaimDenseProducts(report);
+  bench::ClaimSparseKernels(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();
