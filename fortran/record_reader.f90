@@ -4,7 +4,8 @@
 !   record 1           the order n
 !   record 2 ... n+1   one per row: k, k one-based columns, k values; the first pair is the diagonal
 !
-! Nothing here stops the process: each routine returns 0, or what was wrong. mtx/impl/FortranRecords.cpp declares them.
+! Nothing here stops the process: each routine returns 0, or what was wrong. The caller has walked along the
+! markers of a record before it is read, because this runtime does not come back from some damaged ones. mtx/impl/FortranRecords.cpp declares them.
 module record_reader
   use, intrinsic :: iso_c_binding, only: c_char, c_double, c_int32_t, c_int64_t, c_null_char
   implicit none
@@ -16,18 +17,20 @@ module record_reader
 
 contains
 
-  ! Opens the file and reads the order. A unit that the host has in use is left alone.
-  integer(c_int32_t) function open_records(path, length, order, message) bind(c, name="orx_fortran_open")
+  ! Opens the file and tells the byte order that the runtime will read it in. A unit that the host has in use
+  ! is left alone.
+  integer(c_int32_t) function open_records(path, length, is_big_endian, message) bind(c, name="orx_fortran_open")
     integer(c_int32_t), value :: length
     character(kind=c_char), intent(in) :: path(length)
-    integer(c_int32_t), intent(out) :: order
+    integer(c_int32_t), intent(out) :: is_big_endian
     character(kind=c_char), intent(out) :: message(message_size)
     character(len=length) :: name
     character(len=message_size) :: text
+    character(len=16) :: byte_order
     integer :: status, k
     logical :: in_use
 
-    order = 0
+    is_big_endian = 0
     do k = 1, length
       name(k:k) = path(k)
     end do
@@ -41,10 +44,24 @@ contains
     open (unit=unit, file=name, access="sequential", form="unformatted", action="read", status="old", &
           iostat=status, iomsg=text)
     if (status == 0) then
-      read (unit, iostat=status, iomsg=text) order
-      if (status /= 0) call close_records()
+      inquire (unit=unit, convert=byte_order)
+      if (byte_order == "BIG_ENDIAN") is_big_endian = 1
+      open_records = done
     end if
-    if (status == 0) open_records = done
+    call tell(trim(text), message)
+  end function
+
+  ! Reads the first record.
+  integer(c_int32_t) function read_order(order, message) bind(c, name="orx_fortran_read_order")
+    integer(c_int32_t), intent(out) :: order
+    character(kind=c_char), intent(out) :: message(message_size)
+    character(len=message_size) :: text
+    integer :: status
+
+    text = ""
+    order = 0
+    read (unit, iostat=status, iomsg=text) order
+    read_order = merge(done, unreadable, status == 0)
     call tell(trim(text), message)
   end function
 

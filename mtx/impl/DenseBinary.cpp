@@ -182,10 +182,10 @@ SparseContent ReadDenseBinary(char const* path) {
 
 void WriteDenseBinary(char const* path, SparseView const& matrix) {
   auto const cells = static_cast<std::uint64_t>(matrix.rows) * static_cast<std::uint64_t>(matrix.columns);
-  CompressedRows const byColumns = cells > 0 ? Transposed(matrix) : CompressedRows();
   FileOutput file(path, FileOutput::Existing::KeepTail);
   // The header is as long as two values; what no 64-bit size can say is asked for as the largest one.
   file.RequireSpace(mem_ArrayBytes(static_cast<std::int64_t>(cells) + 2, sizeof(double)));
+  CompressedRows const byColumns = cells > 0 ? Transposed(matrix) : CompressedRows();
   Header const header{matrix.rows, matrix.columns, matrix.rows, matrix.columns};
   file.Write(&header, 1);
   WriteImage(file, byColumns, matrix.rows, matrix.columns);

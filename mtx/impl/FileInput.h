@@ -43,6 +43,8 @@ public:
     Require(count, elementBytes, what);
     m_offset += count * elementBytes;
   }
+  /// REQUIRES offset <= Size().
+  void MoveTo(std::int64_t offset) noexcept { m_offset = offset; }
 
   /// Raises the error for a fault at `offset`; `fault` says what was expected and what was found.
   [[noreturn]] void Fail(std::int64_t offset, std::string const& fault) const;
