@@ -3,6 +3,7 @@
 #include "mtx/ORXSrvMtxOpenFileException.h"
 #include "mtx/impl/SparseContent.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -11,8 +12,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-// Gives a reader the fuzzer's bytes as a file. It may refuse them with its own error, or run out of the memory
-// that the fuzzer grants it; what it accepts has to be a sound matrix.
+// Gives a reader the fuzzer's bytes as a file. It may refuse them with its own error, or run out of the
+// memory that the fuzzer grants it; what it accepts has to be a sound matrix.
 
 /// The bytes as a file in memory that has a path.
 class MemoryFile {
@@ -55,21 +56,27 @@ inline void RequireSound(SparseContent const& matrix) {
     for (std::int32_t i = 0; i < matrix.rows; ++i)
       sum += matrix.diagonal[i];
   }
-  volatile double const used = sum;
+  double const volatile used = sum;
   static_cast<void>(used);
 }
+
+/// A few bytes can stand for a matrix of many rows, which only takes time.
+constexpr std::int32_t largestDimension = 10000;
+constexpr int notForTheCorpus = -1;
 
 template<class Read>
 int FuzzOne(std::uint8_t const* bytes, std::size_t size, Read read) {
   MemoryFile const file(bytes, size);
   try {
-    RequireSound(read(file.Path().c_str()));
+    SparseContent const matrix = read(file.Path().c_str());
+    RequireSound(matrix);
+    if (std::max(matrix.rows, matrix.columns) > largestDimension) return notForTheCorpus;
   } catch (ORXSrvMtxOpenFileException const& error) {
     std::string const text = error.AsString().AsText();
     Require(text.find(file.Path()) != std::string::npos, "the error names the path");
     Require(text.find(" expected") != std::string::npos, "the error says what was expected");
   } catch (mem_OutOfMemory const&) {
-    return -1; // of no use to the corpus
+    return notForTheCorpus;
   }
   return 0;
 }
