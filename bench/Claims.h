@@ -22,5 +22,9 @@ void ClaimDenseProducts(Report& report);
 void ClaimMatrixRegistry(Report& report);
 /// Reading and writing text triplets.
 void ClaimTextTriplets(Report& report);
+/// Reading and writing every exchange format.
+void ClaimExchangeFiles(Report& report);
+/// Products of sparse matrices and blocks of vectors.
+void ClaimSparseKernels(Report& report);
 
 } // namespace bench

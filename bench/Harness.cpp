@@ -14,21 +14,11 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace bench {
 namespace {
 
 constexpr int claimWidth = 116;
-
-double Median(std::vector<double> values) {
-  std::size_t const middle = values.size() / 2;
-  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle), values.end());
-  double const upper = values[middle];
-  if (values.size() % 2 == 1) return upper;
-  return (*std::max_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle)) + upper) /
-         2;
-}
 
 std::string LowerCase(std::string_view text) {
   std::string lower(text);
@@ -84,6 +74,15 @@ void WarmMemory(std::int64_t bytes) {
   madvise(memory, size, MADV_HUGEPAGE);
   std::memset(memory, 1, size);
   munmap(memory, size);
+}
+
+double Median(std::vector<double> values) {
+  std::size_t const middle = values.size() / 2;
+  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle), values.end());
+  double const upper = values[middle];
+  if (values.size() % 2 == 1) return upper;
+  return (*std::max_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle)) + upper) /
+         2;
 }
 
 Pairs MeasurePairs(TimedRun const& ours, TimedRun const& peer, double seconds, int leastPairs) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 // How claims about speed are measured: our code and a peer do the same task in turn in one run, and what is
 // printed is the median over these pairs. A machine that is slow for a while is slow for both.
@@ -23,6 +24,9 @@ void WarmMemory(std::int64_t bytes);
 
 /// Does its preparations untimed, then the work, and returns the seconds of the work.
 using TimedRun = std::function<double()>;
+
+/// REQUIRES: at least one value.
+double Median(std::vector<double> values);
 
 /// Medians over pairs of runs.
 struct Pairs {
@@ -59,8 +63,8 @@ struct Goal {
   Kind kind = Kind::None;
   double bound = 0.0;
 };
-inline Goal AtMost(double bound) { return {Goal::Kind::AtMost, bound}; }
-inline Goal AtLeast(double bound) { return {Goal::Kind::AtLeast, bound}; }
+constexpr Goal AtMost(double bound) { return {Goal::Kind::AtMost, bound}; }
+constexpr Goal AtLeast(double bound) { return {Goal::Kind::AtLeast, bound}; }
 
 /// The table: one line per claim, "claim | ratio | goal | ok" or "short", printed as it is known.
 class Report {

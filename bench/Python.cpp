@@ -18,4 +18,8 @@ std::string PythonWithSciPy() { return PythonWith("scipy.io"); }
 
 std::string TextPeersCommand(std::string const& python) { return python + " '" + ORX_BENCH_TEXT_PEERS + "'"; }
 
+std::string KernelPeersCommand(std::string const& python) {
+  return python + " '" + ORX_BENCH_KERNEL_PEERS + "'";
+}
+
 } // namespace bench

@@ -9,7 +9,8 @@ namespace bench {
 std::string PythonWith(std::string const& modules);
 /// A Python interpreter that has SciPy, or "".
 std::string PythonWithSciPy();
-/// The command that runs text_peers.py, without its arguments.
+/// The commands that run text_peers.py and kernel_peers.py, without their arguments.
 std::string TextPeersCommand(std::string const& python);
+std::string KernelPeersCommand(std::string const& python);
 
 } // namespace bench

@@ -1,6 +1,7 @@
 #include "bench/Claims.h"
 #include "bench/HexMesh.h"
 #include "bench/Python.h"
+#include "bench/TemporaryFolder.h"
 #include "core/mem_Allocator.h"
 #include "mtx/ORXSrvSparseMatrix.h"
 
@@ -28,24 +29,6 @@ constexpr int elementsPerSide = 23;
 constexpr int textFormat = 3;
 /// More than a run takes.
 constexpr std::int64_t memoryOfRun = std::int64_t{1} << 28;
-
-class TemporaryFolder {
-public:
-  TemporaryFolder() : m_path((fs::temp_directory_path() / "orx-bench-XXXXXX").string()) {
-    if (mkdtemp(m_path.data()) == nullptr) throw std::runtime_error("no temporary folder " + m_path);
-  }
-  TemporaryFolder(TemporaryFolder const&) = delete;
-  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-  }
-  std::string const& Path() const { return m_path; }
-  std::string File(char const* name) const { return m_path + "/" + name; }
-
-private:
-  std::string m_path;
-};
 
 /// A stdio file that is closed with its scope; for the peers.
 class StdFile {

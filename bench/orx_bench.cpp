@@ -77,10 +77,12 @@ int Run(char const* word) {
   bench::ClaimElementOperations(report);
   bench::ClaimAssembly(report);
   bench::ClaimTextTriplets(report);
+  bench::ClaimExchangeFiles(report);
   bench::ClaimDatabaseValues(report);
   bench::ClaimDatabaseCommits(report);
   bench::ClaimDenseProducts(report);
   bench::ClaimMatrixRegistry(report);
+  bench::ClaimSparseKernels(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();

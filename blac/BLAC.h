@@ -93,6 +93,31 @@ BLAC_EXPORT void BLAC_XERBLA(char const* name, int const* info);
  */
 BLAC_EXPORT double BLAC_HDMCON(int const* index);
 
+/*
+ * Sparse kernels: products of a sparse matrix A in compressed rows and a block of nvec vectors.
+ *
+ *     BLAC_SPARSE_UMV          y := A*x     x: ncols x nvec   y: nrows x nvec
+ *     BLAC_SPARSE_UMTV         y := A'*x    x: nrows x nvec   y: ncols x nvec
+ *     BLAC_SPARSE_SPARSE_UMTV  y := A'*z    x: nrows x nvec   y: ncols x nvec
+ *
+ * Row i of A, from zero, has the values a[k] in the columns ja[k], from zero, for k = ia[i] ... ia[i+1] - 1.
+ * x and y are stored by columns without gaps and do not overlap; y is overwritten, whatever it held.
+ *
+ * The third kernel takes x on some rows of A only: its nrows is the length of the list idx, row p of x stands
+ * for row idx[p] of z, and all other rows of z are zero. Rows of A that are not listed are not read.
+ *
+ * Each vector's sums are made one product at a time, rows ascending, entries as they are stored: its result
+ * does not depend on nvec, bit for bit. nvec < 1 writes nothing. The kernels do not allocate; arguments are
+ * not checked.
+ */
+BLAC_EXPORT void BLAC_SPARSE_UMV(double const* a, double const* x, int const* ia, int const* ja, double* y,
+                                 int const* nrows, int const* ncols, int const* nvec);
+BLAC_EXPORT void BLAC_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y,
+                                  int const* nrows, int const* ncols, int const* nvec);
+BLAC_EXPORT void BLAC_SPARSE_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja,
+                                         double* y, int const* nrows, int const* ncols, int const* nvec,
+                                         int const* idx);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,113 @@
+// petsc_products FOLDER COUNT...: times PETSc's products of a sparse matrix with COUNT vectors each. FOLDER
+// holds the compressed rows in ia.bin, ja.bin and a.bin; the matrix is square. Prints what kernel_peers.py
+// prints. A program of its own, so that what PETSc loads is not in ours.
+
+#include "bench/BlockOfVectors.h"
+
+#include <petscmat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using bench::BlockOfVectors;
+using bench::LargeArray;
+using bench::MedianSeconds;
+
+void Require(PetscErrorCode error) {
+  if (error == 0) return;
+  std::fprintf(stderr, "PETSc: error %d\n", static_cast<int>(error));
+  std::exit(1);
+}
+
+template<class T>
+LargeArray<T> Read(std::string const& path) {
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  auto const bytes = static_cast<std::size_t>(file.tellg());
+  LargeArray<T> array(bytes / sizeof(T));
+  file.seekg(0);
+  if (!file.read(reinterpret_cast<char*>(array.Data()), static_cast<std::streamsize>(bytes))) {
+    std::fprintf(stderr, "cannot read %s\n", path.c_str());
+    std::exit(1);
+  }
+  return array;
+}
+
+struct Matrix {
+  LargeArray<PetscInt> ia, ja;
+  LargeArray<PetscScalar> a;
+  PetscInt rows;
+  Mat mat = nullptr;
+
+  explicit Matrix(std::string const& folder)
+      : ia(Read<PetscInt>(folder + "/ia.bin")), ja(Read<PetscInt>(folder + "/ja.bin")),
+        a(Read<PetscScalar>(folder + "/a.bin")), rows(static_cast<PetscInt>(ia.Size()) - 1) {
+    Require(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, rows, rows, ia.Data(), ja.Data(), a.Data(), &mat));
+  }
+};
+
+void Print(char const* name, int count, double seconds, BlockOfVectors const& y) {
+  std::printf("%s_%d %.9f\n%s_%d_checksum %.17g\n", name, count, seconds, name, count, y.Checksum());
+}
+
+/// One vector, with and without PETSc's use of rows that share their columns: the faster one counts.
+void TimeOneVector(Matrix const& matrix, BlockOfVectors& x, BlockOfVectors& y) {
+  Vec vx = nullptr, vy = nullptr;
+  Require(VecCreateSeqWithArray(PETSC_COMM_SELF, 1, matrix.rows, x.Data(), &vx));
+  Require(VecCreateSeqWithArray(PETSC_COMM_SELF, 1, matrix.rows, y.Data(), &vy));
+  auto const multiply = [&] { Require(MatMult(matrix.mat, vx, vy)); };
+  auto const multiplyTransposed = [&] { Require(MatMultTranspose(matrix.mat, vx, vy)); };
+  double const product = MedianSeconds(multiply);
+  double const transposed = MedianSeconds(multiplyTransposed);
+  Require(MatSetOption(matrix.mat, MAT_USE_INODES, PETSC_FALSE));
+  Print("product", 1, std::min(product, MedianSeconds(multiply)), y);
+  Print("transposed", 1, std::min(transposed, MedianSeconds(multiplyTransposed)), y);
+  Require(VecDestroy(&vx));
+  Require(VecDestroy(&vy));
+}
+
+using DenseProduct = PetscErrorCode (*)(Mat, Mat, MatReuse, PetscReal, Mat*);
+
+void TimeVectors(char const* name, DenseProduct product, Matrix const& matrix, BlockOfVectors& x,
+                 BlockOfVectors& y, int count) {
+  Mat dense = nullptr, result = nullptr;
+  Require(MatCreateSeqDense(PETSC_COMM_SELF, matrix.rows, count, x.Data(), &dense));
+  Require(product(matrix.mat, dense, MAT_INITIAL_MATRIX, PETSC_DEFAULT, &result));
+  double const seconds =
+      MedianSeconds([&] { Require(product(matrix.mat, dense, MAT_REUSE_MATRIX, PETSC_DEFAULT, &result)); });
+  PetscScalar const* values = nullptr;
+  Require(MatDenseGetArrayRead(result, &values));
+  std::copy(values, values + y.Size(), y.Data());
+  Require(MatDenseRestoreArrayRead(result, &values));
+  Print(name, count, seconds, y);
+  Require(MatDestroy(&result));
+  Require(MatDestroy(&dense));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 2;
+  setenv("OMPI_MCA_ess_singleton_isolated", "1", 0); // one process alone: Open MPI need not start its daemon
+  Require(PetscInitializeNoArguments());
+  Matrix matrix(argv[1]);
+  for (int k = 2; k < argc; ++k) {
+    int const count = std::atoi(argv[k]);
+    BlockOfVectors x = BlockOfVectors::Factors(matrix.rows, count);
+    BlockOfVectors y(matrix.rows, count);
+    if (count == 1) {
+      TimeOneVector(matrix, x, y);
+    } else {
+      TimeVectors("product", MatMatMult, matrix, x, y, count);
+      TimeVectors("transposed", MatTransposeMatMult, matrix, x, y, count);
+    }
+  }
+  Require(MatDestroy(&matrix.mat));
+  Require(PetscFinalize());
+  return 0;
+}

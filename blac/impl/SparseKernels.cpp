@@ -1,0 +1,48 @@
+#include "blac/BLAC.h"
+#include "blac/impl/SparseSweeps.h"
+
+namespace {
+
+using blac::SparseSweep;
+using blac::SparseSweepSet;
+using blac::vectorsInGroup;
+
+SparseSweepSet const& SweepsOfThisProcessor() {
+#ifdef __x86_64__
+  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl"))
+    return blac::avx512SparseSweeps;
+  if (__builtin_cpu_supports("avx2")) return blac::avx2SparseSweeps;
+#endif
+  return blac::plainSparseSweeps;
+}
+
+/// Groups of eight vectors, then the rest. x and y step by one vector's length.
+void SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep, std::ptrdiff_t lengthX,
+                     std::ptrdiff_t lengthY, int vectors) {
+  for (; vectors >= vectorsInGroup; vectors -= vectorsInGroup) {
+    sweeps[vectorsInGroup - 1](sweep);
+    sweep.x += vectorsInGroup * lengthX;
+    sweep.y += vectorsInGroup * lengthY;
+  }
+  if (vectors > 0) sweeps[vectors - 1](sweep);
+}
+
+} // namespace
+
+void BLAC_SPARSE_UMV(double const* a, double const* x, int const* ia, int const* ja, double* y,
+                     int const* nrows, int const* ncols, int const* nvec) {
+  SweepOverGroups(SweepsOfThisProcessor().product, {a, ia, ja, nullptr, *nrows, *ncols, x, y}, *ncols, *nrows,
+                  *nvec);
+}
+
+void BLAC_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y,
+                      int const* nrows, int const* ncols, int const* nvec) {
+  SweepOverGroups(SweepsOfThisProcessor().transposedProduct, {a, ia, ja, nullptr, *nrows, *ncols, x, y},
+                  *nrows, *ncols, *nvec);
+}
+
+void BLAC_SPARSE_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y,
+                             int const* nrows, int const* ncols, int const* nvec, int const* idx) {
+  SweepOverGroups(SweepsOfThisProcessor().transposedProduct, {a, ia, ja, idx, *nrows, *ncols, x, y}, *nrows,
+                  *ncols, *nvec);
+}

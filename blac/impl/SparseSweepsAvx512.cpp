@@ -1,0 +1,9 @@
+#ifdef __x86_64__
+
+#define BLAC_SWEEP_TARGET "avx2,avx512f,avx512vl"
+#define BLAC_SWEEP_NAMESPACE avx512
+#include "blac/impl/SparseSweepsX86.h"
+
+constexpr blac::SparseSweepSet blac::avx512SparseSweeps = blac::avx512::sweepSet;
+
+#endif

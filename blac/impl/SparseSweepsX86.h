@@ -1,0 +1,523 @@
+#pragma once
+
+#include "blac/impl/SparseSweeps.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <immintrin.h>
+#include <utility>
+
+// The sweeps with registers of four doubles. A source defines BLAC_SWEEP_TARGET, the instruction sets that
+// the functions below may use, and BLAC_SWEEP_NAMESPACE, where they are put, and includes this file. What
+// lies outside them is compiled as everywhere else.
+//
+// Two things make these sweeps fast, besides the registers:
+//
+//  - Rows with the same columns, as the unknowns of one node have them, are taken up to three together: what
+//    is loaded of x or y serves all of them.
+//  - Columns that follow each other, as those of a node or of neighbouring nodes do, are taken up to four
+//    together: the elements of one vector are loaded at once.
+//
+// The product has the vectors in the lanes, because the sum of one vector may not be split up: the elements
+// of x are transposed on their way from memory.
+//
+//     columns j ... j+2 of x                        sums of row r, one register per four vectors
+//     v0: x x x .  \                                v0 v1 v2 v3
+//     v1: x x x .   \ transposed  j  : v0 v1 v2 v3  += a(r, j  ) * (...)
+//     v2: x x x .   /             j+1: v0 v1 v2 v3  += a(r, j+1) * (...)
+//     v3: x x x .  /              j+2: v0 v1 v2 v3  += a(r, j+2) * (...)
+//
+// The transposed product has the columns in the lanes: it adds a(r, j ... j+3) * x(r, v) to y(j ... j+3, v).
+
+#define BLAC_SWEEP [[gnu::target(BLAC_SWEEP_TARGET)]]
+#define BLAC_SWEEP_INLINE [[gnu::target(BLAC_SWEEP_TARGET), gnu::always_inline]] inline
+
+namespace blac::BLAC_SWEEP_NAMESPACE {
+
+/// How far ahead of their use a and ja are fetched: about the best of 1, 2, 4 and 8 KB.
+inline constexpr std::ptrdiff_t bytesAhead = 2048;
+/// How far ahead x and y are fetched, a line of each vector at a time. It pays for short rows and many
+/// vectors: their streams are more than the processor keeps apart.
+inline constexpr std::ptrdiff_t elementsAhead = 32;
+inline constexpr std::ptrdiff_t elementsInLine = 8;
+/// Comparing the columns of rows shorter than this costs more than it can save.
+inline constexpr int leastSharedColumns = 12;
+inline constexpr int mostRowsInBlock = 3;
+inline constexpr int lanes = 4;
+
+/// Neighbouring rows with the same columns.
+template<int rows>
+struct RowBlock {
+  double const* a; ///< of the first row; the next ones follow without gaps
+  int const* columns;
+  std::ptrdiff_t length; ///< entries of a row
+};
+
+/// Fetches a and ja ahead of entry k of the block, as far as `entries` entries of all rows reach. The fetches
+/// go through the arrays in the order of their addresses although the rows are read side by side: in the
+/// order of the reads, the processor's own prefetching stops and a sweep takes up to twice as long. They may
+/// go beyond the end of the arrays; a prefetch does not fault.
+template<int entries, int rows>
+BLAC_SWEEP_INLINE void FetchAhead(RowBlock<rows> const& block, std::ptrdiff_t k) {
+  constexpr std::ptrdiff_t line = 64;
+  auto const* const a = reinterpret_cast<char const*>(block.a + k * rows) + bytesAhead;
+  auto const* const ja = reinterpret_cast<char const*>(block.columns + k * rows) + bytesAhead;
+  for (std::ptrdiff_t byte = 0; byte < std::ptrdiff_t{sizeof(double)} * rows * entries; byte += line)
+    _mm_prefetch(a + byte, _MM_HINT_NTA);
+  for (std::ptrdiff_t byte = 0; byte < std::ptrdiff_t{sizeof(int)} * rows * entries; byte += line)
+    _mm_prefetch(ja + byte, _MM_HINT_NTA);
+}
+
+/// Fetches a line of each vector. The address may lie beyond the vectors.
+template<int vectors>
+BLAC_SWEEP_INLINE void FetchVectors(double const* first, std::ptrdiff_t stride) {
+  for (int v = 0; v < vectors; ++v)
+    _mm_prefetch(reinterpret_cast<char const*>(first + v * stride), _MM_HINT_T0);
+}
+
+// ---- the product
+
+/// Four vectors or fewer in the lanes, zeros in the others: x[0], x[stride] ...
+template<int vectors>
+BLAC_SWEEP_INLINE __m256d LoadVectors(double const* x, std::ptrdiff_t stride) {
+  __m128d low = _mm_load_sd(x);
+  if constexpr (vectors > 1) low = _mm_loadh_pd(low, x + stride);
+  if constexpr (vectors < 3) return _mm256_zextpd128_pd256(low);
+  __m128d high = _mm_load_sd(x + 2 * stride);
+  if constexpr (vectors > 3) high = _mm_loadh_pd(high, x + 3 * stride);
+  return _mm256_insertf128_pd(_mm256_castpd128_pd256(low), high, 1);
+}
+
+/// The same for the columns of x[0], x[1] and x[2]. Reads x[3], x[stride + 3] ... too.
+struct ThreeColumns {
+  __m256d first, second, third;
+};
+template<int vectors>
+BLAC_SWEEP_INLINE ThreeColumns LoadThreeColumns(double const* x, std::ptrdiff_t stride) {
+  __m256d const zero = _mm256_setzero_pd();
+  __m256d const v0 = _mm256_loadu_pd(x);
+  __m256d const v1 = vectors > 1 ? _mm256_loadu_pd(x + stride) : zero;
+  __m256d const v2 = vectors > 2 ? _mm256_loadu_pd(x + 2 * stride) : zero;
+  __m256d const v3 = vectors > 3 ? _mm256_loadu_pd(x + 3 * stride) : zero;
+  __m256d const even01 = _mm256_unpacklo_pd(v0, v1);
+  __m256d const even23 = _mm256_unpacklo_pd(v2, v3);
+  __m256d const odd01 = _mm256_unpackhi_pd(v0, v1);
+  __m256d const odd23 = _mm256_unpackhi_pd(v2, v3);
+  return {_mm256_permute2f128_pd(even01, even23, 0x20), _mm256_permute2f128_pd(odd01, odd23, 0x20),
+          _mm256_permute2f128_pd(even01, even23, 0x31)};
+}
+
+/// The sums of four vectors or fewer, for each row of a block. Packs rather than loops over the rows: they
+/// leave the sums in registers.
+template<int vectors, int rows, class = std::make_index_sequence<rows>>
+class Sums;
+template<int vectors, int rows, std::size_t... r>
+class Sums<vectors, rows, std::index_sequence<r...>> {
+public:
+  BLAC_SWEEP_INLINE Sums() { ((m_sums[r] = _mm256_setzero_pd()), ...); }
+  BLAC_SWEEP_INLINE void Add(double const* a, std::ptrdiff_t stride, __m256d x) {
+    ((m_sums[r] = _mm256_add_pd(m_sums[r], _mm256_mul_pd(_mm256_broadcast_sd(a + r * stride), x))), ...);
+  }
+  BLAC_SWEEP_INLINE void Add(double const* a, std::ptrdiff_t stride, ThreeColumns const& x) {
+    Add(a, stride, x.first);
+    Add(a + 1, stride, x.second);
+    Add(a + 2, stride, x.third);
+  }
+  BLAC_SWEEP_INLINE void Store(double* y, std::ptrdiff_t stride) const {
+    (StoreRow(y + r, stride, m_sums[r]), ...);
+  }
+
+private:
+  BLAC_SWEEP_INLINE static void StoreRow(double* y, std::ptrdiff_t stride, __m256d sums) {
+    __m128d const low = _mm256_castpd256_pd128(sums);
+    __m128d const high = _mm256_extractf128_pd(sums, 1);
+    _mm_storel_pd(y, low);
+    if constexpr (vectors > 1) _mm_storeh_pd(y + stride, low);
+    if constexpr (vectors > 2) _mm_storel_pd(y + 2 * stride, high);
+    if constexpr (vectors > 3) _mm_storeh_pd(y + 3 * stride, high);
+  }
+
+  __m256d m_sums[rows];
+};
+
+/// Hides from the compiler what it knows of an address. Otherwise it computes the addresses of all eight
+/// vectors in advance, for which there are not enough registers.
+template<class T>
+BLAC_SWEEP_INLINE T* Opaque(T* address) {
+  asm("" : "+r"(address));
+  return address;
+}
+
+/// Whether the columns j[0], j[1] and j[2] follow each other.
+BLAC_SWEEP_INLINE bool AreThree(int const* j) { return j[1] - j[0] == 1 && j[2] - j[0] == 2; }
+
+/// Two to eight vectors. Three columns are taken together only where a fourth follows: that is read too. The
+/// parts of the block are arguments of their own and so travel in registers: a struct would be loaded in
+/// other pieces than it has just been stored in, and wait for that in every row.
+template<int vectors, int rows>
+[[gnu::noinline]] BLAC_SWEEP void MultiplyBlock(double const* entries, int const* columns,
+                                                std::ptrdiff_t length, double const* x,
+                                                std::ptrdiff_t strideX, double* y, std::ptrdiff_t strideY) {
+  RowBlock<rows> const block{entries, columns, length};
+  constexpr int low = std::min(vectors, lanes);
+  constexpr int high = vectors - low;
+  Sums<low, rows> lowSums;
+  Sums<std::max(high, 1), rows> highSums;
+  for (std::ptrdiff_t k = 0; k < block.length;) {
+    int const* const j = block.columns + k;
+    double const* const a = block.a + k;
+    double const* const first = Opaque(x + j[0]);
+    if (k + 3 <= block.length && AreThree(j) && std::ptrdiff_t{j[0]} + lanes <= strideX) {
+      FetchAhead<3>(block, k);
+      lowSums.Add(a, block.length, LoadThreeColumns<low>(first, strideX));
+      if constexpr (high > 0)
+        highSums.Add(Opaque(a), block.length,
+                     LoadThreeColumns<high>(Opaque(first + lanes * strideX), strideX));
+      k += 3;
+    } else {
+      if (k % 8 == 0) FetchAhead<8>(block, k);
+      lowSums.Add(a, block.length, LoadVectors<low>(first, strideX));
+      if constexpr (high > 0)
+        highSums.Add(a, block.length, LoadVectors<high>(Opaque(first + lanes * strideX), strideX));
+      ++k;
+    }
+  }
+  lowSums.Store(y, strideY);
+  if constexpr (high > 0) highSums.Store(y + lanes * strideY, strideY);
+}
+
+/// One vector: the sums of a block's rows side by side, else each addition would wait for the one before.
+template<int rows>
+BLAC_SWEEP_INLINE void MultiplyBlockByOne(RowBlock<rows> const& block, double const* x, double* y) {
+  constexpr std::ptrdiff_t step = 8;
+  double sums[rows] = {};
+  for (std::ptrdiff_t begin = 0; begin < block.length; begin += step) {
+    FetchAhead<step>(block, begin);
+    std::ptrdiff_t const end = std::min(begin + step, block.length);
+    for (std::ptrdiff_t k = begin; k < end; ++k) {
+      double const factor = x[block.columns[k]];
+      for (int r = 0; r < rows; ++r)
+        sums[r] += block.a[r * block.length + k] * factor;
+    }
+  }
+  for (int r = 0; r < rows; ++r)
+    y[r] = sums[r];
+}
+
+// ---- the transposed product
+
+/// Clears y little by little just before it is used: then it need not come from memory twice. One vector is
+/// too little for that and is cleared at once.
+template<int vectors>
+class Clearing {
+public:
+  Clearing(double* y, std::ptrdiff_t columns) : m_y(y), m_columns(columns) {
+    if (vectors == 1) Finish();
+  }
+
+  /// Clears the columns of a row.
+  BLAC_SWEEP_INLINE void Prepare(RowBlock<1> const& row, bool isAscending) {
+    if (vectors == 1 || row.length == 0) return;
+    std::ptrdiff_t const last =
+        isAscending ? row.columns[row.length - 1] : *std::max_element(row.columns, row.columns + row.length);
+    if (last >= m_cleared) [[unlikely]]
+      m_cleared = Clear(m_y, m_columns, m_cleared, std::min(m_columns, last + columnsAhead));
+  }
+  /// Clears what is left.
+  void Finish() { m_cleared = Clear(m_y, m_columns, m_cleared, m_columns); }
+
+private:
+  static constexpr std::ptrdiff_t columnsAhead = 256; ///< for eight vectors 16 KB
+
+  [[gnu::noinline]] static std::ptrdiff_t Clear(double* y, std::ptrdiff_t columns, std::ptrdiff_t begin,
+                                                std::ptrdiff_t end) {
+    for (int v = 0; v < vectors; ++v)
+      std::fill(y + v * columns + begin, y + v * columns + end, 0.0);
+    return end;
+  }
+
+  double* m_y;
+  std::ptrdiff_t m_columns;
+  std::ptrdiff_t m_cleared = 0; ///< columns
+};
+
+/// Of the ascending columns j[0] ... j[left - 1] those at the front that follow each other, up to four.
+BLAC_SWEEP_INLINE int LengthOfRun(int const* j, std::ptrdiff_t left) {
+  for (int length = lanes; length > 1; --length)
+    if (left >= length && j[length - 1] - j[0] == length - 1) return length;
+  return 1;
+}
+
+/// All bits set in the first lanes.
+BLAC_SWEEP_INLINE __m256i FirstLanes(int count) {
+  alignas(__m256i) static constexpr std::int64_t masks[] = {-1, -1, -1, -1, 0, 0, 0};
+  return _mm256_loadu_si256(reinterpret_cast<__m256i const*>(masks + lanes - count));
+}
+
+/// What a block adds to y: element (r, v) of x in all lanes.
+template<int vectors, int rows>
+class Factors {
+public:
+  BLAC_SWEEP_INLINE Factors(double const* x, std::ptrdiff_t stride) {
+    for (int v = 0; v < vectors; ++v)
+      for (int r = 0; r < rows; ++r)
+        m_factors[v][r] = _mm256_broadcast_sd(x + v * stride + r);
+  }
+  /// y + sum of a[r] * factor(r, v), row by row.
+  template<int v>
+  BLAC_SWEEP_INLINE __m256d AddTo(__m256d y, __m256d const* a) const {
+    for (int r = 0; r < rows; ++r)
+      y = _mm256_add_pd(y, _mm256_mul_pd(m_factors[v][r], a[r]));
+    return y;
+  }
+  BLAC_SWEEP_INLINE double AddTo(double y, int v, double const* a) const {
+    for (int r = 0; r < rows; ++r)
+      y += m_factors[v][r][0] * a[r];
+    return y;
+  }
+
+private:
+  __m256d m_factors[vectors][rows];
+};
+
+/// Adds a run of entries to a vector of y; `used` says which lanes count where not all do.
+template<int v, bool isFull, int vectors, int rows>
+BLAC_SWEEP_INLINE void AddRunToVector(double* y, Factors<vectors, rows> const& factors, __m256d const* a,
+                                      __m256d used) {
+  __m256d const before = _mm256_loadu_pd(y);
+  __m256d const after = factors.template AddTo<v>(before, a);
+  _mm256_storeu_pd(y, isFull ? after : _mm256_blendv_pd(before, after, used));
+}
+
+template<bool isFull, int vectors, int rows, int... v>
+BLAC_SWEEP_INLINE void AddRun(RowBlock<rows> const& block, std::ptrdiff_t k, int length,
+                              Factors<vectors, rows> const& factors, double* y, std::ptrdiff_t stride,
+                              std::integer_sequence<int, v...>) {
+  __m256i const used = FirstLanes(length);
+  __m256d a[rows];
+  for (int r = 0; r < rows; ++r)
+    a[r] = isFull ? _mm256_loadu_pd(block.a + r * block.length + k)
+                  : _mm256_maskload_pd(block.a + r * block.length + k, used);
+  y = Opaque(y);
+  ((AddRunToVector<v, isFull>(y, factors, a, _mm256_castsi256_pd(used)), y += stride), ...);
+}
+
+template<int vectors, int rows, int... v>
+BLAC_SWEEP_INLINE void AddOne(RowBlock<rows> const& block, std::ptrdiff_t k,
+                              Factors<vectors, rows> const& factors, double* y, std::ptrdiff_t stride,
+                              std::integer_sequence<int, v...>) {
+  double a[rows];
+  for (int r = 0; r < rows; ++r)
+    a[r] = block.a[r * block.length + k];
+  y = Opaque(y);
+  ((*y = factors.AddTo(*y, v, a), y += stride), ...);
+}
+
+/// Two to eight vectors. REQUIRES: the columns ascend. Each then gets its products row by row.
+template<int vectors, int rows>
+[[gnu::noinline]] BLAC_SWEEP void AddBlock(double const* entries, int const* columns, std::ptrdiff_t length,
+                                           double const* x, std::ptrdiff_t strideX, double* y,
+                                           std::ptrdiff_t strideY) {
+  RowBlock<rows> const block{entries, columns, length};
+  constexpr auto allVectors = std::make_integer_sequence<int, vectors>();
+  Factors<vectors, rows> const factors(x, strideX);
+  for (std::ptrdiff_t k = 0; k < block.length;) {
+    int const* const j = block.columns + k;
+    double* const first = Opaque(y + j[0]);
+    int const run = std::ptrdiff_t{j[0]} + lanes <= strideY ? LengthOfRun(j, block.length - k) : 1;
+    if (run > 1 || k % 8 == 0) FetchAhead<lanes>(block, k);
+    if (run == lanes)
+      AddRun<true>(block, k, run, factors, first, strideY, allVectors);
+    else if (run > 1)
+      AddRun<false>(block, k, run, factors, first, strideY, allVectors);
+    else
+      AddOne(block, k, factors, first, strideY, allVectors);
+    k += run;
+  }
+}
+
+/// The same for one vector, column by column: there is too little to add for more.
+template<int rows>
+BLAC_SWEEP_INLINE void AddBlockToOne(RowBlock<rows> const& block, double const* x, double* y) {
+  constexpr std::ptrdiff_t step = 8;
+  double factors[rows];
+  for (int r = 0; r < rows; ++r)
+    factors[r] = x[r];
+  for (std::ptrdiff_t begin = 0; begin < block.length; begin += step) {
+    FetchAhead<step>(block, begin);
+    std::ptrdiff_t const end = std::min(begin + step, block.length);
+    for (std::ptrdiff_t k = begin; k < end; ++k) {
+      double sum = y[block.columns[k]];
+      for (int r = 0; r < rows; ++r)
+        sum += factors[r] * block.a[r * block.length + k];
+      y[block.columns[k]] = sum;
+    }
+  }
+}
+
+/// One row, entry by entry. A short row's runs are not taken together: they overlap with those of the row
+/// before, and what has just been stored in one piece cannot be loaded in another without waiting.
+template<int vectors>
+BLAC_SWEEP_INLINE void AddRow(RowBlock<1> const& row, double const* x, std::ptrdiff_t strideX, double* y,
+                              std::ptrdiff_t strideY) {
+  double factors[vectors];
+  for (int v = 0; v < vectors; ++v)
+    factors[v] = x[v * strideX];
+  FetchAhead<8>(row, 0);
+  for (std::ptrdiff_t k = 0; k < row.length; ++k) {
+    double const a = row.a[k];
+    double* const first = y + row.columns[k];
+    for (int v = 0; v < vectors; ++v)
+      first[v * strideY] += factors[v] * a;
+  }
+}
+
+// ---- blocks
+
+BLAC_SWEEP_INLINE RowBlock<1> RowAt(SparseSweep const& s, std::ptrdiff_t position) {
+  std::ptrdiff_t const row = s.list != nullptr ? s.list[position] : position;
+  return {s.a + s.ia[row], s.ja + s.ia[row], s.ia[row + 1] - s.ia[row]};
+}
+
+BLAC_SWEEP_INLINE bool SameColumns(int const* a, int const* b, std::ptrdiff_t length) {
+  std::ptrdiff_t k = 0;
+  for (; k + 8 <= length; k += 8) {
+    __m256i const first = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(a + k));
+    __m256i const second = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(b + k));
+    __m256i const different = _mm256_xor_si256(first, second);
+    if (_mm256_testz_si256(different, different) == 0) return false;
+  }
+  for (; k < length; ++k)
+    if (a[k] != b[k]) return false;
+  return true;
+}
+
+BLAC_SWEEP_INLINE bool AreAscending(int const* columns, std::ptrdiff_t length) {
+  std::ptrdiff_t k = 0;
+  for (; k + 8 < length; k += 8) {
+    __m256i const here = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(columns + k));
+    __m256i const next = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(columns + k + 1));
+    if (_mm256_movemask_epi8(_mm256_cmpgt_epi32(next, here)) != -1) return false;
+  }
+  for (; k + 1 < length; ++k)
+    if (columns[k] >= columns[k + 1]) return false;
+  return true;
+}
+
+/// How many rows from a position on, whose first is given, make a block.
+BLAC_SWEEP_INLINE int RowsInBlock(SparseSweep const& s, std::ptrdiff_t position, RowBlock<1> const& first) {
+  int rows = 1;
+  for (; rows < mostRowsInBlock && position + rows < s.rows; ++rows) {
+    RowBlock<1> const next = RowAt(s, position + rows);
+    if (next.length != first.length || next.a != first.a + rows * first.length ||
+        !SameColumns(next.columns, first.columns, first.length))
+      break;
+  }
+  return rows;
+}
+
+/// Calls operation.Do with the block of that many rows.
+template<class Operation>
+BLAC_SWEEP_INLINE void Perform(Operation const& operation, RowBlock<1> const& first, int rows) {
+  switch (rows) {
+  case 3:
+    return operation.Do(RowBlock<3>{first.a, first.columns, first.length});
+  case 2:
+    return operation.Do(RowBlock<2>{first.a, first.columns, first.length});
+  default:
+    return operation.Do(first);
+  }
+}
+
+// ---- the sweeps
+
+template<int vectors>
+struct Multiply {
+  double const* x;
+  std::ptrdiff_t strideX;
+  double* y;
+  std::ptrdiff_t strideY;
+
+  template<int rows>
+  BLAC_SWEEP_INLINE void Do(RowBlock<rows> const& block) const {
+    if constexpr (vectors == 1) {
+      MultiplyBlockByOne(block, x, y);
+    } else {
+      MultiplyBlock<vectors, rows>(block.a, block.columns, block.length, x, strideX, y, strideY);
+    }
+  }
+};
+
+template<int vectors>
+struct Add {
+  double const* x;
+  std::ptrdiff_t strideX;
+  double* y;
+  std::ptrdiff_t strideY;
+
+  template<int rows>
+  BLAC_SWEEP_INLINE void Do(RowBlock<rows> const& block) const {
+    if constexpr (vectors == 1) {
+      AddBlockToOne(block, x, y);
+    } else {
+      AddBlock<vectors, rows>(block.a, block.columns, block.length, x, strideX, y, strideY);
+    }
+  }
+};
+
+template<int vectors>
+BLAC_SWEEP void Product(SparseSweep const& s) {
+  std::ptrdiff_t nextFetch = 0;
+  for (std::ptrdiff_t i = 0; i < s.rows;) {
+    RowBlock<1> const row = RowAt(s, i);
+    if (i >= nextFetch) {
+      nextFetch = i + elementsInLine;
+      // In a banded matrix, the last column is where x is entered for the first time.
+      if (row.length > 0) FetchVectors<vectors>(s.x + row.columns[row.length - 1] + elementsAhead, s.columns);
+      FetchVectors<vectors>(s.y + i + elementsAhead, s.rows);
+    }
+    Multiply<vectors> const multiply{s.x, s.columns, s.y + i, s.rows};
+    if (row.length < leastSharedColumns) {
+      multiply.Do(row);
+      ++i;
+    } else {
+      int const rows = RowsInBlock(s, i, row);
+      Perform(multiply, row, rows);
+      i += rows;
+    }
+  }
+}
+
+template<int vectors>
+BLAC_SWEEP void TransposedProduct(SparseSweep const& s) {
+  Clearing<vectors> clearing(s.y, s.columns);
+  std::ptrdiff_t nextFetch = 0;
+  for (std::ptrdiff_t p = 0; p < s.rows;) {
+    if (vectors > 1 && p >= nextFetch) {
+      nextFetch = p + elementsInLine;
+      FetchVectors<vectors>(s.x + p + elementsAhead, s.rows);
+    }
+    RowBlock<1> const row = RowAt(s, p);
+    bool const isLong = row.length >= leastSharedColumns;
+    bool const isAscending = (isLong || vectors > 1) && AreAscending(row.columns, row.length);
+    clearing.Prepare(row, isAscending);
+    if (isLong && isAscending) {
+      int const rows = RowsInBlock(s, p, row);
+      Perform(Add<vectors>{s.x + p, s.rows, s.y, s.columns}, row, rows);
+      p += rows;
+    } else {
+      AddRow<vectors>(row, s.x + p, s.rows, s.y, s.columns);
+      ++p;
+    }
+  }
+  clearing.Finish();
+}
+
+template<int... n>
+constexpr SparseSweepSet MakeSet(std::integer_sequence<int, n...>) {
+  return {{&Product<n + 1>...}, {&TransposedProduct<n + 1>...}};
+}
+
+inline constexpr SparseSweepSet sweepSet = MakeSet(std::make_integer_sequence<int, vectorsInGroup>());
+
+} // namespace blac::BLAC_SWEEP_NAMESPACE

@@ -1,0 +1,335 @@
+#include "BlacSupport.h"
+#include "blac/BLAC.h"
+#include "blac/impl/SparseSweeps.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <numeric>
+#include <random>
+
+namespace {
+
+using blac::SparseSweep;
+using blac::SparseSweepSet;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+/// Compressed rows; the arrays have no room behind their last element, so that reads beyond it are noticed.
+struct Sparse {
+  explicit Sparse(int columnCount) : columns(columnCount) {}
+
+  int Rows() const { return static_cast<int>(ia.size()) - 1; }
+  void AppendRow(std::vector<int> const& rowColumns, std::vector<double> const& values) {
+    ja.insert(ja.end(), rowColumns.begin(), rowColumns.end());
+    a.insert(a.end(), values.begin(), values.end());
+    ia.push_back(static_cast<int>(ja.size()));
+    ja.shrink_to_fit();
+    a.shrink_to_fit();
+  }
+  Dense AsDense() const {
+    Dense dense = Filled(Rows(), columns, 0, [](int, int) { return 0; });
+    for (int i = 0; i < Rows(); ++i)
+      for (int k = ia[i]; k < ia[i + 1]; ++k)
+        dense(i, ja[k]) += a[k];
+    return dense;
+  }
+
+  int columns;
+  std::vector<int> ia{0}, ja;
+  std::vector<double> a;
+};
+
+/// Random values and patterns.
+class Maker {
+public:
+  explicit Maker(unsigned seed) : m_generator(seed) {}
+
+  int Below(int end) { return std::uniform_int_distribution(0, end - 1)(m_generator); }
+  std::vector<double> Values(std::size_t count) {
+    std::uniform_real_distribution<double> distribution(-1, 1);
+    std::vector<double> values(count);
+    std::generate(values.begin(), values.end(), [&] { return distribution(m_generator); });
+    return values;
+  }
+  /// As Values, but now and then infinite or a zero of either sign.
+  std::vector<double> SpecialValues(std::size_t count) {
+    std::vector<double> values = Values(count);
+    for (double& value : values)
+      if (Below(40) == 0) value = std::array{infinity, 0.0, -0.0}[static_cast<std::size_t>(Below(3))];
+    return values;
+  }
+  /// Ascending runs of up to `longest` columns with gaps between them.
+  std::vector<int> Runs(int columns, int longest) {
+    std::vector<int> row;
+    for (int column = Below(4); column < columns; column += 1 + Below(6))
+      for (int left = 1 + Below(longest); left > 0 && column < columns; --left)
+        row.push_back(column++);
+    return row;
+  }
+  std::vector<int> Pattern(int columns) {
+    std::vector<int> row = Runs(columns, 9);
+    switch (Below(8)) {
+    case 0:
+      return {};
+    case 1: // short
+      row.resize(std::min<std::size_t>(row.size(), 9));
+      return row;
+    case 2: // in any order
+      std::shuffle(row.begin(), row.end(), m_generator);
+      return row;
+    case 3: // columns that come twice, side by side
+      for (std::size_t k = 2; k < row.size(); k += 5)
+        row[k] = row[k - 1];
+      return row;
+    case 4: // and far apart
+      row.insert(row.end(), row.begin(), row.begin() + static_cast<std::ptrdiff_t>(row.size() / 2));
+      return row;
+    case 5: // full
+      row.resize(static_cast<std::size_t>(columns));
+      std::iota(row.begin(), row.end(), 0);
+      return row;
+    case 6: // the unknowns of nodes that are not neighbours
+      return Runs(columns, 3);
+    default:
+      return row;
+    }
+  }
+  /// Rows of all patterns, each up to seven times one after the other, now and then with another last column
+  /// or all moved by one.
+  Sparse Matrix(int rows, int columns) {
+    Sparse matrix(columns);
+    while (matrix.Rows() < rows) {
+      std::vector<int> pattern = Pattern(columns);
+      for (int times = 1 + Below(7); times > 0 && matrix.Rows() < rows; --times) {
+        if (!pattern.empty() && Below(6) == 0) pattern.back() = Below(columns);
+        if (!pattern.empty() && Below(6) == 0) Shift(pattern, columns);
+        matrix.AppendRow(pattern, Values(pattern.size()));
+      }
+    }
+    return matrix;
+  }
+
+private:
+  static void Shift(std::vector<int>& pattern, int columns) {
+    for (int& column : pattern)
+      column = (column + 1) % columns;
+  }
+
+  std::mt19937_64 m_generator;
+};
+
+/// What y holds before a kernel writes it.
+constexpr double stale = 1e300;
+std::vector<double> Stale(std::ptrdiff_t length) {
+  return std::vector<double>(static_cast<std::size_t>(length), stale);
+}
+
+/// The same bits; one NaN is as good as another.
+testing::AssertionResult SameBits(std::vector<double> const& expected, std::vector<double> const& actual) {
+  auto const same = [](double x, double y) {
+    return (std::isnan(x) && std::isnan(y)) ||
+           std::bit_cast<std::uint64_t>(x) == std::bit_cast<std::uint64_t>(y);
+  };
+  auto const [e, a] = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end(), same);
+  if (e == expected.end() && a == actual.end()) return testing::AssertionSuccess();
+  if (e == expected.end() || a == actual.end()) return testing::AssertionFailure() << "lengths differ";
+  return testing::AssertionFailure() << "element " << e - expected.begin() << " is " << *a
+                                     << " and should be " << *e;
+}
+
+std::vector<double> Perform(SparseSweepSet::Sweep sweep, SparseSweep arguments, std::ptrdiff_t length) {
+  std::vector<double> y = Stale(length);
+  arguments.y = y.data();
+  sweep(arguments);
+  return y;
+}
+
+enum class Kernel : std::uint8_t { Product, Transposed, Listed };
+
+/// The exported kernel's y.
+std::vector<double> Call(Kernel kernel, Sparse const& matrix, std::vector<double> const& x, int vectors,
+                         std::vector<int> const& list = {}) {
+  int const rows = kernel == Kernel::Listed ? static_cast<int>(list.size()) : matrix.Rows();
+  std::vector<double> y =
+      Stale(std::ptrdiff_t{std::max(vectors, 1)} * (kernel == Kernel::Product ? rows : matrix.columns));
+  double const* const a = matrix.a.data();
+  int const *const ia = matrix.ia.data(), *const ja = matrix.ja.data();
+  if (kernel == Kernel::Product)
+    BLAC_SPARSE_UMV(a, x.data(), ia, ja, y.data(), &rows, &matrix.columns, &vectors);
+  else if (kernel == Kernel::Transposed)
+    BLAC_SPARSE_UMTV(a, x.data(), ia, ja, y.data(), &rows, &matrix.columns, &vectors);
+  else
+    BLAC_SPARSE_SPARSE_UMTV(a, x.data(), ia, ja, y.data(), &rows, &matrix.columns, &vectors, list.data());
+  return y;
+}
+
+//     . 2 . -1
+//     . . .  .
+//     3 . 5  .
+Sparse Example() {
+  Sparse matrix(4);
+  matrix.AppendRow({1, 3}, {2, -1});
+  matrix.AppendRow({}, {});
+  matrix.AppendRow({0, 2}, {3, 5});
+  return matrix;
+}
+
+#ifdef __x86_64__
+struct NamedSet {
+  char const* name;
+  SparseSweepSet const* set;
+  bool isSupported;
+};
+
+/// Each set for a kind of processor must give the bits of the plain one.
+class SweepsForProcessors : public testing::TestWithParam<NamedSet> {
+protected:
+  void SetUp() override {
+    if (!GetParam().isSupported) GTEST_SKIP() << "this processor has no " << GetParam().name;
+  }
+
+  /// Both sweeps for each number of vectors.
+  static void Compare(Sparse const& matrix, std::vector<int> const& list, Maker& maker) {
+    std::ptrdiff_t const rows = matrix.Rows();
+    auto const listed = static_cast<std::ptrdiff_t>(list.size());
+    for (int vectors = 1; vectors <= blac::vectorsInGroup; ++vectors) {
+      SCOPED_TRACE(testing::Message() << rows << " x " << matrix.columns << ", " << vectors << " vectors");
+      auto const n = static_cast<std::size_t>(vectors - 1);
+      SparseSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, rows,
+                        matrix.columns,  nullptr,          nullptr};
+      auto const compare = [&](auto sweeps, std::size_t lengthX, std::ptrdiff_t lengthY) {
+        std::vector<double> const x = maker.SpecialValues(lengthX * vectors);
+        sweep.x = x.data();
+        ASSERT_TRUE(SameBits(Perform((blac::plainSparseSweeps.*sweeps)[n], sweep, lengthY * vectors),
+                             Perform((GetParam().set->*sweeps)[n], sweep, lengthY * vectors)));
+      };
+      compare(&SparseSweepSet::product, static_cast<std::size_t>(matrix.columns), rows);
+      compare(&SparseSweepSet::transposedProduct, static_cast<std::size_t>(rows), matrix.columns);
+      sweep.rows = listed;
+      sweep.list = list.data();
+      compare(&SparseSweepSet::transposedProduct, list.size(), matrix.columns);
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(X86, SweepsForProcessors,
+                         testing::Values(NamedSet{"AVX2", &blac::avx2SparseSweeps,
+                                                  __builtin_cpu_supports("avx2") != 0},
+                                         NamedSet{"AVX512", &blac::avx512SparseSweeps,
+                                                  __builtin_cpu_supports("avx512f") != 0 &&
+                                                      __builtin_cpu_supports("avx512vl") != 0}),
+                         [](auto const& set) { return set.param.name; });
+#endif
+
+} // namespace
+
+TEST(SparseKernels, MultiplyByHand) {
+  Sparse const matrix = Example();
+
+  EXPECT_EQ(Call(Kernel::Product, matrix, {1, 2, 3, 4, 0, 1, 0, 1}, 2),
+            (std::vector<double>{0, 0, 18, 1, 0, 0}));
+  EXPECT_EQ(Call(Kernel::Transposed, matrix, {1, 7, 2, -1, 7, 0}, 2),
+            (std::vector<double>{6, 2, 10, -1, 0, -2, 0, 1}));
+  EXPECT_EQ(Call(Kernel::Listed, matrix, {10, 1}, 1, {2, 0}), (std::vector<double>{30, 2, 50, -1}));
+}
+
+TEST(SparseKernels, AgreeWithTheDenseProducts) {
+  Maker maker(1);
+  for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17}) {
+    Sparse const matrix = maker.Matrix(50, 40);
+    Dense const dense = matrix.AsDense();
+    Dense const x = Random(40, vectors, 0), z = Random(50, vectors, 0);
+
+    Dense y(50, vectors, 0), w(40, vectors, 0);
+    y.values = Call(Kernel::Product, matrix, x.values, vectors);
+    w.values = Call(Kernel::Transposed, matrix, z.values, vectors);
+
+    EXPECT_TRUE(Near(dense * x, y)) << vectors;
+    EXPECT_TRUE(Near(Transposed(dense) * z, w)) << vectors;
+  }
+}
+
+// The order of the additions is part of the contract; the plain sweep of one vector is its definition.
+TEST(SparseKernels, GiveEachVectorWhatItGetsAlone) {
+  Maker maker(2);
+  Sparse const matrix = maker.Matrix(70, 60);
+  SparseSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, 70, 60, nullptr, nullptr};
+  for (int const vectors : {1, 2, 7, 8, 9, 15, 16, 17, 24}) {
+    std::vector<double> const x = maker.Values(60U * vectors), z = maker.Values(70U * vectors);
+
+    std::vector<double> y, w;
+    for (int v = 0; v < vectors; ++v) {
+      sweep.x = x.data() + 60 * v;
+      std::vector<double> const one = Perform(blac::plainSparseSweeps.product[0], sweep, 70);
+      y.insert(y.end(), one.begin(), one.end());
+      sweep.x = z.data() + 70 * v;
+      std::vector<double> const other = Perform(blac::plainSparseSweeps.transposedProduct[0], sweep, 60);
+      w.insert(w.end(), other.begin(), other.end());
+    }
+
+    EXPECT_TRUE(SameBits(y, Call(Kernel::Product, matrix, x, vectors))) << vectors;
+    EXPECT_TRUE(SameBits(w, Call(Kernel::Transposed, matrix, z, vectors))) << vectors;
+  }
+}
+
+TEST(SparseKernels, TakeRowsThatAreNotListedForZero) {
+  Maker maker(3);
+  Sparse const matrix = maker.Matrix(90, 50);
+  std::vector<int> all(90), some;
+  std::iota(all.begin(), all.end(), 0);
+  std::copy_if(all.begin(), all.end(), std::back_inserter(some), [](int row) { return row % 5 < 3; });
+  int const count = static_cast<int>(some.size());
+  Dense const x = Random(90, 9, 0);
+  Dense const listed =
+      Filled(count, 9, 0, [&](int p, int v) { return x(some[static_cast<std::size_t>(p)], v); });
+  Dense const extended = Filled(90, 9, 0, [&](int i, int v) { return i % 5 < 3 ? x(i, v) : 0; });
+
+  EXPECT_TRUE(SameBits(Call(Kernel::Transposed, matrix, x.values, 9),
+                       Call(Kernel::Listed, matrix, x.values, 9, all)));
+  EXPECT_TRUE(SameBits(Call(Kernel::Transposed, matrix, extended.values, 9),
+                       Call(Kernel::Listed, matrix, listed.values, 9, some)));
+}
+
+TEST(SparseKernels, WriteNothingForNoVectorsAndZerosForNoRows) {
+  Sparse const matrix = Example();
+  for (int const vectors : {0, -1, -8, -9})
+    for (Kernel const kernel : {Kernel::Product, Kernel::Transposed, Kernel::Listed}) {
+      std::vector<double> const y = Call(kernel, matrix, {}, vectors, {0});
+      EXPECT_EQ(y, Stale(static_cast<std::ptrdiff_t>(y.size()))) << vectors;
+    }
+
+  EXPECT_EQ(Call(Kernel::Transposed, Sparse(3), {}, 9), std::vector<double>(27, 0.0));
+  EXPECT_EQ(Call(Kernel::Listed, matrix, {}, 3, {}), std::vector<double>(12, 0.0));
+}
+
+#ifdef __x86_64__
+TEST_P(SweepsForProcessors, GiveTheBitsOfThePlainOnesForAllPatterns) {
+  Maker maker(4);
+  for (int const columns : {1, 2, 3, 4, 5, 12, 13, 20, 37, 64, 300, 1100})
+    for (int repetition = 0; repetition < 4; ++repetition) {
+      Sparse const matrix = maker.Matrix(1 + maker.Below(60), columns);
+      // Neighbours, rows that come twice, and any order.
+      std::vector<int> list(static_cast<std::size_t>(maker.Below(40)));
+      for (std::size_t p = 0; p < list.size(); ++p) {
+        bool const isNeighbour = p > 0 && maker.Below(4) > 0;
+        list[p] = isNeighbour ? std::min(list[p - 1] + 1, matrix.Rows() - 1) : maker.Below(matrix.Rows());
+      }
+      Compare(matrix, list, maker);
+      if (HasFatalFailure()) return;
+    }
+}
+
+// Rows that share their columns are taken together: what one of them holds must not leak into another.
+TEST_P(SweepsForProcessors, KeepInfinitiesWhereTheyBelong) {
+  Maker maker(5);
+  for (int const rows : {1, 2, 3, 4, 6, 7}) {
+    Sparse matrix(31);
+    std::vector<int> const pattern = maker.Runs(31, 3);
+    for (int i = 0; i < rows; ++i)
+      matrix.AppendRow(pattern, maker.SpecialValues(pattern.size()));
+    Compare(matrix, {0, rows - 1}, maker);
+  }
+}
+#endif
