@@ -9,6 +9,8 @@
 
 class ORXSrvSystemDofDefinition;
 struct CompressedRows;
+struct SparseContent;
+struct SparseView;
 
 /// One entry of a sparse matrix; indices are zero-based.
 struct ORXSrvSparseMatrixEntry {
@@ -75,16 +77,39 @@ public:
 
   // Files
 
-  /// Replaces the matrix by a file's. `format`: 2 or 3, text with one "row column value" item per entry,
-  /// one-based, separated by blanks and line ends; the dimensions are the largest indices, duplicates are
-  /// summed, an empty file is a 0 x 0 matrix.
-  /// Raises ORXSrvMtxOpenFileException (path, and line for a malformed file), or error 210 for another
-  /// format; the matrix is then as before.
+  /// Replaces the matrix by a file's; docs/formats/ has a page for each. Files are checked, sizes, row
+  /// pointers and column indices included, and on any error the matrix is as before.
+  ///
+  ///     0      Fortran unformatted records, symmetric
+  ///     1      block binary, symmetric or unsymmetric
+  ///     2, 3   text, one-based "row column value"
+  ///     6      chunked binary, symmetric
+  ///     7      dense binary; values of magnitude up to 1e-16 are zeros
+  ///
+  /// Raises ORXSrvMtxOpenFileException (path, and for a malformed file the line, byte or record), or error
+  /// 210 for another format.
   void Import(char const* path, int format);
-  /// Writes a file. `format`: 3, text, one line "%ld %ld %18.15e" per entry, one-based, in the order of
-  /// GetEntries (symmetric form: diagonal, then pairs). `dofs` is not used by this format.
+  /// Replaces the matrix by the sparse drawer of a distribution and takes over its row and column sets.
+  /// Errors are the database's own, or 206 for a symmetric drawer that is not square; the matrix is then as
+  /// before.
+  void Import(ORXSimDistributionID id);
+  /// Writes a file; docs/formats/ has a page for each.
+  ///
+  ///     3   text, "%ld %ld %18.15e", one-based, in the order of GetEntries
+  ///     4   text, "%d,%d,%d,%d,%18.15e", node and degree of freedom of row and column as `dofs` has them
+  ///     5   text, "%d,%d, %18.15e", zero-based, one triangle of the symmetric form
+  ///     6   chunked binary; only for the symmetric form, else error 209
+  ///     7   dense binary
+  ///
+  /// Text files are written anew. Binary ones are not truncated: an older, longer file keeps its tail. The
+  /// diagonal of the symmetric form is not written by formats 4 and 7. `dofs` is used by format 4 only, which
+  /// without it is error 206, and raises the definition's own error for an equation it does not have.
   /// Raises error 208 with the path and the system's reason, or 207 for another format.
   void Export(char const* path, int format, ORXSrvSystemDofDefinition const* dofs) const;
+  /// Writes a new sparse drawer of a distribution, over the members of the two sets: as many rows as the
+  /// matrix has, and columns for its indices. The symmetric form stays one. The transaction is the caller's.
+  /// Errors are the database's own.
+  void Export(ORXSimCSetID rows, ORXSimCSetID columns, ORXSimDistributionID id) const;
 
 private:
   friend class ORXSrvSparseImExPorter;
@@ -101,6 +126,9 @@ private:
   ORX_LOCAL void ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
   /// The same for rows that are compressed already.
   ORX_LOCAL void ResetRows(CompressedRows&& compressed, int rows, int columns) noexcept;
+  /// The same for what a reader has put together, in either form.
+  ORX_LOCAL void Replace(SparseContent&& content) noexcept;
+  ORX_LOCAL SparseView View() const noexcept;
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
   /// changes how the arrays are read.
   bool IsSymmetricForm() const noexcept { return m_diagonal != nullptr; }

@@ -1,15 +1,24 @@
 #pragma once
 
-class ORXSrvSparseMatrix;
+#include "sim/ORXSimIdentifiers.h"
 
-/// Reads and writes sparse matrices as files, by format code. Holds no state: made for one call.
+class ORXSrvSparseMatrix;
+class ORXSrvSystemDofDefinition;
+
+/// Moves sparse matrices from and to files, by format code, and the database. Holds no state: made for one
+/// call. A failed import leaves the matrix as it was.
 class ORXSrvSparseImExPorter {
 public:
-  /// Replaces the content of `matrix`; on failure it is as before.
   void Import(ORXSrvSparseMatrix& matrix, char const* path, int format) const;
-  void Export(ORXSrvSparseMatrix const& matrix, char const* path, int format) const;
+  void Import(ORXSrvSparseMatrix& matrix, ORXSimDistributionID const& id) const;
+  /// `dofs` is used by format 4 only.
+  void Export(ORXSrvSparseMatrix const& matrix, char const* path, int format,
+              ORXSrvSystemDofDefinition const* dofs) const;
+  void Export(ORXSrvSparseMatrix const& matrix, ORXSimCSetID const& rows, ORXSimCSetID const& columns,
+              ORXSimDistributionID const& id) const;
 
 private:
-  static void ImportTextTriplets(ORXSrvSparseMatrix& matrix, char const* path, char const* mode);
-  static void ExportTextTriplets(ORXSrvSparseMatrix const& matrix, char const* path);
+  static void ExportNodeDofText(ORXSrvSparseMatrix const& matrix, char const* path,
+                                ORXSrvSystemDofDefinition const* dofs);
+  static void ExportChunkedBinary(ORXSrvSparseMatrix const& matrix, char const* path);
 };

@@ -2,6 +2,7 @@
 
 #include "mtx/impl/ORXSrvMtxErrors.h"
 #include "mtx/impl/ORXSrvSparseImExPorter.h"
+#include "mtx/impl/SparseContent.h"
 #include "mtx/impl/TripletCollector.h"
 #include "mtx/impl/TripletCompressor.h"
 
@@ -122,11 +123,34 @@ void ORXSrvSparseMatrix::Adopt(CompressedRows&& compressed) noexcept {
 // ---- files
 // --------------------------------------------------------------------------------------------------
 
-void ORXSrvSparseMatrix::Import(char const* path, int format) {
-  ORXSrvSparseImExPorter().Import(*this, path, format);
+void ORXSrvSparseMatrix::Replace(SparseContent&& content) noexcept {
+  ResetRows(std::move(content.entries), content.rows, content.columns);
+  m_nonzeros = content.nonzeros;
+  m_diagonal = std::move(content.diagonal);
+  m_symmetryState = m_diagonal != nullptr ? symmetric : unknown;
   m_isAssembled = 1;
 }
 
-void ORXSrvSparseMatrix::Export(char const* path, int format, ORXSrvSystemDofDefinition const*) const {
-  ORXSrvSparseImExPorter().Export(*this, path, format);
+SparseView ORXSrvSparseMatrix::View() const noexcept {
+  return {.rows = m_rows,
+          .columns = m_columns,
+          .storedRows = m_rowPointers != nullptr ? m_arrayRows : 0,
+          .starts = m_rowPointers.get(),
+          .columnIndices = m_columnIndices.get(),
+          .values = m_values.get(),
+          .diagonal = m_diagonal.get()};
+}
+
+void ORXSrvSparseMatrix::Import(char const* path, int format) {
+  ORXSrvSparseImExPorter().Import(*this, path, format);
+}
+
+void ORXSrvSparseMatrix::Import(ORXSimDistributionID id) { ORXSrvSparseImExPorter().Import(*this, id); }
+
+void ORXSrvSparseMatrix::Export(char const* path, int format, ORXSrvSystemDofDefinition const* dofs) const {
+  ORXSrvSparseImExPorter().Export(*this, path, format, dofs);
+}
+
+void ORXSrvSparseMatrix::Export(ORXSimCSetID rows, ORXSimCSetID columns, ORXSimDistributionID id) const {
+  ORXSrvSparseImExPorter().Export(*this, rows, columns, id);
 }

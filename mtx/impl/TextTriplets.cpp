@@ -2,18 +2,24 @@
 
 #include "mtx/ORXSrvMtxOpenFileException.h"
 #include "mtx/impl/DecimalText.h"
-#include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/TripletCollector.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
-#include <utility>
+#include <memory>
+#include <string>
 
 namespace {
 
 constexpr char sourceFile[] = "mtx/impl/TextTriplets.cpp";
+
+struct FileCloser {
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
 
 bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -47,20 +53,25 @@ std::string Quoted(char const* first, char const* last) {
 /// An item that the window cuts off is parsed again from its start when more has been read.
 class TripletReader {
 public:
-  TripletReader(char const* path, char const* mode, TripletCollector& collector)
-      : m_path(path), m_file(std::fopen(path, mode)), m_collector(collector),
-        m_window(mem_MakeArray<char>(m_capacity)), m_next(m_window.get()), m_end(m_next) {
+  TripletReader(char const* path, char const* mode)
+      : m_path(path), m_file(std::fopen(path, mode)), m_window(mem_MakeArray<char>(m_capacity)),
+        m_next(m_window.get()), m_end(m_next) {
     if (m_file == nullptr) ORXSrvMtxOpenFileException(path).Throw(sourceFile, __LINE__);
     std::setvbuf(m_file.get(), nullptr, _IONBF, 0); // the window is the buffer
   }
 
-  TextTripletShape Read() {
+  SparseContent Read() {
     while (GoToNextItem()) {
       if (m_count == batch) HandOver();
       TakeItem();
     }
     HandOver();
-    return m_shape;
+    SparseContent content;
+    content.rows = m_rows;
+    content.columns = m_columns;
+    content.entries = m_collector.Finish(m_rows, m_columns);
+    content.nonzeros = content.entries.nonzeros;
+    return content;
   }
 
 private:
@@ -104,8 +115,8 @@ private:
     at = read.end;
     entry.row = static_cast<std::uint32_t>(row) - 1;
     entry.column = static_cast<std::uint32_t>(column) - 1;
-    m_shape.rows = std::max(m_shape.rows, row);
-    m_shape.columns = std::max(m_shape.columns, column);
+    m_rows = std::max(m_rows, row);
+    m_columns = std::max(m_columns, column);
     ++m_count;
     return Field::None;
   }
@@ -177,8 +188,8 @@ private:
   }
 
   std::string m_path;
-  OpenFile m_file;
-  TripletCollector& m_collector;
+  std::unique_ptr<std::FILE, FileCloser> m_file;
+  TripletCollector m_collector;
   std::int64_t m_capacity = std::int64_t{1} << 18;
   mem_Array<char> m_window;
   char const* m_next;      ///< start of the next item, or blanks before it
@@ -188,49 +199,14 @@ private:
 
   static constexpr int batch = 1024; ///< items handed over together
   ORXSrvSparseMatrixEntry m_batch[batch];
-  int m_count = 0;          ///< items in m_batch
-  std::int64_t m_total = 0; ///< items handed over
-  TextTripletShape m_shape;
+  int m_count = 0;            ///< items in m_batch
+  std::int64_t m_total = 0;   ///< items handed over
+  std::int32_t m_rows = 0;    ///< the largest so far
+  std::int32_t m_columns = 0; ///< the largest so far
 };
 
 } // namespace
 
-TextTripletShape ReadTextTriplets(char const* path, char const* mode, TripletCollector& collector) {
-  return TripletReader(path, mode, collector).Read();
-}
-
-// ---- writing
-// ------------------------------------------------------------------------------------------------
-
-TextTripletWriter::TextTripletWriter(char const* path)
-    : m_path(path), m_file(std::fopen(path, "w")), m_buffer(mem_MakeArray<char>(bufferSize)),
-      m_next(m_buffer.get()) {
-  if (m_file == nullptr) Fail(__LINE__);
-  std::setvbuf(m_file.get(), nullptr, _IONBF, 0); // the lines are gathered here
-}
-
-void TextTripletWriter::Write(std::uint32_t row, std::uint32_t column, double value) {
-  constexpr std::size_t longestLine = 2 * maxUnsignedLength + maxScientific15Length + 3;
-  if (m_buffer.get() + bufferSize - m_next < static_cast<std::ptrdiff_t>(longestLine)) Flush();
-  m_next = WriteUnsigned(m_next, std::uint64_t{row} + 1);
-  *m_next++ = ' ';
-  m_next = WriteUnsigned(m_next, std::uint64_t{column} + 1);
-  *m_next++ = ' ';
-  m_next = WriteScientific15(m_next, value);
-  *m_next++ = '\n';
-}
-
-void TextTripletWriter::Flush() {
-  auto const count = static_cast<std::size_t>(m_next - m_buffer.get());
-  if (std::fwrite(m_buffer.get(), 1, count, m_file.get()) != count) Fail(__LINE__);
-  m_next = m_buffer.get();
-}
-
-void TextTripletWriter::Close() {
-  Flush();
-  if (std::fclose(m_file.release()) != 0) Fail(__LINE__);
-}
-
-void TextTripletWriter::Fail(int line) const {
-  ORXSrvMtxFileWriteFailure((m_path + ": " + std::strerror(errno)).c_str()).Throw(sourceFile, line);
+SparseContent ReadTextTriplets(char const* path, char const* mode) {
+  return TripletReader(path, mode).Read();
 }

@@ -1,40 +1,20 @@
+#include "FileSupport.h"
 #include "MatrixSupport.h"
+#include "SimSupport.h"
 #include "SparseSupport.h"
+#include "sim/ORXSrvSystemDofDefinition.h"
 
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <limits>
 #include <random>
-#include <sstream>
 #include <string>
-#include <sys/stat.h>
 
 namespace {
 
 using Access = ORXSrvSparseMatrixTestAccess;
 constexpr double infinity = std::numeric_limits<double>::infinity();
-
-/// A file in the test's temporary folder that goes with the object.
-class File {
-public:
-  explicit File(std::string const& content) : File() { std::ofstream(m_path, std::ios::binary) << content; }
-  File() : m_path(testing::TempDir() + "orx_text_triplets_" + std::to_string(++count) + ".txt") {}
-  File(File const&) = delete;
-  File& operator=(File const&) = delete;
-  ~File() { std::remove(m_path.c_str()); }
-  char const* Path() const { return m_path.c_str(); }
-  std::string Content() const {
-    std::ostringstream text;
-    text << std::ifstream(m_path, std::ios::binary).rdbuf();
-    return text.str();
-  }
-
-private:
-  static inline int count = 0;
-  std::string m_path;
-};
 
 Entries Imported(std::string const& content, int format = 3) {
   File const file(content);
@@ -175,7 +155,7 @@ TEST(TextImport, ItemsMayStandAnywhereInTheReadersBuffer) {
 TEST(TextImport, RefusesOtherFormats) {
   File const file("1 1 1\n");
   ORXSrvSparseMatrix matrix(2, 2);
-  for (int const format : {-1, 4, 5, 8, 99})
+  for (int const format : {-1, 4, 5, 8, 99, 256})
     EXPECT_EQ(Raised([&] { matrix.Import(file.Path(), format); }),
               "210 ORXSrvSparseImExPorter: Unsupported import format.");
   for (int const format : {-1, 0, 1, 2, 8})
@@ -207,6 +187,73 @@ TEST(TextExport, SymmetricFormIsTheDiagonalThenPairs) {
             "1 1 1.000000000000000e+00\n2 2 2.000000000000000e+00\n3 3 3.000000000000000e+00\n"
             "2 1 5.000000000000000e+00\n1 2 5.000000000000000e+00\n"
             "3 2 6.000000000000000e+00\n2 3 6.000000000000000e+00\n");
+}
+
+TEST(TextExport, ZeroBasedTextSeparatesByCommas) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{2, 0, -0.1}, {0, 11, 1e-300}, {1, 0, -infinity}});
+  File const file;
+  matrix.Export(file.Path(), 5, nullptr);
+  EXPECT_EQ(file.Content(), "0,11, 1.000000000000000e-300\n"
+                            "1,0,               -inf\n"
+                            "2,0, -1.000000000000000e-01\n");
+}
+
+TEST(TextExport, ZeroBasedTextOfTheSymmetricFormIsEachRowsDiagonalAndEntriesNotMirrored) {
+  std::vector<double> const diagonal{1, 2, 3};
+  auto const matrix = Access::Adopt({0, 0, 1, 2}, {0, 1}, {5, 6}, &diagonal, 5, 3);
+  File const file;
+  matrix->Export(file.Path(), 5, nullptr);
+  EXPECT_EQ(file.Content(), "0,0, 1.000000000000000e+00\n"
+                            "1,1, 2.000000000000000e+00\n1,0, 5.000000000000000e+00\n"
+                            "2,2, 3.000000000000000e+00\n2,1, 6.000000000000000e+00\n");
+}
+
+ORXSrvSystemDofDefinition Dofs(std::initializer_list<ORXSrvNodeDof> equations) {
+  ORXSimArray<ORXSrvNodeDof> array;
+  for (ORXSrvNodeDof const& equation : equations)
+    array.Append(equation);
+  return ORXSrvSystemDofDefinition(array);
+}
+
+TEST(TextExport, NodeDofTextNamesRowAndColumnOfASquareMatrix) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{0, 2, 1.5}, {2, 0, -0.1}, {2, 2, 4}});
+  File const file;
+  ORXSrvSystemDofDefinition const dofs = Dofs({{100, 1}, {0, 0}, {-2147483648, 6}});
+  matrix.Export(file.Path(), 4, &dofs);
+  EXPECT_EQ(file.Content(), "100,1,-2147483648,6,1.500000000000000e+00\n"
+                            "-2147483648,6,100,1,-1.000000000000000e-01\n"
+                            "-2147483648,6,-2147483648,6,4.000000000000000e+00\n");
+}
+
+TEST(TextExport, NodeDofTextHasTheColumnItselfWhereTheMatrixIsNotSquare) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{0, 2, 1.5}, {1, 0, 2}});
+  ORXSrvSystemDofDefinition const dofs = Dofs({{100, 1}, {101, 2}});
+  File const file;
+  matrix.Export(file.Path(), 4, &dofs);
+  EXPECT_EQ(file.Content(), "100,1,2,0,1.500000000000000e+00\n101,2,0,0,2.000000000000000e+00\n");
+}
+
+TEST(TextExport, NodeDofTextOfTheSymmetricFormLacksTheDiagonal) {
+  std::vector<double> const diagonal{1, 2, 3};
+  auto const matrix = Access::Adopt({0, 0, 1, 1}, {0}, {5}, &diagonal, 4, 3);
+  ORXSrvSystemDofDefinition const dofs = Dofs({{7, 1}, {7, 2}}); // no equation for the row without entries
+  File const file;
+  matrix->Export(file.Path(), 4, &dofs);
+  EXPECT_EQ(file.Content(), "7,2,7,1,5.000000000000000e+00\n");
+}
+
+TEST(TextExport, NodeDofTextNeedsADefinitionOfAllEquationsAndElseLeavesTheFile) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{0, 0, 1}, {1, 3, 1}, {3, 0, 1}});
+  File const file("as before");
+  EXPECT_EQ(Raised([&] { matrix.Export(file.Path(), 4, nullptr); }),
+            IllegalInput("Export(format 4), a definition of degrees of freedom expected, found none"));
+  ORXSrvSystemDofDefinition const dofs = Dofs({{1, 1}, {1, 2}, {1, 3}});
+  EXPECT_EQ(DatabaseError([&] { matrix.Export(file.Path(), 4, &dofs); }), ORXSimException::invalidArgument);
+  EXPECT_EQ(file.Content(), "as before");
 }
 
 TEST(TextExport, IsWhatPrintfWritesForAMillionBytes) {
@@ -249,10 +296,13 @@ TEST(TextExport, WhatIsWrittenIsReadBackToSixteenDigits) {
 TEST(TextExport, FailuresCarryThePathAndTheReason) {
   ORXSrvSparseMatrix matrix(0, 0);
   Assemble(matrix, {{0, 0, 1.0}});
-  EXPECT_EQ(Raised([&] { matrix.Export("/no/such/folder/k.txt", 3, nullptr); }),
-            "208 Error at writing to file: /no/such/folder/k.txt: No such file or directory");
-  EXPECT_EQ(Raised([&] { matrix.Export("/dev/full", 3, nullptr); }),
-            "208 Error at writing to file: /dev/full: No space left on device");
+  ORXSrvSystemDofDefinition const dofs = Dofs({{1, 1}});
+  for (int const format : {3, 4, 5}) {
+    EXPECT_EQ(Raised([&] { matrix.Export("/no/such/folder/k.txt", format, &dofs); }),
+              "208 Error at writing to file: /no/such/folder/k.txt: No such file or directory");
+    EXPECT_EQ(Raised([&] { matrix.Export("/dev/full", format, &dofs); }),
+              "208 Error at writing to file: /dev/full: No space left on device");
+  }
 }
 
 } // namespace

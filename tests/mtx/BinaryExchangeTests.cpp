@@ -1,0 +1,378 @@
+#include "FileSupport.h"
+#include "MatrixSupport.h"
+#include "SimSupport.h"
+#include "SparseSupport.h"
+#include "mtx/impl/BlockBinary.h"
+#include "mtx/impl/DenseBinary.h"
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Access = ORXSrvSparseMatrixTestAccess;
+using MatrixPtr = std::unique_ptr<ORXSrvSparseMatrix>;
+
+constexpr int fullChunk = 1 << chunkExponent;
+
+//    4 -1  0
+//   -1  4 -2    in symmetric form
+//    0 -2  5
+MatrixPtr Example() {
+  std::vector<double> const diagonal{4, 4, 5};
+  return Access::Adopt({0, 1, 2, 2}, {1, 2}, {-1, -2}, &diagonal, 5, 3);
+}
+
+/// Order 1000, with so many entries in its last row but one, as no assembly makes them: columns repeat.
+MatrixPtr SymmetricOfLength(int entries) {
+  std::vector<double> diagonal(1000);
+  std::vector<int> starts(1001, 0);
+  starts[999] = starts[1000] = entries;
+  std::vector<int> columns;
+  std::vector<double> values;
+  for (int k = 0; k < entries; ++k) {
+    columns.push_back(1 + k % 999);
+    values.push_back(k + 1);
+  }
+  for (int i = 0; i < 1000; ++i)
+    diagonal[static_cast<std::size_t>(i)] = -i;
+  return Access::Adopt(starts, columns, values, &diagonal, entries + 1000, 1000);
+}
+
+bool AreSame(SparseView const& a, SparseView const& b) {
+  auto const equal = [](auto const* x, auto const* y, std::int64_t count) {
+    return (x == nullptr) == (y == nullptr) && (x == nullptr || std::equal(x, x + count, y));
+  };
+  return a.rows == b.rows && a.columns == b.columns && a.storedRows == b.storedRows &&
+         equal(a.starts, b.starts, a.storedRows + 1) && equal(a.values, b.values, a.Entries()) &&
+         equal(a.columnIndices, b.columnIndices, a.Entries()) && equal(a.diagonal, b.diagonal, a.storedRows);
+}
+
+SparseView ViewOf(SparseContent const& content) {
+  return {content.rows,
+          content.columns,
+          content.rows,
+          content.entries.rowPointers.get(),
+          content.entries.columns.get(),
+          content.entries.values.get(),
+          content.diagonal.get()};
+}
+
+ORXSrvSparseMatrix& Imported(ORXSrvSparseMatrix& matrix, File const& file, int format) {
+  matrix.Import(file.Path(), format);
+  return matrix;
+}
+
+// ---- chunked binary
+// -------------------------------------------------------------------------------------------
+
+TEST(ChunkedExport, WritesTheStatedBytes) {
+  File const file;
+  WriteChunkedBinary(file.Path(), Access::View(*Example()), 2); // chunks of 4
+  EXPECT_EQ(file.Content(), Hex("03000000 02000000 01000000 00000000 02000000 01000000"
+                                "00000000 01000000 02000000 02000000"
+                                "0000000000001040 0000000000001040 0000000000001440"
+                                "01000000 02000000 00000000 00000000"
+                                "000000000000f0bf 00000000000000c0 0000000000000000 0000000000000000"
+                                "03000000 00000000 01000000 02000000 02000000 01000000 02000000"
+                                "01000000 01000000 01000000 00000000 01000000 02000000"));
+}
+
+TEST(ChunkedExport, SeveralChunksHoldColumnsThenValues) {
+  File const file;
+  WriteChunkedBinary(file.Path(), Access::View(*Example()), 0); // of 1: the last one is written as zeros
+  EXPECT_EQ(file.Content().substr(64, 24), Hex("01000000 000000000000f0bf 00000000 0000000000000000"));
+  EXPECT_EQ(file.Content().substr(8, 4), Hex("02000000"));
+}
+
+TEST(ChunkedExport, HasChunksOfTwoToTheSeventeen) {
+  File const file;
+  SymmetricOfLength(5)->Export(file.Path(), 6, nullptr);
+  std::string const bytes = file.Content();
+  std::size_t const columnsAt = 24 + 4 * 1001 + 8 * 1000;
+  std::size_t const valuesAt = columnsAt + 4 * fullChunk;
+  EXPECT_EQ(bytes.substr(0, 24), Raw<int>({1000, 5, 1, 0, 17, 1}));
+  EXPECT_EQ(bytes.substr(columnsAt, 24), Raw<int>({1, 2, 3, 4, 5, 0}));
+  EXPECT_EQ(bytes.substr(valuesAt, 48), Raw<double>({1, 2, 3, 4, 5, 0}));
+  EXPECT_EQ(bytes.find_first_not_of('\0', columnsAt + 20), valuesAt + 6);
+  EXPECT_EQ(bytes.substr(valuesAt + 8 * fullChunk, 4), Raw<int>({1000}));
+  EXPECT_EQ(bytes.size(), valuesAt + 8 * fullChunk + 4 * (1 + 1001 + 5 + 1000 + 1000));
+}
+
+TEST(ChunkedRoundTrip, KeepsAllButTheLastChunkOfAMultiple) {
+  for (int const exponent : {0, 1, 3})
+    for (int entries = 0; entries <= 3 * (1 << exponent) + 1; ++entries) {
+      int const chunk = 1 << exponent;
+      MatrixPtr const matrix = SymmetricOfLength(entries);
+      int const lost = entries > 0 && entries % chunk == 0 ? chunk : 0;
+      MatrixPtr const expected = SymmetricOfLength(entries);
+      SparseView const view = Access::View(*expected);
+      std::fill_n(const_cast<std::uint32_t*>(view.columnIndices) + entries - lost, lost, 0);
+      std::fill_n(const_cast<double*>(view.values) + entries - lost, lost, 0.0);
+
+      File const file;
+      WriteChunkedBinary(file.Path(), Access::View(*matrix), exponent);
+      SparseContent const read = ReadChunkedBinary(file.Path(), exponent);
+
+      EXPECT_TRUE(AreSame(ViewOf(read), view)) << entries << " entries in chunks of " << chunk;
+      EXPECT_EQ(read.nonzeros, entries + 1000);
+    }
+}
+
+TEST(ChunkedRoundTrip, AFileOfOneChunkIsABlockFileToo) {
+  for (int const entries : {0, 5, fullChunk - 1}) {
+    File const file;
+    MatrixPtr const matrix = SymmetricOfLength(entries);
+    matrix->Export(file.Path(), 6, nullptr);
+    for (int const format : {1, 6}) {
+      ORXSrvSparseMatrix read(0, 0);
+      EXPECT_TRUE(AreSame(Access::View(Imported(read, file, format)), Access::View(*matrix))) << format;
+      EXPECT_EQ(read.NumberOfNonzeros(), entries + 1000);
+      EXPECT_EQ(Access::SymmetryState(read), 1);
+    }
+  }
+}
+
+TEST(ChunkedRoundTrip, FullSizedChunks) {
+  for (int const entries : {fullChunk, fullChunk + 1, 2 * fullChunk + 77}) {
+    File const file;
+    MatrixPtr const matrix = SymmetricOfLength(entries);
+    matrix->Export(file.Path(), 6, nullptr);
+    ORXSrvSparseMatrix read(0, 0);
+    SparseView const view = Access::View(Imported(read, file, 6));
+    if (entries == fullChunk) {
+      EXPECT_TRUE(std::all_of(view.values, view.values + entries, [](double v) { return v == 0.0; }));
+      EXPECT_TRUE(
+          std::all_of(view.columnIndices, view.columnIndices + entries, [](auto c) { return c == 0; }));
+    } else {
+      EXPECT_TRUE(AreSame(view, Access::View(*matrix)));
+    }
+  }
+}
+
+TEST(ChunkedImport, NeedsNeitherTrailerNorValuePadding) {
+  File const whole;
+  MatrixPtr const matrix = SymmetricOfLength(3);
+  matrix->Export(whole.Path(), 6, nullptr);
+  std::size_t const needed = 24 + 4 * 1001 + 8 * 1000 + 4 * fullChunk + 8 * 3;
+  File const cut(whole.Content().substr(0, needed));
+  ORXSrvSparseMatrix read(0, 0);
+  EXPECT_TRUE(AreSame(Access::View(Imported(read, cut, 6)), Access::View(*matrix)));
+  File const shorter(whole.Content().substr(0, needed - 1));
+  EXPECT_NE(Raised([&] { read.Import(shorter.Path(), 6); }).find(", byte " + std::to_string(needed - 24)),
+            std::string::npos);
+  EXPECT_TRUE(AreSame(Access::View(read), Access::View(*matrix)));
+}
+
+TEST(ChunkedImport, ColumnsAreCheckedInEveryChunk) {
+  File const good;
+  WriteChunkedBinary(good.Path(), Access::View(*SymmetricOfLength(10)), 2);
+  std::size_t const firstChunk = 24 + 4 * 1001 + 8 * 1000;
+  for (std::size_t const at : {firstChunk + 12, firstChunk + 48 + 4, firstChunk + 96 + 4}) {
+    for (int const column : {-1, 1000, 2147483647}) {
+      std::string bytes = good.Content();
+      bytes.replace(at, 4, Raw<int>({column}));
+      File const bad(bytes);
+      EXPECT_EQ(Raised([&] { ReadChunkedBinary(bad.Path(), 2); }),
+                "202 ORXSrvSparseImExPorter: Failed to open file " + std::string(bad.Path()) + ", byte " +
+                    std::to_string(at) + ": a column of 0 to 999 expected, found " + std::to_string(column) +
+                    ".");
+    }
+  }
+}
+
+TEST(ChunkedExport, RefusesWhatIsNotInSymmetricForm) {
+  File const file("as before");
+  constexpr char refusal[] = "209 ORXSrvSparseMatrix::%s symmetric:True not supported!";
+  ORXSrvSparseMatrix general(0, 0);
+  Assemble(general, {{0, 0, 1.0}});
+  EXPECT_EQ(Raised([&] { general.Export(file.Path(), 6, nullptr); }), refusal);
+  Access::SetSymmetryState(general, 1); // a cached answer of the symmetry test makes no diagonal
+  EXPECT_EQ(Raised([&] { general.Export(file.Path(), 6, nullptr); }), refusal);
+  MatrixPtr const changed = Example();
+  changed->AddData(0, 0, 1.0);
+  EXPECT_EQ(Raised([&] { changed->Export(file.Path(), 6, nullptr); }), refusal);
+  EXPECT_EQ(file.Content(), "as before");
+}
+
+// ---- block binary
+// ---------------------------------------------------------------------------------------------
+
+TEST(BlockImport, SymmetricVariantTakesTheArraysAsTheyAre) {
+  File const file(Hex("03000000 02000000 01000000 00000000 01000000 ffffffff"
+                      "00000000 01000000 02000000 02000000"
+                      "0000000000001040 0000000000001040 0000000000001440"
+                      "01000000 02000000"
+                      "000000000000f0bf 00000000000000c0"));
+  ORXSrvSparseMatrix matrix(0, 0);
+  EXPECT_TRUE(AreSame(Access::View(Imported(matrix, file, 1)), Access::View(*Example())));
+  EXPECT_EQ(matrix.NumberOfNonzeros(), 5);
+  EXPECT_EQ(Access::SymmetryState(matrix), 1);
+}
+
+//   9 4 0    The pattern is the upper triangle; the first section has the values below the diagonal, the
+//   1 9 5    second those above.
+//   2 3 9
+TEST(BlockImport, UnsymmetricVariantHasValuesOfTheTransposedPositionsFirst) {
+  struct Layout {
+    int exponent;
+    std::string columns, below, above;
+  };
+  Layout const layouts[] = {
+      {0, Raw<int>({1, 2, 2}), Raw<double>({1, 2, 3}), Raw<double>({4, 0, 5})},
+      {1, Raw<int>({1, 2, 2, -7}), Raw<double>({1, 2, 3, 77}), Raw<double>({4, 0, 5, 77})},
+      {2, Raw<int>({1, 2, 2, -7}), Raw<double>({1, 2, 3, 77}), Raw<double>({4, 0, 5})}};
+  for (auto const& [exponent, columns, below, above] : layouts) {
+    int const blocks = static_cast<int>(columns.size()) / (4 << exponent);
+    File const file(Raw<int>({3, 3, blocks, 1, exponent, 0}) + Raw<int>({0, 2, 3, 3}) +
+                    Raw<double>({9, 9, 9}) + columns + below + above);
+    ORXSrvSparseMatrix matrix(5, 5);
+    Assemble(matrix, {{4, 4, 1.0}});
+    Imported(matrix, file, 1);
+    EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 0, 9},
+                                          {0, 1, 4},
+                                          {0, 2, 0},
+                                          {1, 0, 1},
+                                          {1, 1, 9},
+                                          {1, 2, 5},
+                                          {2, 0, 2},
+                                          {2, 1, 3},
+                                          {2, 2, 9}}));
+    EXPECT_EQ(matrix.NumberOfRows(), 3);
+    EXPECT_EQ(matrix.NumberOfNonzeros(), 9);
+    EXPECT_EQ(Access::SymmetryState(matrix), 0);
+  }
+}
+
+TEST(BlockImport, UnsymmetricSectionsHaveABlockEachEvenWithoutEntries) {
+  std::string const head = Raw<int>({2, 0, 0, 1, 1, 0}) + Raw<int>({0, 0, 0}) + Raw<double>({3, 4});
+  ORXSrvSparseMatrix matrix(0, 0);
+  EXPECT_EQ(EntriesOf(Imported(matrix, File(head + Raw<double>({0, 0, 0, 0})), 1)),
+            (Entries{{0, 0, 3}, {1, 1, 4}}));
+  File const cut(head);
+  EXPECT_NE(Raised([&] { matrix.Import(cut.Path(), 1); }).find(", byte 52: "), std::string::npos);
+}
+
+// ---- dense binary
+// ---------------------------------------------------------------------------------------------
+
+TEST(DenseExport, WritesTheStatedBytes) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{0, 0, 4}, {0, 1, -1}, {1, 2, 2}});
+  File const file;
+  matrix.Export(file.Path(), 7, nullptr);
+  EXPECT_EQ(file.Content(), Hex("02000000 03000000 02000000 03000000"
+                                "0000000000001040 0000000000000000"
+                                "000000000000f0bf 0000000000000000"
+                                "0000000000000000 0000000000000040"));
+}
+
+TEST(DenseExport, LacksTheDiagonalAndTheMirrorImagesOfTheSymmetricForm) {
+  File const file;
+  Example()->Export(file.Path(), 7, nullptr);
+  EXPECT_EQ(file.Content(), Raw<int>({3, 3, 3, 3}) + Raw<double>({0, 0, 0, -1, 0, 0, 0, -2, 0}));
+}
+
+TEST(DenseImport, KeepsWhatIsLargerThanAZero) {
+  double const above = std::nextafter(1e-16, 1.0);
+  double const nan = std::nan("");
+  File const file(Raw<int>({2, 3, -1, -1}) + Raw<double>({1e-16, -above, -1e-16, above, nan, -INFINITY}));
+  ORXSrvSparseMatrix matrix(0, 0);
+  EXPECT_EQ(EntriesOf(Imported(matrix, file, 7)),
+            (Entries{{1, 0, -above}, {1, 1, above}, {1, 2, -INFINITY}}));
+  EXPECT_EQ(matrix.NumberOfColumns(), 3);
+  EXPECT_EQ(Access::SymmetryState(matrix), 0);
+}
+
+TEST(DenseRoundTrip, RandomMatricesOfEveryShape) {
+  std::mt19937 random(4);
+  std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+  struct Shape {
+    int rows, columns;
+    double density;
+  };
+  for (auto const& [rows, columns, density] :
+       {Shape{1, 1, 1.0}, Shape{1, 400000, 0.1}, Shape{400000, 1, 0.1}, Shape{700, 600, 0.02},
+        Shape{333, 555, 1.0}, Shape{1000, 300, 0.0}, Shape{5, 0, 0.0}, Shape{0, 5, 0.0}, Shape{0, 0, 0.0}}) {
+    ORXSrvSparseMatrix matrix(rows, columns);
+    matrix.BeginAssembly();
+    for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(rows); ++i)
+      for (std::uint32_t j = 0; j < static_cast<std::uint32_t>(columns); ++j)
+        if (uniform(random) < 2 * density - 1) matrix.AddData(i, j, uniform(random));
+    matrix.EndAssembly();
+    File const file;
+    matrix.Export(file.Path(), 7, nullptr);
+    ORXSrvSparseMatrix read(0, 0);
+    Imported(read, file, 7);
+    EXPECT_TRUE(AreSame(Access::View(read), Access::View(matrix)) || read.IsNull())
+        << rows << " x " << columns;
+    EXPECT_EQ(read.NumberOfNonzeros(), matrix.NumberOfNonzeros());
+    EXPECT_EQ(read.NumberOfRows(), rows);
+    EXPECT_EQ(read.NumberOfColumns(), columns);
+    EXPECT_EQ(file.Content().size(), 16 + 8 * static_cast<std::size_t>(rows) * columns);
+  }
+}
+
+// ---- both
+// -----------------------------------------------------------------------------------------------------
+
+TEST(BinaryExport, AnOlderLongerFileKeepsItsTail) {
+  for (int const format : {6, 7}) {
+    File const alone;
+    Example()->Export(alone.Path(), format, nullptr);
+    std::size_t const length = alone.Content().size();
+    File const older(std::string(length + 10, 'x'));
+    Example()->Export(older.Path(), format, nullptr);
+    EXPECT_EQ(older.Content(), alone.Content() + std::string(10, 'x')) << format;
+    ORXSrvSparseMatrix read(0, 0);
+    EXPECT_EQ(Imported(read, older, format).NumberOfRows(), 3);
+  }
+}
+
+TEST(BinaryExport, FailuresCarryThePathAndTheReason) {
+  for (int const format : {6, 7}) {
+    EXPECT_EQ(Raised([&] { Example()->Export("/no/such/folder/k.bin", format, nullptr); }),
+              "208 Error at writing to file: /no/such/folder/k.bin: No such file or directory");
+    EXPECT_EQ(Raised([&] { Example()->Export("/", format, nullptr); }),
+              "208 Error at writing to file: /: Is a directory");
+    EXPECT_EQ(Raised([&] { Example()->Export("/dev/full", format, nullptr); }),
+              "208 Error at writing to file: /dev/full: No space left on device");
+    File const file;
+    FullDisk const full;
+    EXPECT_EQ(Raised([&] { Example()->Export(file.Path(), format, nullptr); }),
+              "208 Error at writing to file: " + std::string(file.Path()) + ": File too large");
+  }
+}
+
+TEST(DenseExport, AnImageThatNoDiskHoldsIsRefusedBeforeAnythingIsWritten) {
+  for (std::uint32_t const last : {100000000u, 2147483646u}) {
+    ORXSrvSparseMatrix matrix(0, 0);
+    Assemble(matrix, {{0, last, 1.0}});
+    matrix.AddData(last, 0, 1.0); // the arrays stay at one row
+    File const file("as before");
+    EXPECT_EQ(
+        Raised([&] {
+          matrix.Export(file.Path(), 7, nullptr);
+        }).find("208 Error at writing to file: " + std::string(file.Path()) + ": No space left on device, "),
+        0u);
+    EXPECT_EQ(file.Content(), "as before");
+  }
+}
+
+TEST(BinaryImport, PathsThatCannotBeOpenedAreErrors) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  for (int const format : {1, 6, 7}) {
+    EXPECT_EQ(Raised([&] { matrix.Import("/no/such/file", format); }),
+              "202 ORXSrvSparseImExPorter: Failed to open file /no/such/file.");
+    EXPECT_EQ(Raised([&] { matrix.Import("/", format); }),
+              "202 ORXSrvSparseImExPorter: Failed to open file /: Is a directory.");
+    EXPECT_EQ(Raised([&] { matrix.Import("/dev/zero", format); }),
+              "202 ORXSrvSparseImExPorter: Failed to open file /dev/zero: a regular file expected, found a "
+              "pipe or a device.");
+  }
+}
+
+} // namespace

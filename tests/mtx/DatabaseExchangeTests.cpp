@@ -1,0 +1,144 @@
+#include "MatrixSupport.h"
+#include "SimSupport.h"
+#include "SparseSupport.h"
+#include "core/ORXUnicodeString.h"
+#include "mtx/ORXSrvUtilities.h"
+#include "sim/ORXSimCSet.h"
+#include "sim/ORXSimCollection.h"
+#include "sim/ORXSimContext.h"
+#include "sim/ORXSimDatabase.h"
+#include "sim/ORXSimTransaction.h"
+#include "sim/ORXSimTransfer.h"
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+using Access = ORXSrvSparseMatrixTestAccess;
+
+/// A database with a sparse distribution of 3 rows and 4 columns and a square one of order 3.
+class DatabaseExchange : public testing::Test {
+protected:
+  DatabaseExchange() : m_context(CreateContext()), m_transaction(m_context.ID()) {
+    m_rows = Everything(3);
+    m_columns = Everything(4);
+    m_general = ORXSrvUtilities::CreateSparseDistribution(m_rows, m_columns);
+    m_rowsOfSquare = m_columnsOfSquare = Everything(3);
+    m_square = ORXSrvUtilities::CreateSparseDistribution(m_rowsOfSquare, m_columnsOfSquare);
+  }
+
+  ORXSimCSetID Everything(int members) {
+    return ORXSimCollection(m_context.CreateCollection(members, ORXSimTypeID(-1))).BiggestCSetID();
+  }
+
+  void Reopen() {
+    m_transaction.Commit();
+    m_database.Close();
+    m_database.OpenFile(ORXUnicodeString("exchange.sim"), true);
+    auto const distributions = ORXSimContext(m_database.Contexts()[0]).Distributions();
+    m_general = distributions[0];
+    m_square = distributions[1];
+  }
+
+private:
+  ORXSimContextID CreateContext() {
+    m_database.CreateFile(ORXUnicodeString("exchange.sim"), 0, -1);
+    return m_database.CreateContext({});
+  }
+
+  WorkingFolder m_folder;
+
+protected:
+  ORXSimDatabase m_database;
+  ORXSimContext m_context;
+  ORXSimTransaction m_transaction;
+  ORXSimCSetID m_rows, m_columns, m_rowsOfSquare, m_columnsOfSquare;
+  ORXSimDistributionID m_general, m_square;
+};
+
+TEST_F(DatabaseExchange, GeneralFormComesBackWithItsSets) {
+  ORXSrvSparseMatrix matrix(3, 4);
+  Assemble(matrix, {{2, 3, 5.0}, {0, 1, -1.0}, {0, 0, 0.0}});
+  matrix.Export(m_rows, m_columns, m_general);
+  Reopen();
+
+  std::vector<double> const diagonal{1, 2};
+  auto const read = Access::Adopt({0, 1, 1}, {1}, {7}, &diagonal, 3, 2); // a symmetric form before
+  read->Import(m_general);
+
+  EXPECT_EQ(EntriesOf(*read), EntriesOf(matrix));
+  EXPECT_EQ(read->NumberOfRows(), 3);
+  EXPECT_EQ(read->NumberOfColumns(), 4);
+  EXPECT_EQ(read->NumberOfNonzeros(), 3);
+  EXPECT_EQ(Access::SymmetryState(*read), 0);
+  EXPECT_EQ(ORXSimCSet(read->RowCSetID()).Size(), 3);
+  EXPECT_EQ(ORXSimCSet(read->ColumnCSetID()).Size(), 4);
+  read->AddData(0, 2, 9.0);
+  read->EndAssembly(); // an imported matrix is assembled: no effect
+  EXPECT_EQ(read->NumberOfNonzeros(), 3);
+}
+
+TEST_F(DatabaseExchange, SymmetricFormComesBackAsOne) {
+  std::vector<double> const diagonal{4, 4, 5};
+  auto const matrix = Access::Adopt({0, 1, 2, 2}, {1, 2}, {-1, -2}, &diagonal, 5, 3);
+  matrix->Export(m_rowsOfSquare, m_columnsOfSquare, m_square);
+  Reopen();
+
+  ORXSrvSparseMatrix read(0, 0);
+  read.Import(m_square);
+
+  EXPECT_EQ(EntriesOf(read), EntriesOf(*matrix));
+  EXPECT_EQ(Access::SymmetryState(read), 1);
+  EXPECT_EQ(read.NumberOfNonzeros(), 2); // stored entries: the database does not count the diagonal
+}
+
+TEST_F(DatabaseExchange, AMatrixWithoutEntriesIsOneToo) {
+  ORXSrvSparseMatrix matrix(3, 4);
+  Assemble(matrix, {});
+  matrix.Export(m_rows, m_columns, m_general);
+  Reopen();
+  ORXSrvSparseMatrix read(0, 0);
+  read.Import(m_general);
+  EXPECT_TRUE(read.IsNull());
+  EXPECT_EQ(read.NumberOfRows(), 3);
+}
+
+TEST_F(DatabaseExchange, MatricesThatDoNotFitTheSetsAreRefused) {
+  ORXSrvSparseMatrix tooFewRows(2, 4), tooManyRows(4, 4), tooManyColumns(3, 5);
+  Assemble(tooFewRows, {{1, 1, 1.0}});
+  Assemble(tooManyRows, {{3, 1, 1.0}});
+  Assemble(tooManyColumns, {{2, 4, 1.0}});
+  for (ORXSrvSparseMatrix const* matrix : {&tooFewRows, &tooManyRows, &tooManyColumns})
+    EXPECT_NE(DatabaseError([&] { matrix->Export(m_rows, m_columns, m_general); }), 0);
+  ORXSrvSparseMatrix read(0, 0);
+  EXPECT_EQ(DatabaseError([&] { read.Import(m_general); }), ORXSimException::viewDoesNotFit);
+}
+
+TEST_F(DatabaseExchange, ImportsThatFailLeaveTheMatrix) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  Assemble(matrix, {{0, 2, 4.0}});
+  ORXSimDistributionID const dense = ORXSrvUtilities::Create2DDistribution(m_rows, m_columns, -1, -1);
+  EXPECT_EQ(DatabaseError([&] { matrix.Import(dense); }), ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(DatabaseError([&] { matrix.Import(m_general); }), ORXSimException::viewDoesNotFit); // no drawer
+  EXPECT_EQ(DatabaseError([&] { matrix.Import(ORXSimDistributionID()); }), ORXSimException::staleIdentifier);
+
+  int const starts[4] = {};
+  double const diagonal[3] = {};
+  ORXSimTransfer(ORXSimDistribution(m_general)) // symmetric, and yet 3 x 4
+      .SetMakeNewDrawer()
+      .SetWrite()
+      .SetSparseNNonzero(0)
+      .SetSerialization(ORXSimSerializationType().SetSparseSym())
+      .SetBuffer(2, starts, sizeof starts)
+      .SetBuffer(3, diagonal, sizeof diagonal)
+      .ExecWrite();
+  EXPECT_EQ(
+      Raised([&] { matrix.Import(m_general); }),
+      IllegalInput("Import, a symmetric matrix with as many columns as rows expected, found 3 rows and 4 "
+                   "columns"));
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 2, 4.0}}));
+  EXPECT_TRUE(matrix.RowCSetID().IsNull());
+}
+
+} // namespace
