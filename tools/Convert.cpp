@@ -43,8 +43,9 @@ MatrixEntries BothTriangles(MatrixEntries const& matrix, std::string const& name
 }
 
 std::string InText(std::string const& path, FileKind kind, MatrixEntries const& matrix) {
-  return Format("%s: %s, %d x %d, %s\n", path.c_str(), Describe(kind).text, matrix.Rows(), matrix.Columns(),
-                Counted(static_cast<std::int64_t>(matrix.Items().size()), "entry", "entries").c_str());
+  return Format("%s: %d x %d, %s, %s\n", path.c_str(), matrix.Rows(), matrix.Columns(),
+                Counted(static_cast<std::int64_t>(matrix.Items().size()), "entry", "entries").c_str(),
+                Describe(kind).text);
 }
 
 std::string OutText(std::string const& path, WriteOptions const& options) {
