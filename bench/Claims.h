@@ -20,6 +20,8 @@ void ClaimDatabaseCommits(Report& report);
 void ClaimDenseProducts(Report& report);
 /// Reading and writing text triplets.
 void ClaimTextTriplets(Report& report);
+/// Reading and writing every exchange format.
+void ClaimExchangeFiles(Report& report);
 /// Products of sparse matrices and blocks of vectors.
 void ClaimSparseKernels(Report& report);
 

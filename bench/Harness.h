@@ -63,8 +63,8 @@ struct Goal {
   Kind kind = Kind::None;
   double bound = 0.0;
 };
-inline Goal AtMost(double bound) { return {Goal::Kind::AtMost, bound}; }
-inline Goal AtLeast(double bound) { return {Goal::Kind::AtLeast, bound}; }
+constexpr Goal AtMost(double bound) { return {Goal::Kind::AtMost, bound}; }
+constexpr Goal AtLeast(double bound) { return {Goal::Kind::AtLeast, bound}; }
 
 /// The table: one line per claim, "claim | ratio | goal | ok" or "short", printed as it is known.
 class Report {

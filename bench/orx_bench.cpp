@@ -77,6 +77,7 @@ int Run(char const* word) {
   bench::ClaimElementOperations(report);
   bench::ClaimAssembly(report);
   bench::ClaimTextTriplets(report);
+  bench::ClaimExchangeFiles(report);
   bench::ClaimDatabaseValues(report);
   bench::ClaimDatabaseCommits(report);
   bench::ClaimDenseProducts(report);

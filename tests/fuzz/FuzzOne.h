@@ -1,0 +1,82 @@
+#pragma once
+
+#include "mtx/ORXSrvMtxOpenFileException.h"
+#include "mtx/impl/SparseContent.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+
+// Gives a reader the fuzzer's bytes as a file. It may refuse them with its own error, or run out of the
+// memory that the fuzzer grants it; what it accepts has to be a sound matrix.
+
+/// The bytes as a file in memory that has a path.
+class MemoryFile {
+public:
+  MemoryFile(std::uint8_t const* bytes, std::size_t size) : m_file(memfd_create("fuzz", 0)) {
+    if (m_file < 0 || write(m_file, bytes, size) != static_cast<ssize_t>(size)) std::abort();
+    m_path = "/proc/self/fd/" + std::to_string(m_file);
+  }
+  MemoryFile(MemoryFile const&) = delete;
+  MemoryFile& operator=(MemoryFile const&) = delete;
+  ~MemoryFile() { close(m_file); }
+  std::string const& Path() const { return m_path; }
+
+private:
+  int m_file;
+  std::string m_path;
+};
+
+inline void Require(bool holds, char const* what) {
+  if (holds) return;
+  std::fprintf(stderr, "not so: %s\n", what);
+  std::abort();
+}
+
+/// Touches all of the matrix.
+inline void RequireSound(SparseContent const& matrix) {
+  CompressedRows const& entries = matrix.entries;
+  std::int32_t const* const starts = entries.rowPointers.get();
+  Require(matrix.rows >= 0 && matrix.columns >= 0, "dimensions are not negative");
+  Require(starts[0] == 0 && starts[matrix.rows] == entries.nonzeros, "row pointers go from 0 to the count");
+  for (std::int32_t i = 0; i < matrix.rows; ++i)
+    Require(starts[i] <= starts[i + 1], "row pointers do not decrease");
+  double sum = 0.0;
+  for (std::int32_t k = 0; k < entries.nonzeros; ++k) {
+    Require(entries.columns[k] < static_cast<std::uint32_t>(matrix.columns), "columns are in range");
+    sum += entries.values[k];
+  }
+  if (matrix.diagonal != nullptr) {
+    Require(matrix.rows == matrix.columns, "the symmetric form is square");
+    for (std::int32_t i = 0; i < matrix.rows; ++i)
+      sum += matrix.diagonal[i];
+  }
+  double const volatile used = sum;
+  static_cast<void>(used);
+}
+
+/// A few bytes can stand for a matrix of many rows, which only takes time.
+constexpr std::int32_t largestDimension = 10000;
+constexpr int notForTheCorpus = -1;
+
+template<class Read>
+int FuzzOne(std::uint8_t const* bytes, std::size_t size, Read read) {
+  MemoryFile const file(bytes, size);
+  try {
+    SparseContent const matrix = read(file.Path().c_str());
+    RequireSound(matrix);
+    if (std::max(matrix.rows, matrix.columns) > largestDimension) return notForTheCorpus;
+  } catch (ORXSrvMtxOpenFileException const& error) {
+    std::string const text = error.AsString().AsText();
+    Require(text.find(file.Path()) != std::string::npos, "the error names the path");
+    Require(text.find(" expected") != std::string::npos, "the error says what was expected");
+  } catch (mem_OutOfMemory const&) {
+    return notForTheCorpus;
+  }
+  return 0;
+}

@@ -1,0 +1,7 @@
+#include "mtx/impl/BlockBinary.h"
+#include "tests/fuzz/FuzzOne.h"
+
+// Chunks of four entries: files stay small, and every one has several.
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t size) {
+  return FuzzOne(bytes, size, [](char const* path) { return ReadChunkedBinary(path, 2); });
+}

@@ -1,0 +1,6 @@
+#include "mtx/impl/DenseBinary.h"
+#include "tests/fuzz/FuzzOne.h"
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t size) {
+  return FuzzOne(bytes, size, [](char const* path) { return ReadDenseBinary(path); });
+}
