@@ -55,10 +55,6 @@ double FrobeniusNorm(std::span<Entry const> entries, double largest) {
   return largest * std::sqrt(sum);
 }
 
-std::string Line(char const* label, std::string const& text) {
-  return Format("%-20s %s\n", (std::string(label) + ":").c_str(), text.c_str());
-}
-
 std::string Count(std::int64_t count) { return std::to_string(count); }
 
 std::string NormText(double norm) { return Format("%.15e", norm); }
@@ -68,29 +64,10 @@ std::string ZeroLinesText(std::vector<int> const& lines) {
   return lines.empty() ? count : count + " (" + ShortList(lines) + ")";
 }
 
-std::string BothTrianglesText(Symmetry const& s) {
-  if (s.IsExact()) return "exactly symmetric";
-  std::string const difference =
-      Format("relative difference %.3g, worst pair %s", s.worstDifference, Describe(*s.worst).c_str());
-  if (s.worstDifference <= symmetryTolerance) return "symmetric to rounding: " + difference;
-  if (!s.unmatched) return "symmetric pattern, unsymmetric values: " + difference;
-  return Format("unsymmetric pattern: %s without a mirror image, first %s; %s",
-                Counted(s.unmatchedEntries, "entry", "entries").c_str(), Describe(*s.unmatched).c_str(),
-                difference.c_str());
-}
-
-std::string SymmetryText(Symmetry const& symmetry) {
-  switch (symmetry.form) {
-  case Symmetry::Form::Diagonal:
-    return "diagonal";
-  case Symmetry::Form::LowerTriangle:
-    return "lower triangle only (the figures below are of this triangle)";
-  case Symmetry::Form::UpperTriangle:
-    return "upper triangle only (the figures below are of this triangle)";
-  case Symmetry::Form::BothTriangles:
-    break;
-  }
-  return BothTrianglesText(symmetry);
+std::string FormText(Symmetry const& symmetry) {
+  bool const isOneTriangle =
+      symmetry.form == Symmetry::Form::LowerTriangle || symmetry.form == Symmetry::Form::UpperTriangle;
+  return SymmetryText(symmetry) + (isOneTriangle ? " (the figures below are of this triangle)" : "");
 }
 
 std::string ShapeText(MatrixEntries const& matrix, Symmetry const& s) {
@@ -144,7 +121,7 @@ std::string InfoText(std::string const& path) {
   MatrixEntries const matrix = LoadMatrix(path);
   Progress const progress("measuring " + path);
   Symmetry const symmetry = MeasureSymmetry(matrix);
-  return Line("file", path) + ShapeText(matrix, symmetry) + Line("symmetry", SymmetryText(symmetry)) +
+  return Line("file", path) + ShapeText(matrix, symmetry) + Line("symmetry", FormText(symmetry)) +
          MeasuresText(Measure(matrix));
 }
 

@@ -1,24 +1,56 @@
 #include "tools/MatrixFile.h"
 
+#include "tools/HeaderlessText.h"
+#include "tools/MatrixMarket.h"
 #include "tools/Progress.h"
+#include "tools/Text.h"
 #include "tools/ToolError.h"
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <unistd.h>
+#include <algorithm>
+#include <array>
+#include <fstream>
 
 namespace tool {
 namespace {
 
-/// The library reports that a file did not open, not the system's reason.
-void RequireReadable(std::string const& path) {
-  std::error_code ignored;
-  if (std::filesystem::is_directory(path, ignored))
-    errno = EISDIR;
-  else if (access(path.c_str(), R_OK) == 0)
-    return;
-  throw ToolError(ExitCode::UnusableInput, "cannot read '" + path + "': " + std::strerror(errno));
+MatrixEntries Import(std::string const& path, int code) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  matrix.Import(path.c_str(), code);
+  return MatrixEntries(matrix);
+}
+
+/// The library gives the entries of a symmetric form as a diagonal and pairs.
+MatrixEntries ImportSymmetric(std::string const& path, int code) {
+  MatrixEntries const unordered = Import(path, code);
+  EntryAssembly assembly;
+  for (Entry const& e : unordered.Items())
+    assembly.Add(e.row, e.column, e.value);
+  MatrixEntries entries = assembly.Finish();
+  entries.Enlarge(unordered.Rows(), unordered.Columns());
+  return entries;
+}
+
+/// When the entries fill the chunks to the last place, writers by the format's letter leave the last chunk
+/// empty, and its entries are not in the file.
+void RequireLastChunk(std::string const& path) {
+  constexpr std::int64_t chunk = std::int64_t{1} << 17;
+  std::ifstream file(path, std::ios::binary);
+  std::array<std::int32_t, 2> header{};
+  file.read(reinterpret_cast<char*>(header.data()), sizeof header);
+  auto const [order, entries] = header;
+  if (!file || order < 0 || entries <= 0 || entries % chunk != 0) return;
+  std::vector<std::int32_t> columns(chunk);
+  file.seekg(24 + 4 * (std::int64_t{order} + 1) + std::int64_t{8} * order + 12 * (entries - chunk));
+  file.read(reinterpret_cast<char*>(columns.data()), 4 * chunk);
+  if (file && std::all_of(columns.begin(), columns.end(), [](std::int32_t column) { return column == 0; }))
+    throw ToolError(ExitCode::UnusableInput,
+                    Format("'%s': the last chunk is empty, its 131072 entries are not in the file: a chunked "
+                           "file cannot hold a multiple of 131072 entries beside the diagonal",
+                           path.c_str()));
+}
+
+MatrixEntries LoadTriplets(std::string const& path, int base) {
+  return base == 1 ? Import(path, 3) : ReadTriplets(path, base);
 }
 
 } // namespace
@@ -30,12 +62,35 @@ MatrixEntries::MatrixEntries(ORXSrvSparseMatrix const& matrix)
   m_count = static_cast<std::size_t>(count);
 }
 
-MatrixEntries LoadMatrix(std::string const& path) {
+void MatrixEntries::Enlarge(int rows, int columns) {
+  m_rows = std::max(m_rows, rows);
+  m_columns = std::max(m_columns, columns);
+}
+
+MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options) {
   RequireReadable(path);
   Progress const progress("reading " + path);
-  ORXSrvSparseMatrix matrix(0, 0);
-  matrix.Import(path.c_str(), 3);
-  return MatrixEntries(matrix);
+  switch (options.kind ? *options.kind : RecognizeKind(path)) {
+  case FileKind::Triplets:
+    return LoadTriplets(path, options.base.value_or(1));
+  case FileKind::Commas:
+    return ReadCommas(path, options.base.value_or(0));
+  case FileKind::NodeDofs:
+    return ReadNodeDofs(path, options.dofsPerNode);
+  case FileKind::MatrixMarket:
+  case FileKind::MatrixMarketArray:
+    return ReadMatrixMarket(path);
+  case FileKind::Fortran:
+    return ImportSymmetric(path, 0);
+  case FileKind::Blocks:
+    return ImportSymmetric(path, 1);
+  case FileKind::Chunks:
+    RequireLastChunk(path);
+    return ImportSymmetric(path, 6);
+  case FileKind::Dense:
+    return Import(path, 7);
+  }
+  throw ToolError(ExitCode::Failure, "unknown file type");
 }
 
 } // namespace tool

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "tools/FileKind.h"
+
 #include "mtx/ORXSrvSparseMatrix.h"
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -20,6 +23,8 @@ public:
   int Rows() const noexcept { return m_rows; }
   int Columns() const noexcept { return m_columns; }
   std::span<Entry const> Items() const noexcept { return {m_items.get(), m_count}; }
+  /// For a file that says its dimensions, which its entries need not reach.
+  void Enlarge(int rows, int columns);
 
 private:
   int m_rows;
@@ -28,9 +33,33 @@ private:
   mem_Array<Entry> m_items;
 };
 
-/// Reads a text file of one-based "row column value" items; values at one position are summed.
-/// The dimensions are the largest indices in the file: what follows the last entry is not known to it.
-/// What cannot be opened is a ToolError, what is malformed the library's own exception with path and line.
-MatrixEntries LoadMatrix(std::string const& path);
+struct ReadOptions {
+  std::optional<FileKind> kind; ///< none: recognized by the file's content
+  std::optional<int> base;      ///< first index of triplets or comma text; none: 1 or 0 as of their type
+  int dofsPerNode = 0;          ///< of text by nodes; 0: the largest degree of freedom in the file
+};
+
+/// Reads a matrix of any type; values at one position are summed, symmetric binary types give both triangles.
+/// Text without a header ends with its largest row and column: what follows the last entry is not known to
+/// it. What cannot be opened or recognized is a ToolError; what is malformed too, or the library's own
+/// exception, with path and line or offset.
+MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options = {});
+
+/// Adds zero-based entries to a matrix and compresses it.
+class EntryAssembly {
+public:
+  EntryAssembly() : m_matrix(0, 0) { m_matrix.BeginAssembly(); }
+  /// Indices below 2147483647.
+  void Add(std::int64_t row, std::int64_t column, double value) {
+    m_matrix.AddData(static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(column), value);
+  }
+  MatrixEntries Finish() {
+    m_matrix.EndAssembly();
+    return MatrixEntries(m_matrix);
+  }
+
+private:
+  ORXSrvSparseMatrix m_matrix;
+};
 
 } // namespace tool

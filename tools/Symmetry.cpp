@@ -4,6 +4,7 @@
 #include "tools/ToolError.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <numeric>
@@ -121,6 +122,21 @@ void RequireFinite(MatrixEntries const& matrix, std::string const& name) {
              name.c_str(), found.c_str(), symmetry.worstDifference, symmetryTolerance));
 }
 
+std::string BothTrianglesText(Symmetry const& s) {
+  if (s.IsExact()) return "exactly symmetric";
+  std::string const difference =
+      Format("relative difference %.3g, worst pair %s", s.worstDifference, Describe(*s.worst).c_str());
+  if (s.worstDifference <= symmetryTolerance) return "symmetric to rounding: " + difference;
+  if (!s.unmatched) return "symmetric pattern, unsymmetric values: " + difference;
+  return Format("unsymmetric pattern: %s without a mirror image, first %s; %s",
+                Counted(s.unmatchedEntries, "entry", "entries").c_str(), Describe(*s.unmatched).c_str(),
+                difference.c_str());
+}
+
+bool IsSameBits(double a, double b) {
+  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
+}
+
 } // namespace
 
 Symmetry MeasureSymmetry(MatrixEntries const& matrix) {
@@ -139,6 +155,43 @@ Symmetry MeasureSymmetry(MatrixEntries const& matrix) {
 std::string Describe(MirroredPair const& pair) {
   return Format("(%u, %u) = %s, (%u, %u) = %s", pair.row + 1, pair.column + 1, Number(pair.lower).c_str(),
                 pair.column + 1, pair.row + 1, Number(pair.upper).c_str());
+}
+
+std::string SymmetryText(Symmetry const& symmetry) {
+  switch (symmetry.form) {
+  case Symmetry::Form::Diagonal:
+    return "diagonal";
+  case Symmetry::Form::LowerTriangle:
+    return "lower triangle only";
+  case Symmetry::Form::UpperTriangle:
+    return "upper triangle only";
+  case Symmetry::Form::BothTriangles:
+    break;
+  }
+  return BothTrianglesText(symmetry);
+}
+
+std::vector<MirroredPair> MirroredPairs(MatrixEntries const& matrix) {
+  std::vector<MirroredPair> pairs;
+  ForEachPair(matrix, [&](std::uint32_t i, std::uint32_t j, Entry const* lower, Entry const* upper) {
+    pairs.push_back({i, j, ValueOf(lower), ValueOf(upper)});
+  });
+  return pairs;
+}
+
+Mirror MirrorOf(MatrixEntries const& matrix) {
+  if (matrix.Rows() != matrix.Columns()) return Mirror::None;
+  bool isSame = true;
+  bool isNegative = true;
+  for (Entry const& e : matrix.Items())
+    isNegative = isNegative && e.row != e.column;
+  ForEachPair(matrix, [&](std::uint32_t, std::uint32_t, Entry const* lower, Entry const* upper) {
+    bool const isPair = lower != nullptr && upper != nullptr;
+    isSame = isSame && isPair && IsSameBits(lower->value, upper->value);
+    isNegative = isNegative && isPair && IsSameBits(lower->value, -upper->value);
+  });
+  if (isSame) return Mirror::Same;
+  return isNegative ? Mirror::Negative : Mirror::None;
 }
 
 SymmetricMatrix MakeSymmetric(MatrixEntries const& matrix, Symmetry const& symmetry, int order,

@@ -42,6 +42,21 @@ Symmetry MeasureSymmetry(MatrixEntries const& matrix);
 /// "(5, 3) = 1.5, (3, 5) = 1.25", one-based.
 std::string Describe(MirroredPair const& pair);
 
+/// "symmetric to rounding: ...": what was found, in a line.
+std::string SymmetryText(Symmetry const& symmetry);
+
+/// All pairs of mirrored positions of which at least one is stored, rows ascending, then columns.
+std::vector<MirroredPair> MirroredPairs(MatrixEntries const& matrix);
+
+/// What one triangle of a matrix is to the other one.
+enum class Mirror {
+  None,
+  Same,    ///< the mirror image, to the bit and stored at the same positions
+  Negative ///< its negative, and nothing is stored on the diagonal
+};
+
+Mirror MirrorOf(MatrixEntries const& matrix);
+
 /// A symmetric matrix as its lower triangle, in sparse form.
 class SymmetricMatrix {
 public:

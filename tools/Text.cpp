@@ -32,6 +32,10 @@ std::string ShortList(std::vector<int> const& positions) {
   return positions.size() > shown ? text + ", ..." : text;
 }
 
+std::string Line(char const* label, std::string const& text) {
+  return Format("%-20s %s\n", (std::string(label) + ":").c_str(), text.c_str());
+}
+
 std::string Number(double value) {
   std::array<char, 32> text{};
   char* const end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;

@@ -15,6 +15,9 @@ std::string Counted(std::int64_t count, char const* one, char const* many);
 /// Zero-based positions as a one-based list that stays short: "3, 7, 8, ...".
 std::string ShortList(std::vector<int> const& positions);
 
+/// "label:   text", the texts of several lines below one another.
+std::string Line(char const* label, std::string const& text);
+
 /// A value so that it reads back as the same number, in as few digits as that takes.
 std::string Number(double value);
 

@@ -1,8 +1,12 @@
-// orxmtx: what is in a matrix file or a database file, and the natural frequencies of a pair of matrices.
+// orxmtx: what is in a matrix file or a database file, conversion and comparison of matrix files, and the
+// natural frequencies of a pair of matrices.
 
+#include "tools/Compare.h"
+#include "tools/Convert.h"
 #include "tools/Database.h"
 #include "tools/Info.h"
 #include "tools/Modes.h"
+#include "tools/Spy.h"
 #include "tools/ToolError.h"
 
 #include "core/ORXBasException.h"
@@ -26,16 +30,17 @@ namespace {
 using tool::ExitCode;
 using tool::ToolError;
 
-constexpr char footer[] =
-    "Exit codes:\n"
-    "  0  done\n"
-    "  1  an input file cannot be used: missing, malformed, not symmetric, not square\n"
-    "  2  wrong usage of the command line\n"
-    "  3  the work failed: no convergence, no definite combination of K and M, out of\n"
-    "     memory, output not written\n"
-    "\n"
-    "Matrix files are text: one item \"row column value\" per entry, indices from 1, blanks\n"
-    "and line ends between them; values at one position are summed.";
+constexpr char footer[] = "Exit codes:\n"
+                          "  0  done\n"
+                          "  1  an input file cannot be used: missing, malformed, not symmetric, not square\n"
+                          "  2  wrong usage of the command line\n"
+                          "  3  the work failed: no convergence, no definite combination of K and M, out of\n"
+                          "     memory, output not written\n"
+                          "\n"
+                          "orxmtx cmp ends with 0 for equal, 1 for different matrices, and 2 for any error.\n"
+                          "\n"
+                          "Matrix files are of any type that orxmtx convert --help lists; which one is seen\n"
+                          "from their content. In text, values at one position are summed.";
 
 int Fail(ExitCode code, std::string const& message) {
   std::fprintf(stderr, "orxmtx: %s\n", message.c_str());
@@ -78,6 +83,86 @@ void AddDatabase(CLI::App& app, std::string& path) {
   db->add_option("FILE", path, "database file")->required()->type_name("");
 }
 
+std::string ConvertFooter() {
+  return "Types, and the extensions of OUT that stand for them:\n" + tool::FileKindsText() +
+         "\n"
+         "--triangle takes IN for a symmetric matrix, which holds one triangle, or both that agree\n"
+         "to rounding and are averaged. OUT gets that part of it; types for symmetric matrices\n"
+         "stand for both triangles all the same. Without it entries are taken as they are; types\n"
+         "for symmetric matrices are then written of exactly symmetric ones only.\n"
+         "--dofs-per-node: unknown k is degree of freedom (k-1) % N + 1 of node (k-1) / N + 1. It\n"
+         "is needed to write; to read, N is else the largest degree of freedom in the file.\n"
+         "\n"
+         "Matrix Market files come out symmetric or skew-symmetric where the matrix is, general\n"
+         "with --triangle full. The first three types keep 16 digits of a value, the others all.\n"
+         "Values up to 1e-16 of a dense file are read as zeros. Text without a header ends with\n"
+         "its largest row and column. OUT may be IN: it is replaced as a whole, when complete.";
+}
+
+void AddConvert(CLI::App& app, tool::ConvertOptions& options) {
+  CLI::App* const convert = app.add_subcommand("convert", "Write a matrix file as one of another type");
+  convert->add_option("IN", options.inPath, "matrix file")->required()->type_name("");
+  convert->add_option("OUT", options.outPath, "the file to write")->required()->type_name("");
+  convert->add_option("--from", options.from, "type of IN; else seen from its content")->type_name("TYPE");
+  convert->add_option("--to", options.to, "type of OUT; else by its extension")->type_name("TYPE");
+  convert->add_option("--triangle", options.triangle, "lower, upper or full, of a symmetric matrix")
+      ->type_name("PART")
+      ->check(CLI::IsMember({"lower", "upper", "full"}).description(""));
+  convert->add_option("--base", options.base, "0 or 1: first index of IN; else 1 of triplets, 0 of commas")
+      ->type_name("BASE")
+      ->check(CLI::IsMember({0, 1}).description(""));
+  convert->add_option("--dofs-per-node", options.dofsPerNode, "of text by nodes")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000000).description(""));
+  convert->footer(ConvertFooter());
+}
+
+void AddSpy(CLI::App& app, tool::SpyOptions& options) {
+  CLI::App* const spy = app.add_subcommand("spy", "Draw where a matrix has entries");
+  spy->add_option("FILE", options.path, "matrix file")->required()->type_name("");
+  spy->add_flag("--ascii", options.isAscii, "characters . : + * # by density instead of braille dots");
+  spy->add_option("--width", options.width, "characters a line; else of the terminal, or 80")
+      ->type_name("COUNT")
+      ->check(CLI::Range(4, 10000).description(""));
+  spy->add_option("--png", options.pngPath, "draw into this file instead, in greys by density")
+      ->type_name("FILE")
+      ->check([](std::string const& path) { return path.empty() ? "empty file name" : ""; });
+  spy->add_option("--png-size", options.pngSize, "pixels of the longer side at most")
+      ->capture_default_str()
+      ->type_name("COUNT")
+      ->check(CLI::Range(16, 16384).description(""));
+}
+
+struct CompareOptions {
+  std::string pathA;
+  std::string pathB;
+  double tolerance = 0.0;
+};
+
+void AddCompare(CLI::App& app, CompareOptions& options) {
+  CLI::App* const cmp = app.add_subcommand("cmp", "Say how two matrix files differ");
+  cmp->add_option("A", options.pathA, "matrix file")->required()->type_name("");
+  cmp->add_option("B", options.pathB, "matrix file, of any type")->required()->type_name("");
+  cmp->add_option("--tolerance", options.tolerance,
+                  "equal are values with |a - b| <= REL max(|a|, |b|); what is not stored is 0")
+      ->capture_default_str()
+      ->type_name("REL")
+      ->check(CLI::Range(0.0, 2.0).description(""));
+  cmp->footer("Exit codes: 0 equal, 1 different, 2 any error");
+}
+
+/// 0 equal, 1 different, 2 any error, as scripts expect of comparisons.
+int PerformComparison(CompareOptions const& options) {
+  bool isEqual = false;
+  int const code = Perform([&] {
+    tool::Comparison const comparison = tool::CompareFiles(options.pathA, options.pathB, options.tolerance);
+    isEqual = comparison.isEqual;
+    return comparison.text;
+  });
+  if (code != 0) return 2;
+  return isEqual ? 0 : 1;
+}
+
 void AddModes(CLI::App& app, tool::ModesOptions& options) {
   CLI::App* const modes = app.add_subcommand("modes", "Lowest natural frequencies: K x = lambda M x");
   modes->add_option("K", options.stiffnessPath, "stiffness matrix, both triangles or one")
@@ -96,15 +181,22 @@ void AddModes(CLI::App& app, tool::ModesOptions& options) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app("Matrices of finite-element models: what a file holds, and natural frequencies.", "orxmtx");
+  CLI::App app("Matrices of finite-element models: what files hold, conversion, and natural frequencies.",
+               "orxmtx");
   app.set_version_flag("--version", std::string("orxmtx ") + ORXMTX_VERSION);
   app.require_subcommand(1);
   app.footer(footer);
   std::string infoPath;
   std::string databasePath;
   tool::ModesOptions modesOptions;
+  tool::ConvertOptions convertOptions;
+  tool::SpyOptions spyOptions;
+  CompareOptions compareOptions;
   AddInfo(app, infoPath);
   AddDatabase(app, databasePath);
+  AddConvert(app, convertOptions);
+  AddSpy(app, spyOptions);
+  AddCompare(app, compareOptions);
   AddModes(app, modesOptions);
   try {
     app.parse(argc, argv);
@@ -115,6 +207,9 @@ int Run(int argc, char** argv) {
   }
   if (app.got_subcommand("info")) return Perform([&] { return tool::InfoText(infoPath); });
   if (app.got_subcommand("db")) return Perform([&] { return tool::DatabaseText(databasePath); });
+  if (app.got_subcommand("convert")) return Perform([&] { return tool::ConvertText(convertOptions); });
+  if (app.got_subcommand("spy")) return Perform([&] { return tool::SpyText(spyOptions); });
+  if (app.got_subcommand("cmp")) return PerformComparison(compareOptions);
   return Perform([&] { return tool::ModesText(modesOptions); });
 }
 

@@ -2,6 +2,7 @@
 
 #include "tools/MatrixFile.h"
 #include "tools/Symmetry.h"
+#include "tools/Text.h"
 #include "tools/ToolError.h"
 
 #include <gtest/gtest.h>
@@ -54,6 +55,34 @@ std::string Ending(Call call) {
   }
   return "no error";
 }
+
+/// "3 x 2: 1,1=5 3,2=-0.1": shape and one-based entries, in row order.
+inline std::string TextOf(tool::MatrixEntries const& matrix) {
+  std::string text = tool::Format("%d x %d:", matrix.Rows(), matrix.Columns());
+  for (tool::Entry const& e : matrix.Items())
+    text += tool::Format(" %u,%u=%s", e.row + 1, e.column + 1, tool::Number(e.value).c_str());
+  return text;
+}
+
+/// The bytes of a binary file, put together field by field.
+class Bytes {
+public:
+  Bytes& Ints(std::initializer_list<std::int32_t> values) { return Append(std::data(values), values.size()); }
+  Bytes& Doubles(std::initializer_list<double> values) { return Append(std::data(values), values.size()); }
+  Bytes& Zeros(std::size_t count) {
+    m_bytes.append(count, '\0');
+    return *this;
+  }
+  std::string const& Text() const { return m_bytes; }
+
+private:
+  template<class T>
+  Bytes& Append(T const* values, std::size_t count) {
+    m_bytes.append(reinterpret_cast<char const*>(values), count * sizeof(T));
+    return *this;
+  }
+  std::string m_bytes;
+};
 
 #define EXPECT_CONTAINS(text, part) EXPECT_NE((text).find(part), std::string::npos) << (text)
 

@@ -1,0 +1,282 @@
+#include "ToolSupport.h"
+
+#include "tools/Compare.h"
+#include "tools/Convert.h"
+
+#include "core/ORXBasException.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+using tool::ConvertOptions;
+using tool::ConvertText;
+using tool::FileKind;
+
+//   4 -1  0
+//  -1  2  7
+//   0  7  0.1
+char const symmetricText[] = "1 1 4\n1 2 -1\n2 1 -1\n2 2 2\n2 3 7\n3 2 7\n3 3 0.1\n";
+char const symmetricEntries[] = "3 x 3: 1,1=4 1,2=-1 2,1=-1 2,2=2 2,3=7 3,2=7 3,3=0.1";
+
+/// What of the command line a test says.
+struct Request {
+  char const* to = "";
+  char const* triangle = "";
+  int base = -1;
+  int dofsPerNode = 0;
+};
+
+class Convert : public testing::Test {
+protected:
+  std::string Write(std::string const& name, std::string const& text) const {
+    return m_folder.Write(name, text);
+  }
+  std::string Path(std::string const& name) const { return m_folder.Path(name); }
+  std::string Say(std::string const& out, std::string const& in, Request const& request = {}) const {
+    ConvertOptions options;
+    options.inPath = in;
+    options.outPath = Path(out);
+    options.to = request.to;
+    options.triangle = request.triangle;
+    options.base = request.base;
+    options.dofsPerNode = request.dofsPerNode;
+    return ConvertText(options);
+  }
+  /// What the file `out` holds after a conversion.
+  std::string To(std::string const& out, std::string const& in, Request const& request = {}) const {
+    Say(out, in, request);
+    return m_folder.Read(out);
+  }
+  std::string Failure(std::string const& out, std::string const& in, Request const& request = {}) const {
+    return Ending([&] { To(out, in, request); });
+  }
+  std::string Loaded(std::string const& name) const { return TextOf(tool::LoadMatrix(Path(name))); }
+
+  TemporaryFolder m_folder;
+};
+
+TEST_F(Convert, EveryTypeBecomesEveryOther) {
+  std::string const source = Write("source.txt", symmetricText);
+  for (tool::FileKindDescription const& first : tool::FileKinds()) {
+    To("first", source, {.to = first.name, .dofsPerNode = 2});
+    ASSERT_EQ(tool::CandidateKinds(Path("first")), std::vector{first.kind});
+    for (tool::FileKindDescription const& second : tool::FileKinds()) {
+      SCOPED_TRACE(std::string(first.name) + " to " + second.name);
+      To("second", Path("first"), {.to = second.name, .dofsPerNode = 2});
+      EXPECT_EQ(tool::CandidateKinds(Path("second")), std::vector{second.kind});
+      EXPECT_EQ(Loaded("second"), symmetricEntries);
+    }
+  }
+}
+
+TEST_F(Convert, RectanglesGoThroughGeneralTypes) {
+  std::string const source = Write("source.mtx", "%%MatrixMarket matrix coordinate real general\n"
+                                                 "2 3 3\n1 1 4\n1 3 -0.5\n2 2 3\n");
+  for (char const* type : {"triplets", "commas", "nodedofs", "mtx", "mtx-array", "dense"}) {
+    To("out", source, {.to = type, .dofsPerNode = 1});
+    EXPECT_EQ(Loaded("out"), "2 x 3: 1,1=4 1,3=-0.5 2,2=3") << type;
+  }
+  for (char const* type : {"fortran", "blocks", "chunks"})
+    EXPECT_CONTAINS(Failure("none", source, {.to = type}), "1 the matrix is 2 x 3; expected a square");
+}
+
+TEST_F(Convert, TextTypesAreWrittenAsDocumented) {
+  std::string const source = Write("source.txt", "1 1 4\n3 2 0.5\n3 3 1\n");
+
+  EXPECT_EQ(To("a.csv", source), "0,0, 4.000000000000000e+00\n2,1, 5.000000000000000e-01\n"
+                                 "2,2, 1.000000000000000e+00\n");
+  EXPECT_EQ(To("a.dof", source, {.dofsPerNode = 2}), "1,1,1,1,4.000000000000000e+00\n"
+                                                     "2,1,1,2,5.000000000000000e-01\n"
+                                                     "2,1,2,1,1.000000000000000e+00\n");
+  EXPECT_CONTAINS(Failure("b.dof", source), "2 text by nodes needs --dofs-per-node");
+}
+
+TEST_F(Convert, BinarySymmetricTypesAreWrittenByteForByte) {
+  std::string const source = Write("source.txt", "1 1 4\n1 2 -1\n2 1 -1\n2 2 2\n");
+
+  EXPECT_EQ(To("a.unf", source), Bytes()
+                                     .Ints({4, 2, 4})
+                                     .Ints({16, 1, 1})
+                                     .Doubles({4})
+                                     .Ints({16, 28, 2, 2, 1})
+                                     .Doubles({2, -1})
+                                     .Ints({28})
+                                     .Text());
+  std::string const head = Bytes().Ints({2, 1, 1, 0, 10, 0}).Ints({0, 0, 1}).Doubles({4, 2}).Text();
+  EXPECT_EQ(To("a.blk", source),
+            head + Bytes().Ints({0}).Zeros(4 * 1023).Doubles({-1}).Zeros(8 * 1023).Text());
+  std::string const upper = Bytes().Ints({2, 1, 1, 0, 10, 0}).Ints({0, 1, 1}).Doubles({4, 2}).Text();
+  EXPECT_EQ(To("b.blk", source, {.triangle = "upper"}),
+            upper + Bytes().Ints({1}).Zeros(4 * 1023).Doubles({-1}).Zeros(8 * 1023).Text());
+}
+
+TEST_F(Convert, UnsymmetricBlocksHoldBothValuesOfAPosition) {
+  //  0 5 0
+  //  3 1 0     the mirror image of (1, 3) is stored too, as a zero
+  //  8 0 0
+  std::string const source = Write("source.txt", "1 2 5\n2 1 3\n2 2 1\n3 1 8\n3 3 0\n");
+
+  To("a.blk", source);
+
+  EXPECT_EQ(Loaded("a.blk"), "3 x 3: 1,1=0 1,2=5 1,3=0 2,1=3 2,2=1 3,1=8 3,3=0");
+}
+
+TEST_F(Convert, TriangleSelectsAPartOfASymmetricMatrix) {
+  std::string const full = Write("full.txt", symmetricText);
+  std::string const lower = Write("lower.txt", "1 1 4\n2 1 -1\n2 2 2\n3 2 7\n3 3 0.1\n");
+  for (std::string const& source : {full, lower}) {
+    To("a.txt", source, {.triangle = "lower"});
+    EXPECT_EQ(Loaded("a.txt"), "3 x 3: 1,1=4 2,1=-1 2,2=2 3,2=7 3,3=0.1");
+    To("a.txt", source, {.triangle = "upper"});
+    EXPECT_EQ(Loaded("a.txt"), "3 x 3: 1,1=4 1,2=-1 2,2=2 2,3=7 3,3=0.1");
+    To("a.txt", source, {.triangle = "full"});
+    EXPECT_EQ(Loaded("a.txt"), symmetricEntries);
+    To("a.chk", source, {.triangle = "upper"});
+    EXPECT_EQ(Loaded("a.chk"), symmetricEntries);
+    EXPECT_CONTAINS(To("a.mtx", source, {.triangle = "lower"}), "real symmetric\n3 3 5\n");
+    EXPECT_CONTAINS(To("a.mtx", source, {.triangle = "full"}), "real general\n3 3 7\n");
+    EXPECT_CONTAINS(Failure("a.mtx", source, {.triangle = "upper"}), "2 Matrix Market files keep the lower");
+  }
+  EXPECT_CONTAINS(To("a.mtx", full), "real symmetric\n");
+  EXPECT_CONTAINS(To("a.mtx", lower), "real general\n");
+  EXPECT_CONTAINS(Failure("a.chk", lower), "1 a file of type chunks holds a symmetric matrix, found: lower "
+                                           "triangle only; --triangle");
+  std::string const unsymmetric = Write("unsymmetric.txt", "1 2 5\n2 1 4\n");
+  EXPECT_CONTAINS(Failure("a.txt", unsymmetric, {.triangle = "lower"}), "(2, 1) = 4, (1, 2) = 5");
+}
+
+TEST_F(Convert, SkewSymmetricMatricesAreSeen) {
+  EXPECT_EQ(To("a.mtx", Write("a.txt", "1 2 -5\n2 1 5\n")),
+            "%%MatrixMarket matrix coordinate real skew-symmetric\n2 2 1\n2 1 5\n");
+  EXPECT_CONTAINS(To("a.mtx", Write("a.txt", "1 1 0\n1 2 -5\n2 1 5\n2 2 0\n")), "real general\n")
+      << "zeros on the diagonal could not be kept";
+  EXPECT_CONTAINS(To("a.mtx", Write("a.txt", "1 1 1\n1 2 0\n2 2 1\n")), "real general\n")
+      << "a zero without mirror image could not be kept";
+}
+
+TEST_F(Convert, BaseSaysWhereTheIndicesOfTextBegin) {
+  To("a.mtx", Write("zero.txt", "0 0 4\n1 2 5\n"), {.base = 0});
+  EXPECT_EQ(Loaded("a.mtx"), "2 x 3: 1,1=4 2,3=5");
+  To("a.mtx", Write("one.csv", "1,1,4\n2,3,5\n"), {.base = 1});
+  EXPECT_EQ(Loaded("a.mtx"), "2 x 3: 1,1=4 2,3=5");
+
+  EXPECT_THROW(To("b.mtx", Path("zero.txt")), ORXBasException) << "index 0 of text that begins with 1";
+  EXPECT_CONTAINS(Failure("b.mtx", Path("a.mtx"), {.base = 0}), "2 --base says where");
+}
+
+TEST_F(Convert, MalformedTextIsNamedWithItsLine) {
+  auto const failure = [&](std::string const& text, Request const& request = {}) {
+    return Failure("out.mtx", Write("in", text), request);
+  };
+
+  EXPECT_CONTAINS(failure("0,0,1\n0,-1,1\n"),
+                  "in, line 2: a column of 0 to 2147483646 expected, found \"-1\"");
+  EXPECT_CONTAINS(failure("0,0,1\n0,1\n"), "line 2: row,column,value expected, found \"0,1\"");
+  EXPECT_CONTAINS(failure("0 0 1\n0 1 1 1\n", {.base = 0}), "line 2: row column value expected");
+  EXPECT_CONTAINS(failure("1,1,1,1,2\n1,0,1,1,2\n"), "line 2: a degree of freedom of 1 to 100 expected");
+  EXPECT_CONTAINS(failure("1,4,1,1,2\n", {.dofsPerNode = 3}), "line 1: a degree of freedom of 1 to 3");
+  EXPECT_CONTAINS(failure("1,1,1,1,2\n1,1,1,0,2\n"), "line 2: a degree of freedom as in the lines before");
+  EXPECT_CONTAINS(failure("1,1,1,0,2\n1,1,1,1,2\n"), "line 2: 0 as in the lines before expected");
+}
+
+TEST_F(Convert, AFailureLeavesTheOldTargetAndNothingElse) {
+  std::string const rectangle = Write("rectangle.txt", "1 2 5\n");
+  Write("old.chk", "old");
+  Write("old.mtx", "old");
+
+  EXPECT_NE(Failure("old.chk", rectangle), "no error");
+  EXPECT_NE(Failure("old.mtx", Write("bad.csv", "0,0,x\n")), "no error");
+  EXPECT_NE(Failure("old.mtx", Path("missing")), "no error");
+
+  EXPECT_EQ(m_folder.Read("old.chk"), "old");
+  EXPECT_EQ(m_folder.Read("old.mtx"), "old");
+  auto const files = std::filesystem::directory_iterator(Path(""));
+  EXPECT_EQ(std::distance(begin(files), end(files)), 4);
+}
+
+TEST_F(Convert, ReplacesALongerFileWithoutATail) {
+  std::string const path = Write("a.bin", std::string(10000, 'x'));
+  ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+  std::filesystem::create_symlink("a.bin", Path("link.bin"));
+
+  To("link.bin", Write("a.txt", "1 1 2.5\n"));
+
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("link.bin")));
+  EXPECT_EQ(m_folder.Read("a.bin"), Bytes().Ints({1, 1, 1, 1}).Doubles({2.5}).Text());
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0640U);
+}
+
+TEST_F(Convert, TheTargetMayBeTheSource) {
+  EXPECT_EQ(To("a.txt", Write("a.txt", "1 1 1\n2 1 3\n"), {.triangle = "upper"}),
+            "1 1 1.000000000000000e+00\n1 2 3.000000000000000e+00\n");
+}
+
+TEST_F(Convert, SaysWhatTextCannotHold) {
+  std::string const source = Write("a.mtx", "%%MatrixMarket matrix coordinate real general\n5 4 1\n3 2 1\n");
+
+  EXPECT_CONTAINS(Say("a.txt", source), "note: the last entries lie in row 3 and column 2");
+  EXPECT_EQ(Say("a.bin", source),
+            source + ": 5 x 4, 1 entry, Matrix Market, coordinate\n" + Path("a.bin") + ": dense binary\n");
+}
+
+TEST_F(Convert, ChunksCannotHoldAMultipleOfTheirLength) {
+  // The last chunk of such a file is written empty, so that its entries are lost.
+  constexpr int entries = 131072;
+  tool::EntryAssembly assembly;
+  for (int i = 0; i <= entries; ++i) {
+    assembly.Add(i, i, 1.0);
+    if (i > 0) assembly.Add(i, 0, 2.0);
+    if (i > 0) assembly.Add(0, i, 2.0);
+  }
+  auto const arrow = assembly.Finish();
+  std::string const blocks = Path("a.blk");
+  tool::SaveMatrix(blocks, arrow, {.kind = FileKind::Blocks});
+
+  EXPECT_CONTAINS(Failure("a.chk", blocks), "3 a chunked file loses the last 131072 of 131072 entries");
+  ORXSrvSparseMatrix matrix(0, 0);
+  matrix.Import(blocks.c_str(), 1);
+  matrix.Export(Path("b.chk").c_str(), 6, nullptr);
+  EXPECT_EQ(tool::CandidateKinds(Path("b.chk")), std::vector{FileKind::Chunks});
+  EXPECT_CONTAINS(Failure("b.mtx", Path("b.chk")), "1 '" + Path("b.chk") + "': the last chunk is empty");
+}
+
+TEST_F(Convert, PublishedMatricesComeBackFromEveryTypeThatHoldsThem) {
+  if (!std::filesystem::is_directory(ORX_TEST_DATA)) GTEST_SKIP() << "no folder " ORX_TEST_DATA;
+  int files = 0;
+  for (auto const& folder : std::filesystem::directory_iterator(ORX_TEST_DATA))
+    for (char const* name : {"K.full.txt", "M.full.txt", "A.full.txt"}) {
+      std::string const source = (folder.path() / name).string();
+      if (!std::filesystem::exists(source)) continue;
+      ++files;
+      auto const matrix = tool::LoadMatrix(source);
+      bool const isSymmetric = tool::MirrorOf(matrix) == tool::Mirror::Same;
+      for (std::string const type : {"triplets", "commas", "nodedofs", "mtx", "fortran", "chunks"}) {
+        if (!isSymmetric && (type == "fortran" || type == "chunks")) continue;
+        SCOPED_TRACE(source + " as " + type);
+        To("a", source, {.to = type.c_str(), .dofsPerNode = 6});
+        tool::Comparison const comparison = tool::CompareFiles(Path("a"), source, 0.0);
+        EXPECT_TRUE(comparison.isEqual) << comparison.text;
+      }
+    }
+  EXPECT_GT(files, 0);
+}
+
+TEST_F(Convert, WrongUsageOfTheProgramIsExitCode2) {
+  std::string const in = Write("a.txt", symmetricText);
+
+  EXPECT_EQ(RunTool("convert '" + in + "' '" + Path("a.mtx") + "'").exitCode, 0);
+  RunResult const unknown = RunTool("convert '" + in + "' '" + Path("a.xyz") + "'");
+  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_CONTAINS(unknown.err, "'.xyz', which names no file type; expected one of .txt, .csv");
+  RunResult const type = RunTool("convert --to xyz '" + in + "' '" + Path("a.xyz") + "'");
+  EXPECT_EQ(type.exitCode, 2);
+  EXPECT_CONTAINS(type.err, "no file type 'xyz'; expected one of triplets, commas");
+  EXPECT_EQ(RunTool("convert --base 2 '" + in + "' '" + Path("a.mtx") + "'").exitCode, 2);
+  EXPECT_EQ(RunTool("convert --triangle left '" + in + "' '" + Path("a.mtx") + "'").exitCode, 2);
+  EXPECT_CONTAINS(RunTool("convert --help").out, "chunks     .chk  chunked binary, symmetric");
+}
+
+} // namespace

@@ -1,0 +1,176 @@
+#include "ToolSupport.h"
+
+#include "tools/FileKind.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+using tool::CandidateKinds;
+using tool::FileKind;
+
+std::vector<FileKind> KindsOf(std::string const& content) {
+  TemporaryFolder const folder;
+  return CandidateKinds(folder.Write("a", content));
+}
+
+using Kinds = std::vector<FileKind>;
+
+//   4 -1
+//  -1  2      in every binary type
+
+std::string FortranFile() {
+  return Bytes()
+      .Ints({4, 2, 4})
+      .Ints({16, 1, 1})
+      .Doubles({4})
+      .Ints({16, 28, 2, 2, 1})
+      .Doubles({2, -1})
+      .Ints({28})
+      .Text();
+}
+
+std::string SymmetricBlocks() {
+  return Bytes()
+      .Ints({2, 1, 1, 0, 1, 0})
+      .Ints({0, 0, 1})
+      .Doubles({4, 2})
+      .Ints({0, 99})
+      .Doubles({-1, 99})
+      .Text();
+}
+
+/// Two sections of values; the stored position, (2, 1), is in the second one.
+std::string UnsymmetricBlocks() {
+  return Bytes()
+      .Ints({2, 1, 1, 1, 1, 0})
+      .Ints({0, 0, 1})
+      .Doubles({4, 2})
+      .Ints({0, 99})
+      .Doubles({-1, 99})
+      .Doubles({-1, 99})
+      .Text();
+}
+
+std::string ChunkedFile() {
+  return Bytes()
+      .Ints({2, 1, 1, 0, 17, 1})
+      .Ints({0, 0, 1})
+      .Doubles({4, 2})
+      .Ints({0})
+      .Zeros(4 * 131071)
+      .Doubles({-1})
+      .Zeros(8 * 131071)
+      .Ints({2, 0, 0, 1, 0, 1, 1, 0, 1})
+      .Text();
+}
+
+std::string DenseFile() { return Bytes().Ints({2, 2, 2, 2}).Doubles({4, -1, -1, 2}).Text(); }
+
+TEST(FileKind, BinaryTypesAreToldByHeaderAndSize) {
+  EXPECT_EQ(KindsOf(FortranFile()), Kinds{FileKind::Fortran});
+  EXPECT_EQ(KindsOf(SymmetricBlocks()), Kinds{FileKind::Blocks});
+  EXPECT_EQ(KindsOf(UnsymmetricBlocks()), Kinds{FileKind::Blocks});
+  EXPECT_EQ(KindsOf(ChunkedFile()), Kinds{FileKind::Chunks});
+  EXPECT_EQ(KindsOf(DenseFile()), Kinds{FileKind::Dense});
+}
+
+TEST(FileKind, BinaryTypesAreReadAsTheMatrixThatTheyHold) {
+  TemporaryFolder const folder;
+  for (std::string const& content :
+       {FortranFile(), SymmetricBlocks(), UnsymmetricBlocks(), ChunkedFile(), DenseFile()})
+    EXPECT_EQ(TextOf(tool::LoadMatrix(folder.Write("a", content))), "2 x 2: 1,1=4 1,2=-1 2,1=-1 2,2=2");
+}
+
+TEST(FileKind, AByteMoreOrLessIsNoMatrixFile) {
+  for (std::string const& content :
+       {FortranFile(), SymmetricBlocks(), UnsymmetricBlocks(), ChunkedFile(), DenseFile()}) {
+    EXPECT_EQ(KindsOf(content.substr(0, content.size() - 1)), Kinds{});
+    EXPECT_EQ(KindsOf(content + '\1'), Kinds{});
+  }
+}
+
+TEST(FileKind, DamagedTablesAreNoMatrixFile) {
+  auto const damaged = [](std::string content, std::size_t word) {
+    content[4 * word] = static_cast<char>(content[4 * word] + 1);
+    return KindsOf(content);
+  };
+
+  EXPECT_EQ(damaged(FortranFile(), 3), Kinds{}) << "leading record length";
+  EXPECT_EQ(damaged(FortranFile(), 8), Kinds{}) << "trailing or leading record length";
+  EXPECT_EQ(damaged(FortranFile(), 9), Kinds{}) << "pairs of a row";
+  EXPECT_EQ(damaged(SymmetricBlocks(), 6), Kinds{}) << "first row start";
+  EXPECT_EQ(damaged(SymmetricBlocks(), 8), Kinds{}) << "last row start";
+  EXPECT_EQ(damaged(ChunkedFile(), 2), Kinds{}) << "number of chunks";
+  EXPECT_EQ(damaged(DenseFile(), 2), Kinds{}) << "rows again";
+}
+
+TEST(FileKind, HugeHeadersAreNoMatrixFile) {
+  EXPECT_EQ(KindsOf(Bytes().Ints({2147483647, 2147483647, 2147483647, 2147483647}).Text()), Kinds{});
+  EXPECT_EQ(KindsOf(Bytes().Ints({0, 0, 2147483647, 1, 30, 0, 0}).Text()), Kinds{});
+  EXPECT_EQ(KindsOf(Bytes().Ints({-1, -1, -1, -1, -1, -1, -1}).Text()), Kinds{});
+}
+
+TEST(FileKind, EmptyMatricesOfBinaryTypes) {
+  EXPECT_EQ(KindsOf(Bytes().Ints({4, 0, 4}).Text()), Kinds{FileKind::Fortran});
+  EXPECT_EQ(KindsOf(Bytes().Ints({0, 0, 0, 0, 3, 0, 0}).Text()), Kinds{FileKind::Blocks});
+  EXPECT_EQ(KindsOf(Bytes().Ints({0, 0, 0, 0}).Text()), Kinds{FileKind::Dense});
+}
+
+TEST(FileKind, TextIsToldByItsFirstLine) {
+  EXPECT_EQ(KindsOf("1 1 2.5\n"), Kinds{FileKind::Triplets});
+  EXPECT_EQ(KindsOf(""), Kinds{FileKind::Triplets});
+  EXPECT_EQ(KindsOf(" \r\n"), Kinds{FileKind::Triplets});
+  EXPECT_EQ(KindsOf("\n0,0,  2.5\n"), Kinds{FileKind::Commas});
+  EXPECT_EQ(KindsOf("1,1,1,2, 2.5"), Kinds{FileKind::NodeDofs});
+  EXPECT_EQ(KindsOf("%%MatrixMarket matrix coordinate real general\n"), Kinds{FileKind::MatrixMarket});
+  EXPECT_EQ(KindsOf("%%matrixmarket MATRIX ARRAY real general\n"), Kinds{FileKind::MatrixMarketArray});
+  EXPECT_EQ(KindsOf("1 1 2.5\n\1"), Kinds{});
+}
+
+/// A Fortran file of order 16 whose row 1 has a record as long as its order: its first four words are also
+/// the header of a dense 4 x 16 matrix, and 11 pairs beyond the diagonals give it that one's size.
+std::string FortranOrDense() {
+  Bytes bytes;
+  bytes.Ints({4, 16, 4});
+  for (int row = 1; row <= 16; ++row) {
+    int const pairs = row == 16 ? 12 : 1;
+    bytes.Ints({4 + 12 * pairs, pairs, row});
+    for (int column = 1; column < pairs; ++column)
+      bytes.Ints({column});
+    for (int value = 0; value < pairs; ++value)
+      bytes.Doubles({1.0});
+    bytes.Ints({4 + 12 * pairs});
+  }
+  return bytes.Text();
+}
+
+TEST(FileKind, SeveralCandidatesAreAnErrorThatNamesThem) {
+  TemporaryFolder const folder;
+  std::string const path = folder.Write("a", FortranOrDense());
+
+  EXPECT_EQ(CandidateKinds(path), (Kinds{FileKind::Fortran, FileKind::Dense}));
+  EXPECT_CONTAINS(Ending([&] { tool::LoadMatrix(path); }),
+                  "can be of several types: fortran, dense; orxmtx convert with --from");
+  EXPECT_EQ(tool::LoadMatrix(path, {FileKind::Fortran, {}}).Rows(), 16);
+  EXPECT_EQ(tool::LoadMatrix(path, {FileKind::Dense, {}}).Rows(), 4);
+}
+
+TEST(FileKind, NoCandidateIsAnErrorWithTheSize) {
+  TemporaryFolder const folder;
+  std::string const path = folder.Write("a", std::string("\1\2\3", 3));
+
+  EXPECT_CONTAINS(Ending([&] { tool::LoadMatrix(path); }), "1 '" + path + "' is no matrix file");
+  EXPECT_CONTAINS(Ending([&] { tool::LoadMatrix(path); }), "size of 3 bytes");
+}
+
+TEST(FileKind, APipeIsReadOnceAsTriplets) {
+  TemporaryFolder const folder;
+  std::string const pipe = folder.Path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  ASSERT_EQ(std::system(("echo 1 2 3.5 >'" + pipe + "' &").c_str()), 0);
+
+  EXPECT_EQ(TextOf(tool::LoadMatrix(pipe)), "1 x 2: 1,2=3.5");
+}
+
+} // namespace

@@ -1,0 +1,96 @@
+#include "tools/Convert.h"
+
+#include "tools/OutputFile.h"
+#include "tools/Progress.h"
+#include "tools/Symmetry.h"
+#include "tools/Text.h"
+#include "tools/ToolError.h"
+
+#include <algorithm>
+
+namespace tool {
+namespace {
+
+Part PartOf(std::string const& triangle) {
+  if (triangle == "lower") return Part::Lower;
+  if (triangle == "upper") return Part::Upper;
+  return triangle == "full" ? Part::Full : Part::AsStored;
+}
+
+ReadOptions ReadOptionsOf(ConvertOptions const& options) {
+  ReadOptions read;
+  read.kind = options.from.empty() ? RecognizeKind(options.inPath) : KindOfName(options.from);
+  read.dofsPerNode = options.dofsPerNode;
+  if (options.base < 0) return read;
+  if (read.kind != FileKind::Triplets && read.kind != FileKind::Commas)
+    throw ToolError(ExitCode::WrongUsage, "--base says where the indices of triplets or comma text begin; '" +
+                                              options.inPath + "' is of type " + Describe(*read.kind).name);
+  read.base = options.base;
+  return read;
+}
+
+MatrixEntries BothTriangles(MatrixEntries const& matrix, std::string const& name) {
+  int const order = std::max(matrix.Rows(), matrix.Columns());
+  SymmetricMatrix const symmetric = MakeSymmetric(matrix, MeasureSymmetry(matrix), order, "'" + name + "'");
+  EntryAssembly assembly;
+  for (Entry const& e : symmetric.Lower()) {
+    assembly.Add(e.row, e.column, e.value);
+    if (e.row != e.column) assembly.Add(e.column, e.row, e.value);
+  }
+  MatrixEntries both = assembly.Finish();
+  both.Enlarge(order, order);
+  return both;
+}
+
+std::string InText(std::string const& path, FileKind kind, MatrixEntries const& matrix) {
+  return Format("%s: %d x %d, %s, %s\n", path.c_str(), matrix.Rows(), matrix.Columns(),
+                Counted(static_cast<std::int64_t>(matrix.Items().size()), "entry", "entries").c_str(),
+                Describe(kind).text);
+}
+
+std::string OutText(std::string const& path, WriteOptions const& options) {
+  char const* const parts[] = {"", ", lower triangle", ", upper triangle", ", both triangles"};
+  return path + ": " + Describe(options.kind).text + parts[static_cast<int>(options.part)] + "\n";
+}
+
+/// Text without a header cannot say that rows or columns without entries follow.
+std::string LostShapeText(FileKind kind, MatrixEntries const& matrix) {
+  if (kind != FileKind::Triplets && kind != FileKind::Commas && kind != FileKind::NodeDofs) return {};
+  int rows = 0;
+  int columns = 0;
+  for (Entry const& e : matrix.Items()) {
+    rows = std::max(rows, static_cast<int>(e.row) + 1);
+    columns = std::max(columns, static_cast<int>(e.column) + 1);
+  }
+  if (rows == matrix.Rows() && columns == matrix.Columns()) return {};
+  return Format(
+      "note: the last entries lie in row %d and column %d; this type does not tell of what follows\n", rows,
+      columns);
+}
+
+} // namespace
+
+std::string ConvertText(ConvertOptions const& options) {
+  WriteOptions const write{options.to.empty() ? KindOfExtension(options.outPath) : KindOfName(options.to),
+                           PartOf(options.triangle), options.dofsPerNode};
+  ReadOptions const read = ReadOptionsOf(options);
+  MatrixEntries matrix = LoadMatrix(options.inPath, read);
+  std::string const text = InText(options.inPath, *read.kind, matrix);
+  if (write.part != Part::AsStored) matrix = BothTriangles(matrix, options.inPath);
+
+  Progress const progress("writing " + options.outPath);
+  ReplacedFile file(options.outPath);
+  SaveMatrix(file.Path(), matrix, write);
+  file.TakePlace();
+  return text + OutText(options.outPath, write) + LostShapeText(write.kind, matrix);
+}
+
+std::string FileKindsText() {
+  std::string text;
+  for (FileKindDescription const& kind : FileKinds())
+    text +=
+        Format("  %-10s %-5s %s\n", kind.name, kind.extension != nullptr ? kind.extension : "", kind.text);
+  return text;
+}
+
+} // namespace tool

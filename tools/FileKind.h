@@ -1,0 +1,50 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+// The types of matrix files, their names on the command line, and how a file's type is told from its content.
+
+namespace tool {
+
+enum class FileKind {
+  Triplets,          ///< text, one-based: import codes 2 and 3, export code 3 of the library
+  Commas,            ///< text, zero-based, with commas: export code 5
+  NodeDofs,          ///< text by nodes and their degrees of freedom: export code 4
+  MatrixMarket,      ///< text with a header, the entries
+  MatrixMarketArray, ///< text with a header, all values by columns
+  Fortran,           ///< Fortran unformatted, symmetric: import code 0
+  Blocks,            ///< block binary, symmetric or not: import code 1
+  Chunks,            ///< chunked binary, symmetric: code 6
+  Dense              ///< dense binary: code 7
+};
+
+struct FileKindDescription {
+  FileKind kind;
+  char const* name;      ///< for --from and --to
+  char const* extension; ///< that stands for --to; null: none does
+  char const* text;
+};
+
+/// All of them, in the order of the enumeration.
+std::span<FileKindDescription const> FileKinds();
+FileKindDescription const& Describe(FileKind kind);
+
+/// The type that a name stands for; another name is a ToolError.
+FileKind KindOfName(std::string const& name);
+/// The type that a path's extension stands for; a ToolError lists the extensions.
+FileKind KindOfExtension(std::string const& path);
+
+/// Every type whose rules the whole file meets: headers of binary files must agree with the size of the file
+/// to the byte and with the ends of their tables. Text is told by its first line. What is no regular file
+/// cannot be looked at twice and counts as text triplets.
+std::vector<FileKind> CandidateKinds(std::string const& path);
+
+/// The one candidate; none or several are a ToolError that says how to go on.
+FileKind RecognizeKind(std::string const& path);
+
+/// A ToolError with the system's reason unless the file can be read.
+void RequireReadable(std::string const& path);
+
+} // namespace tool

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "tools/MatrixFile.h"
+
+#include <string>
+
+namespace tool {
+
+/// What of a symmetric matrix goes into a file.
+enum class Part {
+  AsStored, ///< no matrix is taken for symmetric that is not
+  Lower,
+  Upper,
+  Full
+};
+
+struct WriteOptions {
+  FileKind kind = FileKind::Triplets;
+  Part part = Part::AsStored;
+  int dofsPerNode = 0; ///< of text by nodes
+};
+
+/// Writes a matrix as a file of any type. With a part other than AsStored it is symmetric, with both
+/// triangles, and that part is stored; types for symmetric matrices stand for both triangles all the same.
+/// What does not suit the type is a ToolError, before anything is written.
+void SaveMatrix(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options);
+
+} // namespace tool
