@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+class ORXSrvDenseMatrix;
 class ORXSrvSystemDofDefinition;
 struct CompressedRows;
 struct SparseContent;
@@ -29,8 +30,11 @@ struct ORXSrvSparseMatrixEntry {
 /// States: assembling (AddData collects entries) and assembled (the compressed arrays are valid).
 /// General form: every stored entry is one entry of the matrix; columns ascend within a row, each once.
 /// Symmetric form, made only by the readers of symmetric files: the diagonal is an array of its own and each
-/// stored off-diagonal entry (i, j) stands for (j, i) too.
-/// The matrix owns its arrays. Objects are not copied.
+/// stored off-diagonal entry (i, j) stands for (j, i) too. Operations take both forms unless stated
+/// otherwise; the others raise error 201 with their name on a matrix in symmetric form. The matrix owns its
+/// arrays. Objects are not copied. Operations from Multiply on need a matrix that is assembled with all its
+/// rows: AddData may have added some since. Otherwise they raise error 206 with their name. An operation that
+/// raises an error leaves the matrix as it was.
 class ORX_EXPORT ORXSrvSparseMatrix {
 public:
   // Creation and destruction
@@ -74,6 +78,63 @@ public:
   /// they were added, zeros kept. Without effect on an assembled matrix. When memory runs out, the matrix is
   /// under assembly and without entries.
   void EndAssembly();
+
+  // Products. Vectors are stored one after the other without gaps: with a leading dimension that is their
+  // length. Each vector's sums are made one product at a time, rows ascending, entries as they are stored.
+
+  /// y = A * x, or A^T * x with `transpose`, for `nvec` vectors; y is overwritten and does not overlap x. In
+  /// symmetric form, which has no more columns than rows (206), vectors are as long as there are rows.
+  /// A matrix with NumberOfNonzeros() 0 leaves y as it is, a diagonal notwithstanding.
+  void Multiply(double const* x, int nvec, double* y, bool transpose) const;
+  /// out = A^T * D, column-major with leading dimension NumberOfColumns(); D is read one column block at a
+  /// time, its rows as far as A has entries in them. General form only. Without `transpose` error 211, but
+  /// not before D has been read. A matrix with NumberOfNonzeros() 0 leaves `out` as it is.
+  void MultiplyDense(ORXSrvDenseMatrix const& d, double* out, bool transpose) const;
+  /// R = A * D, or A^T * D with `transpose`, one column block of D at a time. Further rows of R become zero,
+  /// further columns stay. D or R without enough rows or columns: errors 203 and 204, before anything is
+  /// written. A matrix with NumberOfNonzeros() 0 leaves R as it is.
+  void MultiplyDense(ORXSrvDenseMatrix const& d, ORXSrvDenseMatrix& r, bool transpose) const;
+
+  // Updates
+
+  /// A = s * A, the stored values one by one.
+  void Scale(double s);
+  /// A = a - b, in general form. Entries in the same place are summed, as those added since the last
+  /// EndAssembly are; zeros are kept. The dimensions grow to hold the entries and never shrink. Either
+  /// operand may be this matrix.
+  void Subtract(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b);
+  /// Sets the stored values of n columns to zero; they stay stored. General form only (as
+  /// "SetcolumnsToZero"). Error 206 for a column that the matrix does not have.
+  void SetColumnsToZero(int const* list, int n);
+  /// Drops the columns without stored entries. Returns the old numbers of those that stay, as
+  /// FindNontrivialColumns does. General form only.
+  unsigned* EliminateTrivialColumns(int& count);
+
+  // Permutations and transposition. A permutation has NumberOfRows() elements, each of 0 ... rows - 1 once,
+  // else error 206. Beware of the two conventions: old row i becomes row perm[i] in PermuteRows, old row
+  // perm[k] becomes row k in the others. New matrices are the caller's, to be deleted.
+
+  /// Moves rows: old row i becomes row perm[i]. General form only.
+  void PermuteRows(int const* perm);
+  /// A new matrix P * A * P^T: entry (k, l) is old entry (perm[k], perm[l]). The matrix has no more columns
+  /// than rows, else error 206; one with fewer gets as many as its entries then need.
+  ORXSrvSparseMatrix* Permute(int const* perm) const;
+  /// The same in place, with 4 bytes of scratch an entry.
+  void PermuteInPlace(int const* perm);
+  /// A new matrix A^T. In symmetric form the matrix has no more columns than rows, else error 206.
+  ORXSrvSparseMatrix* Transpose() const;
+
+  // Tests of the pattern
+
+  /// Whether for every entry there is one in the mirrored place, of the same value to within 1e-16, relative
+  /// to the entry above the diagonal unless that is zero. The answer is kept until entries are added; adding
+  /// the first one to a symmetric matrix makes it false, also after the next assembly.
+  bool IsSymmetric() const;
+  /// The rows with stored entries, ascending; in symmetric form the diagonal does not count. The array is the
+  /// caller's, freed with mem_Free, never null, `count` says how many there are.
+  unsigned* FindNontrivialRows(int& count) const;
+  /// The same for the columns.
+  unsigned* FindNontrivialColumns(int& count) const;
 
   // Files
 
@@ -133,7 +194,21 @@ private:
   /// changes how the arrays are read.
   bool IsSymmetricForm() const noexcept { return m_diagonal != nullptr; }
   ORX_LOCAL void Adopt(CompressedRows&& compressed) noexcept;
+  /// A matrix of the same kind as this one with these arrays.
+  ORX_LOCAL ORXSrvSparseMatrix* NewOfSameForm(CompressedRows&& compressed, mem_Array<double>&& diagonal,
+                                              int rows, int columns) const;
+  /// out := A^T * x, with x given on `count` listed rows only; without `transpose` error 211.
+  ORX_LOCAL void MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int count,
+                                 unsigned const* indices) const;
+  ORX_LOCAL void MultiplySymmetricForm(double const* x, int nvec, double* y) const;
+  ORX_LOCAL void RequireAssembled(char const* operation) const;
+  ORX_LOCAL void RequireGeneralForm(char const* operation) const;
+  ORX_LOCAL void RequireNoMoreColumnsThanRows(char const* operation) const;
+  ORX_LOCAL bool CompareTriangles() const;
+  ORX_LOCAL mem_Array<double> PermutedDiagonal(int const* perm) const;
   int StoredEntries() const noexcept { return m_rowPointers != nullptr ? m_rowPointers[m_arrayRows] : 0; }
+  /// As GetEntries counts them.
+  ORX_LOCAL std::int64_t NumberOfEntries() const noexcept;
 
   cow_List<ORXSrvSparseMatrixEntry> m_entries; ///< added since the last EndAssembly
   mem_Array<double> m_values;                  ///< of the stored entries
@@ -143,7 +218,7 @@ private:
   std::int32_t m_nonzeros = 0;                 ///< stored entries; in symmetric form as its builder counted
   std::int32_t m_rows;
   std::int32_t m_columns;
-  SymmetryState m_symmetryState = unknown;
+  mutable SymmetryState m_symmetryState = unknown; ///< IsSymmetric keeps its answer here
   std::int32_t m_isAssembled = 0;
   ORXSimCSetID m_rowCSetID;
   ORXSimCSetID m_columnCSetID;

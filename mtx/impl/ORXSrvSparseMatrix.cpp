@@ -42,10 +42,16 @@ bool ORXSrvSparseMatrix::IsNull() const noexcept {
          std::all_of(m_diagonal.get(), m_diagonal.get() + m_arrayRows, [](double d) { return d == 0.0; });
 }
 
+std::int64_t ORXSrvSparseMatrix::NumberOfEntries() const noexcept {
+  std::int64_t const stored = StoredEntries();
+  if (!IsSymmetricForm()) return stored;
+  return (m_rowPointers != nullptr ? m_arrayRows : 0) + 2 * stored;
+}
+
 ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
   std::int32_t const rows = m_rowPointers != nullptr ? m_arrayRows : 0;
   bool const bothTriangles = IsSymmetricForm();
-  std::int64_t const total = bothTriangles ? rows + std::int64_t{2} * StoredEntries() : StoredEntries();
+  std::int64_t const total = NumberOfEntries();
   // More entries than the count can say are refused as a request that no memory can meet.
   auto entries = mem_MakeArray<ORXSrvSparseMatrixEntry>(total <= INT_MAX ? total : -1);
   ORXSrvSparseMatrixEntry* next = entries.get();

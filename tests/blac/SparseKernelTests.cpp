@@ -256,7 +256,7 @@ TEST(SparseKernels, GiveEachVectorWhatItGetsAlone) {
   Maker maker(2);
   Sparse const matrix = maker.Matrix(70, 60);
   SparseSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, 70, 60, nullptr, nullptr};
-  for (int const vectors : {1, 2, 7, 8, 9, 15, 16, 17, 24}) {
+  for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 24}) {
     std::vector<double> const x = maker.Values(60U * vectors), z = maker.Values(70U * vectors);
 
     std::vector<double> y, w;

@@ -1,0 +1,152 @@
+#pragma once
+
+#include "tests/mtx/MatrixSupport.h"
+#include "tests/mtx/SparseSupport.h"
+
+#include <cmath>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <random>
+#include <utility>
+#include <vector>
+
+using SparsePtr = std::unique_ptr<ORXSrvSparseMatrix>;
+
+/// All entries of a sparse matrix, those that are not stored being zero.
+struct Grid {
+  int rows, columns;
+  Doubles values; ///< row by row
+
+  Grid(int rowCount, int columnCount)
+      : rows(rowCount), columns(columnCount), values(static_cast<std::size_t>(rowCount) * columnCount) {}
+  explicit Grid(ORXSrvSparseMatrix const& matrix) : Grid(matrix.NumberOfRows(), matrix.NumberOfColumns()) {
+    for (ORXSrvSparseMatrixEntry const& e : EntriesOf(matrix))
+      At(static_cast<int>(e.row), static_cast<int>(e.column)) += e.value;
+  }
+  double& At(int i, int j) { return values[static_cast<std::size_t>(i) * columns + j]; }
+  double At(int i, int j) const { return values[static_cast<std::size_t>(i) * columns + j]; }
+  bool operator==(Grid const&) const = default;
+};
+
+/// The grid whose (i, j) is element(i, j).
+template<class Element>
+Grid MakeGrid(int rows, int columns, Element element) {
+  Grid grid(rows, columns);
+  for (int i = 0; i < rows; ++i)
+    for (int j = 0; j < columns; ++j)
+      grid.At(i, j) = element(i, j);
+  return grid;
+}
+
+inline SparsePtr NewAssembled(int rows, int columns, Entries const& entries) {
+  auto matrix = std::make_unique<ORXSrvSparseMatrix>(rows, columns);
+  Assemble(*matrix, entries);
+  return matrix;
+}
+
+/// Small integers, zeros among them, in places of which some rows and columns have none, some many, and
+/// neighbours the same.
+inline SparsePtr RandomMatrix(unsigned seed, int rows, int columns) {
+  std::mt19937 random(seed);
+  std::vector<bool> pattern(static_cast<std::size_t>(columns));
+  Entries entries;
+  for (int i = 0; i < rows; ++i) {
+    if (i == 0 || random() % 2 == 0)
+      for (int j = 0, density = static_cast<int>(random() % 4); j < columns; ++j)
+        pattern[static_cast<std::size_t>(j)] = j % 5 != 4 && static_cast<int>(random() % 4) < density;
+    for (int j = 0; j < columns; ++j)
+      if (pattern[static_cast<std::size_t>(j)])
+        entries.push_back({static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j),
+                           static_cast<double>(random() % 11) - 5.0});
+  }
+  if (entries.empty()) entries.push_back({0, 0, 1.0});
+  return NewAssembled(rows, columns, entries);
+}
+
+/// A matrix in symmetric form.
+struct Pairs {
+  /// Where the entry of a pair is stored; Either: one or the other, rows in any order.
+  enum class Side : std::uint8_t { Below, Above, Either };
+
+  std::vector<int> rowPointers{0}, columns;
+  Doubles values, diagonal;
+
+  /// The pairs of the places of `entries`, with their values.
+  Pairs(Entries const& entries, int n, Side side) : diagonal(static_cast<std::size_t>(n), 0.5) {
+    std::mt19937 random(static_cast<unsigned>(n));
+    std::map<std::pair<std::uint32_t, std::uint32_t>, double> pairs;
+    for (ORXSrvSparseMatrixEntry const& e : entries) {
+      auto const [low, high] = std::minmax(e.row, e.column);
+      if (e.row == e.column) diagonal[e.row] = e.value;
+      if (e.row != e.column) pairs[{low, high}] = e.value;
+    }
+    std::vector<std::vector<std::pair<int, double>>> rows(static_cast<std::size_t>(n));
+    for (auto const& [place, value] : pairs) {
+      bool const isBelow = side == Side::Below || (side == Side::Either && random() % 2 == 0);
+      rows[isBelow ? place.second : place.first].push_back(
+          {static_cast<int>(isBelow ? place.first : place.second), value});
+    }
+    for (auto& row : rows) {
+      if (side == Side::Either && random() % 2 == 0) std::shuffle(row.begin(), row.end(), random);
+      for (auto const& [column, value] : row) {
+        columns.push_back(column);
+        values.push_back(value);
+      }
+      rowPointers.push_back(static_cast<int>(columns.size()));
+    }
+  }
+  SparsePtr NewMatrix() const {
+    auto const n = static_cast<int>(diagonal.size());
+    return ORXSrvSparseMatrixTestAccess::Adopt(rowPointers, columns, values, &diagonal,
+                                               n + static_cast<int>(columns.size()), n);
+  }
+};
+
+inline Pairs RandomPairs(unsigned seed, int n) {
+  return {EntriesOf(*RandomMatrix(seed, n, n)), n, Pairs::Side::Either};
+}
+
+/// A square matrix that is large enough for what products do with large ones.
+struct LargePattern {
+  char const* name;
+  Entries entries;
+  int n;
+};
+
+inline std::vector<LargePattern> LargePatterns() {
+  std::mt19937 random(3);
+  auto const value = [&] {
+    return std::ldexp(static_cast<double>(random()) - 2e9, static_cast<int>(random() % 20));
+  };
+  std::vector<LargePattern> patterns;
+  auto const begin = [&](char const* name, int n) { patterns.push_back({name, {}, n}); };
+  auto const add = [&](int i, int j) {
+    patterns.back().entries.push_back(
+        {static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j), value()});
+  };
+
+  begin("three unknowns a node", 3 * 400); // of a grid of 20 x 20 nodes
+  for (int node = 0; node < 400; ++node)
+    for (int const step : {-21, -20, -19, -1, 0, 1, 19, 20, 21})
+      if (node + step >= 0 && node + step < 400)
+        for (int k = 0; k < 9; ++k)
+          add(3 * node + k / 3, 3 * (node + step) + k % 3);
+  begin("anywhere", 40000);
+  for (int i = 0; i < 40000; ++i)
+    for (int k = 0; k < 4; ++k)
+      add(i, static_cast<int>(random() % 40000));
+  begin("a band and full borders", 12000);
+  for (int i = 0; i < 12000; ++i)
+    for (int const j : {0, i - 1, i, i + 1, i + 300, 11999})
+      if (j >= 0 && j < 12000) add(i, j);
+  for (int j = 0; j < 12000; ++j) {
+    add(0, j);
+    add(11999, j);
+  }
+  begin("now and then far away", 30000);
+  for (int i = 0; i < 30000; ++i)
+    for (int const j : {i, (i + 7) % 30000, i % 10 == 0 ? (i + 15000) % 30000 : i / 2})
+      add(i, j);
+  return patterns;
+}

@@ -1,0 +1,295 @@
+#include "DenseSupport.h"
+#include "SparseGrid.h"
+
+#include <bit>
+#include <numeric>
+
+namespace {
+
+using Access = ORXSrvSparseMatrixTestAccess;
+
+constexpr double stale = 1e300;
+
+Doubles Stale(std::int64_t length) { return Doubles(static_cast<std::size_t>(length), stale); }
+
+/// Small integers; sums of their products are exact.
+Doubles Integers(std::int64_t length, unsigned seed) {
+  std::mt19937 random(seed);
+  Doubles values(static_cast<std::size_t>(length));
+  std::generate(values.begin(), values.end(), [&] { return static_cast<double>(random() % 19) - 9.0; });
+  return values;
+}
+
+/// Numbers whose sums depend on the order of the additions.
+Doubles Reals(std::int64_t length, unsigned seed) {
+  std::mt19937 random(seed);
+  Doubles values(static_cast<std::size_t>(length));
+  std::generate(values.begin(), values.end(), [&] {
+    return std::ldexp(static_cast<double>(random()) - 2e9, static_cast<int>(random() % 20));
+  });
+  return values;
+}
+
+/// A * x or A^T * x, column by column.
+Doubles Product(Grid const& a, Doubles const& x, int vectors, bool transpose) {
+  int const in = transpose ? a.rows : a.columns;
+  int const out = transpose ? a.columns : a.rows;
+  Doubles y(static_cast<std::size_t>(out) * vectors);
+  for (int v = 0; v < vectors; ++v)
+    for (int i = 0; i < a.rows; ++i)
+      for (int j = 0; j < a.columns; ++j)
+        y[v * out + (transpose ? j : i)] += a.At(i, j) * x[v * in + (transpose ? i : j)];
+  return y;
+}
+
+Doubles Multiply(ORXSrvSparseMatrix const& a, Doubles const& x, int vectors, bool transpose) {
+  Doubles y = Stale(std::int64_t{transpose ? a.NumberOfColumns() : a.NumberOfRows()} * vectors);
+  a.Multiply(x.data(), vectors, y.data(), transpose);
+  return y;
+}
+
+/// The product as its definition states it, for one vector. `entries` are the stored ones, in order.
+Doubles StatedProduct(Entries const& entries, int rows, int columns, double const* x, bool transpose) {
+  Doubles y(static_cast<std::size_t>(transpose ? columns : rows));
+  for (ORXSrvSparseMatrixEntry const& e : entries)
+    if (transpose) {
+      y[e.column] += x[e.row] * e.value;
+    } else {
+      y[e.row] += e.value * x[e.column];
+    }
+  return y;
+}
+
+Doubles StatedSymmetricProduct(Pairs const& a, double const* x) {
+  auto const rows = static_cast<int>(a.diagonal.size());
+  Doubles y(a.diagonal.size());
+  for (int i = 0; i < rows; ++i) {
+    double sum = 0.0;
+    for (int k = a.rowPointers[i]; k < a.rowPointers[i + 1]; ++k) {
+      sum += a.values[k] * x[a.columns[k]];
+      y[a.columns[k]] += a.values[k] * x[i];
+    }
+    y[i] += a.diagonal[i] * x[i] + sum;
+  }
+  return y;
+}
+
+void ExpectSameBits(Doubles const& expected, Doubles const& actual) {
+  ASSERT_EQ(expected.size(), actual.size());
+  for (std::size_t i = 0; i < expected.size(); ++i)
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(expected[i]), std::bit_cast<std::uint64_t>(actual[i]))
+        << "element " << i << " is " << actual[i] << " and should be " << expected[i];
+}
+
+DensePtr NewFilled(DenseDatabase const& database, int rows, int columns, int rowChunk, int columnChunk,
+                   Doubles const& values) {
+  DensePtr matrix = database.New(rows, columns, rowChunk, columnChunk);
+  Write(*matrix, 0, rows - 1, 0, columns - 1, values);
+  return matrix;
+}
+
+// ---- vectors
+// ------------------------------------------------------------------------------------------------
+
+TEST(SparseMultiply, AgreesWithDenseArithmetic) {
+  for (unsigned seed = 0; seed < 30; ++seed)
+    for (int const vectors : {1, 3, 8, 11})
+      for (bool const transpose : {false, true}) {
+        auto const matrix =
+            RandomMatrix(seed, 1 + static_cast<int>(seed * 5 % 23), 1 + static_cast<int>(seed * 7 % 19));
+        Grid const grid(*matrix);
+        Doubles const x = Integers(std::int64_t{transpose ? grid.rows : grid.columns} * vectors, seed);
+        EXPECT_EQ(Multiply(*matrix, x, vectors, transpose), Product(grid, x, vectors, transpose))
+            << "seed " << seed << ", " << vectors << " vectors, transpose " << transpose;
+      }
+}
+
+TEST(SparseMultiply, SymmetricFormAgreesWithDenseArithmeticAndIgnoresTranspose) {
+  for (unsigned seed = 0; seed < 30; ++seed)
+    for (int const vectors : {1, 2, 5, 8, 9, 20}) {
+      auto const matrix = RandomPairs(seed, 1 + static_cast<int>(seed * 5 % 37)).NewMatrix();
+      Grid const grid(*matrix);
+      Doubles const x = Integers(std::int64_t{grid.rows} * vectors, seed);
+      Doubles const expected = Product(grid, x, vectors, false);
+      EXPECT_EQ(Multiply(*matrix, x, vectors, false), expected) << "seed " << seed << ", " << vectors;
+      EXPECT_EQ(Multiply(*matrix, x, vectors, true), expected) << "seed " << seed << ", " << vectors;
+    }
+}
+
+TEST(SparseMultiply, WritesNothingWithoutNonzerosOrVectors) {
+  ORXSrvSparseMatrix empty(2, 2);
+  Assemble(empty, {});
+  Doubles const diagonal{3, 4};
+  // The diagonal does not count where the builder has not counted it.
+  auto const diagonalOnly = Access::Adopt({0, 0, 0}, {}, {}, &diagonal, 0, 2);
+  auto const matrix = RandomMatrix(1, 2, 2);
+  Doubles const x{1, 2};
+  EXPECT_EQ(Multiply(empty, x, 1, false), Stale(2));
+  EXPECT_EQ(Multiply(*diagonalOnly, x, 1, false), Stale(2));
+  Doubles y = Stale(2);
+  matrix->Multiply(x.data(), 0, y.data(), false);
+  matrix->Multiply(x.data(), -8, y.data(), true);
+  EXPECT_EQ(y, Stale(2));
+  auto const counted = Access::Adopt({0, 0, 0}, {}, {}, &diagonal, 2, 2);
+  EXPECT_EQ(Multiply(*counted, x, 1, false), (Doubles{3, 8}));
+}
+
+TEST(SparseMultiply, RefusesAMatrixThatIsNotAssembled) {
+  auto const matrix = RandomMatrix(3, 4, 4);
+  Doubles const x = Integers(5, 1);
+  Doubles y = Stale(5);
+  std::string const expected = IllegalInput("Multiply, a matrix assembled with all its rows expected");
+  matrix->AddData(4, 0, 1.0);
+  EXPECT_EQ(Raised([&] { matrix->Multiply(x.data(), 1, y.data(), false); }), expected);
+  matrix->BeginAssembly();
+  EXPECT_EQ(Raised([&] { matrix->Multiply(x.data(), 1, y.data(), false); }), expected);
+  EXPECT_EQ(y, Stale(5));
+}
+
+// What is packed, taken together or moved round in a ring must not change a bit.
+TEST(SparseMultiply, AddsInTheStatedOrderWhateverThePattern) {
+  for (auto const& [name, entries, n] : LargePatterns()) {
+    ORXSrvSparseMatrix matrix(n, n);
+    Assemble(matrix, entries);
+    Entries const stored = EntriesOf(matrix);
+    for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17})
+      for (bool const transpose : {false, true}) {
+        SCOPED_TRACE(testing::Message() << name << ", " << vectors << " vectors, transpose " << transpose);
+        Doubles const x = Reals(std::int64_t{n} * vectors, 7);
+        Doubles const y = Multiply(matrix, x, vectors, transpose);
+        for (int v = 0; v < vectors; ++v)
+          ExpectSameBits(StatedProduct(stored, n, n, x.data() + std::ptrdiff_t{v} * n, transpose),
+                         {y.begin() + std::ptrdiff_t{v} * n, y.begin() + std::ptrdiff_t{v + 1} * n});
+        if (HasFatalFailure()) return;
+      }
+  }
+}
+
+TEST(SparseMultiply, SymmetricFormAddsInTheStatedOrderWhateverThePattern) {
+  for (auto const& [name, entries, n] : LargePatterns())
+    for (Pairs::Side const side : {Pairs::Side::Below, Pairs::Side::Above, Pairs::Side::Either}) {
+      Pairs const pairs(entries, n, side);
+      auto const matrix = pairs.NewMatrix();
+      for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17}) {
+        SCOPED_TRACE(testing::Message()
+                     << name << ", side " << static_cast<int>(side) << ", " << vectors << " vectors");
+        Doubles const x = Reals(std::int64_t{n} * vectors, 8);
+        Doubles const y = Multiply(*matrix, x, vectors, false);
+        for (int v = 0; v < vectors; ++v)
+          ExpectSameBits(StatedSymmetricProduct(pairs, x.data() + std::ptrdiff_t{v} * n),
+                         {y.begin() + std::ptrdiff_t{v} * n, y.begin() + std::ptrdiff_t{v + 1} * n});
+        if (HasFatalFailure()) return;
+      }
+    }
+}
+
+// ---- block matrices, array result
+// ---------------------------------------------------------------------------
+
+TEST(SparseMultiplyDense, GivesAnArrayOfTheTransposedProduct) {
+  DenseDatabase const database;
+  for (unsigned seed = 0; seed < 6; ++seed) {
+    auto const matrix = RandomMatrix(seed, 17, 9);
+    Grid const grid(*matrix);
+    Doubles const values = Integers(17 * 8, seed);
+    DensePtr const d = NewFilled(database, 17, 8, 4, 3, values);
+    Doubles out = Stale(9 * 8);
+    matrix->MultiplyDense(*d, out.data(), true);
+    EXPECT_EQ(out, Product(grid, values, 8, true)) << "seed " << seed;
+  }
+}
+
+// Every second row: 999 runs are read one by one, 1000 and more at once.
+TEST(SparseMultiplyDense, ReadsFewAndManyRunsOfRows) {
+  DenseDatabase const database;
+  for (int const runs : {999, 1000, 1003}) {
+    ORXSrvSparseMatrix matrix(2 * runs, 2);
+    Entries entries;
+    for (int run = 0; run < runs; ++run)
+      entries.push_back(
+          {2 * static_cast<std::uint32_t>(run), static_cast<std::uint32_t>(run % 2), run % 7 - 3.0});
+    Assemble(matrix, entries);
+    Doubles const values = Integers(std::int64_t{matrix.NumberOfRows()} * 3, 5);
+    DensePtr const d = NewFilled(database, matrix.NumberOfRows(), 3, -1, 2, values);
+    Doubles out = Stale(6);
+    matrix.MultiplyDense(*d, out.data(), true);
+    EXPECT_EQ(out, Product(Grid(matrix), values, 3, true)) << runs;
+
+    DensePtr const tooShort = database.New(matrix.NumberOfRows() - 2, 3, -1, -1);
+    EXPECT_EQ(Raised([&] { matrix.MultiplyDense(*tooShort, out.data(), true); }), invalidGet) << runs;
+  }
+}
+
+TEST(SparseMultiplyDense, RefusesTheSymmetricFormAndTheProductThatIsNotTransposed) {
+  DenseDatabase const database;
+  DensePtr const d = database.New(3, 2, -1, -1);
+  auto const matrix = RandomMatrix(5, 3, 3);
+  auto const symmetric = RandomPairs(5, 3).NewMatrix();
+  Doubles out = Stale(6);
+  EXPECT_EQ(Raised([&] { matrix->MultiplyDense(*d, out.data(), false); }),
+            "211 ORXSrvSparseMatrix::MultiplyIndexed transpose:False not supported!");
+  EXPECT_EQ(Raised([&] { symmetric->MultiplyDense(*d, out.data(), true); }),
+            "201 ORXSrvSparseMatrix::MultiplyDense symmetric:True not supported!");
+  // Columns 0 to 2 of A ask for rows that this one does not have, which shows first.
+  EXPECT_EQ(Raised([&] { matrix->MultiplyDense(*database.New(1, 2, -1, -1), out.data(), false); }),
+            invalidGet);
+  ORXSrvSparseMatrix empty(3, 3);
+  Assemble(empty, {});
+  empty.MultiplyDense(*d, out.data(), false);
+  EXPECT_EQ(out, Stale(6));
+}
+
+// ---- block matrices, block result
+// ---------------------------------------------------------------------------
+
+TEST(SparseMultiplyDense, GivesABlockMatrixOfEitherProduct) {
+  DenseDatabase const database;
+  for (bool const transpose : {false, true})
+    for (int const rowsBelow : {0, 3}) {
+      auto const matrix = RandomMatrix(11, 7, 10);
+      Grid const grid(*matrix);
+      int const in = transpose ? 7 : 10;
+      int const out = transpose ? 10 : 7;
+      Doubles const values = Integers(in * 5, 3);
+      // D has rows to spare, R columns and perhaps rows.
+      DensePtr const d = database.New(in + 1, 5, 3, 2);
+      Write(*d, 0, in - 1, 0, 4, values);
+      DensePtr const r = NewFilled(database, out + rowsBelow, 6, 4, 4, Stale((out + rowsBelow) * 6));
+      matrix->MultiplyDense(*d, *r, transpose);
+      Doubles const product = Product(grid, values, 5, transpose);
+      Doubles expected;
+      for (int j = 0; j < 6; ++j)
+        for (int i = 0; i < out + rowsBelow; ++i)
+          expected.push_back(j == 5 ? stale : i < out ? product[j * out + i] : 0.0);
+      EXPECT_EQ(All(*r), expected) << transpose << ' ' << rowsBelow;
+    }
+}
+
+TEST(SparseMultiplyDense, GivesABlockMatrixForTheSymmetricForm) {
+  DenseDatabase const database;
+  auto const matrix = RandomPairs(2, 9).NewMatrix();
+  Doubles const values = Integers(9 * 10, 4);
+  DensePtr const d = NewFilled(database, 9, 10, 4, 9, values);
+  DensePtr const r = database.New(9, 10, -1, -1);
+  matrix->MultiplyDense(*d, *r, true);
+  EXPECT_EQ(All(*r), Product(Grid(*matrix), values, 10, false));
+}
+
+TEST(SparseMultiplyDense, RefusesBlockMatricesThatAreTooSmallBeforeItWrites) {
+  DenseDatabase const database;
+  auto const matrix = RandomMatrix(4, 5, 6);
+  DensePtr const d = NewFilled(database, 6, 4, 2, 1, Integers(24, 1));
+  for (auto const& [rows, columns] : {std::pair{4, 4}, {5, 3}}) {
+    DensePtr const r = NewFilled(database, rows, columns, -1, -1, Stale(rows * columns));
+    EXPECT_EQ(Raised([&] { matrix->MultiplyDense(*d, *r, false); }), invalidSet);
+    EXPECT_EQ(All(*r), Stale(rows * columns));
+  }
+  DensePtr const r = NewFilled(database, 6, 4, -1, -1, Stale(24));
+  EXPECT_EQ(Raised([&] { matrix->MultiplyDense(*database.New(4, 4, -1, -1), *r, true); }), invalidGet);
+  ORXSrvSparseMatrix empty(6, 6);
+  Assemble(empty, {});
+  empty.MultiplyDense(*d, *r, false);
+  EXPECT_EQ(All(*r), Stale(24));
+}
+
+} // namespace
