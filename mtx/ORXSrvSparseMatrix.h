@@ -200,7 +200,6 @@ private:
   /// out := A^T * x, with x given on `count` listed rows only; without `transpose` error 211.
   ORX_LOCAL void MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int count,
                                  unsigned const* indices) const;
-  ORX_LOCAL void MultiplySymmetricForm(double const* x, int nvec, double* y) const;
   ORX_LOCAL void RequireAssembled(char const* operation) const;
   ORX_LOCAL void RequireGeneralForm(char const* operation) const;
   ORX_LOCAL void RequireNoMoreColumnsThanRows(char const* operation) const;

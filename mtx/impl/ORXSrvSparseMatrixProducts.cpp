@@ -6,6 +6,7 @@
 #include "mtx/ORXSrvUtilities.h"
 #include "mtx/impl/BlockRanges.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/PackedProducts.h"
 
 #include <algorithm>
 #include <climits>
@@ -64,25 +65,16 @@ private:
 void ORXSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool transpose) const {
   if (m_nonzeros == 0) return;
   RequireAssembled("Multiply");
-  if (IsSymmetricForm()) return MultiplySymmetricForm(x, nvec, y);
-  auto* const kernel = transpose ? BLAC_SPARSE_UMTV : BLAC_SPARSE_UMV;
-  kernel(m_values.get(), x, m_rowPointers.get(), reinterpret_cast<int const*>(m_columnIndices.get()), y,
-         &m_rows, &m_columns, &nvec);
-}
-
-void ORXSrvSparseMatrix::MultiplySymmetricForm(double const* x, int nvec, double* y) const {
-  RequireNoMoreColumnsThanRows("Multiply");
-  std::int64_t const length = m_rows;
-  for (int v = 0; v < nvec; ++v, x += length, y += length) {
-    std::fill_n(y, length, 0.0);
-    for (std::int32_t i = 0; i < m_columns; ++i) {
-      double sum = 0.0;
-      for (std::int32_t k = m_rowPointers[i]; k < m_rowPointers[i + 1]; ++k) {
-        sum += m_values[k] * x[m_columnIndices[k]];
-        y[m_columnIndices[k]] += m_values[k] * x[i];
-      }
-      y[i] += m_diagonal[i] * x[i] + sum;
-    }
+  auto const* const columnIndices = reinterpret_cast<int const*>(m_columnIndices.get());
+  PackedProducts const packed(m_values.get(), m_rowPointers.get(), columnIndices, m_rows, m_columns);
+  if (IsSymmetricForm()) {
+    RequireNoMoreColumnsThanRows("Multiply");
+    packed.MultiplySymmetric(m_diagonal.get(), x, nvec, y);
+  } else if (packed.Pay(nvec)) {
+    transpose ? packed.MultiplyTransposed(x, nvec, y) : packed.Multiply(x, nvec, y);
+  } else {
+    auto* const kernel = transpose ? BLAC_SPARSE_UMTV : BLAC_SPARSE_UMV;
+    kernel(m_values.get(), x, m_rowPointers.get(), columnIndices, y, &m_rows, &m_columns, &nvec);
   }
 }
 

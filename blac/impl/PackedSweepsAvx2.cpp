@@ -1,0 +1,9 @@
+#ifdef __x86_64__
+
+#define BLAC_PACKED_SWEEP [[gnu::target("avx2")]]
+#define BLAC_PACKED_NAMESPACE packed_avx2
+#include "blac/impl/PackedSweepsBody.h"
+
+constexpr blac::PackedSweepSet blac::avx2PackedSweeps = blac::packed_avx2::sweepSet;
+
+#endif

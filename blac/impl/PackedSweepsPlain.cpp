@@ -1,0 +1,13 @@
+#define BLAC_PACKED_SWEEP
+#define BLAC_PACKED_NAMESPACE packed_plain
+#include "blac/impl/PackedSweepsBody.h"
+
+constexpr blac::PackedSweepSet blac::plainPackedSweeps = blac::packed_plain::sweepSet;
+
+blac::PackedSweepSet const& blac::PackedSweepsOfThisProcessor() {
+#ifdef __x86_64__
+  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl")) return avx512PackedSweeps;
+  if (__builtin_cpu_supports("avx2")) return avx2PackedSweeps;
+#endif
+  return plainPackedSweeps;
+}
