@@ -37,7 +37,8 @@ module orx_linear_algebra
        blac_dsyrk, blac_dtrmm, blac_dtrsm, blac_dgetrf, blac_dgetrs, blac_dormtr, blac_dpotrf, blac_dpptrf, &
        blac_dpptri, blac_dpptrs, blac_dspevx, blac_dstemr, blac_dstevr, blac_dsyev, blac_dsyevx, &
        blac_dsygst, blac_dsygv, blac_dsytrd, blac_dsytrf, blac_dsytrs, blac_dtptri, blac_dlamch, &
-       blac_ieeeck, blac_lsame, blac_ilaenv, blac_dgemm2, blac_dgesv, blac_dppsv, blac_xerbla, blac_hdmcon
+       blac_ieeeck, blac_lsame, blac_ilaenv, blac_dgemm2, blac_dgesv, blac_dppsv, blac_xerbla, blac_hdmcon, &
+       blac_sparse_umv, blac_sparse_umtv, blac_sparse_sparse_umtv
 
   interface
      ! Matrix registry; a container is known by its handle. Only c_null_ptr is a handle of nothing.
@@ -661,6 +662,34 @@ module orx_linear_algebra
        integer(c_int), intent(in) :: index
        real(c_double) :: blac_hdmcon
      end function
+
+     ! Sparse products of a block of nvec vectors; row i of A, from zero, has the values a(ia(i)+1 ... ia(i+1)) in the
+     ! columns ja(...), from zero. See blac/BLAC.h.
+
+     ! y := A*x
+     subroutine blac_sparse_umv(a, x, ia, ja, y, nrows, ncols, nvec) bind(C, name="BLAC_SPARSE_UMV")
+       import :: c_double, c_int
+       real(c_double), intent(in) :: a(*), x(*)
+       integer(c_int), intent(in) :: ia(*), ja(*), nrows, ncols, nvec
+       real(c_double), intent(inout) :: y(*)
+     end subroutine
+
+     ! y := A'*x
+     subroutine blac_sparse_umtv(a, x, ia, ja, y, nrows, ncols, nvec) bind(C, name="BLAC_SPARSE_UMTV")
+       import :: c_double, c_int
+       real(c_double), intent(in) :: a(*), x(*)
+       integer(c_int), intent(in) :: ia(*), ja(*), nrows, ncols, nvec
+       real(c_double), intent(inout) :: y(*)
+     end subroutine
+
+     ! y := A'*z, z zero but for the nrows rows idx, which x has
+     subroutine blac_sparse_sparse_umtv(a, x, ia, ja, y, nrows, ncols, nvec, idx) &
+          bind(C, name="BLAC_SPARSE_SPARSE_UMTV")
+       import :: c_double, c_int
+       real(c_double), intent(in) :: a(*), x(*)
+       integer(c_int), intent(in) :: ia(*), ja(*), nrows, ncols, nvec, idx(*)
+       real(c_double), intent(inout) :: y(*)
+     end subroutine
   end interface
 
 contains
