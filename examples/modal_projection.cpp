@@ -27,34 +27,37 @@ namespace {
 
 constexpr int rowsInBlock = 256;
 
-enum Identifier : int { stiffness = 1, mass = 2, shapes = 3, modalStiffness = 4, modalMass = 5, work = 6 };
+enum Identifier : int { shapes = 1, modalStiffness = 2, modalMass = 3, work = 4 };
 
-/// Registers a file of text triplets as a dense matrix, cut into blocks of rows.
-ORXSrvDenseMatrix& Register(ORXSrvMatrixContainer& matrices, Identifier id, std::string const& path) {
+void Read(ORXSrvSparseMatrix& matrix, std::string const& path) {
   constexpr int textTriplets = 3;
-  ORXSrvSparseMatrix file(0, 0);
-  file.Import(path.c_str(), textTriplets);
+  matrix.Import(path.c_str(), textTriplets);
+}
 
-  ORXSrvMatrix values(file.NumberOfRows(), file.NumberOfColumns());
+/// Registers the mode shapes of a file, cut into blocks of rows.
+void RegisterShapes(ORXSrvMatrixContainer& matrices, std::string const& path) {
+  ORXSrvSparseMatrix file(0, 0);
+  Read(file, path);
+  int const unknowns = file.NumberOfRows();
+  int const modes = file.NumberOfColumns();
+
+  ORXSrvMatrix values(unknowns, modes);
   values = 0.0;
   int count = 0;
   mem_Array<ORXSrvSparseMatrixEntry> const entries(file.GetEntries(count));
   for (int k = 0; k < count; ++k)
-    values.Values()[std::int64_t{entries[k].column} * file.NumberOfRows() + entries[k].row] =
-        entries[k].value;
-
-  ORXSrvDenseMatrix& matrix =
-      matrices.Create(id, file.NumberOfRows(), file.NumberOfColumns(), rowsInBlock, rowsInBlock);
-  matrix.SetColumns(0, file.NumberOfColumns() - 1, values);
-  return matrix;
+    values.Values()[std::int64_t{entries[k].column} * unknowns + entries[k].row] = entries[k].value;
+  matrices.Create(shapes, unknowns, modes, rowsInBlock, modes).SetColumns(0, modes - 1, values);
 }
 
-/// Registers Phi^T * A * Phi.
-void Project(ORXSrvMatrixContainer& matrices, Identifier result, ORXSrvDenseMatrix const& a) {
+/// Registers Phi^T * A * Phi; A is read from a file.
+void Project(ORXSrvMatrixContainer& matrices, Identifier result, std::string const& path) {
+  ORXSrvSparseMatrix a(0, 0);
+  Read(a, path);
   ORXSrvDenseMatrix const& phi = matrices.Get(shapes);
-  int const modes = phi.NumberOfColumns();
   ORXSrvDenseMatrix& product = matrices.Get(work);
-  a.Multiply(phi, product);
+  a.MultiplyDense(phi, product, false);
+  int const modes = phi.NumberOfColumns();
   phi.TransposeMultiply(&product, &matrices.Create(result, modes, modes, modes, modes), 1);
 }
 
@@ -95,10 +98,11 @@ void PrintModes(ORXSrvMatrixContainer& matrices) {
 
 void Run(std::string const& folder) {
   ORXSrvMatrixContainer matrices;
-  ORXSrvDenseMatrix const& phi = Register(matrices, shapes, folder + "/shapes.txt");
-  matrices.Create(work, phi.NumberOfRows(), phi.NumberOfColumns(), rowsInBlock, rowsInBlock);
-  Project(matrices, modalStiffness, Register(matrices, stiffness, folder + "/K.txt"));
-  Project(matrices, modalMass, Register(matrices, mass, folder + "/M.txt"));
+  RegisterShapes(matrices, folder + "/shapes.txt");
+  ORXSrvDenseMatrix const& phi = matrices.Get(shapes);
+  matrices.Create(work, phi.NumberOfRows(), phi.NumberOfColumns(), rowsInBlock, phi.NumberOfColumns());
+  Project(matrices, modalStiffness, folder + "/K.txt");
+  Project(matrices, modalMass, folder + "/M.txt");
 
   std::printf("largest coupling of two modes: %.1e in Phi^T K Phi, %.1e in Phi^T M Phi\n",
               LargestCoupling(matrices.Get(modalStiffness)), LargestCoupling(matrices.Get(modalMass)));

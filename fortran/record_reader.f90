@@ -4,8 +4,9 @@
 !   record 1           the order n
 !   record 2 ... n+1   one per row: k, k one-based columns, k values; the first pair is the diagonal
 !
-! Nothing here stops the process: each routine returns 0, or what was wrong. The caller has walked along the
-! markers of a record before it is read, because this runtime does not come back from some damaged ones. mtx/impl/FortranRecords.cpp declares them.
+! Nothing here stops the process: each routine returns 0, or what was wrong. The caller, mtx/impl/FortranRecords.cpp,
+! has walked along the markers of a record before it is read, because this runtime does not come back from some
+! damaged ones.
 module record_reader
   use, intrinsic :: iso_c_binding, only: c_char, c_double, c_int32_t, c_int64_t, c_null_char
   implicit none
