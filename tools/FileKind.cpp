@@ -141,15 +141,19 @@ bool ReadBlockHeader(Probe const& file, BlockHeader& header) {
          lastStart[0] == header.entries;
 }
 
+/// The last block may end with the last value.
 bool IsBlocks(Probe const& file) {
   BlockHeader header{};
   if (!ReadBlockHeader(file, header)) return false;
   std::int64_t const length = header.BlockLength();
   std::int64_t const needed = (header.entries + length - 1) / length;
   if (header.blocks < needed || header.blocks > file.Size() / length) return false;
-  std::int64_t const valueBlocks =
-      header.isUnsymmetric ? 2 * std::max<std::int64_t>(needed, 1) : header.blocks;
-  return file.Size() == header.HeadBytes() + 4 * length * header.blocks + 8 * length * valueBlocks;
+  std::int64_t const sections = header.isUnsymmetric ? 2 : 1;
+  std::int64_t const sectionLength =
+      length * (header.isUnsymmetric ? std::max<std::int64_t>(needed, 1) : header.blocks);
+  std::int64_t const values =
+      header.HeadBytes() + 4 * length * header.blocks + 8 * sectionLength * (sections - 1);
+  return file.Size() == values + 8 * header.entries || file.Size() == values + 8 * sectionLength;
 }
 
 bool IsChunks(Probe const& file) {

@@ -36,9 +36,10 @@ FileKind KindOfName(std::string const& name);
 /// The type that a path's extension stands for; a ToolError lists the extensions.
 FileKind KindOfExtension(std::string const& path);
 
-/// Every type whose rules the whole file meets: headers of binary files must agree with the size of the file
-/// to the byte and with the ends of their tables. Text is told by its first line. What is no regular file
-/// cannot be looked at twice and counts as text triplets.
+/// Every type whose rules the whole file meets. Binary types: the header and the ends of the tables agree
+/// with each other and with the size of the file to the byte; a block file may end with its last value
+/// instead of its last block. Text is told by its first line. What is no regular file cannot be looked at
+/// twice and counts as text triplets.
 std::vector<FileKind> CandidateKinds(std::string const& path);
 
 /// The one candidate; none or several are a ToolError that says how to go on.

@@ -10,17 +10,15 @@
 namespace tool {
 namespace {
 
+std::int64_t CeilingShare(std::int64_t length, std::int64_t parts) { return (length + parts - 1) / parts; }
+
 /// First row of pixel y out of `pixels`, or column of pixel x.
 std::int64_t RangeStart(std::int64_t pixel, std::int64_t length, std::int64_t pixels) {
-  return (pixel * length + pixels - 1) / pixels;
+  return CeilingShare(pixel * length, pixels);
 }
 
 std::int64_t RangeLength(std::int64_t pixel, std::int64_t length, std::int64_t pixels) {
   return RangeStart(pixel + 1, length, pixels) - RangeStart(pixel, length, pixels);
-}
-
-int CeilingShare(std::int64_t length, double scale) {
-  return static_cast<int>(std::ceil(static_cast<double>(length) / scale));
 }
 
 /// U+2800 with the bits of eight dots, in UTF-8.
@@ -71,10 +69,15 @@ Raster Rasterize(MatrixEntries const& matrix, int width, int height) {
 PictureSize FitPicture(int rows, int columns, PictureSize const& limits, int pixelAspect) {
   if (rows == 0 || columns == 0) return {0, 0};
   if (rows <= limits.height && columns <= limits.width) return {columns, rows};
-  double const scale = std::max({1.0, static_cast<double>(columns) / limits.width,
-                                 static_cast<double>(rows) / limits.height / pixelAspect});
-  return {std::min(limits.width, CeilingShare(columns, scale)),
-          std::min(limits.height, CeilingShare(rows, scale * pixelAspect))};
+  // In units of a row's height, were a column as wide as a pixel is high.
+  std::int64_t const wide = std::int64_t{columns} * pixelAspect;
+  std::int64_t const high = rows;
+  std::int64_t const heightAtFullWidth = CeilingShare(high * limits.width, wide);
+  bool const isWide = heightAtFullWidth <= limits.height;
+  std::int64_t const height = isWide ? heightAtFullWidth : limits.height;
+  std::int64_t const width = isWide ? limits.width : CeilingShare(wide * limits.height, high);
+  return {static_cast<int>(std::min<std::int64_t>(width, columns)),
+          static_cast<int>(std::min<std::int64_t>(height, rows))};
 }
 
 std::string AsciiPicture(Raster const& raster) {

@@ -34,7 +34,7 @@ std::string ReadWhole(std::string const& path) {
   RequireReadable(path);
   std::unique_ptr<std::FILE, CloseFile> const file(std::fopen(path.c_str(), "r"));
   std::string text;
-  std::size_t constexpr step = std::size_t{1} << 20;
+  std::size_t constexpr step = std::size_t{1} << 16;
   errno = 0;
   while (file != nullptr) {
     std::size_t const before = text.size();

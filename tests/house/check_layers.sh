@@ -42,6 +42,7 @@ function check_foreign(file, line, header) {
   if (header == "blis.h" && file !~ /^blac\/impl\//) fail(file ":" line ": only blac/impl/ includes blis.h")
   if (header == "hdf5.h" && file !~ /^platform\/sim\/impl\/store\/|^tests\/sim\/|^bench\/Hdf5Peer/)
     fail(file ":" line ": only platform/sim/impl/store/ includes hdf5.h")
+  if (header == "png.h" && file !~ /^(tests\/)?tools?\//) fail(file ":" line ": only tools/ includes png.h")
   if (header ~ /^CLI\// && file !~ /^tools\//) fail(file ":" line ": only tools/ includes CLI")
 }
 FILENAME == "-" {

@@ -83,10 +83,17 @@ TEST(FileKind, BinaryTypesAreReadAsTheMatrixThatTheyHold) {
 }
 
 TEST(FileKind, AByteMoreOrLessIsNoMatrixFile) {
-  for (std::string const& content :
-       {FortranFile(), SymmetricBlocks(), UnsymmetricBlocks(), ChunkedFile(), DenseFile()}) {
+  for (std::string const& content : {FortranFile(), ChunkedFile(), DenseFile()}) {
     EXPECT_EQ(KindsOf(content.substr(0, content.size() - 1)), Kinds{});
     EXPECT_EQ(KindsOf(content + '\1'), Kinds{});
+  }
+}
+
+TEST(FileKind, TheLastBlockMayEndWithTheLastValue) {
+  for (std::string const& content : {SymmetricBlocks(), UnsymmetricBlocks()}) {
+    EXPECT_EQ(KindsOf(content + '\1'), Kinds{});
+    EXPECT_EQ(KindsOf(content.substr(0, content.size() - 8)), Kinds{FileKind::Blocks});
+    EXPECT_EQ(KindsOf(content.substr(0, content.size() - 9)), Kinds{});
   }
 }
 
@@ -162,6 +169,14 @@ TEST(FileKind, NoCandidateIsAnErrorWithTheSize) {
 
   EXPECT_CONTAINS(Ending([&] { tool::LoadMatrix(path); }), "1 '" + path + "' is no matrix file");
   EXPECT_CONTAINS(Ending([&] { tool::LoadMatrix(path); }), "size of 3 bytes");
+}
+
+TEST(FileKind, AnOlderTailIsIgnoredWhenTheTypeIsSaid) {
+  TemporaryFolder const folder;
+  std::string const path = folder.Write("a", DenseFile() + "the end of an older, longer file");
+
+  EXPECT_EQ(CandidateKinds(path), Kinds{});
+  EXPECT_EQ(TextOf(tool::LoadMatrix(path, {FileKind::Dense, {}})), "2 x 2: 1,1=4 1,2=-1 2,1=-1 2,2=2");
 }
 
 TEST(FileKind, APipeIsReadOnceAsTriplets) {
