@@ -29,15 +29,16 @@ constexpr FileKindDescription kinds[] = {
     {FileKind::Dense, "dense", ".bin", "dense binary"},
 };
 
-/// A file whose bytes are looked at here and there.
+/// A file whose bytes are looked at here and there. What is no regular file is not opened: a pipe can be opened
+/// only once.
 class Probe {
 public:
-  explicit Probe(std::string const& path) : m_file(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+  explicit Probe(std::string const& path) {
     struct stat status {};
-    if (m_file >= 0 && fstat(m_file, &status) == 0) {
-      m_size = status.st_size;
-      m_isRegular = S_ISREG(status.st_mode);
-    }
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    m_file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    m_isRegular = m_file >= 0;
+    m_size = status.st_size;
   }
   Probe(Probe const&) = delete;
   Probe& operator=(Probe const&) = delete;
@@ -60,7 +61,7 @@ public:
   }
 
 private:
-  int m_file;
+  int m_file = -1;
   std::int64_t m_size = 0;
   bool m_isRegular = false;
 };
