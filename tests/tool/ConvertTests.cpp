@@ -251,11 +251,12 @@ TEST_F(Convert, PublishedMatricesComeBackFromEveryTypeThatHoldsThem) {
       std::string const source = (folder.path() / name).string();
       if (!std::filesystem::exists(source)) continue;
       ++files;
+      SCOPED_TRACE(source);
       auto const matrix = tool::LoadMatrix(source);
       bool const isSymmetric = tool::MirrorOf(matrix) == tool::Mirror::Same;
       for (std::string const type : {"triplets", "commas", "nodedofs", "mtx", "fortran", "chunks"}) {
         if (!isSymmetric && (type == "fortran" || type == "chunks")) continue;
-        SCOPED_TRACE(source + " as " + type);
+        SCOPED_TRACE(type);
         To("a", source, {.to = type.c_str(), .dofsPerNode = 6});
         tool::Comparison const comparison = tool::CompareFiles(Path("a"), source, 0.0);
         EXPECT_TRUE(comparison.isEqual) << comparison.text;
