@@ -70,6 +70,18 @@ TEST_F(Convert, EveryTypeBecomesEveryOther) {
   }
 }
 
+TEST_F(Convert, DiagonalAndEmptyMatricesGoThroughEveryType) {
+  std::string const diagonal = Write("diagonal.txt", "1 1 4\n2 2 -3\n");
+  std::string const empty = Write("empty.txt", "");
+  for (tool::FileKindDescription const& type : tool::FileKinds()) {
+    SCOPED_TRACE(type.name);
+    To("out", diagonal, {.to = type.name, .dofsPerNode = 1});
+    EXPECT_EQ(Loaded("out"), "2 x 2: 1,1=4 2,2=-3");
+    To("out", empty, {.to = type.name, .dofsPerNode = 1});
+    EXPECT_EQ(Loaded("out"), "0 x 0:");
+  }
+}
+
 TEST_F(Convert, RectanglesGoThroughGeneralTypes) {
   std::string const source = Write("source.mtx", "%%MatrixMarket matrix coordinate real general\n"
                                                  "2 3 3\n1 1 4\n1 3 -0.5\n2 2 3\n");
