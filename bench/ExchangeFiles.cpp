@@ -209,11 +209,11 @@ struct Reading {
   Goal goal;
 };
 constexpr Reading readings[] = {{"Fortran records", "fortran", 0, &Data::symmetric, AtLeast(0.15)},
-                            {"block binary, symmetric", "block", 1, &Data::symmetric, AtLeast(0.5)},
-                            {"block binary, unsymmetric", "unsymmetric", 1, &Data::general, {}},
-                            {"chunked binary", "chunked", 6, &Data::symmetric, AtLeast(0.5)},
-                            {"dense binary", "dense", 7, &Data::forDense, AtLeast(0.5)},
-                            {"text", "text", 3, nullptr, {}}};
+                                {"block binary, symmetric", "block", 1, &Data::symmetric, AtLeast(0.5)},
+                                {"block binary, unsymmetric", "unsymmetric", 1, &Data::general, {}},
+                                {"chunked binary", "chunked", 6, &Data::symmetric, AtLeast(0.5)},
+                                {"dense binary", "dense", 7, &Data::forDense, AtLeast(0.5)},
+                                {"text", "text", 3, nullptr, {}}};
 
 bool AreEqual(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b) {
   int countOfA = 0, countOfB = 0;
@@ -248,10 +248,10 @@ struct Writing {
   Goal goal;
 };
 constexpr Writing writings[] = {{"chunked binary", 6, &Data::symmetric, AtLeast(0.5)},
-                            {"dense binary", 7, &Data::forDense, AtLeast(0.5)},
-                            {"text, one-based", 3, &Data::general, {}},
-                            {"text, zero-based", 5, &Data::general, {}},
-                            {"text, node numbers", 4, &Data::general, {}}};
+                                {"dense binary", 7, &Data::forDense, AtLeast(0.5)},
+                                {"text, one-based", 3, &Data::general, {}},
+                                {"text, zero-based", 5, &Data::general, {}},
+                                {"text, node numbers", 4, &Data::general, {}}};
 
 void ClaimWriting(Report& report, std::string const& claim, Writing const& writing, Data const& data) {
   std::string const ours = data.Path("ours");

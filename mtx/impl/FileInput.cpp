@@ -13,6 +13,7 @@ namespace {
 constexpr char sourceFile[] = "mtx/impl/FileInput.cpp";
 }
 
+// A pipe without a writer is to be refused, not waited for.
 FileInput::FileInput(char const* path) : m_path(path), m_file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
   if (m_file < 0) ORXSrvMtxOpenFileException(path).Throw(sourceFile, __LINE__);
   struct stat facts {};

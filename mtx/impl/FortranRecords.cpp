@@ -51,12 +51,13 @@ public:
       std::int64_t const leading = MarkerAt(m_next, isBigEndian);
       std::int64_t const length = std::abs(leading);
       std::int64_t const end = m_next + markerBytes + length;
-      std::int64_t const trailing = end <= m_file.Size() - markerBytes ? MarkerAt(end, isBigEndian) : 0;
-      if (end > m_file.Size() - markerBytes || std::abs(trailing) != length)
+      bool const isCutOff = end > m_file.Size() - markerBytes;
+      std::int64_t const trailing = isCutOff ? 0 : MarkerAt(end, isBigEndian);
+      if (isCutOff || std::abs(trailing) != length)
         Fail(m_path, m_record,
              "a record of " + std::to_string(length) + " bytes at byte " + std::to_string(m_next) +
                  " expected to end at byte " + std::to_string(end) + ", found " +
-                 (end > m_file.Size() - markerBytes ? "the end of the file" : std::to_string(trailing)));
+                 (isCutOff ? "the end of the file" : "a length of " + std::to_string(trailing)));
       isContinued = leading < 0;
       m_next = end + markerBytes;
     }

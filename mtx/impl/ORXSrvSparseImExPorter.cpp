@@ -1,10 +1,10 @@
 #include "mtx/impl/ORXSrvSparseImExPorter.h"
 
 #include "mtx/ORXSrvSparseMatrix.h"
-#include "mtx/impl/BlockBinary.h"
 #include "mtx/impl/DenseBinary.h"
 #include "mtx/impl/FortranRecords.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/SparseBlocks.h"
 #include "mtx/impl/TextExport.h"
 #include "mtx/impl/TextTriplets.h"
 #include "sim/ORXSimDistribution.h"

@@ -1,4 +1,4 @@
-#include "mtx/impl/BlockBinary.h"
+#include "mtx/impl/SparseBlocks.h"
 #include "tests/fuzz/FuzzOne.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t size) {

@@ -1,4 +1,4 @@
-#include "mtx/impl/BlockBinary.h"
+#include "mtx/impl/SparseBlocks.h"
 #include "tests/fuzz/FuzzOne.h"
 
 // Chunks of four entries: files stay small, and every one has several.

@@ -2,8 +2,8 @@
 #include "MatrixSupport.h"
 #include "SimSupport.h"
 #include "SparseSupport.h"
-#include "mtx/impl/BlockBinary.h"
 #include "mtx/impl/DenseBinary.h"
+#include "mtx/impl/SparseBlocks.h"
 
 #include <algorithm>
 #include <cmath>

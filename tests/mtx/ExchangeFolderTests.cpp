@@ -1,8 +1,9 @@
 #include "MatrixSupport.h"
 #include "SparseSupport.h"
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -45,8 +46,10 @@ std::vector<ExchangeFile> FilesIn(char const* folder) {
 }
 
 std::string NameOf(testing::TestParamInfo<ExchangeFile> const& test) {
-  return std::regex_replace(std::string(test.param.format.name) + "_" + test.param.path.stem().string(),
-                            std::regex("[^A-Za-z0-9]"), "_");
+  std::string name = std::string(test.param.format.name) + "_" + test.param.path.stem().string();
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
 }
 
 class Malformed : public testing::TestWithParam<ExchangeFile> {};

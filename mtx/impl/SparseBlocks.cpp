@@ -1,4 +1,4 @@
-#include "mtx/impl/BlockBinary.h"
+#include "mtx/impl/SparseBlocks.h"
 
 #include "mtx/impl/FileInput.h"
 #include "mtx/impl/FileOutput.h"
