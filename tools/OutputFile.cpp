@@ -18,6 +18,7 @@ OutputFile::OutputFile(std::string const& path) : m_path(path), m_file(std::fope
 }
 
 void OutputFile::WriteBytes(void const* bytes, std::size_t count) {
+  if (count == 0) return; // an empty array may be null, which fwrite does not take
   if (std::fwrite(bytes, 1, count, m_file.get()) != count) Fail();
 }
 

@@ -70,6 +70,18 @@ TEST_F(Convert, EveryTypeBecomesEveryOther) {
   }
 }
 
+TEST_F(Convert, DiagonalAndEmptyMatricesGoThroughEveryType) {
+  std::string const diagonal = Write("diagonal.txt", "1 1 4\n2 2 -3\n");
+  std::string const empty = Write("empty.txt", "");
+  for (tool::FileKindDescription const& type : tool::FileKinds()) {
+    SCOPED_TRACE(type.name);
+    To("out", diagonal, {.to = type.name, .dofsPerNode = 1});
+    EXPECT_EQ(Loaded("out"), "2 x 2: 1,1=4 2,2=-3");
+    To("out", empty, {.to = type.name, .dofsPerNode = 1});
+    EXPECT_EQ(Loaded("out"), "0 x 0:");
+  }
+}
+
 TEST_F(Convert, RectanglesGoThroughGeneralTypes) {
   std::string const source = Write("source.mtx", "%%MatrixMarket matrix coordinate real general\n"
                                                  "2 3 3\n1 1 4\n1 3 -0.5\n2 2 3\n");
@@ -251,11 +263,12 @@ TEST_F(Convert, PublishedMatricesComeBackFromEveryTypeThatHoldsThem) {
       std::string const source = (folder.path() / name).string();
       if (!std::filesystem::exists(source)) continue;
       ++files;
+      SCOPED_TRACE(source);
       auto const matrix = tool::LoadMatrix(source);
       bool const isSymmetric = tool::MirrorOf(matrix) == tool::Mirror::Same;
       for (std::string const type : {"triplets", "commas", "nodedofs", "mtx", "fortran", "chunks"}) {
         if (!isSymmetric && (type == "fortran" || type == "chunks")) continue;
-        SCOPED_TRACE(source + " as " + type);
+        SCOPED_TRACE(type);
         To("a", source, {.to = type.c_str(), .dofsPerNode = 6});
         tool::Comparison const comparison = tool::CompareFiles(Path("a"), source, 0.0);
         EXPECT_TRUE(comparison.isEqual) << comparison.text;
