@@ -22,5 +22,7 @@ void ClaimDenseProducts(Report& report);
 void ClaimTextTriplets(Report& report);
 /// Products of sparse matrices and blocks of vectors.
 void ClaimSparseKernels(Report& report);
+/// Transposition, permutation, difference and symmetry test of sparse matrices.
+void ClaimSparseOperations(Report& report);
 
 } // namespace bench

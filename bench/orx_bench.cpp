@@ -81,6 +81,7 @@ int Run(char const* word) {
   bench::ClaimDatabaseCommits(report);
   bench::ClaimDenseProducts(report);
   bench::ClaimSparseKernels(report);
+  bench::ClaimSparseOperations(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();
