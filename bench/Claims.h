@@ -26,5 +26,7 @@ void ClaimTextTriplets(Report& report);
 void ClaimExchangeFiles(Report& report);
 /// Products of sparse matrices and blocks of vectors.
 void ClaimSparseKernels(Report& report);
+/// Transposition, permutation, difference and symmetry test of sparse matrices.
+void ClaimSparseOperations(Report& report);
 
 } // namespace bench

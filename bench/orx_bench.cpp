@@ -83,6 +83,7 @@ int Run(char const* word) {
   bench::ClaimDenseProducts(report);
   bench::ClaimMatrixRegistry(report);
   bench::ClaimSparseKernels(report);
+  bench::ClaimSparseOperations(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();

@@ -1,23 +1,22 @@
-// petsc_products FOLDER COUNT...: times PETSc's products of a sparse matrix with COUNT vectors each. FOLDER
-// holds the compressed rows in ia.bin, ja.bin and a.bin; the matrix is square. Prints what kernel_peers.py
-// prints. A program of its own, so that what PETSc loads is not in ours.
+// petsc_products [symmetric] FOLDER COUNT...: times PETSc's products of a sparse matrix with COUNT vectors
+// each. FOLDER holds the compressed rows in ia.bin, ja.bin and a.bin; the matrix is square. With "symmetric"
+// one triangle is kept of a symmetric matrix. Prints what kernel_peers.py prints, with "symmetric" only the
+// products that are not transposed. A program of its own, so that what PETSc loads is not in ours.
 
-#include "bench/BlockOfVectors.h"
+#include "bench/RowsOfFolder.h"
 
 #include <petscmat.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
-#include <vector>
 
 namespace {
 
 using bench::BlockOfVectors;
-using bench::LargeArray;
 using bench::MedianSeconds;
+using bench::RowsOfFolder;
 
 void Require(PetscErrorCode error) {
   if (error == 0) return;
@@ -25,29 +24,22 @@ void Require(PetscErrorCode error) {
   std::exit(1);
 }
 
-template<class T>
-LargeArray<T> Read(std::string const& path) {
-  std::ifstream file(path, std::ios::binary | std::ios::ate);
-  auto const bytes = static_cast<std::size_t>(file.tellg());
-  LargeArray<T> array(bytes / sizeof(T));
-  file.seekg(0);
-  if (!file.read(reinterpret_cast<char*>(array.Data()), static_cast<std::streamsize>(bytes))) {
-    std::fprintf(stderr, "cannot read %s\n", path.c_str());
-    std::exit(1);
-  }
-  return array;
-}
-
 struct Matrix {
-  LargeArray<PetscInt> ia, ja;
-  LargeArray<PetscScalar> a;
+  RowsOfFolder arrays;
   PetscInt rows;
+  bool isSymmetric;
   Mat mat = nullptr;
 
-  explicit Matrix(std::string const& folder)
-      : ia(Read<PetscInt>(folder + "/ia.bin")), ja(Read<PetscInt>(folder + "/ja.bin")),
-        a(Read<PetscScalar>(folder + "/a.bin")), rows(static_cast<PetscInt>(ia.Size()) - 1) {
-    Require(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, rows, rows, ia.Data(), ja.Data(), a.Data(), &mat));
+  Matrix(std::string const& folder, bool keepTriangle)
+      : arrays(folder), rows(arrays.rows), isSymmetric(keepTriangle) {
+    Require(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, rows, rows, arrays.ia.Data(), arrays.ja.Data(),
+                                      arrays.a.Data(), &mat));
+    if (!isSymmetric) return;
+    Mat triangle = nullptr;
+    Require(MatSetOption(mat, MAT_SYMMETRIC, PETSC_TRUE));
+    Require(MatConvert(mat, MATSEQSBAIJ, MAT_INITIAL_MATRIX, &triangle));
+    Require(MatDestroy(&mat));
+    mat = triangle;
   }
 };
 
@@ -63,6 +55,7 @@ void TimeOneVector(Matrix const& matrix, BlockOfVectors& x, BlockOfVectors& y) {
   auto const multiply = [&] { Require(MatMult(matrix.mat, vx, vy)); };
   auto const multiplyTransposed = [&] { Require(MatMultTranspose(matrix.mat, vx, vy)); };
   double const product = MedianSeconds(multiply);
+  if (matrix.isSymmetric) return Print("product", 1, product, y);
   double const transposed = MedianSeconds(multiplyTransposed);
   Require(MatSetOption(matrix.mat, MAT_USE_INODES, PETSC_FALSE));
   Print("product", 1, std::min(product, MedianSeconds(multiply)), y);
@@ -92,10 +85,12 @@ void TimeVectors(char const* name, DenseProduct product, Matrix const& matrix, B
 } // namespace
 
 int main(int argc, char** argv) {
+  bool const symmetric = argc > 1 && std::string(argv[1]) == "symmetric";
+  if (symmetric) --argc, ++argv;
   if (argc < 3) return 2;
   setenv("OMPI_MCA_ess_singleton_isolated", "1", 0); // one process alone: Open MPI need not start its daemon
   Require(PetscInitializeNoArguments());
-  Matrix matrix(argv[1]);
+  Matrix matrix(argv[1], symmetric);
   for (int k = 2; k < argc; ++k) {
     int const count = std::atoi(argv[k]);
     BlockOfVectors x = BlockOfVectors::Factors(matrix.rows, count);
@@ -104,7 +99,7 @@ int main(int argc, char** argv) {
       TimeOneVector(matrix, x, y);
     } else {
       TimeVectors("product", MatMatMult, matrix, x, y, count);
-      TimeVectors("transposed", MatTransposeMatMult, matrix, x, y, count);
+      if (!symmetric) TimeVectors("transposed", MatTransposeMatMult, matrix, x, y, count);
     }
   }
   Require(MatDestroy(&matrix.mat));

@@ -2,11 +2,13 @@
 
 #include "mtx/impl/CompressedRows.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/PatternTests.h"
 
 #include <algorithm>
 #include <numeric>
 #include <string>
 #include <utility>
+#include <vector>
 
 // Rows and columns in other places. Neighbouring rows with the same columns, as the unknowns of one node have
 // them, are moved together: what is found out about the columns of one holds for all.
@@ -127,6 +129,62 @@ void GatherInPlace(std::uint32_t* columns, double* values, std::int32_t* source,
     columns[to] = column;
     values[to] = value;
     source[to] = to;
+  }
+}
+
+// ---- transposition
+
+/// Puts each entry where the next one of its column goes.
+void TransposeByRows(RowsView const& rows, double const* values, std::int32_t* next, CompressedRows& result) {
+  for (std::int32_t first = 0; first < rows.rows;) {
+    std::int32_t const alike = rows.RowsAlike(first, mostRowsAlike);
+    std::int32_t const length = rows.Length(first);
+    double const* const firstValues = values + rows.rowPointers[first];
+    for (std::int32_t k = 0; k < length; ++k) {
+      std::int32_t& to = next[rows.ColumnsOf(first)[k]];
+      for (std::int32_t r = 0; r < alike; ++r, ++to) {
+        result.columns[to] = static_cast<std::uint32_t>(first + r);
+        result.values[to] = firstValues[std::int64_t{r} * length + k];
+      }
+    }
+    first += alike;
+  }
+}
+
+/// Entries of a bucket, 16 bytes each: as many as the second-level cache holds.
+constexpr std::int32_t entriesOfBucket = 1 << 15;
+
+/// The same for columns all over the place, which would miss the cache with each entry: first to the range of
+/// columns, a bucket, then from place to place in the cache. A bucket's entries lie from the start where they
+/// lie in the end, only not in order.
+void TransposeByBuckets(RowsView const& rows, double const* values, std::int32_t columns, std::int32_t* next,
+                        CompressedRows& result) {
+  std::int32_t const entries = rows.rowPointers[rows.rows];
+  int shift = 0;
+  while ((columns >> shift) > entries / entriesOfBucket)
+    ++shift;
+  std::int32_t const buckets = ((columns - 1) >> shift) + 1;
+  auto ends = mem_MakeArray<std::int32_t>(buckets);
+  for (std::int32_t b = 0; b < buckets; ++b)
+    ends[b] = next[std::int64_t{b} << shift];
+  auto const columnOf = mem_MakeArray<std::uint32_t>(entries);
+  for (std::int32_t i = 0; i < rows.rows; ++i)
+    for (std::int32_t k = rows.rowPointers[i]; k < rows.rowPointers[i + 1]; ++k) {
+      std::int32_t const to = ends[rows.columns[k] >> shift]++;
+      columnOf[to] = rows.columns[k];
+      result.columns[to] = static_cast<std::uint32_t>(i);
+      result.values[to] = values[k];
+    }
+  std::vector<std::uint32_t> bucketRows;
+  std::vector<double> bucketValues;
+  for (std::int32_t b = 0, begin = 0; b < buckets; begin = ends[b++]) {
+    bucketRows.assign(result.columns.get() + begin, result.columns.get() + ends[b]);
+    bucketValues.assign(result.values.get() + begin, result.values.get() + ends[b]);
+    for (std::int32_t k = begin; k < ends[b]; ++k) {
+      std::int32_t const to = next[columnOf[k]]++;
+      result.columns[to] = bucketRows[static_cast<std::size_t>(k - begin)];
+      result.values[to] = bucketValues[static_cast<std::size_t>(k - begin)];
+    }
   }
 }
 
@@ -252,18 +310,10 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
     ++next[m_columnIndices[k] + 1];
   SumUp(next, m_columns);
   RowsView const rows{m_rowPointers.get(), m_columnIndices.get(), m_rows};
-  for (std::int32_t first = 0; first < m_rows;) {
-    std::int32_t const alike = rows.RowsAlike(first, mostRowsAlike);
-    std::int32_t const length = rows.Length(first);
-    double const* const values = m_values.get() + m_rowPointers[first];
-    for (std::int32_t k = 0; k < length; ++k) {
-      std::int32_t& to = next[rows.ColumnsOf(first)[k]];
-      for (std::int32_t r = 0; r < alike; ++r, ++to) {
-        result.columns[to] = static_cast<std::uint32_t>(first + r);
-        result.values[to] = values[std::int64_t{r} * length + k];
-      }
-    }
-    first += alike;
+  if (HasScatteredColumns(m_rowPointers.get(), m_columnIndices.get(), m_rows) && entries > entriesOfBucket) {
+    TransposeByBuckets(rows, m_values.get(), m_columns, next, result);
+  } else {
+    TransposeByRows(rows, m_values.get(), next, result);
   }
   std::copy_backward(next, next + m_columns, next + m_columns + 1);
   next[0] = 0;

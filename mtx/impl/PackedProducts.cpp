@@ -2,6 +2,7 @@
 
 #include "blac/impl/PackedSweeps.h"
 #include "core/mem_Allocator.h"
+#include "mtx/impl/PatternTests.h"
 
 #include <algorithm>
 #include <bit>
@@ -45,39 +46,13 @@ void SweepOverGroups(PackedSweepSet::Sweep const* sweeps, PackedSweep sweep, std
   }
 }
 
-/// Some of the rows, evenly spread.
-template<class Visit>
-std::int64_t ForSomeRows(std::int32_t rows, Visit visit) {
-  constexpr std::int32_t samples = 1000;
-  std::int32_t const step = std::max(1, rows / samples);
-  std::int64_t visited = 0;
-  for (std::int64_t i = step; i < rows; i += step, ++visited)
-    visit(i);
-  return visited;
-}
-
 } // namespace
 
 bool PackedProducts::Pay(int vectors) const {
   if (vectors < 2 ||
       std::int64_t{m_columns} * WidestLanes(vectors) * std::int64_t{sizeof(double)} < 2 * secondLevelCache)
     return false;
-  // Entries in one or the next line of the cache as an entry of the row before are near: their lines have
-  // been fetched by then, or the processor sees them coming.
-  constexpr std::int64_t near = 16;
-  std::int64_t far = 0;
-  std::int64_t const visited = ForSomeRows(m_rows, [&](std::int64_t i) {
-    std::int32_t before = m_rowPointers[i - 1];
-    for (std::int32_t k = m_rowPointers[i]; k < m_rowPointers[i + 1]; ++k) {
-      while (before < m_rowPointers[i] && m_columnIndices[before] < m_columnIndices[k] - near)
-        ++before;
-      bool const isNear = before < m_rowPointers[i] && m_columnIndices[before] <= m_columnIndices[k] + near;
-      bool const isRun = k > m_rowPointers[i] && m_columnIndices[k] - m_columnIndices[k - 1] <= near;
-      far += static_cast<std::int64_t>(!isNear && !isRun);
-    }
-  });
-  // To pack an element of all vectors takes about as long as an entry that misses the cache with all of them.
-  return far > visited;
+  return HasScatteredColumns(m_rowPointers, reinterpret_cast<std::uint32_t const*>(m_columnIndices), m_rows);
 }
 
 void PackedProducts::Multiply(double const* x, int vectors, double* y) const {
