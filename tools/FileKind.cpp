@@ -29,8 +29,8 @@ constexpr FileKindDescription kinds[] = {
     {FileKind::Dense, "dense", ".bin", "dense binary"},
 };
 
-/// A file whose bytes are looked at here and there. What is no regular file is not opened: a pipe can be opened
-/// only once.
+/// A file whose bytes are looked at here and there. What is no regular file is not opened: a pipe can be
+/// opened only once.
 class Probe {
 public:
   explicit Probe(std::string const& path) {
