@@ -69,8 +69,8 @@ int FuzzOne(std::uint8_t const* bytes, std::size_t size, Read read) {
   MemoryFile const file(bytes, size);
   try {
     SparseContent const matrix = read(file.Path().c_str());
-    RequireSound(matrix);
     if (std::max(matrix.rows, matrix.columns) > largestDimension) return notForTheCorpus;
+    RequireSound(matrix);
   } catch (ORXSrvMtxOpenFileException const& error) {
     std::string const text = error.AsString().AsText();
     Require(text.find(file.Path()) != std::string::npos, "the error names the path");

@@ -26,7 +26,7 @@ for target in "${targets[@]}"; do
     [ ! -d "$folder" ] || folders+=("$folder")
   done
   log=$build/$target.log
-  if "$build/fuzz_$target" -max_total_time="${ORX_FUZZ_SECONDS:-3}" -timeout=10 -rss_limit_mb=2048 -max_len=2048 \
+  if "$build/fuzz_$target" -max_total_time="${ORX_FUZZ_SECONDS:-3}" -timeout=60 -rss_limit_mb=2048 -max_len=2048 \
     -print_final_stats=1 -artifact_prefix="$build/findings/$target-" "${folders[@]}" >"$log" 2>&1; then
     echo "$target: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") runs," \
       "coverage $(grep -oP 'cov: \K[0-9]+' "$log" | tail -n 1), no finding"
