@@ -91,7 +91,9 @@ public:
       m_keys[k] = static_cast<std::uint64_t>(m_newNumber[columns[k]]) << 32 | static_cast<std::uint32_t>(k);
       ascending = ascending && (k == 0 || m_keys[k - 1] < m_keys[k]);
     }
-    if (!ascending) std::sort(m_keys.get(), m_keys.get() + length);
+    if (ascending) return;
+    if (length <= longestInserted) return InsertKeys();
+    std::sort(m_keys.get(), m_keys.get() + length);
   }
   void StoreColumns(std::uint32_t* columns) const noexcept {
     for (std::int32_t k = 0; k < m_length; ++k)
@@ -107,6 +109,20 @@ public:
   }
 
 private:
+  static constexpr std::int32_t longestInserted = 16;
+
+  /// Insertion sort. std::sort would move a few keys at a time by memmove, which takes longer than the
+  /// sorting.
+  void InsertKeys() noexcept {
+    for (std::int32_t k = 1; k < m_length; ++k) {
+      std::uint64_t const key = m_keys[k];
+      std::int32_t to = k;
+      for (; to > 0 && m_keys[to - 1] > key; --to)
+        m_keys[to] = m_keys[to - 1];
+      m_keys[to] = key;
+    }
+  }
+
   std::int32_t const* m_newNumber;
   mem_Array<std::uint64_t> m_keys; ///< new number above, place below
   std::int32_t m_length = 0;
@@ -235,9 +251,11 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
   moved.rowPointers = MovedRowPointers(m_rowPointers.get(), m_rows, inverse.get());
   moved.Resize(StoredEntries());
   RowsView const old{m_rowPointers.get(), m_columnIndices.get(), m_rows};
+  constexpr std::int32_t rowsAhead = 16; // where rows go is anywhere in the row pointers
   std::int32_t columns = m_columns;
   for (std::int32_t first = 0; first < m_rows;) {
     std::int32_t const end = first + old.RowsAlike(first, mostRowsAlike);
+    if (first + rowsAhead < m_rows) __builtin_prefetch(moved.rowPointers.get() + inverse[first + rowsAhead]);
     row.Set(old.ColumnsOf(first), old.Length(first));
     columns = std::max(columns, row.ColumnsNeeded());
     for (; first < end; ++first) {

@@ -1,5 +1,6 @@
 #include "BlacSupport.h"
 #include "blac/BLAC.h"
+#include "blac/impl/PackedSweeps.h"
 #include "blac/impl/SparseSweeps.h"
 
 #include <algorithm>
@@ -333,3 +334,120 @@ TEST_P(SweepsForProcessors, KeepInfinitiesWhereTheyBelong) {
   }
 }
 #endif
+
+// ---- sweeps over packed vectors
+
+namespace {
+
+/// The symmetric product of one vector as it is defined; `matrix` has the entries beside the diagonal.
+std::vector<double> StatedSymmetricProduct(Sparse const& matrix, std::vector<double> const& diagonal,
+                                           double const* x) {
+  std::vector<double> y(diagonal.size());
+  for (int i = 0; i < matrix.Rows(); ++i) {
+    double sum = 0.0;
+    for (int k = matrix.ia[i]; k < matrix.ia[i + 1]; ++k) {
+      sum += matrix.a[k] * x[matrix.ja[k]];
+      y[matrix.ja[k]] += matrix.a[k] * x[i];
+    }
+    y[i] += diagonal[i] * x[i] + sum;
+  }
+  return y;
+}
+
+/// Random rows below the diagonal, those of three unknowns with their columns in common, and now and then an
+/// entry above it.
+Sparse NodesBelowDiagonal(Maker& maker, int nodes) {
+  Sparse matrix(3 * nodes);
+  for (int node = 0; node < nodes; ++node) {
+    std::vector<int> row = maker.Runs(3 * node + 1, 9);
+    if (maker.Below(6) == 0) row.push_back(maker.Below(3 * nodes));
+    std::erase_if(row, [&](int column) { return column >= 3 * node && column < 3 * node + 3; });
+    for (int r = 0; r < 3; ++r) {
+      matrix.AppendRow(row, maker.Values(row.size()));
+      row.push_back(3 * node + r);
+    }
+  }
+  return matrix;
+}
+
+struct AlignedScratch {
+  explicit AlignedScratch(std::ptrdiff_t size) : values(static_cast<std::size_t>(size) + 8, stale) {}
+  double* Begin() { return values.data() + (-reinterpret_cast<std::uintptr_t>(values.data()) & 63) / 8; }
+  std::vector<double> values;
+};
+
+struct NamedPackedSet {
+  char const* name;
+  blac::PackedSweepSet const* set;
+  bool isSupported;
+};
+
+class PackedSweeps : public testing::TestWithParam<NamedPackedSet> {
+protected:
+  void SetUp() override {
+    if (!GetParam().isSupported) GTEST_SKIP() << "this processor has no " << GetParam().name;
+  }
+};
+
+std::vector<NamedPackedSet> PackedSets() {
+  std::vector<NamedPackedSet> sets{{"Plain", &blac::plainPackedSweeps, true}};
+#ifdef __x86_64__
+  bool const isWide = __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512vl") != 0;
+  sets.push_back({"AVX2", &blac::avx2PackedSweeps, __builtin_cpu_supports("avx2") != 0});
+  sets.push_back({"AVX512", &blac::avx512PackedSweeps, isWide});
+#endif
+  return sets;
+}
+
+INSTANTIATE_TEST_SUITE_P(Sets, PackedSweeps, testing::ValuesIn(PackedSets()),
+                         [](auto const& set) { return set.param.name; });
+
+} // namespace
+
+TEST_P(PackedSweeps, GiveTheBitsOfThePlainKernels) {
+  Maker maker(6);
+  Sparse const matrix = maker.Matrix(60, 45);
+  for (int width = 0; width < blac::PackedSweepSet::widths; ++width)
+    for (int vectors = 1 + (1 << width) / 2; vectors <= 1 << width; ++vectors) {
+      std::vector<double> const x = maker.SpecialValues(60U * vectors);
+      AlignedScratch scratch(blac::PackedScratch(45, 1 << width));
+      blac::PackedSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr,         60, 45,
+                              vectors,         x.data(),         nullptr,          scratch.Begin(), 0};
+      SparseSweep const plain{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, 60, 45,
+                              x.data(),        nullptr};
+      auto const compare = [&](auto const& packed, auto const& kernel, int length) {
+        std::vector<double> y = Stale(length * vectors);
+        sweep.y = y.data();
+        packed[width](sweep);
+        EXPECT_TRUE(SameBits(Perform(kernel[vectors - 1], plain, length * vectors), y)) << vectors;
+      };
+      compare(GetParam().set->product, blac::plainSparseSweeps.product, 60);
+      compare(GetParam().set->transposedProduct, blac::plainSparseSweeps.transposedProduct, 45);
+    }
+}
+
+// Rings from too small to larger than the matrix.
+TEST_P(PackedSweeps, MultiplyTheSymmetricFormInTheStatedOrder) {
+  Maker maker(7);
+  for (int const nodes : {1, 2, 9, 40}) {
+    Sparse const matrix = NodesBelowDiagonal(maker, nodes);
+    int const rows = 3 * nodes;
+    std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(rows));
+    for (int width = 0; width < blac::PackedSweepSet::widths; ++width)
+      for (int vectors = 1 + (1 << width) / 2; vectors <= 1 << width; ++vectors)
+        for (int const slots : {4, 16, 64, 256}) {
+          std::vector<double> const x = maker.SpecialValues(static_cast<std::size_t>(rows) * vectors);
+          std::vector<double> y = Stale(std::ptrdiff_t{rows} * vectors);
+          AlignedScratch scratch(blac::SymmetricScratch(slots, 1 << width));
+          GetParam().set->symmetricProduct[width]({matrix.a.data(), matrix.ia.data(), matrix.ja.data(),
+                                                   diagonal.data(), rows, rows, vectors, x.data(), y.data(),
+                                                   scratch.Begin(), slots});
+          std::vector<double> expected;
+          for (int v = 0; v < vectors; ++v) {
+            auto const one = StatedSymmetricProduct(matrix, diagonal, x.data() + std::ptrdiff_t{v} * rows);
+            expected.insert(expected.end(), one.begin(), one.end());
+          }
+          EXPECT_TRUE(SameBits(expected, y)) << rows << " rows, " << vectors << " vectors, " << slots;
+        }
+  }
+}
