@@ -13,22 +13,20 @@
  * allocated. One text for the process; used from one thread.
  */
 
-#ifndef ORXSRV_EXPORT
-#define ORXSRV_EXPORT __attribute__((visibility("default")))
-#endif
+#include "core/orx_export.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* Calls work(data). Returns 0, or what ended it: the number of the library's error, -1 for anything else. */
-ORXSRV_EXPORT int ORXSRVTRY(void (*work)(void*), void* data);
+ORX_EXPORT int ORXSRVTRY(void (*work)(void*), void* data);
 
 /*
  * The text of the last exception that left an entry point or ended an ORXSRVTRY, cut to *length - 1
  * characters and ended by a zero; empty when there was none. Returns its full length.
  */
-ORXSRV_EXPORT int ORXSRVLASTERROR(char* text, int const* length);
+ORX_EXPORT int ORXSRVLASTERROR(char* text, int const* length);
 
 #ifdef __cplusplus
 }

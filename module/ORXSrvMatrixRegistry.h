@@ -10,23 +10,21 @@
  * them.
  */
 
-#ifndef ORXSRV_EXPORT
-#define ORXSRV_EXPORT __attribute__((visibility("default")))
-#endif
+#include "core/orx_export.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* A new container. It is the caller's until it is deleted. */
-ORXSRV_EXPORT void* ORXSRVMATRIXCONTAINERCREATE(void);
+ORX_EXPORT void* ORXSRVMATRIXCONTAINERCREATE(void);
 /* Number of rows, and of columns, of the matrix *id. */
-ORXSRV_EXPORT int ORXSRVMATRIXCONTAINERNUMROWS(void* container, int const* id);
-ORXSRV_EXPORT int ORXSRVMATRIXCONTAINERNUMCOLUMNS(void* container, int const* id);
+ORX_EXPORT int ORXSRVMATRIXCONTAINERNUMROWS(void* container, int const* id);
+ORX_EXPORT int ORXSRVMATRIXCONTAINERNUMCOLUMNS(void* container, int const* id);
 /* All values of the matrix *id, column-major: `values` is dimensioned (rows, columns). */
-ORXSRV_EXPORT void ORXSRVMATRIXCONTAINERGETVALUES(void* container, int const* id, double* values);
+ORX_EXPORT void ORXSRVMATRIXCONTAINERGETVALUES(void* container, int const* id, double* values);
 /* Destroys a container with its matrices and its file; null is ignored. */
-ORXSRV_EXPORT void ORXSRVMATRIXCONTAINERDELETE(void* container);
+ORX_EXPORT void ORXSRVMATRIXCONTAINERDELETE(void* container);
 
 #ifdef __cplusplus
 }

@@ -9,18 +9,16 @@
  * Both queries give seconds since then, and 0 before. fortran/orx_linear_algebra.f90 has the interfaces.
  */
 
-#ifndef ORXSRV_EXPORT
-#define ORXSRV_EXPORT __attribute__((visibility("default")))
-#endif
+#include "core/orx_export.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* *t = processor time of the whole process, user and system. */
-ORXSRV_EXPORT void ORXSRVGETCPUTIME(double* t);
+ORX_EXPORT void ORXSRVGETCPUTIME(double* t);
 /* *t = elapsed wall-clock time. */
-ORXSRV_EXPORT void ORXSRVGETWALLTIME(double* t);
+ORX_EXPORT void ORXSRVGETWALLTIME(double* t);
 
 #ifdef __cplusplus
 }

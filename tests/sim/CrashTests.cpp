@@ -275,14 +275,19 @@ TEST(Processes, OneWritesOrManyRead) {
   EXPECT_EQ(codeInChild(false), ORXSimException::fileInUse);
 }
 
-/// Creates fields until the disk is full, then commits and extends; frees space and goes on.
-void FillDisk(std::string const& path, std::function<void()> const& makeRoom) {
-  ORXSimDatabase database;
+ORXSimContext AfterThreeRounds(ORXSimDatabase& database, std::string const& path) {
   Create(database, path);
   ORXSimContext const context(database.CreateContext({}));
   context.CreateCollection(0, {});
   for (int round = 0; round < 3; ++round)
     DoRound(context, round);
+  return context;
+}
+
+/// Creates fields until the disk is full, then commits and extends; frees space and goes on.
+void FillDisk(std::string const& path, std::function<void()> const& makeRoom) {
+  ORXSimDatabase database;
+  ORXSimContext const context = AfterThreeRounds(database, path);
 
   ORXSimTransaction transaction(context.ID());
   ORXSimDistributionID field;
@@ -321,11 +326,7 @@ TEST(FullDisk, IsAnErrorAtTheCallAndLosesNothing) {
   disk.Fill(6 << 20);
   std::string const path = disk.Path("a.sim");
   ORXSimDatabase database;
-  Create(database, path);
-  ORXSimContext const context(database.CreateContext({}));
-  context.CreateCollection(0, {});
-  for (int round = 0; round < 3; ++round)
-    DoRound(context, round);
+  ORXSimContext const context = AfterThreeRounds(database, path);
 
   // Outside of any transaction, until no cell and no structure has space.
   std::string text;

@@ -39,19 +39,7 @@ void WriteSample(std::string const& path) {
   ORXSimCollection(context.CreateCollection(0, {})).CreateOrderedCSet(labels.data(), 20000);
   int const few[] = {9, 1, 4};
   ORXSimCollection(context.CreateCollection(3, {})).CreateOrderedCSet(few, 3);
-  ORXSimDistributionID const sparse = CreateField(context, {3, 3});
-  double const values[] = {5, 7, 9};
-  int const columns[] = {0, 1, 2};
-  int const starts[] = {0, 2, 2, 3};
-  ORXSimTransfer(ORXSimDistribution(sparse))
-      .SetMakeNewDrawer()
-      .SetWrite()
-      .SetSparseNNonzero(3)
-      .SetSerialization(ORXSimSerializationType().SetSparse())
-      .SetBuffer(0, values, 24)
-      .SetBuffer(1, columns, 12)
-      .SetBuffer(2, starts, 16)
-      .ExecWrite();
+  WriteSparse(CreateField(context, {3, 3}), {5, 7, 9}, {0, 1, 2}, {0, 2, 2, 3});
   database.Close();
 }
 

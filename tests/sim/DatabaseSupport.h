@@ -97,6 +97,23 @@ inline void WriteCells(ORXSimDistributionID const& field, std::vector<double> co
       .ExecWrite();
 }
 
+/// A sparse drawer over all members: row k has the values starts[k] ... starts[k + 1] - 1.
+inline void WriteSparse(ORXSimDistributionID const& field, std::vector<double> const& values,
+                        std::vector<int> const& columns, std::vector<int> const& starts) {
+  auto const bytes = [](auto const& array) {
+    return static_cast<std::int64_t>(array.size() * sizeof array.front());
+  };
+  ORXSimTransfer(ORXSimDistribution(field))
+      .SetMakeNewDrawer()
+      .SetWrite()
+      .SetSparseNNonzero(static_cast<int>(values.size()))
+      .SetSerialization(ORXSimSerializationType().SetSparse())
+      .SetBuffer(0, values.data(), bytes(values))
+      .SetBuffer(1, columns.data(), bytes(columns))
+      .SetBuffer(2, starts.data(), bytes(starts))
+      .ExecWrite();
+}
+
 /// Lengthens its drawer by new members.
 inline void Extend(ORXSimDistributionID const& field, int dim, int count) {
   ORXSimDistribution const distribution(field);

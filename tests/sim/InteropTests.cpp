@@ -51,18 +51,7 @@ protected:
         .SetDim(0, set)
         .SetBuffer(0, numbers, 12)
         .ExecWrite();
-    double const values[] = {5, 7, 9};
-    int const columns[] = {0, 1, 3};
-    int const starts[] = {0, 2, 2, 3};
-    ORXSimTransfer(ORXSimDistribution(CreateField(context, {3, 4})))
-        .SetMakeNewDrawer()
-        .SetWrite()
-        .SetSparseNNonzero(3)
-        .SetSerialization(ORXSimSerializationType().SetSparse())
-        .SetBuffer(0, values, 24)
-        .SetBuffer(1, columns, 12)
-        .SetBuffer(2, starts, 16)
-        .ExecWrite();
+    WriteSparse(CreateField(context, {3, 4}), {5, 7, 9}, {0, 1, 3}, {0, 2, 2, 3});
     database.Close();
   }
 
