@@ -11,15 +11,17 @@
 // the functions below may use, and BLAC_SWEEP_NAMESPACE, where they are put, and includes this file. What
 // lies outside them is compiled as everywhere else.
 //
-// Two things make these sweeps fast, besides the registers:
+// Three things make these sweeps fast, besides the registers:
 //
 //  - Rows with the same columns, as the unknowns of one node have them, are taken up to three together: what
 //    is loaded of x or y serves all of them.
 //  - Columns that follow each other, as those of a node or of neighbouring nodes do, are taken up to four
 //    together: the elements of one vector are loaded at once.
+//  - Rows whose columns are those of the row before plus one, as neighbours in a grid with one unknown a
+//    node have them, are taken four together: one load of x brings an element for each of them.
 //
 // The product has the vectors in the lanes, because the sum of one vector may not be split up: the elements
-// of x are transposed on their way from memory.
+// of x are transposed on their way from memory. Only of rows that are shifted it has the rows in the lanes.
 //
 //     columns j ... j+2 of x                        sums of row r, one register per four vectors
 //     v0: x x x .  \                                v0 v1 v2 v3
@@ -34,14 +36,18 @@
 
 namespace blac::BLAC_SWEEP_NAMESPACE {
 
-/// How far ahead of their use a and ja are fetched: about the best of 1, 2, 4 and 8 KB.
-inline constexpr std::ptrdiff_t bytesAhead = 2048;
+/// How far ahead of its use a is fetched, and ja half as far. One vector is done with an entry in no time:
+/// its entries are fetched to the first level of the cache, which this far ahead has room for them. Several
+/// vectors leave time to fetch to the second level, which has room for more requests on their way.
+template<int vectors>
+inline constexpr std::ptrdiff_t bytesAhead = vectors == 1 ? 2048 : 8192;
 /// How far ahead x and y are fetched, a line of each vector at a time. It pays for short rows and many
 /// vectors: their streams are more than the processor keeps apart.
 inline constexpr std::ptrdiff_t elementsAhead = 32;
 inline constexpr std::ptrdiff_t elementsInLine = 8;
 /// Comparing the columns of rows shorter than this costs more than it can save.
 inline constexpr int leastSharedColumns = 12;
+inline constexpr int leastShiftedColumns = 4;
 inline constexpr int mostRowsInBlock = 3;
 inline constexpr int lanes = 4;
 
@@ -57,15 +63,16 @@ struct RowBlock {
 /// go through the arrays in the order of their addresses although the rows are read side by side: in the
 /// order of the reads, the processor's own prefetching stops and a sweep takes up to twice as long. They may
 /// go beyond the end of the arrays; a prefetch does not fault.
-template<int entries, int rows>
+template<int vectors, int entries, int rows>
 BLAC_SWEEP_INLINE void FetchAhead(RowBlock<rows> const& block, std::ptrdiff_t k) {
   constexpr std::ptrdiff_t line = 64;
-  auto const* const a = reinterpret_cast<char const*>(block.a + k * rows) + bytesAhead;
-  auto const* const ja = reinterpret_cast<char const*>(block.columns + k * rows) + bytesAhead;
+  constexpr auto level = vectors == 1 ? _MM_HINT_NTA : _MM_HINT_T1;
+  auto const* const a = reinterpret_cast<char const*>(block.a + k * rows) + bytesAhead<vectors>;
+  auto const* const ja = reinterpret_cast<char const*>(block.columns + k * rows) + bytesAhead<vectors> / 2;
   for (std::ptrdiff_t byte = 0; byte < std::ptrdiff_t{sizeof(double)} * rows * entries; byte += line)
-    _mm_prefetch(a + byte, _MM_HINT_NTA);
+    _mm_prefetch(a + byte, level);
   for (std::ptrdiff_t byte = 0; byte < std::ptrdiff_t{sizeof(int)} * rows * entries; byte += line)
-    _mm_prefetch(ja + byte, _MM_HINT_NTA);
+    _mm_prefetch(ja + byte, level);
 }
 
 /// Fetches a line of each vector. The address may lie beyond the vectors.
@@ -168,14 +175,14 @@ template<int vectors, int rows>
     double const* const a = block.a + k;
     double const* const first = Opaque(x + j[0]);
     if (k + 3 <= block.length && AreThree(j) && std::ptrdiff_t{j[0]} + lanes <= strideX) {
-      FetchAhead<3>(block, k);
+      FetchAhead<vectors, 3>(block, k);
       lowSums.Add(a, block.length, LoadThreeColumns<low>(first, strideX));
       if constexpr (high > 0)
         highSums.Add(Opaque(a), block.length,
                      LoadThreeColumns<high>(Opaque(first + lanes * strideX), strideX));
       k += 3;
     } else {
-      if (k % 8 == 0) FetchAhead<8>(block, k);
+      if (k % 8 == 0) FetchAhead<vectors, 8>(block, k);
       lowSums.Add(a, block.length, LoadVectors<low>(first, strideX));
       if constexpr (high > 0)
         highSums.Add(a, block.length, LoadVectors<high>(Opaque(first + lanes * strideX), strideX));
@@ -192,7 +199,7 @@ BLAC_SWEEP_INLINE void MultiplyBlockByOne(RowBlock<rows> const& block, double co
   constexpr std::ptrdiff_t step = 8;
   double sums[rows] = {};
   for (std::ptrdiff_t begin = 0; begin < block.length; begin += step) {
-    FetchAhead<step>(block, begin);
+    FetchAhead<1, step>(block, begin);
     std::ptrdiff_t const end = std::min(begin + step, block.length);
     for (std::ptrdiff_t k = begin; k < end; ++k) {
       double const factor = x[block.columns[k]];
@@ -202,6 +209,63 @@ BLAC_SWEEP_INLINE void MultiplyBlockByOne(RowBlock<rows> const& block, double co
   }
   for (int r = 0; r < rows; ++r)
     y[r] = sums[r];
+}
+
+/// The columns 0 ... 3 of four rows that follow each other without gaps: one row in each lane.
+struct FourColumns {
+  __m256d column[lanes];
+};
+BLAC_SWEEP_INLINE FourColumns LoadFourColumns(double const* a, std::ptrdiff_t length) {
+  __m256d const r0 = _mm256_loadu_pd(a);
+  __m256d const r1 = _mm256_loadu_pd(a + length);
+  __m256d const r2 = _mm256_loadu_pd(a + 2 * length);
+  __m256d const r3 = _mm256_loadu_pd(a + 3 * length);
+  __m256d const even01 = _mm256_unpacklo_pd(r0, r1);
+  __m256d const even23 = _mm256_unpacklo_pd(r2, r3);
+  __m256d const odd01 = _mm256_unpackhi_pd(r0, r1);
+  __m256d const odd23 = _mm256_unpackhi_pd(r2, r3);
+  return {{_mm256_permute2f128_pd(even01, even23, 0x20), _mm256_permute2f128_pd(odd01, odd23, 0x20),
+           _mm256_permute2f128_pd(even01, even23, 0x31), _mm256_permute2f128_pd(odd01, odd23, 0x31)}};
+}
+
+/// The sums of four rows, one in each lane, for each vector.
+template<int vectors, class = std::make_index_sequence<vectors>>
+class SumsOfRows;
+template<int vectors, std::size_t... v>
+class SumsOfRows<vectors, std::index_sequence<v...>> {
+public:
+  BLAC_SWEEP_INLINE SumsOfRows() { ((m_sums[v] = _mm256_setzero_pd()), ...); }
+  BLAC_SWEEP_INLINE void Add(__m256d a, double const* x, std::ptrdiff_t stride) {
+    ((m_sums[v] = _mm256_add_pd(m_sums[v], _mm256_mul_pd(a, _mm256_loadu_pd(x))), x = Opaque(x + stride)),
+     ...);
+  }
+  BLAC_SWEEP_INLINE void Store(double* y, std::ptrdiff_t stride) const {
+    (_mm256_storeu_pd(y + v * stride, m_sums[v]), ...);
+  }
+
+private:
+  __m256d m_sums[vectors];
+};
+
+/// Four rows, each with the columns of the one before plus one.
+template<int vectors>
+[[gnu::noinline]] BLAC_SWEEP void
+MultiplyShiftedRows(double const* entries, int const* columns, std::ptrdiff_t length, double const* x,
+                    std::ptrdiff_t strideX, double* y, std::ptrdiff_t strideY) {
+  RowBlock<lanes> const block{entries, columns, length};
+  SumsOfRows<vectors> sums;
+  std::ptrdiff_t k = 0;
+  for (; k + lanes <= length; k += lanes) {
+    FetchAhead<vectors, lanes>(block, k);
+    FourColumns const a = LoadFourColumns(entries + k, length);
+    for (int c = 0; c < lanes; ++c)
+      sums.Add(a.column[c], x + columns[k + c], strideX);
+  }
+  for (; k < length; ++k) {
+    FetchAhead<vectors, 1>(block, k);
+    sums.Add(LoadVectors<lanes>(entries + k, length), x + columns[k], strideX);
+  }
+  sums.Store(y, strideY);
 }
 
 // ---- the transposed product
@@ -325,7 +389,7 @@ template<int vectors, int rows>
     int const* const j = block.columns + k;
     double* const first = Opaque(y + j[0]);
     int const run = std::ptrdiff_t{j[0]} + lanes <= strideY ? LengthOfRun(j, block.length - k) : 1;
-    if (run > 1 || k % 8 == 0) FetchAhead<lanes>(block, k);
+    if (run > 1 || k % 8 == 0) FetchAhead<vectors, lanes>(block, k);
     if (run == lanes)
       AddRun<true>(block, k, run, factors, first, strideY, allVectors);
     else if (run > 1)
@@ -344,7 +408,7 @@ BLAC_SWEEP_INLINE void AddBlockToOne(RowBlock<rows> const& block, double const* 
   for (int r = 0; r < rows; ++r)
     factors[r] = x[r];
   for (std::ptrdiff_t begin = 0; begin < block.length; begin += step) {
-    FetchAhead<step>(block, begin);
+    FetchAhead<1, step>(block, begin);
     std::ptrdiff_t const end = std::min(begin + step, block.length);
     for (std::ptrdiff_t k = begin; k < end; ++k) {
       double sum = y[block.columns[k]];
@@ -363,7 +427,7 @@ BLAC_SWEEP_INLINE void AddRow(RowBlock<1> const& row, double const* x, std::ptrd
   double factors[vectors];
   for (int v = 0; v < vectors; ++v)
     factors[v] = x[v * strideX];
-  FetchAhead<8>(row, 0);
+  FetchAhead<vectors, 8>(row, 0);
   for (std::ptrdiff_t k = 0; k < row.length; ++k) {
     double const a = row.a[k];
     double* const first = y + row.columns[k];
@@ -379,17 +443,33 @@ BLAC_SWEEP_INLINE RowBlock<1> RowAt(SparseSweep const& s, std::ptrdiff_t positio
   return {s.a + s.ia[row], s.ja + s.ia[row], s.ia[row + 1] - s.ia[row]};
 }
 
-BLAC_SWEEP_INLINE bool SameColumns(int const* a, int const* b, std::ptrdiff_t length) {
-  std::ptrdiff_t k = 0;
-  for (; k + 8 <= length; k += 8) {
-    __m256i const first = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(a + k));
-    __m256i const second = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(b + k));
-    __m256i const different = _mm256_xor_si256(first, second);
-    if (_mm256_testz_si256(different, different) == 0) return false;
+/// Zero in all bits where four columns of b are those of a plus `shift`.
+BLAC_SWEEP_INLINE __m128i Difference(int const* a, int const* b, __m128i shift) {
+  __m128i const fromA = _mm_loadu_si128(reinterpret_cast<__m128i const*>(a));
+  __m128i const fromB = _mm_loadu_si128(reinterpret_cast<__m128i const*>(b));
+  return _mm_xor_si128(_mm_add_epi32(fromA, shift), fromB);
+}
+/// The same for eight columns.
+BLAC_SWEEP_INLINE __m256i Difference(int const* a, int const* b, __m256i shift) {
+  __m256i const fromA = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(a));
+  __m256i const fromB = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(b));
+  return _mm256_xor_si256(_mm256_add_epi32(fromA, shift), fromB);
+}
+
+/// Whether the columns of b are those of a plus `shift`. REQUIRES: length >= 4. Columns at the end are
+/// compared twice rather than one by one.
+BLAC_SWEEP_INLINE bool HaveShift(int const* a, int const* b, std::ptrdiff_t length, int shift) {
+  if (length < 8) {
+    __m128i const shifts = _mm_set1_epi32(shift);
+    __m128i const different =
+        _mm_or_si128(Difference(a, b, shifts), Difference(a + length - 4, b + length - 4, shifts));
+    return _mm_testz_si128(different, different) != 0;
   }
-  for (; k < length; ++k)
-    if (a[k] != b[k]) return false;
-  return true;
+  __m256i const shifts = _mm256_set1_epi32(shift);
+  __m256i different = Difference(a + length - 8, b + length - 8, shifts);
+  for (std::ptrdiff_t k = 0; k + 8 < length; k += 8)
+    different = _mm256_or_si256(different, Difference(a + k, b + k, shifts));
+  return _mm256_testz_si256(different, different) != 0;
 }
 
 BLAC_SWEEP_INLINE bool AreAscending(int const* columns, std::ptrdiff_t length) {
@@ -410,10 +490,22 @@ BLAC_SWEEP_INLINE int RowsInBlock(SparseSweep const& s, std::ptrdiff_t position,
   for (; rows < mostRowsInBlock && position + rows < s.rows; ++rows) {
     RowBlock<1> const next = RowAt(s, position + rows);
     if (next.length != first.length || next.a != first.a + rows * first.length ||
-        !SameColumns(next.columns, first.columns, first.length))
+        !HaveShift(first.columns, next.columns, first.length, 0))
       break;
   }
   return rows;
+}
+
+/// Whether four rows from row i on, whose first is given, each have the columns of the one before plus one.
+BLAC_SWEEP_INLINE bool AreShifted(SparseSweep const& s, std::ptrdiff_t i, RowBlock<1> const& first) {
+  std::ptrdiff_t const length = first.length;
+  if (length < leastShiftedColumns || i + lanes > s.rows) return false;
+  for (int r = 1; r < lanes; ++r)
+    if (s.ia[i + r + 1] - s.ia[i + r] != length) return false;
+  if (first.columns[length] != first.columns[0] + 1) return false;
+  for (int r = 1; r < lanes; ++r)
+    if (!HaveShift(first.columns, first.columns + r * length, length, r)) return false;
+  return true;
 }
 
 /// Calls operation.Do with the block of that many rows.
@@ -477,7 +569,10 @@ BLAC_SWEEP void Product(SparseSweep const& s) {
       FetchVectors<vectors>(s.y + i + elementsAhead, s.rows);
     }
     Multiply<vectors> const multiply{s.x, s.columns, s.y + i, s.rows};
-    if (row.length < leastSharedColumns) {
+    if (AreShifted(s, i, row)) {
+      MultiplyShiftedRows<vectors>(row.a, row.columns, row.length, s.x, s.columns, s.y + i, s.rows);
+      i += lanes;
+    } else if (row.length < leastSharedColumns) {
       multiply.Do(row);
       ++i;
     } else {

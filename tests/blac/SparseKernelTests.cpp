@@ -97,15 +97,18 @@ public:
       return row;
     }
   }
-  /// Rows of all patterns, each up to seven times one after the other, now and then with another last column
-  /// or all moved by one.
+  /// Rows of all patterns, each up to nine times one after the other, some always and some now and then moved
+  /// by one, and now and then with another column at the end or anywhere.
   Sparse Matrix(int rows, int columns) {
     Sparse matrix(columns);
     while (matrix.Rows() < rows) {
       std::vector<int> pattern = Pattern(columns);
-      for (int times = 1 + Below(7); times > 0 && matrix.Rows() < rows; --times) {
-        if (!pattern.empty() && Below(6) == 0) pattern.back() = Below(columns);
-        if (!pattern.empty() && Below(6) == 0) Shift(pattern, columns);
+      int const size = static_cast<int>(pattern.size());
+      bool const isGrid = Below(2) == 0;
+      for (int times = 1 + Below(9); times > 0 && matrix.Rows() < rows; --times) {
+        if (size > 0 && Below(12) == 0) pattern.back() = Below(columns);
+        if (size > 0 && Below(12) == 0) pattern[static_cast<std::size_t>(Below(size))] = Below(columns);
+        if (isGrid || Below(6) == 0) Shift(pattern, columns);
         matrix.AppendRow(pattern, Values(pattern.size()));
       }
     }
@@ -322,16 +325,30 @@ TEST_P(SweepsForProcessors, GiveTheBitsOfThePlainOnesForAllPatterns) {
     }
 }
 
-// Rows that share their columns are taken together: what one of them holds must not leak into another.
+TEST_P(SweepsForProcessors, LookAtWhereRowsBegin) {
+  Maker maker(8);
+  Sparse matrix(10);
+  for (std::vector<int> const& row :
+       std::vector<std::vector<int>>{{0, 2, 4, 6}, {1, 3, 5, 7, 2}, {4, 6, 8}, {3, 5, 7, 9}})
+    matrix.AppendRow(row, maker.Values(row.size()));
+  Compare(matrix, {0, 1, 2, 3}, maker);
+}
+
+// Rows that share their columns or continue them are taken together: what one of them holds must not leak
+// into another.
 TEST_P(SweepsForProcessors, KeepInfinitiesWhereTheyBelong) {
   Maker maker(5);
-  for (int const rows : {1, 2, 3, 4, 6, 7}) {
-    Sparse matrix(31);
-    std::vector<int> const pattern = maker.Runs(31, 3);
-    for (int i = 0; i < rows; ++i)
-      matrix.AppendRow(pattern, maker.SpecialValues(pattern.size()));
-    Compare(matrix, {0, rows - 1}, maker);
-  }
+  for (int const shift : {0, 1})
+    for (int const rows : {1, 2, 3, 4, 6, 7, 9}) {
+      Sparse matrix(40);
+      std::vector<int> pattern = maker.Runs(31, 3);
+      for (int i = 0; i < rows; ++i) {
+        matrix.AppendRow(pattern, maker.SpecialValues(pattern.size()));
+        for (int& column : pattern)
+          column += shift;
+      }
+      Compare(matrix, {0, rows - 1}, maker);
+    }
 }
 #endif
 
