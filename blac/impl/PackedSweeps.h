@@ -54,7 +54,6 @@ struct PackedSweepSet {
 extern PackedSweepSet const plainPackedSweeps;
 #ifdef __x86_64__
 extern PackedSweepSet const avx2PackedSweeps;
-extern PackedSweepSet const avx512PackedSweeps;
 #endif
 PackedSweepSet const& PackedSweepsOfThisProcessor();
 

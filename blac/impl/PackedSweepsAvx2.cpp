@@ -1,6 +1,7 @@
 #ifdef __x86_64__
 
 #define BLAC_PACKED_SWEEP [[gnu::target("avx2")]]
+#define BLAC_PACKED_WIDTH 4
 #define BLAC_PACKED_NAMESPACE packed_avx2
 #include "blac/impl/PackedSweepsBody.h"
 

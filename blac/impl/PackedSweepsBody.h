@@ -4,51 +4,79 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <type_traits>
 
 // The packed sweeps, for the instruction set of the source that includes this file. It defines
-// BLAC_PACKED_SWEEP, the attributes of functions that use it, and BLAC_PACKED_NAMESPACE, where they are put.
+// BLAC_PACKED_SWEEP, the attributes of functions that use it, BLAC_PACKED_WIDTH, the doubles that a register
+// of it holds, and BLAC_PACKED_NAMESPACE, where they are put.
 
 #define BLAC_PACKED_INLINE BLAC_PACKED_SWEEP __attribute__((always_inline)) inline
 
 namespace blac::BLAC_PACKED_NAMESPACE {
 
-/// One element of a group of vectors.
+/// One element of a group of vectors, in registers. Not one vector of all lanes: the compiler makes much of
+/// one that is wider than a register go through memory.
 template<int lanes>
-struct SlotOf {
-  typedef double Type __attribute__((vector_size(lanes * sizeof(double)), may_alias));
-};
-template<>
-struct SlotOf<1> {
-  using Type = double;
+struct __attribute__((may_alias)) WideSlot {
+  static constexpr int width = std::min(lanes, BLAC_PACKED_WIDTH);
+  static constexpr int registers = lanes / width;
+  typedef double Register __attribute__((vector_size(width * sizeof(double)), may_alias));
+
+  WideSlot() = default;
+  /// Register by register: the compiler's own copy goes through memory.
+  BLAC_PACKED_INLINE WideSlot(WideSlot const& other) { *this = other; }
+  BLAC_PACKED_INLINE WideSlot& operator=(WideSlot const& other) {
+    for (int r = 0; r < registers; ++r)
+      parts[r] = other.parts[r];
+    return *this;
+  }
+  BLAC_PACKED_INLINE double operator[](int v) const { return parts[v / width][v % width]; }
+  BLAC_PACKED_INLINE WideSlot& operator+=(WideSlot const& other) {
+    for (int r = 0; r < registers; ++r)
+      parts[r] += other.parts[r];
+    return *this;
+  }
+
+  Register parts[registers];
 };
 template<int lanes>
-using Slot = typename SlotOf<lanes>::Type;
+BLAC_PACKED_INLINE WideSlot<lanes> operator*(double a, WideSlot<lanes> x) {
+  for (int r = 0; r < WideSlot<lanes>::registers; ++r)
+    x.parts[r] *= a;
+  return x;
+}
+template<int lanes>
+BLAC_PACKED_INLINE WideSlot<lanes> operator+(WideSlot<lanes> x, WideSlot<lanes> const& y) {
+  return x += y;
+}
+template<int lanes>
+using Slot = std::conditional_t<lanes == 1, double, WideSlot<lanes>>;
 
 /// Element 0 of each vector from a slot.
 template<int lanes>
 BLAC_PACKED_INLINE void Store(Slot<lanes> const& slot, double* to, std::ptrdiff_t stride, int vectors) {
   if constexpr (lanes == 1) {
     *to = slot;
-  } else if (vectors == lanes) {
-    for (int v = 0; v < lanes; ++v)
-      to[v * stride] = slot[v];
   } else {
-    for (int v = 0; v < vectors; ++v)
-      to[v * stride] = slot[v];
+    for (int v = 0; v < lanes; ++v)
+      if (v < vectors) to[v * stride] = slot[v];
   }
 }
 
-/// Element 0 of each vector into a slot, zeros behind them.
+/// Element 0 of each vector into a slot, zeros behind them. Its registers are filled before they are stored:
+/// what has just been stored in pieces cannot be loaded as a whole without waiting.
 template<int lanes>
 BLAC_PACKED_INLINE void Load(double const* from, std::ptrdiff_t stride, int vectors, Slot<lanes>& slot) {
   if constexpr (lanes == 1) {
     slot = *from;
-  } else if (vectors == lanes) {
-    for (int v = 0; v < lanes; ++v)
-      slot[v] = from[v * stride];
   } else {
-    for (int v = 0; v < lanes; ++v)
-      slot[v] = v < vectors ? from[v * stride] : 0.0;
+    constexpr int width = WideSlot<lanes>::width;
+    for (int first = 0; first < lanes; first += width) {
+      typename WideSlot<lanes>::Register part{};
+      for (int v = 0; v < width; ++v)
+        part[v] = first + v < vectors ? from[(first + v) * stride] : 0.0;
+      slot.parts[first / width] = part;
+    }
   }
 }
 
@@ -100,7 +128,7 @@ BLAC_PACKED_SWEEP void TransposedProduct(PackedSweep const& s) {
     Load<lanes>(s.x + i, s.rows, s.vectors, factor);
     for (std::ptrdiff_t k = s.ia[i]; k < s.ia[i + 1]; ++k) {
       FetchSlotAhead<lanes>(s, k);
-      y[s.ja[k]] += factor * s.a[k];
+      y[s.ja[k]] += s.a[k] * factor;
     }
   }
   for (std::ptrdiff_t j = 0; j < s.columns; ++j)
@@ -113,7 +141,6 @@ BLAC_PACKED_SWEEP void TransposedProduct(PackedSweep const& s) {
 class Unpacked {
 public:
   static constexpr int lanes = 1;
-  static constexpr bool holdsAll = true;
 
   explicit Unpacked(PackedSweep const& s) : m_x(s.x), m_y(s.y) { std::fill_n(s.y, s.rows, 0.0); }
   BLAC_PACKED_INLINE void EnterUpTo(std::ptrdiff_t) {}
@@ -136,7 +163,6 @@ template<int lanesOfSlot>
 class Ring {
 public:
   static constexpr int lanes = lanesOfSlot;
-  static constexpr bool holdsAll = false;
 
   explicit Ring(PackedSweep const& s)
       : m_sweep(s), m_slots(reinterpret_cast<Slot<lanes>*>(s.scratch)), m_mask(s.slots - 1) {}
@@ -274,53 +300,43 @@ private:
   }
 
   BLAC_PACKED_INLINE void AddRow(std::ptrdiff_t i) {
-    std::ptrdiff_t first = i;
-    std::ptrdiff_t last = i;
-    if constexpr (!Window::holdsAll) {
-      for (std::ptrdiff_t k = m_s.ia[i]; k < m_s.ia[i + 1]; ++k) {
-        first = std::min<std::ptrdiff_t>(first, m_s.ja[k]);
-        last = std::max<std::ptrdiff_t>(last, m_s.ja[k]);
-      }
-      // Row i itself must not leave.
-      m_window.EnterUpTo(std::min(last + 1, i + m_s.slots));
-    }
+    m_window.EnterUpTo(EndToEnter(i));
     Sums row;
     m_window.LoadX(i, row.x);
-    if (m_window.Holds(first, last)) {
-      AddRest(i, 0, row);
-    } else {
-      AddScattered(i, row);
-    }
+    AddRest(i, 0, row);
   }
 
-  /// Entries from k on and the diagonal of a row that lies in the window.
+  /// Where the window should end for row i: behind its last column, but row i itself must not leave.
+  BLAC_PACKED_INLINE std::ptrdiff_t EndToEnter(std::ptrdiff_t i) const {
+    std::ptrdiff_t const length = Length(i);
+    int const* const columns = ColumnsOf(i);
+    if (length == 0 || std::max(columns[0], columns[length - 1]) <= i) [[likely]]
+      return i + 1;
+    std::ptrdiff_t const last = *std::max_element(columns, columns + length);
+    return std::min(last + 1, i + m_s.slots);
+  }
+
+  /// Entries from k on and the diagonal of a row.
   BLAC_PACKED_INLINE void AddRest(std::ptrdiff_t i, std::ptrdiff_t k, Sums& row) {
     double const* const a = m_s.a + m_s.ia[i];
     int const* const columns = ColumnsOf(i);
     for (std::ptrdiff_t const length = Length(i); k < length; ++k) {
-      row.sum += a[k] * m_window.X(columns[k]);
-      m_window.Y(columns[k]) += a[k] * row.x;
+      std::ptrdiff_t const j = columns[k];
+      if (m_window.Holds(j)) [[likely]] {
+        row.sum += a[k] * m_window.X(j);
+        m_window.Y(j) += a[k] * row.x;
+      } else {
+        AddOutside(j, a[k], row);
+      }
     }
     m_window.Y(i) += m_s.diagonal[i] * row.x + row.sum;
   }
-
-  /// All entries and the diagonal of a row, some of which lie outside of the window.
-  BLAC_PACKED_SWEEP void AddScattered(std::ptrdiff_t i, Sums& row) {
-    for (std::ptrdiff_t k = m_s.ia[i]; k < m_s.ia[i + 1]; ++k) {
-      std::ptrdiff_t const j = m_s.ja[k];
-      Slot<lanes> x;
-      m_window.LoadX(j, x);
-      row.sum += m_s.a[k] * x;
-      AddTo(j, m_s.a[k] * row.x);
-    }
-    AddTo(i, m_s.diagonal[i] * row.x + row.sum);
-  }
-  BLAC_PACKED_INLINE void AddTo(std::ptrdiff_t j, Slot<lanes> const& term) {
-    if (m_window.Holds(j)) {
-      m_window.Y(j) += term;
-    } else {
-      m_window.AddOutside(j, term);
-    }
+  /// An entry whose column is not in the window.
+  BLAC_PACKED_SWEEP void AddOutside(std::ptrdiff_t j, double a, Sums& row) {
+    Slot<lanes> x;
+    m_window.LoadX(j, x);
+    row.sum += a * x;
+    m_window.AddOutside(j, a * row.x);
   }
 
   PackedSweep const& m_s;

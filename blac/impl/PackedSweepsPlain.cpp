@@ -1,4 +1,5 @@
 #define BLAC_PACKED_SWEEP
+#define BLAC_PACKED_WIDTH 2
 #define BLAC_PACKED_NAMESPACE packed_plain
 #include "blac/impl/PackedSweepsBody.h"
 
@@ -6,7 +7,6 @@ constexpr blac::PackedSweepSet blac::plainPackedSweeps = blac::packed_plain::swe
 
 blac::PackedSweepSet const& blac::PackedSweepsOfThisProcessor() {
 #ifdef __x86_64__
-  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl")) return avx512PackedSweeps;
   if (__builtin_cpu_supports("avx2")) return avx2PackedSweeps;
 #endif
   return plainPackedSweeps;

@@ -409,9 +409,7 @@ protected:
 std::vector<NamedPackedSet> PackedSets() {
   std::vector<NamedPackedSet> sets{{"Plain", &blac::plainPackedSweeps, true}};
 #ifdef __x86_64__
-  bool const isWide = __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512vl") != 0;
   sets.push_back({"AVX2", &blac::avx2PackedSweeps, __builtin_cpu_supports("avx2") != 0});
-  sets.push_back({"AVX512", &blac::avx512PackedSweeps, isWide});
 #endif
   return sets;
 }
