@@ -301,8 +301,7 @@ private:
 
   BLAC_PACKED_INLINE void AddRow(std::ptrdiff_t i) {
     m_window.EnterUpTo(EndToEnter(i));
-    Sums row;
-    m_window.LoadX(i, row.x);
+    Sums row{m_window.X(i)};
     AddRest(i, 0, row);
   }
 
