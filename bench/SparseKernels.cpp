@@ -120,6 +120,8 @@ std::vector<Contestant> Peers(Problem const& problem, MatrixFiles const& files) 
   std::vector<Contestant> peers{{"Eigen", [&] { return TimeEigen(problem); }}};
   if (*ORX_BENCH_PETSC_PRODUCTS != '\0')
     peers.push_back({"PETSc", [&] { return TimeProducts(ORX_BENCH_PETSC_PRODUCTS, files); }});
+  if (*ORX_BENCH_CHOLMOD_PRODUCTS != '\0')
+    peers.push_back({"CHOLMOD", [&] { return TimeProducts(ORX_BENCH_CHOLMOD_PRODUCTS, files); }});
   if (std::string const python = PythonWithSciPy(); !python.empty())
     peers.push_back({"SciPy", [&files, python] { return TimeProducts(KernelPeersCommand(python), files); }});
   return peers;
@@ -185,7 +187,7 @@ void CompareProducts(Report& report, ProblemKind const& kind) {
 
 // ---- the symmetric form
 
-/// PETSc and Eigen with one triangle, and the best of those with both: the task is the same.
+/// Those that can with one triangle, and the best of those with both: the task is the same.
 std::vector<Contestant> SymmetricPeers(Problem const& problem, MatrixFiles const& files) {
   std::vector<Contestant> peers{{"Eigen", [&] { return TimeEigenTriangle(problem); }}};
   if (*ORX_BENCH_PETSC_PRODUCTS != '\0') {
@@ -196,6 +198,11 @@ std::vector<Contestant> SymmetricPeers(Problem const& problem, MatrixFiles const
     peers.push_back(
         {"PETSc with both triangles", [&] { return TimeProducts(ORX_BENCH_PETSC_PRODUCTS, files); }});
   }
+  if (*ORX_BENCH_CHOLMOD_PRODUCTS != '\0')
+    peers.push_back({"CHOLMOD", [&] {
+                       return TimeProducts(std::string(ORX_BENCH_CHOLMOD_PRODUCTS) + " symmetric", files,
+                                           notTransposed);
+                     }});
   return peers;
 }
 

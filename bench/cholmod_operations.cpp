@@ -1,12 +1,7 @@
 // cholmod_operations FOLDER: times CHOLMOD's transposition and permutation of the matrix in FOLDER and prints
-// "transpose SECONDS" and "permute SECONDS", each with a checksum. A program of its own, so that what CHOLMOD
-// loads is not in ours.
+// "transpose SECONDS" and "permute SECONDS", each with a checksum.
 
-#include "bench/RowsOfFolder.h"
-
-#include <cholmod.h>
-
-#include <algorithm>
+#include "bench/CholmodMatrix.h"
 
 namespace {
 
@@ -14,24 +9,10 @@ using bench::ChecksumOfRows;
 using bench::MedianSecondsOfNew;
 using bench::RowsOfFolder;
 
-/// CHOLMOD has columns where we have rows: what it holds is the transpose of what we mean.
+/// Of the transpose of what CHOLMOD holds.
 double ChecksumOf(cholmod_sparse const* matrix) {
   return ChecksumOfRows(static_cast<int>(matrix->ncol), static_cast<int const*>(matrix->p),
                         static_cast<int const*>(matrix->i), static_cast<double const*>(matrix->x));
-}
-
-cholmod_sparse Over(RowsOfFolder& rows) {
-  cholmod_sparse matrix{};
-  matrix.nrow = matrix.ncol = static_cast<std::size_t>(rows.rows);
-  matrix.nzmax = rows.a.Size();
-  matrix.p = rows.ia.Data();
-  matrix.i = rows.ja.Data();
-  matrix.x = rows.a.Data();
-  matrix.itype = CHOLMOD_INT;
-  matrix.xtype = CHOLMOD_REAL;
-  matrix.dtype = CHOLMOD_DOUBLE;
-  matrix.sorted = matrix.packed = 1;
-  return matrix;
 }
 
 } // namespace
@@ -41,7 +22,7 @@ int main(int argc, char** argv) {
   RowsOfFolder rows(argv[1]);
   cholmod_common common;
   cholmod_start(&common);
-  cholmod_sparse matrix = Over(rows);
+  cholmod_sparse matrix = bench::CholmodMatrixOver(rows);
   auto const destroy = [&](cholmod_sparse* result) { cholmod_free_sparse(&result, &common); };
   auto const report = [&](char const* task, auto const& operation) {
     cholmod_sparse* const result = operation();

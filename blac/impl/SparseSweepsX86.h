@@ -48,6 +48,7 @@ inline constexpr std::ptrdiff_t elementsInLine = 8;
 /// Comparing the columns of rows shorter than this costs more than it can save.
 inline constexpr int leastSharedColumns = 12;
 inline constexpr int leastShiftedColumns = 4;
+inline constexpr int mostShiftedColumns = 32; ///< transposed product
 inline constexpr int mostRowsInBlock = 3;
 inline constexpr int lanes = 4;
 
@@ -279,12 +280,9 @@ public:
     if (vectors == 1) Finish();
   }
 
-  /// Clears the columns of a row.
-  BLAC_SWEEP_INLINE void Prepare(RowBlock<1> const& row, bool isAscending) {
-    if (vectors == 1 || row.length == 0) return;
-    std::ptrdiff_t const last =
-        isAscending ? row.columns[row.length - 1] : *std::max_element(row.columns, row.columns + row.length);
-    if (last >= m_cleared) [[unlikely]]
+  /// Clears up to a column that is about to be used.
+  BLAC_SWEEP_INLINE void Prepare(std::ptrdiff_t last) {
+    if (vectors > 1 && last >= m_cleared) [[unlikely]]
       m_cleared = Clear(m_y, m_columns, m_cleared, std::min(m_columns, last + columnsAhead));
   }
   /// Clears what is left.
@@ -434,6 +432,78 @@ BLAC_SWEEP_INLINE void AddRow(RowBlock<1> const& row, double const* x, std::ptrd
     for (int v = 0; v < vectors; ++v)
       first[v * strideY] += factors[v] * a;
   }
+}
+
+/// An element of y, and before it the first three of four that lie behind it.
+BLAC_SWEEP_INLINE __m256d MovedByOne(double const* first, __m256d behind) {
+  constexpr int upwards = 0b10'01'00'00;
+  return _mm256_blend_pd(_mm256_permute4x64_pd(behind, upwards), _mm256_broadcast_sd(first), 1);
+}
+
+/// Four elements of y that follow each other, for each vector, and what four rows add to them: element v of x
+/// has the rows in its lanes.
+template<int vectors, class = std::make_index_sequence<vectors>>
+class Window;
+template<int vectors, std::size_t... v>
+class Window<vectors, std::index_sequence<v...>> {
+public:
+  BLAC_SWEEP_INLINE Window(double const* x, std::ptrdiff_t stride) {
+    ((m_x[v] = _mm256_loadu_pd(x + v * stride)), ...);
+  }
+  BLAC_SWEEP_INLINE void Load(double const* y, std::ptrdiff_t stride) {
+    ((m_sums[v] = _mm256_loadu_pd(y), y = Opaque(y + stride)), ...);
+  }
+  BLAC_SWEEP_INLINE void Store(double* y, std::ptrdiff_t stride) const {
+    ((_mm256_storeu_pd(y, m_sums[v]), y = Opaque(y + stride)), ...);
+  }
+  BLAC_SWEEP_INLINE void Add(__m256d a) {
+    ((m_sums[v] = _mm256_add_pd(m_sums[v], _mm256_mul_pd(m_x[v], a))), ...);
+  }
+  /// Moves from y to the elements that begin one before.
+  BLAC_SWEEP_INLINE void MoveDown(double* y, std::ptrdiff_t stride) {
+    ((_mm_storeh_pd(y + lanes - 1, _mm256_extractf128_pd(m_sums[v], 1)),
+      m_sums[v] = MovedByOne(y - 1, m_sums[v]), y = Opaque(y + stride)),
+     ...);
+  }
+
+private:
+  __m256d m_x[vectors];
+  __m256d m_sums[vectors];
+};
+
+/// Four rows, each with the columns of the one before plus one. Their entries k go to four elements of y that
+/// follow each other. From the last k to the first, each element gets its products row by row. REQUIRES: the
+/// columns ascend; there are not more than mostShiftedColumns.
+template<int vectors>
+[[gnu::noinline]] BLAC_SWEEP void AddShiftedRows(double const* entries, int const* columns,
+                                                 std::ptrdiff_t length, double const* x,
+                                                 std::ptrdiff_t strideX, double* y, std::ptrdiff_t strideY) {
+  RowBlock<lanes> const block{entries, columns, length};
+  __m256d a[mostShiftedColumns];
+  std::ptrdiff_t k = 0;
+  for (; k + lanes <= length; k += lanes) {
+    FetchAhead<vectors, lanes>(block, k);
+    FourColumns const four = LoadFourColumns(entries + k, length);
+    for (int c = 0; c < lanes; ++c)
+      a[k + c] = four.column[c];
+  }
+  for (; k < length; ++k) {
+    FetchAhead<vectors, 1>(block, k);
+    a[k] = LoadVectors<lanes>(entries + k, length);
+  }
+  Window<vectors> window(x, strideX);
+  window.Load(y + columns[length - 1], strideY);
+  for (k = length - 1; k > 0; --k) {
+    window.Add(a[k]);
+    if (columns[k] - columns[k - 1] == 1) {
+      window.MoveDown(y + columns[k], strideY);
+    } else {
+      window.Store(y + columns[k], strideY);
+      window.Load(y + columns[k - 1], strideY);
+    }
+  }
+  window.Add(a[0]);
+  window.Store(y + columns[0], strideY);
 }
 
 // ---- blocks
@@ -594,9 +664,15 @@ BLAC_SWEEP void TransposedProduct(SparseSweep const& s) {
     }
     RowBlock<1> const row = RowAt(s, p);
     bool const isLong = row.length >= leastSharedColumns;
-    bool const isAscending = (isLong || vectors > 1) && AreAscending(row.columns, row.length);
-    clearing.Prepare(row, isAscending);
-    if (isLong && isAscending) {
+    bool const isAscending = AreAscending(row.columns, row.length);
+    if (row.length > 0)
+      clearing.Prepare(isAscending ? row.columns[row.length - 1]
+                                   : *std::max_element(row.columns, row.columns + row.length));
+    if (isAscending && row.length <= mostShiftedColumns && s.list == nullptr && AreShifted(s, p, row)) {
+      clearing.Prepare(std::ptrdiff_t{row.columns[row.length - 1]} + lanes - 1);
+      AddShiftedRows<vectors>(row.a, row.columns, row.length, s.x + p, s.rows, s.y, s.columns);
+      p += lanes;
+    } else if (isLong && isAscending) {
       int const rows = RowsInBlock(s, p, row);
       Perform(Add<vectors>{s.x + p, s.rows, s.y, s.columns}, row, rows);
       p += rows;
