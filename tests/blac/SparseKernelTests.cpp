@@ -347,8 +347,21 @@ TEST_P(SweepsForProcessors, KeepInfinitiesWhereTheyBelong) {
         for (int& column : pattern)
           column += shift;
       }
-      Compare(matrix, {0, rows - 1}, maker);
+      Compare(matrix, {0, 0, 0, 0, rows - 1}, maker);
     }
+}
+
+// The transposed product clears y some way ahead of the columns that it has met; each of these rows is the
+// first to reach behind that.
+TEST_P(SweepsForProcessors, ClearWhatFourRowsReach) {
+  Maker maker(9);
+  for (int last = 200; last < 300; ++last) {
+    Sparse matrix(320);
+    matrix.AppendRow({10}, {1.0});
+    for (int r = 0; r < 4; ++r)
+      matrix.AppendRow({20 + r, 30 + r, 40 + r, last + r}, maker.Values(4));
+    Compare(matrix, {0, 4}, maker);
+  }
 }
 #endif
 
