@@ -21,7 +21,7 @@
 //    node have them, are taken four together: one load of x brings an element for each of them.
 //
 // The product has the vectors in the lanes, because the sum of one vector may not be split up: the elements
-// of x are transposed on their way from memory. Only of rows that are shifted it has the rows in the lanes.
+// of x are transposed on their way from memory.
 //
 //     columns j ... j+2 of x                        sums of row r, one register per four vectors
 //     v0: x x x .  \                                v0 v1 v2 v3
@@ -30,6 +30,7 @@
 //     v3: x x x .  /              j+2: v0 v1 v2 v3  += a(r, j+2) * (...)
 //
 // The transposed product has the columns in the lanes: it adds a(r, j ... j+3) * x(r, v) to y(j ... j+3, v).
+// Of four rows that are shifted, both have the rows in the lanes.
 
 #define BLAC_SWEEP [[gnu::target(BLAC_SWEEP_TARGET)]]
 #define BLAC_SWEEP_INLINE [[gnu::target(BLAC_SWEEP_TARGET), gnu::always_inline]] inline
