@@ -25,6 +25,7 @@ struct __attribute__((may_alias)) WideSlot {
   WideSlot() = default;
   /// Register by register: the compiler's own copy goes through memory.
   BLAC_PACKED_INLINE WideSlot(WideSlot const& other) { *this = other; }
+  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): copies registers onto themselves
   BLAC_PACKED_INLINE WideSlot& operator=(WideSlot const& other) {
     for (int r = 0; r < registers; ++r)
       parts[r] = other.parts[r];

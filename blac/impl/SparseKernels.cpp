@@ -1,13 +1,10 @@
 #include "blac/BLAC.h"
 #include "blac/impl/SparseSweeps.h"
 
-namespace {
-
-using blac::SparseSweep;
 using blac::SparseSweepSet;
 using blac::vectorsInGroup;
 
-SparseSweepSet const& SweepsOfThisProcessor() {
+SparseSweepSet const& blac::SparseSweepsOfThisProcessor() {
 #ifdef __x86_64__
   if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl"))
     return blac::avx512SparseSweeps;
@@ -16,9 +13,8 @@ SparseSweepSet const& SweepsOfThisProcessor() {
   return blac::plainSparseSweeps;
 }
 
-/// Groups of eight vectors, then the rest. x and y step by one vector's length.
-void SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep, std::ptrdiff_t lengthX,
-                     std::ptrdiff_t lengthY, int vectors) {
+void blac::SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep, std::ptrdiff_t lengthX,
+                           std::ptrdiff_t lengthY, int vectors) {
   for (; vectors >= vectorsInGroup; vectors -= vectorsInGroup) {
     sweeps[vectorsInGroup - 1](sweep);
     sweep.x += vectorsInGroup * lengthX;
@@ -27,22 +23,20 @@ void SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep, std
   if (vectors > 0) sweeps[vectors - 1](sweep);
 }
 
-} // namespace
-
 void BLAC_SPARSE_UMV(double const* a, double const* x, int const* ia, int const* ja, double* y,
                      int const* nrows, int const* ncols, int const* nvec) {
-  SweepOverGroups(SweepsOfThisProcessor().product, {a, ia, ja, nullptr, *nrows, *ncols, x, y}, *ncols, *nrows,
-                  *nvec);
+  blac::SweepOverGroups(blac::SparseSweepsOfThisProcessor().product,
+                        {a, ia, ja, nullptr, *nrows, *ncols, x, y}, *ncols, *nrows, *nvec);
 }
 
 void BLAC_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y,
                       int const* nrows, int const* ncols, int const* nvec) {
-  SweepOverGroups(SweepsOfThisProcessor().transposedProduct, {a, ia, ja, nullptr, *nrows, *ncols, x, y},
-                  *nrows, *ncols, *nvec);
+  blac::SweepOverGroups(blac::SparseSweepsOfThisProcessor().transposedProduct,
+                        {a, ia, ja, nullptr, *nrows, *ncols, x, y}, *nrows, *ncols, *nvec);
 }
 
 void BLAC_SPARSE_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y,
                              int const* nrows, int const* ncols, int const* nvec, int const* idx) {
-  SweepOverGroups(SweepsOfThisProcessor().transposedProduct, {a, ia, ja, idx, *nrows, *ncols, x, y}, *nrows,
-                  *ncols, *nvec);
+  blac::SweepOverGroups(blac::SparseSweepsOfThisProcessor().transposedProduct,
+                        {a, ia, ja, idx, *nrows, *ncols, x, y}, *nrows, *ncols, *nvec);
 }

@@ -16,6 +16,9 @@ constexpr int vectorsInGroup = 8;
 ///
 ///     product:             y(i) = sum of a(i, j) * x(j)           x: columns long, y: rows long
 ///     transposed product:  y(j) = sum of x(p) * a(row(p), j)      x: rows long, y: columns long
+///     symmetric product:   for rows i < columns in turn           both: rows long
+///                            t = 0; for each entry: t += a(i, j) * x(j), y(j) += a(i, j) * x(i)
+///                            y(i) += diagonal(i) * x(i) + t
 ///
 /// Row i of the matrix has the entries ia[i] ... ia[i + 1] - 1. The columns of a row may come in any order,
 /// more than once too.
@@ -27,7 +30,8 @@ struct SparseSweep {
   std::ptrdiff_t rows;
   std::ptrdiff_t columns;
   double const* x;
-  double* y; ///< overwritten
+  double* y;                        ///< overwritten
+  double const* diagonal = nullptr; ///< symmetric product
 };
 
 /// Element n - 1 works on n vectors.
@@ -35,6 +39,8 @@ struct SparseSweepSet {
   using Sweep = void (*)(SparseSweep const&);
   Sweep product[vectorsInGroup];
   Sweep transposedProduct[vectorsInGroup];
+  /// Fast where most rows continue the row before, as in grids; else the packed one is.
+  Sweep symmetricProduct[vectorsInGroup];
 };
 
 /// In plain C++: the definition of what the other sets compute.
@@ -45,5 +51,10 @@ extern SparseSweepSet const avx2SparseSweeps;
 /// For processors with AVX-512F and AVX-512VL, used for their 32 registers of 256 bits.
 extern SparseSweepSet const avx512SparseSweeps;
 #endif
+SparseSweepSet const& SparseSweepsOfThisProcessor();
+
+/// Calls the sweep for groups of eight vectors and the one for the rest. x and y step by one vector's length.
+void SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep, std::ptrdiff_t lengthX,
+                     std::ptrdiff_t lengthY, int vectors);
 
 } // namespace blac

@@ -33,9 +33,25 @@ void TransposedProduct(SparseSweep const& s) {
   }
 }
 
+template<int vectors>
+void SymmetricProduct(SparseSweep const& s) {
+  std::fill_n(s.y, s.rows * vectors, 0.0);
+  for (std::ptrdiff_t i = 0; i < s.columns; ++i)
+    for (int v = 0; v < vectors; ++v) {
+      double const* const x = s.x + v * s.rows;
+      double* const y = s.y + v * s.rows;
+      double sum = 0.0;
+      for (int k = s.ia[i]; k < s.ia[i + 1]; ++k) {
+        sum += s.a[k] * x[s.ja[k]];
+        y[s.ja[k]] += s.a[k] * x[i];
+      }
+      y[i] += s.diagonal[i] * x[i] + sum;
+    }
+}
+
 template<int... n>
 constexpr SparseSweepSet MakeSet(std::integer_sequence<int, n...>) {
-  return {{&Product<n + 1>...}, {&TransposedProduct<n + 1>...}};
+  return {{&Product<n + 1>...}, {&TransposedProduct<n + 1>...}, {&SymmetricProduct<n + 1>...}};
 }
 
 } // namespace

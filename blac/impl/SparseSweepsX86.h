@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <immintrin.h>
+#include <numeric>
 #include <utility>
 
 // The sweeps with registers of four doubles. A source defines BLAC_SWEEP_TARGET, the instruction sets that
@@ -244,6 +245,15 @@ public:
   BLAC_SWEEP_INLINE void Store(double* y, std::ptrdiff_t stride) const {
     (_mm256_storeu_pd(y + v * stride, m_sums[v]), ...);
   }
+  /// y += diagonal * x + sums.
+  BLAC_SWEEP_INLINE void AddWithDiagonal(__m256d diagonal, double const* x, double* y,
+                                         std::ptrdiff_t stride) const {
+    (_mm256_storeu_pd(
+         y + v * stride,
+         _mm256_add_pd(_mm256_loadu_pd(y + v * stride),
+                       _mm256_add_pd(_mm256_mul_pd(diagonal, _mm256_loadu_pd(x + v * stride)), m_sums[v]))),
+     ...);
+  }
 
 private:
   __m256d m_sums[vectors];
@@ -472,29 +482,31 @@ private:
   __m256d m_sums[vectors];
 };
 
-/// Four rows, each with the columns of the one before plus one. Their entries k go to four elements of y that
-/// follow each other. From the last k to the first, each element gets its products row by row. REQUIRES: the
-/// columns ascend; there are not more than mostShiftedColumns.
+/// The entries of four rows that follow each other without gaps, one row in each lane.
 template<int vectors>
-[[gnu::noinline]] BLAC_SWEEP void AddShiftedRows(double const* entries, int const* columns,
-                                                 std::ptrdiff_t length, double const* x,
-                                                 std::ptrdiff_t strideX, double* y, std::ptrdiff_t strideY) {
-  RowBlock<lanes> const block{entries, columns, length};
-  __m256d a[mostShiftedColumns];
+BLAC_SWEEP_INLINE void LoadRows(RowBlock<lanes> const& block, __m256d* a) {
   std::ptrdiff_t k = 0;
-  for (; k + lanes <= length; k += lanes) {
+  for (; k + lanes <= block.length; k += lanes) {
     FetchAhead<vectors, lanes>(block, k);
-    FourColumns const four = LoadFourColumns(entries + k, length);
+    FourColumns const four = LoadFourColumns(block.a + k, block.length);
     for (int c = 0; c < lanes; ++c)
       a[k + c] = four.column[c];
   }
-  for (; k < length; ++k) {
+  for (; k < block.length; ++k) {
     FetchAhead<vectors, 1>(block, k);
-    a[k] = LoadVectors<lanes>(entries + k, length);
+    a[k] = LoadVectors<lanes>(block.a + k, block.length);
   }
+}
+
+/// Adds to y four rows, each with the columns of the one before plus one, out of LoadRows. Their entries k go
+/// to four elements of y that follow each other. From the last k to the first, each element gets its products
+/// row by row. REQUIRES: the columns ascend.
+template<int vectors>
+BLAC_SWEEP_INLINE void AddRows(__m256d const* a, int const* columns, std::ptrdiff_t length, double const* x,
+                               std::ptrdiff_t strideX, double* y, std::ptrdiff_t strideY) {
   Window<vectors> window(x, strideX);
   window.Load(y + columns[length - 1], strideY);
-  for (k = length - 1; k > 0; --k) {
+  for (std::ptrdiff_t k = length - 1; k > 0; --k) {
     window.Add(a[k]);
     if (columns[k] - columns[k - 1] == 1) {
       window.MoveDown(y + columns[k], strideY);
@@ -505,6 +517,49 @@ template<int vectors>
   }
   window.Add(a[0]);
   window.Store(y + columns[0], strideY);
+}
+
+/// REQUIRES: the columns ascend; there are not more than mostShiftedColumns.
+template<int vectors>
+[[gnu::noinline]] BLAC_SWEEP void AddShiftedRows(double const* entries, int const* columns,
+                                                 std::ptrdiff_t length, double const* x,
+                                                 std::ptrdiff_t strideX, double* y, std::ptrdiff_t strideY) {
+  __m256d a[mostShiftedColumns];
+  LoadRows<vectors>(RowBlock<lanes>{entries, columns, length}, a);
+  AddRows<vectors>(a, columns, length, x, strideX, y, strideY);
+}
+
+// ---- the symmetric product
+
+/// Four rows from row i on, each with the columns of the one before plus one. REQUIRES: as AddShiftedRows;
+/// the columns of a row come before the row: no row adds to an element of y that is not complete as far as
+/// its own row goes.
+template<int vectors>
+[[gnu::noinline]] BLAC_SWEEP void MultiplyShiftedSymmetric(SparseSweep const& s, std::ptrdiff_t i,
+                                                           RowBlock<lanes> const& block) {
+  __m256d a[mostShiftedColumns];
+  LoadRows<vectors>(block, a);
+  SumsOfRows<vectors> sums;
+  for (std::ptrdiff_t k = 0; k < block.length; ++k)
+    sums.Add(a[k], s.x + block.columns[k], s.rows);
+  sums.AddWithDiagonal(_mm256_loadu_pd(s.diagonal + i), s.x + i, s.y + i, s.rows);
+  AddRows<vectors>(a, block.columns, block.length, s.x + i, s.rows, s.y, s.rows);
+}
+
+template<int vectors>
+BLAC_SWEEP_INLINE void MultiplyRowSymmetric(SparseSweep const& s, std::ptrdiff_t i, RowBlock<1> const& row) {
+  double sums[vectors] = {};
+  double factors[vectors];
+  for (int v = 0; v < vectors; ++v)
+    factors[v] = s.x[v * s.rows + i];
+  FetchAhead<vectors, 8>(row, 0);
+  for (std::ptrdiff_t k = 0; k < row.length; ++k)
+    for (int v = 0; v < vectors; ++v) {
+      sums[v] += row.a[k] * s.x[v * s.rows + row.columns[k]];
+      s.y[v * s.rows + row.columns[k]] += row.a[k] * factors[v];
+    }
+  for (int v = 0; v < vectors; ++v)
+    s.y[v * s.rows + i] += s.diagonal[i] * factors[v] + sums[v];
 }
 
 // ---- blocks
@@ -568,9 +623,10 @@ BLAC_SWEEP_INLINE int RowsInBlock(SparseSweep const& s, std::ptrdiff_t position,
 }
 
 /// Whether four rows from row i on, whose first is given, each have the columns of the one before plus one.
-BLAC_SWEEP_INLINE bool AreShifted(SparseSweep const& s, std::ptrdiff_t i, RowBlock<1> const& first) {
+BLAC_SWEEP_INLINE bool AreShifted(SparseSweep const& s, std::ptrdiff_t i, std::ptrdiff_t rows,
+                                  RowBlock<1> const& first) {
   std::ptrdiff_t const length = first.length;
-  if (length < leastShiftedColumns || i + lanes > s.rows) return false;
+  if (length < leastShiftedColumns || i + lanes > rows) return false;
   for (int r = 1; r < lanes; ++r)
     if (s.ia[i + r + 1] - s.ia[i + r] != length) return false;
   if (first.columns[length] != first.columns[0] + 1) return false;
@@ -640,7 +696,7 @@ BLAC_SWEEP void Product(SparseSweep const& s) {
       FetchVectors<vectors>(s.y + i + elementsAhead, s.rows);
     }
     Multiply<vectors> const multiply{s.x, s.columns, s.y + i, s.rows};
-    if (AreShifted(s, i, row)) {
+    if (AreShifted(s, i, s.rows, row)) {
       MultiplyShiftedRows<vectors>(row.a, row.columns, row.length, s.x, s.columns, s.y + i, s.rows);
       i += lanes;
     } else if (row.length < leastSharedColumns) {
@@ -669,7 +725,8 @@ BLAC_SWEEP void TransposedProduct(SparseSweep const& s) {
     if (row.length > 0)
       clearing.Prepare(isAscending ? row.columns[row.length - 1]
                                    : *std::max_element(row.columns, row.columns + row.length));
-    if (isAscending && row.length <= mostShiftedColumns && s.list == nullptr && AreShifted(s, p, row)) {
+    if (isAscending && row.length <= mostShiftedColumns && s.list == nullptr &&
+        AreShifted(s, p, s.rows, row)) {
       clearing.Prepare(std::ptrdiff_t{row.columns[row.length - 1]} + lanes - 1);
       AddShiftedRows<vectors>(row.a, row.columns, row.length, s.x + p, s.rows, s.y, s.columns);
       p += lanes;
@@ -685,9 +742,36 @@ BLAC_SWEEP void TransposedProduct(SparseSweep const& s) {
   clearing.Finish();
 }
 
+template<int vectors>
+BLAC_SWEEP void SymmetricProduct(SparseSweep const& s) {
+  Clearing<vectors> clearing(s.y, s.rows);
+  std::ptrdiff_t nextFetch = 0;
+  for (std::ptrdiff_t i = 0; i < s.columns;) {
+    if (i >= nextFetch) {
+      nextFetch = i + elementsInLine;
+      FetchVectors<vectors>(s.x + i + elementsAhead, s.rows);
+      FetchVectors<vectors>(s.y + i + elementsAhead, s.rows);
+    }
+    RowBlock<1> const row = RowAt(s, i);
+    bool const isAscending = AreAscending(row.columns, row.length);
+    if (isAscending && row.length <= mostShiftedColumns && AreShifted(s, i, s.columns, row) &&
+        row.columns[row.length - 1] < i) {
+      clearing.Prepare(i + lanes - 1);
+      MultiplyShiftedSymmetric<vectors>(s, i, RowBlock<lanes>{row.a, row.columns, row.length});
+      i += lanes;
+    } else {
+      clearing.Prepare(std::accumulate(row.columns, row.columns + row.length, i,
+                                       [](std::ptrdiff_t a, std::ptrdiff_t b) { return std::max(a, b); }));
+      MultiplyRowSymmetric<vectors>(s, i, row);
+      ++i;
+    }
+  }
+  clearing.Finish();
+}
+
 template<int... n>
 constexpr SparseSweepSet MakeSet(std::integer_sequence<int, n...>) {
-  return {{&Product<n + 1>...}, {&TransposedProduct<n + 1>...}};
+  return {{&Product<n + 1>...}, {&TransposedProduct<n + 1>...}, {&SymmetricProduct<n + 1>...}};
 }
 
 inline constexpr SparseSweepSet sweepSet = MakeSet(std::make_integer_sequence<int, vectorsInGroup>());

@@ -1,6 +1,7 @@
 #include "mtx/impl/PackedProducts.h"
 
 #include "blac/impl/PackedSweeps.h"
+#include "blac/impl/SparseSweeps.h"
 #include "core/mem_Allocator.h"
 #include "mtx/impl/PatternTests.h"
 
@@ -70,6 +71,11 @@ void PackedProducts::MultiplyTransposed(double const* x, int vectors, double* y)
 void PackedProducts::MultiplySymmetric(double const* diagonal, double const* x, int vectors,
                                        double* y) const {
   if (vectors < 1) return;
+  if (HasShiftedRows(m_rowPointers, m_columnIndices, m_columns))
+    return blac::SweepOverGroups(
+        blac::SparseSweepsOfThisProcessor().symmetricProduct,
+        {m_values, m_rowPointers, m_columnIndices, nullptr, m_rows, m_columns, x, y, diagonal}, m_rows,
+        m_rows, vectors);
   int const lanes = WidestLanes(vectors);
   std::int64_t const slots = lanes > 1 ? SlotsOfRing(lanes) : 0;
   Scratch const scratch(blac::SymmetricScratch(slots, lanes));

@@ -3,15 +3,21 @@
 #include <algorithm>
 #include <cstdint>
 
-/// Visits some of the rows, evenly spread, but not the first one; returns how many.
+/// Visits some of the rows, but not the first one; returns how many. They are spread evenly but lie in no
+/// step that could be that of the matrix, as the length of a grid's lines.
 template<class Visit>
 std::int64_t ForSomeRows(std::int32_t rows, Visit visit) {
   constexpr std::int32_t samples = 1000;
-  std::int32_t const step = std::max(1, rows / samples);
-  std::int64_t visited = 0;
-  for (std::int64_t i = step; i < rows; i += step, ++visited)
-    visit(i);
-  return visited;
+  if (rows <= samples) {
+    for (std::int64_t i = 1; i < rows; ++i)
+      visit(i);
+    return std::max(rows - 1, 0);
+  }
+  constexpr std::uint64_t goldenSection = 0x9E3779B97F4A7C15; // of 2^64
+  for (std::uint64_t k = 1; k <= samples; ++k)
+    visit(1 +
+          static_cast<std::int64_t>((k * goldenSection >> 32) * static_cast<std::uint64_t>(rows - 1) >> 32));
+  return samples;
 }
 
 /// Whether rows have more than one entry, on average over some of them, that lies far from the entries beside
@@ -34,4 +40,18 @@ inline bool HasScatteredColumns(std::int32_t const* rowPointers, std::uint32_t c
     }
   });
   return far > visited;
+}
+
+/// Whether most rows have four columns or more and these are the columns of the row before plus one, as in a
+/// grid with one unknown a node.
+inline bool HasShiftedRows(std::int32_t const* rowPointers, std::int32_t const* columns, std::int32_t rows) {
+  std::int64_t shifted = 0;
+  std::int64_t const visited = ForSomeRows(rows, [&](std::int64_t i) {
+    std::int32_t const* const before = columns + rowPointers[i - 1];
+    std::int32_t const* const row = columns + rowPointers[i];
+    std::int32_t const* const end = columns + rowPointers[i + 1];
+    shifted += static_cast<std::int64_t>(
+        end - row >= 4 && std::equal(row, end, before, row, [](auto b, auto a) { return b - a == 1; }));
+  });
+  return visited > 0 && shifted * 4 > visited * 3;
 }

@@ -400,11 +400,42 @@ Sparse NodesBelowDiagonal(Maker& maker, int nodes) {
   return matrix;
 }
 
+/// Random rows below the diagonal, most of them with the columns of the row before plus one, some with
+/// entries above it, some in another order.
+Sparse GridBelowDiagonal(Maker& maker, int rows) {
+  Sparse matrix(rows);
+  while (matrix.Rows() < rows) {
+    int const first = matrix.Rows();
+    std::vector<int> row = maker.Runs(first + 1, 3);
+    if (row.size() > 20) row.erase(row.begin(), row.end() - 20);
+    if (maker.Below(3) == 0) row.push_back(maker.Below(rows));
+    if (maker.Below(6) == 0) std::reverse(row.begin(), row.end());
+    int const end = std::min(rows, first + 1 + maker.Below(maker.Below(4) > 0 ? 12 : rows));
+    for (int i = first; i < end; ++i) {
+      std::vector<int> columns;
+      for (int const column : row)
+        if (column + i - first < rows && column != first) columns.push_back(column + i - first);
+      matrix.AppendRow(columns, maker.Values(columns.size()));
+    }
+  }
+  return matrix;
+}
+
 struct AlignedScratch {
   explicit AlignedScratch(std::ptrdiff_t size) : values(static_cast<std::size_t>(size) + 8, stale) {}
   double* Begin() { return values.data() + (-reinterpret_cast<std::uintptr_t>(values.data()) & 63) / 8; }
   std::vector<double> values;
 };
+
+std::vector<double> StatedSymmetricProduct(Sparse const& matrix, std::vector<double> const& diagonal,
+                                           std::vector<double> const& x, int vectors) {
+  std::vector<double> y;
+  for (int v = 0; v < vectors; ++v) {
+    auto const one = StatedSymmetricProduct(matrix, diagonal, x.data() + v * std::ssize(diagonal));
+    y.insert(y.end(), one.begin(), one.end());
+  }
+  return y;
+}
 
 struct NamedPackedSet {
   char const* name;
@@ -470,12 +501,28 @@ TEST_P(PackedSweeps, MultiplyTheSymmetricFormInTheStatedOrder) {
           GetParam().set->symmetricProduct[width]({matrix.a.data(), matrix.ia.data(), matrix.ja.data(),
                                                    diagonal.data(), rows, rows, vectors, x.data(), y.data(),
                                                    scratch.Begin(), slots});
-          std::vector<double> expected;
-          for (int v = 0; v < vectors; ++v) {
-            auto const one = StatedSymmetricProduct(matrix, diagonal, x.data() + std::ptrdiff_t{v} * rows);
-            expected.insert(expected.end(), one.begin(), one.end());
-          }
-          EXPECT_TRUE(SameBits(expected, y)) << rows << " rows, " << vectors << " vectors, " << slots;
+          EXPECT_TRUE(SameBits(StatedSymmetricProduct(matrix, diagonal, x, vectors), y))
+              << rows << " rows, " << vectors << " vectors, " << slots;
         }
   }
 }
+
+#ifdef __x86_64__
+TEST_P(SweepsForProcessors, MultiplyTheSymmetricFormInTheStatedOrder) {
+  Maker maker(10);
+  for (int const rows : {1, 4, 5, 30, 100, 400, 700, 900, 1000}) {
+    Sparse const matrix = rows != 5 ? GridBelowDiagonal(maker, rows) : NodesBelowDiagonal(maker, rows);
+    std::ptrdiff_t const length = matrix.Rows();
+    std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(length));
+    for (int vectors = 1; vectors <= blac::vectorsInGroup; ++vectors) {
+      std::vector<double> const x = maker.SpecialValues(diagonal.size() * static_cast<std::size_t>(vectors));
+      SparseSweep const sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr,        length,
+                              length,          x.data(),         nullptr,          diagonal.data()};
+      std::vector<double> const expected = StatedSymmetricProduct(matrix, diagonal, x, vectors);
+      for (SparseSweepSet const* const set : {&blac::plainSparseSweeps, GetParam().set})
+        EXPECT_TRUE(SameBits(expected, Perform(set->symmetricProduct[vectors - 1], sweep, length * vectors)))
+            << rows << " rows, " << vectors << " vectors";
+    }
+  }
+}
+#endif
