@@ -71,9 +71,10 @@ void PackedProducts::MultiplyTransposed(double const* x, int vectors, double* y)
 void PackedProducts::MultiplySymmetric(double const* diagonal, double const* x, int vectors,
                                        double* y) const {
   if (vectors < 1) return;
-  if (HasShiftedRows(m_rowPointers, m_columnIndices, m_columns))
+  blac::SparseSweepSet const& sweeps = blac::SparseSweepsOfThisProcessor();
+  if (&sweeps != &blac::plainSparseSweeps && IsGridBelowDiagonal(m_rowPointers, m_columnIndices, m_columns))
     return blac::SweepOverGroups(
-        blac::SparseSweepsOfThisProcessor().symmetricProduct,
+        sweeps.symmetricProduct,
         {m_values, m_rowPointers, m_columnIndices, nullptr, m_rows, m_columns, x, y, diagonal}, m_rows,
         m_rows, vectors);
   int const lanes = WidestLanes(vectors);

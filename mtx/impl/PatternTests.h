@@ -42,16 +42,20 @@ inline bool HasScatteredColumns(std::int32_t const* rowPointers, std::uint32_t c
   return far > visited;
 }
 
-/// Whether most rows have four columns or more and these are the columns of the row before plus one, as in a
-/// grid with one unknown a node.
-inline bool HasShiftedRows(std::int32_t const* rowPointers, std::int32_t const* columns, std::int32_t rows) {
+/// Whether most rows have four columns or more, all before the row's own, which are those of the row before
+/// plus one: as below the diagonal of a grid with one unknown a node.
+inline bool IsGridBelowDiagonal(std::int32_t const* rowPointers, std::int32_t const* columns,
+                                std::int32_t rows) {
   std::int64_t shifted = 0;
   std::int64_t const visited = ForSomeRows(rows, [&](std::int64_t i) {
     std::int32_t const* const before = columns + rowPointers[i - 1];
     std::int32_t const* const row = columns + rowPointers[i];
     std::int32_t const* const end = columns + rowPointers[i + 1];
-    shifted += static_cast<std::int64_t>(
-        end - row >= 4 && std::equal(row, end, before, row, [](auto b, auto a) { return b - a == 1; }));
+    auto const isNext = [](std::int32_t column, std::int32_t columnBefore) {
+      return column - columnBefore == 1;
+    };
+    shifted +=
+        static_cast<std::int64_t>(end - row >= 4 && end[-1] < i && std::equal(row, end, before, row, isNext));
   });
-  return visited > 0 && shifted * 4 > visited * 3;
+  return shifted * 4 > visited * 3;
 }

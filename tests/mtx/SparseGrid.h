@@ -132,6 +132,11 @@ inline std::vector<LargePattern> LargePatterns() {
       if (node + step >= 0 && node + step < 400)
         for (int k = 0; k < 9; ++k)
           add(3 * node + k / 3, 3 * (node + step) + k % 3);
+  begin("one unknown a node", 70 * 50); // of a grid of 70 x 50 nodes
+  for (int node = 0; node < 3500; ++node)
+    for (int const step : {-71, -70, -69, -1, 0, 1, 69, 70, 71})
+      if (int const x = node % 70 + (step + 71) % 70 - 1; x >= 0 && x < 70)
+        if (node + step >= 0 && node + step < 3500) add(node, node + step);
   begin("anywhere", 40000);
   for (int i = 0; i < 40000; ++i)
     for (int k = 0; k < 4; ++k)
