@@ -2,7 +2,6 @@
 #include "blac/impl/SparseSweeps.h"
 
 using blac::SparseSweepSet;
-using blac::vectorsInGroup;
 
 SparseSweepSet const& blac::SparseSweepsOfThisProcessor() {
 #ifdef __x86_64__
