@@ -50,7 +50,7 @@ inline constexpr std::ptrdiff_t elementsInLine = 8;
 /// Comparing the columns of rows shorter than this costs more than it can save.
 inline constexpr int leastSharedColumns = 12;
 inline constexpr int leastShiftedColumns = 4;
-inline constexpr int mostShiftedColumns = 32; ///< transposed product
+inline constexpr int mostShiftedColumns = 32; ///< transposed and symmetric product
 inline constexpr int mostRowsInBlock = 3;
 inline constexpr int lanes = 4;
 
@@ -98,12 +98,12 @@ BLAC_SWEEP_INLINE __m256d LoadVectors(double const* x, std::ptrdiff_t stride) {
   return _mm256_insertf128_pd(_mm256_castpd128_pd256(low), high, 1);
 }
 
-/// The same for the columns of x[0], x[1] and x[2]. Reads x[3], x[stride + 3] ... too.
-struct ThreeColumns {
-  __m256d first, second, third;
+/// The same for elements 0 ... 3: four arrays of four, transposed.
+struct FourColumns {
+  __m256d column[lanes];
 };
 template<int vectors>
-BLAC_SWEEP_INLINE ThreeColumns LoadThreeColumns(double const* x, std::ptrdiff_t stride) {
+BLAC_SWEEP_INLINE FourColumns LoadFourColumns(double const* x, std::ptrdiff_t stride) {
   __m256d const zero = _mm256_setzero_pd();
   __m256d const v0 = _mm256_loadu_pd(x);
   __m256d const v1 = vectors > 1 ? _mm256_loadu_pd(x + stride) : zero;
@@ -113,8 +113,8 @@ BLAC_SWEEP_INLINE ThreeColumns LoadThreeColumns(double const* x, std::ptrdiff_t 
   __m256d const even23 = _mm256_unpacklo_pd(v2, v3);
   __m256d const odd01 = _mm256_unpackhi_pd(v0, v1);
   __m256d const odd23 = _mm256_unpackhi_pd(v2, v3);
-  return {_mm256_permute2f128_pd(even01, even23, 0x20), _mm256_permute2f128_pd(odd01, odd23, 0x20),
-          _mm256_permute2f128_pd(even01, even23, 0x31)};
+  return {{_mm256_permute2f128_pd(even01, even23, 0x20), _mm256_permute2f128_pd(odd01, odd23, 0x20),
+           _mm256_permute2f128_pd(even01, even23, 0x31), _mm256_permute2f128_pd(odd01, odd23, 0x31)}};
 }
 
 /// The sums of four vectors or fewer, for each row of a block. Packs rather than loops over the rows: they
@@ -128,10 +128,9 @@ public:
   BLAC_SWEEP_INLINE void Add(double const* a, std::ptrdiff_t stride, __m256d x) {
     ((m_sums[r] = _mm256_add_pd(m_sums[r], _mm256_mul_pd(_mm256_broadcast_sd(a + r * stride), x))), ...);
   }
-  BLAC_SWEEP_INLINE void Add(double const* a, std::ptrdiff_t stride, ThreeColumns const& x) {
-    Add(a, stride, x.first);
-    Add(a + 1, stride, x.second);
-    Add(a + 2, stride, x.third);
+  BLAC_SWEEP_INLINE void AddThree(double const* a, std::ptrdiff_t stride, FourColumns const& x) {
+    for (int c = 0; c < 3; ++c)
+      Add(a + c, stride, x.column[c]);
   }
   BLAC_SWEEP_INLINE void Store(double* y, std::ptrdiff_t stride) const {
     (StoreRow(y + r, stride, m_sums[r]), ...);
@@ -179,10 +178,10 @@ template<int vectors, int rows>
     double const* const first = Opaque(x + j[0]);
     if (k + 3 <= block.length && AreThree(j) && std::ptrdiff_t{j[0]} + lanes <= strideX) {
       FetchAhead<vectors, 3>(block, k);
-      lowSums.Add(a, block.length, LoadThreeColumns<low>(first, strideX));
+      lowSums.AddThree(a, block.length, LoadFourColumns<low>(first, strideX));
       if constexpr (high > 0)
-        highSums.Add(Opaque(a), block.length,
-                     LoadThreeColumns<high>(Opaque(first + lanes * strideX), strideX));
+        highSums.AddThree(Opaque(a), block.length,
+                          LoadFourColumns<high>(Opaque(first + lanes * strideX), strideX));
       k += 3;
     } else {
       if (k % 8 == 0) FetchAhead<vectors, 8>(block, k);
@@ -212,23 +211,6 @@ BLAC_SWEEP_INLINE void MultiplyBlockByOne(RowBlock<rows> const& block, double co
   }
   for (int r = 0; r < rows; ++r)
     y[r] = sums[r];
-}
-
-/// The columns 0 ... 3 of four rows that follow each other without gaps: one row in each lane.
-struct FourColumns {
-  __m256d column[lanes];
-};
-BLAC_SWEEP_INLINE FourColumns LoadFourColumns(double const* a, std::ptrdiff_t length) {
-  __m256d const r0 = _mm256_loadu_pd(a);
-  __m256d const r1 = _mm256_loadu_pd(a + length);
-  __m256d const r2 = _mm256_loadu_pd(a + 2 * length);
-  __m256d const r3 = _mm256_loadu_pd(a + 3 * length);
-  __m256d const even01 = _mm256_unpacklo_pd(r0, r1);
-  __m256d const even23 = _mm256_unpacklo_pd(r2, r3);
-  __m256d const odd01 = _mm256_unpackhi_pd(r0, r1);
-  __m256d const odd23 = _mm256_unpackhi_pd(r2, r3);
-  return {{_mm256_permute2f128_pd(even01, even23, 0x20), _mm256_permute2f128_pd(odd01, odd23, 0x20),
-           _mm256_permute2f128_pd(even01, even23, 0x31), _mm256_permute2f128_pd(odd01, odd23, 0x31)}};
 }
 
 /// The sums of four rows, one in each lane, for each vector.
@@ -269,7 +251,7 @@ MultiplyShiftedRows(double const* entries, int const* columns, std::ptrdiff_t le
   std::ptrdiff_t k = 0;
   for (; k + lanes <= length; k += lanes) {
     FetchAhead<vectors, lanes>(block, k);
-    FourColumns const a = LoadFourColumns(entries + k, length);
+    FourColumns const a = LoadFourColumns<lanes>(entries + k, length);
     for (int c = 0; c < lanes; ++c)
       sums.Add(a.column[c], x + columns[k + c], strideX);
   }
@@ -488,7 +470,7 @@ BLAC_SWEEP_INLINE void LoadRows(RowBlock<lanes> const& block, __m256d* a) {
   std::ptrdiff_t k = 0;
   for (; k + lanes <= block.length; k += lanes) {
     FetchAhead<vectors, lanes>(block, k);
-    FourColumns const four = LoadFourColumns(block.a + k, block.length);
+    FourColumns const four = LoadFourColumns<lanes>(block.a + k, block.length);
     for (int c = 0; c < lanes; ++c)
       a[k + c] = four.column[c];
   }

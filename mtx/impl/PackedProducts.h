@@ -20,7 +20,8 @@ public:
   /// y = A * x, y = A^T * x.
   void Multiply(double const* x, int vectors, double* y) const;
   void MultiplyTransposed(double const* x, int vectors, double* y) const;
-  /// The product of the symmetric form; vectors are `rows` long. REQUIRES: columns <= rows.
+  /// The product of the symmetric form; vectors are `rows` long. Without packing where the rows are those of
+  /// a grid, which are taken together. REQUIRES: columns <= rows.
   void MultiplySymmetric(double const* diagonal, double const* x, int vectors, double* y) const;
 
 private:
