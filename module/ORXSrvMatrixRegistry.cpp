@@ -20,19 +20,19 @@ void ReadValues(ORXSrvDenseMatrix const& matrix, double* values) {
 } // namespace
 
 void* ORXSRVMATRIXCONTAINERCREATE(void) {
-  return Reporting([] { return static_cast<void*>(new ORXSrvMatrixContainer); });
+  return orx::Reporting([] { return static_cast<void*>(new ORXSrvMatrixContainer); });
 }
 
 int ORXSRVMATRIXCONTAINERNUMROWS(void* container, int const* id) {
-  return Reporting([&] { return MatrixOf(container, id).NumberOfRows(); });
+  return orx::Reporting([&] { return MatrixOf(container, id).NumberOfRows(); });
 }
 
 int ORXSRVMATRIXCONTAINERNUMCOLUMNS(void* container, int const* id) {
-  return Reporting([&] { return MatrixOf(container, id).NumberOfColumns(); });
+  return orx::Reporting([&] { return MatrixOf(container, id).NumberOfColumns(); });
 }
 
 void ORXSRVMATRIXCONTAINERGETVALUES(void* container, int const* id, double* values) {
-  Reporting([&] { ReadValues(MatrixOf(container, id), values); });
+  orx::Reporting([&] { ReadValues(MatrixOf(container, id), values); });
 }
 
 void ORXSRVMATRIXCONTAINERDELETE(void* container) { delete static_cast<ORXSrvMatrixContainer*>(container); }

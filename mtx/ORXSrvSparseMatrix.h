@@ -9,9 +9,12 @@
 
 class ORXSrvDenseMatrix;
 class ORXSrvSystemDofDefinition;
+
+namespace orx {
 struct CompressedRows;
 struct SparseContent;
 struct SparseView;
+} // namespace orx
 
 /// One entry of a sparse matrix; indices are zero-based.
 struct ORXSrvSparseMatrixEntry {
@@ -186,16 +189,16 @@ private:
   /// below `columns`. On failure the matrix is as before.
   ORX_LOCAL void ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
   /// The same for rows that are compressed already.
-  ORX_LOCAL void ResetRows(CompressedRows&& compressed, int rows, int columns) noexcept;
+  ORX_LOCAL void ResetRows(orx::CompressedRows&& compressed, int rows, int columns) noexcept;
   /// The same for what a reader has put together, in either form.
-  ORX_LOCAL void Replace(SparseContent&& content) noexcept;
-  ORX_LOCAL SparseView View() const noexcept;
+  ORX_LOCAL void Replace(orx::SparseContent&& content) noexcept;
+  ORX_LOCAL orx::SparseView View() const noexcept;
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
   /// changes how the arrays are read.
   bool IsSymmetricForm() const noexcept { return m_diagonal != nullptr; }
-  ORX_LOCAL void Adopt(CompressedRows&& compressed) noexcept;
+  ORX_LOCAL void Adopt(orx::CompressedRows&& compressed) noexcept;
   /// A matrix of the same kind as this one with these arrays.
-  ORX_LOCAL ORXSrvSparseMatrix* NewOfSameForm(CompressedRows&& compressed, mem_Array<double>&& diagonal,
+  ORX_LOCAL ORXSrvSparseMatrix* NewOfSameForm(orx::CompressedRows&& compressed, mem_Array<double>&& diagonal,
                                               int rows, int columns) const;
   /// out := A^T * x, with x given on `count` listed rows only; without `transpose` error 211.
   ORX_LOCAL void MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int count,

@@ -8,7 +8,7 @@
 #include <limits>
 #include <utility>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 bool IsBefore(Entry const& a, Entry const& b) {
@@ -98,4 +98,4 @@ Comparison CompareFiles(std::string const& pathA, std::string const& pathB, doub
   return comparison;
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 /// A position, zero-based, with what both matrices have there; what is not stored is 0.
 struct ValuePair {
@@ -37,4 +37,4 @@ struct Comparison {
 
 Comparison CompareFiles(std::string const& pathA, std::string const& pathB, double tolerance);
 
-} // namespace tool
+} // namespace orx::tool

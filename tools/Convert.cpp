@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 Part PartOf(std::string const& triangle) {
@@ -93,4 +93,4 @@ std::string FileKindsText() {
   return text;
 }
 
-} // namespace tool
+} // namespace orx::tool

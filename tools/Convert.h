@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 struct ConvertOptions {
   std::string inPath;
@@ -22,4 +22,4 @@ std::string ConvertText(ConvertOptions const& options);
 /// The table of types for the help.
 std::string FileKindsText();
 
-} // namespace tool
+} // namespace orx::tool

@@ -10,7 +10,7 @@
 
 #include <filesystem>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 std::string Joined(ORXSimArray<int> const& numbers) {
@@ -99,4 +99,4 @@ std::string DatabaseText(std::string const& path) {
   return text;
 }
 
-} // namespace tool
+} // namespace orx::tool

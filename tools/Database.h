@@ -2,9 +2,9 @@
 
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 /// What `orxmtx db` prints: contexts, distributions, shapes, chunks, bytes. No cell is read.
 std::string DatabaseText(std::string const& path);
 
-} // namespace tool
+} // namespace orx::tool

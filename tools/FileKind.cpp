@@ -14,7 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 constexpr FileKindDescription kinds[] = {
@@ -254,4 +254,4 @@ void RequireReadable(std::string const& path) {
   throw ToolError(ExitCode::UnusableInput, "cannot read '" + path + "': " + std::strerror(errno));
 }
 
-} // namespace tool
+} // namespace orx::tool

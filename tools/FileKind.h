@@ -6,7 +6,7 @@
 
 // The types of matrix files, their names on the command line, and how a file's type is told from its content.
 
-namespace tool {
+namespace orx::tool {
 
 enum class FileKind {
   Triplets,          ///< text, one-based: import codes 2 and 3, export code 3 of the library
@@ -48,4 +48,4 @@ FileKind RecognizeKind(std::string const& path);
 /// A ToolError with the system's reason unless the file can be read.
 void RequireReadable(std::string const& path);
 
-} // namespace tool
+} // namespace orx::tool

@@ -6,7 +6,7 @@
 #include <climits>
 #include <vector>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 /// An index has to leave room for a dimension that counts it.
@@ -101,4 +101,4 @@ MatrixEntries ReadNodeDofs(std::string const& path, int dofsPerNode) {
   return NodeDofFile(path, dofsPerNode).Assemble();
 }
 
-} // namespace tool
+} // namespace orx::tool

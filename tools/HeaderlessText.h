@@ -7,7 +7,7 @@
 // Text types that the library writes and does not read, one entry a line. Their largest indices are the
 // dimensions. What is malformed is a ToolError with path and line.
 
-namespace tool {
+namespace orx::tool {
 
 /// Lines "row column value"; indices begin at `base`.
 MatrixEntries ReadTriplets(std::string const& path, int base);
@@ -20,4 +20,4 @@ MatrixEntries ReadCommas(std::string const& path, int base);
 /// Of a matrix that is not square the library writes "node,dof,column,0,value", the column from 0.
 MatrixEntries ReadNodeDofs(std::string const& path, int dofsPerNode);
 
-} // namespace tool
+} // namespace orx::tool

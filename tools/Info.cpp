@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 /// Per row or column: the sum of magnitudes, and whether there is a value other than 0.
@@ -125,4 +125,4 @@ std::string InfoText(std::string const& path) {
          MeasuresText(Measure(matrix));
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace orx::tool {
 
 /// Figures of a matrix as it is stored: a file of one triangle is measured as that triangle.
 struct Measures {
@@ -28,4 +28,4 @@ Measures Measure(MatrixEntries const& matrix);
 /// What `orxmtx info` prints.
 std::string InfoText(std::string const& path);
 
-} // namespace tool
+} // namespace orx::tool

@@ -10,7 +10,7 @@
 
 #include <filesystem>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 bool IsInPart(Entry const& e, Part part) {
@@ -125,4 +125,4 @@ void SaveMatrix(std::string const& path, MatrixEntries const& matrix, WriteOptio
   }
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 /// What of a symmetric matrix goes into a file.
 enum class Part {
@@ -25,4 +25,4 @@ struct WriteOptions {
 /// What does not suit the type is a ToolError, before anything is written.
 void SaveMatrix(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options);
 
-} // namespace tool
+} // namespace orx::tool

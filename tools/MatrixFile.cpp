@@ -10,7 +10,7 @@
 #include <array>
 #include <fstream>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 MatrixEntries Import(std::string const& path, int code) {
@@ -93,4 +93,4 @@ MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options) {
   throw ToolError(ExitCode::Failure, "unknown file type");
 }
 
-} // namespace tool
+} // namespace orx::tool

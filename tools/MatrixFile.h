@@ -9,7 +9,7 @@
 #include <span>
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 using Entry = ORXSrvSparseMatrixEntry;
 
@@ -62,4 +62,4 @@ private:
   ORXSrvSparseMatrix m_matrix;
 };
 
-} // namespace tool
+} // namespace orx::tool

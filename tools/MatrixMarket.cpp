@@ -9,7 +9,7 @@
 #include <climits>
 #include <cstring>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 /// Integers beyond do not all have a double.
@@ -201,4 +201,4 @@ void WriteMatrixMarket(std::string const& path, MatrixEntries const& matrix, Mar
   file.Close();
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 /// Reads a Matrix Market file: coordinate or array; real, integer or pattern (values 1); general, symmetric
 /// or skew-symmetric, whose other triangle is added. Zeros of an array are not stored. What breaks the format
@@ -19,4 +19,4 @@ enum class MarketLayout { Coordinate, Array };
 void WriteMatrixMarket(std::string const& path, MatrixEntries const& matrix, MarketLayout layout,
                        Mirror mirror);
 
-} // namespace tool
+} // namespace orx::tool

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 /// LAPACK multiplies orders and block sizes in 32 bits; above this the products overflow.
@@ -67,4 +67,4 @@ void RequireFits(int order, std::optional<std::uint64_t> available) {
                            Gigabytes(needed).c_str(), Gigabytes(*available).c_str()));
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace tool {
+namespace orx::tool {
 
 /// Bytes that this process can still get: what the system counts as available, less if the control group of
 /// the process allows less. Empty where the system does not say.
@@ -16,4 +16,4 @@ std::uint64_t EigensolutionMemory(int order) noexcept;
 /// Refuses an order whose dense matrices do not fit, before any of them is allocated.
 void RequireFits(int order, std::optional<std::uint64_t> available);
 
-} // namespace tool
+} // namespace orx::tool

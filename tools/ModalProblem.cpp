@@ -14,7 +14,7 @@
 #include <numeric>
 #include <optional>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 constexpr double roundoff = std::numeric_limits<double>::epsilon();
@@ -307,4 +307,4 @@ ModalSolution SolveModes(SymmetricMatrix const& stiffness, SymmetricMatrix const
   return solution;
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-namespace tool {
+namespace orx::tool {
 
 /// One finite solution of K x = lambda M x.
 struct Mode {
@@ -50,4 +50,4 @@ double Frequency(Mode const& mode);
 ModalSolution SolveModes(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, int count,
                          double stiffnessError = 0.0);
 
-} // namespace tool
+} // namespace orx::tool

@@ -10,7 +10,7 @@
 #include <functional>
 #include <system_error>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 /// Below this the terms of x^T K x cancel so far that a file of ten digits could not tell the rest from 0.
@@ -174,4 +174,4 @@ std::string ModesText(ModesOptions const& options) {
   return text + TableText(solution);
 }
 
-} // namespace tool
+} // namespace orx::tool

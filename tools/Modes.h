@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 struct ModesOptions {
   std::string stiffnessPath;
@@ -17,4 +17,4 @@ struct ModesOptions {
 /// mode. Writes the shapes file when one is asked for.
 std::string ModesText(ModesOptions const& options);
 
-} // namespace tool
+} // namespace orx::tool

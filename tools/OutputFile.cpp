@@ -11,7 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tool {
+namespace orx::tool {
 
 OutputFile::OutputFile(std::string const& path) : m_path(path), m_file(std::fopen(path.c_str(), "w")) {
   if (m_file == nullptr) Fail();
@@ -70,4 +70,4 @@ void ReplacedFile::Fail(char const* what) const {
   throw ToolError(ExitCode::Failure, std::string(what) + " '" + m_target + "': " + std::strerror(errno));
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace tool {
+namespace orx::tool {
 
 /// A file that is written from its start. Failures are a ToolError with path and the system's reason.
 class OutputFile {
@@ -58,4 +58,4 @@ private:
   std::string m_path;   ///< empty once it has been renamed
 };
 
-} // namespace tool
+} // namespace orx::tool

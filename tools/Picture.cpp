@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <png.h>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 std::int64_t CeilingShare(std::int64_t length, std::int64_t parts) { return (length + parts - 1) / parts; }
@@ -127,4 +127,4 @@ void WritePng(std::string const& path, Raster const& raster, int magnification) 
     throw ToolError(ExitCode::Failure, "cannot write '" + path + "': " + image.message);
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace orx::tool {
 
 /// The sparsity pattern in pixels, of which each covers a range of rows and columns.
 ///
@@ -43,4 +43,4 @@ std::string BraillePicture(Raster const& raster);
 /// `magnification`. A failure is a ToolError.
 void WritePng(std::string const& path, Raster const& raster, int magnification);
 
-} // namespace tool
+} // namespace orx::tool

@@ -5,7 +5,7 @@
 #include <stop_token>
 #include <unistd.h>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 constexpr int quietPeriods = 2;
@@ -44,4 +44,4 @@ Progress::Progress(std::string const& activity) {
         std::jthread([=](std::stop_token const& stop) { Tell(stop, "orxmtx: " + activity, stderr, 1000ms); });
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-namespace tool {
+namespace orx::tool {
 
 /// Says on a terminal what is being done and for how long, from the third second on, until it is destroyed;
 /// the line is then erased. Says nothing when the stream is not a terminal.
@@ -22,4 +22,4 @@ private:
   std::jthread m_teller; ///< none without a terminal
 };
 
-} // namespace tool
+} // namespace orx::tool

@@ -12,7 +12,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 /// Characters of a line and lines that are free for the pattern, without its frame.
@@ -79,4 +79,4 @@ std::string SpyText(SpyOptions const& options) {
          FiguresText(matrix);
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 struct SpyOptions {
   std::string path;
@@ -16,4 +16,4 @@ struct SpyOptions {
 /// Writes the PNG file instead of drawing when one is asked for.
 std::string SpyText(SpyOptions const& options);
 
-} // namespace tool
+} // namespace orx::tool

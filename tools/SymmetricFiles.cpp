@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <numeric>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 constexpr int blockExponent = 10;
@@ -91,4 +91,4 @@ void WriteBlocks(std::string const& path, TriangleRows const& matrix, bool isSym
   file.Close();
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -7,7 +7,7 @@
 
 // Binary types that the library reads and does not write, out of a matrix by a diagonal and one triangle.
 
-namespace tool {
+namespace orx::tool {
 
 enum class Triangle { Lower, Upper };
 
@@ -31,4 +31,4 @@ void WriteFortran(std::string const& path, TriangleRows const& matrix);
 /// Block binary of blocks of 1024 elements, in the symmetric variant or the one that holds both values.
 void WriteBlocks(std::string const& path, TriangleRows const& matrix, bool isSymmetric);
 
-} // namespace tool
+} // namespace orx::tool

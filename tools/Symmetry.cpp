@@ -9,7 +9,7 @@
 #include <limits>
 #include <numeric>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 /// Indices of the entries above the diagonal, column by column, rows ascending within a column.
@@ -281,4 +281,4 @@ SymmetricMatrix SymmetricMatrix::Renumbered(std::span<int const> newNumbers, int
   return {newOrder, std::move(kept)};
 }
 
-} // namespace tool
+} // namespace orx::tool

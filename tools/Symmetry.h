@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace orx::tool {
 
 /// Two mirrored positions, zero-based, row > column. What is not stored counts as 0.
 struct MirroredPair {
@@ -95,4 +95,4 @@ constexpr double symmetryTolerance = 1e-10;
 SymmetricMatrix MakeSymmetric(MatrixEntries const& matrix, Symmetry const& symmetry, int order,
                               std::string const& name);
 
-} // namespace tool
+} // namespace orx::tool

@@ -5,7 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-namespace tool {
+namespace orx::tool {
 
 std::string Format(char const* format, ...) {
   std::va_list arguments;
@@ -42,4 +42,4 @@ std::string Number(double value) {
   return {text.data(), end};
 }
 
-} // namespace tool
+} // namespace orx::tool

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace orx::tool {
 
 /// printf into a string.
 [[gnu::format(printf, 1, 2)]] std::string Format(char const* format, ...);
@@ -21,4 +21,4 @@ std::string Line(char const* label, std::string const& text);
 /// A value so that it reads back as the same number, in as few digits as that takes.
 std::string Number(double value);
 
-} // namespace tool
+} // namespace orx::tool

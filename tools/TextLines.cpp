@@ -13,7 +13,7 @@
 #include <cstring>
 #include <memory>
 
-namespace tool {
+namespace orx::tool {
 namespace {
 
 constexpr std::string_view blanks = " \t\v\f\r";
@@ -153,4 +153,4 @@ void TextLines::FailHere(std::string const& expected) const {
   Fail(expected, m_isAtEnd ? "the end of the file" : Quoted(m_line));
 }
 
-} // namespace tool
+} // namespace orx::tool

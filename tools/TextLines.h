@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace tool {
+namespace orx::tool {
 
 /// A text file line by line, each cut into fields. What does not fit is a ToolError with path and line.
 ///
@@ -58,4 +58,4 @@ private:
 /// What of a text fits into a message, in quotes.
 std::string Quoted(std::string_view text);
 
-} // namespace tool
+} // namespace orx::tool

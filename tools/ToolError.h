@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace tool {
+namespace orx::tool {
 
 /// How the program ends; `orxmtx --help` lists the same numbers.
 enum class ExitCode : int {
@@ -24,4 +24,4 @@ private:
   ExitCode m_code;
 };
 
-} // namespace tool
+} // namespace orx::tool

@@ -27,8 +27,8 @@
 
 namespace {
 
-using tool::ExitCode;
-using tool::ToolError;
+using orx::tool::ExitCode;
+using orx::tool::ToolError;
 
 constexpr char footer[] = "Exit codes:\n"
                           "  0  done\n"
@@ -84,7 +84,7 @@ void AddDatabase(CLI::App& app, std::string& path) {
 }
 
 std::string ConvertFooter() {
-  return "Types, and the extensions of OUT that stand for them:\n" + tool::FileKindsText() +
+  return "Types, and the extensions of OUT that stand for them:\n" + orx::tool::FileKindsText() +
          "\n"
          "--triangle takes IN for a symmetric matrix, which holds one triangle, or both that agree\n"
          "to rounding and are averaged. OUT gets that part of it; types for symmetric matrices\n"
@@ -99,7 +99,7 @@ std::string ConvertFooter() {
          "its largest row and column. OUT may be IN: it is replaced as a whole, when complete.";
 }
 
-void AddConvert(CLI::App& app, tool::ConvertOptions& options) {
+void AddConvert(CLI::App& app, orx::tool::ConvertOptions& options) {
   CLI::App* const convert = app.add_subcommand("convert", "Write a matrix file as one of another type");
   convert->add_option("IN", options.inPath, "matrix file")->required()->type_name("");
   convert->add_option("OUT", options.outPath, "the file to write")->required()->type_name("");
@@ -117,7 +117,7 @@ void AddConvert(CLI::App& app, tool::ConvertOptions& options) {
   convert->footer(ConvertFooter());
 }
 
-void AddSpy(CLI::App& app, tool::SpyOptions& options) {
+void AddSpy(CLI::App& app, orx::tool::SpyOptions& options) {
   CLI::App* const spy = app.add_subcommand("spy", "Draw where a matrix has entries");
   spy->add_option("FILE", options.path, "matrix file")->required()->type_name("");
   spy->add_flag("--ascii", options.isAscii, "characters . : + * # by density instead of braille dots");
@@ -155,7 +155,8 @@ void AddCompare(CLI::App& app, CompareOptions& options) {
 int PerformComparison(CompareOptions const& options) {
   bool isEqual = false;
   int const code = Perform([&] {
-    tool::Comparison const comparison = tool::CompareFiles(options.pathA, options.pathB, options.tolerance);
+    orx::tool::Comparison const comparison =
+        orx::tool::CompareFiles(options.pathA, options.pathB, options.tolerance);
     isEqual = comparison.isEqual;
     return comparison.text;
   });
@@ -163,7 +164,7 @@ int PerformComparison(CompareOptions const& options) {
   return isEqual ? 0 : 1;
 }
 
-void AddModes(CLI::App& app, tool::ModesOptions& options) {
+void AddModes(CLI::App& app, orx::tool::ModesOptions& options) {
   CLI::App* const modes = app.add_subcommand("modes", "Lowest natural frequencies: K x = lambda M x");
   modes->add_option("K", options.stiffnessPath, "stiffness matrix, both triangles or one")
       ->required()
@@ -188,9 +189,9 @@ int Run(int argc, char** argv) {
   app.footer(footer);
   std::string infoPath;
   std::string databasePath;
-  tool::ModesOptions modesOptions;
-  tool::ConvertOptions convertOptions;
-  tool::SpyOptions spyOptions;
+  orx::tool::ModesOptions modesOptions;
+  orx::tool::ConvertOptions convertOptions;
+  orx::tool::SpyOptions spyOptions;
   CompareOptions compareOptions;
   AddInfo(app, infoPath);
   AddDatabase(app, databasePath);
@@ -205,12 +206,12 @@ int Run(int argc, char** argv) {
   } catch (CLI::ParseError const& e) {
     return Fail(ExitCode::WrongUsage, std::string(e.what()) + "; see orxmtx --help");
   }
-  if (app.got_subcommand("info")) return Perform([&] { return tool::InfoText(infoPath); });
-  if (app.got_subcommand("db")) return Perform([&] { return tool::DatabaseText(databasePath); });
-  if (app.got_subcommand("convert")) return Perform([&] { return tool::ConvertText(convertOptions); });
-  if (app.got_subcommand("spy")) return Perform([&] { return tool::SpyText(spyOptions); });
+  if (app.got_subcommand("info")) return Perform([&] { return orx::tool::InfoText(infoPath); });
+  if (app.got_subcommand("db")) return Perform([&] { return orx::tool::DatabaseText(databasePath); });
+  if (app.got_subcommand("convert")) return Perform([&] { return orx::tool::ConvertText(convertOptions); });
+  if (app.got_subcommand("spy")) return Perform([&] { return orx::tool::SpyText(spyOptions); });
   if (app.got_subcommand("cmp")) return PerformComparison(compareOptions);
-  return Perform([&] { return tool::ModesText(modesOptions); });
+  return Perform([&] { return orx::tool::ModesText(modesOptions); });
 }
 
 } // namespace

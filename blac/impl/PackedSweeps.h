@@ -13,7 +13,7 @@
 // sums of each vector are made in the same order as without packing, none in one step with its product: the
 // results are the same bits.
 
-namespace blac {
+namespace orx::blac {
 
 struct PackedSweep {
   double const* a;
@@ -57,4 +57,4 @@ extern PackedSweepSet const avx2PackedSweeps;
 #endif
 PackedSweepSet const& PackedSweepsOfThisProcessor();
 
-} // namespace blac
+} // namespace orx::blac

@@ -5,6 +5,6 @@
 #define BLAC_PACKED_NAMESPACE packed_avx2
 #include "blac/impl/PackedSweepsBody.h"
 
-constexpr blac::PackedSweepSet blac::avx2PackedSweeps = blac::packed_avx2::sweepSet;
+constexpr orx::blac::PackedSweepSet orx::blac::avx2PackedSweeps = orx::blac::packed_avx2::sweepSet;
 
 #endif

@@ -12,7 +12,7 @@
 
 #define BLAC_PACKED_INLINE BLAC_PACKED_SWEEP __attribute__((always_inline)) inline
 
-namespace blac::BLAC_PACKED_NAMESPACE {
+namespace orx::blac::BLAC_PACKED_NAMESPACE {
 
 /// One element of a group of vectors, in registers. Not one vector of all lanes: the compiler makes much of
 /// one that is wider than a register go through memory.
@@ -354,4 +354,4 @@ inline constexpr PackedSweepSet sweepSet{
     {&MultiplySymmetric<Unpacked>, &MultiplySymmetric<Ring<2>>, &MultiplySymmetric<Ring<4>>,
      &MultiplySymmetric<Ring<8>>}};
 
-} // namespace blac::BLAC_PACKED_NAMESPACE
+} // namespace orx::blac::BLAC_PACKED_NAMESPACE

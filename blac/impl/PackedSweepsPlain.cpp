@@ -3,9 +3,9 @@
 #define BLAC_PACKED_NAMESPACE packed_plain
 #include "blac/impl/PackedSweepsBody.h"
 
-constexpr blac::PackedSweepSet blac::plainPackedSweeps = blac::packed_plain::sweepSet;
+constexpr orx::blac::PackedSweepSet orx::blac::plainPackedSweeps = orx::blac::packed_plain::sweepSet;
 
-blac::PackedSweepSet const& blac::PackedSweepsOfThisProcessor() {
+orx::blac::PackedSweepSet const& orx::blac::PackedSweepsOfThisProcessor() {
 #ifdef __x86_64__
   if (__builtin_cpu_supports("avx2")) return avx2PackedSweeps;
 #endif

@@ -1,19 +1,19 @@
 #include "blac/BLAC.h"
 #include "blac/impl/SparseSweeps.h"
 
-using blac::SparseSweepSet;
+using orx::blac::SparseSweepSet;
 
-SparseSweepSet const& blac::SparseSweepsOfThisProcessor() {
+SparseSweepSet const& orx::blac::SparseSweepsOfThisProcessor() {
 #ifdef __x86_64__
   if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl"))
-    return blac::avx512SparseSweeps;
-  if (__builtin_cpu_supports("avx2")) return blac::avx2SparseSweeps;
+    return orx::blac::avx512SparseSweeps;
+  if (__builtin_cpu_supports("avx2")) return orx::blac::avx2SparseSweeps;
 #endif
-  return blac::plainSparseSweeps;
+  return orx::blac::plainSparseSweeps;
 }
 
-void blac::SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep, std::ptrdiff_t lengthX,
-                           std::ptrdiff_t lengthY, int vectors) {
+void orx::blac::SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep,
+                                std::ptrdiff_t lengthX, std::ptrdiff_t lengthY, int vectors) {
   for (; vectors >= vectorsInGroup; vectors -= vectorsInGroup) {
     sweeps[vectorsInGroup - 1](sweep);
     sweep.x += vectorsInGroup * lengthX;
@@ -24,18 +24,18 @@ void blac::SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep swee
 
 void BLAC_SPARSE_UMV(double const* a, double const* x, int const* ia, int const* ja, double* y,
                      int const* nrows, int const* ncols, int const* nvec) {
-  blac::SweepOverGroups(blac::SparseSweepsOfThisProcessor().product,
-                        {a, ia, ja, nullptr, *nrows, *ncols, x, y}, *ncols, *nrows, *nvec);
+  orx::blac::SweepOverGroups(orx::blac::SparseSweepsOfThisProcessor().product,
+                             {a, ia, ja, nullptr, *nrows, *ncols, x, y}, *ncols, *nrows, *nvec);
 }
 
 void BLAC_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y,
                       int const* nrows, int const* ncols, int const* nvec) {
-  blac::SweepOverGroups(blac::SparseSweepsOfThisProcessor().transposedProduct,
-                        {a, ia, ja, nullptr, *nrows, *ncols, x, y}, *nrows, *ncols, *nvec);
+  orx::blac::SweepOverGroups(orx::blac::SparseSweepsOfThisProcessor().transposedProduct,
+                             {a, ia, ja, nullptr, *nrows, *ncols, x, y}, *nrows, *ncols, *nvec);
 }
 
 void BLAC_SPARSE_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y,
                              int const* nrows, int const* ncols, int const* nvec, int const* idx) {
-  blac::SweepOverGroups(blac::SparseSweepsOfThisProcessor().transposedProduct,
-                        {a, ia, ja, idx, *nrows, *ncols, x, y}, *nrows, *ncols, *nvec);
+  orx::blac::SweepOverGroups(orx::blac::SparseSweepsOfThisProcessor().transposedProduct,
+                             {a, ia, ja, idx, *nrows, *ncols, x, y}, *nrows, *ncols, *nvec);
 }

@@ -8,7 +8,7 @@
 // them for each instruction set. All sets give the same bits: none changes the order in which the products of
 // a vector are added up, and none fuses a multiplication with an addition.
 
-namespace blac {
+namespace orx::blac {
 
 constexpr int vectorsInGroup = 8;
 
@@ -57,4 +57,4 @@ SparseSweepSet const& SparseSweepsOfThisProcessor();
 void SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep, std::ptrdiff_t lengthX,
                      std::ptrdiff_t lengthY, int vectors);
 
-} // namespace blac
+} // namespace orx::blac

@@ -4,6 +4,6 @@
 #define BLAC_SWEEP_NAMESPACE avx2
 #include "blac/impl/SparseSweepsX86.h"
 
-constexpr blac::SparseSweepSet blac::avx2SparseSweeps = blac::avx2::sweepSet;
+constexpr orx::blac::SparseSweepSet orx::blac::avx2SparseSweeps = orx::blac::avx2::sweepSet;
 
 #endif

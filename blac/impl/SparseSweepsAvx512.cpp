@@ -4,6 +4,6 @@
 #define BLAC_SWEEP_NAMESPACE avx512
 #include "blac/impl/SparseSweepsX86.h"
 
-constexpr blac::SparseSweepSet blac::avx512SparseSweeps = blac::avx512::sweepSet;
+constexpr orx::blac::SparseSweepSet orx::blac::avx512SparseSweeps = orx::blac::avx512::sweepSet;
 
 #endif

@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-namespace blac {
+namespace orx::blac {
 namespace {
 
 template<int vectors>
@@ -58,4 +58,4 @@ constexpr SparseSweepSet MakeSet(std::integer_sequence<int, n...>) {
 
 constexpr SparseSweepSet plainSparseSweeps = MakeSet(std::make_integer_sequence<int, vectorsInGroup>());
 
-} // namespace blac
+} // namespace orx::blac

@@ -36,7 +36,7 @@
 #define BLAC_SWEEP [[gnu::target(BLAC_SWEEP_TARGET)]]
 #define BLAC_SWEEP_INLINE [[gnu::target(BLAC_SWEEP_TARGET), gnu::always_inline]] inline
 
-namespace blac::BLAC_SWEEP_NAMESPACE {
+namespace orx::blac::BLAC_SWEEP_NAMESPACE {
 
 /// How far ahead of its use a is fetched, and ja half as far. One vector is done with an entry in no time:
 /// its entries are fetched to the first level of the cache, which this far ahead has room for them. Several
@@ -758,4 +758,4 @@ constexpr SparseSweepSet MakeSet(std::integer_sequence<int, n...>) {
 
 inline constexpr SparseSweepSet sweepSet = MakeSet(std::make_integer_sequence<int, vectorsInGroup>());
 
-} // namespace blac::BLAC_SWEEP_NAMESPACE
+} // namespace orx::blac::BLAC_SWEEP_NAMESPACE

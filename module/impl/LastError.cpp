@@ -17,7 +17,7 @@ std::string& LastError() {
 
 } // namespace
 
-int KeepError() noexcept try { throw; } catch (ORXBasException const& e) {
+int orx::KeepError() noexcept try { throw; } catch (ORXBasException const& e) {
   LastError() = e.AsString().AsText();
   return e.ErrorCode();
 } catch (std::exception const& e) {
@@ -33,7 +33,7 @@ int ORXSRVTRY(void (*work)(void*), void* data) {
     work(data);
     return 0;
   } catch (...) {
-    return KeepError();
+    return orx::KeepError();
   }
 }
 

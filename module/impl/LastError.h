@@ -1,5 +1,7 @@
 #pragma once
 
+namespace orx {
+
 /// Keeps the text of the exception that is being handled for ORXSRVLASTERROR; returns its number, -1 for one
 /// that is not the library's. REQUIRES: called from a handler.
 int KeepError() noexcept;
@@ -14,3 +16,5 @@ auto Reporting(Work&& work) {
     throw;
   }
 }
+
+} // namespace orx

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+namespace orx {
+
 /// Counts the blocks of one operation and tells the host, see ORXSrvProgress.
 class BlockProgress {
 public:
@@ -17,3 +19,5 @@ private:
   std::int64_t m_done = 0;
   std::int64_t m_total;
 };
+
+} // namespace orx

@@ -2,6 +2,8 @@
 
 #include "mtx/ORXSrvDenseMatrix.h"
 
+namespace orx {
+
 std::vector<BlockRange> RowGroups(ORXSrvDenseMatrix const& matrix, int blocks) {
   std::vector<BlockRange> groups;
   int const count = matrix.NumberOfRowBlocks();
@@ -39,3 +41,5 @@ std::vector<BlockRange> ColumnStrips(ORXSrvDenseMatrix const& matrix, int width)
       strips.push_back(strip);
   return strips;
 }
+
+} // namespace orx

@@ -9,6 +9,8 @@
 
 class ORXSrvDenseMatrix;
 
+namespace orx {
+
 /// Rows or columns first ... last, both inclusive.
 struct BlockRange {
   int first;
@@ -46,3 +48,5 @@ public:
 private:
   mem_Array<double> m_values;
 };
+
+} // namespace orx

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace orx {
+
 namespace {
 template<class T>
 void ResizeArray(mem_Array<T>& array, std::int64_t count) {
@@ -41,3 +43,5 @@ void CompressedRows::AppendSorted(std::span<std::uint32_t const> rowColumns, dou
     }
   }
 }
+
+} // namespace orx

@@ -6,6 +6,8 @@
 #include <span>
 #include <vector>
 
+namespace orx {
+
 /// Compressed rows in general form: row i is [rowPointers[i], rowPointers[i + 1]), columns ascending, each
 /// once. The Append functions add a row's entries behind the others, into room that Resize has made.
 struct CompressedRows {
@@ -22,3 +24,5 @@ struct CompressedRows {
   void AppendSorted(std::span<std::uint32_t const> rowColumns, double const* rowValues,
                     std::vector<std::uint64_t>& scratch);
 };
+
+} // namespace orx

@@ -11,6 +11,8 @@
 #include <limits>
 #include <string_view>
 
+namespace orx {
+
 // Both directions are one multiplication, of a significand w of 64 bits by the leading 128 bits of a power of
 // ten, and one rounding:
 //
@@ -492,3 +494,5 @@ DecimalResult ReadInt32(char const* first, char const* last, std::int32_t& value
   }
   return ReadAnyInt32(first, last, value);
 }
+
+} // namespace orx

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+namespace orx {
+
 // Numbers as decimal text and back, for the lines "row column value" of text files. Exact: the text is the
 // correctly rounded decimal of the double, the double the one nearest to the text (ties to even), whatever
 // the locale and the rounding mode of the processor.
@@ -41,3 +43,5 @@ DecimalResult ReadDouble(char const* first, char const* last, double& value);
 
 /// As ReadDouble, for [+-] digits.
 DecimalResult ReadInt32(char const* first, char const* last, std::int32_t& value);
+
+} // namespace orx

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <span>
 
+namespace orx {
+
 namespace {
 
 /// Values up to this magnitude are zeros to the reader.
@@ -191,3 +193,5 @@ void WriteDenseBinary(char const* path, SparseView const& matrix) {
   WriteImage(file, byColumns, matrix.rows, matrix.columns);
   file.Close();
 }
+
+} // namespace orx

@@ -2,6 +2,8 @@
 
 #include "mtx/impl/SparseContent.h"
 
+namespace orx {
+
 // A matrix with all its zeros: four integers (rows, columns, rows, columns), then the values by columns; see
 // docs/formats/.
 
@@ -11,3 +13,5 @@ SparseContent ReadDenseBinary(char const* path);
 /// Writes the entries of the arrays, without the diagonal of the symmetric form. Takes memory for the
 /// entries, not for the image.
 void WriteDenseBinary(char const* path, SparseView const& matrix);
+
+} // namespace orx

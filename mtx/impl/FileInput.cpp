@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace orx {
+
 namespace {
 constexpr char sourceFile[] = "mtx/impl/FileInput.cpp";
 }
@@ -58,3 +60,5 @@ void FileInput::Fail(std::int64_t offset, std::string const& fault) const {
 void FileInput::FailAsWhole(std::string const& fault) const {
   ORXSrvMtxOpenFileException((m_path + ": " + fault).c_str()).Throw(sourceFile, __LINE__);
 }
+
+} // namespace orx

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+namespace orx {
+
 /// A binary file that is read from front to back in large pieces, in the machine's byte order. Every read is
 /// checked against the file's size before memory is taken for it. Errors are ORXSrvMtxOpenFileException, with
 /// path, byte offset, what was expected and what was found.
@@ -59,3 +61,5 @@ private:
   std::int64_t m_size = 0;
   std::int64_t m_offset = 0;
 };
+
+} // namespace orx

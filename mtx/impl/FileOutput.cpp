@@ -11,6 +11,8 @@
 #include <unistd.h>
 #include <utility>
 
+namespace orx {
+
 namespace {
 
 constexpr char sourceFile[] = "mtx/impl/FileOutput.cpp";
@@ -90,3 +92,5 @@ void FileOutput::FailWithError(int line) const { Fail(line, std::strerror(errno)
 void FileOutput::Fail(int line, std::string const& reason) const {
   ORXSrvMtxFileWriteFailure((m_path + ": " + reason).c_str()).Throw(sourceFile, line);
 }
+
+} // namespace orx

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+namespace orx {
+
 /// A file that is written from front to back. Small pieces are gathered, large ones written as they are.
 /// Failures are ORXSrvMtxFileWriteFailure with the path and the system's reason; the file then holds what was
 /// written until then.
@@ -52,3 +54,5 @@ private:
   mem_Array<char> m_buffer;
   char* m_next;
 };
+
+} // namespace orx

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 
+namespace orx {
+
 // fortran/record_reader.f90: 0 done, 1 the runtime could not read (see the message), 2 a count out of range.
 extern "C" {
 std::int32_t orx_fortran_open(char const* path, std::int32_t length, std::int32_t* isBigEndian,
@@ -186,3 +188,5 @@ private:
 } // namespace
 
 SparseContent ReadFortranRecords(char const* path) { return Records(path).Read(); }
+
+} // namespace orx

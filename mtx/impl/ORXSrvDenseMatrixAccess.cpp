@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+using namespace orx;
+
 // Values between the database and memory. GetValues and SetValues move one rectangle each; everything else
 // calls them.
 

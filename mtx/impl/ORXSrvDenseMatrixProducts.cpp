@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <vector>
 
+using namespace orx;
+
 // The products stream this matrix, A, through a work area: a block or a group of blocks is read, multiplied
 // by DGEMM and, where the result is a block matrix too, written. Blocks in the work area have no gaps: their
 // leading dimension is their number of rows.

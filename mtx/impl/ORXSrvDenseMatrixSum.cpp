@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+using namespace orx;
+
 // The sum of a matrix in memory and a block matrix: a member of the former that stands above the latter.
 
 namespace {

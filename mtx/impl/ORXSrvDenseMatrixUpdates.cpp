@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <vector>
 
+using namespace orx;
+
 // Sum, scaling and symmetry test, block by block in place. A block is worked on in pieces that stay in the
 // second-level cache between the read and the write, which memory would otherwise limit.
 

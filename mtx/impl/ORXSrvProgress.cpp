@@ -4,6 +4,8 @@
 
 #include <string>
 
+using namespace orx;
+
 namespace {
 
 constexpr char sourceFile[] = "mtx/impl/ORXSrvProgress.cpp";

@@ -13,6 +13,8 @@
 #include <string>
 #include <utility>
 
+using namespace orx;
+
 namespace {
 
 constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseImExPorter.cpp";

@@ -11,6 +11,8 @@
 #include <string>
 #include <utility>
 
+using namespace orx;
+
 namespace {
 constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseMatrix.cpp";
 }

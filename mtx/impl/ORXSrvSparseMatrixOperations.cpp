@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+using namespace orx;
+
 namespace {
 
 constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseMatrixOperations.cpp";

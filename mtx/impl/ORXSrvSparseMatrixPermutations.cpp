@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+using namespace orx;
+
 // Rows and columns in other places. Neighbouring rows with the same columns, as the unknowns of one node have
 // them, are moved together: what is found out about the columns of one holds for all.
 

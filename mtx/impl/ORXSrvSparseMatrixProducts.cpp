@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <climits>
 
+using namespace orx;
+
 namespace {
 
 constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseMatrixProducts.cpp";

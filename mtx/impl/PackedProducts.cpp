@@ -9,10 +9,12 @@
 #include <bit>
 #include <cstdlib>
 
+namespace orx {
+
 namespace {
 
-using blac::PackedSweep;
-using blac::PackedSweepSet;
+using orx::blac::PackedSweep;
+using orx::blac::PackedSweepSet;
 
 constexpr std::int64_t secondLevelCache = std::int64_t{1} << 20;
 
@@ -57,33 +59,34 @@ bool PackedProducts::Pay(int vectors) const {
 }
 
 void PackedProducts::Multiply(double const* x, int vectors, double* y) const {
-  Scratch const scratch(blac::PackedScratch(m_columns, WidestLanes(vectors)));
-  SweepOverGroups(blac::PackedSweepsOfThisProcessor().product, SweepWith(x, y, scratch.Begin()), m_columns,
-                  m_rows, vectors);
+  Scratch const scratch(orx::blac::PackedScratch(m_columns, WidestLanes(vectors)));
+  SweepOverGroups(orx::blac::PackedSweepsOfThisProcessor().product, SweepWith(x, y, scratch.Begin()),
+                  m_columns, m_rows, vectors);
 }
 
 void PackedProducts::MultiplyTransposed(double const* x, int vectors, double* y) const {
-  Scratch const scratch(blac::PackedScratch(m_columns, WidestLanes(vectors)));
-  SweepOverGroups(blac::PackedSweepsOfThisProcessor().transposedProduct, SweepWith(x, y, scratch.Begin()),
-                  m_rows, m_columns, vectors);
+  Scratch const scratch(orx::blac::PackedScratch(m_columns, WidestLanes(vectors)));
+  SweepOverGroups(orx::blac::PackedSweepsOfThisProcessor().transposedProduct,
+                  SweepWith(x, y, scratch.Begin()), m_rows, m_columns, vectors);
 }
 
 void PackedProducts::MultiplySymmetric(double const* diagonal, double const* x, int vectors,
                                        double* y) const {
   if (vectors < 1) return;
-  blac::SparseSweepSet const& sweeps = blac::SparseSweepsOfThisProcessor();
-  if (&sweeps != &blac::plainSparseSweeps && IsGridBelowDiagonal(m_rowPointers, m_columnIndices, m_columns))
-    return blac::SweepOverGroups(
+  orx::blac::SparseSweepSet const& sweeps = orx::blac::SparseSweepsOfThisProcessor();
+  if (&sweeps != &orx::blac::plainSparseSweeps &&
+      IsGridBelowDiagonal(m_rowPointers, m_columnIndices, m_columns))
+    return orx::blac::SweepOverGroups(
         sweeps.symmetricProduct,
         {m_values, m_rowPointers, m_columnIndices, nullptr, m_rows, m_columns, x, y, diagonal}, m_rows,
         m_rows, vectors);
   int const lanes = WidestLanes(vectors);
   std::int64_t const slots = lanes > 1 ? SlotsOfRing(lanes) : 0;
-  Scratch const scratch(blac::SymmetricScratch(slots, lanes));
+  Scratch const scratch(orx::blac::SymmetricScratch(slots, lanes));
   PackedSweep sweep = SweepWith(x, y, scratch.Begin());
   sweep.diagonal = diagonal;
   sweep.slots = slots;
-  SweepOverGroups(blac::PackedSweepsOfThisProcessor().symmetricProduct, sweep, m_rows, m_rows, vectors);
+  SweepOverGroups(orx::blac::PackedSweepsOfThisProcessor().symmetricProduct, sweep, m_rows, m_rows, vectors);
 }
 
 /// A ring that stays in the second-level cache, or, when that is too small for many of the entries, one for
@@ -103,3 +106,5 @@ std::int64_t PackedProducts::SlotsOfRing(int lanes) const {
 PackedSweep PackedProducts::SweepWith(double const* x, double* y, double* scratch) const {
   return {m_values, m_rowPointers, m_columnIndices, nullptr, m_rows, m_columns, 0, x, y, scratch, 0};
 }
+
+} // namespace orx

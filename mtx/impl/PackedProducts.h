@@ -2,9 +2,11 @@
 
 #include <cstdint>
 
-namespace blac {
+namespace orx::blac {
 struct PackedSweep;
 }
+
+namespace orx {
 
 /// Products of compressed rows with several vectors that pack the vectors on the way, see
 /// blac/impl/PackedSweeps.h. They take scratch memory for up to eight vectors at a time.
@@ -26,7 +28,7 @@ public:
 
 private:
   std::int64_t SlotsOfRing(int lanes) const;
-  blac::PackedSweep SweepWith(double const* x, double* y, double* scratch) const;
+  orx::blac::PackedSweep SweepWith(double const* x, double* y, double* scratch) const;
 
   double const* m_values;
   std::int32_t const* m_rowPointers;
@@ -34,3 +36,5 @@ private:
   std::int32_t m_rows;
   std::int32_t m_columns;
 };
+
+} // namespace orx

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
+namespace orx {
+
 /// Visits some of the rows, but not the first one; returns how many. They are spread evenly but lie in no
 /// step that could be that of the matrix, as the length of a grid's lines.
 template<class Visit>
@@ -59,3 +61,5 @@ inline bool IsGridBelowDiagonal(std::int32_t const* rowPointers, std::int32_t co
   });
   return shifted * 4 > visited * 3;
 }
+
+} // namespace orx

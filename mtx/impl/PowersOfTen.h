@@ -4,6 +4,8 @@
 #include <bit>
 #include <cstdint>
 
+namespace orx {
+
 /// The 128 leading bits of a power of ten, cut off: 10^q = (high 2^64 + low + f) 2^(BinaryExponent(q) - 127)
 /// with 0 <= f < 1, and the top bit of high set. f is 0 exactly for 0 <= q <= 55.
 struct PowerOfTen {
@@ -90,3 +92,5 @@ private:
 };
 
 inline constexpr PowersOfTen powersOfTen;
+
+} // namespace orx

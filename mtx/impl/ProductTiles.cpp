@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+namespace orx {
+
 namespace {
 
 /// Whole blocks that hold `extent`, which is cut to an integer first.
@@ -37,3 +39,5 @@ ProductGroups GroupsWithinBudget(ProductShape const& shape) noexcept {
   return {BlocksFor(rows, shape.rowBlock), BlocksFor(inner, shape.innerBlock),
           BlocksFor(columns, shape.columnBlock)};
 }
+
+} // namespace orx

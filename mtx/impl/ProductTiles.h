@@ -1,5 +1,7 @@
 #pragma once
 
+namespace orx {
+
 /// How C = A * B of block matrices, A m x k and B k x n, is cut into pieces that are worked on in memory:
 ///
 ///                     column group                 one step of the inner loop reads the two marked pieces
@@ -26,3 +28,5 @@ struct ProductGroups {
 
 /// REQUIRES: no member of `shape` is 0.
 ProductGroups GroupsWithinBudget(ProductShape const& shape) noexcept;
+
+} // namespace orx

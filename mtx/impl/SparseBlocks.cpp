@@ -11,6 +11,8 @@
 #include <span>
 #include <utility>
 
+namespace orx {
+
 namespace {
 
 struct Header {
@@ -240,3 +242,5 @@ void WriteChunkedBinary(char const* path, SparseView const& matrix, int exponent
   WriteTrailer(file, matrix);
   file.Close();
 }
+
+} // namespace orx

@@ -2,6 +2,8 @@
 
 #include "mtx/impl/SparseContent.h"
 
+namespace orx {
+
 // The two binary formats whose entries lie in blocks of 2^s elements. Both begin with six integers (order,
 // entries, blocks, variant, s, unused), the row starts and the diagonal; see docs/formats/.
 //
@@ -20,3 +22,5 @@ SparseContent ReadChunkedBinary(char const* path, int exponent = chunkExponent);
 /// REQUIRES the symmetric form. When the number of entries is a multiple of the chunk length, those of the
 /// last chunk are written as zeros.
 void WriteChunkedBinary(char const* path, SparseView const& matrix, int exponent = chunkExponent);
+
+} // namespace orx

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+namespace orx {
+
 /// What a reader has put together from a file. It becomes the content of a matrix as a whole, and only when
 /// all of it was found to be right.
 struct SparseContent {
@@ -27,3 +29,5 @@ struct SparseView {
 
   std::int32_t Entries() const noexcept { return storedRows > 0 ? starts[storedRows] : 0; }
 };
+
+} // namespace orx

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <vector>
 
+namespace orx {
+
 namespace {
 
 /// A text file that is written in lines.
@@ -111,3 +113,5 @@ void WriteNodeDofText(char const* path, SparseView const& matrix, ORXSrvSystemDo
   });
   lines.Close();
 }
+
+} // namespace orx

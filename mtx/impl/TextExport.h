@@ -4,6 +4,8 @@
 
 class ORXSrvSystemDofDefinition;
 
+namespace orx {
+
 // Text files of a matrix, one line per entry; see docs/formats/.
 
 /// "%ld %ld %18.15e": row and column from one. Symmetric form: the diagonal, then each entry and its mirror.
@@ -16,3 +18,5 @@ void WriteZeroBasedText(char const* path, SparseView const& matrix);
 /// and 0 where the matrix is not square. The diagonal of the symmetric form is not written. A row or column
 /// that is not in `dofs` is its ORXSimException, and the file then as before.
 void WriteNodeDofText(char const* path, SparseView const& matrix, ORXSrvSystemDofDefinition const& dofs);
+
+} // namespace orx

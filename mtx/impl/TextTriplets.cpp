@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 
+namespace orx {
+
 namespace {
 
 constexpr char sourceFile[] = "mtx/impl/TextTriplets.cpp";
@@ -210,3 +212,5 @@ private:
 SparseContent ReadTextTriplets(char const* path, char const* mode) {
   return TripletReader(path, mode).Read();
 }
+
+} // namespace orx

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <climits>
 
+namespace orx {
+
 void TripletCollector::Add(std::span<ORXSrvSparseMatrixEntry const> triplets) {
   for (ORXSrvSparseMatrixEntry const& t : triplets) {
     bool const isNewRow = m_rowStarts.empty() || t.row != m_rowStarts.back().row;
@@ -82,3 +84,5 @@ CompressedRows TripletCollector::FinishUnordered(std::int32_t rows, std::int32_t
   compressor.AddAndDrop(m_rest);
   return compressor.Compress();
 }
+
+} // namespace orx

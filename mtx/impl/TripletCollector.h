@@ -8,6 +8,8 @@
 #include <span>
 #include <vector>
 
+namespace orx {
+
 /// Collects triplets whose number and shape are not known beforehand, as those of a file.
 ///
 /// As long as rows ascend, as in most files they do, each row is compressed at once and nothing else is kept:
@@ -42,3 +44,5 @@ private:
   std::vector<double> m_rowValues;
   std::vector<std::uint64_t> m_sortScratch;
 };
+
+} // namespace orx

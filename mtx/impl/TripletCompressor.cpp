@@ -5,6 +5,8 @@
 #include <functional>
 #include <vector>
 
+namespace orx {
+
 namespace {
 
 /// Triplets aimed at per bucket: with their ordered copy they stay in a second-level cache of 1 MB.
@@ -242,3 +244,5 @@ void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Scratc
   scratch.distinct = static_cast<std::int32_t>(distinct);
   scratch.patternStart = start;
 }
+
+} // namespace orx

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <span>
 
+namespace orx {
+
 /// Turns triplets in any order into compressed rows; equal positions are summed in the order they came.
 ///
 ///     Add        appends each triplet to the bucket of its range of rows           (one pass, streaming)
@@ -51,3 +53,5 @@ private:
   std::int64_t m_bucketCount;
   mem_Array<Bucket> m_buckets;
 };
+
+} // namespace orx

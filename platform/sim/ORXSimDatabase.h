@@ -8,7 +8,7 @@
 
 #include <memory>
 
-namespace sim {
+namespace orx::sim {
 class OpenDatabase;
 }
 
@@ -63,9 +63,9 @@ public:
   bool IsReadOnly() const noexcept;
 
 private:
-  ORXSimFileID Attach(std::shared_ptr<sim::OpenDatabase> database);
-  sim::OpenDatabase& Opened() const;
+  ORXSimFileID Attach(std::shared_ptr<orx::sim::OpenDatabase> database);
+  orx::sim::OpenDatabase& Opened() const;
 
   ORXSimDurability m_durability = ORXSimDurability::Durable;
-  std::shared_ptr<sim::OpenDatabase> m_open; ///< null: unopened
+  std::shared_ptr<orx::sim::OpenDatabase> m_open; ///< null: unopened
 };

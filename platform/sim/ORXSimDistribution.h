@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <memory>
 
-namespace sim {
+namespace orx::sim {
 struct DistributionRecord;
 }
 
@@ -59,7 +59,7 @@ public:
   int ExtendableDimension() const noexcept { return m_extendableDimension; }
 
 private:
-  friend struct sim::DistributionRecord;
+  friend struct orx::sim::DistributionRecord;
 
   ORXSimArray<ORXSimCSetID> m_sets;
   ORXSimArray<int> m_sizes;
@@ -81,16 +81,16 @@ public:
 /// A counted share in a distribution's record.
 class ORX_EXPORT ORXSimParticipation {
 public:
-  explicit ORXSimParticipation(std::shared_ptr<sim::DistributionRecord> record) noexcept
-      : m_record(static_cast<std::shared_ptr<sim::DistributionRecord>&&>(record)) {}
+  explicit ORXSimParticipation(std::shared_ptr<orx::sim::DistributionRecord> record) noexcept
+      : m_record(static_cast<std::shared_ptr<orx::sim::DistributionRecord>&&>(record)) {}
   ORXSimParticipation(ORXSimParticipation const&) noexcept = default;
   ORXSimParticipation& operator=(ORXSimParticipation const&) noexcept = default;
   ~ORXSimParticipation();
 
-  sim::DistributionRecord* Record() const noexcept { return m_record.get(); }
+  orx::sim::DistributionRecord* Record() const noexcept { return m_record.get(); }
 
 private:
-  std::shared_ptr<sim::DistributionRecord> m_record;
+  std::shared_ptr<orx::sim::DistributionRecord> m_record;
 };
 
 /// A handle on a distribution: a field over a grid, one cell per tuple of members. Its cells live in a

@@ -10,10 +10,10 @@
 #include <cstdint>
 #include <memory>
 
-namespace sim {
+namespace orx::sim {
 struct Drawer;
 }
-namespace store {
+namespace orx::store {
 struct SparseArrays;
 }
 
@@ -126,7 +126,7 @@ private:
   };
   enum class NewDrawer : int { No, Whole, Chunked };
 
-  sim::DistributionRecord& Record() const;
+  orx::sim::DistributionRecord& Record() const;
   ORXSimTransfer& Select(int dim, ORXSimDimSelection const& selection);
   void CheckNewDrawer() const;
   void CheckSelections() const;
@@ -134,10 +134,10 @@ private:
   void CheckInitialValue() const;
   void CheckBuffer(int index, std::int64_t bytesNeeded) const;
   std::int64_t SelectedBytes() const;
-  std::shared_ptr<sim::Drawer> DrawerOverSelection() const;
+  std::shared_ptr<orx::sim::Drawer> DrawerOverSelection() const;
   void CreateDenseDrawer();
   void MoveDense(bool isWrite);
-  store::SparseArrays SparseArrays() const;
+  orx::store::SparseArrays SparseArrays() const;
   void WriteSparse();
   void ReadSparse();
 

@@ -12,8 +12,8 @@
 
 namespace {
 
-using blac::SparseSweep;
-using blac::SparseSweepSet;
+using orx::blac::SparseSweep;
+using orx::blac::SparseSweepSet;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
@@ -198,7 +198,7 @@ protected:
   static void Compare(Sparse const& matrix, std::vector<int> const& list, Maker& maker) {
     std::ptrdiff_t const rows = matrix.Rows();
     auto const listed = static_cast<std::ptrdiff_t>(list.size());
-    for (int vectors = 1; vectors <= blac::vectorsInGroup; ++vectors) {
+    for (int vectors = 1; vectors <= orx::blac::vectorsInGroup; ++vectors) {
       SCOPED_TRACE(testing::Message() << rows << " x " << matrix.columns << ", " << vectors << " vectors");
       auto const n = static_cast<std::size_t>(vectors - 1);
       SparseSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, rows,
@@ -206,7 +206,7 @@ protected:
       auto const compare = [&](auto sweeps, std::size_t lengthX, std::ptrdiff_t lengthY) {
         std::vector<double> const x = maker.SpecialValues(lengthX * vectors);
         sweep.x = x.data();
-        ASSERT_TRUE(SameBits(Perform((blac::plainSparseSweeps.*sweeps)[n], sweep, lengthY * vectors),
+        ASSERT_TRUE(SameBits(Perform((orx::blac::plainSparseSweeps.*sweeps)[n], sweep, lengthY * vectors),
                              Perform((GetParam().set->*sweeps)[n], sweep, lengthY * vectors)));
       };
       compare(&SparseSweepSet::product, static_cast<std::size_t>(matrix.columns), rows);
@@ -219,9 +219,9 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(X86, SweepsForProcessors,
-                         testing::Values(NamedSet{"AVX2", &blac::avx2SparseSweeps,
+                         testing::Values(NamedSet{"AVX2", &orx::blac::avx2SparseSweeps,
                                                   __builtin_cpu_supports("avx2") != 0},
-                                         NamedSet{"AVX512", &blac::avx512SparseSweeps,
+                                         NamedSet{"AVX512", &orx::blac::avx512SparseSweeps,
                                                   __builtin_cpu_supports("avx512f") != 0 &&
                                                       __builtin_cpu_supports("avx512vl") != 0}),
                          [](auto const& set) { return set.param.name; });
@@ -266,10 +266,10 @@ TEST(SparseKernels, GiveEachVectorWhatItGetsAlone) {
     std::vector<double> y, w;
     for (int v = 0; v < vectors; ++v) {
       sweep.x = x.data() + 60 * v;
-      std::vector<double> const one = Perform(blac::plainSparseSweeps.product[0], sweep, 70);
+      std::vector<double> const one = Perform(orx::blac::plainSparseSweeps.product[0], sweep, 70);
       y.insert(y.end(), one.begin(), one.end());
       sweep.x = z.data() + 70 * v;
-      std::vector<double> const other = Perform(blac::plainSparseSweeps.transposedProduct[0], sweep, 60);
+      std::vector<double> const other = Perform(orx::blac::plainSparseSweeps.transposedProduct[0], sweep, 60);
       w.insert(w.end(), other.begin(), other.end());
     }
 
@@ -439,7 +439,7 @@ std::vector<double> StatedSymmetricProduct(Sparse const& matrix, std::vector<dou
 
 struct NamedPackedSet {
   char const* name;
-  blac::PackedSweepSet const* set;
+  orx::blac::PackedSweepSet const* set;
   bool isSupported;
 };
 
@@ -451,9 +451,9 @@ protected:
 };
 
 std::vector<NamedPackedSet> PackedSets() {
-  std::vector<NamedPackedSet> sets{{"Plain", &blac::plainPackedSweeps, true}};
+  std::vector<NamedPackedSet> sets{{"Plain", &orx::blac::plainPackedSweeps, true}};
 #ifdef __x86_64__
-  sets.push_back({"AVX2", &blac::avx2PackedSweeps, __builtin_cpu_supports("avx2") != 0});
+  sets.push_back({"AVX2", &orx::blac::avx2PackedSweeps, __builtin_cpu_supports("avx2") != 0});
 #endif
   return sets;
 }
@@ -466,12 +466,13 @@ INSTANTIATE_TEST_SUITE_P(Sets, PackedSweeps, testing::ValuesIn(PackedSets()),
 TEST_P(PackedSweeps, GiveTheBitsOfThePlainKernels) {
   Maker maker(6);
   Sparse const matrix = maker.Matrix(60, 45);
-  for (int width = 0; width < blac::PackedSweepSet::widths; ++width)
+  for (int width = 0; width < orx::blac::PackedSweepSet::widths; ++width)
     for (int vectors = 1 + (1 << width) / 2; vectors <= 1 << width; ++vectors) {
       std::vector<double> const x = maker.SpecialValues(60U * vectors);
-      AlignedScratch scratch(blac::PackedScratch(45, 1 << width));
-      blac::PackedSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr,         60, 45,
-                              vectors,         x.data(),         nullptr,          scratch.Begin(), 0};
+      AlignedScratch scratch(orx::blac::PackedScratch(45, 1 << width));
+      orx::blac::PackedSweep sweep{
+          matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr,         60, 45,
+          vectors,         x.data(),         nullptr,          scratch.Begin(), 0};
       SparseSweep const plain{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, 60, 45,
                               x.data(),        nullptr};
       auto const compare = [&](auto const& packed, auto const& kernel, int length) {
@@ -480,8 +481,8 @@ TEST_P(PackedSweeps, GiveTheBitsOfThePlainKernels) {
         packed[width](sweep);
         EXPECT_TRUE(SameBits(Perform(kernel[vectors - 1], plain, length * vectors), y)) << vectors;
       };
-      compare(GetParam().set->product, blac::plainSparseSweeps.product, 60);
-      compare(GetParam().set->transposedProduct, blac::plainSparseSweeps.transposedProduct, 45);
+      compare(GetParam().set->product, orx::blac::plainSparseSweeps.product, 60);
+      compare(GetParam().set->transposedProduct, orx::blac::plainSparseSweeps.transposedProduct, 45);
     }
 }
 
@@ -492,12 +493,12 @@ TEST_P(PackedSweeps, MultiplyTheSymmetricFormInTheStatedOrder) {
     Sparse const matrix = NodesBelowDiagonal(maker, nodes);
     int const rows = 3 * nodes;
     std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(rows));
-    for (int width = 0; width < blac::PackedSweepSet::widths; ++width)
+    for (int width = 0; width < orx::blac::PackedSweepSet::widths; ++width)
       for (int vectors = 1 + (1 << width) / 2; vectors <= 1 << width; ++vectors)
         for (int const slots : {4, 16, 64, 256}) {
           std::vector<double> const x = maker.SpecialValues(static_cast<std::size_t>(rows) * vectors);
           std::vector<double> y = Stale(std::ptrdiff_t{rows} * vectors);
-          AlignedScratch scratch(blac::SymmetricScratch(slots, 1 << width));
+          AlignedScratch scratch(orx::blac::SymmetricScratch(slots, 1 << width));
           GetParam().set->symmetricProduct[width]({matrix.a.data(), matrix.ia.data(), matrix.ja.data(),
                                                    diagonal.data(), rows, rows, vectors, x.data(), y.data(),
                                                    scratch.Begin(), slots});
@@ -514,12 +515,12 @@ TEST_P(SweepsForProcessors, MultiplyTheSymmetricFormInTheStatedOrder) {
     Sparse const matrix = rows != 5 ? GridBelowDiagonal(maker, rows) : NodesBelowDiagonal(maker, rows);
     std::ptrdiff_t const length = matrix.Rows() + rows % 3; // of the vectors
     std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(length));
-    for (int vectors = 1; vectors <= blac::vectorsInGroup; ++vectors) {
+    for (int vectors = 1; vectors <= orx::blac::vectorsInGroup; ++vectors) {
       std::vector<double> const x = maker.SpecialValues(diagonal.size() * static_cast<std::size_t>(vectors));
       SparseSweep const sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr,        length,
                               matrix.Rows(),   x.data(),         nullptr,          diagonal.data()};
       std::vector<double> const expected = StatedSymmetricProduct(matrix, diagonal, x, vectors);
-      for (SparseSweepSet const* const set : {&blac::plainSparseSweeps, GetParam().set})
+      for (SparseSweepSet const* const set : {&orx::blac::plainSparseSweeps, GetParam().set})
         EXPECT_TRUE(SameBits(expected, Perform(set->symmetricProduct[vectors - 1], sweep, length * vectors)))
             << rows << " rows, " << vectors << " vectors";
     }

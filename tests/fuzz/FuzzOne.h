@@ -39,8 +39,8 @@ inline void Require(bool holds, char const* what) {
 }
 
 /// Touches all of the matrix.
-inline void RequireSound(SparseContent const& matrix) {
-  CompressedRows const& entries = matrix.entries;
+inline void RequireSound(orx::SparseContent const& matrix) {
+  orx::CompressedRows const& entries = matrix.entries;
   std::int32_t const* const starts = entries.rowPointers.get();
   Require(matrix.rows >= 0 && matrix.columns >= 0, "dimensions are not negative");
   Require(starts[0] == 0 && starts[matrix.rows] == entries.nonzeros, "row pointers go from 0 to the count");
@@ -68,7 +68,7 @@ template<class Read>
 int FuzzOne(std::uint8_t const* bytes, std::size_t size, Read read) {
   MemoryFile const file(bytes, size);
   try {
-    SparseContent const matrix = read(file.Path().c_str());
+    orx::SparseContent const matrix = read(file.Path().c_str());
     if (std::max(matrix.rows, matrix.columns) > largestDimension) return notForTheCorpus;
     RequireSound(matrix);
   } catch (ORXSrvMtxOpenFileException const& error) {

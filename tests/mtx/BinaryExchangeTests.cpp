@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+using namespace orx;
+
 namespace {
 
 using Access = ORXSrvSparseMatrixTestAccess;

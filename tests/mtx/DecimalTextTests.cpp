@@ -17,6 +17,8 @@
 #include <string_view>
 #include <vector>
 
+using namespace orx;
+
 namespace {
 
 using Limits = std::numeric_limits<double>;

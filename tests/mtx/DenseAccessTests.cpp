@@ -183,14 +183,14 @@ protected:
 class FailingWrites {
 public:
   explicit FailingWrites(std::uint16_t code) {
-    store::SetFaultHook([code](store::FileStep const& step) -> int {
-      if (step.kind == store::FileStep::Kind::Write) throw ORXSimException(code, "on purpose");
+    orx::store::SetFaultHook([code](orx::store::FileStep const& step) -> int {
+      if (step.kind == orx::store::FileStep::Kind::Write) throw ORXSimException(code, "on purpose");
       return 0;
     });
   }
   FailingWrites(FailingWrites const&) = delete;
   FailingWrites& operator=(FailingWrites const&) = delete;
-  ~FailingWrites() { store::SetFaultHook(nullptr); }
+  ~FailingWrites() { orx::store::SetFaultHook(nullptr); }
 };
 
 TEST_F(DenseValues, OnlyCode70OfAWriteIsReported) {

@@ -23,6 +23,8 @@
 #include <utility>
 #include <vector>
 
+using namespace orx;
+
 namespace {
 
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();

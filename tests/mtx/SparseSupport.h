@@ -35,7 +35,7 @@ struct ORXSrvSparseMatrixTestAccess {
   static void SetSymmetryState(ORXSrvSparseMatrix& matrix, int state) {
     matrix.m_symmetryState = static_cast<ORXSrvSparseMatrix::SymmetryState>(state);
   }
-  static SparseView View(ORXSrvSparseMatrix const& matrix) { return matrix.View(); }
+  static orx::SparseView View(ORXSrvSparseMatrix const& matrix) { return matrix.View(); }
   static std::vector<int> RowPointers(ORXSrvSparseMatrix const& matrix) {
     if (matrix.m_rowPointers == nullptr) return {};
     return {matrix.m_rowPointers.get(), matrix.m_rowPointers.get() + matrix.m_arrayRows + 1};

@@ -6,8 +6,8 @@
 
 namespace {
 
-using tool::Compare;
-using tool::Difference;
+using orx::tool::Compare;
+using orx::tool::Difference;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 

@@ -9,9 +9,9 @@
 
 namespace {
 
-using tool::ConvertOptions;
-using tool::ConvertText;
-using tool::FileKind;
+using orx::tool::ConvertOptions;
+using orx::tool::ConvertText;
+using orx::tool::FileKind;
 
 //   4 -1  0
 //  -1  2  7
@@ -51,20 +51,20 @@ protected:
   std::string Failure(std::string const& out, std::string const& in, Request const& request = {}) const {
     return Ending([&] { To(out, in, request); });
   }
-  std::string Loaded(std::string const& name) const { return TextOf(tool::LoadMatrix(Path(name))); }
+  std::string Loaded(std::string const& name) const { return TextOf(orx::tool::LoadMatrix(Path(name))); }
 
   TemporaryFolder m_folder;
 };
 
 TEST_F(Convert, EveryTypeBecomesEveryOther) {
   std::string const source = Write("source.txt", symmetricText);
-  for (tool::FileKindDescription const& first : tool::FileKinds()) {
+  for (orx::tool::FileKindDescription const& first : orx::tool::FileKinds()) {
     To("first", source, {.to = first.name, .dofsPerNode = 2});
-    ASSERT_EQ(tool::CandidateKinds(Path("first")), std::vector{first.kind});
-    for (tool::FileKindDescription const& second : tool::FileKinds()) {
+    ASSERT_EQ(orx::tool::CandidateKinds(Path("first")), std::vector{first.kind});
+    for (orx::tool::FileKindDescription const& second : orx::tool::FileKinds()) {
       SCOPED_TRACE(std::string(first.name) + " to " + second.name);
       To("second", Path("first"), {.to = second.name, .dofsPerNode = 2});
-      EXPECT_EQ(tool::CandidateKinds(Path("second")), std::vector{second.kind});
+      EXPECT_EQ(orx::tool::CandidateKinds(Path("second")), std::vector{second.kind});
       EXPECT_EQ(Loaded("second"), symmetricEntries);
     }
   }
@@ -73,7 +73,7 @@ TEST_F(Convert, EveryTypeBecomesEveryOther) {
 TEST_F(Convert, DiagonalAndEmptyMatricesGoThroughEveryType) {
   std::string const diagonal = Write("diagonal.txt", "1 1 4\n2 2 -3\n");
   std::string const empty = Write("empty.txt", "");
-  for (tool::FileKindDescription const& type : tool::FileKinds()) {
+  for (orx::tool::FileKindDescription const& type : orx::tool::FileKinds()) {
     SCOPED_TRACE(type.name);
     To("out", diagonal, {.to = type.name, .dofsPerNode = 1});
     EXPECT_EQ(Loaded("out"), "2 x 2: 1,1=4 2,2=-3");
@@ -237,7 +237,7 @@ TEST_F(Convert, SaysWhatTextCannotHold) {
 TEST_F(Convert, ChunksCannotHoldAMultipleOfTheirLength) {
   // The last chunk of such a file is written empty, so that its entries are lost.
   constexpr int entries = 131072;
-  tool::EntryAssembly assembly;
+  orx::tool::EntryAssembly assembly;
   for (int i = 0; i <= entries; ++i) {
     assembly.Add(i, i, 1.0);
     if (i > 0) assembly.Add(i, 0, 2.0);
@@ -245,13 +245,13 @@ TEST_F(Convert, ChunksCannotHoldAMultipleOfTheirLength) {
   }
   auto const arrow = assembly.Finish();
   std::string const blocks = Path("a.blk");
-  tool::SaveMatrix(blocks, arrow, {.kind = FileKind::Blocks});
+  orx::tool::SaveMatrix(blocks, arrow, {.kind = FileKind::Blocks});
 
   EXPECT_CONTAINS(Failure("a.chk", blocks), "3 a chunked file loses the last 131072 of 131072 entries");
   ORXSrvSparseMatrix matrix(0, 0);
   matrix.Import(blocks.c_str(), 1);
   matrix.Export(Path("b.chk").c_str(), 6, nullptr);
-  EXPECT_EQ(tool::CandidateKinds(Path("b.chk")), std::vector{FileKind::Chunks});
+  EXPECT_EQ(orx::tool::CandidateKinds(Path("b.chk")), std::vector{FileKind::Chunks});
   EXPECT_CONTAINS(Failure("b.mtx", Path("b.chk")), "1 '" + Path("b.chk") + "': the last chunk is empty");
 }
 
@@ -264,13 +264,13 @@ TEST_F(Convert, PublishedMatricesComeBackFromEveryTypeThatHoldsThem) {
       if (!std::filesystem::exists(source)) continue;
       ++files;
       SCOPED_TRACE(source);
-      auto const matrix = tool::LoadMatrix(source);
-      bool const isSymmetric = tool::MirrorOf(matrix) == tool::Mirror::Same;
+      auto const matrix = orx::tool::LoadMatrix(source);
+      bool const isSymmetric = orx::tool::MirrorOf(matrix) == orx::tool::Mirror::Same;
       for (std::string const type : {"triplets", "commas", "nodedofs", "mtx", "fortran", "chunks"}) {
         if (!isSymmetric && (type == "fortran" || type == "chunks")) continue;
         SCOPED_TRACE(type);
         To("a", source, {.to = type.c_str(), .dofsPerNode = 6});
-        tool::Comparison const comparison = tool::CompareFiles(Path("a"), source, 0.0);
+        orx::tool::Comparison const comparison = orx::tool::CompareFiles(Path("a"), source, 0.0);
         EXPECT_TRUE(comparison.isEqual) << comparison.text;
       }
     }

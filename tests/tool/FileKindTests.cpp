@@ -6,8 +6,8 @@
 
 namespace {
 
-using tool::CandidateKinds;
-using tool::FileKind;
+using orx::tool::CandidateKinds;
+using orx::tool::FileKind;
 
 std::vector<FileKind> KindsOf(std::string const& content) {
   TemporaryFolder const folder;
@@ -79,7 +79,7 @@ TEST(FileKind, BinaryTypesAreReadAsTheMatrixThatTheyHold) {
   TemporaryFolder const folder;
   for (std::string const& content :
        {FortranFile(), SymmetricBlocks(), UnsymmetricBlocks(), ChunkedFile(), DenseFile()})
-    EXPECT_EQ(TextOf(tool::LoadMatrix(folder.Write("a", content))), "2 x 2: 1,1=4 1,2=-1 2,1=-1 2,2=2");
+    EXPECT_EQ(TextOf(orx::tool::LoadMatrix(folder.Write("a", content))), "2 x 2: 1,1=4 1,2=-1 2,1=-1 2,2=2");
 }
 
 TEST(FileKind, AByteMoreOrLessIsNoMatrixFile) {
@@ -157,18 +157,18 @@ TEST(FileKind, SeveralCandidatesAreAnErrorThatNamesThem) {
   std::string const path = folder.Write("a", FortranOrDense());
 
   EXPECT_EQ(CandidateKinds(path), (Kinds{FileKind::Fortran, FileKind::Dense}));
-  EXPECT_CONTAINS(Ending([&] { tool::LoadMatrix(path); }),
+  EXPECT_CONTAINS(Ending([&] { orx::tool::LoadMatrix(path); }),
                   "can be of several types: fortran, dense; orxmtx convert with --from");
-  EXPECT_EQ(tool::LoadMatrix(path, {FileKind::Fortran, {}}).Rows(), 16);
-  EXPECT_EQ(tool::LoadMatrix(path, {FileKind::Dense, {}}).Rows(), 4);
+  EXPECT_EQ(orx::tool::LoadMatrix(path, {FileKind::Fortran, {}}).Rows(), 16);
+  EXPECT_EQ(orx::tool::LoadMatrix(path, {FileKind::Dense, {}}).Rows(), 4);
 }
 
 TEST(FileKind, NoCandidateIsAnErrorWithTheSize) {
   TemporaryFolder const folder;
   std::string const path = folder.Write("a", std::string("\1\2\3", 3));
 
-  EXPECT_CONTAINS(Ending([&] { tool::LoadMatrix(path); }), "1 '" + path + "' is no matrix file");
-  EXPECT_CONTAINS(Ending([&] { tool::LoadMatrix(path); }), "size of 3 bytes");
+  EXPECT_CONTAINS(Ending([&] { orx::tool::LoadMatrix(path); }), "1 '" + path + "' is no matrix file");
+  EXPECT_CONTAINS(Ending([&] { orx::tool::LoadMatrix(path); }), "size of 3 bytes");
 }
 
 TEST(FileKind, AnOlderTailIsIgnoredWhenTheTypeIsSaid) {
@@ -176,7 +176,7 @@ TEST(FileKind, AnOlderTailIsIgnoredWhenTheTypeIsSaid) {
   std::string const path = folder.Write("a", DenseFile() + "the end of an older, longer file");
 
   EXPECT_EQ(CandidateKinds(path), Kinds{});
-  EXPECT_EQ(TextOf(tool::LoadMatrix(path, {FileKind::Dense, {}})), "2 x 2: 1,1=4 1,2=-1 2,1=-1 2,2=2");
+  EXPECT_EQ(TextOf(orx::tool::LoadMatrix(path, {FileKind::Dense, {}})), "2 x 2: 1,1=4 1,2=-1 2,1=-1 2,2=2");
 }
 
 TEST(FileKind, APipeIsReadOnceAsTriplets) {
@@ -185,7 +185,7 @@ TEST(FileKind, APipeIsReadOnceAsTriplets) {
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   ASSERT_EQ(std::system(("echo 1 2 3.5 >'" + pipe + "' &").c_str()), 0);
 
-  EXPECT_EQ(TextOf(tool::LoadMatrix(pipe)), "1 x 2: 1,2=3.5");
+  EXPECT_EQ(TextOf(orx::tool::LoadMatrix(pipe)), "1 x 2: 1,2=3.5");
 }
 
 } // namespace

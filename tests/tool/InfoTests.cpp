@@ -6,12 +6,12 @@
 
 namespace {
 
-using tool::Measure;
-using tool::Measures;
+using orx::tool::Measure;
+using orx::tool::Measures;
 
 std::string InfoOf(std::string const& file) {
   TemporaryFolder const folder;
-  return tool::InfoText(folder.Write("a.txt", file));
+  return orx::tool::InfoText(folder.Write("a.txt", file));
 }
 
 TEST(Measure, FindsNormsBandsAndZeroLines) {

@@ -9,26 +9,26 @@
 
 namespace {
 
-using tool::MarketLayout;
-using tool::Mirror;
+using orx::tool::MarketLayout;
+using orx::tool::Mirror;
 
 std::string Read(std::string const& text) {
   TemporaryFolder const folder;
-  return TextOf(tool::ReadMatrixMarket(folder.Write("a.mtx", text)));
+  return TextOf(orx::tool::ReadMatrixMarket(folder.Write("a.mtx", text)));
 }
 
 /// The message without the path.
 std::string Fault(std::string const& text) {
   TemporaryFolder const folder;
   std::string const path = folder.Write("a.mtx", text);
-  std::string const ending = Ending([&] { tool::ReadMatrixMarket(path); });
+  std::string const ending = Ending([&] { orx::tool::ReadMatrixMarket(path); });
   std::string const begin = "1 " + path + ", ";
   return ending.starts_with(begin) ? ending.substr(begin.size()) : ending;
 }
 
-std::string Written(tool::MatrixEntries const& matrix, MarketLayout layout, Mirror mirror) {
+std::string Written(orx::tool::MatrixEntries const& matrix, MarketLayout layout, Mirror mirror) {
   TemporaryFolder const folder;
-  tool::WriteMatrixMarket(folder.Path("a.mtx"), matrix, layout, mirror);
+  orx::tool::WriteMatrixMarket(folder.Path("a.mtx"), matrix, layout, mirror);
   return folder.Read("a.mtx");
 }
 
@@ -135,12 +135,13 @@ TEST(MatrixMarket, ValuesComeBackToTheBit) {
                              std::numeric_limits<double>::min(), 0.1, -0.0};
   while (values.size() < 1000)
     if (double const value = std::bit_cast<double>(random()); std::isfinite(value)) values.push_back(value);
-  tool::EntryAssembly assembly;
+  orx::tool::EntryAssembly assembly;
   for (std::size_t k = 0; k < values.size(); ++k)
     assembly.Add(static_cast<std::int64_t>(k), 0, values[k]);
-  tool::WriteMatrixMarket(folder.Path("a.mtx"), assembly.Finish(), MarketLayout::Coordinate, Mirror::None);
+  orx::tool::WriteMatrixMarket(folder.Path("a.mtx"), assembly.Finish(), MarketLayout::Coordinate,
+                               Mirror::None);
 
-  auto const back = tool::ReadMatrixMarket(folder.Path("a.mtx"));
+  auto const back = orx::tool::ReadMatrixMarket(folder.Path("a.mtx"));
 
   ASSERT_EQ(back.Items().size(), values.size());
   for (std::size_t k = 0; k < values.size(); ++k)
@@ -199,9 +200,9 @@ std::string TrustingRead(std::string const& text) {
     entries[{row, column}] += std::strtod(value.c_str(), nullptr);
     if (isSymmetric && row != column) entries[{column, row}] += std::strtod(value.c_str(), nullptr);
   }
-  std::string result = tool::Format("%d x %d:", rows, columns);
+  std::string result = orx::tool::Format("%d x %d:", rows, columns);
   for (auto const& [place, value] : entries)
-    result += tool::Format(" %d,%d=%s", place.first, place.second, tool::Number(value).c_str());
+    result += orx::tool::Format(" %d,%d=%s", place.first, place.second, orx::tool::Number(value).c_str());
   return result;
 }
 
@@ -217,7 +218,7 @@ TEST(MatrixMarket, RandomDamageIsAnErrorWithALineOrLeavesARightAnswer) {
     std::string const text = Damaged(sources[round % 2], random);
     std::string const path = folder.Write("a.mtx", text);
     std::string found;
-    std::string const ending = Ending([&] { found = TextOf(tool::ReadMatrixMarket(path)); });
+    std::string const ending = Ending([&] { found = TextOf(orx::tool::ReadMatrixMarket(path)); });
     if (ending == "no error") {
       ++read;
       EXPECT_EQ(found, TrustingRead(text)) << text;

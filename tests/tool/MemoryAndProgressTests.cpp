@@ -20,7 +20,7 @@ struct CloseFile {
 std::string ToldDuring(std::chrono::milliseconds duration, std::chrono::milliseconds period) {
   std::unique_ptr<std::FILE, CloseFile> const stream(std::tmpfile());
   {
-    tool::Progress const progress("solving", stream.get(), period);
+    orx::tool::Progress const progress("solving", stream.get(), period);
     std::this_thread::sleep_for(duration);
   }
   std::string text(static_cast<std::size_t>(std::ftell(stream.get())), '\0');
@@ -46,20 +46,20 @@ TEST(Progress, ShortWorkLeavesNoTraceAndIsNotHeldUp) {
 
 TEST(Memory, RefusesWhatDoesNotFitAndSaysHowMuch) {
   // Four matrices of 10000 x 10000 doubles are 3.2 GB, and columns of workspace.
-  EXPECT_EQ(Ending([] { tool::RequireFits(10000, 3'000'000'000U); }),
+  EXPECT_EQ(Ending([] { orx::tool::RequireFits(10000, 3'000'000'000U); }),
             "3 order 10000: the dense matrices need 3.2 GB of memory, 3.0 GB are available");
-  EXPECT_EQ(Ending([] { tool::RequireFits(10000, 3'300'000'000U); }), "no error");
-  EXPECT_EQ(Ending([] { tool::RequireFits(10000, {}); }), "no error");
+  EXPECT_EQ(Ending([] { orx::tool::RequireFits(10000, 3'300'000'000U); }), "no error");
+  EXPECT_EQ(Ending([] { orx::tool::RequireFits(10000, {}); }), "no error");
 }
 
 TEST(Memory, RefusesOrdersBeyondTheEigensolver) {
-  EXPECT_EQ(Ending([] { tool::RequireFits(32766, {}); }), "no error");
-  EXPECT_CONTAINS(Ending([] { tool::RequireFits(32767, {}); }), "3 order 32767");
-  EXPECT_CONTAINS(Ending([] { tool::RequireFits(2147483647, 1U); }), "orders up to 32766");
+  EXPECT_EQ(Ending([] { orx::tool::RequireFits(32766, {}); }), "no error");
+  EXPECT_CONTAINS(Ending([] { orx::tool::RequireFits(32767, {}); }), "3 order 32767");
+  EXPECT_CONTAINS(Ending([] { orx::tool::RequireFits(2147483647, 1U); }), "orders up to 32766");
 }
 
 TEST(Memory, TheSystemSaysWhatIsAvailable) {
-  auto const available = tool::AvailableMemory();
+  auto const available = orx::tool::AvailableMemory();
 
   if (!std::filesystem::exists("/proc/meminfo")) GTEST_SKIP() << "no /proc/meminfo";
   ASSERT_TRUE(available);

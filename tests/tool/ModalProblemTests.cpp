@@ -7,11 +7,11 @@
 
 namespace {
 
+using orx::tool::ModalSolution;
+using orx::tool::Mode;
+using orx::tool::SolveModes;
+using orx::tool::SymmetricMatrix;
 using std::numbers::pi;
-using tool::ModalSolution;
-using tool::Mode;
-using tool::SolveModes;
-using tool::SymmetricMatrix;
 
 std::vector<double> Eigenvalues(ModalSolution const& solution) {
   std::vector<double> values;
@@ -27,7 +27,7 @@ void ExpectNear(std::vector<double> const& found, std::vector<double> const& exp
 }
 
 SymmetricMatrix Identity(int order, double value = 1.0) {
-  std::vector<tool::Entry> diagonal;
+  std::vector<orx::tool::Entry> diagonal;
   for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(order); ++i)
     diagonal.push_back({i, i, value});
   return {order, diagonal};
@@ -35,7 +35,7 @@ SymmetricMatrix Identity(int order, double value = 1.0) {
 
 /// Springs of stiffness 1 between `order` neighbours; with `fixed` also from both ends to the ground.
 SymmetricMatrix Chain(int order, bool fixed) {
-  std::vector<tool::Entry> lower;
+  std::vector<orx::tool::Entry> lower;
   for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(order); ++i) {
     bool const isEnd = i == 0 || i + 1 == static_cast<std::uint32_t>(order);
     lower.push_back({i, i, isEnd && !fixed ? 1.0 : 2.0});
@@ -57,7 +57,7 @@ TEST(Modes, TwoMassesBetweenWalls) {
   double const scaled = 0.5 / std::sqrt(2.0); // x^T M x = 1
   ExpectNear(s.modes[0].shape, {scaled, scaled}, 1e-15);
   ExpectNear(s.modes[1].shape, {scaled, -scaled}, 1e-15);
-  EXPECT_NEAR(tool::Frequency(s.modes[0]), 0.25 / pi, 1e-15);
+  EXPECT_NEAR(orx::tool::Frequency(s.modes[0]), 0.25 / pi, 1e-15);
   EXPECT_LT(s.modes[1].residual, 1e-15);
 }
 
@@ -82,7 +82,7 @@ TEST(Modes, FreeBodyHasARigidMode) {
   EXPECT_GT(s.shift, 0.0);
   ExpectNear(Eigenvalues(s), {0.0, 2.0}, 1e-15);
   EXPECT_TRUE(s.modes[0].isRigid);
-  EXPECT_EQ(tool::Frequency(s.modes[0]), 0.0);
+  EXPECT_EQ(orx::tool::Frequency(s.modes[0]), 0.0);
   EXPECT_FALSE(s.modes[1].isRigid);
 }
 
@@ -112,7 +112,7 @@ TEST(Modes, NegativeStiffnessHasImaginaryFrequency) {
   ModalSolution const s = SolveModes(Symmetric({{-4, 0}, {0, 9}}), Identity(2), 2);
 
   ExpectNear(Eigenvalues(s), {-4.0, 9.0}, 1e-14);
-  EXPECT_NEAR(tool::Frequency(s.modes[0]), -1.0 / pi, 1e-15);
+  EXPECT_NEAR(orx::tool::Frequency(s.modes[0]), -1.0 / pi, 1e-15);
   EXPECT_FALSE(s.modes[0].isRigid);
 }
 
@@ -142,7 +142,7 @@ TEST(Modes, KnownErrorsOfKWidenWhatIsRigid) {
   ModalSolution const rounded = SolveModes(noisy, Identity(2), 2, 1e-10);
 
   EXPECT_FALSE(exact.modes[0].isRigid);
-  EXPECT_LT(tool::Frequency(exact.modes[0]), 0.0);
+  EXPECT_LT(orx::tool::Frequency(exact.modes[0]), 0.0);
   EXPECT_NEAR(exact.modes[0].stiffnessShare, 1e-11 / 4, 1e-13);
   EXPECT_TRUE(rounded.modes[0].isRigid);
   EXPECT_FALSE(rounded.modes[1].isRigid);

@@ -7,25 +7,25 @@
 
 namespace {
 
-using tool::FitPicture;
-using tool::PictureSize;
-using tool::Rasterize;
+using orx::tool::FitPicture;
+using orx::tool::PictureSize;
+using orx::tool::Rasterize;
 
 /// What spy says of a pattern in characters.
 std::string DrawnText(std::string const& path, bool isAscii, int width) {
-  tool::SpyOptions options;
+  orx::tool::SpyOptions options;
   options.path = path;
   options.isAscii = isAscii;
   options.width = width;
-  return tool::SpyText(options);
+  return orx::tool::SpyText(options);
 }
 
 std::string DrawnPng(std::string const& path, std::string const& pngPath, int pngSize) {
-  tool::SpyOptions options;
+  orx::tool::SpyOptions options;
   options.path = path;
   options.pngPath = pngPath;
   options.pngSize = pngSize;
-  return tool::SpyText(options);
+  return orx::tool::SpyText(options);
 }
 
 struct Png {
@@ -48,7 +48,9 @@ Png ReadPng(std::string const& path) {
   return png;
 }
 
-std::string ToString(PictureSize const& size) { return tool::Format("%d x %d", size.width, size.height); }
+std::string ToString(PictureSize const& size) {
+  return orx::tool::Format("%d x %d", size.width, size.height);
+}
 
 TEST(Raster, ShadesAreRootsOfTheShareOfStoredPositions) {
   //  1 1 . . .     two pixels by two: columns 0-2 and 3-4, rows 0-1 and 2
@@ -79,17 +81,17 @@ TEST(Picture, DrawsDotsAndCharacters) {
   auto const raster = Rasterize(
       Sparse({{1, 0, 0, 0, 1}, {0, 1, 0, 1, 0}, {0, 0, 1, 0, 0}, {0, 1, 0, 0, 0}, {1, 0, 0, 0, 0}}), 5, 5);
 
-  EXPECT_EQ(tool::BraillePicture(raster), "┌───┐\n"
-                                          "│⢑⠔⠁│\n"
-                                          "│⠁⠀⠀│\n"
-                                          "└───┘\n");
-  EXPECT_EQ(tool::AsciiPicture(raster), "+-----+\n"
-                                        "|#   #|\n"
-                                        "| # # |\n"
-                                        "|  #  |\n"
-                                        "| #   |\n"
-                                        "|#    |\n"
-                                        "+-----+\n");
+  EXPECT_EQ(orx::tool::BraillePicture(raster), "┌───┐\n"
+                                               "│⢑⠔⠁│\n"
+                                               "│⠁⠀⠀│\n"
+                                               "└───┘\n");
+  EXPECT_EQ(orx::tool::AsciiPicture(raster), "+-----+\n"
+                                             "|#   #|\n"
+                                             "| # # |\n"
+                                             "|  #  |\n"
+                                             "| #   |\n"
+                                             "|#    |\n"
+                                             "+-----+\n");
 }
 
 TEST(Picture, AllEightDotsOfACharacter) {
@@ -97,18 +99,18 @@ TEST(Picture, AllEightDotsOfACharacter) {
   auto const raster = Rasterize(Sparse({{1, 0}, {1, 0}, {1, 0}, {1, 0}}), 1, 4);
   auto const full = Rasterize(Sparse({{1, 1}, {1, 1}, {1, 1}, {1, 1}}), 2, 4);
 
-  EXPECT_EQ(tool::BraillePicture(raster), "┌─┐\n│⡇│\n└─┘\n");
-  EXPECT_EQ(tool::BraillePicture(full), "┌─┐\n│⣿│\n└─┘\n");
+  EXPECT_EQ(orx::tool::BraillePicture(raster), "┌─┐\n│⡇│\n└─┘\n");
+  EXPECT_EQ(orx::tool::BraillePicture(full), "┌─┐\n│⣿│\n└─┘\n");
 }
 
 TEST(Picture, CharactersShowDensity) {
   //  16 positions a pixel with 1, 4, 9, 16 entries: roots 1/4 to 4/4
-  tool::EntryAssembly assembly;
+  orx::tool::EntryAssembly assembly;
   for (int pixel = 0; pixel < 4; ++pixel)
     for (int k = 0; k < (pixel + 1) * (pixel + 1); ++k)
       assembly.Add(k / 4, 4 * pixel + k % 4, 1.0);
 
-  EXPECT_EQ(tool::AsciiPicture(Rasterize(assembly.Finish(), 4, 1)), "+----+\n|:+*#|\n+----+\n");
+  EXPECT_EQ(orx::tool::AsciiPicture(Rasterize(assembly.Finish(), 4, 1)), "+----+\n|:+*#|\n+----+\n");
 }
 
 TEST(Spy, PrintsThePatternAndItsFigures) {
@@ -131,7 +133,7 @@ TEST(Spy, WidthAndScale) {
   TemporaryFolder const folder;
   std::string diagonal;
   for (int i = 1; i <= 100; ++i)
-    diagonal += tool::Format("%d %d 1\n", i, i);
+    diagonal += orx::tool::Format("%d %d 1\n", i, i);
   std::string const path = folder.Write("a.txt", diagonal);
 
   std::string const text = DrawnText(path, true, 12);

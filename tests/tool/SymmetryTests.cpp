@@ -4,13 +4,13 @@
 
 namespace {
 
-using tool::MatrixEntries;
-using tool::MeasureSymmetry;
-using tool::Symmetry;
-using Form = tool::Symmetry::Form;
+using orx::tool::MatrixEntries;
+using orx::tool::MeasureSymmetry;
+using orx::tool::Symmetry;
+using Form = orx::tool::Symmetry::Form;
 
 /// A as a full matrix, row by row, through products with unit vectors.
-std::vector<std::vector<double>> Dense(tool::SymmetricMatrix const& matrix) {
+std::vector<std::vector<double>> Dense(orx::tool::SymmetricMatrix const& matrix) {
   auto const n = static_cast<std::size_t>(matrix.Order());
   std::vector<std::vector<double>> rows;
   for (std::size_t i = 0; i < n; ++i) {
@@ -23,7 +23,7 @@ std::vector<std::vector<double>> Dense(tool::SymmetricMatrix const& matrix) {
 
 std::string EndingOfMakeSymmetric(Rows rows, int order) {
   MatrixEntries const matrix = Sparse(rows);
-  return Ending([&] { tool::MakeSymmetric(matrix, MeasureSymmetry(matrix), order, "K"); });
+  return Ending([&] { orx::tool::MakeSymmetric(matrix, MeasureSymmetry(matrix), order, "K"); });
 }
 
 TEST(SymmetryMeasure, TellsWhichTriangleIsStored) {
@@ -51,7 +51,7 @@ TEST(SymmetryMeasure, NamesTheWorstPair) {
   Symmetry const symmetry = MeasureSymmetry(Sparse({{1, 2, 5}, {2, 1, 3}, {4, 4, 1}}));
 
   ASSERT_FALSE(symmetry.IsExact());
-  EXPECT_EQ(tool::Describe(*symmetry.worst), "(3, 2) = 4, (2, 3) = 3");
+  EXPECT_EQ(orx::tool::Describe(*symmetry.worst), "(3, 2) = 4, (2, 3) = 3");
   EXPECT_DOUBLE_EQ(symmetry.worstDifference, 0.25);
   EXPECT_EQ(symmetry.unmatchedEntries, 0);
 }
@@ -72,7 +72,7 @@ TEST(SymmetryMeasure, CountsEntriesWithoutMirrorImage) {
   Symmetry const symmetry = MeasureSymmetry(Sparse({{1, 2, 0, 7}, {2, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 8, 1}}));
 
   EXPECT_EQ(symmetry.unmatchedEntries, 2);
-  EXPECT_EQ(tool::Describe(*symmetry.unmatched), "(4, 1) = 0, (1, 4) = 7");
+  EXPECT_EQ(orx::tool::Describe(*symmetry.unmatched), "(4, 1) = 0, (1, 4) = 7");
 }
 
 TEST(SymmetryMeasure, StoredZeroMatchesWhatIsNotStored) {
@@ -99,13 +99,13 @@ TEST(MakeSymmetric, OneTriangleStandsForBoth) {
   std::vector<std::vector<double>> const expected{{4, 1, 0}, {1, 5, 2}, {0, 2, 0}};
   for (auto const& matrix : {Sparse({{4, 0, 0}, {1, 5, 0}, {0, 2, 0}}), Sparse({{4, 1, 0}, {0, 5, 2}}),
                              Sparse({{4, 1, 0}, {1, 5, 2}, {0, 2, 0}})})
-    EXPECT_EQ(Dense(tool::MakeSymmetric(matrix, MeasureSymmetry(matrix), 3, "K")), expected);
+    EXPECT_EQ(Dense(orx::tool::MakeSymmetric(matrix, MeasureSymmetry(matrix), 3, "K")), expected);
 }
 
 TEST(MakeSymmetric, AveragesRoundingErrorsOnly) {
   MatrixEntries const nearly = Sparse({{1, 2}, {2 * (1 + 0x1p-36), 1}});
 
-  auto const averaged = Dense(tool::MakeSymmetric(nearly, MeasureSymmetry(nearly), 2, "K"));
+  auto const averaged = Dense(orx::tool::MakeSymmetric(nearly, MeasureSymmetry(nearly), 2, "K"));
 
   EXPECT_EQ(averaged[1][0], 2 * (1 + 0x1p-37));
   EXPECT_EQ(averaged[0][1], averaged[1][0]);
@@ -123,7 +123,7 @@ TEST(MakeSymmetric, RefusesRectanglesAndValuesThatAreNotFinite) {
 TEST(SymmetricMatrix, FormsAndNorms) {
   //   2 -1       x = (1, 2):  A x = (0, 5)
   //  -1  3
-  tool::SymmetricMatrix const a = Symmetric({{2, -1}, {-1, 3}});
+  orx::tool::SymmetricMatrix const a = Symmetric({{2, -1}, {-1, 3}});
   std::vector<double> const x{1, 2};
 
   EXPECT_EQ(a.Times(x), (std::vector<double>{0, 5}));

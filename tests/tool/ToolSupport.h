@@ -20,7 +20,7 @@
 using Rows = std::initializer_list<std::initializer_list<double>>;
 
 /// Stores what is not 0 of a matrix written row by row, as on paper.
-inline tool::MatrixEntries Sparse(Rows rows) {
+inline orx::tool::MatrixEntries Sparse(Rows rows) {
   ORXSrvSparseMatrix matrix(0, 0);
   matrix.BeginAssembly();
   std::uint32_t i = 0;
@@ -33,14 +33,14 @@ inline tool::MatrixEntries Sparse(Rows rows) {
     ++i;
   }
   matrix.EndAssembly();
-  return tool::MatrixEntries(matrix);
+  return orx::tool::MatrixEntries(matrix);
 }
 
 /// A symmetric matrix, of which the lower triangle is used.
-inline tool::SymmetricMatrix Symmetric(Rows rows) {
-  tool::MatrixEntries const entries = Sparse(rows);
-  std::vector<tool::Entry> lower;
-  for (tool::Entry const& e : entries.Items())
+inline orx::tool::SymmetricMatrix Symmetric(Rows rows) {
+  orx::tool::MatrixEntries const entries = Sparse(rows);
+  std::vector<orx::tool::Entry> lower;
+  for (orx::tool::Entry const& e : entries.Items())
     if (e.row >= e.column) lower.push_back(e);
   return {static_cast<int>(rows.size()), lower};
 }
@@ -50,17 +50,17 @@ template<class Call>
 std::string Ending(Call call) {
   try {
     call();
-  } catch (tool::ToolError const& e) {
+  } catch (orx::tool::ToolError const& e) {
     return std::to_string(static_cast<int>(e.Code())) + " " + e.what();
   }
   return "no error";
 }
 
 /// "3 x 2: 1,1=5 3,2=-0.1": shape and one-based entries, in row order.
-inline std::string TextOf(tool::MatrixEntries const& matrix) {
-  std::string text = tool::Format("%d x %d:", matrix.Rows(), matrix.Columns());
-  for (tool::Entry const& e : matrix.Items())
-    text += tool::Format(" %u,%u=%s", e.row + 1, e.column + 1, tool::Number(e.value).c_str());
+inline std::string TextOf(orx::tool::MatrixEntries const& matrix) {
+  std::string text = orx::tool::Format("%d x %d:", matrix.Rows(), matrix.Columns());
+  for (orx::tool::Entry const& e : matrix.Items())
+    text += orx::tool::Format(" %u,%u=%s", e.row + 1, e.column + 1, orx::tool::Number(e.value).c_str());
   return text;
 }
 

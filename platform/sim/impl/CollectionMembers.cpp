@@ -2,7 +2,7 @@
 
 #include <numeric>
 
-namespace sim {
+namespace orx::sim {
 
 bool CollectionMembers::ContainsAll(ORXSimIndexSet const& labels) const {
   auto const isLeading = [this](int label) { return label >= 0 && label < m_leading; };
@@ -46,4 +46,4 @@ ORXSimIndexSet CollectionMembers::All() const {
   return ORXSimIndexSet::Listed(labels);
 }
 
-} // namespace sim
+} // namespace orx::sim

@@ -6,7 +6,7 @@
 #include <unordered_set>
 #include <vector>
 
-namespace sim {
+namespace orx::sim {
 
 /// The members of a collection: the labels 0 ... leading-1, which take no memory, and further ones in the
 /// order they were added.
@@ -33,4 +33,4 @@ private:
   std::unordered_set<int> m_isFurther;
 };
 
-} // namespace sim
+} // namespace orx::sim

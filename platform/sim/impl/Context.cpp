@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace sim {
+namespace orx::sim {
 
 namespace {
 
@@ -308,4 +308,4 @@ ORXSimDrawerDescription DistributionRecord::Describe() const {
   return facts;
 }
 
-} // namespace sim
+} // namespace orx::sim

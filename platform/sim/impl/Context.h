@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace sim {
+namespace orx::sim {
 
 class OpenDatabase;
 
@@ -107,4 +107,4 @@ private:
   std::vector<std::function<void()>> m_undo; ///< to be run from the back
 };
 
-} // namespace sim
+} // namespace orx::sim

@@ -8,7 +8,7 @@ ORXSimCSet::ORXSimCSet(ORXSimCSetID const& id) : m_id(id) {
     ORXSimException(ORXSimException::staleIdentifier,
                     "An identifier names nothing: it is the null member set.")
         .Throw(__FILE__, __LINE__);
-  m_members = sim::FindContext(id.Context()).Find(id).members;
+  m_members = orx::sim::FindContext(id.Context()).Find(id).members;
 }
 
 int ORXSimCSet::Size() const noexcept { return m_members->Size(); }

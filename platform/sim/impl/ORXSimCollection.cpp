@@ -14,12 +14,12 @@ namespace {
 }
 
 /// A temporary set may be made on a read-only file, as long as it names no new labels.
-sim::Context& ContextFor(ORXSimCollectionID const& id, ORXSimIndexSet const& members, bool isTemporary) {
-  sim::Context& context = sim::FindContext(id.Context());
+orx::sim::Context& ContextFor(ORXSimCollectionID const& id, ORXSimIndexSet const& members, bool isTemporary) {
+  orx::sim::Context& context = orx::sim::FindContext(id.Context());
   if (!isTemporary) {
     context.Database().RequireWritable("create a member set");
   } else if (context.Database().File().IsReadOnly()) {
-    sim::CollectionRecord const& collection = context.Find(id);
+    orx::sim::CollectionRecord const& collection = context.Find(id);
     for (int k = 0; k < members.Size(); ++k)
       if (!collection.members.Contains(members[k]))
         context.Database().RequireWritable("add members to a collection");
@@ -34,13 +34,13 @@ ORXSimCSetID AddListedSet(ORXSimCollectionID const& id, int const* labels, int c
     if (labels[k] < 0)
       RefuseSet("label " + std::to_string(k) + " is " + std::to_string(labels[k]) + ", expected at least 0");
   ORXSimIndexSet members = ORXSimIndexSet::Listed(list);
-  sim::Context& context = ContextFor(id, members, isTemporary);
+  orx::sim::Context& context = ContextFor(id, members, isTemporary);
   return context.AddSet(id, std::move(members), isTemporary);
 }
 
 } // namespace
 
-int ORXSimCollection::Size() const { return sim::FindContext(m_id.Context()).Find(m_id).members.Size(); }
+int ORXSimCollection::Size() const { return orx::sim::FindContext(m_id.Context()).Find(m_id).members.Size(); }
 
 ORXSimCSetID ORXSimCollection::CreateOrderedCSet(int const* labels, int count) const {
   return AddListedSet(m_id, labels, count, false);
@@ -59,19 +59,19 @@ ORXSimCSetID ORXSimCollection::CreateCSetStrided(int start, int count, int strid
     RefuseSet("its labels go from " + std::to_string(start) + " to " + std::to_string(last) +
               ", expected 0 to 2147483647");
   ORXSimIndexSet members = ORXSimIndexSet::Strided(start, count, stride);
-  sim::Context& context = ContextFor(m_id, members, false);
+  orx::sim::Context& context = ContextFor(m_id, members, false);
   return context.AddSet(m_id, std::move(members), false);
 }
 
 ORXSimCSetID ORXSimCollection::BiggestCSetID() const {
-  sim::Context& context = sim::FindContext(m_id.Context());
+  orx::sim::Context& context = orx::sim::FindContext(m_id.Context());
   // On a read-only file the set is there already, or lives as long as the file is open.
   bool const isTemporary = context.Database().File().IsReadOnly();
   return context.AddSet(m_id, context.Find(m_id).members.All(), isTemporary);
 }
 
 ORXSimCollectionID ORXSimCollection::CreateColorVariant(int color) const {
-  sim::Context& context = sim::FindContext(m_id.Context());
+  orx::sim::Context& context = orx::sim::FindContext(m_id.Context());
   context.Database().RequireWritable("create a colour variant");
   if (color < 0) {
     ORXSimException(ORXSimException::invalidArgument, "A colour variant cannot have the colour " +

@@ -20,10 +20,10 @@ atr_String const& ORXSimTypeSchemaSnapshot::Name(int index) const {
   return m_names[index];
 }
 
-ORXSimNamespaceID ORXSimContext::NamespaceID() const { return sim::FindContext(m_id).Namespace(); }
+ORXSimNamespaceID ORXSimContext::NamespaceID() const { return orx::sim::FindContext(m_id).Namespace(); }
 
 ORXSimCollectionID ORXSimContext::CreateCollection(int size, ORXSimTypeID type) const {
-  sim::Context& context = sim::FindContext(m_id);
+  orx::sim::Context& context = orx::sim::FindContext(m_id);
   context.Database().RequireWritable("create a collection");
   if (size < 0) {
     ORXSimException(ORXSimException::invalidArgument,
@@ -40,10 +40,10 @@ namespace {
       .Throw(__FILE__, __LINE__);
 }
 
-std::vector<ORXSimIDMinor> CheckedGrid(sim::Context const& context, ORXSimGrid const& grid) {
-  if (grid.NumDimensions() < 1 || grid.NumDimensions() > store::maxRank)
+std::vector<ORXSimIDMinor> CheckedGrid(orx::sim::Context const& context, ORXSimGrid const& grid) {
+  if (grid.NumDimensions() < 1 || grid.NumDimensions() > orx::store::maxRank)
     RefuseGrid("its grid has " + std::to_string(grid.NumDimensions()) + " dimensions, expected 1 to " +
-               std::to_string(store::maxRank));
+               std::to_string(orx::store::maxRank));
   std::vector<ORXSimIDMinor> minors;
   for (int dim = 0; dim < grid.NumDimensions(); ++dim) {
     ORXSimCollectionID const& collection = grid.Collection(dim);
@@ -61,7 +61,7 @@ std::vector<ORXSimIDMinor> CheckedGrid(sim::Context const& context, ORXSimGrid c
 
 ORXSimDistributionID AddDistribution(ORXSimContextID const& id, ORXSimGrid const& grid,
                                      ORXSimRangeType const& range, ORXSimTypeID type, bool isTemporary) {
-  sim::Context& context = sim::FindContext(id);
+  orx::sim::Context& context = orx::sim::FindContext(id);
   context.Database().RequireWritable("create a distribution");
   if (range.CellBytes() == 0) RefuseGrid("its cells have no type");
   if (type.type < -1 || type.type >= static_cast<int>(context.Types().size()))
@@ -83,7 +83,7 @@ ORXSimDistributionID ORXSimContext::CreateTempDistribution(ORXSimGrid const& gri
 }
 
 int ORXSimContext::DefineType(char const* name) const {
-  sim::Context& context = sim::FindContext(m_id);
+  orx::sim::Context& context = orx::sim::FindContext(m_id);
   context.Database().RequireWritable("define a type");
   std::size_t const length = std::strlen(name);
   if (length < 1 || length > 255) {
@@ -96,13 +96,13 @@ int ORXSimContext::DefineType(char const* name) const {
 
 ORXSimTypeSchemaSnapshot ORXSimContext::Schema() const {
   ORXSimArray<atr_String> names;
-  for (atr_String const& name : sim::FindContext(m_id).Types())
+  for (atr_String const& name : orx::sim::FindContext(m_id).Types())
     names.Append(name);
   return ORXSimTypeSchemaSnapshot(names);
 }
 
 ORXSimArray<ORXSimCollectionID> ORXSimContext::Collections() const {
-  sim::Context& context = sim::FindContext(m_id);
+  orx::sim::Context& context = orx::sim::FindContext(m_id);
   ORXSimArray<ORXSimCollectionID> ids;
   for (std::size_t k = 0; k < context.Collections().size(); ++k)
     if (context.Collections()[k] != nullptr) ids.Append(context.CollectionID(static_cast<int>(k), 0));
@@ -111,7 +111,7 @@ ORXSimArray<ORXSimCollectionID> ORXSimContext::Collections() const {
 
 ORXSimArray<ORXSimDistributionID> ORXSimContext::Distributions() const {
   ORXSimArray<ORXSimDistributionID> ids;
-  for (auto const& record : sim::FindContext(m_id).Distributions())
+  for (auto const& record : orx::sim::FindContext(m_id).Distributions())
     if (record != nullptr && !record->isTemporary) ids.Append(record->id);
   return ids;
 }

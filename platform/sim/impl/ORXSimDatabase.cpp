@@ -5,13 +5,13 @@
 
 ORXSimDatabase::~ORXSimDatabase() = default;
 
-sim::OpenDatabase& ORXSimDatabase::Opened() const {
+orx::sim::OpenDatabase& ORXSimDatabase::Opened() const {
   if (m_open == nullptr)
     ORXSimException(ORXSimException::wrongState, "The database is not open.").Throw(__FILE__, __LINE__);
   return *m_open;
 }
 
-ORXSimFileID ORXSimDatabase::Attach(std::shared_ptr<sim::OpenDatabase> database) {
+ORXSimFileID ORXSimDatabase::Attach(std::shared_ptr<orx::sim::OpenDatabase> database) {
   m_open = std::move(database);
   return {.file = m_open->Number()};
 }
@@ -33,12 +33,12 @@ ORXSimFileID ORXSimDatabase::CreateFile(ORXUnicodeString const& name, int flags,
                         std::to_string(flags) + " and n " + std::to_string(n) + ", expected 0 or 1, and -1.")
         .Throw(__FILE__, __LINE__);
   }
-  return Attach(sim::OpenDatabase::Create(name.AsUtf8(), m_durability, (flags & replaceExisting) != 0));
+  return Attach(orx::sim::OpenDatabase::Create(name.AsUtf8(), m_durability, (flags & replaceExisting) != 0));
 }
 
 ORXSimFileID ORXSimDatabase::OpenFile(ORXUnicodeString const& name, bool readOnly) {
   RequireUnopened(IsOpen(), name);
-  return Attach(sim::OpenDatabase::Open(name.AsUtf8(), readOnly));
+  return Attach(orx::sim::OpenDatabase::Open(name.AsUtf8(), readOnly));
 }
 
 void ORXSimDatabase::Close() {

@@ -30,10 +30,10 @@ ORXSimParticipation::~ORXSimParticipation() = default;
 ORXSimDistribution::ORXSimDistribution() noexcept : m_participation(nullptr) {}
 
 ORXSimDistribution::ORXSimDistribution(ORXSimDistributionID const& id)
-    : m_participation(sim::FindDistribution(id)) {}
+    : m_participation(orx::sim::FindDistribution(id)) {}
 
 namespace {
-sim::DistributionRecord& Required(sim::DistributionRecord* record) {
+orx::sim::DistributionRecord& Required(orx::sim::DistributionRecord* record) {
   if (record == nullptr)
     ORXSimException(ORXSimException::wrongState, "The handle is on no distribution.")
         .Throw(__FILE__, __LINE__);
@@ -43,12 +43,12 @@ sim::DistributionRecord& Required(sim::DistributionRecord* record) {
 } // namespace
 
 ORXSimDistributionID ORXSimDistribution::ID() const noexcept {
-  sim::DistributionRecord const* const record = m_participation.Record();
+  orx::sim::DistributionRecord const* const record = m_participation.Record();
   return record != nullptr ? record->id : ORXSimDistributionID();
 }
 
 int ORXSimDistribution::NumDimensions() const noexcept {
-  sim::DistributionRecord const* const record = m_participation.Record();
+  orx::sim::DistributionRecord const* const record = m_participation.Record();
   return record != nullptr ? record->Rank() : 0;
 }
 
@@ -57,7 +57,7 @@ ORXSimRangeType ORXSimDistribution::RangeType() const { return Required(m_partic
 ORXSimTypeID ORXSimDistribution::Type() const { return Required(m_participation.Record()).type; }
 
 ORXSimCollectionID ORXSimDistribution::Collection(int dim) const {
-  sim::DistributionRecord const& record = Required(m_participation.Record());
+  orx::sim::DistributionRecord const& record = Required(m_participation.Record());
   if (dim < 0 || dim >= record.Rank()) {
     ORXSimException(ORXSimException::invalidArgument, "There is no dimension " + std::to_string(dim) +
                                                           " in " + record.Name() + ", which has " +
@@ -68,7 +68,7 @@ ORXSimCollectionID ORXSimDistribution::Collection(int dim) const {
 }
 
 void ORXSimDistribution::QueryDrawers(ORXSimArray<ORXSimPersistentDrawerDesc>& out) const {
-  sim::DistributionRecord const& record = Required(m_participation.Record());
+  orx::sim::DistributionRecord const& record = Required(m_participation.Record());
   out.Clear();
   if (record.drawer != nullptr) out.Append(ORXSimPersistentDrawerDesc(record.Describe()));
 }

@@ -6,17 +6,17 @@
 /// What the copies of a transaction share.
 class ORXSimTransactionRepr {
 public:
-  explicit ORXSimTransactionRepr(sim::Context& context) noexcept
+  explicit ORXSimTransactionRepr(orx::sim::Context& context) noexcept
       : m_context(context.ID()), m_number(context.BeginTransaction()) {}
   ORXSimTransactionRepr(ORXSimTransactionRepr const&) = delete;
   ORXSimTransactionRepr& operator=(ORXSimTransactionRepr const&) = delete;
   ~ORXSimTransactionRepr() {
-    if (IsOpen()) sim::LookUpContext(m_context)->AbandonTransaction();
+    if (IsOpen()) orx::sim::LookUpContext(m_context)->AbandonTransaction();
   }
 
   ORXSimContextID const& Context() const noexcept { return m_context; }
   bool IsOpen() const noexcept {
-    sim::Context const* const context = sim::LookUpContext(m_context);
+    orx::sim::Context const* const context = orx::sim::LookUpContext(m_context);
     return context != nullptr && context->HasTransaction(m_number);
   }
 
@@ -26,7 +26,7 @@ private:
 };
 
 ORXSimTransaction::ORXSimTransaction(ORXSimContextID id) {
-  sim::Context& context = sim::FindContext(id);
+  orx::sim::Context& context = orx::sim::FindContext(id);
   context.Database().RequireWritable("open a transaction");
   if (context.HasTransaction()) {
     ORXSimException(ORXSimException::wrongState, "A transaction is already open on " + context.Name() + ".")
@@ -36,7 +36,7 @@ ORXSimTransaction::ORXSimTransaction(ORXSimContextID id) {
 }
 
 void ORXSimTransaction::Commit() {
-  sim::Context& context = sim::FindContext(Context());
+  orx::sim::Context& context = orx::sim::FindContext(Context());
   if (!m_record->IsOpen()) {
     ORXSimException(ORXSimException::wrongState,
                     "The transaction on " + context.Name() + " is over: it was committed or abandoned.")

@@ -12,7 +12,7 @@
 
 namespace {
 
-[[noreturn]] void RefuseView(sim::DistributionRecord const& record, std::string const& text) {
+[[noreturn]] void RefuseView(orx::sim::DistributionRecord const& record, std::string const& text) {
   ORXSimException(ORXSimException::viewDoesNotFit,
                   "The view does not fit " + record.Name() + ": " + text + ".")
       .Throw(__FILE__, __LINE__);
@@ -20,7 +20,7 @@ namespace {
 
 /// Bytes of cells, count(dim) of them along each dimension. Sets that repeat members may select any number.
 template<class Count>
-std::int64_t BytesOf(sim::DistributionRecord const& record, Count count) {
+std::int64_t BytesOf(orx::sim::DistributionRecord const& record, Count count) {
   std::int64_t bytes = record.range.CellBytes();
   bool isEmpty = false;
   bool isTooMuch = false;
@@ -42,8 +42,8 @@ ORXSimTransfer::ORXSimTransfer(ORXSimDistribution const& distribution)
 
 ORXSimTransfer::~ORXSimTransfer() = default;
 
-sim::DistributionRecord& ORXSimTransfer::Record() const {
-  sim::DistributionRecord* const record = m_distribution.m_participation.Record();
+orx::sim::DistributionRecord& ORXSimTransfer::Record() const {
+  orx::sim::DistributionRecord* const record = m_distribution.m_participation.Record();
   if (record == nullptr)
     ORXSimException(ORXSimException::wrongState, "The transfer is on no distribution.")
         .Throw(__FILE__, __LINE__);
@@ -175,13 +175,13 @@ ORXSimTransfer& ORXSimTransfer::CheckView() {
 }
 
 void ORXSimTransfer::CheckNewDrawer() const {
-  sim::DistributionRecord const& record = Record();
+  orx::sim::DistributionRecord const& record = Record();
   for (int dim = 0; dim < record.Rank(); ++dim) {
     ORXSimDimSelection const& selection = m_selections[dim];
     if (selection.kind == ORXSimDimSelection::Kind::Range)
       RefuseView(record, "a new drawer is made over member sets, not over a range of positions");
     if (selection.kind == ORXSimDimSelection::Kind::Set)
-      sim::CheckCollection(record, dim, selection.set.Collection());
+      orx::sim::CheckCollection(record, dim, selection.set.Collection());
   }
   if (m_newDrawer == NewDrawer::Chunked) {
     if (m_chunks.Size() != record.Rank())
@@ -205,7 +205,7 @@ void ORXSimTransfer::CheckInitialValue() const {
 }
 
 void ORXSimTransfer::CheckSelections() const {
-  sim::DistributionRecord const& record = Record();
+  orx::sim::DistributionRecord const& record = Record();
   if (record.drawer == nullptr) RefuseView(record, "it has no drawer yet");
   if (m_serialization.IsSparse() != record.drawer->serialization.IsSparse())
     RefuseView(record, m_serialization.IsSparse() ? "its drawer is dense, the transfer sparse"
@@ -214,29 +214,29 @@ void ORXSimTransfer::CheckSelections() const {
     ORXSimDimSelection const& selection = m_selections[dim];
     int const size = record.drawer->sizes[static_cast<std::size_t>(dim)];
     if (selection.kind == ORXSimDimSelection::Kind::Set) {
-      sim::CheckCollection(record, dim, selection.set.Collection());
+      orx::sim::CheckCollection(record, dim, selection.set.Collection());
       if (m_serialization.IsSparse() &&
           selection.set.Data().memberSet != record.drawer->sets[static_cast<std::size_t>(dim)])
         RefuseView(record, Along(dim) + "other members are selected than those of the sparse drawer");
     } else if (selection.kind == ORXSimDimSelection::Kind::Range) {
-      if (!selection.collection.IsNull()) sim::CheckCollection(record, dim, selection.collection);
+      if (!selection.collection.IsNull()) orx::sim::CheckCollection(record, dim, selection.collection);
       if (selection.first < 0 || selection.last >= size || selection.last < selection.first)
         RefuseView(record, Along(dim) + "the positions are " + std::to_string(selection.first) + " to " +
                                std::to_string(selection.last) + ", the drawer has 0 to " +
                                std::to_string(size - 1));
     }
-    if (m_serialization.IsSparse() && sim::SelectedCount(record, selection, dim) != size)
+    if (m_serialization.IsSparse() && orx::sim::SelectedCount(record, selection, dim) != size)
       RefuseView(record, Along(dim) + "a part is selected, but a sparse drawer is read and written whole");
   }
 }
 
 void ORXSimTransfer::CheckExtension() const {
-  sim::DistributionRecord const& record = Record();
+  orx::sim::DistributionRecord const& record = Record();
   if (record.drawer == nullptr) RefuseView(record, "it has no drawer yet");
   if (record.drawer->dense == nullptr || !record.drawer->dense->IsExtendable())
     RefuseView(record, "its drawer cannot be extended");
   CheckInitialValue();
-  int const dim = sim::DimensionOf(record, m_extension.Collection());
+  int const dim = orx::sim::DimensionOf(record, m_extension.Collection());
   std::int64_t const size = std::int64_t{record.drawer->sizes[static_cast<std::size_t>(dim)]} +
                             record.InContext().Find(m_extension).members->Size();
   if (size > std::numeric_limits<int>::max())
@@ -245,8 +245,8 @@ void ORXSimTransfer::CheckExtension() const {
 }
 
 std::int64_t ORXSimTransfer::SelectedBytes() const {
-  sim::DistributionRecord const& record = Record();
-  return BytesOf(record, [&](int dim) { return sim::SelectedCount(record, m_selections[dim], dim); });
+  orx::sim::DistributionRecord const& record = Record();
+  return BytesOf(record, [&](int dim) { return orx::sim::SelectedCount(record, m_selections[dim], dim); });
 }
 
 void ORXSimTransfer::CheckBuffer(int index, std::int64_t bytesNeeded) const {
@@ -260,10 +260,10 @@ void ORXSimTransfer::CheckBuffer(int index, std::int64_t bytesNeeded) const {
 
 // Creation and extension
 
-std::shared_ptr<sim::Drawer> ORXSimTransfer::DrawerOverSelection() const {
-  sim::DistributionRecord const& record = Record();
-  sim::Context& context = record.InContext();
-  auto drawer = std::make_shared<sim::Drawer>();
+std::shared_ptr<orx::sim::Drawer> ORXSimTransfer::DrawerOverSelection() const {
+  orx::sim::DistributionRecord const& record = Record();
+  orx::sim::Context& context = record.InContext();
+  auto drawer = std::make_shared<orx::sim::Drawer>();
   drawer->serialization = m_serialization;
   for (int dim = 0; dim < record.Rank(); ++dim) {
     ORXSimDimSelection const& selection = m_selections[dim];
@@ -280,21 +280,21 @@ std::shared_ptr<sim::Drawer> ORXSimTransfer::DrawerOverSelection() const {
 }
 
 void ORXSimTransfer::CreateDenseDrawer() {
-  sim::DistributionRecord& record = Record();
-  sim::Context& context = record.InContext();
+  orx::sim::DistributionRecord& record = Record();
+  orx::sim::Context& context = record.InContext();
   context.Database().RequireWritable("create a drawer");
   auto drawer = DrawerOverSelection();
-  auto const cell =
-      record.range.Key() == ORXSimTypeKey::Double ? store::CellType::Double : store::CellType::Int32;
-  drawer->dense = store::DenseDrawer::Create(context.Database().File(), cell, drawer->sizes, drawer->chunks,
-                                             m_initialValue.Value());
+  auto const cell = record.range.Key() == ORXSimTypeKey::Double ? orx::store::CellType::Double
+                                                                : orx::store::CellType::Int32;
+  drawer->dense = orx::store::DenseDrawer::Create(context.Database().File(), cell, drawer->sizes,
+                                                  drawer->chunks, m_initialValue.Value());
   context.InstallDrawer(record, std::move(drawer));
   m_newDrawer = NewDrawer::No;
   m_isChecked = false;
 }
 
 ORXSimTransfer& ORXSimTransfer::InitializePersistentDrawer() {
-  sim::DistributionRecord const& record = Record();
+  orx::sim::DistributionRecord const& record = Record();
   if (m_newDrawer == NewDrawer::No || !m_isWrite || m_serialization.IsSparse()) {
     ORXSimException(
         ORXSimException::wrongState,
@@ -308,21 +308,21 @@ ORXSimTransfer& ORXSimTransfer::InitializePersistentDrawer() {
 }
 
 ORXSimTransfer& ORXSimTransfer::InitializeExtension() {
-  sim::DistributionRecord& record = Record();
+  orx::sim::DistributionRecord& record = Record();
   if (m_extension.IsNull()) {
     ORXSimException(ORXSimException::wrongState,
                     "Extending " + record.Name() + " needs SetDimExtension before.")
         .Throw(__FILE__, __LINE__);
   }
   CheckExtension();
-  sim::Context& context = record.InContext();
+  orx::sim::Context& context = record.InContext();
   context.Database().RequireWritable("extend a drawer");
-  sim::Drawer& drawer = *record.drawer;
-  int const dim = sim::DimensionOf(record, m_extension.Collection());
+  orx::sim::Drawer& drawer = *record.drawer;
+  int const dim = orx::sim::DimensionOf(record, m_extension.Collection());
   ORXSimCSetID const longer =
       context.AddSet(record.Collection(dim),
-                     sim::Joined(*context.SetAt(drawer.sets[static_cast<std::size_t>(dim)]).members,
-                                 *context.Find(m_extension).members),
+                     orx::sim::Joined(*context.SetAt(drawer.sets[static_cast<std::size_t>(dim)]).members,
+                                      *context.Find(m_extension).members),
                      false);
   int const size = context.Find(longer).members->Size();
   double const fill = m_hasInitialValue ? m_initialValue.Value() : drawer.dense->Fill();
@@ -336,12 +336,12 @@ ORXSimTransfer& ORXSimTransfer::InitializeExtension() {
 // Execution
 
 void ORXSimTransfer::MoveDense(bool isWrite) {
-  sim::DistributionRecord const& record = Record();
+  orx::sim::DistributionRecord const& record = Record();
   CheckBuffer(0, SelectedBytes());
-  sim::Selection const selection(record, m_selections);
-  store::DenseDrawer& drawer = *record.drawer->dense;
+  orx::sim::Selection const selection(record, m_selections);
+  orx::store::DenseDrawer& drawer = *record.drawer->dense;
   void* const buffer = m_buffers[0].data;
-  selection.ForEachBox([&](store::DrawerBox const& box) {
+  selection.ForEachBox([&](orx::store::DrawerBox const& box) {
     if (isWrite) {
       drawer.Write(box, selection.BufferCounts(), buffer);
     } else {
@@ -352,8 +352,8 @@ void ORXSimTransfer::MoveDense(bool isWrite) {
 }
 
 void ORXSimTransfer::WriteSparse() {
-  sim::DistributionRecord& record = Record();
-  sim::Context& context = record.InContext();
+  orx::sim::DistributionRecord& record = Record();
+  orx::sim::Context& context = record.InContext();
   context.Database().RequireWritable("write a sparse matrix");
   if (m_newDrawer == NewDrawer::No) RefuseView(record, "a sparse matrix is written into a new drawer only");
   if (m_entries < 0) RefuseView(record, "the number of stored entries is not set");
@@ -366,14 +366,14 @@ void ORXSimTransfer::WriteSparse() {
   CheckBuffer(2, 4 * (rows + 1));
   bool const hasDiagonal = m_buffers[3].data != nullptr;
   if (hasDiagonal || isSymmetric) CheckBuffer(3, 8 * rows);
-  drawer->sparse = store::SparseDrawer::Create(context.Database().File(), rows, drawer->sizes[1], m_entries,
-                                               SparseArrays());
+  drawer->sparse = orx::store::SparseDrawer::Create(context.Database().File(), rows, drawer->sizes[1],
+                                                    m_entries, SparseArrays());
   context.InstallDrawer(record, std::move(drawer));
   m_newDrawer = NewDrawer::No;
   m_isChecked = false;
 }
 
-store::SparseArrays ORXSimTransfer::SparseArrays() const {
+orx::store::SparseArrays ORXSimTransfer::SparseArrays() const {
   return {.values = static_cast<double*>(m_buffers[0].data),
           .columns = static_cast<std::int32_t*>(m_buffers[1].data),
           .starts = static_cast<std::int32_t*>(m_buffers[2].data),
@@ -381,8 +381,8 @@ store::SparseArrays ORXSimTransfer::SparseArrays() const {
 }
 
 void ORXSimTransfer::ReadSparse() {
-  sim::DistributionRecord const& record = Record();
-  store::SparseDrawer& drawer = *record.drawer->sparse;
+  orx::sim::DistributionRecord const& record = Record();
+  orx::store::SparseDrawer& drawer = *record.drawer->sparse;
   ORXSimDrawerDescription const facts = record.Describe();
   int const itemBytes[maxBuffers] = {8, 4, 4, 8};
   for (int index = 0; index < maxBuffers; ++index)
@@ -394,7 +394,7 @@ void ORXSimTransfer::ReadSparse() {
 }
 
 ORXSimTransfer& ORXSimTransfer::ExecWrite() {
-  sim::DistributionRecord const& record = Record();
+  orx::sim::DistributionRecord const& record = Record();
   if (!m_isWrite)
     ORXSimException(ORXSimException::wrongState, "Writing to " + record.Name() + " needs SetWrite before.")
         .Throw(__FILE__, __LINE__);
@@ -415,7 +415,7 @@ ORXSimTransfer& ORXSimTransfer::ExecWrite() {
 }
 
 ORXSimTransientDrawer const& ORXSimTransfer::ExecRead() {
-  sim::DistributionRecord const& record = Record();
+  orx::sim::DistributionRecord const& record = Record();
   if (!m_isRead)
     ORXSimException(ORXSimException::wrongState, "Reading from " + record.Name() + " needs SetRead before.")
         .Throw(__FILE__, __LINE__);

@@ -5,7 +5,7 @@
 
 #include <unordered_map>
 
-namespace sim {
+namespace orx::sim {
 
 namespace {
 
@@ -126,4 +126,4 @@ std::shared_ptr<DistributionRecord> const& FindDistribution(ORXSimDistributionID
   return FindContext(id.context).DistributionAt(id.handle);
 }
 
-} // namespace sim
+} // namespace orx::sim

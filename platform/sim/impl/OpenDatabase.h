@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace sim {
+namespace orx::sim {
 
 /// An open file and its structure. The process-wide table knows it by its number while it lives.
 class OpenDatabase {
@@ -52,4 +52,4 @@ Context* LookUpContext(ORXSimContextID const& id) noexcept;
 /// The record that an identifier names; raises staleIdentifier.
 std::shared_ptr<DistributionRecord> const& FindDistribution(ORXSimDistributionID const& id);
 
-} // namespace sim
+} // namespace orx::sim

@@ -14,12 +14,12 @@
 // What the library knows of an open file's structure: plain records in memory, written to the file at a
 // commit.
 
-namespace store {
+namespace orx::store {
 class DenseDrawer;
 class SparseDrawer;
-} // namespace store
+} // namespace orx::store
 
-namespace sim {
+namespace orx::sim {
 
 class Context;
 
@@ -75,4 +75,4 @@ struct DistributionRecord {
   ORXSimDrawerDescription Describe() const; ///< needs a drawer
 };
 
-} // namespace sim
+} // namespace orx::sim

@@ -3,7 +3,7 @@
 #include "sim/ORXSimException.h"
 #include "sim/impl/Context.h"
 
-namespace sim {
+namespace orx::sim {
 
 namespace {
 
@@ -97,4 +97,4 @@ void Selection::AddMembers(DistributionRecord const& record, int dim, ORXSimCSet
   }
 }
 
-} // namespace sim
+} // namespace orx::sim

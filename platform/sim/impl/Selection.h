@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace sim {
+namespace orx::sim {
 
 /// Raises viewDoesNotFit unless `collection` is that of the dimension.
 void CheckCollection(DistributionRecord const& record, int dim, ORXSimCollectionID const& collection);
@@ -64,4 +64,4 @@ private:
   std::int64_t m_cells = 1;
 };
 
-} // namespace sim
+} // namespace orx::sim

@@ -17,7 +17,7 @@
 
 namespace {
 
-using store::FileStep;
+using orx::store::FileStep;
 
 constexpr int transactions = 3;
 
@@ -71,9 +71,9 @@ protected:
         session.Commit();
         m_report->acknowledged = number;
       }
-    } catch (store::FileError const&) {
+    } catch (orx::store::FileError const&) {
       result = 1;
-    } catch (store::Hdf5Failure const&) {
+    } catch (orx::store::Hdf5Failure const&) {
       result = session.File().LastFailure().has_value() ? 1 : 2;
     }
     m_report->steps = plan.Steps();
@@ -165,7 +165,7 @@ public:
   };
 
   PowerCuts(std::string path, Report const& report) : m_path(std::move(path)), m_durable(ReadWhole(m_path)) {
-    store::SetFaultHook([this, &report](FileStep const& step) {
+    orx::store::SetFaultHook([this, &report](FileStep const& step) {
       std::string const now = ReadWhole(m_path);
       // Most can go wrong just before a sync.
       for (int k = 0; k < (step.kind == FileStep::Kind::Sync ? 20 : 3); ++k)
@@ -176,7 +176,7 @@ public:
   }
   PowerCuts(PowerCuts const&) = delete;
   PowerCuts& operator=(PowerCuts const&) = delete;
-  ~PowerCuts() { store::SetFaultHook(nullptr); }
+  ~PowerCuts() { orx::store::SetFaultHook(nullptr); }
 
   std::vector<Image> const& Images() const { return m_images; }
 
@@ -236,7 +236,7 @@ TEST_F(Stopped, WhileItIsCreatedAFileIsEmptyOrWhole) {
     std::string seen;
     try {
       seen = Describe(Session::Open(m_path).Id());
-    } catch (store::Hdf5Failure const&) {
+    } catch (orx::store::Hdf5Failure const&) {
       seen = "refused";
     }
     EXPECT_TRUE(seen == "refused" || seen == s_states[0]) << "death in step " << nth << ": " << seen;

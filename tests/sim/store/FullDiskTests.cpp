@@ -10,12 +10,12 @@
 
 namespace {
 
-using store::CheckedId;
-using store::Hdf5Id;
+using orx::store::CheckedId;
+using orx::store::Hdf5Id;
 
 /// A dataset of 512 KiB, whose space HDF5 takes when it is written.
 void AddDataset(Session const& session, int number) {
-  store::QuietErrors const quiet;
+  orx::store::QuietErrors const quiet;
   hsize_t const cells = 65536;
   std::vector<double> const values(cells, number);
   std::string const name = std::string("big") + std::to_string(number);
@@ -23,8 +23,8 @@ void AddDataset(Session const& session, int number) {
   Hdf5Id const dataset = CheckedId(H5Dcreate2(session.Id(), name.c_str(), H5T_IEEE_F64LE, space.Get(),
                                               H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
                                    name);
-  store::Checked(H5Dwrite(dataset.Get(), H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()),
-                 name);
+  orx::store::Checked(
+      H5Dwrite(dataset.Get(), H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), name);
 }
 
 /// Adds datasets until there is no space; the error that said so.
@@ -32,7 +32,7 @@ int FillUp(Session const& session) {
   try {
     for (int number = 0; number < 100; ++number)
       AddDataset(session, number);
-  } catch (store::Hdf5Failure const&) {
+  } catch (orx::store::Hdf5Failure const&) {
     auto const& failure = session.File().LastFailure();
     return failure.has_value() && !failure->IsRead() ? failure->Error() : -1;
   }
@@ -51,7 +51,7 @@ TEST(FullDisk, IsMetAtTheCallAndLeavesTheCommittedState) {
     committed = Describe(session.Id());
     EXPECT_EQ(FillUp(session), ENOSPC);
     EXPECT_NE(std::string(session.File().LastFailure()->what()).find("bytes are free"), std::string::npos);
-    EXPECT_THROW(session.File().ReserveGrowth(1 << 20), store::FileError);
+    EXPECT_THROW(session.File().ReserveGrowth(1 << 20), orx::store::FileError);
     EXPECT_EQ(FileSize(path), session.File().File().Size());
   }
 
@@ -69,7 +69,7 @@ TEST(FullDisk, LetsACommitWaitForSpace) {
   session.Flush();
   disk.Fill(0);
 
-  EXPECT_THROW(session.File().Commit(), store::FileError);
+  EXPECT_THROW(session.File().Commit(), orx::store::FileError);
   std::filesystem::remove(disk.Path("filler"));
   session.File().Commit();
 

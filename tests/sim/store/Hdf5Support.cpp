@@ -7,18 +7,18 @@
 #include <numeric>
 #include <vector>
 
-using store::Checked;
-using store::CheckedId;
-using store::Hdf5Id;
+using orx::store::Checked;
+using orx::store::CheckedId;
+using orx::store::Hdf5Id;
 
-Session::Session(std::unique_ptr<store::TransactionalFile> file, std::string const& path)
+Session::Session(std::unique_ptr<orx::store::TransactionalFile> file, std::string const& path)
     : m_path(path), m_file(std::move(file)) {}
 
 namespace {
 
 /// With smaller blocks of structure than programs have, so that most pages hold values too.
-Hdf5Id MixingAccess(store::TransactionalFile& file) {
-  Hdf5Id access = CheckedId(store::MakeFileAccess(file), "access");
+Hdf5Id MixingAccess(orx::store::TransactionalFile& file) {
+  Hdf5Id access = CheckedId(orx::store::MakeFileAccess(file), "access");
   Checked(H5Pset_meta_block_size(access.Get(), 700), "access");
   return access;
 }
@@ -26,23 +26,23 @@ Hdf5Id MixingAccess(store::TransactionalFile& file) {
 } // namespace
 
 Session Session::Create(std::string const& path, bool isScratch) {
-  Session session(store::TransactionalFile::Create(path, isScratch, true), path);
-  store::QuietErrors const quiet;
+  Session session(orx::store::TransactionalFile::Create(path, isScratch, true), path);
+  orx::store::QuietErrors const quiet;
   Hdf5Id const access = MixingAccess(session.File());
-  Hdf5Id const creation(store::MakeFileCreation());
+  Hdf5Id const creation(orx::store::MakeFileCreation());
   session.m_hdf5 =
       CheckedId(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()), "creating");
   return session;
 }
 
 Session Session::Open(std::string const& path, bool readOnly) {
-  Session session(store::TransactionalFile::Open(path, readOnly), path);
+  Session session(orx::store::TransactionalFile::Open(path, readOnly), path);
   session.Reopen();
   return session;
 }
 
 void Session::Reopen() {
-  store::QuietErrors const quiet;
+  orx::store::QuietErrors const quiet;
   m_hdf5.Close();
   Hdf5Id const access = MixingAccess(File());
   unsigned const mode = File().IsReadOnly() ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
@@ -54,7 +54,7 @@ Session::~Session() {
 }
 
 void Session::Flush() const {
-  store::QuietErrors const quiet;
+  orx::store::QuietErrors const quiet;
   Checked(H5Fflush(Id(), H5F_SCOPE_LOCAL), "flushing");
 }
 
@@ -125,13 +125,13 @@ void MapCell(Session const& session, Hdf5Id const& dataset, int cell, double val
 } // namespace
 
 void Change(Session const& session, int number) {
-  store::QuietErrors const quiet;
+  orx::store::QuietErrors const quiet;
   hid_t const file = session.Id();
   if (Checked(H5Lexists(file, "/trash", H5P_DEFAULT), "trash") > 0)
     Checked(H5Ldelete(file, "/trash", H5P_DEFAULT), "trash");
   std::string const path = std::string("/t") + std::to_string(number);
   Hdf5Id const group = CheckedId(H5Gcreate2(file, path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), path);
-  store::WriteAttribute(group.Get(), "number", number);
+  orx::store::WriteAttribute(group.Get(), "number", number);
   std::vector<Hdf5Id> small;
   for (int k = 0; k < 6; ++k) {
     WriteCompact(group.Get(), std::string("set") + std::to_string(k), 100 * number + k);
@@ -180,10 +180,10 @@ herr_t DescribeObject(hid_t from, char const* name, H5O_info_t const*, void* int
   try {
     Hdf5Id const object = CheckedId(H5Oopen(from, name, H5P_DEFAULT), "describing");
     text += name;
-    if (store::HasAttribute(object.Get(), "number"))
-      text += " number " + std::to_string(store::ReadInteger(object.Get(), "number"));
+    if (orx::store::HasAttribute(object.Get(), "number"))
+      text += " number " + std::to_string(orx::store::ReadInteger(object.Get(), "number"));
     if (H5Iget_type(object.Get()) == H5I_DATASET) text += DescribeValues(object.Get());
-  } catch (store::Hdf5Failure const& failure) {
+  } catch (orx::store::Hdf5Failure const& failure) {
     text += " unreadable: " + failure.cause;
   }
   text += "\n";
@@ -193,7 +193,7 @@ herr_t DescribeObject(hid_t from, char const* name, H5O_info_t const*, void* int
 } // namespace
 
 std::string Describe(hid_t file) {
-  store::QuietErrors const quiet;
+  orx::store::QuietErrors const quiet;
   std::string text;
   if (H5Ovisit2(file, H5_INDEX_NAME, H5_ITER_INC, DescribeObject, &text, H5O_INFO_BASIC) < 0)
     text += "unreadable";
@@ -201,7 +201,7 @@ std::string Describe(hid_t file) {
 }
 
 std::string DescribeWithPlainHdf5(std::string const& path) {
-  store::QuietErrors const quiet;
+  orx::store::QuietErrors const quiet;
   std::string const copy = path + ".copy";
   std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
   Hdf5Id const file(H5Fopen(copy.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));

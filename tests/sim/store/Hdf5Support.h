@@ -17,18 +17,18 @@ public:
   ~Session();
 
   hid_t Id() const { return m_hdf5.Get(); }
-  store::TransactionalFile& File() const { return *m_file; }
+  orx::store::TransactionalFile& File() const { return *m_file; }
   void Flush() const;
   void Commit() const;
   /// Closes and opens it for HDF5 only.
   void Reopen();
 
 private:
-  Session(std::unique_ptr<store::TransactionalFile> file, std::string const& path);
+  Session(std::unique_ptr<orx::store::TransactionalFile> file, std::string const& path);
 
   std::string m_path;
-  std::unique_ptr<store::TransactionalFile> m_file;
-  store::Hdf5Id m_hdf5;
+  std::unique_ptr<orx::store::TransactionalFile> m_file;
+  orx::store::Hdf5Id m_hdf5;
 };
 
 /// One of a row of transactions 0, 1, 2, ..., not committed yet. It makes groups, attributes, small sets

@@ -16,13 +16,13 @@
 
 namespace {
 
-using store::FileError;
-using store::FileStep;
-using store::Journal;
-using store::TransactionalFile;
+using orx::store::FileError;
+using orx::store::FileStep;
+using orx::store::Journal;
+using orx::store::TransactionalFile;
 using Trailer = Journal::Trailer;
 
-constexpr std::uint64_t page = store::PageOverlay::pageBytes;
+constexpr std::uint64_t page = orx::store::PageOverlay::pageBytes;
 
 void PutPage(TransactionalFile& file, std::uint64_t number, char content) {
   std::string const bytes(page, content);
@@ -45,7 +45,7 @@ protected:
     file->WriteValues(3 * page, values.data(), page);
     for (std::uint64_t const number : {0U, 2U, 4U})
       PutPage(*file, number, 'n');
-    store::SetFaultHook([&](FileStep const& step) {
+    orx::store::SetFaultHook([&](FileStep const& step) {
       bool const isInPlace = step.kind == FileStep::Kind::Write && step.offset < 5 * page;
       if (isInPlace && s_pending.empty()) {
         s_pending = ReadWhole(path);
@@ -55,7 +55,7 @@ protected:
       return 0;
     });
     file->Commit();
-    store::SetFaultHook(nullptr);
+    orx::store::SetFaultHook(nullptr);
     s_new = ReadWhole(path);
   }
 
@@ -82,7 +82,7 @@ protected:
     return trailer;
   }
   static std::string WithTrailer(Trailer trailer, bool isResealed) {
-    if (isResealed) trailer.checksum = store::Checksum(&trailer, offsetof(Trailer, checksum), 1);
+    if (isResealed) trailer.checksum = orx::store::Checksum(&trailer, offsetof(Trailer, checksum), 1);
     std::string bytes = s_pending;
     std::memcpy(bytes.data() + bytes.size() - page, &trailer, sizeof trailer);
     return bytes;

@@ -9,8 +9,8 @@
 
 namespace {
 
-using store::PageOverlay;
-using store::PositionedFile;
+using orx::store::PageOverlay;
+using orx::store::PositionedFile;
 
 TEST(PageOverlay, BehavesAsAListOfHeldBytes) {
   constexpr std::size_t size = 3 * PageOverlay::pageBytes + 100;

@@ -9,8 +9,8 @@
 
 namespace {
 
-using store::FileError;
-using store::PositionedFile;
+using orx::store::FileError;
+using orx::store::PositionedFile;
 using Mode = PositionedFile::Mode;
 
 constexpr std::uint64_t page = 4096;

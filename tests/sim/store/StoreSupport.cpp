@@ -78,8 +78,8 @@ int RunInChild(std::function<int()> const& work) {
 
 namespace {
 
-void KillInside(store::FileStep const& step) {
-  if (step.kind == store::FileStep::Kind::Write) {
+void KillInside(orx::store::FileStep const& step) {
+  if (step.kind == orx::store::FileStep::Kind::Write) {
     std::uint64_t const half = step.bytes / 2 / 512 * 512;
     [[maybe_unused]] ssize_t const written =
         pwrite(step.descriptor, step.data, half, static_cast<off_t>(step.offset));
@@ -90,14 +90,14 @@ void KillInside(store::FileStep const& step) {
 } // namespace
 
 FaultPlan::FaultPlan(Effect effect, int nth, int error) {
-  store::SetFaultHook([this, effect, nth, error](store::FileStep const& step) {
+  orx::store::SetFaultHook([this, effect, nth, error](orx::store::FileStep const& step) {
     ++m_steps;
     if (effect == Effect::Kill && m_steps == nth) KillInside(step);
     bool const fails =
         (effect == Effect::FailOnce && m_steps == nth) || (effect == Effect::FailOn && m_steps >= nth);
     // What frees space does not fail for want of it.
     bool const needsSpace =
-        step.kind == store::FileStep::Kind::Write || step.kind == store::FileStep::Kind::Reserve;
+        step.kind == orx::store::FileStep::Kind::Write || step.kind == orx::store::FileStep::Kind::Reserve;
     return fails && (error != ENOSPC || needsSpace) ? error : 0;
   });
 }

@@ -64,7 +64,7 @@ public:
   explicit FaultPlan(Effect effect = Effect::None, int nth = 0, int error = 0);
   FaultPlan(FaultPlan const&) = delete;
   FaultPlan& operator=(FaultPlan const&) = delete;
-  ~FaultPlan() { store::SetFaultHook(nullptr); }
+  ~FaultPlan() { orx::store::SetFaultHook(nullptr); }
 
   int Steps() const { return m_steps; }
 

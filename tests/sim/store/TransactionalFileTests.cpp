@@ -11,9 +11,9 @@
 
 namespace {
 
-using store::FileError;
-using store::FileStep;
-using store::TransactionalFile;
+using orx::store::FileError;
+using orx::store::FileStep;
+using orx::store::TransactionalFile;
 
 class Transactions : public testing::Test {
 protected:
@@ -140,12 +140,12 @@ TEST_F(Transactions, ThatStickAfterTheJournalAreFinishedByTheNextOpening) {
       Change(session, 0);
       session.Flush();
       expected = Describe(session.Id());
-      store::SetFaultHook([](FileStep const& step) {
+      orx::store::SetFaultHook([](FileStep const& step) {
         bool const isInPlace = step.kind == FileStep::Kind::Write && step.offset == 8;
         return isInPlace ? EIO : 0;
       });
       EXPECT_THROW(session.Commit(), FileError);
-      store::SetFaultHook(nullptr);
+      orx::store::SetFaultHook(nullptr);
       EXPECT_THROW(session.Commit(), FileError);
       EXPECT_THROW(session.File().ReserveGrowth(1), FileError);
       EXPECT_EQ(Describe(session.Id()), expected);
@@ -167,7 +167,7 @@ TEST_F(Transactions, OfAScratchFileCostNothingBeforeItsEnd) {
   {
     Session const session = Session::Create(m_path, true);
     int syncs = 0;
-    store::SetFaultHook([&](FileStep const& step) {
+    orx::store::SetFaultHook([&](FileStep const& step) {
       syncs += step.kind == FileStep::Kind::Sync ? 1 : 0;
       return 0;
     });
@@ -177,7 +177,7 @@ TEST_F(Transactions, OfAScratchFileCostNothingBeforeItsEnd) {
     Change(session, 1);
     session.Flush();
     session.File().CommitForClose();
-    store::SetFaultHook(nullptr);
+    orx::store::SetFaultHook(nullptr);
     EXPECT_EQ(syncs, 0);
     expected = Describe(session.Id());
   }
@@ -290,9 +290,9 @@ TEST_F(Transactions, CannotCreateOverAFileThatIsNotEmpty) {
     Change(session, 0);
     session.Commit();
   }
-  store::QuietErrors const quiet;
+  orx::store::QuietErrors const quiet;
   auto const file = TransactionalFile::Open(m_path, false);
-  store::Hdf5Id const access(store::MakeFileAccess(*file));
+  orx::store::Hdf5Id const access(orx::store::MakeFileAccess(*file));
   EXPECT_LT(H5Fcreate(m_path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access.Get()), 0);
   EXPECT_NE(DescribeWithPlainHdf5(m_path), "refused");
 }
@@ -300,8 +300,8 @@ TEST_F(Transactions, CannotCreateOverAFileThatIsNotEmpty) {
 TEST_F(Transactions, BelongToOneOpeningOfTheFile) {
   Session const session = Session::Create(m_path);
   Change(session, 0);
-  store::QuietErrors const quiet;
-  store::Hdf5Id const access(store::MakeFileAccess(session.File()));
+  orx::store::QuietErrors const quiet;
+  orx::store::Hdf5Id const access(orx::store::MakeFileAccess(session.File()));
   EXPECT_LT(H5Fopen(m_path.c_str(), H5F_ACC_RDWR, access.Get()), 0);
   session.Commit();
   EXPECT_EQ(DescribeWithPlainHdf5(m_path), Describe(session.Id()));

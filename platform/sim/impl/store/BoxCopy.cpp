@@ -1,6 +1,6 @@
 #include "sim/impl/store/BoxCopy.h"
 
-namespace store {
+namespace orx::store {
 
 void TwoStridedBox::Simplify() noexcept {
   int kept = 0;
@@ -22,4 +22,4 @@ void TwoStridedBox::Simplify() noexcept {
   rank = kept;
 }
 
-} // namespace store
+} // namespace orx::store

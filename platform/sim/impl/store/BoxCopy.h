@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace store {
+namespace orx::store {
 
 /// HDF5 knows no more dimensions.
 constexpr int maxRank = 32;
@@ -87,4 +87,4 @@ void CopyBox(TwoStridedBox box, void* to, void const* from) {
   }
 }
 
-} // namespace store
+} // namespace orx::store

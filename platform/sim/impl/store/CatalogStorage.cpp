@@ -14,7 +14,7 @@
 #include <new>
 #include <string>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -450,4 +450,4 @@ void LoadCatalog(DatabaseFile& file,
   });
 }
 
-} // namespace store
+} // namespace orx::store

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace store {
+namespace orx::store {
 
 class DatabaseFile;
 
@@ -44,4 +44,4 @@ private:
 void LoadCatalog(DatabaseFile& file,
                  std::function<sim::Context&(int number, ORXSimNamespaceID space)> const& create);
 
-} // namespace store
+} // namespace orx::store

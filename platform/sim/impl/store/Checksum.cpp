@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -33,4 +33,4 @@ std::uint64_t Checksum(void const* data, std::size_t bytes, std::uint64_t seed) 
   return Mix(sum, bytes);
 }
 
-} // namespace store
+} // namespace orx::store

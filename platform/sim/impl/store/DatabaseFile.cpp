@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -183,4 +183,4 @@ void DatabaseFile::CommitForClose() {
   });
 }
 
-} // namespace store
+} // namespace orx::store

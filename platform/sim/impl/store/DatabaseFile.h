@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-namespace store {
+namespace orx::store {
 
 class TransactionalFile;
 
@@ -72,4 +72,4 @@ struct DamageFound {
   std::string text;
 };
 
-} // namespace store
+} // namespace orx::store

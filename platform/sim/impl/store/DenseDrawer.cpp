@@ -9,7 +9,7 @@
 #include <limits>
 #include <numeric>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -727,4 +727,4 @@ void DenseDrawer::FillBox(DrawerBox const& box, double fill) {
   }
 }
 
-} // namespace store
+} // namespace orx::store

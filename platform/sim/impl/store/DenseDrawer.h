@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace store {
+namespace orx::store {
 
 class DatabaseFile;
 
@@ -133,4 +133,4 @@ private:
 std::vector<std::int64_t> PieceLengths(std::span<int const> sizes, std::span<int const> chunks,
                                        int cellBytes);
 
-} // namespace store
+} // namespace orx::store

@@ -3,7 +3,7 @@
 #include "sim/impl/store/DatabaseFile.h"
 #include "sim/impl/store/Hdf5.h"
 
-namespace store {
+namespace orx::store {
 
 /// Runs what calls HDF5 or touches the file. Failures of the file system and of HDF5, and what was read and
 /// did not make sense, become ORXSimExceptions that name the file.
@@ -28,4 +28,4 @@ void GuardedBytes(DatabaseFile const& file, Work&& work) {
   }
 }
 
-} // namespace store
+} // namespace orx::store

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace store {
+namespace orx::store {
 
 void Hdf5Id::Close() noexcept {
   if (m_id < 0) return;
@@ -140,4 +140,4 @@ std::string ReadText(hid_t object, char const* name) {
   return text;
 }
 
-} // namespace store
+} // namespace orx::store

@@ -9,7 +9,7 @@
 
 // Thin wrappers of the HDF5 C interface: owned identifiers, quiet errors, attributes.
 
-namespace store {
+namespace orx::store {
 
 /// An owned HDF5 identifier of any kind.
 class Hdf5Id {
@@ -78,4 +78,4 @@ int ReadInteger(hid_t object, char const* name);
 std::vector<std::uint64_t> ReadWords(hid_t object, char const* name);
 std::string ReadText(hid_t object, char const* name);
 
-} // namespace store
+} // namespace orx::store

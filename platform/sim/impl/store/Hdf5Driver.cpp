@@ -4,7 +4,7 @@
 
 #include <exception>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -196,4 +196,4 @@ hid_t MakeFileCreation() {
   return -1;
 }
 
-} // namespace store
+} // namespace orx::store

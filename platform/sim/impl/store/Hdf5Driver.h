@@ -2,7 +2,7 @@
 
 #include <hdf5.h>
 
-namespace store {
+namespace orx::store {
 
 class TransactionalFile;
 
@@ -14,4 +14,4 @@ hid_t MakeFileAccess(TransactionalFile& file);
 /// The file creation list that goes with it. Negative on failure; the caller closes the list.
 hid_t MakeFileCreation();
 
-} // namespace store
+} // namespace orx::store

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <vector>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -157,4 +157,4 @@ void Journal::ForEachPageFromLast(PositionedFile const& file, Trailer const& tra
   }
 }
 
-} // namespace store
+} // namespace orx::store

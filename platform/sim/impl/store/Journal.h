@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-namespace store {
+namespace orx::store {
 
 class PositionedFile;
 
@@ -58,4 +58,4 @@ public:
                                   std::function<void(std::uint64_t, std::byte const*)> const& visit);
 };
 
-} // namespace store
+} // namespace orx::store

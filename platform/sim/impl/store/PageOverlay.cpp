@@ -6,7 +6,7 @@
 #include <cstring>
 #include <ranges>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -142,4 +142,4 @@ std::vector<PageOverlay::Page const*> PageOverlay::CompleteImages(PositionedFile
   return pages;
 }
 
-} // namespace store
+} // namespace orx::store

@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-namespace store {
+namespace orx::store {
 
 class PositionedFile;
 
@@ -49,4 +49,4 @@ private:
   std::unordered_map<std::uint64_t, std::unique_ptr<Page>> m_pages; ///< by number
 };
 
-} // namespace store
+} // namespace orx::store

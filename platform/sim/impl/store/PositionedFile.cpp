@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -345,4 +345,4 @@ bool PositionedFile::TryToMap(std::uint64_t bytes) {
   return true;
 }
 
-} // namespace store
+} // namespace orx::store

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-namespace store {
+namespace orx::store {
 
 struct FileRange {
   std::uint64_t offset = 0;
@@ -128,4 +128,4 @@ struct FileStep {
 using FaultHook = std::function<int(FileStep const&)>;
 void SetFaultHook(FaultHook hook);
 
-} // namespace store
+} // namespace orx::store

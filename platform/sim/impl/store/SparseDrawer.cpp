@@ -5,7 +5,7 @@
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/TransactionalFile.h"
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -179,4 +179,4 @@ void SparseDrawer::Read(SparseArrays const& arrays) {
   });
 }
 
-} // namespace store
+} // namespace orx::store

@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-namespace store {
+namespace orx::store {
 
 class DatabaseFile;
 
@@ -56,4 +56,4 @@ private:
   std::unique_ptr<Hdf5> m_hdf5;
 };
 
-} // namespace store
+} // namespace orx::store

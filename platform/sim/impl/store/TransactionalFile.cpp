@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-namespace store {
+namespace orx::store {
 
 namespace {
 
@@ -328,4 +328,4 @@ void TransactionalFile::WriteValues(std::uint64_t offset, void const* from, std:
   m_file.WriteAt(offset, from, bytes);
 }
 
-} // namespace store
+} // namespace orx::store

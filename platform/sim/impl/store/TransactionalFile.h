@@ -10,7 +10,7 @@
 #include <span>
 #include <string>
 
-namespace store {
+namespace orx::store {
 
 /// An open file whose structure (what HDF5 calls metadata) changes only at commits, each atomic and durable,
 /// while values (raw data) are written in place at once.
@@ -139,4 +139,4 @@ private:
   std::optional<FileError> m_lastFailure;
 };
 
-} // namespace store
+} // namespace orx::store
