@@ -10,6 +10,7 @@
 #include "sim/ORXSimException.h"
 #include "sim/ORXSimTransaction.h"
 #include "sim/ORXSimTransfer.h"
+#include "sim/impl/store/LinkCheck.h"
 
 #include <gtest/gtest.h>
 
@@ -17,6 +18,9 @@
 #include <filesystem>
 #include <string>
 #include <vector>
+
+/// Every commit of the tests is checked.
+inline bool const checksCommits = orx::store::checksEveryCommit = true;
 
 inline void Create(ORXSimDatabase& database, std::string const& path) {
   database.CreateFile(ORXUnicodeString(path.c_str()), ORXSimDatabase::replaceExisting, -1);

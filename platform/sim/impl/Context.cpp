@@ -247,6 +247,11 @@ void Context::AbandonTransaction() noexcept {
   m_undo.clear();
 }
 
+void Context::DropTemporaries() noexcept {
+  for (auto const& distribution : m_distributions)
+    if (distribution != nullptr && distribution->isTemporary) distribution->drawer.reset();
+}
+
 void Context::MarkSaved() {
   for (int const k : m_unsaved.collections)
     if (auto const& record = m_collections[static_cast<std::size_t>(k)]) record->isSaved = true;

@@ -69,6 +69,8 @@ public:
   void EndTransaction() noexcept;
   /// Undoes what was done since BeginTransaction, and ends it.
   void AbandonTransaction() noexcept;
+  /// Temporary distributions lose their drawers. No transaction is open.
+  void DropTemporaries() noexcept;
 
   // Saving and loading: see store/CatalogStorage.h
 

@@ -79,6 +79,7 @@ void OpenDatabase::CommitForClose() {
   for (auto const& context : m_contexts) {
     if (context == nullptr) continue;
     if (context->HasTransaction()) context->AbandonTransaction();
+    context->DropTemporaries();
     contexts.push_back(context.get());
   }
   Save(contexts);

@@ -34,7 +34,8 @@ public:
   /// Saves that context, and those without a transaction. On an error the file holds the former state and the
   /// records are as before.
   void Commit(Context const& committing);
-  /// Abandons open transactions, saves everything else. On an error the file stays open.
+  /// Abandons open transactions, drops temporary fields, saves everything else. On an error the file stays
+  /// open.
   void CommitForClose();
 
 private:

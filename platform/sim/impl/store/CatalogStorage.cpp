@@ -91,7 +91,7 @@ void CatalogWriter::RemoveOnRevert(std::string const& path) {
 
 void CatalogWriter::ReplaceObject(std::string const& path) {
   std::string const trash = m_file.MoveToTrash(path);
-  m_reversals.emplace_back([this, trash, path] { m_file.TakeFromTrash(trash, path); });
+  m_reversals.emplace_back([this, trash, path] { m_file.Move(trash, path); });
 }
 
 void CatalogWriter::ReplaceAttribute(std::int64_t object, std::string const& path, char const* name,
@@ -226,11 +226,11 @@ void CatalogWriter::SaveDrawer(sim::DistributionRecord& distribution, std::strin
   WriteAttribute(object, "sets", std::span<int const>(drawer.sets));
   if (distribution.hasSavedDrawer) ReplaceObject(path);
   if (drawer.dense != nullptr) {
-    drawer.dense->LinkAt(path);
-    m_reversals.emplace_back([&drawer] { drawer.dense->Unlink(); });
+    drawer.dense->PutAt(path);
+    m_reversals.emplace_back([&drawer] { drawer.dense->TakeBack(); });
   } else {
-    drawer.sparse->LinkAt(path);
-    m_reversals.emplace_back([&drawer] { drawer.sparse->Unlink(); });
+    drawer.sparse->PutAt(path);
+    m_reversals.emplace_back([&drawer] { drawer.sparse->TakeBack(); });
   }
 }
 

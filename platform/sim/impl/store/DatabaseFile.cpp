@@ -4,6 +4,7 @@
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/Hdf5.h"
 #include "sim/impl/store/Hdf5Driver.h"
+#include "sim/impl/store/LinkCheck.h"
 #include "sim/impl/store/TransactionalFile.h"
 
 #include <cerrno>
@@ -15,6 +16,8 @@ namespace {
 
 constexpr char formatName[] = "orx simulation database";
 constexpr int formatVersion = 1;
+constexpr char trashGroup[] = "/trash";
+constexpr char pendingGroup[] = "/pending";
 
 [[noreturn]] void RaiseOpening(FileError const& error) {
   bool const isInUse = error.Error() == EWOULDBLOCK || error.Error() == EBUSY;
@@ -24,6 +27,14 @@ constexpr int formatVersion = 1;
                               : ORXSimException::notOpened,
                   error.what())
       .Throw(__FILE__, __LINE__);
+}
+
+bool Exists(hid_t file, char const* path) {
+  return Checked(H5Lexists(file, path, H5P_DEFAULT), std::string("looking for ") + path) > 0;
+}
+
+void RemoveGroup(hid_t file, char const* path) {
+  if (Exists(file, path)) Checked(H5Ldelete(file, path, H5P_DEFAULT), std::string("removing ") + path);
 }
 
 } // namespace
@@ -74,6 +85,7 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Open(std::string const& path, bool r
     file->m_hdf5->file = Hdf5Id(id);
     file->CheckFormat();
     if (!readOnly) file->EmptyTrash();
+    if (!readOnly) RemoveGroup(id, pendingGroup);
   });
   return file;
 }
@@ -136,22 +148,42 @@ void DatabaseFile::RaiseTranslated() const {
   throw; // an ORXSimException, or out of memory
 }
 
+std::string DatabaseFile::PendingPath() {
+  if (!Exists(Id(), pendingGroup))
+    CheckedId(H5Gcreate2(Id(), pendingGroup, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), "creating a group");
+  return std::string(pendingGroup) + "/" + std::to_string(m_pending++);
+}
+
+void DatabaseFile::Move(std::string const& from, std::string const& to) {
+  std::string const what = std::string("moving ").append(from).append(" to ").append(to);
+  Hdf5Id const properties = CheckedId(H5Pcreate(H5P_LINK_CREATE), what);
+  Checked(H5Pset_create_intermediate_group(properties.Get(), 1), what);
+  Checked(H5Lmove(Id(), from.c_str(), Id(), to.c_str(), properties.Get(), H5P_DEFAULT), what);
+}
+
+void DatabaseFile::Remove(std::string const& path) noexcept {
+  QuietErrors const quiet;
+  H5Ldelete(Id(), path.c_str(), H5P_DEFAULT);
+}
+
 std::string DatabaseFile::MoveToTrash(std::string const& path) {
-  Hdf5Id const properties = CheckedId(H5Pcreate(H5P_LINK_CREATE), "moving to the trash");
-  Checked(H5Pset_create_intermediate_group(properties.Get(), 1), "moving to the trash");
-  std::string trash = "/trash/" + std::to_string(m_trashed++);
-  Checked(H5Lmove(Id(), path.c_str(), Id(), trash.c_str(), properties.Get(), H5P_DEFAULT),
-          "moving " + path + " to the trash");
+  std::string trash = std::string(trashGroup) + "/" + std::to_string(m_trashed++);
+  Move(path, trash);
   return trash;
 }
 
-void DatabaseFile::TakeFromTrash(std::string const& trash, std::string const& path) noexcept {
-  H5Lmove(Id(), trash.c_str(), Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT);
+/// The group of waiting objects is seen in the file only as long as there are some.
+void DatabaseFile::RemovePendingGroupWhenEmpty() {
+  H5G_info_t info;
+  if (m_pending == m_pendingChecked || !Exists(Id(), pendingGroup)) return;
+  Checked(H5Gget_info_by_name(Id(), pendingGroup, &info, H5P_DEFAULT), "counting waiting objects");
+  if (info.nlinks > 0) return;
+  RemoveGroup(Id(), pendingGroup);
+  m_pendingChecked = m_pending;
 }
 
 void DatabaseFile::EmptyTrash() {
-  if (Checked(H5Lexists(Id(), "/trash", H5P_DEFAULT), "looking for the trash") > 0)
-    Checked(H5Ldelete(Id(), "/trash", H5P_DEFAULT), "emptying the trash");
+  RemoveGroup(Id(), trashGroup);
   m_trashed = 0;
 }
 
@@ -163,7 +195,9 @@ void TryToEmptyTrash(DatabaseFile& file) noexcept {
   }
 }
 
-void DatabaseFile::Flush() {
+void DatabaseFile::PrepareCommit() {
+  RemovePendingGroupWhenEmpty();
+  if (checksEveryCommit) CheckLinks(Id());
   // HDF5 gives the rest of its last block of metadata back when it is flushed once more.
   for (int k = 0; k < 2; ++k)
     Checked(H5Fflush(Id(), H5F_SCOPE_LOCAL), "writing the structure");
@@ -171,14 +205,14 @@ void DatabaseFile::Flush() {
 
 void DatabaseFile::Commit() {
   Guarded(*this, [&] {
-    if (!m_isScratch) Flush();
+    if (!m_isScratch) PrepareCommit();
     m_bytes->Commit();
   });
 }
 
 void DatabaseFile::CommitForClose() {
   Guarded(*this, [&] {
-    Flush();
+    PrepareCommit();
     m_bytes->CommitForClose();
   });
 }

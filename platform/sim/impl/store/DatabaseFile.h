@@ -34,10 +34,15 @@ public:
 
   // Inside Guarded
 
+  /// A path for a new object that gets its place at a commit. Objects are linked from the start: HDF5 1.10
+  /// forgets, once its cache has dropped one without a link, that its link is still to come, and later gives
+  /// its space to others. What an opening for writing finds there has no place, and is removed.
+  std::string PendingPath();
+  void Move(std::string const& from, std::string const& to);
+  void Remove(std::string const& path) noexcept;
   /// Moves an object out of the way, so that its space is not given to others before the next commit is
   /// durable; returns where it is.
   std::string MoveToTrash(std::string const& path);
-  void TakeFromTrash(std::string const& trash, std::string const& path) noexcept;
 
   /// Frees what is in the trash; the next commit makes that durable.
   void EmptyTrash();
@@ -54,12 +59,15 @@ private:
   DatabaseFile(std::string path, bool isReadOnly, bool isScratch);
   void MakeFormat();
   void CheckFormat() const;
-  void Flush();
+  void RemovePendingGroupWhenEmpty();
+  void PrepareCommit();
 
   std::string m_path;
   bool m_isReadOnly;
   bool m_isScratch;
-  int m_trashed = 0; ///< number of the next object in the trash
+  int m_trashed = 0;        ///< number of the next object in the trash
+  int m_pending = 0;        ///< number of the next object that waits for a commit
+  int m_pendingChecked = 0; ///< the same when their group was last removed
   std::unique_ptr<TransactionalFile> m_bytes;
   std::unique_ptr<Hdf5> m_hdf5;
 };

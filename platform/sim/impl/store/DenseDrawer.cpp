@@ -115,7 +115,11 @@ struct DenseDrawer::Hdf5 {
 DenseDrawer::DenseDrawer(DatabaseFile& file, CellType cell, int rank)
     : m_file(file), m_cell(cell), m_rank(rank), m_hdf5(std::make_unique<Hdf5>()) {}
 
-DenseDrawer::~DenseDrawer() = default;
+DenseDrawer::~DenseDrawer() {
+  if (m_pending.empty() || m_path != m_pending) return;
+  m_hdf5->dataset.Close();
+  m_file.Remove(m_path);
+}
 
 // Creation
 
@@ -162,9 +166,10 @@ void DenseDrawer::CreateDataset(double fill) {
   Checked(H5Pset_fill_value(creation.Get(), H5T_NATIVE_DOUBLE, &fill), "setting the initialization value");
   Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), "asking for early space");
   Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), "taking over the filling");
-  m_hdf5->dataset =
-      CheckedId(H5Dcreate_anon(m_file.Id(), FileType(m_cell), space.Get(), creation.Get(), H5P_DEFAULT),
-                "creating a drawer");
+  m_pending = m_path = m_file.PendingPath();
+  m_hdf5->dataset = CheckedId(H5Dcreate2(m_file.Id(), m_path.c_str(), FileType(m_cell), space.Get(),
+                                         H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
+                              "creating a drawer");
   if (!LookUpChunks(m_hdf5->dataset.Get()))
     throw Hdf5Failure{.what = "creating a drawer", .cause = "not all of its chunks have space"};
   m_access = Access::Direct;
@@ -226,7 +231,7 @@ std::int64_t DenseDrawer::Dataset() {
 }
 
 void DenseDrawer::ReleaseHandle() noexcept {
-  if (!m_path.empty() && m_access != Access::ThroughHdf5) m_hdf5->dataset.Close();
+  if (m_access != Access::ThroughHdf5) m_hdf5->dataset.Close();
 }
 
 void DenseDrawer::ReadShape() {
@@ -308,7 +313,7 @@ bool DenseDrawer::LookUpChunks(std::int64_t dataset) {
   hsize_t chunks = 0;
   Checked(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks");
   if (static_cast<std::int64_t>(chunks) != pieces) return false;
-  m_hasTooManyPieces = !m_path.empty() && pieces > mostPiecesToLookUp && !m_needsAllPieces;
+  m_hasTooManyPieces = m_pending.empty() && pieces > mostPiecesToLookUp && !m_needsAllPieces;
   if (m_hasTooManyPieces) return false;
   m_places.assign(chunks, 0);
   for (hsize_t k = 0; k < chunks; ++k) {
@@ -343,8 +348,8 @@ void DenseDrawer::CheckPlaces() const {
   for (std::size_t k = 0; k < sorted.size(); ++k) {
     std::uint64_t const next = k + 1 < sorted.size() ? sorted[k + 1] : end;
     if (sorted[k] == 0 || sorted[k] > next || next - sorted[k] < bytes)
-      throw DamageFound{"the cells of " + (m_path.empty() ? "a drawer" : m_path) + " at offset " +
-                        std::to_string(sorted[k]) + " lie outside of the file or on one another"};
+      throw DamageFound{"the cells of " + m_path + " at offset " + std::to_string(sorted[k]) +
+                        " lie outside of the file or on one another"};
   }
 }
 
@@ -379,15 +384,12 @@ void DenseDrawer::SaveLayout() {
   m_isLayoutSaved = true;
 }
 
-void DenseDrawer::LinkAt(std::string const& path) {
-  Checked(H5Olink(Dataset(), m_file.Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT), "linking " + path);
+void DenseDrawer::PutAt(std::string const& path) {
+  m_file.Move(m_path, path);
   m_path = path;
 }
 
-void DenseDrawer::Unlink() noexcept {
-  H5Ldelete(m_file.Id(), m_path.c_str(), H5P_DEFAULT);
-  m_path.clear();
-}
+void DenseDrawer::TakeBack() { PutAt(m_pending); }
 
 void DenseDrawer::CutTo(std::span<int const> sizes) {
   bool isLonger = false;
@@ -402,18 +404,18 @@ void DenseDrawer::CutTo(std::span<int const> sizes) {
   Checked(H5Dset_extent(Dataset(), extents.data()), "shortening a drawer");
   // HDF5 has filled what is cut off in its cache. Were that written later, it would undo what is written
   // past it until then.
-  if (!m_path.empty()) m_hdf5->dataset.Close();
+  m_hdf5->dataset.Close();
   m_extents = wanted;
   PlacesOfNewPieces(former, m_fill);
   m_isNew.assign(m_places.size(), false);
   LayoutChanged();
 }
 
-/// The attribute of a linked dataset follows at once: a commit for another context may come before the one
-/// that saves this drawer.
+/// The attribute follows at once: a commit for another context may come before the one that saves this
+/// drawer.
 void DenseDrawer::LayoutChanged() {
   m_isLayoutSaved = false;
-  if (!m_path.empty()) SaveLayout();
+  SaveLayout();
 }
 
 // Moving cells
@@ -655,7 +657,7 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
   box.first[dim] = from;
   box.counts[dim] = std::max<std::int64_t>(0, std::min(to, edge) - from);
   FillBox(box, fill);
-  if (!m_path.empty()) m_hdf5->dataset.Close();
+  m_hdf5->dataset.Close();
 }
 
 /// Extends the table of places; HDF5 does not move chunks.

@@ -39,7 +39,8 @@ struct DrawerBox {
 /// or extended, and not while cells are written through the mapping.
 class DenseDrawer {
 public:
-  /// A new dataset, in no group yet, all cells `fill`. `chunks` are the logical lengths; empty: stored whole.
+  /// A new dataset that waits for its place, all cells `fill`. `chunks` are the logical lengths; empty:
+  /// stored whole.
   static std::unique_ptr<DenseDrawer> Create(DatabaseFile& file, CellType cell, std::span<int const> sizes,
                                              std::span<int const> chunks, double fill);
   /// An existing dataset of `rank` dimensions. Its pieces are looked up when cells are first asked for.
@@ -48,7 +49,7 @@ public:
 
   DenseDrawer(DenseDrawer const&) = delete;
   DenseDrawer& operator=(DenseDrawer const&) = delete;
-  /// Space of a dataset that was never linked is given back.
+  /// Space of a dataset that still waits is given back.
   ~DenseDrawer();
 
   int Rank() const noexcept { return m_rank; }
@@ -76,11 +77,11 @@ public:
   void CutTo(std::span<int const> sizes);
   /// Writes the attribute that lets Open find out whether the places of the pieces were damaged.
   void SaveLayout();
-  /// Links the dataset under its path.
-  void LinkAt(std::string const& path);
-  /// Takes LinkAt back; the dataset stays open.
-  void Unlink() noexcept;
-  /// The dataset is linked for good and needs not be held open.
+  /// Gives the dataset its place.
+  void PutAt(std::string const& path);
+  /// Takes PutAt back.
+  void TakeBack();
+  /// The dataset needs not be held open for now.
   void ReleaseHandle() noexcept;
 
 private:
@@ -125,7 +126,8 @@ private:
   bool m_hasTooManyPieces = false; ///< to be looked up for reading
   bool m_needsAllPieces = false;
   Access m_access = Access::Unknown;
-  std::string m_path; ///< "" before it is linked
+  std::string m_path;    ///< where it is now
+  std::string m_pending; ///< path before it got its place; "" for one that was there
   std::unique_ptr<Hdf5> m_hdf5;
 };
 

@@ -105,7 +105,11 @@ struct SparseDrawer::Hdf5 {
 SparseDrawer::SparseDrawer(DatabaseFile& file, std::int64_t rows, std::int64_t columns)
     : m_file(file), m_rows(rows), m_columns(columns), m_hdf5(std::make_unique<Hdf5>()) {}
 
-SparseDrawer::~SparseDrawer() = default;
+SparseDrawer::~SparseDrawer() {
+  if (m_pending.empty() || m_path != m_pending) return;
+  m_hdf5->group.Close();
+  m_file.Remove(m_path);
+}
 
 std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int64_t rows,
                                                    std::int64_t columns, std::int64_t entries,
@@ -120,8 +124,10 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int6
   drawer->m_hasDiagonal = arrays.diagonal != nullptr;
   Guarded(file, [&] {
     file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(12 * entries + 12 * rows + 2 * metadataAllowance));
+    drawer->m_pending = drawer->m_path = file.PendingPath();
     drawer->m_hdf5->group =
-        CheckedId(H5Gcreate_anon(file.Id(), H5P_DEFAULT, H5P_DEFAULT), "creating a sparse drawer");
+        CheckedId(H5Gcreate2(file.Id(), drawer->m_path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
+                  "creating a sparse drawer");
     hid_t const group = drawer->m_hdf5->group.Get();
     WriteAttribute(group, "MATLAB_sparse", columns);
     WriteArray(group, "data", arrays.values, entries);
@@ -152,19 +158,14 @@ std::int64_t SparseDrawer::Group() {
   return m_hdf5->group.Get();
 }
 
-void SparseDrawer::ReleaseHandle() noexcept {
-  if (!m_path.empty()) m_hdf5->group.Close();
-}
+void SparseDrawer::ReleaseHandle() noexcept { m_hdf5->group.Close(); }
 
-void SparseDrawer::LinkAt(std::string const& path) {
-  Checked(H5Olink(Group(), m_file.Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT), "linking " + path);
+void SparseDrawer::PutAt(std::string const& path) {
+  m_file.Move(m_path, path);
   m_path = path;
 }
 
-void SparseDrawer::Unlink() noexcept {
-  H5Ldelete(m_file.Id(), m_path.c_str(), H5P_DEFAULT);
-  m_path.clear();
-}
+void SparseDrawer::TakeBack() { PutAt(m_pending); }
 
 void SparseDrawer::Read(SparseArrays const& arrays) {
   Guarded(m_file, [&] {

@@ -22,7 +22,7 @@ struct SparseArrays {
 /// as a whole; each dataset carries a checksum of its bytes.
 class SparseDrawer {
 public:
-  /// A new group, linked nowhere yet. The diagonal may be null.
+  /// A new group that waits for its place. The diagonal may be null.
   static std::unique_ptr<SparseDrawer> Create(DatabaseFile& file, std::int64_t rows, std::int64_t columns,
                                               std::int64_t entries, SparseArrays const& arrays);
   static std::unique_ptr<SparseDrawer> Open(DatabaseFile& file, std::string const& path, std::int64_t rows,
@@ -30,6 +30,7 @@ public:
 
   SparseDrawer(SparseDrawer const&) = delete;
   SparseDrawer& operator=(SparseDrawer const&) = delete;
+  /// Space of a group that still waits is given back.
   ~SparseDrawer();
 
   std::int64_t Entries() const noexcept { return m_entries; }
@@ -38,8 +39,9 @@ public:
 
   /// The group's hid_t.
   std::int64_t Group();
-  void LinkAt(std::string const& path);
-  void Unlink() noexcept;
+  /// Gives the group its place; TakeBack undoes it.
+  void PutAt(std::string const& path);
+  void TakeBack();
   void ReleaseHandle() noexcept;
 
 private:
@@ -52,7 +54,8 @@ private:
   std::int64_t m_columns;
   std::int64_t m_entries = 0;
   bool m_hasDiagonal = false;
-  std::string m_path;
+  std::string m_path;    ///< where it is now
+  std::string m_pending; ///< path before it got its place; "" for one that was there
   std::unique_ptr<Hdf5> m_hdf5;
 };
 
