@@ -39,16 +39,22 @@ class ORXSrvMatrix;
 /// Row, column and block indices are zero-based and count from this matrix's own first row, column and block;
 /// ranges (first, last) include both ends. In memory, rectangles of values are packed column-major from the
 /// start of a buffer, with leading dimension lastRow - firstRow + 1, whatever the shape of the ORXSrvMatrix
-/// that has the buffer. Errors of the database (ORXSimException) pass through unless stated otherwise.
+/// that has the buffer.
+///
+/// Operands may be views of one distribution, or one and the same matrix. Where a result and an operand
+/// share cells, each of them must be at the same place of both; else error 206, before anything is changed.
+/// The same for arrays in memory that overlap.
+///
+/// Errors of the database (ORXSimException) pass through unless stated otherwise.
 class ORX_EXPORT ORXSrvDenseMatrix {
 public:
   // Creation and destruction
 
   /// The null matrix.
   ORXSrvDenseMatrix();
-  /// On a distribution of doubles with a drawer; the null matrix for the null distribution. Raises
-  /// ORXSimException: staleIdentifier for a distribution that does not exist, viewDoesNotFit for one without
-  /// a drawer or of other cells than doubles.
+  /// On a distribution of doubles with one or two dimensions and a drawer; the null matrix for the null
+  /// distribution. Raises ORXSimException: staleIdentifier for a distribution that does not exist,
+  /// viewDoesNotFit for one without a drawer, of more dimensions or of other cells than doubles.
   explicit ORXSrvDenseMatrix(ORXSimDistributionID id);
   explicit ORXSrvDenseMatrix(ORXSimDistribution distribution);
   ORXSrvDenseMatrix(ORXSrvDenseMatrix const&) = delete;
@@ -65,12 +71,14 @@ public:
   virtual ORXSimCSetID ColumnCSetID() const;
 
   /// A view of a rectangle, on the same stored values and with the labels of its rows and columns; it is the
-  /// caller's. Error 203 for a rectangle that leaves the matrix.
+  /// caller's. Error 203 for a rectangle that is empty or leaves the matrix.
   virtual ORXSrvDenseMatrix* Submatrix(int firstRow, int lastRow, int firstColumn, int lastColumn) const;
 
   // Products; A is this matrix. Raw arrays are column-major and trusted to be large enough. Every product
   // reads A block by block; results in block matrices are written block by block, so that an error leaves
-  // the blocks that were finished.
+  // the blocks that were finished. What shapes and places tell is refused before anything is changed: 203
+  // for a block matrix that is too small to be read, 204 for one that the result does not fit into, 206 for
+  // matrices in memory. A product over no columns or rows is zero.
 
   /// y += A * x; x is columns x n, y rows x n.
   virtual void Multiply(double const* x, int n, double* y) const;
@@ -78,9 +86,11 @@ public:
   virtual void Multiply(ORXSrvMatrix const& b, ORXSrvMatrix& c) const;
   /// y = A * B; y is rows x B.columns.
   virtual void Multiply(ORXSrvDenseMatrix const* b, double* y) const;
-  /// C = A * B, each block of C written once. C must not share values with A or B.
+  /// C = A * B, each block of C written once. Error 206 when C shares cells with A or B.
   virtual void Multiply(ORXSrvDenseMatrix const& b, ORXSrvDenseMatrix& c) const;
-  /// C = beta * C + alpha * A * B; with a diagonal B, C = beta * C + A * B, whatever alpha is.
+  /// C = beta * C + alpha * A * B; with a diagonal B, C = beta * C + A * B, whatever alpha is. Columns of C
+  /// behind those of a full B stay as they are, or become zero for a beta of 0; behind those of a diagonal B
+  /// they are multiplied by beta.
   virtual void Multiply(double alpha, ORXSrvMatrix const& b, double beta, ORXSrvDenseMatrix& c) const;
   /// A = A * B; B is square.
   virtual void MultiplyAssign(ORXSrvMatrix const& b);
@@ -103,7 +113,8 @@ public:
   virtual void TransposeMultiply(ORXSrvDenseMatrix const* b, double* y, int symmetric) const;
   virtual void TransposeMultiply(ORXSrvDenseMatrix const* b, ORXSrvMatrix& c, int symmetric) const;
   /// For each group g: the rows rowIndex[groupStart[g]] ... of A, times B, become the rows groupStart[g] ...
-  /// groupStart[g+1]-1 of C. The rows of a group are consecutive; groupStart has groups + 1 entries.
+  /// groupStart[g+1]-1 of C. The rows of a group are consecutive; groupStart has groups + 1 entries. Error
+  /// 206 when C shares cells with A and a row goes to another place than its own.
   virtual void IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix& c, int const* rowIndex,
                                int const* groupStart, int groups) const;
 
@@ -206,6 +217,15 @@ public:
   /// else ORXSimException (viewDoesNotFit).
   void CopyMappedRows(ORXSrvDenseMatrix const* source, bool clearUnmatched);
 
+  // Memory
+
+  /// The bytes that a product of block matrices may work with. What needs more is cut into smaller pieces,
+  /// which changes rounding only; below 100 kB it is not cut further. At first half of the memory that the
+  /// process may have: the machine's, or that of its control group or resource limit. What is not positive
+  /// sets that again.
+  static void SetWorkMemory(std::int64_t bytes) noexcept;
+  static std::int64_t WorkMemory() noexcept;
+
 protected:
   /// A view, see Submatrix.
   ORXSrvDenseMatrix(ORXSrvDenseMatrix const& parent, int firstRow, int lastRow, int firstColumn,
@@ -214,6 +234,8 @@ protected:
   void Attach(ORXSimDistribution const& distribution);
 
 private:
+  friend class ORXSrvSparseMatrix; // its products have block matrices for operands
+
   /// Index into the pairs below.
   enum Direction : int { rowDirection = 0, columnDirection = 1 };
 
@@ -227,6 +249,11 @@ private:
   int FirstInBlock(Direction direction, int block) const noexcept;
   int BlockContaining(Direction direction, int index) const noexcept;
 
+  ORX_LOCAL Rectangle Whole() const noexcept { return {0, NumberOfRows() - 1, 0, NumberOfColumns() - 1}; }
+  ORX_LOCAL Rectangle InDistribution(Rectangle const& range) const noexcept;
+  ORX_LOCAL bool Meets(Rectangle const& range, ORXSrvDenseMatrix const& other) const noexcept;
+  ORX_LOCAL void RequireNotShifted(Rectangle const& range, ORXSrvDenseMatrix const& other,
+                                   char const* operation) const;
   ORX_LOCAL void SetExtent(Direction direction, int extent);
   ORX_LOCAL void SetViewOf(ORXSrvDenseMatrix const& parent, Direction direction, int first, int last);
   ORX_LOCAL std::unique_ptr<ORXSimTransfer> NewTransfer() const;

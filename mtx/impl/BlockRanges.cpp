@@ -4,26 +4,31 @@
 
 namespace orx {
 
-std::vector<BlockRange> RowGroups(ORXSrvDenseMatrix const& matrix, int blocks) {
+namespace {
+
+/// A group ends where the next one begins, the last one with the matrix: the first and the last block of a
+/// matrix that has grown may hold more than they report.
+template<class First>
+std::vector<BlockRange> Groups(int blocks, int together, int extent, First firstInBlock) {
   std::vector<BlockRange> groups;
-  int const count = matrix.NumberOfRowBlocks();
-  for (int b = 0, taken = 0; b < count; b += taken) {
-    taken = std::min(blocks, count - b);
-    int const first = matrix.FirstRowInBlock(b);
-    groups.push_back({first, first + matrix.NumberOfRowsInBlockRange(b, b + taken - 1) - 1});
+  for (int b = 0, taken = 0; b < blocks; b += taken) {
+    taken = std::min(together, blocks - b);
+    int const end = b + taken < blocks ? firstInBlock(b + taken) : extent;
+    groups.push_back({firstInBlock(b), end - 1});
   }
   return groups;
 }
 
+} // namespace
+
+std::vector<BlockRange> RowGroups(ORXSrvDenseMatrix const& matrix, int blocks) {
+  return Groups(matrix.NumberOfRowBlocks(), blocks, matrix.NumberOfRows(),
+                [&](int b) { return matrix.FirstRowInBlock(b); });
+}
+
 std::vector<BlockRange> ColumnGroups(ORXSrvDenseMatrix const& matrix, int blocks) {
-  std::vector<BlockRange> groups;
-  int const count = matrix.NumberOfColumnBlocks();
-  for (int b = 0, taken = 0; b < count; b += taken) {
-    taken = std::min(blocks, count - b);
-    int const first = matrix.FirstColumnInBlock(b);
-    groups.push_back({first, first + matrix.NumberOfColumnsInBlockRange(b, b + taken - 1) - 1});
-  }
-  return groups;
+  return Groups(matrix.NumberOfColumnBlocks(), blocks, matrix.NumberOfColumns(),
+                [&](int b) { return matrix.FirstColumnInBlock(b); });
 }
 
 std::vector<BlockRange> Pieces(BlockRange const& range, int size) {
@@ -33,13 +38,21 @@ std::vector<BlockRange> Pieces(BlockRange const& range, int size) {
   return pieces;
 }
 
+std::vector<BlockRange> Cut(std::vector<BlockRange> const& ranges, int size) {
+  std::vector<BlockRange> pieces;
+  for (BlockRange const& range : ranges)
+    for (BlockRange const& piece : Pieces(range, size))
+      pieces.push_back(piece);
+  return pieces;
+}
+
+std::vector<BlockRange> RowStrips(ORXSrvDenseMatrix const& matrix, int height) {
+  return Cut(RowGroups(matrix, std::max(1, height / std::max(1, matrix.MaxNumberOfRowsInBlock()))), height);
+}
+
 std::vector<BlockRange> ColumnStrips(ORXSrvDenseMatrix const& matrix, int width) {
-  int const blocks = std::max(1, width / std::max(1, matrix.MaxNumberOfColumnsInBlock()));
-  std::vector<BlockRange> strips;
-  for (BlockRange const& group : ColumnGroups(matrix, blocks))
-    for (BlockRange const& strip : Pieces(group, width))
-      strips.push_back(strip);
-  return strips;
+  return Cut(ColumnGroups(matrix, std::max(1, width / std::max(1, matrix.MaxNumberOfColumnsInBlock()))),
+             width);
 }
 
 } // namespace orx

@@ -18,8 +18,10 @@ struct BlockRange {
   int Size() const noexcept { return last - first + 1; }
 };
 
-/// The rows of each group of `blocks` consecutive row blocks; the last group may have fewer blocks, and in a
-/// view the first and the last one fewer rows than others of as many blocks.
+/// The rows of each group of `blocks` consecutive row blocks; together they are all rows. The last group may
+/// have fewer blocks, and the first and the last one other numbers of rows than others of as many blocks:
+/// fewer in a view, more in a matrix that has grown. Work areas are therefore sized by LargestSize, not by
+/// MaxNumberOfRowsInBlock.
 std::vector<BlockRange> RowGroups(ORXSrvDenseMatrix const& matrix, int blocks = 1);
 /// The same for the columns.
 std::vector<BlockRange> ColumnGroups(ORXSrvDenseMatrix const& matrix, int blocks = 1);
@@ -27,7 +29,12 @@ std::vector<BlockRange> ColumnGroups(ORXSrvDenseMatrix const& matrix, int blocks
 /// The range in pieces of `size`, the last one perhaps shorter.
 std::vector<BlockRange> Pieces(BlockRange const& range, int size);
 
-/// All columns in pieces of at most `width`: parts of one block, or several whole blocks.
+/// The ranges, each in pieces of at most `size`.
+std::vector<BlockRange> Cut(std::vector<BlockRange> const& ranges, int size);
+
+/// All rows in pieces of at most `height`: parts of one block, or several whole blocks.
+std::vector<BlockRange> RowStrips(ORXSrvDenseMatrix const& matrix, int height);
+/// The same for the columns.
 std::vector<BlockRange> ColumnStrips(ORXSrvDenseMatrix const& matrix, int width);
 
 /// The size of the largest range; 0 without one.

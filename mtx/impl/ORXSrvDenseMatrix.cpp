@@ -16,7 +16,7 @@ namespace {
 
 constexpr char sourceFile[] = "mtx/impl/ORXSrvDenseMatrix.cpp";
 
-[[noreturn]] void RefuseDistribution(ORXSimDistributionID const& id, char const* reason, int line) {
+[[noreturn]] void RefuseDistribution(ORXSimDistributionID const& id, std::string const& reason, int line) {
   ORXSimException(ORXSimException::viewDoesNotFit,
                   "Distribution " + std::to_string(id.handle) + " cannot be used as a matrix: " + reason)
       .Throw(sourceFile, line);
@@ -94,7 +94,11 @@ void ORXSrvDenseMatrix::Attach(ORXSimDistribution const& distribution) {
   ORXSimPersistentDrawerDesc const drawer = FirstDrawerOf(distribution);
   if (distribution.RangeType().Key() != ORXSimTypeKey::Double || drawer.Serialization().IsSparse())
     RefuseDistribution(distribution.ID(), "its drawer does not hold a double for each cell.", __LINE__);
-  bool const isColumn = distribution.NumDimensions() == 1;
+  int const dimensions = distribution.NumDimensions();
+  if (dimensions > 2)
+    RefuseDistribution(distribution.ID(),
+                       "it has " + std::to_string(dimensions) + " dimensions, expected 1 or 2.", __LINE__);
+  bool const isColumn = dimensions == 1;
   for (Direction const direction : {rowDirection, columnDirection}) {
     if (isColumn && direction == columnDirection) {
       m_blockSize[direction] = 1;
@@ -124,7 +128,7 @@ void ORXSrvDenseMatrix::SetExtent(Direction direction, int extent) {
 }
 
 void ORXSrvDenseMatrix::SetViewOf(ORXSrvDenseMatrix const& parent, Direction direction, int first, int last) {
-  if (first < 0 || last >= parent.m_extent[direction] || last < std::int64_t{first} - 1)
+  if (first < 0 || last >= parent.m_extent[direction] || last < first)
     ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
   int const firstBlock = parent.BlockContaining(direction, first);
   int const lastBlock = parent.BlockContaining(direction, last);
@@ -193,6 +197,34 @@ int ORXSrvDenseMatrix::BlockContaining(Direction direction, int index) const noe
   if (index < m_firstBlockSize[direction]) return 0;
   if (m_extent[direction] - index <= m_lastBlockSize[direction]) return m_blocks[direction] - 1;
   return (index - m_firstBlockSize[direction]) / m_blockSize[direction] + 1;
+}
+
+// ---- operands that share values
+// ---------------------------------------------------------------------------------
+
+ORXSrvDenseMatrix::Rectangle ORXSrvDenseMatrix::InDistribution(Rectangle const& range) const noexcept {
+  int const row = m_first[rowDirection];
+  int const column = m_first[columnDirection];
+  return {row + range.firstRow, row + range.lastRow, column + range.firstColumn, column + range.lastColumn};
+}
+
+/// Whether a rectangle of this matrix and another matrix have cells in common.
+bool ORXSrvDenseMatrix::Meets(Rectangle const& range, ORXSrvDenseMatrix const& other) const noexcept {
+  Rectangle const a = InDistribution(range);
+  Rectangle const b = other.InDistribution(other.Whole());
+  return m_distribution.ID() == other.m_distribution.ID() &&
+         std::max(a.firstRow, b.firstRow) <= std::min(a.lastRow, b.lastRow) &&
+         std::max(a.firstColumn, b.firstColumn) <= std::min(a.lastColumn, b.lastColumn);
+}
+
+/// Error 206 when they have cells in common that are at other places of the one than of the other. What works
+/// block by block would then read what it has written before.
+void ORXSrvDenseMatrix::RequireNotShifted(Rectangle const& range, ORXSrvDenseMatrix const& other,
+                                          char const* operation) const {
+  Rectangle const a = InDistribution(range);
+  Rectangle const b = other.InDistribution(other.Whole());
+  bool const haveSameOrigin = a.firstRow == b.firstRow && a.firstColumn == b.firstColumn;
+  if (Meets(range, other) && !haveSameOrigin) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, __LINE__);
 }
 
 // ---- growth

@@ -168,9 +168,13 @@ void ORXSrvDenseMatrix::GetSubmatrix(ORXSrvDenseMatrix& target, int firstRow, in
   bool const isInside = Contains({firstRow, lastRow, firstColumn, lastColumn});
   if (!isInside || target.NumberOfRows() - 1 > lastRow - firstRow)
     ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
+  if (target.NumberOfColumns() <= lastColumn - firstColumn)
+    ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
+  RequireNotShifted({firstRow, lastRow, firstColumn, lastColumn}, target, "GetSubmatrix");
   // By the target's blocks, so that each write covers one of them.
-  ORXSrvMatrix work(target.MaxNumberOfRowsInBlock(), lastColumn - firstColumn + 1);
-  for (BlockRange const& rows : RowGroups(target)) {
+  std::vector<BlockRange> const blocks = RowGroups(target);
+  ORXSrvMatrix work(LargestSize(blocks), lastColumn - firstColumn + 1);
+  for (BlockRange const& rows : blocks) {
     int const last = std::min(lastRow - firstRow, rows.last);
     GetValues(firstRow + rows.first, firstRow + last, firstColumn, lastColumn, work);
     target.SetValues(rows.first, last, 0, lastColumn - firstColumn, work);
@@ -180,8 +184,11 @@ void ORXSrvDenseMatrix::GetSubmatrix(ORXSrvDenseMatrix& target, int firstRow, in
 void ORXSrvDenseMatrix::CopyValues(ORXSrvDenseMatrix const* source) {
   if (source->NumberOfRows() != NumberOfRows() || source->NumberOfColumns() != NumberOfColumns())
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
-  ORXSrvMatrix work(source->NumberOfRows(), source->MaxNumberOfColumnsInBlock());
-  for (BlockRange const& columns : ColumnGroups(*source)) {
+  RequireNotShifted(Whole(), *source, "CopyValues");
+  if (NumberOfRows() == 0) return;
+  std::vector<BlockRange> const blocks = ColumnGroups(*source);
+  ORXSrvMatrix work(source->NumberOfRows(), LargestSize(blocks));
+  for (BlockRange const& columns : blocks) {
     source->GetColumns(columns.first, columns.last, work);
     SetColumns(columns.first, columns.last, work);
   }
@@ -231,14 +238,17 @@ std::vector<int> LastPositions(std::vector<int> const& labels, std::vector<int> 
 
 void ORXSrvDenseMatrix::CopyMappedRows(ORXSrvDenseMatrix const* source, bool clearUnmatched) {
   if (source->NumberOfColumns() > NumberOfColumns()) ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
+  RequireNotShifted(Whole(), *source, "CopyMappedRows");
   std::vector<int> const targetRows = LastPositions(RowLabels(*source), RowLabels(*this));
   std::int64_t const sourceCount = source->NumberOfRows();
   std::int64_t const count = NumberOfRows();
-  ORXSrvMatrix from(source->NumberOfRows(), source->MaxNumberOfColumnsInBlock());
-  ORXSrvMatrix to(NumberOfRows(), source->MaxNumberOfColumnsInBlock());
+  if (count == 0) return;
+  std::vector<BlockRange> const blocks = ColumnGroups(*source);
+  ORXSrvMatrix from(source->NumberOfRows(), LargestSize(blocks));
+  ORXSrvMatrix to(NumberOfRows(), LargestSize(blocks));
   to = 0.0;
-  for (BlockRange const& columns : ColumnGroups(*source)) {
-    source->GetColumns(columns.first, columns.last, from);
+  for (BlockRange const& columns : blocks) {
+    if (sourceCount > 0) source->GetColumns(columns.first, columns.last, from);
     // Otherwise unmatched rows keep what the block before left there: hosts that do not ask for zeros do not
     // look at them.
     if (clearUnmatched) to = 0.0;

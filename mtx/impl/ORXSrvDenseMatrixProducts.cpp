@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
+#include <limits>
 #include <vector>
 
 using namespace orx;
@@ -48,6 +50,45 @@ void RequireWritable(ORXSrvDenseMatrix const& matrix, int rows, int columns, int
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, line);
 }
 
+/// Error 206 when what is read in memory and what is written there, rows x columns values with a leading
+/// dimension, have values in common: the first block of the result would change the operand of the next.
+void RequireApart(double const* from, std::int64_t count, double const* to, std::int64_t leadingDimension,
+                  std::int64_t rows, std::int64_t columns, char const* operation, int line) {
+  if (count == 0 || rows == 0 || columns == 0) return;
+  std::int64_t const written = leadingDimension * (columns - 1) + rows;
+  std::less<double const*> const isBefore;
+  RequireInput(!isBefore(from, to + written) || !isBefore(to, from + count), operation, line);
+}
+
+// ---- strips
+//
+// A matrix that is stored whole, or in long chunks, is one block. Work areas of 64 MB keep DGEMM at its
+// speed, so a larger block is worked on in strips.
+
+std::int64_t WorkMemoryValues() {
+  return ORXSrvDenseMatrix::WorkMemory() / static_cast<std::int64_t>(sizeof(double));
+}
+
+/// Lines of `length` values in the memory for work; at least one.
+int LargestStrip(std::int64_t length) {
+  std::int64_t const lines = WorkMemoryValues() / std::max<std::int64_t>(length, 1);
+  return static_cast<int>(std::clamp<std::int64_t>(lines, 1, std::numeric_limits<int>::max()));
+}
+
+/// Lines of `length` values in 64 MB; more, where that is less than `least` and the memory for work has them.
+int StripSize(std::int64_t length, int least) {
+  std::int64_t const lines = (std::int64_t{1} << 23) / std::max<std::int64_t>(length, 1);
+  return std::min(LargestStrip(length), static_cast<int>(std::max<std::int64_t>(lines, least)));
+}
+
+/// The row blocks, cut where `columns` values for each row take too much.
+std::vector<BlockRange> RowBlocks(ORXSrvDenseMatrix const& matrix, int columns) {
+  return Cut(RowGroups(matrix), StripSize(columns, 1024));
+}
+std::vector<BlockRange> ColumnBlocks(ORXSrvDenseMatrix const& matrix, int rows) {
+  return Cut(ColumnGroups(matrix), StripSize(rows, 64));
+}
+
 /// Whether the buffer of a matrix has rows x columns values.
 bool Holds(ORXSrvMatrix const& matrix, std::int64_t rows, std::int64_t columns) {
   return matrix.NumberOfStoredValues() >= rows * columns;
@@ -62,28 +103,41 @@ bool Covers(ORXSrvMatrix const& matrix, int rows, int columns) {
 
 /// Column-major values with a leading dimension.
 struct Values {
-  double const* values;
-  int leadingDimension;
+  double const* values = nullptr;
+  int leadingDimension = 0;
 };
 struct Target {
   double* values;
   int leadingDimension;
 };
 
-/// c = alpha * a * b + beta * c; a is m x k, b k x n.
-void Gemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
-  BLAC_DGEMM("N", "N", &m, &n, &k, &alpha, a.values, &a.leadingDimension, b.values, &b.leadingDimension,
-             &beta, c.values, &c.leadingDimension);
+/// The leading dimension as DGEMM wants it, which refuses the 0 of a matrix without rows.
+int const* Leading(int const& dimension) {
+  static constexpr int one = 1;
+  return dimension > 0 ? &dimension : &one;
 }
 
-/// c = alpha * a^T * b + beta * c; a is k x m, b k x n.
-void TransposedGemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
-  BLAC_DGEMM("T", "N", &m, &n, &k, &alpha, a.values, &a.leadingDimension, b.values, &b.leadingDimension,
-             &beta, c.values, &c.leadingDimension);
+/// c = alpha * a * b + beta * c; a is m x k, b k x n.
+void Gemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
+  BLAC_DGEMM("N", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
+             Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
 }
+
+/// c = alpha * a^T * b + beta * c; a is k x m, b k x n. Without values of a and b (k = 0) c = beta * c.
+void TransposedGemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
+  BLAC_DGEMM("T", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
+             Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
+}
+
+/// c = beta * c, m x n; what is left of a product whose factors have no values. A c that is not a number goes
+/// with a beta of 0.
+void ScaleBy(double beta, int m, int n, Target c) { Gemm(m, n, 0, 1.0, {nullptr, m}, {}, beta, c); }
 
 Values Packed(ORXSrvMatrix const& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
 Target Into(ORXSrvMatrix& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
+
+/// Columns of a strip of A, at least: narrower ones make DGEMM slow.
+constexpr int leastStripWidth = 64;
 
 /// Rows of A times a matrix in memory.
 class RowProduct {
@@ -95,6 +149,7 @@ public:
 
   /// c = alpha * (these rows of A) * b + beta * c; b is A's columns x n.
   void Compute(BlockRange const& rows, int n, double alpha, Values b, double beta, Target c) const {
+    if (m_strips.empty()) ScaleBy(beta, rows.Size(), n, c);
     for (BlockRange const& columns : m_strips) {
       ORXSrvMatrix const strip = Read(rows, columns);
       Gemm(rows.Size(), n, columns.Size(), alpha, Packed(strip),
@@ -127,8 +182,7 @@ private:
   // of b, whole rows of blocks, which do not, take 1.15 times as long.
   static int StripWidth(int rows) {
     constexpr int stripValues = (1 << 20) / sizeof(double);
-    constexpr int least = 64; // narrower ones make DGEMM slow
-    return std::max(least, stripValues / std::max(rows, 1));
+    return std::max(leastStripWidth, stripValues / std::max(rows, 1));
   }
 
   ORXSrvMatrix Read(BlockRange const& rows, BlockRange const& columns) const {
@@ -144,7 +198,7 @@ private:
 
 /// c = A * b + beta * c, with b columns x n and c rows x n.
 void MultiplyInMemory(ORXSrvDenseMatrix const& a, double const* b, int n, double beta, double* c) {
-  std::vector<BlockRange> const blocks = RowGroups(a);
+  std::vector<BlockRange> const blocks = RowBlocks(a, leastStripWidth);
   RowProduct const product(a, LargestSize(blocks));
   BlockProgress progress(multiply, static_cast<std::int64_t>(blocks.size()));
   for (BlockRange const& rows : blocks) {
@@ -160,15 +214,20 @@ class TiledProduct {
 public:
   /// Error 203 when B has fewer rows than A has columns.
   TiledProduct(ORXSrvDenseMatrix const& a, ORXSrvDenseMatrix const& b) : m_a(a), m_b(b) {
-    if (a.NumberOfRowBlocks() == 0 || a.NumberOfColumnBlocks() == 0 || b.NumberOfColumnBlocks() == 0) return;
+    if (a.NumberOfRows() == 0 || b.NumberOfColumns() == 0) return;
     RequireReadable(b, a.NumberOfColumns(), b.NumberOfColumns(), __LINE__);
-    ProductGroups const groups = GroupsWithinBudget(
-        {a.NumberOfRows(), a.NumberOfColumns(), b.NumberOfColumns(), a.MaxNumberOfRowsInBlock(),
-         a.MaxNumberOfColumnsInBlock(), b.MaxNumberOfColumnsInBlock()});
+    ProductShape const shape{
+        a.NumberOfRows(),           a.NumberOfColumns(),           b.NumberOfColumns(),
+        a.MaxNumberOfRowsInBlock(), a.MaxNumberOfColumnsInBlock(), b.MaxNumberOfColumnsInBlock()};
+    ProductGroups const groups = GroupsWithinBudget(shape);
     m_rows = RowGroups(a, groups.row);
     m_inner = ColumnGroups(a, groups.inner);
     m_columns = ColumnGroups(b, groups.column);
+    if (WorkSize() + TileSize() > WorkMemoryValues()) CutTo(TileWithin(WorkMemoryValues(), shape));
   }
+
+  /// No rows or no columns.
+  bool HasNoResult() const { return m_rows.empty() || m_columns.empty(); }
 
   std::vector<BlockRange> const& RowGroupsOfA() const { return m_rows; }
   std::vector<BlockRange> const& ColumnGroupsOfB() const { return m_columns; }
@@ -186,6 +245,7 @@ public:
   void Compute(BlockRange const& rows, BlockRange const& columns, double* work, Target c,
                BlockProgress& progress) const {
     double beta = 0.0;
+    if (m_inner.empty()) ScaleBy(beta, rows.Size(), columns.Size(), c);
     for (BlockRange const& inner : m_inner) {
       ORXSrvMatrix a(rows.Size(), inner.Size(), work);
       ORXSrvMatrix b(inner.Size(), columns.Size(), work + std::int64_t{rows.Size()} * inner.Size());
@@ -198,6 +258,12 @@ public:
   }
 
 private:
+  void CutTo(ProductTile const& tile) {
+    m_rows = RowStrips(m_a, tile.rows);
+    m_inner = ColumnStrips(m_a, tile.inner);
+    m_columns = ColumnStrips(m_b, tile.columns);
+  }
+
   ORXSrvDenseMatrix const& m_a;
   ORXSrvDenseMatrix const& m_b;
   std::vector<BlockRange> m_rows;
@@ -211,8 +277,28 @@ private:
 int RowBlocksTogether(ORXSrvDenseMatrix const& a, int rowsOfB) {
   std::int64_t const rowBlock = std::int64_t{a.MaxNumberOfRowsInBlock()} * a.NumberOfColumns();
   std::int64_t const columnBlock = std::int64_t{a.MaxNumberOfColumnsInBlock()} * rowsOfB;
-  if (rowBlock == 0) return 1;
+  if (rowBlock == 0 || a.NumberOfRowBlocks() == 0) return 1;
   return static_cast<int>(std::clamp<std::int64_t>(columnBlock / rowBlock, 1, a.NumberOfRowBlocks()));
+}
+
+/// What reading these leading rows of B would raise.
+void RequireReadableRows(ORXSrvDenseMatrix const& b, int rows) {
+  RequireReadable(b, rows, b.NumberOfColumns(), __LINE__);
+}
+void RequireReadableRows(ORXSrvMatrix const& b, int rows) {
+  RequireInput(Covers(b, rows, 0), "GetValues", __LINE__);
+}
+
+void RequireApartFrom(ORXSrvDenseMatrix const&, ORXSrvMatrix const&, int) {}
+void RequireApartFrom(ORXSrvMatrix const& b, ORXSrvMatrix const& c, int rows) {
+  RequireApart(b.Values(), b.NumberOfStoredValues(), c.Values(), c.NumberOfRows(), rows, b.NumberOfColumns(),
+               "TransposeMultiply", __LINE__);
+}
+
+/// Zeros in the leading rows x columns.
+void Clear(ORXSrvMatrix& matrix, int rows, int columns) {
+  for (std::int64_t j = 0; j < columns; ++j)
+    std::fill_n(matrix.Values() + j * matrix.NumberOfRows(), rows, 0.0);
 }
 
 /// c = A^T * B, the sum over groups of row blocks; B in memory or a block matrix.
@@ -221,7 +307,12 @@ void MultiplyTransposed(ORXSrvDenseMatrix const& a, Operand const& b, ORXSrvMatr
   int const columns = a.NumberOfColumns();
   RequireInput(Covers(c, columns, b.NumberOfColumns()) && (!symmetric || c.NumberOfRows() == columns),
                "TransposeMultiply", __LINE__);
-  std::vector<BlockRange> const groups = RowGroups(a, RowBlocksTogether(a, b.NumberOfRows()));
+  RequireReadableRows(b, a.NumberOfRows());
+  RequireApartFrom(b, c, columns);
+  if (columns == 0 || b.NumberOfColumns() == 0) return;
+  std::vector<BlockRange> const groups = Cut(RowGroups(a, RowBlocksTogether(a, b.NumberOfRows())),
+                                             LargestStrip(std::int64_t{columns} + b.NumberOfColumns()));
+  if (groups.empty()) Clear(c, columns, b.NumberOfColumns());
   WorkArea const workA(LargestSize(groups), columns);
   WorkArea const workB(LargestSize(groups), b.NumberOfColumns());
   BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(groups.size()));
@@ -267,17 +358,30 @@ int CheckGroups(ORXSrvDenseMatrix const& a, ORXSrvDenseMatrix const& c, int cons
   return largest;
 }
 
+/// Whether every row goes to the position that it comes from.
+bool AreInPlace(int const* rowIndex, int const* groupStart, int groups) {
+  for (int g = 0; g < groups; ++g) {
+    BlockRange const positions = Positions(groupStart, g);
+    if (positions.Size() > 0 && rowIndex[positions.first] != positions.first) return false;
+  }
+  return true;
+}
+
 } // namespace
 
 // ---- A * B
 
 void ORXSrvDenseMatrix::Multiply(double const* x, int n, double* y) const {
+  RequireApart(x, std::int64_t{NumberOfColumns()} * n, y, NumberOfRows(), NumberOfRows(), n, "Multiply",
+               __LINE__);
   MultiplyInMemory(*this, x, n, 1.0, y);
 }
 
 void ORXSrvDenseMatrix::Multiply(ORXSrvMatrix const& b, ORXSrvMatrix& c) const {
   RequireInput(Holds(b, NumberOfColumns(), b.NumberOfColumns()), "Multiply", __LINE__);
   RequireInput(Holds(c, NumberOfRows(), b.NumberOfColumns()), "Multiply", __LINE__);
+  RequireApart(b.Values(), std::int64_t{NumberOfColumns()} * b.NumberOfColumns(), c.Values(), NumberOfRows(),
+               NumberOfRows(), b.NumberOfColumns(), "Multiply", __LINE__);
   MultiplyInMemory(*this, b.Values(), b.NumberOfColumns(), 0.0, c.Values());
 }
 
@@ -295,8 +399,9 @@ void ORXSrvDenseMatrix::Multiply(ORXSrvDenseMatrix const* b, double* y) const {
 
 void ORXSrvDenseMatrix::Multiply(ORXSrvDenseMatrix const& b, ORXSrvDenseMatrix& c) const {
   TiledProduct const product(*this, b);
-  if (product.Steps() == 0) return;
+  if (product.HasNoResult()) return;
   RequireWritable(c, NumberOfRows(), b.NumberOfColumns(), __LINE__);
+  RequireInput(!Meets(Whole(), c) && !b.Meets(b.Whole(), c), "Multiply", __LINE__);
   mem_Array<double> const work = mem_MakeArray<double>(product.WorkSize() + product.TileSize());
   double* const tile = work.get() + product.WorkSize();
   BlockProgress progress(multiply, product.Steps());
@@ -315,7 +420,9 @@ void ORXSrvDenseMatrix::Multiply(double alpha, ORXSrvMatrix const& b, double bet
   int const columnsOfB = b.IsDiagonal() ? inner : b.NumberOfColumns();
   RequireInput(b.NumberOfRows() >= inner && columnsOfB <= columns, "Multiply", __LINE__);
   RequireReadable(*this, c.NumberOfRows(), inner, __LINE__);
-  std::vector<BlockRange> const blocks = RowGroups(c);
+  RequireNotShifted(Whole(), c, "Multiply");
+  if (columns == 0) return;
+  std::vector<BlockRange> const blocks = RowBlocks(c, columns);
   RowProduct const product(*this, LargestSize(blocks));
   WorkArea const work(LargestSize(blocks), columns);
   BlockProgress progress(multiply, static_cast<std::int64_t>(blocks.size()));
@@ -337,7 +444,8 @@ void ORXSrvDenseMatrix::Multiply(double alpha, ORXSrvMatrix const& b, double bet
 void ORXSrvDenseMatrix::MultiplyAssign(ORXSrvMatrix const& b) {
   int const columns = NumberOfColumns();
   RequireInput(Holds(b, columns, columns), "MultiplyAssign", __LINE__);
-  std::vector<BlockRange> const blocks = RowGroups(*this);
+  if (columns == 0) return;
+  std::vector<BlockRange> const blocks = RowBlocks(*this, columns);
   RowProduct const product(*this, LargestSize(blocks));
   WorkArea const work(LargestSize(blocks), columns);
   BlockProgress progress(multiplyAssign, static_cast<std::int64_t>(blocks.size()));
@@ -356,6 +464,10 @@ void ORXSrvDenseMatrix::IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix
   RequireInput(Holds(b, columns, columnsOfB), "IndexedMultiply", __LINE__);
   RequireWritable(c, 0, columnsOfB, __LINE__);
   int const largest = CheckGroups(*this, c, rowIndex, groupStart, groups);
+  // Over itself only where each row takes its own place: others would be overwritten before they are read.
+  RequireNotShifted(Whole(), c, "IndexedMultiply");
+  RequireInput(!Meets(Whole(), c) || AreInPlace(rowIndex, groupStart, groups), "IndexedMultiply", __LINE__);
+  if (columnsOfB == 0) return;
   RowProduct const product(*this, largest);
   WorkArea const work(largest, columnsOfB);
   BlockProgress progress(indexedMultiply, groups);
@@ -374,8 +486,10 @@ void ORXSrvDenseMatrix::IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix
 // ---- A^T * B
 
 void ORXSrvDenseMatrix::TransposeMultiply(double const* x, int n, double* y, int k) const {
-  std::vector<BlockRange> const blocks = ColumnGroups(*this);
+  std::vector<BlockRange> const blocks = ColumnBlocks(*this, k);
   if (k < 1 || k > NumberOfRows()) ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
+  RequireApart(x, std::int64_t{k} * n, y, NumberOfColumns(), NumberOfColumns(), n, "TransposeMultiply",
+               __LINE__);
   WorkArea const work(k, LargestSize(blocks));
   BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(blocks.size()));
   for (BlockRange const& columns : blocks) {
@@ -392,12 +506,13 @@ void ORXSrvDenseMatrix::TransposeMultiply(int const* permutation, ORXSrvMatrix c
   int const rows = NumberOfRows();
   RequireInput(Covers(b, 0, 0) && b.NumberOfRows() <= rows, "TransposeMultiply", __LINE__);
   RequireInput(Covers(c, NumberOfColumns(), b.NumberOfColumns()), "TransposeMultiply", __LINE__);
-  std::vector<BlockRange> const blocks = ColumnGroups(*this);
+  RequireApartFrom(b, c, NumberOfColumns());
+  std::vector<BlockRange> const blocks = ColumnBlocks(*this, rows);
   WorkArea const work(rows, LargestSize(blocks));
   BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(blocks.size()));
   for (BlockRange const& columns : blocks) {
     ORXSrvMatrix block = work.As(rows, columns.Size());
-    GetColumns(columns.first, columns.last, block);
+    if (rows > 0) GetColumns(columns.first, columns.last, block);
     if (permutation != nullptr) block.PermuteRowsInPlace(permutation, rows);
     TransposedGemm(columns.Size(), b.NumberOfColumns(), b.NumberOfRows(), alpha, Packed(block), Packed(b),
                    beta, {c.Values() + columns.first, c.NumberOfRows()});
@@ -422,7 +537,7 @@ void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvDenseMatrix const* b, ORXSrvDens
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   ORXSrvMatrix work(NumberOfColumns(), columns);
   TransposeMultiply(b, work, symmetric);
-  c->SetColumns(0, columns - 1, work);
+  if (work.NumberOfStoredValues() > 0) c->SetColumns(0, columns - 1, work);
 }
 
 void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvDenseMatrix const* b, double* y, int symmetric) const {

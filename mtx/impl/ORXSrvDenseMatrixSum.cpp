@@ -4,6 +4,7 @@
 #include "mtx/impl/ORXSrvMtxErrors.h"
 
 #include <algorithm>
+#include <vector>
 
 using namespace orx;
 
@@ -28,9 +29,11 @@ void ORXSrvMatrix::Add(double factor, ORXSrvDenseMatrix const& source) {
   if (factor == 0.0) return;
   if (source.NumberOfRows() > m_dim1 || source.NumberOfColumns() > m_dim2)
     ORXSrvMtxIllegalInput("Add").Throw(sourceFile, __LINE__);
-  WorkArea const work(source.MaxNumberOfRowsInBlock(), source.MaxNumberOfColumnsInBlock());
-  for (BlockRange const& columns : ColumnGroups(source))
-    for (BlockRange const& rows : RowGroups(source)) {
+  std::vector<BlockRange> const rowBlocks = RowGroups(source);
+  std::vector<BlockRange> const columnBlocks = ColumnGroups(source);
+  WorkArea const work(LargestSize(rowBlocks), LargestSize(columnBlocks));
+  for (BlockRange const& columns : columnBlocks)
+    for (BlockRange const& rows : rowBlocks) {
       // Below the diagonal the mirror image comes.
       if (m_symmetric && rows.first > columns.last) break;
       ORXSrvMatrix block = work.As(rows.Size(), columns.Size());

@@ -96,8 +96,9 @@ void ORXSrvSparseMatrix::MultiplyDense(ORXSrvDenseMatrix const& d, double* out, 
   int count = 0;
   mem_Array<unsigned> const list(transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count));
   ListedRows const rows(d, list.get(), count);
-  WorkArea const area(count, d.MaxNumberOfColumnsInBlock());
-  for (BlockRange const& columns : ColumnGroups(d)) {
+  std::vector<BlockRange> const blocks = ColumnGroups(d);
+  WorkArea const area(count, LargestSize(blocks));
+  for (BlockRange const& columns : blocks) {
     ORXSrvMatrix gathered = area.As(count, columns.Size());
     rows.Read(columns, gathered);
     MultiplyIndexed(gathered.Values(), columns.Size(), out, transpose, count, list.get());
@@ -116,10 +117,12 @@ void ORXSrvSparseMatrix::MultiplyDense(ORXSrvDenseMatrix const& d, ORXSrvDenseMa
   if (rowsIn > d.NumberOfRows()) ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
   if (rowsBelow < 0 || d.NumberOfColumns() > r.NumberOfColumns())
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
-  WorkArea const areaIn(rowsIn, d.MaxNumberOfColumnsInBlock());
-  WorkArea const areaOut(rowsOut, d.MaxNumberOfColumnsInBlock());
-  WorkArea const areaBelow(rowsBelow, d.MaxNumberOfColumnsInBlock());
-  for (BlockRange const& columns : ColumnGroups(d)) {
+  d.RequireNotShifted(d.Whole(), r, "MultiplyDense");
+  std::vector<BlockRange> const blocks = ColumnGroups(d);
+  WorkArea const areaIn(rowsIn, LargestSize(blocks));
+  WorkArea const areaOut(rowsOut, LargestSize(blocks));
+  WorkArea const areaBelow(rowsBelow, LargestSize(blocks));
+  for (BlockRange const& columns : blocks) {
     ORXSrvMatrix in = areaIn.As(rowsIn, columns.Size());
     ORXSrvMatrix out = areaOut.As(rowsOut, columns.Size());
     d.GetValues(0, rowsIn - 1, columns.first, columns.last, in);

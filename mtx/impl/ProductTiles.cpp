@@ -1,5 +1,7 @@
 #include "mtx/impl/ProductTiles.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 namespace orx {
@@ -38,6 +40,22 @@ ProductGroups GroupsWithinBudget(ProductShape const& shape) noexcept {
   }
   return {BlocksFor(rows, shape.rowBlock), BlocksFor(inner, shape.innerBlock),
           BlocksFor(columns, shape.columnBlock)};
+}
+
+ProductTile TileWithin(std::int64_t values, ProductShape const& shape) noexcept {
+  constexpr double least = 64;
+  constexpr double usualInner = 256; // from here on DGEMM gains little
+  double const total = static_cast<double>(values);
+  double const inner = std::min<double>(shape.k, std::clamp(std::sqrt(total) / 4, least, usualInner));
+  // rows * columns + inner * (rows + columns) = total, solved for one of the two or for both alike.
+  auto const beside = [&](double extent) { return (total - inner * extent) / (extent + inner); };
+  auto const within = [&](double extent, int limit) {
+    return std::min<double>(limit, std::max(least, std::floor(extent)));
+  };
+  double const alike = std::sqrt(total + inner * inner) - inner;
+  double const columns = within(alike, shape.n);
+  double const rows = within(beside(columns), shape.m);
+  return {static_cast<int>(rows), static_cast<int>(inner), static_cast<int>(within(beside(rows), shape.n))};
 }
 
 } // namespace orx

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 namespace orx {
 
 /// How C = A * B of block matrices, A m x k and B k x n, is cut into pieces that are worked on in memory:
@@ -26,7 +28,17 @@ struct ProductGroups {
   int row, inner, column;
 };
 
-/// REQUIRES: no member of `shape` is 0.
+/// REQUIRES: no member of `shape` is 0, except k.
 ProductGroups GroupsWithinBudget(ProductShape const& shape) noexcept;
+
+/// The extents of a piece of A (rows x inner), of B (inner x columns) and of C (rows x columns).
+struct ProductTile {
+  int rows, inner, columns;
+};
+
+/// The tile for matrices too large for that budget: together its three pieces have at most `values` values.
+/// C's piece is as near to a square as C lets it be, so that A and B are read as few times as possible. No
+/// extent is cut below 64, which is too little to be worth a block.
+ProductTile TileWithin(std::int64_t values, ProductShape const& shape) noexcept;
 
 } // namespace orx

@@ -87,7 +87,8 @@ TEST_F(DenseGeometry, OneDimensionIsAColumn) {
   EXPECT_EQ(RowBlocks(*ViewOf(a, 1, 3, 0, 0)), (Ints{1, 2}));
 }
 
-/// Contract of every kind: blocks are consecutive and cover the matrix; every query fits to that.
+/// Contract of every kind that has not grown: blocks are consecutive and cover the matrix; every query fits
+/// to that.
 class DenseBlocks : public testing::TestWithParam<DenseKind> {
 protected:
   DenseDatabase m_database;
@@ -114,7 +115,7 @@ TEST_P(DenseBlocks, CoverTheMatrix) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, DenseBlocks, testing::ValuesIn(denseKinds),
+INSTANTIATE_TEST_SUITE_P(Kinds, DenseBlocks, testing::ValuesIn(denseKinds, denseKindsThatGrew),
                          [](auto const& kind) { return kind.param.name; });
 
 // ---- creation
@@ -165,6 +166,13 @@ TEST_F(DenseGeometry, RefusesDistributionsWithoutDoubles) {
   EXPECT_NE(Raised([&] { ORXSrvDenseMatrix{empty}; }).find("it has no drawer"), std::string::npos);
   EXPECT_EQ(DatabaseError([&] { ORXSrvDenseMatrix{empty}; }), ORXSimException::viewDoesNotFit);
   EXPECT_EQ(DatabaseError([&] { ORXSrvDenseMatrix{ints}; }), ORXSimException::viewDoesNotFit);
+
+  ORXSimContextID const context = m_database.Context().ID();
+  ORXSimTransaction transaction(context);
+  ORXSimDistributionID const cube = ORXSrvUtilities::CreateDistribution(
+      transaction, ORXSrvPosition(context), -1, {m_database.NewSet(2), rows, m_database.NewSet(4)}, {}, true);
+  EXPECT_NE(Raised([&] { ORXSrvDenseMatrix{cube}; }).find("it has 3 dimensions, expected 1 or 2"),
+            std::string::npos);
 }
 
 TEST_F(DenseGeometry, AnEmptyMatrixHasNoBlocksAndGrows) {
@@ -208,7 +216,15 @@ TEST_F(DenseGeometry, ViewsOfEverythingKeepTheSets) {
 
 TEST_F(DenseGeometry, ViewsLieInsideTheirParents) {
   DensePtr const a = m_database.New(10, 7, 4, 3);
-  for (auto const& [first, last] : {std::pair{-1, 3}, {0, 10}, {5, 3}, {INT_MAX, INT_MIN}, {INT_MIN, 0}}) {
+  for (auto const& [first, last] : {std::pair{-1, 3},
+                                    {0, 10},
+                                    {5, 3},
+                                    {4, 3},
+                                    {5, 4},
+                                    {10, 9},
+                                    {0, -1},
+                                    {INT_MAX, INT_MIN},
+                                    {INT_MIN, 0}}) {
     EXPECT_EQ(Raised([&] { ViewOf(*a, first, last, 0, 6); }), invalidGet) << first << " to " << last;
     EXPECT_EQ(Raised([&] { ViewOf(*a, 0, 9, first, std::max(last, 7)); }), invalidGet);
   }

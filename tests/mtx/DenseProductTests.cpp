@@ -95,12 +95,23 @@ Plain LeadingRows(Plain const& a, int rows) {
 struct Cut {
   int rows, columns;
   bool isView = false;
+  bool hasGrown = false; ///< made with half of its rows and columns
 };
-constexpr Cut cuts[] = {{1, 1},   {3, 2},       {4, 5},       {11, 7},
-                        {64, 64}, {3, 4, true}, {5, 3, true}, {64, 64, true}};
+constexpr Cut cuts[] = {{1, 1},
+                        {3, 2},
+                        {4, 5},
+                        {11, 7},
+                        {64, 64},
+                        {3, 4, true},
+                        {5, 3, true},
+                        {64, 64, true},
+                        {64, 64, false, true},
+                        {8, 5, false, true},
+                        {12, 8, true, true}};
 
 std::string Text(Cut cut) {
-  return std::to_string(cut.rows) + " x " + std::to_string(cut.columns) + (cut.isView ? " view; " : "; ");
+  return std::to_string(cut.rows) + " x " + std::to_string(cut.columns) + (cut.isView ? " view" : "") +
+         (cut.hasGrown ? " grown; " : "; ");
 }
 
 Plain Contents(ORXSrvDenseMatrix const& matrix) {
@@ -141,8 +152,14 @@ protected:
   }
   Blocks Make(Plain const& values, Cut cut) const {
     int const frame = cut.isView ? 2 : 0;
+    int const rows = values.rows + 2 * frame;
+    int const columns = values.columns + 2 * frame;
+    int const missingRows = cut.hasGrown ? rows / 2 : 0;
+    int const missingColumns = cut.hasGrown ? columns / 2 : 0;
     auto parent = std::make_unique<ORXSrvDenseMatrix>(
-        NewDistribution(values.rows + 2 * frame, values.columns + 2 * frame, cut));
+        NewDistribution(rows - missingRows, columns - missingColumns, cut));
+    if (missingRows > 0) parent->ExtendDim(1, missingRows, nullptr);
+    if (missingColumns > 0) parent->ExtendDim(0, missingColumns, nullptr);
     std::unique_ptr<ORXSrvDenseMatrix> view;
     if (cut.isView)
       view.reset(parent->Submatrix(frame, frame + values.rows - 1, frame, frame + values.columns - 1));
@@ -441,7 +458,7 @@ TEST_F(DenseProducts, AddAssignAndScaleWorkOnEveryValueAndOnNoOther) {
 
 TEST_F(DenseProducts, IsSymmetricFindsEverySingleDifference) {
   Plain const a = Filled(7, 7, [](int i, int j) { return 3 * (i + j) + i * j; });
-  testing::internal::CaptureStdout(); // the first difference is reported there
+  testing::internal::CaptureStdout(); // it is the host's
   for (Cut const cut : {Cut{1, 1}, Cut{3, 3}, Cut{7, 7}, Cut{9, 9}, Cut{3, 2}, Cut{3, 3, true}}) {
     Blocks const blocks = Make(a, cut);
     EXPECT_TRUE(blocks->IsSymmetric()) << Text(cut);
@@ -454,7 +471,7 @@ TEST_F(DenseProducts, IsSymmetricFindsEverySingleDifference) {
         blocks->SetValues(i, i, j, j, cell);
       }
   }
-  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_FALSE(Make(Plain(3, 4), {2, 2})->IsSymmetric());
   EXPECT_TRUE(ORXSrvDenseMatrix().IsSymmetric());
 }
@@ -481,7 +498,6 @@ TEST_F(DenseProducts, LargeBlocksAreWorkedOnInPieces) {
   Plain const symmetric = Filled(300, 300, [](int i, int j) { return i * j + i + j; });
   Blocks const blocks = Make(symmetric, {170, 170});
   EXPECT_TRUE(blocks->IsSymmetric());
-  testing::internal::CaptureStdout();
   for (auto const& [i, j] : {std::pair{0, 169}, {299, 0}, {128, 127}, {127, 128}, {298, 299}, {171, 130}}) {
     ORXSrvMatrix cell = Full({{-1}});
     blocks->SetValues(i, i, j, j, cell);
@@ -489,10 +505,6 @@ TEST_F(DenseProducts, LargeBlocksAreWorkedOnInPieces) {
     cell = symmetric.At(i, j);
     blocks->SetValues(i, i, j, j, cell);
   }
-  // Those in a block beside the diagonal are reported as the comparison of two matrices does.
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            " m_dim1= 170, m_dim2= 130i= 21930 ptr[i]= 299.000000  rhsPtr[i]= -1.000000"
-            " m_dim1= 170, m_dim2= 130i= 300 ptr[i]= 22531.000000  rhsPtr[i]= -1.000000");
 }
 
 // ---- slots

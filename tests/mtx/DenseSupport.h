@@ -12,6 +12,7 @@
 #include "tests/mtx/MatrixSupport.h"
 #include "tests/mtx/SimSupport.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -61,7 +62,7 @@ inline std::vector<int> Labels(ORXSimCSetID const& id) {
 
 /// How a matrix is stored and seen.
 struct DenseKind {
-  enum class Handle : std::uint8_t { Own, View, ViewOfView, Scratch, Registered, Column };
+  enum class Handle : std::uint8_t { Own, View, ViewOfView, Scratch, Registered, Column, Grown, GrownColumn };
   char const* name;
   Handle handle;
   int rowChunk, columnChunk; ///< -1: stored whole
@@ -78,7 +79,17 @@ constexpr DenseKind denseKinds[] = {
     {"ViewOfView", DenseKind::Handle::ViewOfView, 3, 2},
     {"ColumnWhole", DenseKind::Handle::Column, -1, -1},
     {"ColumnInChunks", DenseKind::Handle::Column, 4, -1},
+    {"GrownInOneBlock", DenseKind::Handle::Grown, 64, 64},
+    {"GrownFromAShortBlock", DenseKind::Handle::Grown, 8, 5},
+    {"GrownFromAWhole", DenseKind::Handle::Grown, -1, -1},
+    {"GrownColumn", DenseKind::Handle::GrownColumn, 8, -1},
 };
+
+/// Behind the kinds that did not grow.
+inline DenseKind const* const denseKindsThatGrew =
+    std::find_if(std::begin(denseKinds), std::end(denseKinds), [](DenseKind const& kind) {
+      return kind.handle == DenseKind::Handle::Grown || kind.handle == DenseKind::Handle::GrownColumn;
+    });
 
 inline void PrintTo(DenseKind const& kind, std::ostream* out) { *out << kind.name; }
 
@@ -107,6 +118,19 @@ public:
     return std::make_unique<ORXSrvDenseMatrix>(
         ORXSrvUtilities::Create2DDistribution(NewSet(rows), NewSet(columns), rowChunk, columnChunk));
   }
+  DensePtr NewColumn(int rows, int chunk) const {
+    return std::make_unique<ORXSrvDenseMatrix>(ORXSrvUtilities::Create1DDistribution(NewSet(rows), chunk));
+  }
+  /// The matrix after rows and columns were appended to it, in several steps.
+  static DensePtr Grown(DensePtr matrix, int rows, int columns) {
+    for (int const step : {1, 2, rows, columns}) {
+      int const moreRows = std::min(step, rows - matrix->NumberOfRows());
+      int const moreColumns = std::min(step, columns - matrix->NumberOfColumns());
+      if (moreRows > 0) matrix->ExtendDim(1, moreRows, nullptr);
+      if (moreColumns > 0) matrix->ExtendDim(0, moreColumns, nullptr);
+    }
+    return matrix;
+  }
   /// A matrix of zeros of a kind; a column has one column, whatever `columns` is. Views lie inside a frame
   /// of `frame` rows and columns on each side; their parents are gone.
   DensePtr New(DenseKind const& kind, int rows, int columns) const {
@@ -118,8 +142,12 @@ public:
     case DenseKind::Handle::Registered:
       return NewInRegistry(rows, columns, kind.rowChunk, kind.columnChunk);
     case DenseKind::Handle::Column:
-      return std::make_unique<ORXSrvDenseMatrix>(
-          ORXSrvUtilities::Create1DDistribution(NewSet(rows), kind.rowChunk));
+      return NewColumn(rows, kind.rowChunk);
+    case DenseKind::Handle::Grown:
+      return Grown(New(rows - rows / 2, columns - columns / 2, kind.rowChunk, kind.columnChunk), rows,
+                   columns);
+    case DenseKind::Handle::GrownColumn:
+      return Grown(NewColumn(rows - rows / 2, kind.rowChunk), rows, 1);
     case DenseKind::Handle::View:
     case DenseKind::Handle::ViewOfView:
       break;

@@ -192,7 +192,8 @@ TEST(SparseMultiplyDense, GivesAnArrayOfTheTransposedProduct) {
     auto const matrix = RandomMatrix(seed, 17, 9);
     Grid const grid(*matrix);
     Doubles const values = Integers(17 * 8, seed);
-    DensePtr const d = NewFilled(database, 17, 8, 4, 3, values);
+    DensePtr const d = seed % 2 == 0 ? database.New(17, 8, 4, 3) : database.New(*denseKindsThatGrew, 17, 8);
+    Write(*d, 0, 16, 0, 7, values);
     Doubles out = Stale(9 * 8);
     matrix->MultiplyDense(*d, out.data(), true);
     EXPECT_EQ(out, Product(grid, values, 8, true)) << "seed " << seed;
@@ -251,8 +252,8 @@ TEST(SparseMultiplyDense, GivesABlockMatrixOfEitherProduct) {
       int const in = transpose ? 7 : 10;
       int const out = transpose ? 10 : 7;
       Doubles const values = Integers(in * 5, 3);
-      // D has rows to spare, R columns and perhaps rows.
-      DensePtr const d = database.New(in + 1, 5, 3, 2);
+      // D has rows to spare, and was longer than its first blocks say; R has columns and perhaps rows.
+      DensePtr const d = database.New(*denseKindsThatGrew, in + 1, 5);
       Write(*d, 0, in - 1, 0, 4, values);
       DensePtr const r = NewFilled(database, out + rowsBelow, 6, 4, 4, Stale((out + rowsBelow) * 6));
       matrix->MultiplyDense(*d, *r, transpose);
@@ -290,6 +291,12 @@ TEST(SparseMultiplyDense, RefusesBlockMatricesThatAreTooSmallBeforeItWrites) {
   Assemble(empty, {});
   empty.MultiplyDense(*d, *r, false);
   EXPECT_EQ(All(*r), Stale(24));
+
+  // What is written for one block would be read with the next.
+  DensePtr const all = database.New(12, 12, 2, 2);
+  DensePtr const from = ViewOf(*all, 0, 11, 0, 3);
+  DensePtr const shifted = ViewOf(*all, 0, 11, 1, 5);
+  EXPECT_EQ(Raised([&] { matrix->MultiplyDense(*from, *shifted, false); }), IllegalInput("MultiplyDense"));
 }
 
 } // namespace

@@ -1,0 +1,54 @@
+#include "mtx/ORXSrvDenseMatrix.h"
+
+#include <algorithm>
+#include <fstream>
+#include <limits>
+#include <sys/resource.h>
+#include <unistd.h>
+
+// The memory that products may work with.
+
+namespace {
+
+constexpr std::int64_t unlimited = std::numeric_limits<std::int64_t>::max();
+
+std::int64_t OfTheMachine() {
+  std::int64_t const pages = sysconf(_SC_PHYS_PAGES);
+  std::int64_t const pageBytes = sysconf(_SC_PAGESIZE);
+  return pages > 0 && pageBytes > 0 ? pages * pageBytes : unlimited;
+}
+
+/// What a container or a batch system allows; a file that is not there, or says "max", allows everything.
+std::int64_t OfTheControlGroup() {
+  std::int64_t least = unlimited;
+  for (char const* const name :
+       {"/sys/fs/cgroup/memory.max", "/sys/fs/cgroup/memory/memory.limit_in_bytes"}) {
+    std::int64_t bytes = 0;
+    if (std::ifstream(name) >> bytes && bytes > 0) least = std::min(least, bytes);
+  }
+  return least;
+}
+
+std::int64_t OfTheResourceLimit(int resource) {
+  rlimit limit{};
+  bool const isLimited = getrlimit(static_cast<__rlimit_resource>(resource), &limit) == 0 &&
+                         limit.rlim_cur < static_cast<rlim_t>(unlimited);
+  return isLimited ? static_cast<std::int64_t>(limit.rlim_cur) : unlimited;
+}
+
+std::int64_t Half() {
+  return std::min({OfTheMachine(), OfTheControlGroup(), OfTheResourceLimit(RLIMIT_AS),
+                   OfTheResourceLimit(RLIMIT_DATA)}) /
+         2;
+}
+
+std::int64_t& Bytes() noexcept {
+  static std::int64_t bytes = Half();
+  return bytes;
+}
+
+} // namespace
+
+void ORXSrvDenseMatrix::SetWorkMemory(std::int64_t bytes) noexcept { Bytes() = bytes > 0 ? bytes : Half(); }
+
+std::int64_t ORXSrvDenseMatrix::WorkMemory() noexcept { return Bytes(); }
