@@ -25,6 +25,9 @@
  * length. Nothing is thrown, and the layer has no state: calls from several threads do not disturb each
  * other.
  *
+ * The first call that is not small takes 128 MB of address space for good. It does not return when the
+ * process may not have that much (ulimit -v); blaC_initialize takes it before, when it is there.
+ *
  *     int n = 2;
  *     double a[4] = {4, 1, 1, 3}, b[2] = {1, 2};   // a by columns; b becomes the solution of A*x = b
  *     int one = 1, pivots[2], info;

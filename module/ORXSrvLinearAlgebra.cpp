@@ -4,6 +4,7 @@
 #include "core/ORXModuleCounter.h"
 #include "core/omi_Singleton.h"
 #include "mtx/ORXSrvTimer.h"
+#include "mtx/impl/ProductMemory.h"
 #include "sim/ORXSimModules.h"
 
 namespace {
@@ -41,6 +42,8 @@ void mtx_finalize(int& tally) {
   if (matrixLayer.Stop(tally)) omi_Singleton<ORXSrvTimer>::Destroy();
 }
 
-void blaC_initialize(int& tally) { blasLayer.Start(tally); }
+void blaC_initialize(int& tally) {
+  if (blasLayer.Start(tally)) orx::TakeProductMemoryIfThere();
+}
 void blaC_finalize(int& tally) { blasLayer.Stop(tally); }
 void blaC_formalize() {}

@@ -5,6 +5,7 @@
 #include "mtx/impl/BlockProgress.h"
 #include "mtx/impl/BlockRanges.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/ProductMemory.h"
 #include "mtx/impl/ProductTiles.h"
 
 #include <algorithm>
@@ -119,12 +120,14 @@ int const* Leading(int const& dimension) {
 
 /// c = alpha * a * b + beta * c; a is m x k, b k x n.
 void Gemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
+  RequireProductMemory();
   BLAC_DGEMM("N", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
              Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
 }
 
 /// c = alpha * a^T * b + beta * c; a is k x m, b k x n. Without values of a and b (k = 0) c = beta * c.
 void TransposedGemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
+  RequireProductMemory();
   BLAC_DGEMM("T", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
              Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
 }

@@ -3,12 +3,15 @@
 #include "blac/BLAC.h"
 #include "core/mem_Allocator.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/ProductMemory.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <utility>
+
+using namespace orx;
 
 namespace {
 
@@ -66,6 +69,7 @@ void AddProduct(char const* transposition, int m, int n, int k, double const* a,
   lda = std::max(lda, 1);
   ldb = std::max(ldb, 1);
   ldc = std::max(ldc, 1);
+  RequireProductMemory();
   BLAC_DGEMM(transposition, "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
 }
 
@@ -462,6 +466,7 @@ void ORXSrvMatrix::MultiplyVector(ORXSrvMatrix const& b) {
   double const beta = 0.0;
   int const step = 1;
   int const leadingDimension = std::max(m_dim1, 1);
+  RequireProductMemory();
   BLAC_DGEMV("N", &b.m_dim1, &b.m_dim2, &alpha, b.m_values, &leadingDimension, copy.get(), &step, &beta,
              m_values, &step);
 }
@@ -521,6 +526,7 @@ void ORXSrvMatrix::TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int
 
 void ORXSrvMatrix::Factorize(int* pivots) {
   if (m_diagonal) return InvertDiagonal();
+  RequireProductMemory();
   int info = 0;
   if (m_symmetric) {
     Require(m_dim1 <= m_dim2, "Factorize", __LINE__);
@@ -546,6 +552,7 @@ void ORXSrvMatrix::ForwardBackwardPass(int const* pivots, ORXSrvMatrix& rhs, boo
   bool const hasFactors = HasFullStorage() && m_dim1 <= m_dim2;
   bool const holdsColumns = std::int64_t{m_dim1} * rhs.m_dim2 <= std::int64_t{rhs.m_dim1} * rhs.m_dim2;
   Require(hasFactors && holdsColumns && rhs.HasFullStorage(), "ForwardBackwardPass", __LINE__);
+  RequireProductMemory();
   int info = 0;
   if (m_symmetric) {
     BLAC_DSYTRS("L", &m_dim1, &rhs.m_dim2, m_values, &m_dim1, pivots, rhs.m_values, &m_dim1, &info);
@@ -575,6 +582,7 @@ void ORXSrvMatrix::SolveEigenproblemSymmetric(ORXSrvMatrix const& b, ORXSrvMatri
   Require(!eigenvectors.m_diagonal || n == 1, operation, __LINE__);
   Require(eigenvectors.m_values != m_values && eigenvectors.m_values != b.m_values, operation, __LINE__);
   Require(IsSymmetricNumerically() && b.IsSymmetricNumerically(), operation, __LINE__);
+  RequireProductMemory();
 
   int const blockSizeQuery = 1;
   int const unused = -1;

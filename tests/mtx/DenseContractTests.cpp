@@ -1,11 +1,13 @@
 #include "tests/mtx/DenseSupport.h"
 
+#include "core/mem_Allocator.h"
 #include "mtx/ORXSrvProgress.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <limits>
+#include <unistd.h>
 
 namespace {
 
@@ -374,6 +376,39 @@ TEST_F(DenseContract, ProductsWithLittleMemoryAreTheSame) {
     }
   }
 }
+
+#ifndef __SANITIZE_ADDRESS__
+/// Ends with 0 when the call raises mem_OutOfMemory, and succeeds once there is memory.
+template<class Call>
+[[noreturn]] void ExitAfterShortage(Call call) {
+  alarm(60); // it used to wait for ever
+  bool isRefused = false;
+  try {
+    ShortOfMemory const shortage(100);
+    call();
+  } catch (mem_OutOfMemory const&) {
+    isRefused = true;
+  }
+  call();
+  std::exit(isRefused ? 0 : 1);
+}
+
+TEST(ProductMemoryDeathTest, ProductsAreRefusedWhenTheBlasCannotHaveItsMemory) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe"; // in a process in which nothing was multiplied yet
+  ORXSrvMatrix a(200, 200);
+  ORXSrvMatrix c(200, 200);
+  a = 1.0;
+  std::vector<int> pivots(200);
+  EXPECT_EXIT(ExitAfterShortage([&] { c.Multiply(a, a); }), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(ExitAfterShortage([&] { a.Factorize(pivots.data()); }), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(ExitAfterShortage([&] {
+                DenseDatabase const database;
+                DensePtr const blocks = database.New(200, 200, 100, 100);
+                blocks->Multiply(a, c);
+              }),
+              testing::ExitedWithCode(0), "");
+}
+#endif
 
 TEST(WorkMemory, IsHalfOfWhatThereIsUntilItIsSet) {
   std::int64_t const usual = ORXSrvDenseMatrix::WorkMemory();

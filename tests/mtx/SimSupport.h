@@ -3,12 +3,15 @@
 #include "sim/ORXSimException.h"
 
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
+#include <unistd.h>
 
 /// A temporary folder that is the current directory as long as it lives; it goes away with its files.
 class WorkingFolder {
@@ -59,6 +62,27 @@ private:
   rlimit m_before{};
   void (*m_onSignal)(int);
 };
+
+#ifndef __SANITIZE_ADDRESS__ // which needs addresses without end
+/// While it lives, this process can have only so many MB more memory than it has.
+class ShortOfMemory {
+public:
+  explicit ShortOfMemory(std::int64_t megabytes) {
+    std::int64_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    getrlimit(RLIMIT_AS, &m_before);
+    rlimit small = m_before;
+    small.rlim_cur = static_cast<rlim_t>(pages * sysconf(_SC_PAGESIZE) + (megabytes << 20));
+    setrlimit(RLIMIT_AS, &small);
+  }
+  ShortOfMemory(ShortOfMemory const&) = delete;
+  ShortOfMemory& operator=(ShortOfMemory const&) = delete;
+  ~ShortOfMemory() { setrlimit(RLIMIT_AS, &m_before); }
+
+private:
+  rlimit m_before{};
+};
+#endif
 
 /// The code of the database error that the call ends with; 0 without one.
 template<class Call>

@@ -1,11 +1,9 @@
 #include "SparseGrid.h"
+#include "tests/mtx/SimSupport.h"
 
-#include <fstream>
 #include <limits>
 #include <numeric>
 #include <string>
-#include <sys/resource.h>
-#include <unistd.h>
 
 namespace {
 
@@ -404,25 +402,6 @@ TEST(SparseOperations, RefuseAMatrixUnderAssembly) {
 }
 
 #ifndef __SANITIZE_ADDRESS__
-/// While it lives, this process can have only a few MB more memory than it has.
-class ShortOfMemory {
-public:
-  ShortOfMemory() {
-    std::int64_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    getrlimit(RLIMIT_AS, &m_before);
-    rlimit small = m_before;
-    small.rlim_cur = static_cast<rlim_t>(pages * sysconf(_SC_PAGESIZE) + (std::int64_t{6} << 20));
-    setrlimit(RLIMIT_AS, &small);
-  }
-  ShortOfMemory(ShortOfMemory const&) = delete;
-  ShortOfMemory& operator=(ShortOfMemory const&) = delete;
-  ~ShortOfMemory() { setrlimit(RLIMIT_AS, &m_before); }
-
-private:
-  rlimit m_before{};
-};
-
 TEST(SparseOperations, KeepTheMatrixWhenMemoryIsShort) {
   constexpr int n = 1 << 19;
   ORXSrvSparseMatrix matrix(n, n);
@@ -432,7 +411,7 @@ TEST(SparseOperations, KeepTheMatrixWhenMemoryIsShort) {
   Snapshot const before(matrix);
   Ints const perm = RandomPermutation(n, 1);
   {
-    ShortOfMemory const shortage;
+    ShortOfMemory const shortage(6);
     EXPECT_THROW(matrix.PermuteRows(perm.data()), mem_OutOfMemory);
     EXPECT_THROW(matrix.Permute(perm.data()), mem_OutOfMemory);
     EXPECT_THROW(matrix.PermuteInPlace(perm.data()), mem_OutOfMemory);
