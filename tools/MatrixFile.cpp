@@ -49,28 +49,16 @@ void RequireLastChunk(std::string const& path) {
                            path.c_str()));
 }
 
+bool HasHeader(FileKind kind) {
+  return kind != FileKind::Triplets && kind != FileKind::Commas && kind != FileKind::NodeDofs;
+}
+
 MatrixEntries LoadTriplets(std::string const& path, int base) {
   return base == 1 ? Import(path, 3) : ReadTriplets(path, base);
 }
 
-} // namespace
-
-MatrixEntries::MatrixEntries(ORXSrvSparseMatrix const& matrix)
-    : m_rows(matrix.NumberOfRows()), m_columns(matrix.NumberOfColumns()) {
-  int count = 0;
-  m_items.reset(matrix.GetEntries(count));
-  m_count = static_cast<std::size_t>(count);
-}
-
-void MatrixEntries::Enlarge(int rows, int columns) {
-  m_rows = std::max(m_rows, rows);
-  m_columns = std::max(m_columns, columns);
-}
-
-MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options) {
-  RequireReadable(path);
-  Progress const progress("reading " + path);
-  switch (options.kind ? *options.kind : RecognizeKind(path)) {
+MatrixEntries LoadAs(FileKind kind, std::string const& path, ReadOptions const& options) {
+  switch (kind) {
   case FileKind::Triplets:
     return LoadTriplets(path, options.base.value_or(1));
   case FileKind::Commas:
@@ -91,6 +79,29 @@ MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options) {
     return Import(path, 7);
   }
   throw ToolError(ExitCode::Failure, "unknown file type");
+}
+
+} // namespace
+
+MatrixEntries::MatrixEntries(ORXSrvSparseMatrix const& matrix)
+    : m_rows(matrix.NumberOfRows()), m_columns(matrix.NumberOfColumns()) {
+  int count = 0;
+  m_items.reset(matrix.GetEntries(count));
+  m_count = static_cast<std::size_t>(count);
+}
+
+void MatrixEntries::Enlarge(int rows, int columns) {
+  m_rows = std::max(m_rows, rows);
+  m_columns = std::max(m_columns, columns);
+}
+
+MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options) {
+  RequireReadable(path);
+  Progress const progress("reading " + path);
+  FileKind const kind = options.kind ? *options.kind : RecognizeKind(path);
+  MatrixEntries entries = LoadAs(kind, path, options);
+  if (HasHeader(kind)) entries.DeclareWhole();
+  return entries;
 }
 
 } // namespace orx::tool

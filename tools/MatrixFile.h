@@ -25,10 +25,15 @@ public:
   std::span<Entry const> Items() const noexcept { return {m_items.get(), m_count}; }
   /// For a file that says its dimensions, which its entries need not reach.
   void Enlarge(int rows, int columns);
+  /// True when the file has said its dimensions, and whether one triangle stands for both, which then are
+  /// both here. Nothing may be added to such a matrix. Text without a header says neither.
+  bool IsWhole() const noexcept { return m_isWhole; }
+  void DeclareWhole() noexcept { m_isWhole = true; }
 
 private:
   int m_rows;
   int m_columns;
+  bool m_isWhole = false;
   std::size_t m_count = 0;
   mem_Array<Entry> m_items;
 };

@@ -1,116 +1,83 @@
 #include "tools/ModalProblem.h"
 
+#include "tools/DensePair.h"
 #include "tools/Memory.h"
+#include "tools/NullMotions.h"
 #include "tools/Text.h"
 #include "tools/ToolError.h"
-
-#include "blac/BLAC.h"
-#include "mtx/ORXSrvMatrix.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <numbers>
-#include <numeric>
 #include <optional>
 
 namespace orx::tool {
 namespace {
 
 constexpr double roundoff = std::numeric_limits<double>::epsilon();
+constexpr double infinity = std::numeric_limits<double>::infinity();
 
 /// Entries of K come out of sums that were rounded a few times: their relative error is at least this.
 constexpr double leastStiffnessError = 100.0 * roundoff;
 
-/// A shift serves eigenvalues within a few decades of it. One within this factor of the best is kept.
+/// x^T M x is 0 when less than this is left of its terms.
+constexpr double leastMassShare = 100.0 * roundoff;
+
+/// Errors of the eigensolver up to this are not worth another solution: with sigma = 0, which leaves the
+/// entries of K as they are, and with a sigma that was a guess.
+constexpr double goodErrorUnshifted = 1e-11;
+constexpr double goodErrorShifted = 100.0 * roundoff;
+/// A shift within this factor of another one shows nothing new.
 constexpr double shiftSlack = 10.0;
-constexpr int shiftAttempts = 3;
+/// An eigenvalue with a larger error says nothing about where it is.
+constexpr double lostError = 0.1;
+constexpr int mostSolutions = 5;
 
-/// The pair as dense matrices, and what the eigensolver makes of them.
-class DensePair {
-public:
-  DensePair(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass)
-      : m_k(stiffness), m_m(mass), m_n(stiffness.Order()), m_mass(m_n, m_n), m_combination(m_n, m_n),
-        m_values(m_n, 1), m_vectors(m_n, m_n) {}
+/// An eigenvalue and the parts of its relative error.
+struct Estimate {
+  double eigenvalue;
+  double ofSolver; ///< rounding in the eigensolver, which another shift can make smaller
+  double ofData;   ///< rounding in the matrices
 
-  /// Whether kFactor K + mFactor M is positive definite beyond rounding: no pivot of its Cholesky
-  /// factorization may be lost in the rounding errors of the diagonal value it was made from.
-  bool IsPositiveDefinite(double kFactor, double mFactor) {
-    Fill(m_combination, kFactor, mFactor);
-    std::vector<double> const diagonal = DiagonalOf(m_combination);
-    int info = 0;
-    BLAC_DPOTRF("L", &m_n, m_combination.Values(), &m_n, &info);
-    if (info != 0) return false;
-    std::vector<double> const pivots = DiagonalOf(m_combination);
-    double const lost = 10.0 * m_n * roundoff;
-    for (int i = 0; i < m_n; ++i)
-      if (!(pivots[i] * pivots[i] > lost * diagonal[i])) return false;
-    return true;
-  }
+  double Error() const { return ofSolver + ofData; }
+  bool IsGood(double goodError) const { return ofSolver <= std::max(goodError, ofData); }
+  bool IsLost() const { return !(Error() < lostError); }
+};
 
-  /// M x = nu (K + shift M) x
-  void Solve(double shift) {
-    Fill(m_mass, 0.0, 1.0);
-    Fill(m_combination, 1.0, shift);
-    m_mass.SolveEigenproblemSymmetric(m_combination, m_values, m_vectors);
-  }
-
-  /// nu, ascending.
-  std::span<double const> Values() const { return {m_values.Values(), static_cast<std::size_t>(m_n)}; }
-  std::span<double const> Vector(int k) const {
-    auto const n = static_cast<std::size_t>(m_n);
-    return {m_vectors.Values() + n * static_cast<std::size_t>(k), n};
-  }
-
-private:
-  /// Both triangles get the same bits, which the eigensolver insists on.
-  void Fill(ORXSrvMatrix& target, double kFactor, double mFactor) const {
-    target = 0.0;
-    AddTo(target, kFactor, m_k);
-    AddTo(target, mFactor, m_m);
-  }
-  static void AddTo(ORXSrvMatrix& target, double factor, SymmetricMatrix const& source) {
-    auto const n = static_cast<std::size_t>(target.NumberOfRows());
-    if (factor == 0.0) return;
-    for (Entry const& e : source.Lower()) {
-      target.Values()[e.column * n + e.row] += factor * e.value;
-      if (e.row != e.column) target.Values()[e.row * n + e.column] += factor * e.value;
-    }
-  }
-  static std::vector<double> DiagonalOf(ORXSrvMatrix const& matrix) {
-    auto const n = static_cast<std::size_t>(matrix.NumberOfRows());
-    std::vector<double> diagonal(n);
-    for (std::size_t i = 0; i < n; ++i)
-      diagonal[i] = matrix.Values()[i * n + i];
-    return diagonal;
-  }
-
-  SymmetricMatrix const& m_k;
-  SymmetricMatrix const& m_m;
-  int const m_n;
-  ORXSrvMatrix m_mass;
-  ORXSrvMatrix m_combination; ///< also where it is factored on trial
-  ORXSrvMatrix m_values;
-  ORXSrvMatrix m_vectors;
+/// An eigenpair out of the solution that knows it best.
+struct FoundMode {
+  Estimate estimate;
+  double shift;
+  double stiffnessShare;
+  bool isRigid;
+  std::vector<double> vector;
 };
 
 /// The shifted problem of one pair, from the first guess of the shift to the finished modes.
+///
+/// Eigenpairs are known by their position in the ascending order of nu, which is the same for every shift:
+/// positive nu in descending order of lambda, then nu = 0, then negative ones.
 class ModalSolver {
 public:
   ModalSolver(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, double stiffnessError)
       : m_k(stiffness), m_m(mass), m_pair(stiffness, mass),
-        m_stiffnessError(std::max(stiffnessError, leastStiffnessError)) {}
+        m_stiffnessError(std::max(stiffnessError, roundoff)),
+        m_rigidShare(std::max(stiffnessError, leastStiffnessError)) {}
 
+  /// The modes have the eigenpairs alone.
   ModalSolution Solve(int count) {
-    m_solution.isMassDefinite = m_pair.IsPositiveDefinite(0.0, 1.0);
-    m_solution.isStiffnessDefinite = m_pair.IsPositiveDefinite(1.0, 0.0);
+    m_count = count;
+    m_solution.isMassDefinite = m_pair.IsDefinite(0.0, 1.0);
+    m_solution.isStiffnessDefinite = m_pair.IsDefinite(1.0, 0.0);
     SolveWith(m_solution.isStiffnessDefinite ? 0.0 : FirstShift());
-    for (int attempt = 1; attempt < shiftAttempts; ++attempt) {
-      std::optional<double> const better = BetterShift(count);
-      if (!better || !m_pair.IsPositiveDefinite(1.0, *better)) break;
+    for (int solutions = 1; solutions < mostSolutions; ++solutions) {
+      std::optional<double> const better = BetterShift();
+      if (!better || !m_pair.IsDefinite(1.0, *better)) break;
       SolveWith(*better);
     }
-    Finish(count);
+    Finish();
     return std::move(m_solution);
   }
 
@@ -119,7 +86,7 @@ private:
   double DiagonalScale() const {
     std::vector<double> const k = m_k.Diagonal();
     std::vector<double> const m = m_m.Diagonal();
-    double scale = std::numeric_limits<double>::infinity();
+    double scale = infinity;
     for (std::size_t i = 0; i < k.size(); ++i)
       if (k[i] > 0.0 && m[i] > 0.0) scale = std::min(scale, k[i] / m[i]);
     if (std::isfinite(scale)) return scale;
@@ -130,7 +97,7 @@ private:
   double FirstShift() {
     double const scale = DiagonalScale();
     for (double const factor : {1e-3, 1.0, 1e3, 1e6, 1e9})
-      if (m_pair.IsPositiveDefinite(1.0, factor * scale)) return factor * scale;
+      if (m_pair.IsDefinite(1.0, factor * scale)) return factor * scale;
     throw ToolError(
         ExitCode::Failure,
         Format("neither M nor K is positive definite, nor is K + sigma M for any sigma tried from %.3g "
@@ -149,23 +116,37 @@ private:
   }
 
   void SolveWith(double shift) {
-    m_solution.shift = shift;
+    m_shift = shift;
+    m_used.push_back(shift);
     m_pair.Solve(shift);
+    auto const nu = m_pair.Values();
+    m_largestNu = std::max(std::fabs(nu.front()), std::fabs(nu.back()));
     SortFinite();
+    KeepBest();
   }
 
-  double Eigenvalue(int k) const { return 1.0 / m_pair.Values()[k] - m_solution.shift; }
+  double Eigenvalue(int k) const { return 1.0 / m_pair.Values()[k] - m_shift; }
 
-  /// Which eigenpairs are finite, lowest first: nu falls as lambda rises.
+  /// x^T M x is nothing, by nu or by what is left of its terms.
+  bool IsMassless(int k) const {
+    auto const nu = m_pair.Values();
+    if (std::fabs(nu[k]) <= static_cast<double>(nu.size()) * roundoff * m_largestNu) return true;
+    auto const x = m_pair.Vector(k);
+    return std::fabs(m_m.QuadraticForm(x)) <= leastMassShare * m_m.AbsoluteForm(x);
+  }
+
+  /// Which eigenpairs of the present solution are finite, lowest first: nu falls as lambda rises. A positive
+  /// definite M leaves none infinite, however far nu is lost.
   void SortFinite() {
     auto const nu = m_pair.Values();
-    double const largest = std::max(std::fabs(nu.front()), std::fabs(nu.back()));
-    double const lost = static_cast<double>(nu.size()) * roundoff * largest;
     m_finite.clear();
     for (int k = static_cast<int>(nu.size()) - 1; k >= 0; --k)
-      if (std::fabs(nu[k]) > lost) m_finite.push_back(k);
+      if (m_solution.isMassDefinite || !IsMassless(k)) m_finite.push_back(k);
+    if (std::ssize(m_finite) < m_solution.finiteEigenvalues) return;
     m_solution.finiteEigenvalues = static_cast<int>(m_finite.size());
     m_solution.infiniteEigenvalues = static_cast<int>(nu.size() - m_finite.size());
+    m_solution.negativeMasses = 0;
+    if (m_solution.isMassDefinite) return;
     m_solution.negativeMasses =
         static_cast<int>(std::count_if(m_finite.begin(), m_finite.end(), [&](int k) { return nu[k] < 0.0; }));
     if (m_solution.negativeMasses > 0)
@@ -173,55 +154,106 @@ private:
                        [&](int a, int b) { return std::fabs(Eigenvalue(a)) < std::fabs(Eigenvalue(b)); });
   }
 
+  Estimate EstimateOf(int k) const {
+    auto const x = m_pair.Vector(k);
+    double const lambda = Eigenvalue(k);
+    double const magnitude = std::fabs(lambda);
+    bool const isLost = m_pair.Values()[k] <= 0.0 && m_solution.isMassDefinite;
+    double const mass = std::fabs(m_m.QuadraticForm(x));
+    if (isLost || !(magnitude > 0.0) || !(mass > 0.0)) return {lambda, infinity, 0.0};
+    double const distance = lambda + m_shift;
+    double const ofEntries = m_stiffnessError * (m_k.AbsoluteForm(x) / mass) +
+                             roundoff * (magnitude + m_shift) * (m_m.AbsoluteForm(x) / mass);
+    return {lambda, roundoff * distance * m_largestNu * distance / magnitude, ofEntries / magnitude};
+  }
+
   double StiffnessShare(std::span<double const> x) const {
     double const terms = m_k.AbsoluteForm(x);
     return terms == 0.0 ? 0.0 : std::fabs(m_k.QuadraticForm(x)) / terms;
   }
 
-  /// With a shift only: where K is positive definite, no motion is free. The eigenvalue is 0 when it is lost
-  /// in the errors of K's entries, or in those of the shifted solution.
-  bool IsRigid(int k) const {
-    if (m_solution.shift == 0.0) return false;
+  /// Where K is positive definite, no motion is free. The eigenvalue is 0 when it is lost in the errors of
+  /// K's entries, or in those of the shifted solution.
+  bool IsRigid(double eigenvalue, double stiffnessShare) const {
+    if (m_solution.isStiffnessDefinite) return false;
+    double const ofSolution = 10.0 * m_k.Order() * roundoff * m_shift;
+    return stiffnessShare <= m_rigidShare || std::fabs(eigenvalue) <= ofSolution;
+  }
+
+  FoundMode MakeFound(int k) const {
     auto const x = m_pair.Vector(k);
-    double const ofSolution = 10.0 * m_k.Order() * roundoff * m_solution.shift;
-    return StiffnessShare(x) <= m_stiffnessError || std::fabs(Eigenvalue(k)) <= ofSolution;
+    Estimate const estimate = EstimateOf(k);
+    double const share = StiffnessShare(x);
+    return {estimate, m_shift, share, IsRigid(estimate.eigenvalue, share), {x.begin(), x.end()}};
   }
 
-  /// An eigenvalue lambda has lost the factor (lambda + sigma)^2 / (lambda sigma) to rounding, so sigma
-  /// belongs in the middle of the elastic eigenvalues asked for, and above the magnitude of negative ones.
-  /// Empty when the present shift will do.
-  std::optional<double> BetterShift(int count) const {
-    if (m_solution.isStiffnessDefinite || m_solution.negativeMasses > 0 || m_finite.empty()) return {};
+  /// The modes asked for, as the present solution sees them, where it sees them better than those before.
+  void KeepBest() {
+    std::vector<int> positions(m_finite.begin(),
+                               m_finite.begin() + std::min<std::ptrdiff_t>(m_count, std::ssize(m_finite)));
+    for (auto const& [k, found] : m_best)
+      positions.push_back(k);
+    for (int const k : positions) {
+      auto const known = m_best.find(k);
+      if (known == m_best.end())
+        m_best.emplace(k, MakeFound(k));
+      else if (EstimateOf(k).Error() < known->second.estimate.Error())
+        known->second = MakeFound(k);
+    }
+  }
+
+  bool IsNew(double shift) const {
+    return std::none_of(m_used.begin(), m_used.end(),
+                        [=](double used) { return shift < shiftSlack * used && used < shiftSlack * shift; });
+  }
+
+  /// The elastic modes whose errors could be smaller.
+  std::vector<Estimate> Improvable() const {
+    double const goodError = m_solution.isStiffnessDefinite ? goodErrorUnshifted : goodErrorShifted;
+    std::vector<Estimate> improvable;
+    for (auto const& [k, found] : m_best)
+      if (!found.isRigid && !found.estimate.IsGood(goodError)) improvable.push_back(found.estimate);
+    return improvable;
+  }
+
+  /// A shift amid the modes that could be better known, and above the magnitude of negative ones; or where
+  /// the worst of them is. Empty when there are none.
+  std::optional<double> BetterShift() {
+    std::vector<Estimate> improvable = Improvable();
+    auto const known = std::partition(improvable.begin(), improvable.end(),
+                                      [](Estimate const& estimate) { return !estimate.IsLost(); });
+    bool const isAnyLost = known != improvable.end() || MayHideFiniteOnes();
+    improvable.erase(known, improvable.end());
+    if (improvable.empty()) return isAnyLost ? std::optional(EndOfSight()) : std::nullopt;
+
     double mostNegative = 0.0;
-    double lowest = 0.0;
+    double lowest = infinity;
     double highest = 0.0;
-    for (int i = 0; i < static_cast<int>(m_finite.size()) && (i < count || lowest == 0.0); ++i) {
-      if (IsRigid(m_finite[i])) continue;
-      double const lambda = Eigenvalue(m_finite[i]);
-      mostNegative = std::min(mostNegative, lambda);
-      highest = std::max(highest, lambda);
-      if (lowest == 0.0) lowest = std::max(lambda, 0.0);
+    for (Estimate const& estimate : improvable) {
+      mostNegative = std::min(mostNegative, estimate.eigenvalue);
+      lowest = std::min(lowest, std::fabs(estimate.eigenvalue));
+      highest = std::max(highest, std::fabs(estimate.eigenvalue));
     }
-    double const best = std::max(std::sqrt(lowest) * std::sqrt(highest), -2.0 * mostNegative);
-    double const ratio = best / m_solution.shift;
-    if (best == 0.0 || (ratio < shiftSlack && ratio > 1.0 / shiftSlack)) return {};
-    return best;
+    double const amid = std::max(std::sqrt(lowest) * std::sqrt(highest), -2.0 * mostNegative);
+    if (IsNew(amid)) return amid;
+    auto const worst =
+        std::max_element(improvable.begin(), improvable.end(),
+                         [](Estimate const& a, Estimate const& b) { return a.ofSolver < b.ofSolver; });
+    double const atWorst = std::fabs(worst->eigenvalue);
+    return IsNew(atWorst) ? std::optional(atWorst) : std::nullopt;
   }
 
-  /// Against the terms that cancel, not against ||K|| ||x||: where the mode is soft, the stiffest entries of
-  /// K would make any residual look small.
-  double Residual(double lambda, std::span<double const> x) const {
-    std::vector<double> const kx = m_k.Times(x);
-    std::vector<double> const mx = m_m.Times(x);
-    std::vector<double> const kTerms = m_k.AbsoluteTimes(x);
-    std::vector<double> const mTerms = m_m.AbsoluteTimes(x);
-    double residual = 0.0;
-    double terms = 0.0;
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      residual = std::hypot(residual, kx[i] - lambda * mx[i]);
-      terms = std::hypot(terms, kTerms[i] + std::fabs(lambda) * mTerms[i]);
-    }
-    return terms == 0.0 ? 0.0 : residual / terms;
+  /// The largest lambda that the present solution tells from an infinite one.
+  double EndOfSight() const { return 1.0 / (static_cast<double>(m_pair.Order()) * roundoff * m_largestNu); }
+
+  /// Fewer modes than asked for, and more infinite eigenvalues than unknowns without mass: some of them may
+  /// be finite and lost. Another solution looks further, once.
+  bool MayHideFiniteOnes() {
+    if (m_hasLookedFurther || m_solution.finiteEigenvalues >= m_count) return false;
+    std::vector<bool> const heavy = m_m.NonzeroRows();
+    auto const massless = std::count(heavy.begin(), heavy.end(), false);
+    m_hasLookedFurther = true;
+    return m_solution.infiniteEigenvalues > massless;
   }
 
   /// Of components as large as each other to rounding, as symmetric structures have, the first decides.
@@ -234,50 +266,95 @@ private:
     return *decisive < 0.0 ? -1.0 : 1.0;
   }
 
-  Mode MakeMode(int k) const {
-    auto const x = m_pair.Vector(k);
+  Mode MakeMode(FoundMode& found) const {
+    std::vector<double>& x = found.vector;
     double const factor = SignOfLargest(x) / std::sqrt(std::fabs(m_m.QuadraticForm(x)));
-    Mode mode{Eigenvalue(k), 0.0, StiffnessShare(x), IsRigid(k), {}};
-    for (double const value : x)
-      mode.shape.push_back(factor * value);
-    mode.residual = Residual(mode.isRigid ? 0.0 : mode.eigenvalue, mode.shape);
-    return mode;
+    for (double& value : x)
+      value *= factor;
+    return {found.estimate.eigenvalue,
+            found.estimate.Error(),
+            found.shift,
+            0.0,
+            found.stiffnessShare,
+            found.isRigid,
+            std::move(found.vector)};
   }
 
-  void Finish(int count) {
-    for (int i = 0; i < std::min(count, m_solution.finiteEigenvalues); ++i)
-      m_solution.modes.push_back(MakeMode(m_finite[i]));
+  void Finish() {
+    std::vector<Mode>& modes = m_solution.modes;
+    for (auto at = m_best.rbegin(); at != m_best.rend(); ++at)
+      modes.push_back(MakeMode(at->second));
+    if (m_solution.negativeMasses > 0)
+      std::stable_sort(modes.begin(), modes.end(), [](Mode const& a, Mode const& b) {
+        return std::fabs(a.eigenvalue) < std::fabs(b.eigenvalue);
+      });
+    if (std::ssize(modes) > m_count) modes.resize(static_cast<std::size_t>(m_count));
+    for (Mode const& mode : modes)
+      m_solution.shifts.push_back(mode.shift);
+    std::sort(m_solution.shifts.begin(), m_solution.shifts.end());
+    m_solution.shifts.erase(std::unique(m_solution.shifts.begin(), m_solution.shifts.end()),
+                            m_solution.shifts.end());
   }
 
   SymmetricMatrix const& m_k;
   SymmetricMatrix const& m_m;
   DensePair m_pair;
-  double const m_stiffnessError;
-  std::vector<int> m_finite; ///< eigenpairs with a finite lambda, lowest first
+  double const m_stiffnessError; ///< of the entries of K, for estimates
+  double const m_rigidShare;     ///< a motion with less than this left of x^T K x is rigid
+  int m_count = 0;
+  double m_shift = 0.0; ///< of the present solution, as what follows
+  double m_largestNu = 0.0;
+  std::vector<int> m_finite;       ///< eigenpairs with a finite lambda, lowest first
+  std::map<int, FoundMode> m_best; ///< by position
+  std::vector<double> m_used;      ///< shifts of all solutions
+  bool m_hasLookedFurther = false;
   ModalSolution m_solution;
 };
 
-/// New numbers of the unknowns with stiffness or mass; -1 for the others, which `empty` lists.
-std::vector<int> NumberUsed(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass,
-                            std::vector<int>& empty) {
+/// Unknowns that neither matrix has a value for.
+std::vector<int> EmptyUnknowns(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass) {
   std::vector<bool> const stiff = stiffness.NonzeroRows();
   std::vector<bool> const heavy = mass.NonzeroRows();
-  std::vector<int> numbers(stiff.size(), -1);
-  int next = 0;
-  for (std::size_t i = 0; i < numbers.size(); ++i) {
-    if (stiff[i] || heavy[i])
-      numbers[i] = next++;
-    else
-      empty.push_back(static_cast<int>(i));
-  }
-  return numbers;
+  std::vector<int> empty;
+  for (std::size_t i = 0; i < stiff.size(); ++i)
+    if (!stiff[i] && !heavy[i]) empty.push_back(static_cast<int>(i));
+  return empty;
 }
 
-void Expand(Mode& mode, std::span<int const> numbers) {
-  std::vector<double> shape(numbers.size(), 0.0);
-  for (std::size_t i = 0; i < numbers.size(); ++i)
-    if (numbers[i] >= 0) shape[i] = mode.shape[numbers[i]];
-  mode.shape = std::move(shape);
+/// By the matrices as they are given, so that an unknown that is held by mistake shows. Against the terms
+/// that cancel, not against ||K|| ||x||: where the mode is soft, the stiffest entries of K would make any
+/// residual look small.
+double Residual(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, Mode const& mode) {
+  double const lambda = mode.isRigid ? 0.0 : mode.eigenvalue;
+  double const weight = mode.isRigid ? mode.shift : std::fabs(mode.eigenvalue);
+  std::vector<double> const kx = stiffness.Times(mode.shape);
+  std::vector<double> const mx = mass.Times(mode.shape);
+  std::vector<double> const kTerms = stiffness.AbsoluteTimes(mode.shape);
+  std::vector<double> const mTerms = mass.AbsoluteTimes(mode.shape);
+  double residual = 0.0;
+  double terms = 0.0;
+  for (std::size_t i = 0; i < kx.size(); ++i) {
+    residual = std::hypot(residual, kx[i] - lambda * mx[i]);
+    terms = std::hypot(terms, kTerms[i] + weight * mTerms[i]);
+  }
+  return terms == 0.0 ? 0.0 : residual / terms;
+}
+
+/// Both matrices without empty unknowns.
+ModalSolution SolveFilled(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, int count,
+                          double stiffnessError) {
+  RequireFits(stiffness.Order(), AvailableMemory());
+  std::vector<int> held = FindNullMotions(stiffness, mass);
+  KeptUnknowns const free(stiffness.Order(), held);
+  SymmetricMatrix const freeStiffness = stiffness.Reduced(free);
+  SymmetricMatrix const freeMass = mass.Reduced(free);
+  ModalSolution solution = ModalSolver(freeStiffness, freeMass, stiffnessError).Solve(count);
+  for (Mode& mode : solution.modes) {
+    mode.shape = free.Expanded(mode.shape);
+    mode.residual = Residual(stiffness, mass, mode);
+  }
+  solution.heldUnknowns = std::move(held);
+  return solution;
 }
 
 } // namespace
@@ -293,16 +370,14 @@ ModalSolution SolveModes(SymmetricMatrix const& stiffness, SymmetricMatrix const
   if (mass.FrobeniusNorm() == 0.0)
     throw ToolError(ExitCode::UnusableInput,
                     "M holds no value other than 0, so K x = lambda M x has no finite eigenvalue");
-  std::vector<int> empty;
-  std::vector<int> const numbers = NumberUsed(stiffness, mass, empty);
-  int const used = stiffness.Order() - static_cast<int>(empty.size());
-  RequireFits(used, AvailableMemory());
-  SymmetricMatrix const usedStiffness = stiffness.Renumbered(numbers, used);
-  SymmetricMatrix const usedMass = mass.Renumbered(numbers, used);
-
-  ModalSolution solution = ModalSolver(usedStiffness, usedMass, stiffnessError).Solve(count);
+  std::vector<int> empty = EmptyUnknowns(stiffness, mass);
+  KeptUnknowns const filled(stiffness.Order(), empty);
+  ModalSolution solution =
+      SolveFilled(stiffness.Reduced(filled), mass.Reduced(filled), count, stiffnessError);
   for (Mode& mode : solution.modes)
-    Expand(mode, numbers);
+    mode.shape = filled.Expanded(mode.shape);
+  for (int& unknown : solution.heldUnknowns)
+    unknown = filled.Old(unknown);
   solution.emptyUnknowns = std::move(empty);
   return solution;
 }

@@ -6,6 +6,7 @@
 #include "tools/ToolError.h"
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <functional>
 #include <system_error>
@@ -16,6 +17,12 @@ namespace {
 /// Below this the terms of x^T K x cancel so far that a file of ten digits could not tell the rest from 0.
 /// The lowest modes of common structures are at 1e-4, those of a beam of a hundred elements at 1e-8.
 constexpr double weakShare = 1e-9;
+
+/// A factor between neighbouring eigenvalues that structures do not have by their own stiffness.
+constexpr double farAbove = 1e6;
+
+/// The relative error of an eigenvalue of which no digit is known.
+constexpr double noDigit = 0.5;
 
 /// A matrix of the pair as it was found in its file.
 struct Source {
@@ -47,6 +54,43 @@ std::string FormText(Symmetry const& symmetry) {
          Describe(*symmetry.worst);
 }
 
+/// A file that holds both triangles is unsymmetric when one of them is empty and the other is not.
+void RefuseHalf(Source const& source) {
+  if (source.symmetry.form == Symmetry::Form::BothTriangles) return;
+  for (Entry const& e : source.entries.Items())
+    if (e.row != e.column && e.value != 0.0)
+      throw ToolError(
+          ExitCode::UnusableInput,
+          Format("%s ('%s'): the file says that it holds both triangles, and it is not symmetric: "
+                 "(%u, %u) = %s, (%u, %u) is not stored. If one triangle stands for both, "
+                 "orxmtx convert --triangle full makes a file that says so",
+                 source.name.c_str(), source.path.c_str(), e.row + 1, e.column + 1, Number(e.value).c_str(),
+                 e.column + 1, e.row + 1));
+}
+
+/// What a file says of itself is believed: it is not continued by zeros, nor is its triangle mirrored.
+void RequireAsStated(Source const& source) {
+  if (!source.entries.IsWhole()) return;
+  if (source.entries.Rows() != source.entries.Columns())
+    throw ToolError(ExitCode::UnusableInput,
+                    Format("%s ('%s'): the file says that the matrix is %d x %d; expected a square",
+                           source.name.c_str(), source.path.c_str(), source.entries.Rows(),
+                           source.entries.Columns()));
+  RefuseHalf(source);
+}
+
+/// Only text without a header may end before the other matrix does.
+void RequireOneOrder(Source const& k, Source const& m) {
+  Source const& shorter = k.Order() < m.Order() ? k : m;
+  Source const& longer = k.Order() < m.Order() ? m : k;
+  if (shorter.Order() == longer.Order() || !shorter.entries.IsWhole()) return;
+  throw ToolError(ExitCode::UnusableInput,
+                  Format("%s ('%s'): the file says that the matrix has order %d; %s ('%s') has order %d, "
+                         "expected the same",
+                         shorter.name.c_str(), shorter.path.c_str(), shorter.Order(), longer.name.c_str(),
+                         longer.path.c_str(), longer.Order()));
+}
+
 std::string SourceText(Source const& source, int order) {
   std::string text = Note(
       Format("%s: %s, order %d, %s, %s", source.name.c_str(), source.path.c_str(), source.Order(),
@@ -58,14 +102,23 @@ std::string SourceText(Source const& source, int order) {
   return text;
 }
 
+std::string ShiftsText(ModalSolution const& s) {
+  std::string text;
+  for (double const shift : s.shifts)
+    text += (text.empty() ? "" : " and ") + Format("%.6g", shift);
+  return text;
+}
+
 std::string MethodText(ModalSolution const& s) {
   std::string const mass = s.isMassDefinite ? "M is positive definite" : "M is not positive definite";
-  if (s.isStiffnessDefinite)
-    return Note((s.isMassDefinite ? "M and K are positive definite" : mass + ", K is") +
-                ": solved as M x = nu K x, lambda = 1/nu, which keeps the low end accurate");
-  return Note((s.isMassDefinite ? mass + ", K is not" : "neither M nor K is positive definite") +
-              ", K + sigma M is: solved as M x = nu (K + sigma M) x, lambda = 1/nu - sigma, sigma = " +
-              Format("%.6g", s.shift));
+  std::string text = s.isStiffnessDefinite
+                         ? (s.isMassDefinite ? "M and K are positive definite" : mass + ", K is")
+                         : (s.isMassDefinite ? mass + ", K is not" : "neither M nor K is positive definite") +
+                               ", K + sigma M is";
+  if (s.shifts == std::vector<double>{0.0})
+    return Note(text + ": solved as M x = nu K x, lambda = 1/nu, which keeps the low end accurate");
+  text += ": solved as M x = nu (K + sigma M) x, lambda = 1/nu - sigma, sigma = " + ShiftsText(s);
+  return Note(text + (s.shifts.size() > 1 ? ", each mode with the one that serves it best" : ""));
 }
 
 std::string ExceptionsText(ModalSolution const& s) {
@@ -75,6 +128,10 @@ std::string ExceptionsText(ModalSolution const& s) {
   };
   say(static_cast<std::int64_t>(s.emptyUnknowns.size()), "unknown", "unknowns",
       " without stiffness and mass left out: " + ShortList(s.emptyUnknowns));
+  say(static_cast<std::int64_t>(s.heldUnknowns.size()), "motion", "motions",
+      " of several unknowns without stiffness and mass left out, their eigenvalue is 0/0; held at 0 is "
+      "unknown " +
+          ShortList(s.heldUnknowns));
   say(s.infiniteEigenvalues, "eigenvalue", "eigenvalues", " infinite to rounding: motions without mass");
   say(s.negativeMasses, "eigenvalue", "eigenvalues",
       " with negative mass, x^T M x < 0: M is indefinite, modes are in order of magnitude");
@@ -96,6 +153,30 @@ std::string WeakModesText(ModalSolution const& s) {
              largest));
 }
 
+/// Where the modes of a body that is held by next to nothing end and its elastic ones begin.
+std::string GroupsText(ModalSolution const& s) {
+  std::string text;
+  for (std::size_t i = 1; i < s.modes.size(); ++i) {
+    Mode const& below = s.modes[i - 1];
+    Mode const& above = s.modes[i];
+    bool const isComparable = !below.isRigid && below.eigenvalue > 0.0 && above.eigenvalue > 0.0;
+    if (isComparable && above.eigenvalue > farAbove * below.eigenvalue)
+      text +=
+          Note(Format("%s far below the others: the eigenvalue of mode %zu is %.1e times that of mode %zu",
+                      i == 1 ? "mode 1 lies" : Format("modes 1 to %zu lie", i).c_str(), i + 1,
+                      above.eigenvalue / below.eigenvalue, i));
+  }
+  return text;
+}
+
+std::string LostModesText(ModalSolution const& s) {
+  auto const lost = std::count_if(s.modes.begin(), s.modes.end(),
+                                  [](Mode const& mode) { return !mode.isRigid && !(mode.error < noDigit); });
+  if (lost == 0) return {};
+  return Note(Counted(lost, "mode", "modes") +
+              " lost in rounding errors: no digit of the eigenvalue is known");
+}
+
 std::string ModeNotesText(ModalSolution const& s, int count) {
   std::string text;
   auto const countModes = [&](auto const& test) {
@@ -108,19 +189,33 @@ std::string ModeNotesText(ModalSolution const& s, int count) {
   if (negative > 0)
     text += Note(Counted(negative, "mode", "modes") +
                  " with a negative eigenvalue: the frequency is imaginary, shown with a minus sign");
-  text += WeakModesText(s);
+  text += WeakModesText(s) + LostModesText(s) + GroupsText(s);
   if (s.finiteEigenvalues < count)
     text += Note(Format("%d modes asked for, there are %d", count, s.finiteEigenvalues));
   return text;
 }
 
+/// Digits that the estimated error leaves, and one more.
+int Digits(double error) {
+  if (!(error < 1.0)) return 1;
+  return std::clamp(1 + static_cast<int>(std::ceil(-std::log10(error))), 1, 16);
+}
+
+std::string ModeLine(int number, Mode const& mode) {
+  int const digits = Digits(mode.isRigid ? 1.0 : mode.error);
+  return Format("%6d %22.*g %24.*e %10.2e %10.1e\n", number, std::min(digits, 15), Frequency(mode),
+                digits - 1, mode.eigenvalue, mode.residual, mode.error);
+}
+
 std::string TableText(ModalSolution const& solution) {
   std::string text =
-      Note("residual: ||K x - lambda M x|| / || |K||x| + |lambda||M||x| ||, with lambda = 0 if rigid") +
-      Format("#%5s %22s %24s %10s\n", "mode", "frequency_hz", "eigenvalue", "residual");
+      Note("residual: ||K x - lambda M x|| / || |K||x| + |lambda||M||x| ||; if rigid ||K x|| / || |K||x| + "
+           "sigma |M||x| ||") +
+      Note("error: of the eigenvalue, relative, as estimated; that of the frequency is half of it") +
+      Format("#%5s %22s %24s %10s %10s\n", "mode", "frequency_hz", "eigenvalue", "residual", "error");
   int number = 0;
   for (Mode const& mode : solution.modes)
-    text += Format("%6d %22.15g %24.15e %10.2e\n", ++number, Frequency(mode), mode.eigenvalue, mode.residual);
+    text += ModeLine(++number, mode);
   return text;
 }
 
@@ -156,6 +251,9 @@ std::string ModesText(ModesOptions const& options) {
   Source const m("M", options.massPath);
   RequireEntries(k);
   RequireEntries(m);
+  RequireAsStated(k);
+  RequireAsStated(m);
+  RequireOneOrder(k, m);
 
   int const order = std::max(k.Order(), m.Order());
   SymmetricMatrix const stiffness = MakeSymmetric(k.entries, k.symmetry, order, "K ('" + k.path + "')");

@@ -213,6 +213,24 @@ SymmetricMatrix MakeSymmetric(MatrixEntries const& matrix, Symmetry const& symme
   return {order, std::move(lower)};
 }
 
+KeptUnknowns::KeptUnknowns(int order, std::span<int const> dropped)
+    : m_new(static_cast<std::size_t>(order), 0) {
+  for (int const unknown : dropped)
+    m_new[unknown] = -1;
+  for (int i = 0; i < order; ++i) {
+    if (m_new[i] < 0) continue;
+    m_new[i] = Count();
+    m_old.push_back(i);
+  }
+}
+
+std::vector<double> KeptUnknowns::Expanded(std::span<double const> kept) const {
+  std::vector<double> all(m_new.size(), 0.0);
+  for (std::size_t i = 0; i < kept.size(); ++i)
+    all[m_old[i]] = kept[i];
+  return all;
+}
+
 double SymmetricMatrix::FrobeniusNorm() const {
   double largest = 0.0;
   for (Entry const& e : m_lower)
@@ -272,13 +290,15 @@ std::vector<bool> SymmetricMatrix::NonzeroRows() const {
   return nonzero;
 }
 
-SymmetricMatrix SymmetricMatrix::Renumbered(std::span<int const> newNumbers, int newOrder) const {
-  std::vector<Entry> kept;
-  for (Entry const& e : m_lower)
-    if (newNumbers[e.row] >= 0 && newNumbers[e.column] >= 0)
-      kept.push_back({static_cast<std::uint32_t>(newNumbers[e.row]),
-                      static_cast<std::uint32_t>(newNumbers[e.column]), e.value});
-  return {newOrder, std::move(kept)};
+SymmetricMatrix SymmetricMatrix::Reduced(KeptUnknowns const& kept) const {
+  std::vector<Entry> lower;
+  for (Entry const& e : m_lower) {
+    int const row = kept.New(static_cast<int>(e.row));
+    int const column = kept.New(static_cast<int>(e.column));
+    if (row >= 0 && column >= 0)
+      lower.push_back({static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(column), e.value});
+  }
+  return {kept.Count(), std::move(lower)};
 }
 
 } // namespace orx::tool

@@ -57,6 +57,24 @@ enum class Mirror {
 
 Mirror MirrorOf(MatrixEntries const& matrix);
 
+/// The unknowns of a matrix without some of them, numbered anew in the same order.
+class KeptUnknowns {
+public:
+  /// `dropped` holds unknowns below `order`, zero-based, in any order.
+  KeptUnknowns(int order, std::span<int const> dropped);
+
+  int Count() const noexcept { return static_cast<int>(m_old.size()); }
+  int Old(int newNumber) const { return m_old[newNumber]; }
+  /// -1 for one that is dropped.
+  int New(int oldNumber) const { return m_new[oldNumber]; }
+  /// A vector of the kept unknowns as one of all; 0 for those that are dropped.
+  std::vector<double> Expanded(std::span<double const> kept) const;
+
+private:
+  std::vector<int> m_old;
+  std::vector<int> m_new;
+};
+
 /// A symmetric matrix as its lower triangle, in sparse form.
 class SymmetricMatrix {
 public:
@@ -78,8 +96,8 @@ public:
   double AbsoluteForm(std::span<double const> x) const;
   /// Per unknown, whether its row holds a value other than 0.
   std::vector<bool> NonzeroRows() const;
-  /// The rows and columns with a new number; -1 drops one.
-  SymmetricMatrix Renumbered(std::span<int const> newNumbers, int newOrder) const;
+  /// The rows and columns of the unknowns that are kept.
+  SymmetricMatrix Reduced(KeptUnknowns const& kept) const;
 
 private:
   int m_order;

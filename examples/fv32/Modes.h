@@ -15,7 +15,7 @@ struct Mode {
 };
 
 /// Reads the first modes of the membrane as `orxmtx modes` leaves them.
-/// `tablePath`: lines "mode frequency eigenvalue residual", '#' starts a remark.
+/// `tablePath`: lines "mode frequency eigenvalue residual error", '#' starts a remark.
 /// `shapesPath`: text triplets "unknown mode value", one-based.
 /// Raises std::runtime_error when the files are not those of this mesh, ORXBasException when the shapes
 /// cannot be imported.

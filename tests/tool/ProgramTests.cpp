@@ -91,6 +91,58 @@ TEST(Program, ShorterMatrixIsContinuedByZeros) {
   EXPECT_NEAR(static_cast<double>(ReadModes(result.out)[0].eigenvalue), 1.5, 1e-14);
 }
 
+/// A file that says its shape and that it holds both triangles.
+std::string General(std::string const& sizesAndEntries) {
+  return "%%MatrixMarket matrix coordinate real general\n" + sizesAndEntries;
+}
+
+TEST(Program, WhatAFileSaysOfItselfIsBelieved) {
+  TwoMasses const files;
+  struct Case {
+    std::string k;
+    std::string m;
+    char const* message; ///< none: lambda are 1 and 3
+  };
+  std::string const k = "1 1 2\n2 1 -1\n2 2 2\n";
+  std::string const m = "1 1 1\n2 2 1\n";
+  std::string const symmetric = "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n" + k;
+  for (Case const& test : {
+           Case{General("2 2 3\n1 1 2\n1 2 1\n2 2 3\n"), m, "(1, 2) = 1, (2, 1) is not stored"},
+           {General("2 2 3\n" + k), m, "it is not symmetric: (2, 1) = -1, (1, 2) is not stored"},
+           {k, General("2 2 3\n1 1 1\n2 1 0.1\n2 2 1\n"), "(2, 1) = 0.1, (1, 2) is not stored"},
+           {General("3 2 2\n1 1 2\n2 2 2\n"), m, "the file says that the matrix is 3 x 2; expected a square"},
+           {General("3 3 2\n1 1 2\n2 2 2\n"), General("2 2 2\n" + m),
+            "says that the matrix has order 2; K ("},
+           {k + "3 3 1\n", General("2 2 2\n" + m), "says that the matrix has order 2; K ("},
+           {symmetric, General("2 2 2\n" + m), nullptr},
+           {General("2 2 4\n1 2 -1\n" + k), m, nullptr},
+           {k, General("2 2 3\n2 1 0\n" + m), nullptr},
+       }) {
+    SCOPED_TRACE(test.k + test.m);
+    RunResult const result =
+        RunTool("modes " + files.folder.Write("k", test.k) + " " + files.folder.Write("m", test.m));
+    if (test.message != nullptr) {
+      ExpectFailure(result, 1, test.message);
+      continue;
+    }
+    ASSERT_EQ(ReadModes(result.out).size(), 2U) << result.err;
+    EXPECT_NEAR(static_cast<double>(ReadModes(result.out)[1].eigenvalue), 3.0, 1e-14);
+  }
+}
+
+TEST(Program, PrintsTheDigitsThatAreKnownAndWhereAGroupLiesFarBelow) {
+  TwoMasses const files;
+  std::string const k = files.folder.Write("soft.txt", "1 1 1.0000000001\n2 1 -1\n2 2 1.0000000001\n");
+
+  std::string const out = RunTool("modes " + k + " " + files.m).out;
+
+  EXPECT_CONTAINS(out, "sigma = 0 and 2, each mode with the one that serves it best\n");
+  EXPECT_CONTAINS(
+      out, "# mode 1 lies far below the others: the eigenvalue of mode 2 is 2.0e+10 times that of mode 1\n");
+  EXPECT_CONTAINS(out, " 1.000000e-10 ");
+  EXPECT_CONTAINS(out, " 2.00000000010000");
+}
+
 TEST(Program, SaysWhatItAveragedAndWhatIsRigid) {
   TwoMasses const files;
   std::string const k = files.folder.Write("free.txt", "1 1 1\n1 2 -1\n2 1 -1.00000000001\n2 2 1\n");
