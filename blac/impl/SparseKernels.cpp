@@ -5,8 +5,6 @@ using orx::blac::SparseSweepSet;
 
 SparseSweepSet const& orx::blac::SparseSweepsOfThisProcessor() {
 #ifdef __x86_64__
-  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl"))
-    return orx::blac::avx512SparseSweeps;
   if (__builtin_cpu_supports("avx2")) return orx::blac::avx2SparseSweeps;
 #endif
   return orx::blac::plainSparseSweeps;

@@ -48,8 +48,6 @@ extern SparseSweepSet const plainSparseSweeps;
 #ifdef __x86_64__
 /// For processors with AVX2.
 extern SparseSweepSet const avx2SparseSweeps;
-/// For processors with AVX-512F and AVX-512VL, used for their 32 registers of 256 bits.
-extern SparseSweepSet const avx512SparseSweeps;
 #endif
 SparseSweepSet const& SparseSweepsOfThisProcessor();
 
