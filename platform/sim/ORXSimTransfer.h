@@ -39,7 +39,9 @@ private:
 };
 
 /// A configured read or write between caller buffers and a distribution. Setters return the transfer, so that
-/// calls are chained; nothing is checked or done before CheckView or an execution.
+/// calls are chained. They only configure it: what can never be right (a dimension that the distribution does
+/// not have, a fifth buffer) is refused at once, and after CheckView a buffer 0 that is too short; everything
+/// else is checked by CheckView and by the executions.
 ///
 ///     ORXSimTransfer(distribution).SetRead().SetBufferPadding(false)
 ///         .SetDimOrdinalRange(0, columns, 4, 5).SetDimOrdinalRange(1, rows, 0, 99)
@@ -93,7 +95,8 @@ public:
   /// The positions first ... last of the drawer, both inclusive; `collection` is null or that of the
   /// dimension.
   ORXSimTransfer& SetDimOrdinalRange(int dim, ORXSimCollectionID const& collection, int first, int last);
-  /// Raises viewDoesNotFit when the selections, the chunks or the extension do not fit the distribution.
+  /// Raises viewDoesNotFit when the selections, the chunks or the extension do not fit the distribution: a
+  /// member set that does not exist or has a member that the drawer lacks, positions beyond its end.
   ORXSimTransfer& CheckView();
 
   // Buffers
@@ -128,6 +131,7 @@ private:
 
   orx::sim::DistributionRecord& Record() const;
   ORXSimTransfer& Select(int dim, ORXSimDimSelection const& selection);
+  void CheckForm();
   void CheckNewDrawer() const;
   void CheckSelections() const;
   void CheckExtension() const;

@@ -162,6 +162,13 @@ ORXSimTransfer& ORXSimTransfer::SetSparseNNonzero(int count) noexcept {
 // Checking
 
 ORXSimTransfer& ORXSimTransfer::CheckView() {
+  CheckForm();
+  if (m_isChecked && !m_serialization.IsSparse()) orx::sim::CheckMembers(Record(), m_selections);
+  return *this;
+}
+
+/// All but whether the drawer has each of the selected members, which executions find out on the way.
+void ORXSimTransfer::CheckForm() {
   Record();
   if (m_newDrawer != NewDrawer::No) {
     CheckNewDrawer();
@@ -171,7 +178,6 @@ ORXSimTransfer& ORXSimTransfer::CheckView() {
     CheckSelections();
   }
   m_isChecked = m_newDrawer == NewDrawer::No && m_extension.IsNull();
-  return *this;
 }
 
 void ORXSimTransfer::CheckNewDrawer() const {
@@ -180,8 +186,7 @@ void ORXSimTransfer::CheckNewDrawer() const {
     ORXSimDimSelection const& selection = m_selections[dim];
     if (selection.kind == ORXSimDimSelection::Kind::Range)
       RefuseView(record, "a new drawer is made over member sets, not over a range of positions");
-    if (selection.kind == ORXSimDimSelection::Kind::Set)
-      orx::sim::CheckCollection(record, dim, selection.set.Collection());
+    if (selection.kind == ORXSimDimSelection::Kind::Set) orx::sim::CheckSet(record, dim, selection.set);
   }
   if (m_newDrawer == NewDrawer::Chunked) {
     if (m_chunks.Size() != record.Rank())
@@ -214,7 +219,7 @@ void ORXSimTransfer::CheckSelections() const {
     ORXSimDimSelection const& selection = m_selections[dim];
     int const size = record.drawer->sizes[static_cast<std::size_t>(dim)];
     if (selection.kind == ORXSimDimSelection::Kind::Set) {
-      orx::sim::CheckCollection(record, dim, selection.set.Collection());
+      orx::sim::CheckSet(record, dim, selection.set);
       if (m_serialization.IsSparse() &&
           selection.set.Data().memberSet != record.drawer->sets[static_cast<std::size_t>(dim)])
         RefuseView(record, Along(dim) + "other members are selected than those of the sparse drawer");
@@ -238,7 +243,7 @@ void ORXSimTransfer::CheckExtension() const {
   CheckInitialValue();
   int const dim = orx::sim::DimensionOf(record, m_extension.Collection());
   std::int64_t const size = std::int64_t{record.drawer->sizes[static_cast<std::size_t>(dim)]} +
-                            record.InContext().Find(m_extension).members->Size();
+                            orx::sim::MembersOf(record, m_extension).Size();
   if (size > std::numeric_limits<int>::max())
     RefuseView(record,
                Along(dim) + "there would be " + std::to_string(size) + " cells, expected at most 2147483647");
@@ -398,7 +403,7 @@ ORXSimTransfer& ORXSimTransfer::ExecWrite() {
   if (!m_isWrite)
     ORXSimException(ORXSimException::wrongState, "Writing to " + record.Name() + " needs SetWrite before.")
         .Throw(__FILE__, __LINE__);
-  CheckView();
+  CheckForm();
   if (m_serialization.IsSparse()) {
     WriteSparse();
     return *this;

@@ -23,6 +23,17 @@ bool IsWholeDimension(DistributionRecord const& record, ORXSimDimSelection const
           selection.set.Data().memberSet == record.drawer->sets[static_cast<std::size_t>(dim)]);
 }
 
+ORXSimIndexSet const& MembersAlong(DistributionRecord const& record, int dim) {
+  return *record.InContext().SetAt(record.drawer->sets[static_cast<std::size_t>(dim)]).members;
+}
+
+int PositionOf(DistributionRecord const& record, int dim, ORXSimIndexSet const& there, int label) {
+  int const position = there.PositionOf(label);
+  if (position >= 0) return position;
+  Refuse(record,
+         "along dimension " + std::to_string(dim) + " the drawer has no member " + std::to_string(label));
+}
+
 } // namespace
 
 void CheckCollection(DistributionRecord const& record, int dim, ORXSimCollectionID const& collection) {
@@ -36,6 +47,32 @@ void CheckCollection(DistributionRecord const& record, int dim, ORXSimCollection
                      ", expected collection " + Describe(expected));
 }
 
+void CheckSet(DistributionRecord const& record, int dim, ORXSimCSetID const& set) {
+  CheckCollection(record, dim, set.Collection());
+  MembersOf(record, set);
+}
+
+ORXSimIndexSet const& MembersOf(DistributionRecord const& record, ORXSimCSetID const& set) {
+  try {
+    return *record.InContext().Find(set).members;
+  } catch (ORXSimException const&) {
+    Refuse(record, "collection " + Describe(set.Minor()) + " has no member set " +
+                       std::to_string(set.Data().memberSet));
+  }
+}
+
+void CheckMembers(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections) {
+  for (int dim = 0; dim < record.Rank(); ++dim) {
+    ORXSimDimSelection const& selection = selections[dim];
+    bool const isSome =
+        selection.kind == ORXSimDimSelection::Kind::Set && !IsWholeDimension(record, selection, dim);
+    if (!isSome) continue;
+    ORXSimIndexSet const& wanted = MembersOf(record, selection.set);
+    for (int k = 0; k < wanted.Size(); ++k)
+      PositionOf(record, dim, MembersAlong(record, dim), wanted[k]);
+  }
+}
+
 int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection) {
   for (int dim = 0; dim < record.Rank(); ++dim)
     if (collection.Equal(record.Collection(dim))) return dim;
@@ -45,7 +82,7 @@ int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& coll
 std::int64_t SelectedCount(DistributionRecord const& record, ORXSimDimSelection const& selection, int dim) {
   switch (selection.kind) {
   case ORXSimDimSelection::Kind::Set:
-    return record.InContext().Find(selection.set).members->Size();
+    return MembersOf(record, selection.set).Size();
   case ORXSimDimSelection::Kind::Range:
     return std::int64_t{selection.last} - selection.first + 1;
   case ORXSimDimSelection::Kind::Everything:
@@ -81,14 +118,10 @@ Selection::Selection(DistributionRecord const& record, ORXSimArray<ORXSimDimSele
 
 void Selection::AddMembers(DistributionRecord const& record, int dim, ORXSimCSetID const& id,
                            std::vector<Run>& runs) {
-  Context const& context = record.InContext();
-  ORXSimIndexSet const& wanted = *context.Find(id).members;
-  ORXSimIndexSet const& there = *context.SetAt(record.drawer->sets[static_cast<std::size_t>(dim)]).members;
+  ORXSimIndexSet const& wanted = MembersOf(record, id);
+  ORXSimIndexSet const& there = MembersAlong(record, dim);
   for (int k = 0; k < wanted.Size(); ++k) {
-    int const position = there.PositionOf(wanted[k]);
-    if (position < 0)
-      Refuse(record, "along dimension " + std::to_string(dim) + " the drawer has no member " +
-                         std::to_string(wanted[k]));
+    int const position = PositionOf(record, dim, there, wanted[k]);
     if (!runs.empty() && runs.back().first + runs.back().count == position) {
       ++runs.back().count;
     } else {

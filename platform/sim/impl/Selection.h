@@ -12,6 +12,12 @@ namespace orx::sim {
 
 /// Raises viewDoesNotFit unless `collection` is that of the dimension.
 void CheckCollection(DistributionRecord const& record, int dim, ORXSimCollectionID const& collection);
+/// Raises viewDoesNotFit unless `set` is one of the dimension's collection.
+void CheckSet(DistributionRecord const& record, int dim, ORXSimCSetID const& set);
+/// Raises viewDoesNotFit when there is no such set.
+ORXSimIndexSet const& MembersOf(DistributionRecord const& record, ORXSimCSetID const& set);
+/// Raises viewDoesNotFit when a selected set has a member that the drawer does not have.
+void CheckMembers(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections);
 /// The dimension of a collection; raises viewDoesNotFit when there is none.
 int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection);
 /// Number of positions that a selection has along a dimension of the drawer.

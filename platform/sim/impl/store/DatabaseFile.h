@@ -75,9 +75,4 @@ private:
 /// DatabaseFile::EmptyTrash after a commit: a failure is left to the next one.
 void TryToEmptyTrash(DatabaseFile& file) noexcept;
 
-/// Raised inside the storage layer: something read does not make sense.
-struct DamageFound {
-  std::string text;
-};
-
 } // namespace orx::store

@@ -6,6 +6,7 @@
 #include "sim/impl/store/TransactionalFile.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <numeric>
 
@@ -18,27 +19,34 @@ constexpr std::int64_t mostPieces = 1024;         // HDF5 finds the n-th by coun
 constexpr std::int64_t mostPiecesToLookUp = 8192; // 0.4 s; reading can do without
 constexpr std::int64_t uncutPiece = 64 << 10;     // so small a chunk keeps its length beyond the size
 constexpr std::int64_t largestWholePiece = 64 << 20;
+constexpr std::int64_t largestDrawer = std::int64_t{1} << 60;
 constexpr std::int64_t largestPiece = std::int64_t{2} << 30; // HDF5 refuses 4 GiB
 constexpr auto pageBytes = std::int64_t{PageOverlay::pageBytes};
 constexpr std::int64_t metadataAllowance = 64 << 10;
+constexpr std::int64_t largestNumber = std::numeric_limits<std::int64_t>::max();
 
+/// The product of numbers that are not negative, or the largest number where it has more than 63 bits.
 std::int64_t Product(std::span<std::int64_t const> factors) {
   std::int64_t product = 1;
-  for (std::int64_t const factor : factors)
-    product *= factor;
-  return product;
+  bool isTooMuch = false;
+  bool isZero = false;
+  for (std::int64_t const factor : factors) {
+    isZero |= factor == 0;
+    isTooMuch |= __builtin_mul_overflow(product, factor, &product);
+  }
+  return isZero ? 0 : isTooMuch ? largestNumber : product;
 }
 
 std::int64_t CeilingDivision(std::int64_t a, std::int64_t b) { return (a + b - 1) / b; }
 
-/// Bytes of a piece, or a very large number where they overflow.
+/// Bytes of a box, or the largest number.
 std::int64_t BytesOf(std::span<std::int64_t const> lengths, std::int64_t cellBytes) {
-  double bytes = static_cast<double>(cellBytes);
-  for (std::int64_t const length : lengths)
-    bytes *= static_cast<double>(length);
-  if (bytes > 1e18) return std::numeric_limits<std::int64_t>::max();
-  return Product(lengths) * cellBytes;
+  std::int64_t const cells = Product(lengths);
+  return cells > largestNumber / cellBytes ? largestNumber : cells * cellBytes;
 }
+
+/// A negative zero is another value than the zeros of fresh space.
+bool IsAllZeroBits(double value) { return value == 0.0 && !std::signbit(value); }
 
 /// Halves the slowest dimensions until a piece is small enough.
 void CutPieces(std::vector<std::int64_t>& lengths, std::int64_t cellBytes, std::int64_t limit) {
@@ -48,17 +56,29 @@ void CutPieces(std::vector<std::int64_t>& lengths, std::int64_t cellBytes, std::
 }
 
 bool GroupPieces(std::vector<std::int64_t>& lengths, std::span<int const> sizes, std::int64_t cellBytes) {
-  std::int64_t count = 1;
+  std::vector<std::int64_t> counts;
   for (std::size_t dim = 0; dim < lengths.size(); ++dim)
-    count *= std::max<std::int64_t>(1, CeilingDivision(sizes[dim], lengths[dim]));
+    counts.push_back(std::max<std::int64_t>(1, CeilingDivision(sizes[dim], lengths[dim])));
+  std::int64_t const count = Product(counts);
   std::int64_t const bytes = BytesOf(lengths, cellBytes);
-  if (bytes * 2 > largestPiece || (bytes >= smallestPiece && count <= mostPieces)) return false;
+  if (bytes > largestPiece / 2 || (bytes >= smallestPiece && count <= mostPieces)) return false;
   for (std::size_t dim = lengths.size(); dim-- > 0;) {
     if (lengths[dim] >= sizes[dim]) continue;
     lengths[dim] = std::min<std::int64_t>(2 * lengths[dim], sizes[dim]);
     return true;
   }
   return false;
+}
+
+/// Pieces are all of one size. Where the last ones would be much longer than what is left for them, all
+/// become shorter; else they keep the length of the chunks, so that a chunk is one run.
+void BalancePieces(std::vector<std::int64_t>& lengths, std::span<int const> sizes) {
+  for (std::size_t dim = 0; dim < lengths.size(); ++dim) {
+    std::int64_t const size = sizes[dim];
+    if (lengths[dim] >= size) continue;
+    std::int64_t const count = CeilingDivision(size, lengths[dim]);
+    if (count * lengths[dim] - size > size / 8) lengths[dim] = CeilingDivision(size, count);
+  }
 }
 
 std::string Coordinates(std::span<std::int64_t const> numbers) {
@@ -105,6 +125,7 @@ std::vector<std::int64_t> PieceLengths(std::span<int const> sizes, std::span<int
   CutPieces(lengths, cellBytes, isWhole ? largestWholePiece : largestPiece);
   while (GroupPieces(lengths, sizes, cellBytes)) {
   }
+  BalancePieces(lengths, sizes);
   return lengths;
 }
 
@@ -139,21 +160,24 @@ std::int64_t DenseDrawer::PieceCount(int dim) const {
   return CeilingDivision(m_extents[at], m_pieceLengths[at]);
 }
 
+std::int64_t DenseDrawer::PieceCount() const {
+  std::vector<std::int64_t> counts;
+  for (int dim = 0; dim < m_rank; ++dim)
+    counts.push_back(PieceCount(dim));
+  return Product(counts);
+}
+
 std::int64_t DenseDrawer::PieceBytes() const { return Product(m_pieceLengths) * CellBytes(); }
 
 void DenseDrawer::CreateDataset(double fill) {
-  double const allCells = static_cast<double>(BytesOf(m_extents, CellBytes()));
-  if (allCells > 9e18) {
+  if (BytesOf(m_extents, CellBytes()) > largestDrawer) {
     ORXSimException(ORXSimException::invalidArgument,
                     "A drawer of " + Coordinates(m_extents) + " cells is larger than any file.")
         .Throw(__FILE__, __LINE__);
   }
-  std::int64_t pieces = 1;
-  for (int dim = 0; dim < m_rank; ++dim)
-    pieces *= PieceCount(dim);
   std::int64_t const pieceSpace = CeilingDivision(PieceBytes(), pageBytes) * pageBytes;
   // Space is found here or not at all: HDF5 does not survive a full disk inside its own allocation.
-  m_file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(pieces * pieceSpace + metadataAllowance));
+  m_file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(PieceCount() * pieceSpace + metadataAllowance));
   std::uint64_t const freshFrom = m_file.Bytes().FreshFrom();
 
   auto const extents = Extents(m_extents);
@@ -173,14 +197,14 @@ void DenseDrawer::CreateDataset(double fill) {
   if (!LookUpChunks(m_hdf5->dataset.Get()))
     throw Hdf5Failure{.what = "creating a drawer", .cause = "not all of its chunks have space"};
   m_access = Access::Direct;
-  m_isNew.assign(m_places.size(), fill == 0.0);
+  m_isNew.assign(m_places.size(), IsAllZeroBits(fill));
   for (std::uint64_t const place : m_places)
     FillPiece(place, freshFrom, fill);
 }
 
 void DenseDrawer::FillPiece(std::uint64_t place, std::uint64_t freshFrom, double fill) {
   auto const bytes = static_cast<std::uint64_t>(PieceBytes());
-  if (fill != 0.0) {
+  if (!IsAllZeroBits(fill)) {
     WriteFill(place, PieceBytes() / CellBytes(), fill);
   } else if (place < freshFrom) {
     m_file.Bytes().File().Zero(place, bytes);
@@ -223,7 +247,7 @@ std::unique_ptr<DenseDrawer> DenseDrawer::Open(DatabaseFile& file, std::string c
 std::int64_t DenseDrawer::Dataset() {
   if (m_hdf5->dataset.IsValid()) return m_hdf5->dataset.Get();
   // What is not read directly is read by the chunk, so HDF5 should keep a few.
-  Hdf5Id const access = CheckedId(H5Pcreate(H5P_DATASET_ACCESS), "opening " + m_path);
+  Hdf5Id const access = AccessInsideFile(H5P_DATASET_ACCESS, m_path);
   constexpr std::size_t cacheBytes = 64 << 20;
   Checked(H5Pset_chunk_cache(access.Get(), 12421, cacheBytes, 1.0), "opening " + m_path);
   m_hdf5->dataset = CheckedId(H5Dopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
@@ -251,6 +275,7 @@ void DenseDrawer::ReadShape() {
   H5T_class_t const kind = H5Tget_class(type.Get());
   if (kind != H5T_FLOAT && kind != H5T_INTEGER) throw DamageFound{m_path + " does not hold numbers"};
   Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of " + m_path);
+  RequireOwnValues(creation.Get(), m_path);
   Checked(H5Pget_fill_value(creation.Get(), H5T_NATIVE_DOUBLE, &m_fill),
           "reading the fill value of " + m_path);
   H5D_alloc_time_t allocation = H5D_ALLOC_TIME_ERROR;
@@ -271,7 +296,7 @@ void DenseDrawer::LookUpPieces() {
     Checked(H5Pget_chunk(creation.Get(), m_rank, lengths.data()), "reading the chunk lengths of " + m_path);
     m_pieceLengths.assign(lengths.begin(), lengths.end());
     isDirect = LookUpChunks(dataset);
-    if (isDirect) CheckSavedLayout(dataset);
+    if (!m_hasTooManyPieces) CheckSavedLayout(dataset);
   } else if (isDirect && layout == H5D_CONTIGUOUS) {
     isDirect = LookUpContiguous(dataset);
   } else {
@@ -306,9 +331,7 @@ bool DenseDrawer::LookUpContiguous(std::int64_t dataset) {
 
 /// False when a chunk has no space of its own, or there are too many to be looked up one by one.
 bool DenseDrawer::LookUpChunks(std::int64_t dataset) {
-  std::int64_t pieces = 1;
-  for (int dim = 0; dim < m_rank; ++dim)
-    pieces *= PieceCount(dim);
+  std::int64_t const pieces = PieceCount();
   Hdf5Id const space = CheckedId(H5Dget_space(dataset), "reading the shape of a drawer");
   hsize_t chunks = 0;
   Checked(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks");
@@ -583,18 +606,38 @@ void DenseDrawer::RequireWritable() {
       .Throw(__FILE__, __LINE__);
 }
 
+namespace {
+
+/// Callers tell a failed write by its code, whatever was in the way.
+template<class Work>
+void Writing(std::string const& path, DatabaseFile const& file, Work&& work) {
+  try {
+    work();
+  } catch (ORXSimException const& error) {
+    if (error.Code() == ORXSimException::writeFailed) throw;
+    ORXSimException(ORXSimException::writeFailed, "Writing to " + path + " of " + file.Path() +
+                                                      " is not possible: " + error.AsString().AsText())
+        .Throw(__FILE__, __LINE__);
+  }
+}
+
+} // namespace
+
 void DenseDrawer::Write(DrawerBox const& box, std::span<std::int64_t const> bufferCounts,
                         void const* buffer) {
-  RequireWritable();
-  m_file.Bytes().ValuesChanged();
   // Move is one code for both directions; it does not write to the buffer in this one.
   void* const source = const_cast<void*>(buffer);
-  if (m_cell == CellType::Double) {
-    GuardedBytes(m_file, [&] { Move<double, true>(box, bufferCounts, static_cast<double*>(source)); });
-  } else {
-    GuardedBytes(m_file,
-                 [&] { Move<std::int32_t, true>(box, bufferCounts, static_cast<std::int32_t*>(source)); });
-  }
+  Writing(m_path, m_file, [&] {
+    RequireWritable();
+    m_file.Bytes().ValuesChanged();
+    GuardedBytes(m_file, [&] {
+      if (m_cell == CellType::Double) {
+        Move<double, true>(box, bufferCounts, static_cast<double*>(source));
+      } else {
+        Move<std::int32_t, true>(box, bufferCounts, static_cast<std::int32_t*>(source));
+      }
+    });
+  });
 }
 
 void DenseDrawer::ReadThroughHdf5(DrawerBox const& box, std::span<std::int64_t const> bufferCounts,
@@ -665,10 +708,7 @@ std::vector<std::uint64_t> DenseDrawer::PlacesOfNewPieces(std::span<std::int64_t
                                                           double fill) {
   std::vector<std::uint64_t> const formerPlaces = std::move(m_places);
   std::vector<bool> const wereNew = std::move(m_isNew);
-  std::int64_t pieces = 1;
-  for (int dim = 0; dim < m_rank; ++dim)
-    pieces *= PieceCount(dim);
-  m_places.assign(static_cast<std::size_t>(pieces), 0);
+  m_places.assign(static_cast<std::size_t>(PieceCount()), 0);
   m_isNew.assign(m_places.size(), false);
   std::vector<std::uint64_t> added;
   DrawerBox all;
@@ -701,7 +741,7 @@ std::vector<std::uint64_t> DenseDrawer::PlacesOfNewPieces(std::span<std::int64_t
     if (place == HADDR_UNDEF)
       throw Hdf5Failure{.what = "extending a drawer", .cause = "a new chunk has no space"};
     m_places[index] = place;
-    m_isNew[index] = fill == 0.0;
+    m_isNew[index] = IsAllZeroBits(fill);
     added.push_back(place);
   });
   return added;

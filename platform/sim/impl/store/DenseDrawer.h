@@ -26,8 +26,8 @@ struct DrawerBox {
 /// HDF5 says, in one run each. Cells go straight between these runs and the caller's buffer; HDF5 never sees
 /// them. A piece is a logical chunk of the drawer, with these exceptions: lengths end at the drawer's size;
 /// small chunks are grouped until a piece has 256 KiB and there are at most 1024 of them, because each piece
-/// costs HDF5 metadata; a drawer stored whole is cut into pieces of at most 64 MiB, so that extending it does
-/// not double it.
+/// costs HDF5 metadata; pieces that would reach beyond the size by more than an eighth of it are shortened; a
+/// drawer stored whole is cut into pieces of at most 64 MiB, so that extending it does not double it.
 ///
 ///       piece (p0, p1, ...) holds the cells from p[d] * length[d] on; inside, the last dimension is
 ///       contiguous
@@ -102,6 +102,7 @@ private:
   void LayoutChanged();
   std::vector<std::uint64_t> PlacesOfNewPieces(std::span<std::int64_t const> formerExtents, double fill);
   std::int64_t PieceCount(int dim) const;
+  std::int64_t PieceCount() const;
   std::int64_t PieceBytes() const;
   void FillPiece(std::uint64_t place, std::uint64_t freshFrom, double fill);
   void WriteFill(std::uint64_t place, std::int64_t cells, double fill);

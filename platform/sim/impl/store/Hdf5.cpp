@@ -140,4 +140,26 @@ std::string ReadText(hid_t object, char const* name) {
   return text;
 }
 
+// Other files
+
+Hdf5Id AccessInsideFile(hid_t kind, std::string const& path) {
+  auto const refuse = [](char const*, char const*, char const*, char const*, unsigned*, hid_t,
+                         void*) -> herr_t { return -1; };
+  Hdf5Id access = CheckedId(H5Pcreate(kind), "opening " + path);
+  Checked(H5Pset_elink_cb(access.Get(), refuse, nullptr), "opening " + path);
+  return access;
+}
+
+void RequireOwnValues(hid_t creation, std::string const& path) {
+  bool const isElsewhere = H5Pget_layout(creation) == H5D_VIRTUAL || H5Pget_external_count(creation) != 0;
+  if (isElsewhere) throw DamageFound{path + " has its values in another file, which is not opened"};
+}
+
+std::uint64_t MostStoredBytes(hid_t dataset, std::uint64_t fileBytes) {
+  constexpr std::uint64_t bestCompression = 1 << 16; // deflate reaches 1032, others more with constant values
+  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of a dataset");
+  std::uint64_t const stored = std::min<std::uint64_t>(H5Dget_storage_size(dataset), fileBytes);
+  return H5Pget_nfilters(creation.Get()) > 0 ? stored * bestCompression : stored;
+}
+
 } // namespace orx::store

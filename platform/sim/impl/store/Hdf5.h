@@ -53,6 +53,11 @@ struct Hdf5Failure {
   std::string cause;
 };
 
+/// Raised inside the storage layer: something read does not make sense.
+struct DamageFound {
+  std::string text;
+};
+
 /// Passes a result on, or raises an Hdf5Failure when it is negative.
 template<class Result>
 Result Checked(Result result, std::string const& what) {
@@ -60,6 +65,16 @@ Result Checked(Result result, std::string const& what) {
   return result;
 }
 inline Hdf5Id CheckedId(hid_t id, std::string const& what) { return Hdf5Id(Checked(id, what)); }
+
+// Other files. A database is read from its own file alone: what a stranger's file names elsewhere is not
+// opened.
+
+/// An access list, of H5P_DATASET_ACCESS or H5P_GROUP_ACCESS, with which a link to another file is a failure.
+Hdf5Id AccessInsideFile(hid_t kind, std::string const& path);
+/// Raises DamageFound when the values of the dataset with these properties lie in other files.
+void RequireOwnValues(hid_t creation, std::string const& path);
+/// Bytes that a dataset may have: its space in the file of `fileBytes`, or what that may be unpacked to.
+std::uint64_t MostStoredBytes(hid_t dataset, std::uint64_t fileBytes);
 
 // Attributes of an object. A present one is replaced. Reading raises an Hdf5Failure when the attribute is not
 // there or has another type or more than 65536 elements.

@@ -91,12 +91,29 @@ herr_t QueryFeatures(H5FD_t const*, unsigned long* features) {
   return 0;
 }
 
+/// Larger objects begin on a page, so that what is mapped or zeroed has few edges. All others begin at
+/// multiples of a cell's size: a cell that lay in two sectors could be torn by a power cut.
+constexpr hsize_t largeObject = 65536;
+constexpr hsize_t pageBytes = 4096;
+constexpr hsize_t largestCell = 8;
+
+haddr_t RoundUp(haddr_t value, hsize_t unit) { return (value + unit - 1) / unit * unit; }
+
 haddr_t EndOfAllocation(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfAllocation(); }
 
 herr_t SetEndOfAllocation(H5FD_t* driver, H5FD_mem_t type, haddr_t end) {
   TransactionalFile& file = FileOf(driver);
+  // Other programs end files anywhere; HDF5 would put what it aligns itself behind what Allocate has aligned.
+  if (!file.IsReadOnly()) end = RoundUp(end, largestCell);
   return Answer(file,
                 [&] { type == H5FD_MEM_DRAW ? file.SetEndOfAllocation(end) : file.SetEndOfStructure(end); });
+}
+
+/// HDF5 knows one alignment for everything, the smaller one, which it keeps where it uses space again.
+haddr_t Allocate(H5FD_t* driver, H5FD_mem_t type, hid_t, hsize_t bytes) {
+  haddr_t const end = FileOf(driver).EndOfAllocation();
+  haddr_t const place = RoundUp(end, bytes >= largeObject ? pageBytes : largestCell);
+  return SetEndOfAllocation(driver, type, place + bytes) < 0 ? HADDR_UNDEF : place;
 }
 
 haddr_t EndOfFile(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfFile(); }
@@ -135,6 +152,7 @@ H5FD_class_t DriverClass() {
   driver.close = CloseFile;
   driver.cmp = CompareFiles;
   driver.query = QueryFeatures;
+  driver.alloc = Allocate;
   driver.get_eoa = EndOfAllocation;
   driver.set_eoa = SetEndOfAllocation;
   driver.get_eof = EndOfFile;
@@ -150,10 +168,6 @@ H5FD_class_t DriverClass() {
   driver.fl_map[H5FD_MEM_DRAW] = H5FD_MEM_DRAW;
   return driver;
 }
-
-/// Larger objects begin on a page, so that what is mapped or zeroed has few edges.
-constexpr hsize_t largeObject = 65536;
-constexpr hsize_t pageBytes = 4096;
 
 /// Registered anew for each list, which then keeps the registration: an identifier that we kept would mean
 /// nothing, or another driver, once a host has shut HDF5 down and used it again.
@@ -173,7 +187,8 @@ bool SetAccess(hid_t access, TransactionalFile& file) {
          H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18) >= 0 &&
          H5Pset_fclose_degree(access, H5F_CLOSE_STRONG) >= 0 &&
          // No chunk cache: a write that fails fails in its call.
-         H5Pset_cache(access, 0, 521, 0, 0.75) >= 0 && H5Pset_alignment(access, largeObject, pageBytes) >= 0;
+         H5Pset_cache(access, 0, 521, 0, 0.75) >= 0 &&
+         H5Pset_alignment(access, largestCell, largestCell) >= 0;
 }
 
 bool SetCreation(hid_t creation) {

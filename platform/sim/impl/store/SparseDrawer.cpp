@@ -5,6 +5,8 @@
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/TransactionalFile.h"
 
+#include <limits>
+
 namespace orx::store {
 
 namespace {
@@ -42,9 +44,18 @@ void WriteArray(hid_t group, char const* name, Value const* values, std::int64_t
   WriteAttribute(dataset.Get(), "checksum", std::span<std::uint64_t const>(&sum, 1));
 }
 
-Hdf5Id OpenArray(hid_t group, char const* name, std::int64_t& count) {
+/// Callers take memory for what they are told is there, so it must take space in the file as well.
+void RequireStored(DatabaseFile const& file, hid_t dataset, std::int64_t bytes, std::string const& name) {
+  if (static_cast<std::uint64_t>(bytes) <= MostStoredBytes(dataset, file.Bytes().EndOfAllocation())) return;
+  throw DamageFound{name + " has " + std::to_string(bytes) + " bytes, more than the file can hold"};
+}
+
+Hdf5Id OpenArray(DatabaseFile const& file, hid_t group, char const* name, std::int64_t& count) {
   std::string const what = std::string("reading the sparse array ") + name;
-  Hdf5Id dataset = CheckedId(H5Dopen2(group, name, H5P_DEFAULT), what);
+  Hdf5Id const access = AccessInsideFile(H5P_DATASET_ACCESS, name);
+  Hdf5Id dataset = CheckedId(H5Dopen2(group, name, access.Get()), what);
+  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset.Get()), what);
+  RequireOwnValues(creation.Get(), std::string("the sparse array ") + name);
   Hdf5Id const space = CheckedId(H5Dget_space(dataset.Get()), what);
   if (H5Sget_simple_extent_ndims(space.Get()) != 1)
     throw DamageFound{std::string("the sparse array ") + name + " has not one dimension"};
@@ -53,14 +64,19 @@ Hdf5Id OpenArray(hid_t group, char const* name, std::int64_t& count) {
   H5T_class_t const kind = H5Tget_class(type.Get());
   if (kind != H5T_FLOAT && kind != H5T_INTEGER)
     throw DamageFound{std::string("the sparse array ") + name + " does not hold numbers"};
+  if (count > std::numeric_limits<int>::max())
+    throw DamageFound{std::string("the sparse array ") + name + " has more elements than 32 bits count"};
+  RequireStored(file, dataset.Get(), count * static_cast<std::int64_t>(H5Tget_size(type.Get())),
+                std::string("the sparse array ") + name);
   return dataset;
 }
 
 template<class Value>
-void ReadArray(hid_t group, char const* name, Value* values, std::int64_t expected) {
+void ReadArray(DatabaseFile const& file, hid_t group, char const* name, Value* values,
+               std::int64_t expected) {
   if (values == nullptr) return;
   std::int64_t count = 0;
-  Hdf5Id const dataset = OpenArray(group, name, count);
+  Hdf5Id const dataset = OpenArray(file, group, name, count);
   if (count != expected)
     throw DamageFound{std::string("the sparse array ") + name + " has " + std::to_string(count) +
                       " elements, expected " + std::to_string(expected)};
@@ -144,8 +160,7 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Open(DatabaseFile& file, std::string
   drawer->m_path = path;
   Guarded(file, [&] {
     hid_t const group = drawer->Group();
-    OpenArray(group, "data", drawer->m_entries);
-    if (drawer->m_entries > 0x7fffffff) throw DamageFound{path + " has more entries than 32 bits count"};
+    OpenArray(file, group, "data", drawer->m_entries);
     drawer->m_hasDiagonal = Checked(H5Lexists(group, "diagonal", H5P_DEFAULT), "looking for a diagonal") > 0;
     drawer->ReleaseHandle();
   });
@@ -153,8 +168,9 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Open(DatabaseFile& file, std::string
 }
 
 std::int64_t SparseDrawer::Group() {
-  if (!m_hdf5->group.IsValid())
-    m_hdf5->group = CheckedId(H5Gopen2(m_file.Id(), m_path.c_str(), H5P_DEFAULT), "opening " + m_path);
+  if (m_hdf5->group.IsValid()) return m_hdf5->group.Get();
+  Hdf5Id const access = AccessInsideFile(H5P_GROUP_ACCESS, m_path);
+  m_hdf5->group = CheckedId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
   return m_hdf5->group.Get();
 }
 
@@ -170,10 +186,10 @@ void SparseDrawer::TakeBack() { PutAt(m_pending); }
 void SparseDrawer::Read(SparseArrays const& arrays) {
   Guarded(m_file, [&] {
     hid_t const group = Group();
-    ReadArray(group, "data", arrays.values, m_entries);
-    ReadArray(group, "ir", arrays.columns, m_entries);
-    ReadArray(group, "jc", arrays.starts, m_rows + 1);
-    ReadArray(group, "diagonal", arrays.diagonal, m_rows);
+    ReadArray(m_file, group, "data", arrays.values, m_entries);
+    ReadArray(m_file, group, "ir", arrays.columns, m_entries);
+    ReadArray(m_file, group, "jc", arrays.starts, m_rows + 1);
+    ReadArray(m_file, group, "diagonal", arrays.diagonal, m_rows);
     ReleaseHandle();
     if (std::string const fault = Fault(arrays, m_rows, m_columns, m_entries); !fault.empty())
       throw DamageFound{fault};
