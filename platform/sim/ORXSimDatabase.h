@@ -25,6 +25,14 @@ enum class ORXSimDurability {
 /// durable once it is committed, see ORXSimTransaction; structure made outside of any transaction goes with
 /// the next commit or with Close. Values are written in place as they are given and are not rolled back.
 /// Errors are ORXSimException.
+///
+/// fork: a child has copies of the open databases. It may read through them; whatever would change a file
+/// raises writeFailed there, and neither their destruction nor the child's exit touches a file. The lock ends
+/// when the owner closes the file; should the owner die, when its last such child ends or calls exec.
+///
+/// Signals: while a file is open for writing, SIGXFSZ is ignored if the host has no handler of its own, so
+/// that a file-size limit is an error. A file that another program shortens while it is open cannot be read
+/// any more: Commit and Close raise writeFailed, but access to cells that are gone is SIGBUS.
 class ORX_EXPORT ORXSimDatabase {
 public:
   // Creation flags.
@@ -42,11 +50,18 @@ public:
   /// For files created from now on; durable unless it is called. A scratch file replaces an existing one.
   void SetDurability(ORXSimDurability durability) noexcept { m_durability = durability; }
   /// Creates and opens a file. An existing file is refused, unless `flags` has replaceExisting or the file is
-  /// a scratch file. `n` has no meaning and is -1.
+  /// a scratch file. `n` has no meaning and is -1. The file is built beside its name, as NAME.orx-new, and
+  /// gets the name as an empty database that others can open; one that it replaces is there until then. A
+  /// process that is killed in between leaves that file to the next creation.
   ORXSimFileID CreateFile(ORXUnicodeString const& name, int flags, int n);
   /// Opens an existing file in its last committed state; a commit that was cut off is finished, or with
   /// `readOnly` only seen as finished. A read-only file is not written to by any means.
   ORXSimFileID OpenFile(ORXUnicodeString const& name, bool readOnly);
+  /// Writes the last committed state, with the values as they are now, to a new file, which is durable when
+  /// this returns. An existing one is refused unless `flags` has replaceExisting, which must not be open. A
+  /// copy made by other means while the file is open for writing may be torn, and be refused or wrong. Raises
+  /// wrongState for a scratch file.
+  void BackUp(ORXUnicodeString const& name, int flags) const;
   /// Commits what is outside of any transaction, abandons transactions that are open, and closes. When that
   /// commit fails, the error leaves the file open: free some space and close again, or destroy the database.
   /// Closing an unopened database does nothing.

@@ -22,7 +22,11 @@ public:
 
   /// Makes what was done since the opening durable, and with it every value written so far. When it raises
   /// writeFailed, the file holds the former state and the transaction stays open: it may be committed again
-  /// once there is space. After success the transaction is over; a second call raises wrongState.
+  /// once there is space, or, when the disk has failed, not before the file was closed and opened again. (A
+  /// disk that fails twice, for the commit and for taking it back, leaves that open; the error says so.)
+  /// After success the transaction is over; a second call raises wrongState. Success is also when the disk
+  /// holds the commit, but its last step failed: the next write, commit or opening finishes it, or raises
+  /// writeFailed.
   void Commit();
 
   ORXSimContextID Context() const noexcept;

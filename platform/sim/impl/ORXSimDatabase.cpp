@@ -47,6 +47,18 @@ void ORXSimDatabase::Close() {
   m_open.reset();
 }
 
+void ORXSimDatabase::BackUp(ORXUnicodeString const& name, int flags) const {
+  orx::store::DatabaseFile& file = Opened().File();
+  bool const isPossible = !file.IsScratch() && (flags & ~replaceExisting) == 0;
+  if (!isPossible) {
+    ORXSimException(file.IsScratch() ? ORXSimException::wrongState : ORXSimException::invalidArgument,
+                    std::string("Backing up ") + file.Path() + " to " + name.AsUtf8() + " is not possible: " +
+                        (file.IsScratch() ? "it is a scratch file" : "the flags are not 0 or 1") + ".")
+        .Throw(__FILE__, __LINE__);
+  }
+  file.CopyTo(name.AsUtf8(), (flags & replaceExisting) != 0);
+}
+
 ORXSimContextID ORXSimDatabase::CreateContext(ORXSimNamespaceID space) {
   return Opened().AddContext(space).ID();
 }

@@ -10,9 +10,9 @@ namespace orx::sim {
 namespace {
 
 /// The open files by their numbers, which are not used again: an identifier of a closed file is known as
-/// such.
+/// such. The table is never destroyed, because static objects of the host may own databases.
 std::unordered_map<std::uint32_t, OpenDatabase*>& OpenFiles() {
-  static std::unordered_map<std::uint32_t, OpenDatabase*> files;
+  static auto& files = *new std::unordered_map<std::uint32_t, OpenDatabase*>;
   return files;
 }
 

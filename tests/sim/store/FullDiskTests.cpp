@@ -33,8 +33,9 @@ int FillUp(Session const& session) {
     for (int number = 0; number < 100; ++number)
       AddDataset(session, number);
   } catch (orx::store::Hdf5Failure const&) {
-    auto const& failure = session.File().LastFailure();
-    return failure.has_value() && !failure->IsRead() ? failure->Error() : -1;
+    auto const failure = session.Failure();
+    bool const isWrite = failure && failure->Kind() == orx::store::FileError::Access::Write;
+    return isWrite ? failure->Error() : -1;
   }
   return 0;
 }
@@ -50,7 +51,7 @@ TEST(FullDisk, IsMetAtTheCallAndLeavesTheCommittedState) {
     session.Commit();
     committed = Describe(session.Id());
     EXPECT_EQ(FillUp(session), ENOSPC);
-    EXPECT_NE(std::string(session.File().LastFailure()->what()).find("bytes are free"), std::string::npos);
+    EXPECT_NE(std::string(session.Failure()->what()).find("bytes are free"), std::string::npos);
     EXPECT_THROW(session.File().ReserveGrowth(1 << 20), orx::store::FileError);
     EXPECT_EQ(FileSize(path), session.File().File().Size());
   }

@@ -37,6 +37,7 @@ Session Session::Create(std::string const& path, bool isScratch) {
 
 Session Session::Open(std::string const& path, bool readOnly) {
   Session session(orx::store::TransactionalFile::Open(path, readOnly), path);
+  session.File().File().PrepareMapping();
   session.Reopen();
   return session;
 }
@@ -61,6 +62,15 @@ void Session::Flush() const {
 void Session::Commit() const {
   Flush();
   File().Commit();
+}
+
+std::optional<orx::store::FileError> Session::Failure() const {
+  if (File().LastFailure() == nullptr) return {};
+  try {
+    std::rethrow_exception(File().LastFailure());
+  } catch (orx::store::FileError const& error) {
+    return error;
+  }
 }
 
 namespace {
@@ -119,7 +129,7 @@ Hdf5Id WriteSmall(hid_t group, std::string const& name) {
 void MapCell(Session const& session, Hdf5Id const& dataset, int cell, double value) {
   std::uint64_t const offset = H5Dget_offset(dataset.Get()) + static_cast<std::uint64_t>(cell) * sizeof value;
   std::memcpy(session.File().File().Bytes(offset, sizeof value), &value, sizeof value);
-  session.File().ValuesChanged();
+  session.File().WillWriteValues();
 }
 
 } // namespace

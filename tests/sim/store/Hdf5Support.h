@@ -4,6 +4,7 @@
 #include "sim/impl/store/TransactionalFile.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 /// A file of the store, opened by HDF5 through the driver. Closing drops what was not committed. Failures are
@@ -20,6 +21,8 @@ public:
   orx::store::TransactionalFile& File() const { return *m_file; }
   void Flush() const;
   void Commit() const;
+  /// The failure of the file that HDF5 met last.
+  std::optional<orx::store::FileError> Failure() const;
   /// Closes and opens it for HDF5 only.
   void Reopen();
 

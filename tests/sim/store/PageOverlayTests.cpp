@@ -43,7 +43,7 @@ TEST(PageOverlay, BehavesAsAListOfHeldBytes) {
 
 TEST(PageOverlay, ImagesTakeWhatIsNotHeldFromTheFileAsItIsNow) {
   TemporaryFolder const folder;
-  PositionedFile file(folder.Path("file"), PositionedFile::Mode::Create);
+  PositionedFile file(folder.Path("file"), PositionedFile::Mode::Scratch);
   file.Reserve(0, 2 * PageOverlay::pageBytes - 10);
   PageOverlay overlay;
   overlay.Write(2 * PageOverlay::pageBytes - 100, "held in the last page, which ends behind the file", 50);

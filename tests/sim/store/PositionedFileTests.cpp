@@ -4,8 +4,11 @@
 
 #include <csignal>
 #include <cstring>
+#include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -54,7 +57,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Folders, PositionedFileOn, testing::Values("/tmp", memoryFolder));
 
 TEST_P(PositionedFileOn, ReservedSpaceReadsAsZeroAndIsThere) {
-  PositionedFile file(m_path, Mode::Create);
+  PositionedFile file(m_path, Mode::Scratch);
 
   file.Reserve(0, 100 * page + 1);
 
@@ -72,7 +75,7 @@ TEST_P(PositionedFileOn, ZeroedRangesKeepTheirNeighboursAndTheirSpace) {
                                       {5UL, 9 * page},
                                       {7UL, 0UL}}) {
     std::string expected = Pattern(10 * page);
-    PositionedFile file(m_path, Mode::Replace);
+    PositionedFile file(m_path, Mode::Scratch);
     file.WriteAt(0, expected.data(), expected.size());
     auto const* const mapped = reinterpret_cast<char const*>(file.Bytes(0, 10 * page));
 
@@ -86,7 +89,7 @@ TEST_P(PositionedFileOn, ZeroedRangesKeepTheirNeighboursAndTheirSpace) {
 }
 
 TEST_P(PositionedFileOn, TheMappingGrowsWithTheFileAndKeepsItsBytes) {
-  PositionedFile file(m_path, Mode::Create);
+  PositionedFile file(m_path, Mode::Scratch);
   // The mapping begins with 64 MiB.
   for (std::uint64_t const size : {page, std::uint64_t{60} << 20, std::uint64_t{70} << 20}) {
     file.Reserve(file.Size(), size);
@@ -103,7 +106,7 @@ TEST_P(PositionedFileOn, TheMappingGrowsWithTheFileAndKeepsItsBytes) {
 
 TEST(PositionedFile, RangesBehindTheEndAreErrors) {
   TemporaryFolder const folder;
-  PositionedFile file(folder.Path("file"), Mode::Create);
+  PositionedFile file(folder.Path("file"), Mode::Scratch);
   file.Reserve(0, 100);
   char bytes[20];
 
@@ -122,7 +125,7 @@ TEST(PositionedFile, TheSizeLimitOfTheProcessIsAnErrorAndNoSignal) {
 
   int const end = RunInChild([&] {
     signal(SIGXFSZ, SIG_DFL);
-    PositionedFile file(folder.Path("file"), Mode::Create);
+    PositionedFile file(folder.Path("file"), Mode::Scratch);
     rlimit const limit{.rlim_cur = 2 * page, .rlim_max = 2 * page};
     setrlimit(RLIMIT_FSIZE, &limit);
     bool const areErrors = ErrorOf([&] { file.Reserve(0, 3 * page); }) == EFBIG &&
@@ -137,7 +140,7 @@ TEST(PositionedFile, TheSizeLimitOfTheProcessIsAnErrorAndNoSignal) {
 TEST(PositionedFile, AFullDiskIsAnErrorThatNamesTheFreeSpace) {
   SmallDisk const disk(20 * page);
   if (!disk.IsMounted()) GTEST_SKIP() << "no small disk can be mounted";
-  PositionedFile file(disk.Path("file"), Mode::Create);
+  PositionedFile file(disk.Path("file"), Mode::Scratch);
   file.Reserve(0, page);
 
   EXPECT_EQ(TextOf([&] { file.Reserve(page, 30 * page); }),
@@ -153,17 +156,23 @@ TEST(PositionedFile, FilesWithHolesAreFilledOrNotMapped) {
   WriteWhole(disk.Path("file"), "x");
   std::filesystem::resize_file(disk.Path("file"), 10 * page);
 
-  EXPECT_FALSE(PositionedFile(disk.Path("file"), Mode::Read).MapsSafely());
+  auto const mapsSafely = [&](Mode mode) {
+    PositionedFile file(disk.Path("file"), mode);
+    file.PrepareMapping();
+    return file.MapsSafely();
+  };
+
+  EXPECT_FALSE(mapsSafely(Mode::Read));
   disk.Fill(5 * page);
-  EXPECT_FALSE(PositionedFile(disk.Path("file"), Mode::Write).MapsSafely());
+  EXPECT_FALSE(mapsSafely(Mode::Write));
   std::filesystem::remove(disk.Path("filler"));
-  EXPECT_TRUE(PositionedFile(disk.Path("file"), Mode::Write).MapsSafely());
+  EXPECT_TRUE(mapsSafely(Mode::Write));
   EXPECT_EQ(AllocatedBytes(disk.Path("file")), 10 * page);
 }
 
 TEST(PositionedFile, WhereSpaceCannotBeReservedNothingIsMapped) {
   TemporaryFolder const folder;
-  PositionedFile file(folder.Path("file"), Mode::Create);
+  PositionedFile file(folder.Path("file"), Mode::Scratch);
   FaultPlan const plan(FaultPlan::Effect::FailOnce, 1, EOPNOTSUPP);
 
   EXPECT_FALSE(file.Reserve(0, page));
@@ -180,7 +189,7 @@ TEST(PositionedFile, WritersAreAlone) {
     return RunInChild([&] { return ErrorOf([&] { PositionedFile const file(path, mode); }); });
   };
   {
-    PositionedFile const writer(path, Mode::Create);
+    PositionedFile const writer(path, Mode::Scratch);
     EXPECT_EQ(opens(Mode::Read), EWOULDBLOCK);
     EXPECT_EQ(opens(Mode::Write), EWOULDBLOCK);
     ExpectContains(TextOf([&] { PositionedFile const file(path, Mode::Read); }),
@@ -194,15 +203,137 @@ TEST(PositionedFile, WritersAreAlone) {
   EXPECT_EQ(opens(Mode::Write), 0);
 }
 
-TEST(PositionedFile, ReplacingRefusesALockedFileAndLeavesItsBytes) {
+// Creation
+
+TEST(PositionedFile, CreatedFilesHaveTheirNameOncePublished) {
   TemporaryFolder const folder;
-  WriteWhole(folder.Path("file"), "precious");
-  {
-    PositionedFile const reader(folder.Path("file"), Mode::Read);
-    EXPECT_EQ(ErrorOf([&] { PositionedFile const file(folder.Path("file"), Mode::Replace); }), EWOULDBLOCK);
-    EXPECT_EQ(ReadWhole(folder.Path("file")), "precious");
+  std::string const path = folder.Path("file");
+  WriteWhole(folder.Path("file.orx-new"), "left by a killed process");
+  for (bool const isPublished : {false, true}) {
+    PositionedFile file(path, Mode::Create);
+    EXPECT_EQ(file.Size(), 0U);
+    file.WriteAt(0, "new", 3);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(ErrorOf([&] { PositionedFile const other(path, Mode::Create); }), EWOULDBLOCK);
+    if (isPublished) file.Publish();
   }
-  EXPECT_EQ(PositionedFile(folder.Path("file"), Mode::Replace).Size(), 0U);
+  EXPECT_EQ(ReadWhole(path), "new");
+  EXPECT_FALSE(std::filesystem::exists(folder.Path("file.orx-new")));
+  EXPECT_EQ(ErrorOf([&] { PositionedFile const file(path, Mode::Create); }), EEXIST);
+}
+
+TEST(PositionedFile, CreationNeverTakesANameThatCameMeanwhile) {
+  TemporaryFolder const folder;
+  PositionedFile file(folder.Path("file"), Mode::Create);
+  WriteWhole(folder.Path("file"), "precious");
+
+  EXPECT_EQ(ErrorOf([&] { file.Publish(); }), EEXIST);
+  EXPECT_EQ(ReadWhole(folder.Path("file")), "precious");
+}
+
+TEST(PositionedFile, AReplacedFileStaysUntilItsSuccessorIsPublished) {
+  TemporaryFolder const folder;
+  std::string const path = folder.Path("file");
+  std::string const link = folder.Path("link");
+  WriteWhole(path, "precious");
+  chmod(path.c_str(), 0640);
+  std::filesystem::create_symlink("file", link);
+  {
+    PositionedFile const reader(path, Mode::Read);
+    EXPECT_EQ(ErrorOf([&] { PositionedFile const file(path, Mode::Replace); }), EWOULDBLOCK);
+  }
+  { PositionedFile const file(path, Mode::Replace); }
+  EXPECT_EQ(ReadWhole(path), "precious");
+
+  PositionedFile file(link, Mode::Replace);
+  file.WriteAt(0, "new", 3);
+  EXPECT_EQ(ErrorOf([&] { PositionedFile const reader(path, Mode::Read); }), EWOULDBLOCK);
+  EXPECT_EQ(ReadWhole(path), "precious");
+  file.Publish();
+
+  EXPECT_EQ(ReadWhole(path), "new");
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  struct stat facts {};
+  stat(path.c_str(), &facts);
+  EXPECT_EQ(facts.st_mode & 0777U, 0640U);
+  EXPECT_EQ(ErrorOf([&] { PositionedFile const reader(path, Mode::Read); }), EWOULDBLOCK);
+}
+
+// Other processes and programs
+
+TEST(PositionedFile, AForkedProcessChangesNothing) {
+  TemporaryFolder const folder;
+  std::string const path = folder.Path("file");
+  auto file = std::make_unique<PositionedFile>(path, Mode::Create);
+  file->WriteAt(0, "bytes", 5);
+  int const end = RunInChild([&] {
+    bool const isRefused =
+        ErrorOf([&] { file->WriteAt(0, "other", 5); }) == EPERM &&
+        ErrorOf([&] { file->Resize(1); }) == EPERM && ErrorOf([&] { file->Reserve(5, 9); }) == EPERM &&
+        ErrorOf([&] { file->Zero(0, 1); }) == EPERM && ErrorOf([&] { file->Sync(); }) == EPERM &&
+        ErrorOf([&] { file->Publish(); }) == EPERM;
+    file.reset(); // neither removes nor unlocks the file
+    return isRefused ? 0 : 1;
+  });
+  EXPECT_EQ(end, 0);
+  file->Publish();
+  EXPECT_EQ(ReadWhole(path), "bytes");
+  EXPECT_EQ(ErrorOf([&] { PositionedFile const other(path, Mode::Read); }), EWOULDBLOCK);
+
+  // A child that lives on does not keep the lock of a file that its owner has closed.
+  pid_t const child = fork();
+  if (child == 0) {
+    pause();
+    _exit(0);
+  }
+  file.reset();
+  EXPECT_EQ(ErrorOf([&] { PositionedFile const again(path, Mode::Write); }), 0);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+TEST(PositionedFile, WhatOtherProgramsDoToItIsNoticed) {
+  TemporaryFolder const folder;
+  std::string const path = folder.Path("file");
+  PositionedFile file(path, Mode::Scratch);
+  file.Reserve(0, page);
+  EXPECT_EQ(ErrorOf([&] { file.RequireIntact("committing"); }), 0);
+  std::filesystem::resize_file(path, 10);
+  EXPECT_EQ(TextOf([&] { file.RequireIntact("committing"); }),
+            "Committing " + path + " failed: another program has cut it to 10 bytes, expected 4096.");
+  std::filesystem::remove(path);
+  EXPECT_EQ(ErrorOf([&] { file.RequireIntact("committing"); }), ENOENT);
+}
+
+TEST(PositionedFile, IgnoresTheSignalOfTheSizeLimitOnlyWhileItIsOpen) {
+  TemporaryFolder const folder;
+  auto const handler = [] {
+    struct sigaction action {};
+    sigaction(SIGXFSZ, nullptr, &action);
+    return action.sa_handler;
+  };
+  signal(SIGXFSZ, SIG_DFL);
+  {
+    PositionedFile const first(folder.Path("a"), Mode::Scratch);
+    { PositionedFile const second(folder.Path("b"), Mode::Scratch); }
+    EXPECT_EQ(handler(), SIG_IGN);
+  }
+  EXPECT_EQ(handler(), SIG_DFL);
+  auto const ofHost = [](int) {};
+  signal(SIGXFSZ, ofHost);
+  { PositionedFile const file(folder.Path("a"), Mode::Scratch); }
+  EXPECT_EQ(handler(), static_cast<void (*)(int)>(ofHost));
+  signal(SIGXFSZ, SIG_DFL);
+}
+
+TEST(PositionedFile, GoesWithoutAMappingWhereThereAreNoAddresses) {
+  TemporaryFolder const folder;
+  PositionedFile file(folder.Path("file"), Mode::Scratch);
+  file.Reserve(0, page);
+  FaultPlan const plan(FaultPlan::Effect::FailOn, 1, ENOMEM, IsAnyStep);
+
+  EXPECT_FALSE(file.CanMap(0, page));
+  EXPECT_FALSE(file.MapsSafely());
 }
 
 TEST(PositionedFile, OnlyRegularFilesAreOpened) {

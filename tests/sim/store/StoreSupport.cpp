@@ -89,8 +89,14 @@ void KillInside(orx::store::FileStep const& step) {
 
 } // namespace
 
-FaultPlan::FaultPlan(Effect effect, int nth, int error) {
-  orx::store::SetFaultHook([this, effect, nth, error](orx::store::FileStep const& step) {
+bool ChangesFiles(orx::store::FileStep const& step) {
+  using Kind = orx::store::FileStep::Kind;
+  return step.kind != Kind::Read && step.kind != Kind::Map;
+}
+
+FaultPlan::FaultPlan(Effect effect, int nth, int error, Filter counts) {
+  orx::store::SetFaultHook([this, effect, nth, error, counts](orx::store::FileStep const& step) {
+    if (!counts(step)) return 0;
     ++m_steps;
     if (effect == Effect::Kill && m_steps == nth) KillInside(step);
     bool const fails =

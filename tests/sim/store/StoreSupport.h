@@ -50,7 +50,11 @@ std::uint64_t AllocatedBytes(std::string const& path);
 /// Runs work in a child process: its result, which is then the exit code, or minus the signal that ended it.
 int RunInChild(std::function<int()> const& work);
 
-/// While it lives, a step that changes a file goes wrong: the nth, or all from the nth on. The default
+/// Which steps a FaultPlan counts.
+bool ChangesFiles(orx::store::FileStep const& step);
+inline bool IsAnyStep(orx::store::FileStep const&) { return true; }
+
+/// While it lives, a step on a file goes wrong: the nth that counts, or all from the nth on. The default only
 /// counts.
 class FaultPlan {
 public:
@@ -61,7 +65,9 @@ public:
     Kill,   ///< the process; of a write the first half, in whole sectors, is done before
   };
 
-  explicit FaultPlan(Effect effect = Effect::None, int nth = 0, int error = 0);
+  using Filter = bool (*)(orx::store::FileStep const&);
+
+  explicit FaultPlan(Effect effect = Effect::None, int nth = 0, int error = 0, Filter counts = ChangesFiles);
   FaultPlan(FaultPlan const&) = delete;
   FaultPlan& operator=(FaultPlan const&) = delete;
   ~FaultPlan() { orx::store::SetFaultHook(nullptr); }

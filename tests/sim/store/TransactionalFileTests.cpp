@@ -8,12 +8,23 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <utility>
 
 namespace {
 
 using orx::store::FileError;
 using orx::store::FileStep;
 using orx::store::TransactionalFile;
+
+int ErrorOf(std::function<void()> const& work) {
+  try {
+    work();
+  } catch (FileError const& error) {
+    return error.Error();
+  }
+  return 0;
+}
 
 class Transactions : public testing::Test {
 protected:
@@ -61,10 +72,10 @@ TEST_F(Transactions, ThatAreDiscardedLeaveNothing) {
   EXPECT_NE(Describe(session.Id()), committed);
 }
 
-TEST_F(Transactions, ThatWereNeverCommittedLeaveAnEmptyFile) {
+TEST_F(Transactions, ThatWereNeverCommittedLeaveNoFile) {
   { Change(Session::Create(m_path), 0); }
 
-  EXPECT_EQ(FileSize(m_path), 0U);
+  EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(m_path).parent_path()));
 }
 
 TEST_F(Transactions, AreNotCommittedByAnExitInTheMiddle) {
@@ -93,7 +104,7 @@ TEST_F(Transactions, WorkAfterAHostHasShutHdf5Down) {
     Session const session = Session::Create(m_path);
     Change(session, 0);
     session.Commit();
-    return session.File().Counts().pages > 0 ? 0 : 1;
+    return DescribeWithPlainHdf5(m_path) == Describe(session.Id()) ? 0 : 1;
   });
 
   EXPECT_EQ(end, 0);
@@ -108,7 +119,7 @@ TEST_F(Transactions, ThatFailForWantOfSpaceMayBeRepeated) {
   session.Flush();
   std::uint64_t const size = FileSize(m_path);
   {
-    FaultPlan const plan(FaultPlan::Effect::FailOnce, 3, ENOSPC); // after values and space, the journal
+    FaultPlan const plan(FaultPlan::Effect::FailOnce, 2, ENOSPC); // after its space, the journal
     EXPECT_THROW(session.File().Commit(), FileError);
   }
   EXPECT_LE(FileSize(m_path), size); // the journal's space is given back
@@ -120,46 +131,195 @@ TEST_F(Transactions, ThatFailForWantOfSpaceMayBeRepeated) {
   EXPECT_NE(Describe(session.Id()), committed);
 }
 
-TEST_F(Transactions, EndForGoodWhenASyncFails) {
-  Session session = Session::Create(m_path);
-  Change(session, 0);
-  {
-    FaultPlan const plan(FaultPlan::Effect::FailOnce, 2, EIO); // the folder's is the first
-    EXPECT_THROW(session.File().Commit(), FileError);
-  }
+/// What goes wrong, by the kind of a step and what it is done to.
+using Fails = std::function<bool(FileStep const&)>;
 
-  EXPECT_THROW(session.File().Commit(), FileError);
-  EXPECT_THROW(session.File().ReserveGrowth(1), FileError);
+void FailWhere(Fails const& fails) {
+  orx::store::SetFaultHook([fails](FileStep const& step) { return fails(step) ? EIO : 0; });
 }
 
-TEST_F(Transactions, ThatStickAfterTheJournalAreFinishedByTheNextOpening) {
-  for (bool const readsFirst : {false, true}) {
-    std::string expected;
-    {
-      Session session = Session::Create(m_path);
-      Change(session, 0);
-      session.Flush();
-      expected = Describe(session.Id());
-      orx::store::SetFaultHook([](FileStep const& step) {
-        bool const isInPlace = step.kind == FileStep::Kind::Write && step.offset == 8;
-        return isInPlace ? EIO : 0;
-      });
-      EXPECT_THROW(session.Commit(), FileError);
-      orx::store::SetFaultHook(nullptr);
-      EXPECT_THROW(session.Commit(), FileError);
-      EXPECT_THROW(session.File().ReserveGrowth(1), FileError);
-      EXPECT_EQ(Describe(session.Id()), expected);
-    }
-    EXPECT_EQ(DescribeWithPlainHdf5(m_path), "refused");
+bool IsMark(FileStep const& step) {
+  return step.kind == FileStep::Kind::Write && step.offset == 0 && std::memcmp(step.data, "orxapply", 8) == 0;
+}
+/// Pages go to their places: the first begins behind the signature.
+bool IsInPlace(FileStep const& step) { return step.kind == FileStep::Kind::Write && step.offset == 8; }
 
-    if (readsFirst) {
-      std::string const bytes = ReadWhole(m_path);
-      EXPECT_EQ(Describe(Session::Open(m_path, true).Id()), expected);
-      EXPECT_TRUE(ReadWhole(m_path) == bytes);
+TEST_F(Transactions, ThatFailAreNotThereAfterwards) {
+  bool isMarked = false;
+  std::pair<char const*, Fails> const faults[] = {
+      {"values and journal", [](FileStep const& step) { return step.kind == FileStep::Kind::Sync; }},
+      {"the mark", [](FileStep const& step) { return IsMark(step); }},
+      {"the mark's sync", [&](FileStep const& step) {
+         isMarked |= IsMark(step);
+         return isMarked && step.kind == FileStep::Kind::Sync;
+       }}};
+  for (auto const& [what, fails] : faults) {
+    std::filesystem::remove(m_path);
+    std::string committed;
+    {
+      Session const session = Session::Create(m_path);
+      Change(session, 0);
+      session.Commit();
+      committed = Describe(session.Id());
+      Change(session, 1);
+      FailWhere(fails);
+      EXPECT_THROW(session.Commit(), FileError) << what;
+      orx::store::SetFaultHook(nullptr);
+      EXPECT_EQ(DescribeWithPlainHdf5(m_path), committed) << what;
+      // After a failed sync nobody knows what the disk has of the values; otherwise it may be tried again.
+      bool const isOver = fails({FileStep::Kind::Sync, -1, 0, nullptr, 0});
+      EXPECT_EQ(isOver, ErrorOf([&] { session.File().WillWriteValues(); }) != 0) << what;
+      EXPECT_EQ(isOver, ErrorOf([&] { session.File().Commit(); }) != 0) << what;
+      if (!isOver) committed = Describe(session.Id());
     }
-    EXPECT_EQ(Describe(Session::Open(m_path).Id()), expected);
-    EXPECT_EQ(DescribeWithPlainHdf5(m_path), expected);
+    EXPECT_EQ(Describe(Session::Open(m_path).Id()), committed) << what;
   }
+}
+
+TEST_F(Transactions, WhoseLastStepFailsOnceAreWhole) {
+  std::pair<char const*, FileStep::Kind> const faults[] = {{"a page", FileStep::Kind::Write},
+                                                           {"a sync", FileStep::Kind::Sync},
+                                                           {"the cut", FileStep::Kind::Resize}};
+  for (auto const& [what, kind] : faults) {
+    std::filesystem::remove(m_path);
+    Session const session = Session::Create(m_path);
+    session.Commit();
+    Change(session, 0);
+    bool isInPlace = false;
+    bool hasFailed = false;
+    FailWhere([&, kind = kind](FileStep const& step) {
+      isInPlace |= IsInPlace(step);
+      return isInPlace && step.kind == kind && !std::exchange(hasFailed, true);
+    });
+    session.Commit();
+    orx::store::SetFaultHook(nullptr);
+    EXPECT_TRUE(hasFailed) << what;
+    EXPECT_EQ(DescribeWithPlainHdf5(m_path), Describe(session.Id())) << what;
+  }
+}
+
+TEST_F(Transactions, ThatStickAfterTheirMarkAreFinishedByTheNextWriteOrOpening) {
+  for (bool const isFinishedHere : {false, true}) {
+    for (bool const readsFirst : {false, true}) {
+      std::filesystem::remove(m_path);
+      std::string expected;
+      {
+        Session const session = Session::Create(m_path);
+        session.Commit();
+        Change(session, 0);
+        session.Flush();
+        expected = Describe(session.Id());
+        FailWhere(IsInPlace);
+        session.Commit();
+        // A value that was written now would be overwritten by the page that waits.
+        EXPECT_EQ(ErrorOf([&] { session.File().WillWriteValues(); }), EIO);
+        EXPECT_EQ(ErrorOf([&] { session.Commit(); }), EIO);
+        EXPECT_EQ(ErrorOf([&] { session.File().ReserveGrowth(1); }), EIO);
+        EXPECT_EQ(Describe(session.Id()), expected);
+        EXPECT_EQ(DescribeWithPlainHdf5(m_path), "refused");
+        if (isFinishedHere) {
+          orx::store::SetFaultHook(nullptr);
+          session.File().WillWriteValues();
+          EXPECT_EQ(DescribeWithPlainHdf5(m_path), expected);
+        }
+      }
+      orx::store::SetFaultHook(nullptr);
+      if (readsFirst) {
+        std::string const bytes = ReadWhole(m_path);
+        EXPECT_EQ(Describe(Session::Open(m_path, true).Id()), expected);
+        EXPECT_TRUE(ReadWhole(m_path) == bytes);
+      }
+      EXPECT_EQ(Describe(Session::Open(m_path).Id()), expected);
+      EXPECT_EQ(DescribeWithPlainHdf5(m_path), expected);
+    }
+  }
+}
+
+TEST_F(Transactions, BringTheMarkToTheDiskBetweenJournalAndPages) {
+  Session const session = Session::Create(m_path);
+  session.Commit();
+  Change(session, 0);
+  session.Flush();
+  std::uint64_t const end = session.File().EndOfAllocation();
+  std::string order;
+  orx::store::SetFaultHook([&](FileStep const& step) {
+    char const what = step.kind == FileStep::Kind::Sync                          ? 's'
+                      : IsMark(step)                                             ? 'm'
+                      : step.kind == FileStep::Kind::Resize                      ? 'c'
+                      : step.kind == FileStep::Kind::Write && step.offset >= end ? 'j'
+                      : step.kind == FileStep::Kind::Write && step.bytes == 8    ? 'h'
+                      : step.kind == FileStep::Kind::Write                       ? 'p'
+                                                                                 : '.';
+    if (what != '.' && (order.empty() || order.back() != what)) order += what;
+    return 0;
+  });
+  session.File().Commit();
+  orx::store::SetFaultHook(nullptr);
+  EXPECT_EQ(order, "jsmspshsc"); // journal, mark, pages, head, each on the disk before the next; the cut
+}
+
+TEST_F(Transactions, AreNotForgedByValues) {
+  // A journal of one page at the end of a file, as values, and a commit that ends the file with them.
+  std::string forged(3 * 4096, '\0');
+  {
+    auto const other = TransactionalFile::Create(m_folder.Path("other"), false, false);
+    std::string const page(4096, 'p');
+    other->SetEndOfAllocation(2 * page.size());
+    other->WriteStructure(0, page.data(), page.size());
+    other->Commit();
+    other->WriteStructure(0, page.data(), page.size());
+    FailWhere(IsInPlace);
+    other->Commit();
+    forged = ReadWhole(m_folder.Path("other")).substr(2 * page.size());
+    orx::store::SetFaultHook(nullptr);
+  }
+  auto file = TransactionalFile::Create(m_path, false, false);
+  std::string const page(4096, 's');
+  file->SetEndOfAllocation(2 * page.size() + forged.size());
+  file->WriteStructure(0, page.data(), page.size());
+  file->WriteValues(2 * page.size(), forged.data(), forged.size());
+  file->Commit();
+  file.reset();
+  std::string const bytes = ReadWhole(m_path);
+  ASSERT_TRUE(bytes.ends_with(forged));
+  for (bool const readOnly : {true, false}) {
+    auto const again = TransactionalFile::Open(m_path, readOnly);
+    std::string seen(page.size(), '~');
+    again->ReadStructure(0, seen.data(), seen.size());
+    EXPECT_EQ(seen, page);
+    EXPECT_EQ(again->Counts().replays, 0U);
+  }
+  EXPECT_TRUE(ReadWhole(m_path) == bytes);
+}
+
+TEST_F(Transactions, AreCopiedAsTheyWereCommitted) {
+  Session const session = Session::Create(m_path);
+  Change(session, 0);
+  session.Commit();
+  std::string const committed = Describe(session.Id());
+  Change(session, 1);
+  session.Flush();
+  std::string const copy = m_folder.Path("copy");
+  session.File().CopyTo(copy, false);
+  EXPECT_EQ(Describe(Session::Open(copy).Id()), committed);
+  EXPECT_EQ(ErrorOf([&] { session.File().CopyTo(copy, false); }), EEXIST);
+
+  FailWhere(IsInPlace);
+  session.Commit();
+  orx::store::SetFaultHook(nullptr);
+  session.File().CopyTo(copy, true); // finishes it before
+  EXPECT_EQ(DescribeWithPlainHdf5(copy), Describe(session.Id()));
+}
+
+TEST_F(Transactions, AreRefusedWhenAnotherProgramHasCutTheFile) {
+  Session const session = Session::Create(m_path);
+  Change(session, 0);
+  session.Commit();
+  Change(session, 1);
+  std::filesystem::resize_file(m_path, 5000);
+  EXPECT_EQ(ErrorOf([&] { session.Commit(); }), ENODATA);
+  std::filesystem::remove(m_path);
+  EXPECT_EQ(ErrorOf([&] { session.Commit(); }), ENOENT);
 }
 
 TEST_F(Transactions, OfAScratchFileCostNothingBeforeItsEnd) {
@@ -225,7 +385,7 @@ TEST_F(Transactions, MayHoldStructureThatHasNoSpaceYet) {
     file->WriteStructure(0, structure.data(), structure.size());
     EXPECT_THROW(file->Commit(), FileError);
   }
-  EXPECT_EQ(FileSize(m_path), 0U); // a longer one would not have the space
+  EXPECT_EQ(file->File().Size(), 0U); // a longer one would not have the space
 
   file->Commit();
 

@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <exception>
+#include <new>
 
 namespace orx::store {
 
@@ -19,14 +21,25 @@ constexpr int formatVersion = 1;
 constexpr char trashGroup[] = "/trash";
 constexpr char pendingGroup[] = "/pending";
 
-[[noreturn]] void RaiseOpening(FileError const& error) {
-  bool const isInUse = error.Error() == EWOULDBLOCK || error.Error() == EBUSY;
-  bool const isDamaged = error.Error() == EINVAL || error.Error() == EUCLEAN;
-  ORXSimException(isInUse     ? ORXSimException::fileInUse
-                  : isDamaged ? ORXSimException::damaged
-                              : ORXSimException::notOpened,
-                  error.what())
-      .Throw(__FILE__, __LINE__);
+std::uint16_t CodeOf(FileError const& error) {
+  int const reason = error.Error();
+  if (error.Kind() == FileError::Access::Write) return ORXSimException::writeFailed;
+  if (reason == EUCLEAN) return ORXSimException::damaged;
+  if (error.Kind() == FileError::Access::Read) return ORXSimException::readFailed;
+  return reason == EWOULDBLOCK || reason == EBUSY ? ORXSimException::fileInUse : ORXSimException::notOpened;
+}
+
+[[noreturn]] void Raise(std::uint16_t code, std::string const& text) {
+  ORXSimException(code, text).Throw(__FILE__, __LINE__);
+}
+
+/// Raises an exception of the file itself as what callers know.
+[[noreturn]] void RaiseFileFailure(std::exception_ptr const& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (FileError const& error) {
+    Raise(CodeOf(error), error.what());
+  }
 }
 
 bool Exists(hid_t file, char const* path) {
@@ -54,17 +67,13 @@ DatabaseFile::~DatabaseFile() {
 std::unique_ptr<DatabaseFile> DatabaseFile::Create(std::string const& path, bool isScratch,
                                                    bool replacesExisting) {
   std::unique_ptr<DatabaseFile> file(new DatabaseFile(path, false, isScratch));
-  try {
-    file->m_bytes = TransactionalFile::Create(path, isScratch, replacesExisting);
-  } catch (FileError const& error) {
-    RaiseOpening(error);
-  }
+  Guarded(*file, [&] { file->m_bytes = TransactionalFile::Create(path, isScratch, replacesExisting); });
   try {
     file->MakeFormat();
     file->Commit();
   } catch (...) {
     file.reset();
-    std::remove(path.c_str()); // it was never a database
+    if (isScratch) std::remove(path.c_str()); // it was never a database
     throw;
   }
   return file;
@@ -72,22 +81,25 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Create(std::string const& path, bool
 
 std::unique_ptr<DatabaseFile> DatabaseFile::Open(std::string const& path, bool readOnly) {
   std::unique_ptr<DatabaseFile> file(new DatabaseFile(path, readOnly, false));
-  try {
-    file->m_bytes = TransactionalFile::Open(path, readOnly);
-  } catch (FileError const& error) {
-    RaiseOpening(error);
-  }
   Guarded(*file, [&] {
+    file->m_bytes = TransactionalFile::Open(path, readOnly);
     Hdf5Id const access(MakeFileAccess(*file->m_bytes));
     unsigned const mode = readOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
     hid_t const id = H5Fopen(path.c_str(), mode, access.Get());
-    if (id < 0) throw DamageFound{"it is damaged, or not an HDF5 file (" + LastHdf5Error() + ")"};
+    if (id < 0) file->RaiseNotHdf5();
     file->m_hdf5->file = Hdf5Id(id);
     file->CheckFormat();
+    file->m_bytes->File().PrepareMapping();
     if (!readOnly) file->EmptyTrash();
     if (!readOnly) RemoveGroup(id, pendingGroup);
   });
   return file;
+}
+
+void DatabaseFile::RaiseNotHdf5() const {
+  Hdf5Failure const failure = LastHdf5Failure("opening the file");
+  if (m_bytes->LastFailure() != nullptr || failure.kind == Hdf5Failure::Kind::Memory) throw failure;
+  throw DamageFound{"it is damaged, or not an HDF5 file (" + failure.cause + ")"};
 }
 
 std::int64_t DatabaseFile::Id() const noexcept { return m_hdf5->file.Get(); }
@@ -126,26 +138,22 @@ void DatabaseFile::ForgetFailure() const noexcept {
 }
 
 void DatabaseFile::RaiseTranslated() const {
-  auto const raise = [](std::uint16_t code, std::string const& text) {
-    ORXSimException(code, text).Throw(__FILE__, __LINE__);
-  };
-  auto const fileFailure = [&](FileError const& error) {
-    raise(error.IsRead() ? ORXSimException::readFailed : ORXSimException::writeFailed, error.what());
-  };
   try {
     throw;
-  } catch (FileError const& error) {
-    fileFailure(error);
+  } catch (FileError const&) {
+    RaiseFileFailure(std::current_exception());
   } catch (DamageFound const& damage) {
-    raise(ORXSimException::damaged, "Reading " + m_path + " failed: " + damage.text + ".");
+    Raise(ORXSimException::damaged, "Reading " + m_path + " failed: " + damage.text + ".");
   } catch (Hdf5Failure const& failure) {
-    if (auto const cause = m_bytes->LastFailure()) fileFailure(*cause);
+    if (m_bytes->LastFailure() != nullptr) RaiseFileFailure(m_bytes->LastFailure());
+    if (failure.kind == Hdf5Failure::Kind::Memory) throw std::bad_alloc();
     bool const isReading = failure.what.starts_with("reading") || failure.what.starts_with("opening") ||
                            failure.what.starts_with("looking") || failure.what.starts_with("listing");
-    raise(isReading ? ORXSimException::damaged : ORXSimException::internalError,
+    bool const isDamage = isReading || failure.kind == Hdf5Failure::Kind::Damage;
+    Raise(isDamage ? ORXSimException::damaged : ORXSimException::internalError,
           m_path + ": " + failure.what + " failed: " + failure.cause + ".");
   }
-  throw; // an ORXSimException, or out of memory
+  // An ORXSimException, or out of memory.
 }
 
 std::string DatabaseFile::PendingPath() {
@@ -190,7 +198,7 @@ void DatabaseFile::EmptyTrash() {
 void TryToEmptyTrash(DatabaseFile& file) noexcept {
   try {
     Guarded(file, [&] { file.EmptyTrash(); });
-  } catch (ORXBasException const&) {
+  } catch (...) {
     return;
   }
 }
@@ -215,6 +223,10 @@ void DatabaseFile::CommitForClose() {
     PrepareCommit();
     m_bytes->CommitForClose();
   });
+}
+
+void DatabaseFile::CopyTo(std::string const& path, bool replacesExisting) {
+  Guarded(*this, [&] { m_bytes->CopyTo(path, replacesExisting); });
 }
 
 } // namespace orx::store

@@ -12,7 +12,8 @@ class TransactionalFile;
 /// and closed. The identifiers that it hands out are HDF5's hid_t. Errors are ORXSimException.
 class DatabaseFile {
 public:
-  /// A new file, committed while it is still empty.
+  /// A new file, committed while it is still empty. Nobody sees it before; a file that it replaces stays
+  /// until then.
   static std::unique_ptr<DatabaseFile> Create(std::string const& path, bool isScratch, bool replacesExisting);
   static std::unique_ptr<DatabaseFile> Open(std::string const& path, bool readOnly);
 
@@ -52,11 +53,14 @@ public:
   void Commit();
   /// Also for a scratch file, whose structure is written now.
   void CommitForClose();
+  /// Writes the last committed state to a new file.
+  void CopyTo(std::string const& path, bool replacesExisting);
 
 private:
   struct Hdf5;
 
   DatabaseFile(std::string path, bool isReadOnly, bool isScratch);
+  [[noreturn]] void RaiseNotHdf5() const;
   void MakeFormat();
   void CheckFormat() const;
   void RemovePendingGroupWhenEmpty();

@@ -209,7 +209,7 @@ void DenseDrawer::FillPiece(std::uint64_t place, std::uint64_t freshFrom, double
   } else if (place < freshFrom) {
     m_file.Bytes().File().Zero(place, bytes);
   }
-  m_file.Bytes().ValuesChanged();
+  m_file.Bytes().WillWriteValues();
 }
 
 void DenseDrawer::WriteFill(std::uint64_t place, std::int64_t cells, double fill) {
@@ -629,8 +629,8 @@ void DenseDrawer::Write(DrawerBox const& box, std::span<std::int64_t const> buff
   void* const source = const_cast<void*>(buffer);
   Writing(m_path, m_file, [&] {
     RequireWritable();
-    m_file.Bytes().ValuesChanged();
     GuardedBytes(m_file, [&] {
+      m_file.Bytes().WillWriteValues();
       if (m_cell == CellType::Double) {
         Move<double, true>(box, bufferCounts, static_cast<double*>(source));
       } else {

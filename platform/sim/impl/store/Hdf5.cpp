@@ -1,13 +1,48 @@
 #include "sim/impl/store/Hdf5.h"
 
 #include <algorithm>
+#include <array>
+#include <sys/types.h>
 
 namespace orx::store {
+
+namespace {
+
+/// Stands in for HDF5's own handler of the process's exit. That one ends HDF5 before static objects of the
+/// host are destroyed, which may own databases; it dies of a file that could not be closed, and complains of
+/// what a failed call has left behind. This one is run after them and closes what a host has left open.
+class ExitHandler {
+public:
+  ExitHandler() { H5dont_atexit(); }
+  ExitHandler(ExitHandler const&) = delete;
+  ExitHandler& operator=(ExitHandler const&) = delete;
+  ~ExitHandler() {
+    if (!s_isHdf5Damaged) CloseFiles();
+  }
+
+  static bool s_isHdf5Damaged; ///< its list of open files has one that is not there any more
+
+private:
+  static void CloseFiles() {
+    QuietErrors const quiet;
+    std::array<hid_t, 64> files{};
+    ssize_t const count = H5Fget_obj_ids(H5F_OBJ_ALL, H5F_OBJ_FILE, files.size(), files.data());
+    for (ssize_t k = 0; k < count; ++k) {
+      H5Fflush(files[static_cast<std::size_t>(k)], H5F_SCOPE_GLOBAL);
+      H5Fclose(files[static_cast<std::size_t>(k)]);
+    }
+  }
+};
+bool ExitHandler::s_isHdf5Damaged = false;
+ExitHandler const exitHandler;
+
+} // namespace
 
 void Hdf5Id::Close() noexcept {
   if (m_id < 0) return;
   QuietErrors const quiet;
-  H5Idec_ref(m_id);
+  // After a failure HDF5 1.10 keeps the identifier of what it has freed already.
+  if (H5Idec_ref(m_id) < 0) ExitHandler::s_isHdf5Damaged = true;
   m_id = -1;
 }
 
@@ -18,14 +53,24 @@ QuietErrors::QuietErrors() noexcept {
 
 QuietErrors::~QuietErrors() { H5Eset_auto2(H5E_DEFAULT, m_handler, m_handlerData); }
 
-std::string LastHdf5Error() {
-  std::string cause;
-  auto const takeFirst = [](unsigned, H5E_error2_t const* error, void* text) -> herr_t {
-    if (error->desc != nullptr) *static_cast<std::string*>(text) = error->desc;
-    return 1; // the first of an upward walk is the root
-  };
-  H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, takeFirst, &cause);
-  return cause;
+namespace {
+
+/// The first error of an upward walk is the root; those further up tell what it is about.
+herr_t NoteError(unsigned number, H5E_error2_t const* error, void* into) {
+  auto& failure = *static_cast<Hdf5Failure*>(into);
+  if (number == 0 && error->desc != nullptr) failure.cause = error->desc;
+  if (error->min_num == H5E_CANTLOAD) failure.kind = Hdf5Failure::Kind::Damage;
+  if (error->maj_num == H5E_RESOURCE && error->min_num == H5E_NOSPACE)
+    failure.kind = Hdf5Failure::Kind::Memory;
+  return 0;
+}
+
+} // namespace
+
+Hdf5Failure LastHdf5Failure(std::string const& what) {
+  Hdf5Failure failure{.what = what, .cause = ""};
+  H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, NoteError, &failure);
+  return failure;
 }
 
 namespace {

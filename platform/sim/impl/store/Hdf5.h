@@ -43,14 +43,13 @@ private:
   void* m_handlerData = nullptr;
 };
 
-/// The root cause of the last failed call; "" when there is none. To be asked at once: any further call that
-/// succeeds forgets it.
-std::string LastHdf5Error();
-
 /// What a failed call raises inside the storage layer; DatabaseFile turns it into an ORXSimException.
 struct Hdf5Failure {
-  std::string what; ///< "creating the group /context_0"
-  std::string cause;
+  enum class Kind : std::uint8_t { Other, Damage, Memory };
+
+  std::string what;  ///< "creating the group /context_0"
+  std::string cause; ///< in HDF5's words; "" when it gives none
+  Kind kind = Kind::Other;
 };
 
 /// Raised inside the storage layer: something read does not make sense.
@@ -58,10 +57,13 @@ struct DamageFound {
   std::string text;
 };
 
+/// The failure of the last call. To be asked at once: any further call that succeeds forgets it.
+Hdf5Failure LastHdf5Failure(std::string const& what);
+
 /// Passes a result on, or raises an Hdf5Failure when it is negative.
 template<class Result>
 Result Checked(Result result, std::string const& what) {
-  if (result < 0) throw Hdf5Failure{.what = what, .cause = LastHdf5Error()};
+  if (result < 0) throw LastHdf5Failure(what);
   return result;
 }
 inline Hdf5Id CheckedId(hid_t id, std::string const& what) { return Hdf5Id(Checked(id, what)); }

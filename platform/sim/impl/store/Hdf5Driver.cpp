@@ -34,10 +34,8 @@ herr_t Answer(TransactionalFile& file, Work work) noexcept {
   try {
     work();
     return 0;
-  } catch (FileError const& error) {
-    file.KeepFailure(error);
-    PushError(error.what());
   } catch (std::exception const& error) {
+    file.KeepFailure();
     PushError(error.what());
   }
   return -1;

@@ -106,9 +106,9 @@ std::uint64_t Journal::BytesFor(std::uint64_t pages) noexcept {
   return (pages + NumberPages(pages) + 1) * pageBytes;
 }
 
-void Journal::Write(PositionedFile& file, std::uint64_t position,
-                    std::span<PageOverlay::Page const* const> pages, std::uint64_t end,
-                    std::uint64_t sequence) {
+Trailer Journal::Write(PositionedFile& file, std::uint64_t position,
+                       std::span<PageOverlay::Page const* const> pages, std::uint64_t end,
+                       std::uint64_t sequence) {
   PageWriter writer(file, position);
   for (PageOverlay::Page const* const page : pages)
     writer.Add(page->bytes.data());
@@ -132,16 +132,17 @@ void Journal::Write(PositionedFile& file, std::uint64_t position,
   std::memcpy(last.data(), &trailer, sizeof trailer);
   writer.Add(last.data());
   writer.Flush();
+  return trailer;
 }
 
-std::optional<Journal::Found> Journal::Find(PositionedFile const& file) {
+std::optional<Trailer> Journal::Find(PositionedFile const& file) {
   std::uint64_t const size = file.Size();
   if (size < BytesFor(1) || size % pageBytes != 0) return {};
   Trailer trailer;
   file.ReadAt(size - pageBytes, &trailer, sizeof trailer);
   if (!IsSound(trailer, size)) return {};
   bool const isWhole = AreNumbersSound(file, trailer) && BodyChecksum(file, trailer) == trailer.bodyChecksum;
-  return Found{.state = isWhole ? State::Whole : State::Torn, .trailer = trailer};
+  return isWhole ? std::optional(trailer) : std::nullopt;
 }
 
 void Journal::ForEachPageFromLast(PositionedFile const& file, Trailer const& trailer,

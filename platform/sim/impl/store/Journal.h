@@ -20,8 +20,8 @@ class PositionedFile;
 /// Numbers and trailer are little-endian, that is, in this machine's order. The trailer is a
 /// Journal::Trailer, padded with zeros to a page. Any change of these bytes needs another magic.
 ///
-/// A journal is whole when its checksum is right. As it is written behind bytes that are not in use, a torn
-/// one means that nothing else has happened yet.
+/// A journal is whole when its checksum is right. Values that happen to look like one may lie in its place,
+/// so whether there is a journal at all is said elsewhere, see TransactionalFile.
 class Journal {
 public:
   struct Trailer {
@@ -35,23 +35,17 @@ public:
     std::uint64_t checksum;     ///< of the fields before
   };
 
-  enum class State : std::uint8_t { Whole, Torn };
-  struct Found {
-    State state;
-    Trailer trailer;
-  };
-
   static std::uint64_t BytesFor(std::uint64_t pages) noexcept;
 
-  /// Writes a journal at `position`, a multiple of the page size. The file must end behind it for it to
-  /// count.
-  static void Write(PositionedFile& file, std::uint64_t position,
-                    std::span<PageOverlay::Page const* const> pages, std::uint64_t end,
-                    std::uint64_t sequence);
+  /// Writes a journal at `position`, a multiple of the page size. The file must end behind it for it to be
+  /// found.
+  static Trailer Write(PositionedFile& file, std::uint64_t position,
+                       std::span<PageOverlay::Page const* const> pages, std::uint64_t end,
+                       std::uint64_t sequence);
 
-  /// The journal at the file's end, if there is one. Nothing in it is believed before it was checked, and no
-  /// memory is taken that grows with what it says.
-  static std::optional<Found> Find(PositionedFile const& file);
+  /// The whole journal at the file's end, if there is one. Nothing in it is believed before it was checked,
+  /// and no memory is taken that grows with what it says.
+  static std::optional<Trailer> Find(PositionedFile const& file);
 
   /// Calls visit(page number, image) for each page of a whole journal, the last page first.
   static void ForEachPageFromLast(PositionedFile const& file, Trailer const& trailer,

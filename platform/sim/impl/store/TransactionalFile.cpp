@@ -16,7 +16,7 @@ using Page = PageOverlay::Page;
 constexpr std::uint64_t pageBytes = PageOverlay::pageBytes;
 constexpr std::uint64_t signatureBytes = 8;
 
-/// In place of the signature while pages go to their places.
+/// In place of the signature while a journal is due.
 constexpr std::array<char, signatureBytes> applyingMark = {'o', 'r', 'x', 'a', 'p', 'p', 'l', 'y'};
 
 /// HDF5 grows the file by a few kB at a time; one reservation for many of them is cheaper. Large growth is
@@ -29,13 +29,12 @@ constexpr std::uint64_t largestEnd = std::uint64_t{1} << 62;
 
 std::uint64_t RoundUpToPage(std::uint64_t value) { return (value + pageBytes - 1) / pageBytes * pageBytes; }
 
-/// Puts images, given from the last page to the first, in their places. Neighbours go with one call; the
-/// first page comes last, its signature after everything else.
+/// Puts images, given from the last page to the first, in their places, and then the signature, which makes
+/// the file one that others read. Neighbours go with one call.
 class PageApplier {
 public:
-  explicit PageApplier(PositionedFile& file) : m_file(file), m_run(mostInRun * pageBytes) {
-    m_file.WriteAt(0, applyingMark.data(), applyingMark.size());
-  }
+  PageApplier(PositionedFile& file, bool isDurable)
+      : m_file(file), m_isDurable(isDurable), m_run(mostInRun * pageBytes) {}
 
   void Put(std::uint64_t number, std::byte const* image) {
     if (m_pages == mostInRun || (m_pages > 0 && number + 1 != m_first)) Flush();
@@ -45,7 +44,9 @@ public:
   }
   void Finish() {
     Flush();
+    Sync();
     m_file.WriteAt(0, m_signature.data(), m_signature.size());
+    Sync();
   }
 
 private:
@@ -53,6 +54,9 @@ private:
 
   /// The run is filled from its end.
   std::byte* Start() { return m_run.data() + (mostInRun - m_pages) * pageBytes; }
+  void Sync() {
+    if (m_isDurable) m_file.Sync();
+  }
   void Flush() {
     if (m_pages == 0) return;
     std::size_t const skipped = m_first == 0 ? signatureBytes : 0;
@@ -62,23 +66,31 @@ private:
   }
 
   PositionedFile& m_file;
+  bool m_isDurable;
   std::vector<std::byte> m_run;
   std::uint64_t m_first = 0; ///< page number of the run's front
   std::size_t m_pages = 0;   ///< in the run
   std::array<std::byte, signatureBytes> m_signature{};
 };
 
+void ApplyJournal(PositionedFile& file, Journal::Trailer const& trailer) {
+  PageApplier applier(file, true);
+  Journal::ForEachPageFromLast(
+      file, trailer, [&](std::uint64_t number, std::byte const* image) { applier.Put(number, image); });
+  applier.Finish();
+}
+
 } // namespace
 
 // Opening and closing
 
 TransactionalFile::TransactionalFile(std::string const& path, PositionedFile::Mode mode, bool isScratch)
-    : m_file(path, mode), m_isScratch(isScratch),
-      m_isNameDurable(mode == PositionedFile::Mode::Read || mode == PositionedFile::Mode::Write) {}
+    : m_file(path, mode), m_isScratch(isScratch) {}
 
 std::unique_ptr<TransactionalFile> TransactionalFile::Create(std::string const& path, bool isScratch,
                                                              bool replacesExisting) {
-  auto const mode = replacesExisting ? PositionedFile::Mode::Replace : PositionedFile::Mode::Create;
+  using Mode = PositionedFile::Mode;
+  Mode const mode = isScratch ? Mode::Scratch : replacesExisting ? Mode::Replace : Mode::Create;
   return std::unique_ptr<TransactionalFile>(new TransactionalFile(path, mode, isScratch));
 }
 
@@ -94,20 +106,18 @@ std::unique_ptr<TransactionalFile> TransactionalFile::Open(std::string const& pa
 TransactionalFile::~TransactionalFile() { DropUncommitted(); }
 
 void TransactionalFile::Recover() {
-  std::optional<Journal::Found> const journal = Journal::Find(m_file);
-  bool const isWhole = journal && journal->state == Journal::State::Whole;
   std::array<char, signatureBytes> start{};
   m_file.ReadZeroFilled(0, start.data(), start.size());
-  if (start == applyingMark && !isWhole)
+  if (start != applyingMark) return;
+  m_due = Journal::Find(m_file);
+  if (!m_due)
     throw FileError(Access::Read, "opening", m_file.Path(), EUCLEAN,
                     "a commit was interrupted, and the journal that would finish it is damaged");
-  if (!journal) return;
-  std::uint64_t const end = isWhole ? journal->trailer.end : journal->trailer.position;
-  if (isWhole && IsReadOnly()) LoadJournal(journal->trailer);
-  if (isWhole && !IsReadOnly()) ApplyJournal(journal->trailer);
-  if (!IsReadOnly()) m_file.Resize(end);
-  m_committedEnd = m_usedEnd = end;
-  m_counts.replays += isWhole ? 1 : 0;
+  ++m_counts.replays;
+  if (!IsReadOnly()) return FinishCommit();
+  LoadJournal(*m_due);
+  m_committedEnd = m_due->end;
+  m_due.reset();
 }
 
 void TransactionalFile::LoadJournal(Journal::Trailer const& trailer) {
@@ -116,26 +126,13 @@ void TransactionalFile::LoadJournal(Journal::Trailer const& trailer) {
   });
 }
 
-void TransactionalFile::ApplyJournal(Journal::Trailer const& trailer) {
-  PageApplier applier(m_file);
-  Journal::ForEachPageFromLast(
-      m_file, trailer, [&](std::uint64_t number, std::byte const* image) { applier.Put(number, image); });
-  applier.Finish();
-  m_file.Sync();
-}
-
 /// What lies behind the committed end was never committed. Not when a journal waits there.
 void TransactionalFile::DropUncommitted() noexcept {
-  if (IsReadOnly()) return;
+  if (IsReadOnly() || !m_file.IsOwner()) return;
   m_overlay.Clear();
-  if (m_isJournalPending) return;
-  try {
-    if (m_file.Size() > m_committedEnd) m_file.Resize(m_committedEnd);
-    m_usedEnd = m_committedEnd;
-  } catch (FileError const& error) {
-    // Only space is lost, until the next commit.
-    KeepFailure(error);
-  }
+  if (!TryToFinishCommit()) return;
+  m_usedEnd = m_committedEnd;
+  if (m_file.Size() > m_committedEnd) CutTo(m_committedEnd);
 }
 
 void TransactionalFile::Attach() noexcept {
@@ -152,21 +149,21 @@ void TransactionalFile::Detach() noexcept {
 
 // Transactions
 
-/// Raises when only the next opening can tell what the file holds.
-void TransactionalFile::RequireUsable(char const* operation) const {
-  if (m_isSyncBroken)
+/// Raises unless the file may be written to. Finishes a commit that is due.
+void TransactionalFile::RequireUsable(char const* operation) {
+  m_file.RequireOwner(operation);
+  if (m_isBroken)
     throw FileError(Access::Write, operation, m_file.Path(), EIO,
                     "the system could not write to the disk before; close the file and open it again");
-  if (m_isJournalPending)
-    throw FileError(Access::Write, operation, m_file.Path(), EIO,
-                    "a commit is not finished; close the file and open it again");
+  if (m_due) FinishCommit();
 }
 
 void TransactionalFile::Sync() {
   if (m_isScratch) return;
-  m_isSyncBroken = true; // a failed sync cannot be repeated: the system has dropped what it could not write
+  m_isBroken = true; // a failed sync cannot be repeated: the system has dropped what it could not write
   m_file.Sync();
-  m_isSyncBroken = false;
+  m_isBroken = false;
+  m_hasNewValues = false;
 }
 
 void TransactionalFile::Commit() {
@@ -175,38 +172,60 @@ void TransactionalFile::Commit() {
                     IsReadOnly() ? "it was opened for reading" : "the transaction was discarded");
   RequireUsable("committing");
   if (m_isScratch) return;
-  if (!m_isNameDurable) m_file.SyncFolder();
-  m_isNameDurable = true;
-  SyncValues();
-  if (!m_overlay.IsEmpty()) {
-    HoldSignature();
-    std::vector<Page const*> const pages = m_overlay.CompleteImages(m_file);
-    WriteJournal(pages);
-    m_isJournalPending = true;
-    ApplyPages(pages);
+  m_file.RequireIntact("committing");
+  if (!m_file.IsPublished()) {
+    CommitFirst();
+  } else if (!m_overlay.IsEmpty()) {
+    CommitPages();
+  } else if (m_hasNewValues) {
     Sync();
-    CutToEnd();
-    m_isJournalPending = false;
-    m_overlay.Clear();
   }
   ++m_counts.commits;
 }
 
-void TransactionalFile::CommitForClose() {
-  if (!m_isScratch) return Commit();
-  RequireUsable("writing");
-  if (m_overlay.IsEmpty()) return;
+/// Nobody knows of the file yet: no journal is needed.
+void TransactionalFile::CommitFirst() {
+  if (!m_overlay.IsEmpty()) {
+    std::vector<Page const*> const pages = m_overlay.CompleteImages(m_file);
+    m_file.Reserve(m_file.Size(), std::max(m_end, (pages.back()->number + 1) * pageBytes));
+    m_isBroken = true; // should a sync fail, values would be lost
+    Apply(pages);
+    m_isBroken = false;
+    m_overlay.Clear();
+  }
+  CutTo(m_end);
+  m_file.Publish();
+}
+
+void TransactionalFile::CommitPages() {
   HoldSignature();
-  ApplyPages(m_overlay.CompleteImages(m_file));
-  CutToEnd();
+  std::vector<Page const*> const pages = m_overlay.CompleteImages(m_file);
+  PageApplier applier(m_file, true); // takes its memory now, while the commit can still fail
+  Journal::Trailer const journal = WriteJournal(pages);
+  MarkDue();
+  m_due = journal;
+  try {
+    for (std::size_t k = pages.size(); k-- > 0;)
+      applier.Put(pages[k]->number, pages[k]->bytes.data());
+    applier.Finish();
+    m_due.reset();
+    CutTo(m_end);
+  } catch (...) {
+    // What was written is not known any more, so all of it is written once more.
+    if (!TryToFinishCommit()) return;
+  }
   m_overlay.Clear();
 }
 
-/// Before the journal: one that survives a power cut must not tell of values that did not.
-void TransactionalFile::SyncValues() {
-  if (!m_hasNewValues) return;
-  Sync();
-  m_hasNewValues = false;
+void TransactionalFile::CommitForClose() {
+  if (!m_isScratch) return Commit();
+  RequireUsable("writing to");
+  if (m_overlay.IsEmpty()) return;
+  HoldSignature();
+  Apply(m_overlay.CompleteImages(m_file));
+  m_file.Resize(m_end);
+  m_committedEnd = m_usedEnd = m_end;
+  m_overlay.Clear();
 }
 
 /// Page 0 is part of every commit, because its signature is wiped meanwhile; what HDF5 reads after a failure
@@ -217,7 +236,8 @@ void TransactionalFile::HoldSignature() {
   m_overlay.Write(0, signature.data(), signature.size());
 }
 
-void TransactionalFile::WriteJournal(Pages pages) {
+/// Durable once it returns, and the values with it, but not due.
+Journal::Trailer TransactionalFile::WriteJournal(Pages pages) {
   std::uint64_t const lastPageEnd = (pages.back()->number + 1) * pageBytes;
   std::uint64_t const position = RoundUpToPage(std::max({m_end, m_committedEnd, lastPageEnd}));
   std::uint64_t const bytes = Journal::BytesFor(pages.size());
@@ -225,34 +245,104 @@ void TransactionalFile::WriteJournal(Pages pages) {
     // All inside of the file has space; with the rest, applying the pages cannot meet a full disk.
     m_file.Reserve(m_file.Size(), position + bytes);
     if (m_file.Size() > position + bytes) m_file.Resize(position + bytes);
-    Journal::Write(m_file, position, pages, m_end, ++m_sequence);
+    Journal::Trailer const journal = Journal::Write(m_file, position, pages, m_end, ++m_sequence);
     Sync();
-  } catch (FileError const&) {
-    m_usedEnd = std::max(m_usedEnd, m_file.Size());
-    try {
-      if (m_file.Size() > position) m_file.Resize(position);
-    } catch (FileError const& error) {
-      // What is there is torn, and dropped by the next opening; or, after a failed sync, it may be whole and
-      // is then finished.
-      KeepFailure(error);
-    }
+    m_counts.journalBytes += bytes;
+    m_counts.pages += pages.size();
+    return journal;
+  } catch (...) {
+    DropJournal(position);
     throw;
   }
-  m_counts.journalBytes += bytes;
-  m_counts.pages += pages.size();
 }
 
-void TransactionalFile::ApplyPages(Pages pages) {
-  PageApplier applier(m_file);
+/// Gives the space of a journal back that will not be due. It may also stay: it means nothing.
+void TransactionalFile::DropJournal(std::uint64_t position) noexcept {
+  m_usedEnd = std::max(m_usedEnd, m_file.Size());
+  try {
+    if (m_file.Size() > position) m_file.Resize(position);
+  } catch (...) {
+    return;
+  }
+}
+
+/// After this the commit has happened.
+void TransactionalFile::MarkDue() {
+  try {
+    m_file.WriteAt(0, applyingMark.data(), applyingMark.size());
+    Sync();
+  } catch (...) {
+    TakeMarkBack();
+    throw;
+  }
+}
+
+/// The mark may be on the disk, even where its writing failed. The journal stays in case that it is: a power
+/// cut before the signature is there, too, then leaves the new state.
+void TransactionalFile::TakeMarkBack() {
+  std::array<std::byte, signatureBytes> signature{};
+  m_overlay.LayOver(0, signature.data(), signature.size());
+  m_committedEnd = std::max(m_committedEnd, m_file.Size());
+  m_usedEnd = std::max(m_usedEnd, m_file.Size());
+  try {
+    m_file.WriteAt(0, signature.data(), signature.size());
+  } catch (...) {
+    m_isBroken = true;
+    throw FileError(Access::Write, "committing", m_file.Path(), EIO,
+                    "the disk fails; only the next opening can tell whether it has the commit");
+  }
+}
+
+void TransactionalFile::Apply(Pages pages) {
+  PageApplier applier(m_file, !m_isScratch);
   for (std::size_t k = pages.size(); k-- > 0;)
     applier.Put(pages[k]->number, pages[k]->bytes.data());
   applier.Finish();
 }
 
-/// Ends the file where HDF5 ends it, which cuts a journal off.
-void TransactionalFile::CutToEnd() {
-  m_file.Resize(m_end);
-  m_committedEnd = m_usedEnd = m_end;
+/// Puts the commit that is due in its place, from its journal.
+void TransactionalFile::FinishCommit() {
+  ApplyJournal(m_file, *m_due);
+  std::uint64_t const end = m_due->end;
+  m_due.reset();
+  CutTo(end);
+}
+
+/// True when no commit is due any more.
+bool TransactionalFile::TryToFinishCommit() noexcept {
+  try {
+    if (m_due) FinishCommit();
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+/// Ends the file where the committed state ends. What cannot be cut off is only space, until the next commit.
+void TransactionalFile::CutTo(std::uint64_t end) noexcept {
+  m_committedEnd = end;
+  m_usedEnd = end;
+  try {
+    m_file.Resize(end);
+  } catch (...) {
+    m_usedEnd = std::max(end, m_file.Size());
+  }
+}
+
+void TransactionalFile::CopyTo(std::string const& path, bool replacesExisting) {
+  if (!IsReadOnly()) RequireUsable("copying");
+  PositionedFile copy(path, replacesExisting ? PositionedFile::Mode::Replace : PositionedFile::Mode::Create);
+  constexpr std::uint64_t atOnce = std::uint64_t{1} << 20;
+  std::vector<std::byte> bytes(std::min(atOnce, m_committedEnd));
+  for (std::uint64_t at = 0; at < m_committedEnd; at += bytes.size()) {
+    std::size_t const here = std::min<std::uint64_t>(bytes.size(), m_committedEnd - at);
+    m_file.ReadZeroFilled(at, bytes.data(), here);
+    // A reader's overlay is a commit that is due in the file.
+    if (IsReadOnly()) m_overlay.LayOver(at, bytes.data(), here);
+    copy.WriteAt(at, bytes.data(), here);
+  }
+  copy.Sync();
+  copy.Publish();
 }
 
 // Space
@@ -267,8 +357,8 @@ void TransactionalFile::ReserveGrowth(std::uint64_t bytes) {
 
 void TransactionalFile::SetEndOfAllocation(std::uint64_t end) {
   if (!IsReadOnly() && end < m_end) m_overlay.Release(end, m_end - end);
-  if (!IsReadOnly() && !m_isDiscarding && end > m_end) {
-    RequireUsable("reserving space in"); // a waiting journal lies behind the end
+  if (!IsReadOnly() && !m_isDiscarding && m_file.IsOwner() && end > m_end) {
+    RequireUsable("reserving space in"); // a journal that is due lies behind the end
     if (end > m_file.Size()) ReserveUpTo(end);
   }
   m_end = end;
@@ -278,7 +368,7 @@ void TransactionalFile::SetEndOfAllocation(std::uint64_t end) {
 void TransactionalFile::SetEndOfStructure(std::uint64_t end) {
   try {
     SetEndOfAllocation(end);
-  } catch (FileError const&) {
+  } catch (...) {
     m_end = end; // the file may now end before; WriteJournal reserves what is missing
     m_usedEnd = std::max(m_usedEnd, end);
   }
@@ -321,9 +411,9 @@ void TransactionalFile::ReadValues(std::uint64_t offset, void* to, std::size_t b
 }
 
 void TransactionalFile::WriteValues(std::uint64_t offset, void const* from, std::size_t bytes) {
-  if (m_isDiscarding) return;
-  RequireUsable("writing");
-  m_hasNewValues = true;
+  // HDF5 also writes when a forked process exits.
+  if (m_isDiscarding || !m_file.IsOwner()) return;
+  WillWriteValues();
   m_overlay.Release(offset, bytes);
   m_file.WriteAt(offset, from, bytes);
 }

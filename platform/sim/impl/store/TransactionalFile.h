@@ -5,6 +5,7 @@
 #include "sim/impl/store/PositionedFile.h"
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <span>
@@ -17,21 +18,27 @@ namespace orx::store {
 ///
 ///     between commits   structure is held in memory; the file on disk is the last committed state, and what
 ///                       was allocated since, behind its end
-///     commit            values to disk; a journal of the structure behind the end of the file, to disk; the
-///                       structure to its places, to disk; the journal is cut off
-///     opening           a whole journal is finished, a torn one is cut off; read-only, a whole one is read
-///                       into memory and the file is not touched
+///     commit            1  a journal of the structure behind the end of the file; it and the values to disk
+///                       2  in place of HDF5's signature, the first 8 bytes, a mark that the journal is due;
+///                          to disk: from here on the commit has happened
+///                       3  the structure to its places, to disk
+///                       4  the signature, to disk; the journal is cut off
+///     opening           with the mark, the journal is finished, or it is an error that it is not whole;
+///                       read-only, it is read into memory and the file is not touched. Without the mark
+///                       what lies behind the end means nothing
 ///
-/// While a commit is being applied the first 8 bytes are not a signature of HDF5, so that other programs
-/// refuse the file instead of reading one that is half old and half new.
+/// So a commit that raises an error has not happened, and one that returns has. When steps 3 and 4 fail, and
+/// fail once more, it returns all the same: the next use that writes tries to finish it and raises that
+/// failure, and so does the next opening. Other programs refuse the file as long as it has the mark, instead
+/// of reading one that is half old and half new.
 ///
-/// A scratch file has no journal and is not synced: its structure is written once, when it is closed for
-/// good.
+/// A new file has its name from the first commit on. A scratch file has no journal and is not synced: its
+/// structure is written once, when it is closed for good.
 ///
 /// Created by Create or Open, used by one thread, lent to HDF5 through MakeFileAccess; it must outlive that
 /// use. Errors are FileError. States, besides open: discarding (what HDF5 still writes is dropped, until it
-/// closes the file), and broken (a sync failed, or a commit got stuck between journal and end: only reading
-/// and closing are left, the next opening finds out).
+/// closes the file), due (see above), and broken (the values, or the mark, could not be brought to the disk:
+/// only reading and closing are left). In a process that was forked from the owner nothing is written.
 class TransactionalFile {
 public:
   struct Statistics {
@@ -43,32 +50,37 @@ public:
 
   // Opening and closing
 
-  /// An empty file; an existing one is replaced or an error.
+  /// An empty file; an existing one is replaced, at the first commit, or an error.
   static std::unique_ptr<TransactionalFile> Create(std::string const& path, bool isScratch,
                                                    bool replacesExisting);
   static std::unique_ptr<TransactionalFile> Open(std::string const& path, bool readOnly);
   TransactionalFile(TransactionalFile const&) = delete;
   TransactionalFile& operator=(TransactionalFile const&) = delete;
-  /// Drops what was not committed, and its space. A new file that was never committed is left empty.
+  /// Drops what was not committed, and its space. Of a new file that was never committed nothing is left.
   ~TransactionalFile();
 
   // Transactions
 
   /// Makes durable what the structure is now, and all values. HDF5 must have flushed its caches. An error
-  /// before the journal is durable leaves the last committed state, and the commit may be tried again (once
-  /// there is space, say) or discarded. For a scratch file nothing happens.
+  /// leaves the last committed state, and the commit may be tried again (once there is space, say) or
+  /// discarded. For a scratch file nothing happens.
   void Commit();
   /// The same, and for a scratch file the structure is written.
   void CommitForClose();
   /// From now on nothing is written; the structure goes back to the last commit when HDF5 closes the file.
   void Discard() noexcept { m_isDiscarding = true; }
+  /// Writes the last committed structure, with the values as they are now, to a new file.
+  void CopyTo(std::string const& path, bool replacesExisting);
 
   // Values
 
   /// The file itself, for values: they lie inside of it wherever HDF5 has allocated them.
   PositionedFile& File() noexcept { return m_file; }
-  /// Values were written to File(), or will be before the next commit.
-  void ValuesChanged() noexcept { m_hasNewValues = true; }
+  /// To be called before values are written to File(): raises when that may not be.
+  void WillWriteValues() {
+    if (m_due || m_isBroken || !m_file.IsOwner()) RequireUsable("writing to");
+    m_hasNewValues = true;
+  }
   /// Makes sure that HDF5 can allocate so much behind the present end without meeting a full disk; holds
   /// until the next commit.
   void ReserveGrowth(std::uint64_t bytes);
@@ -80,9 +92,9 @@ public:
 
   bool IsReadOnly() const noexcept { return m_file.IsReadOnly(); }
   Statistics const& Counts() const noexcept { return m_counts; }
-  /// The last failure that was passed on through HDF5, which cannot carry exceptions.
-  std::optional<FileError> const& LastFailure() const noexcept { return m_lastFailure; }
-  void ForgetFailure() noexcept { m_lastFailure.reset(); }
+  /// The last exception that could not pass through HDF5; null: there was none.
+  std::exception_ptr const& LastFailure() const noexcept { return m_lastFailure; }
+  void ForgetFailure() noexcept { m_lastFailure = nullptr; }
 
   // For the driver
 
@@ -103,7 +115,8 @@ public:
   void WriteStructure(std::uint64_t offset, void const* from, std::size_t bytes);
   void ReadValues(std::uint64_t offset, void* to, std::size_t bytes) const;
   void WriteValues(std::uint64_t offset, void const* from, std::size_t bytes);
-  void KeepFailure(FileError const& error) { m_lastFailure = error; }
+  /// Inside a catch clause.
+  void KeepFailure() noexcept { m_lastFailure = std::current_exception(); }
 
 private:
   using Pages = std::span<PageOverlay::Page const* const>;
@@ -111,32 +124,36 @@ private:
   TransactionalFile(std::string const& path, PositionedFile::Mode mode, bool isScratch);
   void Recover();
   void LoadJournal(Journal::Trailer const& trailer);
-  void ApplyJournal(Journal::Trailer const& trailer);
-  void RequireUsable(char const* operation) const;
+  void RequireUsable(char const* operation);
   void Sync();
-  void SyncValues();
   void HoldSignature();
-  void WriteJournal(Pages pages);
-  void ApplyPages(Pages pages);
-  void CutToEnd();
+  void CommitFirst();
+  void CommitPages();
+  Journal::Trailer WriteJournal(Pages pages);
+  void DropJournal(std::uint64_t position) noexcept;
+  void MarkDue();
+  void TakeMarkBack();
+  void Apply(Pages pages);
+  void FinishCommit();
+  bool TryToFinishCommit() noexcept;
+  void CutTo(std::uint64_t end) noexcept;
   void DropUncommitted() noexcept;
   void ReserveUpTo(std::uint64_t end);
 
   PositionedFile m_file;
   PageOverlay m_overlay; ///< structure that is not in the file; read-only: that of a journal
   bool m_isScratch;
-  bool m_isNameDurable;
   bool m_isAttached = false;
   bool m_isDiscarding = false;
   bool m_hasNewValues = false;
-  bool m_isSyncBroken = false;      ///< nobody knows what a failed sync has left on the disk
-  bool m_isJournalPending = false;  ///< the next opening finishes it
-  std::uint64_t m_end = 0;          ///< of allocation, as HDF5 has it
-  std::uint64_t m_committedEnd = 0; ///< the last committed state lies before it
-  std::uint64_t m_usedEnd = 0;      ///< behind it the file has never held anything
+  bool m_isBroken = false;               ///< nobody knows what a failed sync has left on the disk
+  std::optional<Journal::Trailer> m_due; ///< a commit that is not in its place yet
+  std::uint64_t m_end = 0;               ///< of allocation, as HDF5 has it
+  std::uint64_t m_committedEnd = 0;      ///< the last committed state lies before it
+  std::uint64_t m_usedEnd = 0;           ///< behind it the file has never held anything
   std::uint64_t m_sequence = 0;
   Statistics m_counts;
-  std::optional<FileError> m_lastFailure;
+  std::exception_ptr m_lastFailure;
 };
 
 } // namespace orx::store
