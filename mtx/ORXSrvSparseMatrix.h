@@ -6,11 +6,13 @@
 #include "sim/ORXSimIdentifiers.h"
 
 #include <cstdint>
+#include <memory>
 
 class ORXSrvDenseMatrix;
 class ORXSrvSystemDofDefinition;
 
 namespace orx {
+class TripletCompressor;
 struct CompressedRows;
 struct SparseContent;
 struct SparseView;
@@ -37,7 +39,7 @@ struct ORXSrvSparseMatrixEntry {
 /// otherwise; the others raise error 201 with their name on a matrix in symmetric form. The matrix owns its
 /// arrays. Objects are not copied. Operations from Multiply on need a matrix that is assembled with all its
 /// rows: AddData may have added some since. Otherwise they raise error 206 with their name. An operation that
-/// raises an error leaves the matrix as it was.
+/// raises an error, mem_OutOfMemory included, leaves the matrix as it was.
 class ORX_EXPORT ORXSrvSparseMatrix {
 public:
   // Creation and destruction
@@ -52,7 +54,9 @@ public:
 
   int NumberOfRows() const noexcept { return m_rows; }
   int NumberOfColumns() const noexcept { return m_columns; }
-  /// Stored entries, as of the last assembly or import.
+  /// Stored entries, as of the last assembly or import. In symmetric form the diagonal counts where the
+  /// matrix comes from block or chunked binary, and does not where it comes from Fortran records or a
+  /// database.
   int NumberOfNonzeros() const noexcept { return m_nonzeros; }
   /// Whether there is nothing stored (general form; a stored zero counts as an entry), or no off-diagonal
   /// entry and a zero diagonal (symmetric form).
@@ -73,13 +77,14 @@ public:
   /// An index of 2147483647 or more has no place in 32-bit dimensions: error 206 ("AddData"), nothing added.
   void AddData(std::uint32_t row, std::uint32_t column, double value) {
     if (row >= static_cast<std::uint32_t>(m_rows) || column >= static_cast<std::uint32_t>(m_columns))
-      GrowToHold(row, column);
+      return AddBeyondDimensions(row, column, value);
     m_entries.Append({row, column, value});
     m_symmetryState = m_symmetryState == symmetric ? unsymmetric : unknown;
   }
   /// Compresses the entries: rows ascending, columns ascending within a row, duplicates summed in the order
-  /// they were added, zeros kept. Without effect on an assembled matrix. When memory runs out, the matrix is
-  /// under assembly and without entries.
+  /// they were added, zeros kept. Without effect on an assembled matrix: entries added to it wait for the
+  /// next BeginAssembly and EndAssembly. When memory runs out, the matrix stays under assembly with all its
+  /// entries, and EndAssembly can be called again.
   void EndAssembly();
 
   // Products. Vectors are stored one after the other without gaps: with a leading dimension that is their
@@ -87,7 +92,9 @@ public:
 
   /// y = A * x, or A^T * x with `transpose`, for `nvec` vectors; y is overwritten and does not overlap x. In
   /// symmetric form, which has no more columns than rows (206), vectors are as long as there are rows.
-  /// A matrix with NumberOfNonzeros() 0 leaves y as it is, a diagonal notwithstanding.
+  /// A matrix with NumberOfNonzeros() 0 leaves y as it is, a diagonal notwithstanding: a symmetric matrix
+  /// with a diagonal only multiplies after an import of format 1 or 6, and does nothing after one of format 0
+  /// or from a database.
   void Multiply(double const* x, int nvec, double* y, bool transpose) const;
   /// out = A^T * D, column-major with leading dimension NumberOfColumns(); D is read one column block at a
   /// time, its rows as far as A has entries in them. General form only. Without `transpose` error 211, but
@@ -142,7 +149,9 @@ public:
   // Files
 
   /// Replaces the matrix by a file's; docs/formats/ has a page for each. Files are checked, sizes, row
-  /// pointers and column indices included, and on any error the matrix is as before.
+  /// pointers and column indices included, and on any error the matrix is as before. What an import does not
+  /// replace: entries that were added and wait for assembly, which BeginAssembly and EndAssembly then make
+  /// the matrix of; the database sets of rows and columns.
   ///
   ///     0      Fortran unformatted records, symmetric
   ///     1      block binary, symmetric or unsymmetric
@@ -154,8 +163,10 @@ public:
   /// 210 for another format.
   void Import(char const* path, int format);
   /// Replaces the matrix by the sparse drawer of a distribution and takes over its row and column sets.
-  /// Errors are the database's own, or 206 for a symmetric drawer that is not square; the matrix is then as
-  /// before.
+  /// Entries that wait for assembly stay. In general form, rows that another program left in another order
+  /// are sorted, and entries in the same place summed. In symmetric form NumberOfNonzeros() does not count
+  /// the diagonal; see Multiply for a matrix that has nothing else. Errors are the database's own, or 206 for
+  /// a symmetric drawer that is not square; the matrix is then as before.
   void Import(ORXSimDistributionID id);
   /// Writes a file; docs/formats/ has a page for each.
   ///
@@ -165,14 +176,18 @@ public:
   ///     6   chunked binary; only for the symmetric form, else error 209
   ///     7   dense binary
   ///
-  /// Text files are written anew. Binary ones are not truncated: an older, longer file keeps its tail. The
-  /// diagonal of the symmetric form is not written by formats 4 and 7. `dofs` is used by format 4 only, which
-  /// without it is error 206, and raises the definition's own error for an equation it does not have.
-  /// Raises error 208 with the path and the system's reason, or 207 for another format.
+  /// The matrix is assembled and nothing was added since, else error 206. Text files are written anew. Of an
+  /// older, longer binary file the tail stays. The diagonal of the symmetric form is not written by formats 4
+  /// and 7. `dofs` is used by format 4 only, which without it is error 206, and raises the definition's own
+  /// error for an equation it does not have. Raises error 208 with the path and the system's reason, or 207
+  /// for another format. The file is written beside the path, as "<path>.new<process>", and takes its place
+  /// when it is whole: after an error the path holds what it held. Only devices, pipes and files in a folder
+  /// that takes no new ones are written in place. A further hard link to an older file keeps the older
+  /// content.
   void Export(char const* path, int format, ORXSrvSystemDofDefinition const* dofs) const;
   /// Writes a new sparse drawer of a distribution, over the members of the two sets: as many rows as the
   /// matrix has, and columns for its indices. The symmetric form stays one. The transaction is the caller's.
-  /// Errors are the database's own.
+  /// Errors are the database's own, or 206 unless the matrix is assembled and nothing was added since.
   void Export(ORXSimCSetID rows, ORXSimCSetID columns, ORXSimDistributionID id) const;
 
 private:
@@ -184,13 +199,8 @@ private:
   /// Adopts the arrays. With a diagonal the matrix is in symmetric form.
   ORX_LOCAL ORXSrvSparseMatrix(unsigned* rowPointers, int* columnIndices, double* values, double* diagonal,
                                int nonzeros, int rows, int columns);
-  void GrowToHold(std::uint32_t row, std::uint32_t column);
-  /// Replaces the content by the general form of unsorted entries, whose rows are below `rows` and columns
-  /// below `columns`. On failure the matrix is as before.
-  ORX_LOCAL void ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
-  /// The same for rows that are compressed already.
-  ORX_LOCAL void ResetRows(orx::CompressedRows&& compressed, int rows, int columns) noexcept;
-  /// The same for what a reader has put together, in either form.
+  void AddBeyondDimensions(std::uint32_t row, std::uint32_t column, double value);
+  /// Replaces the content by what a reader has put together, in either form.
   ORX_LOCAL void Replace(orx::SparseContent&& content) noexcept;
   ORX_LOCAL orx::SparseView View() const noexcept;
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
@@ -204,6 +214,9 @@ private:
   ORX_LOCAL void MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int count,
                                  unsigned const* indices) const;
   ORX_LOCAL void RequireAssembled(char const* operation) const;
+  /// Assembled, and nothing added since.
+  ORX_LOCAL void RequireAllAssembled(char const* operation) const;
+  bool HasPendingEntries() const noexcept { return m_entries.Count() > 0 || m_ordered != nullptr; }
   ORX_LOCAL void RequireGeneralForm(char const* operation) const;
   ORX_LOCAL void RequireNoMoreColumnsThanRows(char const* operation) const;
   ORX_LOCAL bool CompareTriangles() const;
@@ -213,11 +226,13 @@ private:
   ORX_LOCAL std::int64_t NumberOfEntries() const noexcept;
 
   cow_List<ORXSrvSparseMatrixEntry> m_entries; ///< added since the last EndAssembly
-  mem_Array<double> m_values;                  ///< of the stored entries
-  mem_Array<std::uint32_t> m_columnIndices;    ///< of the stored entries
-  mem_Array<std::int32_t> m_rowPointers;       ///< m_arrayRows + 1; row i begins at m_rowPointers[i]
-  mem_Array<double> m_diagonal;                ///< symmetric form only, m_arrayRows values
-  std::int32_t m_nonzeros = 0;                 ///< stored entries; in symmetric form as its builder counted
+  /// Earlier ones, which an EndAssembly that ran out of memory had begun to put in order; mostly null.
+  std::unique_ptr<orx::TripletCompressor> m_ordered;
+  mem_Array<double> m_values;               ///< of the stored entries
+  mem_Array<std::uint32_t> m_columnIndices; ///< of the stored entries
+  mem_Array<std::int32_t> m_rowPointers;    ///< m_arrayRows + 1; row i begins at m_rowPointers[i]
+  mem_Array<double> m_diagonal;             ///< symmetric form only, m_arrayRows values
+  std::int32_t m_nonzeros = 0;              ///< stored entries; in symmetric form as its builder counted
   std::int32_t m_rows;
   std::int32_t m_columns;
   mutable SymmetryState m_symmetryState = unknown; ///< IsSymmetric keeps its answer here

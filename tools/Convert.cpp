@@ -68,6 +68,16 @@ std::string LostShapeText(FileKind kind, MatrixEntries const& matrix) {
       columns);
 }
 
+/// The library counts the diagonal of a symmetric form among the nonzeros or not, by where it comes from, and
+/// its products do nothing where there are none.
+std::string DiagonalOnlyText(FileKind kind, MatrixEntries const& matrix) {
+  if (kind != FileKind::Fortran && kind != FileKind::Blocks && kind != FileKind::Chunks) return {};
+  auto const isOnDiagonal = [](Entry const& e) { return e.row == e.column; };
+  if (!std::ranges::all_of(matrix.Items(), isOnDiagonal)) return {};
+  return "note: the matrix has a diagonal only; imported from Fortran records, or from a database, the "
+         "library's products with it do nothing\n";
+}
+
 } // namespace
 
 std::string ConvertText(ConvertOptions const& options) {
@@ -82,7 +92,8 @@ std::string ConvertText(ConvertOptions const& options) {
   ReplacedFile file(options.outPath);
   SaveMatrix(file.Path(), matrix, write);
   file.TakePlace();
-  return text + OutText(options.outPath, write) + LostShapeText(write.kind, matrix);
+  return text + OutText(options.outPath, write) + LostShapeText(write.kind, matrix) +
+         DiagonalOnlyText(write.kind, matrix);
 }
 
 std::string FileKindsText() {

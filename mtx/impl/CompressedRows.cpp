@@ -1,17 +1,12 @@
 #include "mtx/impl/CompressedRows.h"
 
+#include "mtx/impl/ResizeArray.h"
+
 #include <algorithm>
+#include <functional>
+#include <utility>
 
 namespace orx {
-
-namespace {
-template<class T>
-void ResizeArray(mem_Array<T>& array, std::int64_t count) {
-  void* const resized = mem_ReallocThrowBuiltin(array.get(), mem_ArrayBytes(count, sizeof(T)));
-  static_cast<void>(array.release());
-  array.reset(static_cast<T*>(resized));
-}
-} // namespace
 
 void CompressedRows::Resize(std::int64_t entries) {
   ResizeArray(columns, entries);
@@ -42,6 +37,30 @@ void CompressedRows::AppendSorted(std::span<std::uint32_t const> rowColumns, dou
       values[nonzeros++] = value;
     }
   }
+}
+
+void CompressedRows::SortRows(std::int32_t rows) {
+  auto const ascends = [this](std::int32_t begin, std::int32_t end) {
+    return std::adjacent_find(columns.get() + begin, columns.get() + end, std::greater_equal<>()) ==
+           columns.get() + end;
+  };
+  std::int32_t ordered = 0;
+  while (ordered < rows && ascends(rowPointers[ordered], rowPointers[ordered + 1]))
+    ++ordered;
+  if (ordered == rows) return;
+  CompressedRows sorted;
+  sorted.Resize(nonzeros);
+  sorted.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{rows} + 1);
+  sorted.rowPointers[0] = 0;
+  std::vector<std::uint64_t> scratch;
+  for (std::int32_t i = 0; i < rows; ++i) {
+    std::int32_t const begin = rowPointers[i];
+    auto const length = static_cast<std::size_t>(rowPointers[i + 1] - begin);
+    sorted.AppendSorted({columns.get() + begin, length}, values.get() + begin, scratch);
+    sorted.rowPointers[i + 1] = sorted.nonzeros;
+  }
+  sorted.Resize(sorted.nonzeros);
+  *this = std::move(sorted);
 }
 
 } // namespace orx

@@ -23,6 +23,9 @@ struct CompressedRows {
   /// For columns in any order; values of equal ones are added up in their order. `scratch` is overwritten.
   void AppendSorted(std::span<std::uint32_t const> rowColumns, double const* rowValues,
                     std::vector<std::uint64_t>& scratch);
+  /// Makes a general form of rows whose columns come in any order; values of equal ones are added up in their
+  /// order. On failure nothing is changed.
+  void SortRows(std::int32_t rows);
 };
 
 } // namespace orx

@@ -4,17 +4,22 @@
 
 #include <cstdint>
 #include <string>
+#include <sys/stat.h>
 
 namespace orx {
 
 /// A file that is written from front to back. Small pieces are gathered, large ones written as they are.
-/// Failures are ORXSrvMtxFileWriteFailure with the path and the system's reason; the file then holds what was
-/// written until then.
+/// Failures are ORXSrvMtxFileWriteFailure with the path and the system's reason.
+///
+/// The bytes go to a new file beside, "<target>.new<process>", which Close gives the target's name: until
+/// then, and after a failure, the path holds what it held. Symbolic links stay; permissions, and where the
+/// system allows it the owner, are those of the older file. Devices, pipes and files in a folder that takes
+/// no new ones are written in place.
 class FileOutput {
 public:
   enum class Existing : std::uint8_t {
-    Truncate, ///< an existing file loses what it held
-    KeepTail  ///< what an existing file holds beyond the bytes written stays
+    Truncate, ///< nothing of an older file stays
+    KeepTail  ///< what an older file holds beyond the bytes written stays
   };
   static constexpr std::size_t bufferSize = std::size_t{1} << 16;
 
@@ -39,10 +44,14 @@ public:
   }
   void Take(char* end) noexcept { m_next = end; }
 
-  /// Writes what is still held back and closes; without it the file is incomplete.
+  /// Writes what is still held back, closes, and lets the file take its place; without it nothing changes.
   void Close();
 
 private:
+  mode_t ModeOfNewFile() const noexcept;
+  void OpenBeside(struct stat const* older);
+  void OpenInPlace();
+  void CopyTail();
   void WriteBytes(void const* bytes, std::size_t count);
   void WriteThrough(char const* bytes, std::size_t count);
   void Flush();
@@ -50,6 +59,9 @@ private:
   [[noreturn]] void FailWithError(int line) const;
 
   std::string m_path;
+  Existing m_existing;
+  std::string m_target;  ///< the path behind symbolic links
+  std::string m_newName; ///< of the file beside; empty when the file is written in place or has taken it
   int m_file;
   mem_Array<char> m_buffer;
   char* m_next;

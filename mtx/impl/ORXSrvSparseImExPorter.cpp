@@ -57,19 +57,24 @@ void ORXSrvSparseImExPorter::Import(ORXSrvSparseMatrix& matrix, char const* path
   matrix.Replace(ReadFile(path, format));
 }
 
+SparseView ORXSrvSparseImExPorter::WholeOf(ORXSrvSparseMatrix const& matrix) {
+  matrix.RequireAllAssembled("Export");
+  return matrix.View();
+}
+
 void ORXSrvSparseImExPorter::Export(ORXSrvSparseMatrix const& matrix, char const* path, int format,
                                     ORXSrvSystemDofDefinition const* dofs) const {
   switch (format) {
   case 3:
-    return WriteOneBasedText(path, matrix.View());
+    return WriteOneBasedText(path, WholeOf(matrix));
   case 4:
     return ExportNodeDofText(matrix, path, dofs);
   case 5:
-    return WriteZeroBasedText(path, matrix.View());
+    return WriteZeroBasedText(path, WholeOf(matrix));
   case 6:
     return ExportChunkedBinary(matrix, path);
   case 7:
-    return WriteDenseBinary(path, matrix.View());
+    return WriteDenseBinary(path, WholeOf(matrix));
   default:
     ORXSrvMtxUnsupportedExpFmt().Throw(sourceFile, __LINE__);
   }
@@ -80,14 +85,14 @@ void ORXSrvSparseImExPorter::ExportNodeDofText(ORXSrvSparseMatrix const& matrix,
   if (dofs == nullptr)
     ORXSrvMtxIllegalInput("Export(format 4), a definition of degrees of freedom expected, found none")
         .Throw(sourceFile, __LINE__);
-  WriteNodeDofText(path, matrix.View(), *dofs);
+  WriteNodeDofText(path, WholeOf(matrix), *dofs);
 }
 
 void ORXSrvSparseImExPorter::ExportChunkedBinary(ORXSrvSparseMatrix const& matrix, char const* path) {
   // A general form that was found to be symmetric has no diagonal to be written.
   if (matrix.m_symmetryState != ORXSrvSparseMatrix::symmetric || !matrix.IsSymmetricForm())
     ORXSrvMtxNoUnsymmetric().Throw(sourceFile, __LINE__);
-  WriteChunkedBinary(path, matrix.View());
+  WriteChunkedBinary(path, WholeOf(matrix));
 }
 
 // ---- database
@@ -95,7 +100,7 @@ void ORXSrvSparseImExPorter::ExportChunkedBinary(ORXSrvSparseMatrix const& matri
 
 void ORXSrvSparseImExPorter::Export(ORXSrvSparseMatrix const& matrix, ORXSimCSetID const& rows,
                                     ORXSimCSetID const& columns, ORXSimDistributionID const& id) const {
-  SparseView const view = matrix.View();
+  SparseView const view = WholeOf(matrix);
   ORXSimDistribution const distribution(id);
   ORXSimSerializationType type;
   view.diagonal != nullptr ? type.SetSparseSym() : type.SetSparse();
@@ -139,7 +144,7 @@ void ORXSrvSparseImExPorter::Import(ORXSrvSparseMatrix& matrix, ORXSimDistributi
     ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
   }
   std::int64_t const count = drawer.DataSizeItems(valuesBuffer);
-  content.nonzeros = content.entries.nonzeros = static_cast<std::int32_t>(count);
+  content.entries.nonzeros = static_cast<std::int32_t>(count);
   content.entries.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{content.rows} + 1);
   content.entries.Resize(count);
   transfer.SetBuffer(startsBuffer, content.entries.rowPointers.get(), (std::int64_t{content.rows} + 1) * 4);
@@ -151,6 +156,9 @@ void ORXSrvSparseImExPorter::Import(ORXSrvSparseMatrix& matrix, ORXSimDistributi
   transfer.SetBuffer(valuesBuffer, content.entries.values.get(), count * 8);
   transfer.ExecRead();
   transfer.RelinquishBuffers();
+  // Other programs store the columns of a row in any order.
+  if (!isSymmetric) content.entries.SortRows(content.rows);
+  content.nonzeros = content.entries.nonzeros;
 
   matrix.Replace(std::move(content));
   matrix.m_rowCSetID = rowSet;

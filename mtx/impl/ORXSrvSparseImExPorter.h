@@ -5,6 +5,10 @@
 class ORXSrvSparseMatrix;
 class ORXSrvSystemDofDefinition;
 
+namespace orx {
+struct SparseView;
+}
+
 /// Moves sparse matrices from and to files, by format code, and the database. Holds no state: made for one
 /// call. A failed import leaves the matrix as it was.
 class ORXSrvSparseImExPorter {
@@ -18,6 +22,8 @@ public:
               ORXSimDistributionID const& id) const;
 
 private:
+  /// The arrays, which lack nothing: error 206 unless the matrix is assembled and nothing was added since.
+  static orx::SparseView WholeOf(ORXSrvSparseMatrix const& matrix);
   static void ExportNodeDofText(ORXSrvSparseMatrix const& matrix, char const* path,
                                 ORXSrvSystemDofDefinition const* dofs);
   static void ExportChunkedBinary(ORXSrvSparseMatrix const& matrix, char const* path);

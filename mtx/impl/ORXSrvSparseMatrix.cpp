@@ -79,43 +79,29 @@ void ORXSrvSparseMatrix::BeginAssembly() noexcept {
   m_isAssembled = 0;
 }
 
-void ORXSrvSparseMatrix::GrowToHold(std::uint32_t row, std::uint32_t column) {
+void ORXSrvSparseMatrix::AddBeyondDimensions(std::uint32_t row, std::uint32_t column, double value) {
   if (std::max(row, column) >= INT32_MAX) {
     std::string const detail = "AddData(" + std::to_string(row) + ", " + std::to_string(column) +
                                "), indices up to 2147483646 expected";
     ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
   }
+  m_entries.Append({row, column, value});
   m_rows = std::max(m_rows, static_cast<std::int32_t>(row) + 1);
   m_columns = std::max(m_columns, static_cast<std::int32_t>(column) + 1);
+  m_symmetryState = m_symmetryState == symmetric ? unsymmetric : unknown;
 }
 
 void ORXSrvSparseMatrix::EndAssembly() {
   if (m_isAssembled != 0) return;
-  CompressedRows compressed;
-  try {
-    TripletCompressor compressor(m_rows, m_columns, m_entries.Count());
-    compressor.AddAndDrop(m_entries);
-    compressed = compressor.Compress();
-  } catch (...) {
-    // Entries have been used up on the way: better none than some.
-    m_entries.Resize(0);
-    throw;
+  if (m_ordered == nullptr) {
+    m_ordered = std::make_unique<TripletCompressor>(m_rows, m_columns, m_entries.Count());
+  } else {
+    m_ordered->Grow(m_rows, m_columns);
   }
-  Adopt(std::move(compressed));
+  m_ordered->AddAndDrop(m_entries);
+  Adopt(m_ordered->Compress());
+  m_ordered.reset();
   m_isAssembled = 1;
-}
-
-void ORXSrvSparseMatrix::ResetData(ORXSrvSparseMatrixEntry const* entries, int count, int rows, int columns) {
-  TripletCollector collector;
-  collector.Add({entries, static_cast<std::size_t>(count)});
-  ResetRows(collector.Finish(rows, columns), rows, columns);
-}
-
-void ORXSrvSparseMatrix::ResetRows(CompressedRows&& compressed, int rows, int columns) noexcept {
-  m_rows = rows;
-  m_columns = columns;
-  m_symmetryState = unknown;
-  Adopt(std::move(compressed));
 }
 
 /// Takes over arrays in general form, for m_rows rows.
@@ -132,7 +118,9 @@ void ORXSrvSparseMatrix::Adopt(CompressedRows&& compressed) noexcept {
 // --------------------------------------------------------------------------------------------------
 
 void ORXSrvSparseMatrix::Replace(SparseContent&& content) noexcept {
-  ResetRows(std::move(content.entries), content.rows, content.columns);
+  m_rows = content.rows;
+  m_columns = content.columns;
+  Adopt(std::move(content.entries));
   m_nonzeros = content.nonzeros;
   m_diagonal = std::move(content.diagonal);
   m_symmetryState = m_diagonal != nullptr ? symmetric : unknown;

@@ -130,8 +130,10 @@ std::optional<CompressedRows> DifferenceOfRows(Rows const& a, Rows const& b, Dim
   return result;
 }
 
-/// The same for entries in any order, behind those of `list`.
-CompressedRows DifferenceOfEntries(cow_List<ORXSrvSparseMatrixEntry> const& list,
+/// The same for entries in any order, behind those that wait for assembly: `ordered`, which may be null, and
+/// `list`.
+CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
+                                   cow_List<ORXSrvSparseMatrixEntry> const& list,
                                    std::span<ORXSrvSparseMatrixEntry const> a,
                                    std::span<ORXSrvSparseMatrixEntry> b, Dimensions& dimensions) {
   Dimensions grown = dimensions;
@@ -141,9 +143,9 @@ CompressedRows DifferenceOfEntries(cow_List<ORXSrvSparseMatrixEntry> const& list
     grown.Hold(entry.row, entry.column);
     entry.value = -entry.value;
   }
-  std::int64_t const count = list.Count() + static_cast<std::int64_t>(a.size() + b.size());
-  if (count > INT_MAX) throw mem_OutOfMemory(SIZE_MAX);
-  TripletCompressor compressor(grown.rows, grown.columns, static_cast<std::int32_t>(count));
+  auto const expected = list.Count() + static_cast<std::int64_t>(a.size() + b.size());
+  TripletCompressor compressor(grown.rows, grown.columns, expected);
+  if (ordered != nullptr) compressor.Add(*ordered);
   for (int i = 0; i < list.Count();) {
     auto const run = list.RunFrom(i);
     compressor.Add(run);
@@ -172,6 +174,14 @@ bool AreMirrored(double upper, double lower) {
 void ORXSrvSparseMatrix::RequireAssembled(char const* operation) const {
   if (m_rowPointers != nullptr && m_arrayRows == m_rows) return;
   std::string const detail = std::string(operation) + ", a matrix assembled with all its rows expected";
+  ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
+}
+
+void ORXSrvSparseMatrix::RequireAllAssembled(char const* operation) const {
+  RequireAssembled(operation);
+  if (!HasPendingEntries()) return;
+  std::string const detail =
+      std::string(operation) + ", a matrix without entries added since its assembly expected";
   ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
 }
 
@@ -207,20 +217,22 @@ void ORXSrvSparseMatrix::Subtract(ORXSrvSparseMatrix const& a, ORXSrvSparseMatri
   };
   Dimensions dimensions{m_rows, m_columns};
   std::optional<CompressedRows> difference;
-  bool const areRowsEnough = m_entries.Count() == 0 && !a.IsSymmetricForm() && !b.IsSymmetricForm();
+  bool const areRowsEnough = !HasPendingEntries() && !a.IsSymmetricForm() && !b.IsSymmetricForm();
   if (areRowsEnough) difference = DifferenceOfRows(rowsOf(a), rowsOf(b), dimensions);
   if (!difference) {
     int countA = 0;
     int countB = 0;
     mem_Array<ORXSrvSparseMatrixEntry> const entriesA(a.GetEntries(countA));
     mem_Array<ORXSrvSparseMatrixEntry> const entriesB(b.GetEntries(countB));
-    difference = DifferenceOfEntries(m_entries, {entriesA.get(), static_cast<std::size_t>(countA)},
-                                     {entriesB.get(), static_cast<std::size_t>(countB)}, dimensions);
+    difference =
+        DifferenceOfEntries(m_ordered.get(), m_entries, {entriesA.get(), static_cast<std::size_t>(countA)},
+                            {entriesB.get(), static_cast<std::size_t>(countB)}, dimensions);
   }
   // The state goes where one AddData for each entry of the operands would take it.
   std::int64_t const added = a.NumberOfEntries() + b.NumberOfEntries();
   if (added > 0) m_symmetryState = added == 1 && m_symmetryState == symmetric ? unsymmetric : unknown;
   m_entries.Resize(0);
+  m_ordered.reset();
   m_rows = dimensions.rows;
   m_columns = dimensions.columns;
   Adopt(std::move(*difference));

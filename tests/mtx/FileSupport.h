@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 /// A file in the test's temporary folder that goes with the object.
 class File {
@@ -47,4 +48,8 @@ inline std::string Hex(char const* text) {
 template<class T>
 std::string Raw(std::initializer_list<T> values) {
   return {reinterpret_cast<char const*>(values.begin()), values.size() * sizeof(T)};
+}
+template<class T>
+std::string Raw(std::vector<T> const& values) {
+  return {reinterpret_cast<char const*>(values.data()), values.size() * sizeof(T)};
 }

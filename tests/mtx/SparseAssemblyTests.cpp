@@ -1,5 +1,7 @@
 #include "MatrixSupport.h"
+#include "ShortOfMemory.h"
 #include "SparseSupport.h"
+#include "mtx/impl/TripletCollector.h"
 
 #include <cstdint>
 #include <map>
@@ -10,6 +12,7 @@
 
 namespace {
 
+using namespace orx;
 using Access = ORXSrvSparseMatrixTestAccess;
 
 /// What assembly must give, by a map: sums in the order added, the first value taken as it is.
@@ -35,10 +38,14 @@ void ExpectAssemblyIs(Entries const& triplets, std::string const& what) {
   Entries byRow = triplets;
   std::ranges::stable_sort(byRow, {}, &ORXSrvSparseMatrixEntry::row);
   for (Entries const& input : {triplets, byRow}) {
-    ORXSrvSparseMatrix reset(1, 1);
-    Access::ResetData(reset, input, matrix.NumberOfRows(), matrix.NumberOfColumns());
-    EXPECT_TRUE(EntriesOf(reset) == expected) << what << ", ResetData";
-    EXPECT_EQ(Access::RowPointers(reset), Access::RowPointers(matrix)) << what;
+    TripletCollector collector;
+    collector.Add(input);
+    CompressedRows const collected = collector.Finish(matrix.NumberOfRows(), matrix.NumberOfColumns());
+    SparseView const view = Access::View(matrix);
+    EXPECT_TRUE(std::equal(view.starts, view.starts + view.rows + 1, collected.rowPointers.get())) << what;
+    EXPECT_TRUE(std::equal(view.columnIndices, view.columnIndices + view.Entries(), collected.columns.get()))
+        << what;
+    EXPECT_EQ(std::memcmp(view.values, collected.values.get(), expected.size() * sizeof(double)), 0) << what;
   }
 }
 
@@ -207,19 +214,63 @@ TEST(SymmetricForm, AssemblingAnewGivesTheGeneralForm) {
   EXPECT_EQ(EntriesOf(*matrix), (Entries{{0, 0, 9.0}, {1, 1, 8.0}}));
 }
 
-// ---- resetting
-// ----------------------------------------------------------------------------------------------
+// ---- shortage of memory
+// -------------------------------------------------------------------------------------
 
-TEST(ResetData, ReplacesTheContentAndTheState) {
-  ORXSrvSparseMatrix matrix(9, 9);
-  Assemble(matrix, {{8, 8, 1.0}});
-  Access::SetSymmetryState(matrix, 2);
-  Access::ResetData(matrix, {{1, 0, 1.0}, {0, 1, 2.0}, {1, 0, 3.0}, {1, 1, 0.0}}, 2, 2);
-  EXPECT_EQ(matrix.NumberOfRows(), 2);
-  EXPECT_EQ(matrix.NumberOfNonzeros(), 3);
-  EXPECT_EQ(Access::SymmetryState(matrix), 0);
-  EXPECT_EQ(Access::RowPointers(matrix), (std::vector<int>{0, 1, 3}));
-  EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 1, 2.0}, {1, 0, 4.0}, {1, 1, 0.0}}));
+#ifndef __SANITIZE_ADDRESS__
+TEST(Assembly, CanBeRepeatedWhereverMemoryRanOut) {
+  Entries const triplets = RandomTriplets(7, 400000, 3000, 900);
+  Entries const later = RandomTriplets(8, 1000, 70000, 1000); // more rows than there were at first
+  Entries all = triplets;
+  all.insert(all.end(), later.begin(), later.end());
+  Entries const expected = Reference(all);
+  int failures = 0;
+  for (int megabytes = 0; megabytes < 40; ++megabytes) {
+    ORXSrvSparseMatrix matrix(0, 0);
+    matrix.BeginAssembly();
+    for (ORXSrvSparseMatrixEntry const& t : triplets)
+      matrix.AddData(t.row, t.column, t.value);
+    bool hadEnough = true;
+    try {
+      ShortOfMemory const shortage(megabytes);
+      matrix.EndAssembly();
+    } catch (std::bad_alloc const&) {
+      hadEnough = false;
+      ++failures;
+    }
+    if (hadEnough) break;
+    EXPECT_TRUE(EntriesOf(matrix).empty());
+    for (ORXSrvSparseMatrixEntry const& t : later)
+      matrix.AddData(t.row, t.column, t.value);
+    if (megabytes % 2 == 0) {
+      matrix.EndAssembly();
+    } else {
+      ORXSrvSparseMatrix none(0, 0);
+      none.EndAssembly();
+      matrix.Subtract(none, none); // sums what waits for assembly, too
+    }
+    ASSERT_TRUE(EntriesOf(matrix) == expected) << megabytes;
+  }
+  EXPECT_GT(failures, 2);
 }
+
+TEST(Assembly, AnEntryThatHasNoPlaceLeavesTheDimensions) {
+  ORXSrvSparseMatrix matrix(2, 2);
+  std::uint32_t added = 0;
+  {
+    ShortOfMemory const shortage(0);
+    EXPECT_THROW(
+        while (true) {
+          matrix.AddData(added, 2 * added, 1.0);
+          ++added;
+        },
+        std::bad_alloc);
+  }
+  EXPECT_EQ(matrix.NumberOfRows(), static_cast<int>(added));
+  EXPECT_EQ(matrix.NumberOfColumns(), static_cast<int>(2 * added - 1));
+  matrix.EndAssembly();
+  EXPECT_EQ(matrix.NumberOfNonzeros(), static_cast<int>(added));
+}
+#endif
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "ShortOfMemory.h"
 #include "SparseGrid.h"
 #include "tests/mtx/SimSupport.h"
 

@@ -27,10 +27,6 @@ struct ORXSrvSparseMatrixTestAccess {
                                diagonal != nullptr ? copy(*diagonal) : nullptr, nonzeros,
                                static_cast<int>(rowPointers.size()) - 1, numColumns));
   }
-  static void ResetData(ORXSrvSparseMatrix& matrix, std::vector<ORXSrvSparseMatrixEntry> const& entries,
-                        int rows, int columns) {
-    matrix.ResetData(entries.data(), static_cast<int>(entries.size()), rows, columns);
-  }
   static int SymmetryState(ORXSrvSparseMatrix const& matrix) { return matrix.m_symmetryState; }
   static void SetSymmetryState(ORXSrvSparseMatrix& matrix, int state) {
     matrix.m_symmetryState = static_cast<ORXSrvSparseMatrix::SymmetryState>(state);

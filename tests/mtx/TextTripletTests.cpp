@@ -123,6 +123,37 @@ TEST(TextImport, LongJunkIsQuotedInPart) {
   EXPECT_LT(text.size(), 300u);
 }
 
+TEST(TextImport, WhatIsNoTextTakesNoMemory) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  // Endless zero bytes, which a reader must not look to the end of.
+  EXPECT_EQ(Raised([&] {
+              matrix.Import("/dev/zero", 3);
+            }).find("202 ORXSrvSparseImExPorter: Failed to open file /dev/zero, line 1: a row of 1 to "),
+            0u);
+  struct Case {
+    char const* begin;
+    char filling;
+    char const* end;
+    char const* fault;
+  };
+  constexpr Case all[] = {
+      {"", '7', "", ", line 1: an item of less than 16777216 characters expected"},
+      {"1 1 1\n1 2 0.", '7', "", ", line 2: an item of less than 16777216 characters expected"},
+      {"1", '\n', "1 1", ", line 1: an item of less than 16777216 characters expected"},
+      {"1 1 ", '\x01', "", ", line 1: a value expected, found \"????"},
+      {"2147483647 1 1", '\n', "1 1 1", ": at most 16777216 rows for 2 items expected, found 2147483647."}};
+  for (auto const& [begin, filling, end, fault] : all) {
+    std::string content(begin);
+    content.append(20 << 20, filling).append(end);
+    File const file(content);
+    std::string const text = Raised([&] { matrix.Import(file.Path(), 3); });
+    EXPECT_EQ(
+        text.find(std::string("202 ORXSrvSparseImExPorter: Failed to open file ") + file.Path() + fault), 0u)
+        << text;
+  }
+  EXPECT_EQ(Imported("16777216 1 1").size(), 1u);
+}
+
 TEST(TextImport, FilesThatCannotBeReadAreErrors) {
   ORXSrvSparseMatrix matrix(0, 0);
   EXPECT_EQ(Raised([&] { matrix.Import("/no/such/file", 2); }),

@@ -234,6 +234,15 @@ TEST_F(Convert, SaysWhatTextCannotHold) {
             source + ": 5 x 4, 1 entry, Matrix Market, coordinate\n" + Path("a.bin") + ": dense binary\n");
 }
 
+TEST_F(Convert, WarnsOfADiagonalThatProductsPassOver) {
+  std::string const diagonal = Write("diagonal.txt", "1 1 4\n2 2 5\n");
+  for (char const* type : {"fortran", "blocks", "chunks"})
+    EXPECT_CONTAINS(Say("d.bin", diagonal, {.to = type}), "note: the matrix has a diagonal only;");
+  EXPECT_EQ(Say("d.mtx", diagonal).find("diagonal only"), std::string::npos);
+  EXPECT_EQ(Say("s.bin", Write("s.txt", symmetricText), {.to = "fortran"}).find("diagonal only"),
+            std::string::npos);
+}
+
 TEST_F(Convert, ChunksCannotHoldAMultipleOfTheirLength) {
   // The last chunk of such a file is written empty, so that its entries are lost.
   constexpr int entries = 131072;

@@ -1,0 +1,119 @@
+#include "FileSupport.h"
+#include "MatrixSupport.h"
+#include "SimSupport.h"
+#include "SparseSupport.h"
+#include "sim/ORXSrvSystemDofDefinition.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// What all exports to files share: what is written is the whole matrix, and the file is a whole one.
+
+namespace {
+
+namespace fs = std::filesystem;
+using Access = ORXSrvSparseMatrixTestAccess;
+using MatrixPtr = std::unique_ptr<ORXSrvSparseMatrix>;
+
+constexpr int formats[] = {3, 4, 5, 6, 7};
+
+/// [4 -1; -1 5] in symmetric form, which every format takes.
+MatrixPtr Example() {
+  std::vector<double> const diagonal{4, 5};
+  return Access::Adopt({0, 1, 1}, {1}, {-1}, &diagonal, 3, 2);
+}
+
+void Export(ORXSrvSparseMatrix const& matrix, std::string const& path, int format) {
+  ORXSimArray<ORXSrvNodeDof> equations;
+  for (int node = 1; node <= 2; ++node)
+    equations.Append({node, 1});
+  ORXSrvSystemDofDefinition const dofs(equations);
+  matrix.Export(path.c_str(), format, &dofs);
+}
+
+std::string WrittenAnew(int format) {
+  File const file;
+  Export(*Example(), file.Path(), format);
+  return file.Content();
+}
+
+TEST(Export, OfAMatrixThatIsNotWholeIsRefusedAndLeavesTheFile) {
+  char const* const notAssembled = "Export, a matrix assembled with all its rows expected";
+  char const* const notAll = "Export, a matrix without entries added since its assembly expected";
+  for (int const format : formats) {
+    File const file("as before");
+    auto const expectRefusal = [&](ORXSrvSparseMatrix const& matrix, char const* detail) {
+      EXPECT_EQ(Raised([&] { Export(matrix, file.Path(), format); }), IllegalInput(detail)) << format;
+      EXPECT_EQ(file.Content(), "as before") << format;
+    };
+    MatrixPtr const matrix = Example();
+    matrix->BeginAssembly();
+    if (format != 6) expectRefusal(ORXSrvSparseMatrix(2, 2), notAssembled);
+    expectRefusal(*matrix, notAssembled);
+    if (format == 6) continue; // entries added make it unsymmetric, which is error 209
+    ORXSrvSparseMatrix general(0, 0);
+    general.AddData(0, 0, 1.0);
+    expectRefusal(general, notAssembled);
+    general.EndAssembly();
+    general.AddData(0, 0, 2.0);
+    expectRefusal(general, notAll);
+    general.AddData(1, 1, 2.0);
+    expectRefusal(general, notAssembled);
+  }
+}
+
+TEST(Export, ThatFailsLeavesTheOlderFileOrNone) {
+  for (int const format : formats) {
+    WorkingFolder const folder;
+    std::string const failed = "208 Error at writing to file: k: File too large";
+    std::ofstream("older") << std::string(3000000, 'x');
+    fs::rename("older", "k");
+    {
+      FullDisk const full;
+      EXPECT_EQ(Raised([&] { Export(*Example(), "k", format); }), failed) << format;
+      EXPECT_EQ(fs::file_size("k"), 3000000u) << format;
+      fs::remove("k");
+      EXPECT_EQ(Raised([&] { Export(*Example(), "k", format); }), failed) << format;
+    }
+    EXPECT_EQ(folder.Files(), std::set<std::string>{}) << format;
+  }
+}
+
+TEST(Export, ReplacesAFileButNotItsLinksAndPermissions) {
+  for (int const format : formats) {
+    WorkingFolder const folder;
+    fs::create_directory("elsewhere");
+    std::ofstream("elsewhere/k") << "older";
+    fs::permissions("elsewhere/k", fs::perms(0640));
+    fs::create_symlink("elsewhere/k", "link");
+    fs::create_symlink("elsewhere/new", "link to nothing");
+    Export(*Example(), "link", format);
+    Export(*Example(), "link to nothing", format);
+    EXPECT_TRUE(fs::is_symlink("link") && fs::is_symlink("link to nothing")) << format;
+    EXPECT_EQ(fs::status("elsewhere/k").permissions(), fs::perms(0640)) << format;
+    for (char const* name : {"elsewhere/k", "elsewhere/new"}) {
+      std::ostringstream content;
+      content << std::ifstream(name, std::ios::binary).rdbuf();
+      EXPECT_TRUE(content.str() == WrittenAnew(format)) << format << ' ' << name;
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator("elsewhere"), {}), 2) << format;
+  }
+}
+
+TEST(Export, WhereTheFolderTakesNoNewFileWritesInPlace) {
+  if (geteuid() == 0) GTEST_SKIP() << "the superuser may write to any folder";
+  WorkingFolder const folder;
+  fs::create_directory("locked");
+  std::ofstream("locked/k") << "older";
+  fs::permissions("locked", fs::perms(0555));
+  Export(*Example(), "locked/k", 3);
+  std::ostringstream content;
+  content << std::ifstream("locked/k", std::ios::binary).rdbuf();
+  EXPECT_EQ(content.str(), WrittenAnew(3));
+  EXPECT_EQ(Raised([] { Export(*Example(), "locked/new", 3); }),
+            "208 Error at writing to file: locked/new: Permission denied");
+  fs::permissions("locked", fs::perms(0755));
+}
+
+} // namespace
