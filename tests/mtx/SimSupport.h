@@ -64,23 +64,46 @@ private:
 };
 
 #ifndef __SANITIZE_ADDRESS__ // which needs addresses without end
-/// While it lives, this process can have only so many MB more memory than it has.
+/// While it lives, there are only so many MB of memory: what earlier tests have left free in the heap is
+/// taken, too.
 class ShortOfMemory {
 public:
   explicit ShortOfMemory(std::int64_t megabytes) {
     std::int64_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
     getrlimit(RLIMIT_AS, &m_before);
-    rlimit small = m_before;
-    small.rlim_cur = static_cast<rlim_t>(pages * sysconf(_SC_PAGESIZE) + (megabytes << 20));
-    setrlimit(RLIMIT_AS, &small);
+    SetLimit(pages * sysconf(_SC_PAGESIZE));
+    for (std::size_t bytes = std::size_t{64} << 20; bytes >= std::size_t{64} << 10; bytes /= 2)
+      while (auto* const block = static_cast<Block*>(std::malloc(bytes))) {
+        block->next = m_taken;
+        m_taken = block;
+      }
+    SetLimit(pages * sysconf(_SC_PAGESIZE) + (megabytes << 20));
   }
   ShortOfMemory(ShortOfMemory const&) = delete;
   ShortOfMemory& operator=(ShortOfMemory const&) = delete;
-  ~ShortOfMemory() { setrlimit(RLIMIT_AS, &m_before); }
+  ~ShortOfMemory() {
+    setrlimit(RLIMIT_AS, &m_before);
+    while (m_taken != nullptr) {
+      Block* const next = m_taken->next;
+      std::free(m_taken);
+      m_taken = next;
+    }
+  }
 
 private:
+  struct Block {
+    Block* next;
+  };
+
+  void SetLimit(std::int64_t bytes) const {
+    rlimit small = m_before;
+    small.rlim_cur = static_cast<rlim_t>(bytes);
+    setrlimit(RLIMIT_AS, &small);
+  }
+
   rlimit m_before{};
+  Block* m_taken = nullptr;
 };
 #endif
 

@@ -1,5 +1,5 @@
 #include "MatrixSupport.h"
-#include "ShortOfMemory.h"
+#include "SimSupport.h"
 #include "SparseSupport.h"
 #include "mtx/impl/TripletCollector.h"
 

@@ -1,4 +1,3 @@
-#include "ShortOfMemory.h"
 #include "SparseGrid.h"
 #include "tests/mtx/SimSupport.h"
 
