@@ -157,12 +157,21 @@ public:
   // Growth
 
   /// The dimension (0: columns, 1: rows) along which growth costs the new values only, as the database
-  /// reports it.
+  /// reports it; of a distribution of one dimension 0, which is its rows here.
   int ExtendableDim() const;
   /// Appends `count` rows (dim 1) or columns (dim 0) of the distribution's initial value, with `labels`, or
-  /// without them with the labels extent, extent + 1, ... The size of the first block stays, except that the
-  /// first column block of a matrix that has several becomes a whole chunk. Returns 0, or, with the matrix as
-  /// before:
+  /// without them with the labels extent, extent + 1, ... (code 4 when there is one of these already, as in a
+  /// matrix with the labels 1, 2, ..., extent: pass labels then). The rows of a single column are dim 1.
+  ///
+  /// The size that the first block reports stays, except that the first column block of a matrix that has
+  /// several becomes a whole chunk; so it may report less than it holds, and the last one too. All operations
+  /// work on all values nevertheless.
+  ///
+  /// When the transaction in which it grew is abandoned, the new values and labels are gone, but this object
+  /// still counts them (viewDoesNotFit where they are read, staleIdentifier for its set of labels): make it
+  /// anew from DistributionID().
+  ///
+  /// Returns 0, or, with the matrix as before:
   ///   1  the matrix is a view
   ///   2  nothing to append
   ///   3  no such dimension, or the labels are of neither dimension's collection

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/atr_String.h"
 #include "core/cow_Btree.h"
 #include "core/mem_Allocator.h"
 #include "core/orx_export.h"
@@ -22,7 +21,8 @@
 /// gone, and the registry as it was.
 class ORX_EXPORT ORXSrvMatrixContainer : public mem_AllocationOperators {
 public:
-  /// Creates the file; one of the same name that a dead process left is removed before.
+  /// Creates the file; one of the same name that a dead process left is removed before. A database that is
+  /// not scratch stays, and the file gets another name.
   ORXSrvMatrixContainer();
   ORXSrvMatrixContainer(ORXSrvMatrixContainer const&) = delete;
   ORXSrvMatrixContainer& operator=(ORXSrvMatrixContainer const&) = delete;
@@ -49,11 +49,9 @@ private:
                                             int const* columnLabels, int rowChunk, int columnChunk);
   ORX_LOCAL void CreateFile();
   ORX_LOCAL void DeleteMatrices() noexcept;
-  ORX_LOCAL void DeleteFile() noexcept;
 
   ORXSimDatabase m_database;
   ORXSimContextID m_context;
-  atr_String m_fileName;
   ORXSimCollectionID m_rowCollection;
   ORXSimCollectionID m_columnCollection;
   cow_Btree<int, ORXSrvDenseMatrix*> m_matrices; ///< owned; null once removed

@@ -43,7 +43,6 @@ protected:
                            int lastColumn);
 
 private:
-  ORX_LOCAL void AssociateFile();
   ORX_LOCAL void Build(int rows, int columns, int const* rowLabels, int const* columnLabels, int rowChunk,
                        int columnChunk);
 

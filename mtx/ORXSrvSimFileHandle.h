@@ -14,25 +14,24 @@ class ORXSimDatabase;
 /// ORXSrvSimFileHandle.
 class ORX_EXPORT ORXSrvSimFileHandleRepr : public mem_AllocationOperators {
 public:
-  /// Creates the file under that name; a relative name counts from the current directory. A file that is
-  /// there already is replaced, unless somebody has it open. Errors are ORXSimException: notOpened,
-  /// fileInUse, writeFailed.
+  /// Creates the file under that name; a relative name counts from the current directory. What a process that
+  /// died has left under that name is removed, a symbolic link too, but not what it points to. Errors are
+  /// ORXSimException: fileInUse for a file that somebody has open; notOpened, also for a database that is not
+  /// scratch; writeFailed.
   explicit ORXSrvSimFileHandleRepr(atr_String const& fileName);
   ORXSrvSimFileHandleRepr(ORXSrvSimFileHandleRepr const&) = delete;
   ORXSrvSimFileHandleRepr& operator=(ORXSrvSimFileHandleRepr const&) = delete;
-  /// Closes and deletes the file. Never fails: a file that cannot be closed properly is given up and deleted
-  /// all the same, one that is gone or cannot be deleted is let be. A relative name is looked for from the
-  /// directory that is current now.
+  /// Closes and deletes the file, whatever the current directory is now. Never fails: a file that is gone,
+  /// was replaced by another one, or cannot be deleted is let be.
   ~ORXSrvSimFileHandleRepr();
 
   ORXSimContextID ContextID() const noexcept { return m_context; }
 
 private:
-  ORX_LOCAL ORXSrvSimFileHandleRepr(atr_String const& fileName, std::unique_ptr<ORXSimDatabase> database);
+  ORX_LOCAL explicit ORXSrvSimFileHandleRepr(std::unique_ptr<ORXSimDatabase> database);
 
   std::unique_ptr<ORXSimDatabase> m_database; ///< open
   ORXSimContextID m_context;                  ///< null until it was created
-  atr_String m_fileName;
 };
 
 /// A shared handle on a scratch database file, for values that are too many for memory:

@@ -34,8 +34,8 @@ public:
   ///     chunkA * sizeA <= 2^28      chunkB * sizeB <= 2^28
   ///
   /// Callers pass (row chunk, column chunk, rows, columns): the last argument limits the first. A chunk
-  /// length becomes 0 where the other dimension alone is longer than 2^28. REQUIRES: sizes other than 0 (not
-  /// checked).
+  /// length becomes 0 where the other dimension alone is longer than 2^28; a chunk of one row or column then
+  /// exceeds 2 GiB whatever is done, and callers take 1. REQUIRES: sizes other than 0 (not checked).
   static void LimitChunkSize2GB(int& chunkA, int& chunkB, int sizeB, int sizeA);
 
   // Fields of doubles

@@ -1,32 +1,22 @@
 #include "mtx/ORXSrvMatrixContainer.h"
 
 #include "core/ORXUnicodeString.h"
-#include "core/utl_FilePath.h"
 #include "mtx/ORXSrvUtilities.h"
+#include "mtx/impl/ORXSrvSimFileHandleNames.h"
+#include "mtx/impl/ORXSrvUtilitiesChunks.h"
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimException.h"
 #include "sim/ORXSimTransaction.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <numeric>
 #include <string>
 #include <vector>
 
-namespace {
+using namespace orx;
 
-/// The file name of the container at an address; from the second choice on with a number.
-atr_String FileName(void const* container, int choice) {
-  std::array<char, 80> name{};
-  if (choice == 0) {
-    std::snprintf(name.data(), name.size(), "ORXSrvMatrixContainer%p.sim", container);
-  } else {
-    std::snprintf(name.data(), name.size(), "ORXSrvMatrixContainer%p-%d.sim", container, choice);
-  }
-  return atr_String(name.data());
-}
+namespace {
 
 ORXSimCSetID MemberSet(ORXSimCollectionID const& collection, int const* labels, int count) {
   if (labels != nullptr) return ORXSimCollection(collection).CreateOrderedCSet(labels, count);
@@ -41,29 +31,22 @@ ORXSrvMatrixContainer::ORXSrvMatrixContainer() : m_matrices(nullptr) {
   try {
     CreateFile();
   } catch (...) {
-    DeleteFile();
+    m_database.Discard();
     throw;
   }
 }
 
 ORXSrvMatrixContainer::~ORXSrvMatrixContainer() {
   DeleteMatrices();
-  DeleteFile();
+  m_database.Discard();
 }
 
 void ORXSrvMatrixContainer::CreateFile() {
-  // Nobody needs the file after this process: nothing waits for the disk, and one that a dead process left is
-  // replaced. A living process may have a container at the same address.
+  // Nobody needs the file after this process: nothing waits for the disk.
   m_database.SetDurability(ORXSimDurability::Scratch);
-  constexpr int choices = 1000;
-  for (int choice = 0; choice < choices && !m_database.IsOpen(); ++choice) {
-    m_fileName = FileName(this, choice);
-    try {
-      m_database.CreateFile(ORXUnicodeString(m_fileName), 0, -1);
-    } catch (ORXSimException const& e) {
-      if (e.Code() != ORXSimException::fileInUse || choice == choices - 1) throw;
-    }
-  }
+  CreateUnderFreeName("ORXSrvMatrixContainer", this, [this](atr_String const& name) {
+    m_database.CreateFile(ORXUnicodeString(name), 0, -1);
+  });
   m_context = m_database.CreateContext(ORXSimNamespaceID(-1, -1));
   ORXSimTransaction transaction(m_context);
   m_rowCollection = ORXSimContext(m_context).CreateCollection(0, ORXSimTypeID(-1));
@@ -75,16 +58,6 @@ void ORXSrvMatrixContainer::DeleteMatrices() noexcept {
   cow_BtreeIterator<int, ORXSrvDenseMatrix*> each(m_matrices);
   for (auto const* node = each.First(); node != nullptr; node = each.Next())
     delete node->ConstGet();
-}
-
-void ORXSrvMatrixContainer::DeleteFile() noexcept {
-  if (!m_database.IsOpen()) return; // another process may have a file of this name
-  try {
-    m_database.Close();
-  } catch (ORXSimException const&) {
-    // The file goes all the same; the database closes it when it is destroyed.
-  }
-  if (utl_FilePath(m_fileName, atr_String()).Exists()) std::remove(m_fileName.AsText());
 }
 
 ORXSrvDenseMatrix& ORXSrvMatrixContainer::Create(int id, int rows, int columns, int rowChunk,
@@ -103,12 +76,9 @@ ORXSrvDenseMatrix& ORXSrvMatrixContainer::CreateMatrix(int id, int rows, int col
   ORXSimTransaction transaction(m_context);
   ORXSimCSetID const rowSet = MemberSet(m_rowCollection, rowLabels, rows);
   ORXSimCSetID const columnSet = MemberSet(m_columnCollection, columnLabels, columns);
-  int rowLength = std::min(rows, rowChunk);
-  int columnLength = std::min(columns, columnChunk);
-  // An empty matrix is refused by the database, which takes no chunks of 0.
-  if (rows > 0 && columns > 0) ORXSrvUtilities::LimitChunkSize2GB(rowLength, columnLength, rows, columns);
+  LimitChunks(rowChunk, columnChunk, rows, columns);
   ORXSimDistributionID const values =
-      ORXSrvUtilities::Create2DDistribution(rowSet, columnSet, rowLength, columnLength);
+      ORXSrvUtilities::Create2DDistribution(rowSet, columnSet, rowChunk, columnChunk);
   transaction.Commit();
   auto matrix = std::make_unique<ORXSrvDenseMatrix>(values);
   m_matrices.InsertUnlessMember(id, matrix.get());

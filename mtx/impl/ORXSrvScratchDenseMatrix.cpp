@@ -1,16 +1,17 @@
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 
 #include "mtx/ORXSrvUtilities.h"
+#include "mtx/impl/ORXSrvSimFileHandleNames.h"
+#include "mtx/impl/ORXSrvUtilitiesChunks.h"
 #include "sim/ORXSimCSet.h"
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
-#include "sim/ORXSimException.h"
 #include "sim/ORXSimTransaction.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <vector>
+
+using namespace orx;
 
 namespace {
 
@@ -24,17 +25,6 @@ std::vector<int> LabelsOf(ORXSimCSetID const& id) {
 ORXSimCSetID MembersOf(ORXSimCollectionID const& collection, int count, int const* labels) {
   ORXSimCollection const members(collection);
   return labels != nullptr ? members.CreateOrderedCSet(labels, count) : members.BiggestCSetID();
-}
-
-/// The file name of the matrix at an address; from the second choice on with a number.
-atr_String FileName(void const* matrix, int choice) {
-  std::array<char, 80> name{};
-  if (choice == 0) {
-    std::snprintf(name.data(), name.size(), "ORXSrvScratchDenseMatrix%p.sim", matrix);
-  } else {
-    std::snprintf(name.data(), name.size(), "ORXSrvScratchDenseMatrix%p-%d.sim", matrix, choice);
-  }
-  return atr_String(name.data());
 }
 
 } // namespace
@@ -68,32 +58,17 @@ ORXSrvScratchDenseMatrix::ORXSrvScratchDenseMatrix(ORXSrvScratchDenseMatrix cons
 
 ORXSrvScratchDenseMatrix::~ORXSrvScratchDenseMatrix() = default;
 
-/// Creates the file under a name that nobody uses. The address alone is not enough: a view may still hold the
-/// file of a matrix that was here before, and another process may have a matrix at the same address.
-void ORXSrvScratchDenseMatrix::AssociateFile() {
-  constexpr int choices = 1000;
-  for (int choice = 0; choice < choices; ++choice) {
-    try {
-      return m_fileHandle.Associate(FileName(this, choice));
-    } catch (ORXSimException const& e) {
-      if (e.Code() != ORXSimException::fileInUse || choice == choices - 1) throw;
-    }
-  }
-}
-
 void ORXSrvScratchDenseMatrix::Build(int rows, int columns, int const* rowLabels, int const* columnLabels,
                                      int rowChunk, int columnChunk) {
-  AssociateFile();
+  CreateUnderFreeName("ORXSrvScratchDenseMatrix", this,
+                      [this](atr_String const& name) { m_fileHandle.Associate(name); });
   ORXSimContext const context(m_fileHandle.ContextID());
   ORXSimTransaction transaction(context.ID());
   ORXSimCollectionID const rowCollection = context.CreateCollection(rows, ORXSimTypeID());
   ORXSimCollectionID const columnCollection = context.CreateCollection(columns, ORXSimTypeID());
   ORXSimCSetID const rowSet = MembersOf(rowCollection, rows, rowLabels);
   ORXSimCSetID const columnSet = MembersOf(columnCollection, columns, columnLabels);
-  rowChunk = std::min(rowChunk, rows);
-  columnChunk = std::min(columnChunk, columns);
-  // An empty matrix is refused by the database, which takes no chunks of 0.
-  if (rows > 0 && columns > 0) ORXSrvUtilities::LimitChunkSize2GB(rowChunk, columnChunk, rows, columns);
+  LimitChunks(rowChunk, columnChunk, rows, columns);
   ORXSimDistributionID const id =
       ORXSrvUtilities::Create2DDistribution(rowSet, columnSet, rowChunk, columnChunk);
   transaction.Commit();

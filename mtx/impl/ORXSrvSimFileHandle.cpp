@@ -1,11 +1,9 @@
 #include "mtx/ORXSrvSimFileHandle.h"
 
 #include "core/ORXUnicodeString.h"
-#include "core/utl_FilePath.h"
 #include "sim/ORXSimAssert.h"
 #include "sim/ORXSimDatabase.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
@@ -33,25 +31,16 @@ std::unique_ptr<ORXSimDatabase> CreateScratchFile(atr_String const& name) {
 // ---- ORXSrvSimFileHandleRepr
 // --------------------------------------------------------------------------------
 
-ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(atr_String const& fileName,
-                                                 std::unique_ptr<ORXSimDatabase> database)
-    : m_database(std::move(database)), m_fileName(fileName) {}
+ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(std::unique_ptr<ORXSimDatabase> database)
+    : m_database(std::move(database)) {}
 
 // Through the constructor that adopts a file, so that the destructor deletes it when there is no context.
 ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(atr_String const& fileName)
-    : ORXSrvSimFileHandleRepr(fileName, CreateScratchFile(fileName)) {
+    : ORXSrvSimFileHandleRepr(CreateScratchFile(fileName)) {
   m_context = m_database->CreateContext(ORXSimNamespaceID(-1, -1));
 }
 
-ORXSrvSimFileHandleRepr::~ORXSrvSimFileHandleRepr() {
-  try {
-    m_database->Close();
-  } catch (...) {
-    // What could not be written would be deleted anyway; destroying the database gives it up.
-    m_database.reset();
-  }
-  if (utl_FilePath(m_fileName, atr_String()).Exists()) std::remove(m_fileName.AsText());
-}
+ORXSrvSimFileHandleRepr::~ORXSrvSimFileHandleRepr() { m_database->Discard(); }
 
 // ---- ORXSrvSimFileHandle
 // ------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "mtx/ORXSrvUtilities.h"
 
 #include "core/mem_Allocator.h"
+#include "mtx/impl/ORXSrvUtilitiesChunks.h"
 #include "sim/ORXSimCSet.h"
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
@@ -123,6 +124,18 @@ void ORXSrvUtilities::LimitChunkSize2GB(int& chunkA, int& chunkB, int sizeB, int
   constexpr int doublesIn2GB = 1 << 28;
   chunkA = std::min(chunkA, doublesIn2GB / sizeA);
   chunkB = std::min(chunkB, doublesIn2GB / sizeB);
+}
+
+void orx::LimitChunks(int& rowChunk, int& columnChunk, int rows, int columns) {
+  rowChunk = std::min(rowChunk, rows);
+  columnChunk = std::min(columnChunk, columns);
+  // An empty matrix is refused by the database, which takes no chunks of 0.
+  if (rows <= 0 || columns <= 0) return;
+  int const leastRows = std::min(rowChunk, 1);
+  int const leastColumns = std::min(columnChunk, 1);
+  ORXSrvUtilities::LimitChunkSize2GB(rowChunk, columnChunk, rows, columns);
+  rowChunk = std::max(rowChunk, leastRows);
+  columnChunk = std::max(columnChunk, leastColumns);
 }
 
 ORXSimDistributionID ORXSrvUtilities::Create1DDistribution(ORXSimCSetID set, int chunk) {

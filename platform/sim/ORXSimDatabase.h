@@ -47,12 +47,14 @@ public:
 
   // Opening and closing
 
-  /// For files created from now on; durable unless it is called. A scratch file replaces an existing one.
+  /// For files created from now on; durable unless it is called. A scratch file replaces one that a process
+  /// that died has left, and the first one in a folder has all such files there (*.sim) deleted.
   void SetDurability(ORXSimDurability durability) noexcept { m_durability = durability; }
-  /// Creates and opens a file. An existing file is refused, unless `flags` has replaceExisting or the file is
-  /// a scratch file. `n` has no meaning and is -1. The file is built beside its name, as NAME.orx-new, and
-  /// gets the name as an empty database that others can open; one that it replaces is there until then. A
-  /// process that is killed in between leaves that file to the next creation.
+  /// Creates and opens a file. An existing file is refused, unless `flags` has replaceExisting; a scratch
+  /// file is refused only where there is a database that was committed or closed, or what somebody has open.
+  /// `n` has no meaning and is -1. A durable file is built beside its name, as NAME.orx-new, and gets the
+  /// name as an empty database that others can open; one that it replaces is there until then. A process that
+  /// is killed in between leaves that file to the next creation.
   ORXSimFileID CreateFile(ORXUnicodeString const& name, int flags, int n);
   /// Opens an existing file in its last committed state; a commit that was cut off is finished, or with
   /// `readOnly` only seen as finished. A read-only file is not written to by any means.
@@ -66,6 +68,9 @@ public:
   /// commit fails, the error leaves the file open: free some space and close again, or destroy the database.
   /// Closing an unopened database does nothing.
   void Close();
+  /// Closes the file and deletes it, whatever the current directory is by now; nothing more is written. A
+  /// file that another one has replaced stays. Discarding an unopened database does nothing.
+  void Discard() noexcept;
 
   // What is inside
 

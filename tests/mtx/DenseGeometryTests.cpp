@@ -328,4 +328,18 @@ TEST_F(DenseGeometry, FailedGrowthLeavesTheMatrixUsable) {
   EXPECT_EQ(All(*ViewOf(*a, 0, 599, 0, 1)), before);
 }
 
+TEST_F(DenseGeometry, AnAbandonedGrowthMustBeForgotten) {
+  DensePtr const a = m_database.New(10, 7, 4, 3);
+  Number(*a);
+  Doubles const before = All(*a);
+  {
+    ORXSimTransaction const transaction(m_database.Context().ID());
+    EXPECT_EQ(a->ExtendDim(1, 3, nullptr), 0);
+  }
+  ORXSrvMatrix row(13, 7);
+  EXPECT_EQ(DatabaseError([&] { a->GetRows(12, 12, row); }), ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(DatabaseError([&] { Labels(a->RowCSetID()); }), ORXSimException::staleIdentifier);
+  EXPECT_EQ(All(ORXSrvDenseMatrix(a->DistributionID())), before);
+}
+
 } // namespace

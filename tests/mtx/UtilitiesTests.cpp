@@ -1,6 +1,7 @@
 #include "mtx/ORXSrvUtilities.h"
 
 #include "core/mem_Allocator.h"
+#include "mtx/impl/ORXSrvUtilitiesChunks.h"
 #include "sim/ORXSimCSet.h"
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
@@ -380,6 +381,28 @@ TEST(FindContiguousRanges, TakesANegativeCountForOneAndNoneForNoArray) {
   int numRanges = -1;
   EXPECT_EQ(ORXSrvFindContiguousRanges(nullptr, 0, 100, numRanges), nullptr);
   EXPECT_EQ(numRanges, 0);
+}
+
+TEST(LimitChunks, NeverCutsToNothing) {
+  constexpr int many = (1 << 28) + 1;
+  struct Case {
+    int rowChunk, columnChunk, rows, columns, newRowChunk, newColumnChunk;
+  };
+  for (Case const& c : {
+           Case{100, 100, 10, 7, 10, 7},                // to the size
+           Case{-1, 4, 10, 7, -1, 4},                   // not chunked
+           Case{0, 4, 10, 7, 0, 4},                     // the database refuses it
+           Case{4096, 64, many, 1, 4096, 1},            // a column of more than 2 GB
+           Case{64, 4096, 1, many, 1, 4096},            // a row
+           Case{-1, -1, many, 1, -1, -1},               //
+           Case{1 << 20, 1, 1 << 20, 1024, 1 << 18, 1}, // 2 GB in a row of chunks
+       }) {
+    int rowChunk = c.rowChunk;
+    int columnChunk = c.columnChunk;
+    orx::LimitChunks(rowChunk, columnChunk, c.rows, c.columns);
+    EXPECT_EQ(rowChunk, c.newRowChunk) << c.rows << " x " << c.columns;
+    EXPECT_EQ(columnChunk, c.newColumnChunk) << c.rows << " x " << c.columns;
+  }
 }
 
 } // namespace

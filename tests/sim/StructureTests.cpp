@@ -409,11 +409,13 @@ TEST_F(Structure, FilesAreNotOverwrittenUnasked) {
   EXPECT_EQ(CodeOf([&] { Open(other, Path()); }), ORXSimException::wrongState);
 }
 
-TEST_F(Structure, ScratchFilesReplaceAndCommitForFree) {
+TEST_F(Structure, ScratchFilesReplaceDatabasesWhenAskedAndCommitForFree) {
   m_database.Close();
   ORXSimDatabase scratch;
   scratch.SetDurability(ORXSimDurability::Scratch);
-  scratch.CreateFile(ORXUnicodeString(Path().c_str()), 0, -1);
+  ORXUnicodeString const name(Path().c_str());
+  EXPECT_EQ(CodeOf([&] { scratch.CreateFile(name, 0, -1); }), ORXSimException::notOpened);
+  scratch.CreateFile(name, ORXSimDatabase::replaceExisting, -1);
   ORXSimContextID const id = scratch.CreateContext({});
   ORXSimTransaction transaction(id);
   ORXSimDistributionID const field = CreateField(ORXSimContext(id), {2, 2});

@@ -47,6 +47,12 @@ void ORXSimDatabase::Close() {
   m_open.reset();
 }
 
+void ORXSimDatabase::Discard() noexcept {
+  if (m_open == nullptr) return;
+  m_open->File().Unlink(); // before the lock ends: afterwards the name may be another process's
+  m_open.reset();
+}
+
 void ORXSimDatabase::BackUp(ORXUnicodeString const& name, int flags) const {
   orx::store::DatabaseFile& file = Opened().File();
   bool const isPossible = !file.IsScratch() && (flags & ~replaceExisting) == 0;

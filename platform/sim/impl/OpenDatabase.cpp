@@ -33,8 +33,7 @@ OpenDatabase::~OpenDatabase() { OpenFiles().erase(m_number); }
 std::shared_ptr<OpenDatabase> OpenDatabase::Create(std::string const& name, ORXSimDurability durability,
                                                    bool replacesExisting) {
   bool const isScratch = durability == ORXSimDurability::Scratch;
-  return std::make_shared<OpenDatabase>(
-      store::DatabaseFile::Create(name, isScratch, replacesExisting || isScratch));
+  return std::make_shared<OpenDatabase>(store::DatabaseFile::Create(name, isScratch, replacesExisting));
 }
 
 std::shared_ptr<OpenDatabase> OpenDatabase::Open(std::string const& name, bool readOnly) {

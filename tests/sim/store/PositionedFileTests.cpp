@@ -75,6 +75,7 @@ TEST_P(PositionedFileOn, ZeroedRangesKeepTheirNeighboursAndTheirSpace) {
                                       {5UL, 9 * page},
                                       {7UL, 0UL}}) {
     std::string expected = Pattern(10 * page);
+    std::filesystem::remove(m_path);
     PositionedFile file(m_path, Mode::Scratch);
     file.WriteAt(0, expected.data(), expected.size());
     auto const* const mapped = reinterpret_cast<char const*>(file.Bytes(0, 10 * page));
@@ -321,7 +322,7 @@ TEST(PositionedFile, IgnoresTheSignalOfTheSizeLimitOnlyWhileItIsOpen) {
   EXPECT_EQ(handler(), SIG_DFL);
   auto const ofHost = [](int) {};
   signal(SIGXFSZ, ofHost);
-  { PositionedFile const file(folder.Path("a"), Mode::Scratch); }
+  { PositionedFile const third(folder.Path("c"), Mode::Scratch); }
   EXPECT_EQ(handler(), static_cast<void (*)(int)>(ofHost));
   signal(SIGXFSZ, SIG_DFL);
 }

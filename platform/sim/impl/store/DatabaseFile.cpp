@@ -5,10 +5,10 @@
 #include "sim/impl/store/Hdf5.h"
 #include "sim/impl/store/Hdf5Driver.h"
 #include "sim/impl/store/LinkCheck.h"
+#include "sim/impl/store/ScratchFiles.h"
 #include "sim/impl/store/TransactionalFile.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <exception>
 #include <new>
 
@@ -66,14 +66,15 @@ DatabaseFile::~DatabaseFile() {
 
 std::unique_ptr<DatabaseFile> DatabaseFile::Create(std::string const& path, bool isScratch,
                                                    bool replacesExisting) {
+  if (isScratch) SweepFolderOf(path);
   std::unique_ptr<DatabaseFile> file(new DatabaseFile(path, false, isScratch));
   Guarded(*file, [&] { file->m_bytes = TransactionalFile::Create(path, isScratch, replacesExisting); });
   try {
     file->MakeFormat();
+    if (isScratch) Guarded(*file, [&] { MarkAsScratch(file->m_bytes->File()); });
     file->Commit();
   } catch (...) {
-    file.reset();
-    if (isScratch) std::remove(path.c_str()); // it was never a database
+    if (isScratch) file->Unlink(); // it was never a database
     throw;
   }
   return file;
@@ -101,6 +102,8 @@ void DatabaseFile::RaiseNotHdf5() const {
   if (m_bytes->LastFailure() != nullptr || failure.kind == Hdf5Failure::Kind::Memory) throw failure;
   throw DamageFound{"it is damaged, or not an HDF5 file (" + failure.cause + ")"};
 }
+
+void DatabaseFile::Unlink() noexcept { m_bytes->File().Unlink(); }
 
 std::int64_t DatabaseFile::Id() const noexcept { return m_hdf5->file.Get(); }
 

@@ -13,7 +13,8 @@ class TransactionalFile;
 class DatabaseFile {
 public:
   /// A new file, committed while it is still empty. Nobody sees it before; a file that it replaces stays
-  /// until then.
+  /// until then. A scratch file takes the place of one that a dead process left, of a database only if
+  /// `replacesExisting`.
   static std::unique_ptr<DatabaseFile> Create(std::string const& path, bool isScratch, bool replacesExisting);
   static std::unique_ptr<DatabaseFile> Open(std::string const& path, bool readOnly);
 
@@ -32,6 +33,9 @@ public:
   [[noreturn]] void RaiseTranslated() const;
   /// Forgets a failure of the file that was dealt with.
   void ForgetFailure() const noexcept;
+
+  /// Takes the file's name away; the file goes when it is closed.
+  void Unlink() noexcept;
 
   // Inside Guarded
 

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <linux/falloc.h>
 #include <linux/magic.h>
 #include <pthread.h>
@@ -152,6 +153,13 @@ std::string StagedName(std::string const& target) {
   return folder + target.substr(folder.size()).substr(0, longestName + 1 - sizeof suffix) + suffix;
 }
 
+/// As it is when the current directory is unknown.
+std::string Absolute(std::string const& path) {
+  std::error_code failure;
+  std::filesystem::path const absolute = std::filesystem::absolute(path, failure);
+  return failure ? path : absolute.string();
+}
+
 } // namespace
 
 std::uint64_t PositionedFile::s_forks = 0;
@@ -168,7 +176,8 @@ FileError::FileError(Access access, char const* operation, std::string const& pa
 
 // Opening
 
-PositionedFile::PositionedFile(std::string path, Mode mode) : m_path(std::move(path)), m_mode(mode) {
+PositionedFile::PositionedFile(std::string path, Mode mode)
+    : m_path(std::move(path)), m_absolutePath(Absolute(m_path)), m_mode(mode) {
   [[maybe_unused]] static int const isCounting = pthread_atfork(nullptr, nullptr, [] { ++s_forks; });
   m_forks = s_forks;
   SizeLimitSignal::Ignore();
@@ -212,8 +221,8 @@ void PositionedFile::Open() {
   if (IsCreating()) {
     OpenStaged();
   } else {
-    // Not O_TRUNC: the file may be another process's, which only the lock tells.
-    int const flags = m_mode == Mode::Scratch ? O_RDWR | O_CREAT : IsReadOnly() ? O_RDONLY : O_RDWR;
+    int const creation = m_mode == Mode::Scratch ? O_CREAT | O_EXCL : 0;
+    int const flags = creation | (IsReadOnly() ? O_RDONLY : O_RDWR);
     m_descriptor = OpenQuickly(m_path, flags);
     if (m_descriptor < 0)
       throw FileError(Access::Open, m_mode == Mode::Scratch ? "creating" : "opening", m_path, errno);
@@ -511,6 +520,14 @@ void PositionedFile::Sync() {
   // fdatasync: the size and the places of the blocks are made durable, only the time of change is not.
   if (error == 0) error = Uninterrupted([&] { return fdatasync(m_descriptor); });
   if (error != 0) Raise(Access::Write, "flushing", error, {});
+}
+
+void PositionedFile::Unlink() const noexcept {
+  struct stat mine {};
+  struct stat named {};
+  bool const isMine = fstat(m_descriptor, &mine) == 0 && lstat(m_absolutePath.c_str(), &named) == 0 &&
+                      mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
+  if (isMine && IsOwner()) unlink(m_absolutePath.c_str());
 }
 
 // Mapping

@@ -50,7 +50,7 @@ public:
     Write,   ///< an existing file
     Create,  ///< a file that must not exist; it is built under another name, see Publish
     Replace, ///< the same, but there may be a file, which nobody else has open; it stays until Publish
-    Scratch, ///< a new file, or an existing one that is emptied once it is locked
+    Scratch, ///< a file that must not exist, see MakeWayForScratch
   };
 
   PositionedFile(std::string path, Mode mode);
@@ -97,6 +97,9 @@ public:
   /// Makes what was written durable. After a failure the system may have dropped it: it must be written
   /// anew.
   void Sync();
+  /// Takes the file's name away, if it still is this file's, whatever the current directory is by now.
+  /// Failures are ignored.
+  void Unlink() const noexcept;
 
   // Mapping
 
@@ -144,6 +147,7 @@ private:
   [[noreturn]] void RaiseOutside(char const* operation, FileRange range) const;
 
   std::string m_path;
+  std::string m_absolutePath;
   Mode m_mode;
   std::string m_target;     ///< where Publish puts the file: the path behind symbolic links
   std::string m_stagedPath; ///< its name before; "" once it is published

@@ -1,5 +1,7 @@
 #include "sim/impl/store/TransactionalFile.h"
 
+#include "sim/impl/store/ScratchFiles.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -89,6 +91,7 @@ TransactionalFile::TransactionalFile(std::string const& path, PositionedFile::Mo
 
 std::unique_ptr<TransactionalFile> TransactionalFile::Create(std::string const& path, bool isScratch,
                                                              bool replacesExisting) {
+  if (isScratch) MakeWayForScratch(path, replacesExisting);
   using Mode = PositionedFile::Mode;
   Mode const mode = isScratch ? Mode::Scratch : replacesExisting ? Mode::Replace : Mode::Create;
   return std::unique_ptr<TransactionalFile>(new TransactionalFile(path, mode, isScratch));
