@@ -63,6 +63,13 @@ BLAC_EXPORT void BLAC_DGEMM2(char const* transa, char const* transb, int const* 
                              int const* ldb, double const* beta, double* c, int const* ldc);
 
 /*
+ * Solves op(A)*X = B with the LU factors and row exchanges of DGETRF: A itself for trans N, its transpose for
+ * T and C. b (n x nrhs) becomes X.
+ */
+BLAC_EXPORT void BLAC_DGETRS(char const* trans, int const* n, int const* nrhs, double const* a,
+                             int const* lda, int const* ipiv, double* b, int const* ldb, int* info);
+
+/*
  * Solves A*X = B for nrhs right-hand sides. a (n x n) becomes its LU factors and ipiv (n) their row
  * exchanges, b (n x nrhs) becomes X. info > 0: U(info, info) is exactly zero; a holds the factors, b is
  * untouched.

@@ -156,11 +156,6 @@ BLAC_ROUTINE(void, DTRSM, dtrsm,
 BLAC_ROUTINE(void, DGETRF, dgetrf,
              (int const* m, int const* n, double* a, int const* lda, int* ipiv, int* info),
              (m, n, a, lda, ipiv, info), 0)
-/* solves op(A)*X = B with the factors of DGETRF */
-BLAC_ROUTINE(void, DGETRS, dgetrs,
-             (char const* trans, int const* n, int const* nrhs, double const* a, int const* lda,
-              int const* ipiv, double* b, int const* ldb, int* info),
-             (trans, n, nrhs, a, lda, ipiv, b, ldb, info), 1)
 /* C := op(Q)*C or C := C*op(Q) with the orthogonal Q of DSYTRD; a is as before at the end, but used meanwhile
  */
 BLAC_ROUTINE(void, DORMTR, dormtr,

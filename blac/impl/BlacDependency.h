@@ -21,6 +21,9 @@ extern "C" {
 int ilaenv_(int const* ispec, char const* name, char const* opts, int const* n1, int const* n2, int const* n3,
             int const* n4, std::size_t nameLength, std::size_t optsLength);
 
+void dgetrs_(char const* trans, int const* n, int const* nrhs, double const* a, int const* lda,
+             int const* ipiv, double* b, int const* ldb, int* info, std::size_t transLength);
+
 void xerbla_(char const* name, int const* position, std::size_t nameLength);
 }
 

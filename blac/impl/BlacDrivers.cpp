@@ -22,8 +22,22 @@ int CheckGeneral(int n, int nrhs, int lda, int ldb) {
   return 0;
 }
 
-int CheckPacked(char const* uplo, int n, int nrhs, int ldb) {
-  if (lsame_(uplo, "U", 1, 1) == 0 && lsame_(uplo, "L", 1, 1) == 0) return -1;
+bool IsOneOf(char option, std::string_view letters) {
+  return std::any_of(letters.begin(), letters.end(),
+                     [&](char letter) { return lsame_(&option, &letter, 1, 1) != 0; });
+}
+
+int CheckFactored(char trans, int n, int nrhs, int lda, int ldb) {
+  if (!IsOneOf(trans, "NTC")) return -1;
+  if (n < 0) return -2;
+  if (nrhs < 0) return -3;
+  if (lda < std::max(1, n)) return -5;
+  if (ldb < std::max(1, n)) return -8;
+  return 0;
+}
+
+int CheckPacked(char uplo, int n, int nrhs, int ldb) {
+  if (!IsOneOf(uplo, "UL")) return -1;
   if (n < 0) return -2;
   if (nrhs < 0) return -3;
   if (ldb < std::max(1, n)) return -6;
@@ -31,6 +45,14 @@ int CheckPacked(char const* uplo, int n, int nrhs, int ldb) {
 }
 
 } // namespace
+
+/// The checks are made here, because OpenBLAS reports an illegal argument of this routine to the error
+/// handler only and leaves INFO as it was.
+void BLAC_DGETRS(char const* trans, int const* n, int const* nrhs, double const* a, int const* lda,
+                 int const* ipiv, double* b, int const* ldb, int* info) {
+  *info = CheckFactored(*trans, *n, *nrhs, *lda, *ldb);
+  if (!Refused("DGETRS", *info)) dgetrs_(trans, n, nrhs, a, lda, ipiv, b, ldb, info, 1);
+}
 
 void BLAC_DGESV(int const* n, int const* nrhs, double* a, int const* lda, int* ipiv, double* b,
                 int const* ldb, int* info) {
@@ -44,7 +66,7 @@ void BLAC_DGESV(int const* n, int const* nrhs, double* a, int const* lda, int* i
 
 void BLAC_DPPSV(char const* uplo, int const* n, int const* nrhs, double* ap, double* b, int const* ldb,
                 int* info) {
-  *info = CheckPacked(uplo, *n, *nrhs, *ldb);
+  *info = CheckPacked(*uplo, *n, *nrhs, *ldb);
   if (Refused("DPPSV ", *info)) return;
 
   dpptrf_(uplo, n, ap, info, 1);
