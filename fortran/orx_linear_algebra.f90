@@ -700,7 +700,7 @@ contains
     character(kind=c_char), allocatable :: buffer(:)
     integer(c_int) :: i, length
     allocate (buffer(1))
-    length = orxsrvlasterror(buffer, 1) + 1
+    length = orxsrvlasterror(buffer, 1_c_int) + 1_c_int
     deallocate (buffer)
     allocate (buffer(length))
     length = orxsrvlasterror(buffer, length)
