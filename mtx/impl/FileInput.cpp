@@ -1,6 +1,7 @@
 #include "mtx/impl/FileInput.h"
 
 #include "mtx/ORXSrvMtxOpenFileException.h"
+#include "mtx/impl/ORXSrvMtxErrors.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,7 +13,7 @@
 namespace orx {
 
 namespace {
-constexpr char sourceFile[] = "mtx/impl/FileInput.cpp";
+constexpr auto& sourceFile = orx::exchangeSource;
 }
 
 // A pipe without a writer is to be refused, not waited for.

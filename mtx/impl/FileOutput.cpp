@@ -18,7 +18,7 @@ namespace orx {
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/FileOutput.cpp";
+constexpr auto& sourceFile = orx::exchangeSource;
 
 constexpr auto keepOwner = static_cast<uid_t>(-1);
 constexpr auto keepGroup = static_cast<gid_t>(-1);

@@ -2,6 +2,7 @@
 
 #include "mtx/ORXSrvMtxOpenFileException.h"
 #include "mtx/impl/FileInput.h"
+#include "mtx/impl/ORXSrvMtxErrors.h"
 
 #include <algorithm>
 #include <climits>
@@ -24,7 +25,7 @@ void orx_fortran_close();
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/FortranRecords.cpp";
+constexpr auto& sourceFile = orx::exchangeSource;
 constexpr int messageSize = 256;
 constexpr std::int32_t miscounted = 2;
 

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvDenseMatrix.cpp";
+constexpr auto& sourceFile = orx::denseMatrixSource;
 
 [[noreturn]] void RefuseDistribution(ORXSimDistributionID const& id, std::string const& reason, int line) {
   ORXSimException(ORXSimException::viewDoesNotFit,

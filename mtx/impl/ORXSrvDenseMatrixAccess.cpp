@@ -19,7 +19,7 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvDenseMatrixAccess.cpp";
+constexpr auto& sourceFile = orx::denseMatrixSource;
 
 std::int64_t BufferBytes(ORXSrvMatrix const& matrix) {
   return matrix.BufferSize() * static_cast<std::int64_t>(sizeof(double));

@@ -26,7 +26,7 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvDenseMatrixProducts.cpp";
+constexpr auto& sourceFile = orx::denseMatrixSource;
 constexpr char multiply[] = "ORXSrvDenseMatrix::Multiply";
 constexpr char multiplyAssign[] = "ORXSrvDenseMatrix::MultiplyAssign";
 constexpr char transposeMultiply[] = "ORXSrvDenseMatrix::TransposeMultiply";

@@ -9,6 +9,14 @@
 // and tell them apart by ErrorCode; only their type information is exported. ORXSrvMtxOpenFileException (202)
 // has a public header of its own. 205, 216 and 217 are not assigned.
 
+namespace orx {
+/// Where errors come from, as hosts know it: one source for each class, whatever file the code lies in.
+inline constexpr char denseMatrixSource[] = "mtx/impl/ORXSrvDenseMatrix.cpp";
+inline constexpr char matrixSource[] = "mtx/impl/ORXSrvMatrix.cpp";
+inline constexpr char sparseMatrixSource[] = "mtx/impl/ORXSrvSparseMatrix.cpp";
+inline constexpr char exchangeSource[] = "mtx/impl/ORXSrvSparseImExPorter.cpp";
+} // namespace orx
+
 /// The message of a template without, with one text, or with one integer argument.
 atr_String ORXSrvMtxMessage(char const* messageTemplate);
 atr_String ORXSrvMtxMessage(char const* messageTemplate, atr_String const& argument);

@@ -17,7 +17,7 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseImExPorter.cpp";
+constexpr auto& sourceFile = orx::exchangeSource;
 
 SparseContent ReadFile(char const* path, int format) {
   switch (format) {

@@ -14,7 +14,7 @@
 using namespace orx;
 
 namespace {
-constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseMatrix.cpp";
+constexpr auto& sourceFile = orx::sparseMatrixSource;
 }
 
 // ---- creation and destruction

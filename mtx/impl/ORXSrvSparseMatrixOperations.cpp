@@ -17,7 +17,7 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseMatrixOperations.cpp";
+constexpr auto& sourceFile = orx::sparseMatrixSource;
 
 /// An array of the caller's.
 mem_Array<unsigned> NewList(std::int32_t length) { return mem_MakeArray<unsigned>(length); }

@@ -17,7 +17,7 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseMatrixPermutations.cpp";
+constexpr auto& sourceFile = orx::sparseMatrixSource;
 
 /// inverse[perm[k]] = k. Error 206 for what is no permutation of 0 ... rows - 1.
 mem_Array<std::int32_t> Inverse(int const* perm, std::int32_t rows, char const* operation) {

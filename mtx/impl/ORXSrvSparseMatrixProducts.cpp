@@ -15,7 +15,7 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvSparseMatrixProducts.cpp";
+constexpr auto& sourceFile = orx::sparseMatrixSource;
 
 /// Listed rows of a block matrix, ascending, packed one below the other.
 class ListedRows {

@@ -2,6 +2,7 @@
 
 #include "mtx/ORXSrvMtxOpenFileException.h"
 #include "mtx/impl/DecimalText.h"
+#include "mtx/impl/ORXSrvMtxErrors.h"
 #include "mtx/impl/ResizeArray.h"
 #include "mtx/impl/TripletCollector.h"
 
@@ -18,7 +19,7 @@ namespace orx {
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/TextTriplets.cpp";
+constexpr auto& sourceFile = orx::exchangeSource;
 
 struct FileCloser {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }
