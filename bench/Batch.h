@@ -43,7 +43,7 @@ public:
   /// Matrices over the values of the batch.
   std::vector<ORXSrvMatrix> Matrices(int rows, int columns, bool symmetric = false) {
     std::vector<ORXSrvMatrix> matrices;
-    matrices.reserve(static_cast<std::size_t>(m_count)); // a matrix that moved would be a copy
+    matrices.reserve(static_cast<std::size_t>(m_count));
     for (int k = 0; k < m_count; ++k)
       matrices.emplace_back(rows, columns, At(k), symmetric);
     return matrices;

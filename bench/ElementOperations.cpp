@@ -71,6 +71,33 @@ void CompareBlockRead(Report& report, BatchSize size) {
       report, claim, size, [&] { targets.Restore(); }, ours, copy, [&] { return targets.AllValues(); });
 }
 
+/// Elements beside their mirror images, also at orders whose columns begin in the same lines of the cache.
+void CompareMirrors(Report& report, int order) {
+  std::vector<double> values = RandomSquare(order, true, 0.0);
+  std::vector<double> copy(values.size());
+  ORXSrvMatrix matrix(order, order, values.data());
+  auto const timed = [](auto work) {
+    return TimedRun([work] {
+      double const start = Now();
+      work();
+      return Now() - start;
+    });
+  };
+  TimedRun const bare =
+      timed([&] { std::memcpy(copy.data(), values.data(), values.size() * sizeof(double)); });
+  auto const compare = [&](char const* operation, TimedRun const& ours) {
+    std::string const claim = Claim(operation, "memcpy", order);
+    if (!report.Wants(claim)) return;
+    Pairs const pairs = MeasurePairs(ours, bare, 0.5, 15);
+    report.Line(claim, Format("%.3f : %.3f ms", pairs.ours * 1e3, pairs.peers * 1e3), pairs.ratio, "",
+                AtMost(2.0));
+  };
+  compare("Transpose", timed([&] { matrix.Transpose(); }));
+  compare("SetSymmetricResults", timed([&] { matrix.SetSymmetricResults(); }));
+  compare("IsSymmetricNumerically",
+          timed([&] { RequireAgreement(matrix.IsSymmetricNumerically(), "the matrix is symmetric"); }));
+}
+
 } // namespace
 
 void ClaimElementOperations(Report& report) {
@@ -81,6 +108,8 @@ void ClaimElementOperations(Report& report) {
       CompareBlockRead(report, size);
     });
   }
+  for (int const order : {512, 1000, 1024, 2048})
+    report.Try("mirrored elements", [&] { CompareMirrors(report, order); });
 }
 
 } // namespace bench

@@ -13,7 +13,8 @@ class ORXSrvDenseMatrix;
 /// triangles are stored); it selects the symmetric factorization and leaves Transpose without effect.
 ///
 /// Ownership. A matrix over a lent buffer never frees and never replaces it; a matrix without one allocates
-/// its own, uncleared, and frees it. A copy is deep and owns its buffer.
+/// its own, uncleared, and frees it. A copy is deep and owns its buffer. A move takes the buffer over, lent
+/// or owned, and leaves a 0 x 0 matrix.
 ///
 /// Indices are zero-based; ranges (first, last) include both ends. Where a check is stated, it comes before
 /// anything is written. Every failed check raises error 206, "ORXSrvMatrix::%s - Illegal input." with the
@@ -29,6 +30,7 @@ public:
   ORXSrvMatrix(int rows, int columns, double* values = nullptr, bool symmetric = false,
                bool diagonal = false);
   ORXSrvMatrix(ORXSrvMatrix const& source);
+  ORXSrvMatrix(ORXSrvMatrix&& source) noexcept;
   ~ORXSrvMatrix();
 
   /// Same shape, and this is not a diagonal matrix assigned from a full one: copies the values; buffer and
@@ -66,6 +68,18 @@ public:
 
   // Element access. Blocks are packed column-major: (lastRow - firstRow + 1) values per column, no gaps.
 
+  /// Element (row, column) of either storage; one outside the matrix: "operator()". Off the diagonal of a
+  /// diagonal matrix it is 0.0, which only a const matrix gives out: there is nothing to refer to
+  /// ("operator()").
+  double operator()(int row, int column) const {
+    if (!HasElement(row, column)) RefuseElement();
+    if (!m_diagonal) return m_values[std::int64_t{column} * m_dim1 + row];
+    return row == column ? m_values[row] : 0.0;
+  }
+  double& operator()(int row, int column) {
+    if (!HasElement(row, column) || (m_diagonal && row != column)) RefuseElement();
+    return m_values[m_diagonal ? row : std::int64_t{column} * m_dim1 + row];
+  }
   /// Writes a packed block ("SetValues").
   void SetValues(int firstRow, int lastRow, int firstColumn, int lastColumn, double const* values);
   /// Writes a block read packed from the start of the source's buffer, whatever the source's own shape is
@@ -114,12 +128,13 @@ public:
   /// The same with the copied values negated; the diagonal stays.
   void SetSkewSymmetricResults();
   /// (1 - t) * a + t * b for t in [0, 1] ("Interpolate"), at buffer indices rows * i + j for i < rows and
-  /// j < columns: every value once for a square matrix. All three have one shape.
+  /// j < columns: every value once for a square matrix. All three have one shape, and not more rows than
+  /// columns: the rule would leave the buffer ("Interpolate").
   void Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix const& b);
 
   // Products. Full operands go through DGEMM and DGEMV, a diagonal one scales. REQUIRES: a result does not
   // overlap its operands in memory. Scaling may work in place all the same (a.Multiply(a, diagonal)); where
-  // operands are checked, a product of full matrices into the buffer of one of them is refused.
+  // operands are checked, a product of full matrices that overlaps one of them is refused.
 
   /// this = a * b. Two diagonal operands write the diagonal of this matrix: into full storage after clearing
   /// the first `rows` stored values only, so that what else it held off the diagonal stays. Shapes that do
@@ -155,10 +170,26 @@ public:
   /// Overwrites the columns of `rhs` (leading dimension: this matrix's rows) with the solutions of A*X = B
   /// or, with `transpose`, of A^T*X = B; this matrix holds the factors. For full storage.
   void ForwardBackwardPass(int const* pivots, ORXSrvMatrix& rhs, bool transpose) const;
+  /// What FactorizeReporting found.
+  struct PivotReport {
+    int firstZero =
+        0; ///< one-based row of the first pivot that is exactly zero, LAPACK's INFO; 0: there is none
+    /// The inertia, for symmetric and diagonal matrices: how many eigenvalues are greater than, less than and
+    /// equal to zero, by the signs of D. Their sum is the order, or less where a pivot is no number. 0 after
+    /// P*L*U.
+    int positive = 0;
+    int negative = 0;
+    int zero = 0;
+  };
+  /// Factorize that tells what it found. Sturm's count: the negatives of K - sigma*M are the eigenvalues
+  /// below sigma.
+  PivotReport FactorizeReporting(int* pivots);
   /// A*x = lambda*b*x with A this matrix and b, both symmetric to the last bit, b positive definite.
   /// `eigenvalues`: at least n values, ascending. `eigenvectors` n x n: column k belongs to value k,
   /// Z^T*b*Z = I. A and b stay as they are.
-  /// Shapes, symmetry: 206. b not positive definite: 215. No convergence: 214. LAPACK's complaint: 213.
+  /// Shapes, symmetry, an inf or NaN in A or b, results that overlap A, b or each other in memory: 206. b not
+  /// positive definite: 215. No convergence, or results beyond the largest double: 214. LAPACK's complaint:
+  /// 213.
   void SolveEigenproblemSymmetric(ORXSrvMatrix const& b, ORXSrvMatrix& eigenvalues,
                                   ORXSrvMatrix& eigenvectors);
 
@@ -172,7 +203,12 @@ private:
   ORX_LOCAL bool HoldsDiagonalOf(int rows, std::int64_t step) const noexcept;
   /// Whether a diagonal matrix, which holds a value for each row, has one for each column.
   bool CoversColumns() const noexcept { return m_dim1 >= m_dim2; }
-  bool SharesBufferOf(ORXSrvMatrix const& other) const noexcept { return m_values == other.m_values; }
+  bool HasElement(int row, int column) const noexcept {
+    return row >= 0 && row < m_dim1 && column >= 0 && column < m_dim2;
+  }
+  [[noreturn]] static void RefuseElement();
+  ORX_LOCAL bool OverlapsBufferOf(ORXSrvMatrix const& other) const noexcept;
+  ORX_LOCAL bool IsFinite() const noexcept;
   ORX_LOCAL void MultiplyDiagonals(ORXSrvMatrix const& a, ORXSrvMatrix const& b);
   ORX_LOCAL void ScaleRows(ORXSrvMatrix const& diagonal, ORXSrvMatrix const& source);
   ORX_LOCAL void ScaleColumns(ORXSrvMatrix const& source, ORXSrvMatrix const& diagonal);
@@ -180,7 +216,9 @@ private:
   ORX_LOCAL void MultiplyVector(ORXSrvMatrix const& b);
   ORX_LOCAL void AddScaled(double factor, ORXSrvMatrix const& source, char const* operation);
   ORX_LOCAL void TransposeRectangle();
+  ORX_LOCAL int FactorizeInPlace(int* pivots);
   ORX_LOCAL void InvertDiagonal();
+  ORX_LOCAL void CountSigns(int const* pivots, PivotReport& report) const;
   ORX_LOCAL void CopyFullTo(ORXSrvMatrix& target) const;
 
   double* m_values;

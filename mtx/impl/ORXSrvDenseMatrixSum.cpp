@@ -2,6 +2,7 @@
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/impl/BlockRanges.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/Transposition.h"
 
 #include <algorithm>
 #include <vector>
@@ -12,16 +13,7 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvDenseMatrixSum.cpp";
-
-/// Copies the upper triangle of the leading square onto the lower one.
-void MirrorUpperTriangle(ORXSrvMatrix& matrix) {
-  std::int64_t const rows = matrix.NumberOfRows();
-  std::int64_t const n = std::min(matrix.NumberOfRows(), matrix.NumberOfColumns());
-  for (std::int64_t j = 0; j < n; ++j)
-    for (std::int64_t i = j + 1; i < n; ++i)
-      matrix.Values()[j * rows + i] = matrix.Values()[i * rows + j];
-}
+constexpr auto& sourceFile = orx::matrixSource;
 
 } // namespace
 
@@ -40,5 +32,5 @@ void ORXSrvMatrix::Add(double factor, ORXSrvDenseMatrix const& source) {
       source.GetValues(rows.first, rows.last, columns.first, columns.last, block);
       AddSlice(factor, block, rows.first, columns.first);
     }
-  if (m_symmetric && !m_diagonal) MirrorUpperTriangle(*this);
+  if (m_symmetric && !m_diagonal) MirrorTriangle(Triangle::Upper, m_values, m_dim1, std::min(m_dim1, m_dim2));
 }

@@ -3,6 +3,7 @@
 #include "mtx/impl/BlockProgress.h"
 #include "mtx/impl/BlockRanges.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/Transposition.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -16,7 +17,7 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvDenseMatrixUpdates.cpp";
+constexpr auto& sourceFile = orx::denseMatrixSource;
 
 // ---- updates
 
@@ -49,20 +50,6 @@ void VisitPieces(ORXSrvDenseMatrix const& matrix, char const* operation, Visit v
 
 // ---- symmetry
 
-/// Whether a is the transpose of b, exactly; a NaN differs from everything.
-bool IsTransposeOf(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
-  constexpr std::int64_t tile = 8; // lines of b that are in use at a time
-  std::int64_t const rows = a.NumberOfRows();
-  std::int64_t const columns = a.NumberOfColumns();
-  bool equal = true;
-  for (std::int64_t jTile = 0; jTile < columns; jTile += tile)
-    for (std::int64_t iTile = 0; iTile < rows; iTile += tile)
-      for (std::int64_t j = jTile; j < std::min(jTile + tile, columns); ++j)
-        for (std::int64_t i = iTile; i < std::min(iTile + tile, rows); ++i)
-          equal &= a.Values()[j * rows + i] == b.Values()[i * columns + j];
-  return equal;
-}
-
 /// Compares rectangles of a square matrix with their mirror images.
 class MirrorTest {
 public:
@@ -85,7 +72,7 @@ private:
     Read(rows, columns, values);
     if (rows.first == columns.first) return values.IsSymmetricNumerically();
     Read(columns, rows, mirror);
-    return IsTransposeOf(values, mirror);
+    return IsTransposeOf(values.Values(), rows.Size(), columns.Size(), mirror.Values());
   }
 
   void Read(BlockRange const& rows, BlockRange const& columns, ORXSrvMatrix& target) const {

@@ -4,18 +4,21 @@
 #include "core/mem_Allocator.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
 #include "mtx/impl/ProductMemory.h"
+#include "mtx/impl/Transposition.h"
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "mtx/impl/ORXSrvMatrix.cpp";
+constexpr auto& sourceFile = orx::matrixSource;
 
 /// Raises error 206 for `operation`, as of `line`, unless the condition holds.
 void Require(bool condition, char const* operation, int line) {
@@ -30,19 +33,6 @@ mem_Array<double> NewValues(int rows, int columns, bool diagonal) {
 
 void CopyValues(double* target, double const* source, std::int64_t count) {
   if (count > 0) std::memmove(target, source, static_cast<std::size_t>(count) * sizeof(double));
-}
-
-/// Calls visit(lower, upper) with the mirrored elements (i, j) and (j, i), i > j, of the leading square of
-/// order n, until it returns false. In tiles, so that both sides stay in cache.
-template<class Value, class Visit>
-bool VisitMirroredPairs(Value* values, std::int64_t leadingDimension, std::int64_t n, Visit visit) {
-  constexpr std::int64_t tile = 32;
-  for (std::int64_t jTile = 0; jTile < n; jTile += tile)
-    for (std::int64_t iTile = jTile; iTile < n; iTile += tile)
-      for (std::int64_t j = jTile; j < std::min(jTile + tile, n); ++j)
-        for (std::int64_t i = std::max(iTile, j + 1); i < std::min(iTile + tile, n); ++i)
-          if (!visit(values[j * leadingDimension + i], values[i * leadingDimension + j])) return false;
-  return true;
 }
 
 /// target[k * targetStep] += factor * source[k]; the common factors need no multiplication.
@@ -71,6 +61,11 @@ void AddProduct(char const* transposition, int m, int n, int k, double const* a,
   ldc = std::max(ldc, 1);
   RequireProductMemory();
   BLAC_DGEMM(transposition, "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
+}
+
+/// The triangle that a product with a symmetric result fills.
+Triangle TriangleOfResults(int rows, int columns) {
+  return rows < columns ? Triangle::Upper : Triangle::Lower;
 }
 
 /// Indices first ... first + size - 1.
@@ -107,6 +102,11 @@ ORXSrvMatrix::ORXSrvMatrix(ORXSrvMatrix const& source)
       m_diagonal(source.m_diagonal) {
   CopyValues(m_values, source.m_values, NumberOfStoredValues());
 }
+
+ORXSrvMatrix::ORXSrvMatrix(ORXSrvMatrix&& source) noexcept
+    : m_values(std::exchange(source.m_values, nullptr)), m_dim1(std::exchange(source.m_dim1, 0)),
+      m_dim2(std::exchange(source.m_dim2, 0)), m_ownsValues(std::exchange(source.m_ownsValues, true)),
+      m_symmetric(source.m_symmetric), m_diagonal(source.m_diagonal) {}
 
 ORXSrvMatrix::~ORXSrvMatrix() {
   if (m_ownsValues) mem_Free(m_values);
@@ -168,12 +168,23 @@ bool ORXSrvMatrix::operator==(ORXSrvMatrix const& other) const {
 bool ORXSrvMatrix::IsSymmetricNumerically() const {
   if (m_diagonal) return true;
   if (m_dim1 != m_dim2) return false;
-  return VisitMirroredPairs(m_values, m_dim1, m_dim1,
-                            [](double lower, double upper) { return lower == upper; });
+  return EqualsItsTranspose(m_values, m_dim1);
+}
+
+bool ORXSrvMatrix::OverlapsBufferOf(ORXSrvMatrix const& other) const noexcept {
+  std::less<double const*> const isBefore; // the pointers may belong to different arrays
+  return isBefore(m_values, other.m_values + other.NumberOfStoredValues()) &&
+         isBefore(other.m_values, m_values + NumberOfStoredValues());
+}
+
+bool ORXSrvMatrix::IsFinite() const noexcept {
+  return std::all_of(m_values, m_values + NumberOfStoredValues(), [](double x) { return std::isfinite(x); });
 }
 
 // ---- element access
 // -----------------------------------------------------------------------------------------
+
+void ORXSrvMatrix::RefuseElement() { ORXSrvMtxIllegalInput("operator()").Throw(sourceFile, __LINE__); }
 
 void ORXSrvMatrix::SetValues(int firstRow, int lastRow, int firstColumn, int lastColumn,
                              double const* values) {
@@ -288,13 +299,7 @@ void ORXSrvMatrix::SetDiagonal(ORXSrvMatrix const& source) {
 
 void ORXSrvMatrix::Transpose() {
   if (m_diagonal || m_symmetric) return;
-  if (m_dim1 == m_dim2) {
-    VisitMirroredPairs(m_values, m_dim1, m_dim1, [](double& lower, double& upper) {
-      std::swap(lower, upper);
-      return true;
-    });
-    return;
-  }
+  if (m_dim1 == m_dim2) return TransposeSquare(m_values, m_dim1);
   TransposeRectangle();
 }
 
@@ -357,20 +362,12 @@ void ORXSrvMatrix::Multiply(double factor) {
 
 void ORXSrvMatrix::SetSymmetricResults() {
   Require(HasFullStorage(), "SetSymmetricResults", __LINE__);
-  bool const upperIsSource = m_dim1 < m_dim2;
-  VisitMirroredPairs(m_values, m_dim1, std::min(m_dim1, m_dim2), [=](double& lower, double& upper) {
-    (upperIsSource ? lower : upper) = upperIsSource ? upper : lower;
-    return true;
-  });
+  MirrorTriangle(TriangleOfResults(m_dim1, m_dim2), m_values, m_dim1, std::min(m_dim1, m_dim2));
 }
 
 void ORXSrvMatrix::SetSkewSymmetricResults() {
   Require(HasFullStorage(), "SetSkewSymmetricResults", __LINE__);
-  bool const upperIsSource = m_dim1 < m_dim2;
-  VisitMirroredPairs(m_values, m_dim1, std::min(m_dim1, m_dim2), [=](double& lower, double& upper) {
-    (upperIsSource ? lower : upper) = upperIsSource ? -upper : -lower;
-    return true;
-  });
+  MirrorTriangleNegated(TriangleOfResults(m_dim1, m_dim2), m_values, m_dim1, std::min(m_dim1, m_dim2));
 }
 
 void ORXSrvMatrix::Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
@@ -402,7 +399,7 @@ void ORXSrvMatrix::Multiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
     Require(b.CoversColumns(), "Multiply", __LINE__);
     return ScaleColumns(a, b);
   }
-  Require(!SharesBufferOf(a) && !SharesBufferOf(b), "Multiply", __LINE__);
+  Require(!OverlapsBufferOf(a) && !OverlapsBufferOf(b), "Multiply", __LINE__);
   AddProduct("N", m_dim1, m_dim2, a.m_dim2, a.m_values, a.m_dim1, b.m_values, b.m_dim1, 0.0, m_values,
              m_dim1);
 }
@@ -451,7 +448,7 @@ ORXSrvMatrix& ORXSrvMatrix::operator*=(ORXSrvMatrix const& b) {
 void ORXSrvMatrix::MultiplySquare(ORXSrvMatrix const& b) {
   int const n = m_dim1;
   Require(m_dim2 == n && b.m_dim2 == n, "Multiply", __LINE__);
-  Require(!m_diagonal && b.m_dim1 >= n && !SharesBufferOf(b), "Multiply", __LINE__);
+  Require(!m_diagonal && b.m_dim1 >= n && !OverlapsBufferOf(b), "Multiply", __LINE__);
   std::int64_t const count = NumberOfStoredValues();
   mem_Array<double> const copy = mem_MakeArray<double>(count);
   CopyValues(copy.get(), m_values, count);
@@ -459,7 +456,7 @@ void ORXSrvMatrix::MultiplySquare(ORXSrvMatrix const& b) {
 }
 
 void ORXSrvMatrix::MultiplyVector(ORXSrvMatrix const& b) {
-  Require(b.m_dim1 == m_dim1 && !SharesBufferOf(b), "*=", __LINE__);
+  Require(b.m_dim1 == m_dim1 && !OverlapsBufferOf(b), "*=", __LINE__);
   mem_Array<double> const copy = mem_MakeArray<double>(m_dim1);
   CopyValues(copy.get(), m_values, m_dim1);
   double const alpha = 1.0;
@@ -478,7 +475,7 @@ void ORXSrvMatrix::SymmetricMultiply(ORXSrvMatrix const& a, ORXSrvMatrix const& 
   Require(m_dim2 == n && a.m_dim2 == n && b.m_dim1 == n, operation, __LINE__);
   Require(a.m_dim1 == n && b.m_dim2 == n, operation, __LINE__);
   Require(!m_diagonal && !a.m_diagonal && !b.m_diagonal, operation, __LINE__);
-  Require(!SharesBufferOf(a) && !SharesBufferOf(b), operation, __LINE__);
+  Require(!OverlapsBufferOf(a) && !OverlapsBufferOf(b), operation, __LINE__);
   *this = 0.0;
   auto const block = [n](int index) { return BlockAfterRemainder(index, n, blockSize); };
   auto const at = [n](IndexBlock rows, IndexBlock columns) {
@@ -509,8 +506,7 @@ void ORXSrvMatrix::TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int
     AddProduct("T", m, n, k, m_values, k, b.m_values, k, beta, c.m_values, c.m_dim1);
     return;
   }
-  // The triangle that SetSymmetricResults copies from: the lower one, of a wide result the upper one.
-  bool const isLower = m >= n;
+  bool const isLower = TriangleOfResults(m, n) == Triangle::Lower;
   for (int outer = 0; outer < BlockCount(std::min(m, n), blockSize); ++outer)
     for (int inner = outer; inner < BlockCount(std::max(m, n), blockSize); ++inner) {
       IndexBlock const rows = BlockBeforeRemainder(isLower ? inner : outer, m, blockSize);
@@ -526,6 +522,41 @@ void ORXSrvMatrix::TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int
 
 void ORXSrvMatrix::Factorize(int* pivots) {
   if (m_diagonal) return InvertDiagonal();
+  FactorizeInPlace(pivots);
+}
+
+ORXSrvMatrix::PivotReport ORXSrvMatrix::FactorizeReporting(int* pivots) {
+  PivotReport report;
+  if (m_diagonal) {
+    InvertDiagonal(); // which keeps the signs
+  } else {
+    report.firstZero = FactorizeInPlace(pivots);
+  }
+  if (m_diagonal || m_symmetric) CountSigns(pivots, report);
+  return report;
+}
+
+/// The signs of D, which lies on the diagonal in blocks of one row, or of two where LAPACK's pivots are
+/// negative. A block of two is only taken as a pivot when its eigenvalues have different signs.
+void ORXSrvMatrix::CountSigns(int const* pivots, PivotReport& report) const {
+  std::int64_t const step = m_diagonal ? 1 : std::int64_t{m_dim1} + 1;
+  for (int k = 0; k < m_dim1; ++k) {
+    double const* const pivot = m_values + k * step;
+    if (!m_diagonal && pivots[k] < 0) {
+      bool const isNumber = !std::isnan(pivot[1]);
+      report.positive += isNumber;
+      report.negative += isNumber;
+      ++k;
+    } else {
+      report.positive += *pivot > 0.0;
+      report.negative += *pivot < 0.0;
+      report.zero += *pivot == 0.0;
+    }
+  }
+}
+
+/// Returns LAPACK's INFO: 0, or the row of the first pivot that is zero.
+int ORXSrvMatrix::FactorizeInPlace(int* pivots) {
   RequireProductMemory();
   int info = 0;
   if (m_symmetric) {
@@ -539,6 +570,7 @@ void ORXSrvMatrix::Factorize(int* pivots) {
     BLAC_DGETRF(&m_dim1, &m_dim2, m_values, &m_dim1, pivots, &info);
   }
   Require(info >= 0, "Factorize", __LINE__);
+  return info;
 }
 
 void ORXSrvMatrix::InvertDiagonal() {
@@ -580,8 +612,12 @@ void ORXSrvMatrix::SolveEigenproblemSymmetric(ORXSrvMatrix const& b, ORXSrvMatri
   Require(n >= 1 && m_dim2 == n && HasShapeOf(b) && HasShapeOf(eigenvectors), operation, __LINE__);
   Require(eigenvalues.m_dim1 == n && eigenvalues.NumberOfStoredValues() >= n, operation, __LINE__);
   Require(!eigenvectors.m_diagonal || n == 1, operation, __LINE__);
-  Require(eigenvectors.m_values != m_values && eigenvectors.m_values != b.m_values, operation, __LINE__);
+  for (ORXSrvMatrix const* const result : {&eigenvalues, &eigenvectors})
+    Require(!result->OverlapsBufferOf(*this) && !result->OverlapsBufferOf(b), operation, __LINE__);
+  Require(!eigenvalues.OverlapsBufferOf(eigenvectors), operation, __LINE__);
   Require(IsSymmetricNumerically() && b.IsSymmetricNumerically(), operation, __LINE__);
+  // LAPACK reports success on what is no number.
+  Require(IsFinite() && b.IsFinite(), operation, __LINE__);
   RequireProductMemory();
 
   int const blockSizeQuery = 1;
@@ -601,5 +637,6 @@ void ORXSrvMatrix::SolveEigenproblemSymmetric(ORXSrvMatrix const& b, ORXSrvMatri
              work.get(), &workSize, &info);
   if (info < 0) ORXSrvMtxSolveIllegalArg(-info).Throw(sourceFile, __LINE__);
   if (info > n) ORXSrvMtxSolveNotPositive().Throw(sourceFile, __LINE__);
-  if (info > 0) ORXSrvMtxSolveNotConverge().Throw(sourceFile, __LINE__);
+  bool const isFinite = ORXSrvMatrix(n, 1, eigenvalues.m_values).IsFinite() && eigenvectors.IsFinite();
+  if (info > 0 || !isFinite) ORXSrvMtxSolveNotConverge().Throw(sourceFile, __LINE__);
 }

@@ -1,4 +1,7 @@
+#include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvMtxOpenFileException.h"
+#include "mtx/ORXSrvScratchDenseMatrix.h"
+#include "mtx/ORXSrvSparseMatrix.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
 
 #include <gtest/gtest.h>
@@ -66,6 +69,32 @@ TEST(Errors, RaiseTheirOwnClassWithThePlace) {
       EXPECT_STREQ(e.AsString().AsText(), expected.text);
     }
   }
+}
+
+/// The source that the error which `call` raises names; empty without one.
+template<class Call>
+std::string SourceOf(Call call) {
+  try {
+    call();
+  } catch (ORXBasException const& e) {
+    return e.File();
+  }
+  return "";
+}
+
+TEST(Errors, NameTheSourceOfTheirClassWhereverTheCodeLies) {
+  ORXSrvMatrix const a(2, 2);
+  EXPECT_EQ(SourceOf([&] { static_cast<void>(a(2, 2)); }), "mtx/impl/ORXSrvMatrix.cpp");
+  ORXSrvSparseMatrix sparse(2, 2);
+  EXPECT_EQ(SourceOf([&] { sparse.Import("no such file", 3); }), "mtx/impl/ORXSrvSparseImExPorter.cpp");
+  sparse.EndAssembly();
+  int const twice[] = {0, 0};
+  EXPECT_EQ(SourceOf([&] { delete sparse.Permute(twice); }), "mtx/impl/ORXSrvSparseMatrix.cpp");
+  ORXSrvScratchDenseMatrix block(3, 3, 2, 2);
+  ORXSrvScratchDenseMatrix const small(2, 2, 2, 2);
+  EXPECT_EQ(SourceOf([&] { block.AddAssign(small); }), "mtx/impl/ORXSrvDenseMatrix.cpp");
+  ORXSrvMatrix sum(2, 2);
+  EXPECT_EQ(SourceOf([&] { sum.Add(1.0, block); }), "mtx/impl/ORXSrvMatrix.cpp");
 }
 
 TEST(Errors, CopyTheirTextAndKeepPercentSignsInIt) {

@@ -43,6 +43,43 @@ TEST(Matrix, CopiesAreDeepAndKeepTheFlags) {
   EXPECT_EQ(Stored(diagonal), (Doubles{4, 5}));
 }
 
+TEST(Matrix, MovesTakeTheBufferOver) {
+  ORXSrvMatrix source = Full({{1, 2}, {2, 1}}, true);
+  double const* const values = source.Values();
+  ORXSrvMatrix const taken(std::move(source));
+  EXPECT_EQ(taken.Values(), values);
+  EXPECT_EQ(Stored(taken), (Doubles{1, 2, 2, 1}));
+  EXPECT_TRUE(taken.IsSymmetric());
+  EXPECT_EQ(source.NumberOfStoredValues(),
+            0); // NOLINT(bugprone-use-after-move): the header says what is left
+  source = Diagonal({3});
+  EXPECT_EQ(Stored(source), (Doubles{3}));
+
+  double buffer[] = {1, 2};
+  ORXSrvMatrix lent(2, 1, buffer);
+  {
+    ORXSrvMatrix const stillLent(std::move(lent));
+    EXPECT_EQ(stillLent.Values(), buffer);
+  }
+  EXPECT_EQ(buffer[1], 2);
+}
+
+TEST(Matrix, ElementsAreReadAndWrittenInEitherStorage) {
+  ORXSrvMatrix full = Numbered(2, 3);
+  full(1, 2) = -1;
+  EXPECT_EQ(Stored(full), (Doubles{0, 1, 2, 3, 4, -1}));
+  ORXSrvMatrix diagonal = Diagonal({1, 2});
+  diagonal(1, 1) += 5;
+  ORXSrvMatrix const& fixed = diagonal;
+  EXPECT_EQ((Doubles{fixed(0, 0), fixed(1, 0), fixed(0, 1), fixed(1, 1)}), (Doubles{1, 0, 0, 7}));
+  EXPECT_EQ(Raised([&] { diagonal(0, 1) = 1; }), IllegalInput("operator()"));
+  ORXSrvMatrix const& read = full;
+  for (auto const& [i, j] : {std::pair{-1, 0}, {0, -1}, {2, 0}, {0, 3}}) {
+    EXPECT_EQ(Raised([&] { static_cast<void>(read(i, j)); }), IllegalInput("operator()"));
+    EXPECT_EQ(Raised([&] { full(i, j) = 1; }), IllegalInput("operator()"));
+  }
+}
+
 TEST(Matrix, SizesThatCannotBeAllocatedThrow) {
   EXPECT_THROW(ORXSrvMatrix(-1, 3), mem_OutOfMemory);
   EXPECT_THROW(ORXSrvMatrix(-1, -1), mem_OutOfMemory);
@@ -94,6 +131,7 @@ TEST(Matrix, ComparisonIsExactAndReportsTheFirstDifference) {
   EXPECT_TRUE(Full({{1, 2}}) == Full({{1, 2}}, true));
   EXPECT_FALSE(Full({{1, 2}}) == Full({{1}, {2}}));
   EXPECT_FALSE(Diagonal({1, 1}) == Full({{1, 0}, {0, 1}}));
+  EXPECT_FALSE(Diagonal({1, 0}) == Full({{1, 0}, {0, 1}})) << "their first values are equal";
   EXPECT_TRUE(Diagonal({1, 2}) == Diagonal({1, 2}));
 
   testing::internal::CaptureStdout();
@@ -135,7 +173,8 @@ TEST(Matrix, SymmetryTestIsExact) {
 // ------------------------------------------------------------------------------------------
 
 TEST(Matrix, TransposeOfEveryShapeMovesEveryElement) {
-  for (auto const& [rows, columns] : {std::pair{1, 1}, {5, 5}, {67, 67}, {1, 9}, {40, 3}, {33, 70}, {0, 4}}) {
+  for (auto const& [rows, columns] :
+       {std::pair{1, 1}, {5, 5}, {67, 67}, {1, 9}, {40, 3}, {33, 70}, {0, 4}, {48, 48}}) {
     ORXSrvMatrix matrix = Numbered(rows, columns);
     matrix.Transpose();
     ASSERT_EQ(matrix.NumberOfRows(), columns);
@@ -231,11 +270,11 @@ TEST(Matrix, SlicesOfDiagonalMatrices) {
   ORXSrvMatrix lent(2, 2, buffer, false, true);
   lent.AddSlice(1.0, Diagonal({10, 20}), 0, 0);
   EXPECT_EQ(Doubles(buffer, buffer + 4), (Doubles{11, 2, 3, 24}));
-  EXPECT_EQ(Raised([&] {
-              diagonal.AddSlice(1.0, Diagonal({1, 1}), 0, 0);
-            }),
-            IllegalInput("AddSlice"))
-      << "its own buffer ends before those positions";
+  for (auto const& [size, column] : {std::pair{2, 0}, {1, 1}})
+    EXPECT_EQ(
+        Raised([&] { diagonal.AddSlice(1.0, ORXSrvMatrix(size, size, buffer, false, true), 0, column); }),
+        IllegalInput("AddSlice"))
+        << "its own buffer ends before those positions";
 }
 
 TEST(Matrix, DiagonalsAreWrittenToEitherStorage) {
@@ -252,7 +291,8 @@ TEST(Matrix, DiagonalsAreWrittenToEitherStorage) {
   ORXSrvMatrix diagonal = Diagonal({1, 2});
   for (ORXSrvMatrix const& bad : {Numbered(2, 3), Numbered(2, 2)})
     EXPECT_EQ(Raised([&] { diagonal.SetDiagonal(bad); }), IllegalInput("SetDiagonal"));
-  EXPECT_EQ(Raised([&] { full.SetDiagonal(Diagonal({1})); }), IllegalInput("SetDiagonal"));
+  for (ORXSrvMatrix const& bad : {Diagonal({1}), Numbered(2, 3), Numbered(3, 2)})
+    EXPECT_EQ(Raised([&] { full.SetDiagonal(bad); }), IllegalInput("SetDiagonal"));
   EXPECT_EQ(Raised([&] { full.SetDiagonal(Numbered(1, 1)); }), IllegalInput("SetDiagonal"));
   ORXSrvMatrix tall = Numbered(3, 1);
   EXPECT_EQ(Raised([&] { tall.SetDiagonal(Diagonal({1, 2, 3}).Values()); }), IllegalInput("SetDiagonal"));
@@ -301,12 +341,23 @@ TEST(Matrix, SumsOfEachPairOfStorages) {
   EXPECT_EQ(Stored(diagonal), (Doubles{3, 4}));
 }
 
+TEST(Matrix, SumsEndWithTheLastValue) {
+  for (double const factor : {1.0, -1.0, 0.5}) {
+    double target[] = {1, 1, 7};
+    double source[] = {2, 2, 9};
+    ORXSrvMatrix(2, 1, target).Add(factor, ORXSrvMatrix(2, 1, source));
+    EXPECT_EQ(Doubles(target, target + 3), (Doubles{1 + 2 * factor, 1 + 2 * factor, 7}));
+  }
+}
+
 TEST(Matrix, SumsCheckShapesUnlessTheFactorIsZero) {
   ORXSrvMatrix full = Numbered(2, 2);
   ORXSrvMatrix diagonal = Diagonal({1, 2});
   EXPECT_EQ(Raised([&] { full += full; }), IllegalInput("*="));
   EXPECT_EQ(Raised([&] { full += Numbered(2, 3); }), IllegalInput("*="));
   EXPECT_EQ(Raised([&] { diagonal += full; }), IllegalInput("*="));
+  ORXSrvMatrix tall(3, 1); // has no positions for three diagonal values
+  EXPECT_EQ(Raised([&] { tall += ORXSrvMatrix(3, 1, nullptr, false, true); }), IllegalInput("*="));
   EXPECT_EQ(Raised([&] { full.Add(1.0, Numbered(3, 2)); }), IllegalInput("Add"));
   EXPECT_EQ(Raised([&] { diagonal.Add(1.0, full); }), IllegalInput("Add"));
   EXPECT_EQ(Raised([&] { full.Add(0.0, Numbered(3, 2)); }), "nothing raised");
@@ -320,6 +371,9 @@ TEST(Matrix, ScalingIsForFullStorage) {
   ORXSrvMatrix diagonal = Diagonal({1, 2});
   EXPECT_EQ(Raised([&] { diagonal.Multiply(2.0); }), IllegalInput("Multiply"));
   EXPECT_EQ(Stored(diagonal), (Doubles{1, 2}));
+  ORXSrvMatrix single = Diagonal({4}); // whose diagonal is all it has
+  single.Multiply(2.0);
+  EXPECT_EQ(Stored(single), (Doubles{8}));
 }
 
 TEST(Matrix, TriangleThatIsCopiedDependsOnTheShape) {
@@ -334,6 +388,23 @@ TEST(Matrix, TriangleThatIsCopiedDependsOnTheShape) {
   ORXSrvMatrix square = Full({{1, 2}, {3, 4}});
   square.SetSkewSymmetricResults();
   EXPECT_TRUE(square == Full({{1, -3}, {3, 4}}));
+}
+
+TEST(Matrix, TrianglesAreCopiedElementByElementInEveryShape) {
+  for (auto const& [rows, columns] : {std::pair{17, 17}, {64, 64}, {37, 45}, {45, 37}, {1, 40}}) {
+    ORXSrvMatrix const before = Random(rows, columns, 4);
+    ORXSrvMatrix symmetric(before), skew(before);
+    symmetric.SetSymmetricResults();
+    skew.SetSkewSymmetricResults();
+    int const n = std::min(rows, columns);
+    for (int j = 0; j < columns; ++j)
+      for (int i = 0; i < rows; ++i) {
+        bool const isCopied = rows < columns ? j < i && i < n : i < j && j < n;
+        double const source = isCopied ? At(before, j, i) : At(before, i, j);
+        ASSERT_EQ(At(symmetric, i, j), source) << i << ", " << j;
+        ASSERT_EQ(At(skew, i, j), isCopied ? -source : source) << i << ", " << j;
+      }
+  }
 }
 
 TEST(Matrix, InterpolationVisitsItsOwnIndexRule) {

@@ -2,15 +2,26 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
+
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 ORXSrvMatrix RandomSymmetric(int n, unsigned seed, double shift = 0.0) {
   ORXSrvMatrix matrix = Random(n, n, seed);
   matrix.SetSymmetricResults();
   for (int i = 0; i < n; ++i)
-    matrix.Values()[i * (n + 1)] += shift;
-  return ORXSrvMatrix(matrix);
+    matrix(i, i) += shift;
+  return matrix;
+}
+
+ORXSrvMatrix Identity(int n) {
+  ORXSrvMatrix matrix(n, n);
+  matrix = 0.0;
+  for (int i = 0; i < n; ++i)
+    matrix(i, i) = 1.0;
+  return matrix;
 }
 
 /// Largest |op(A) x - b| over |A| |x| + |b|, componentwise.
@@ -50,6 +61,39 @@ TEST(Factorize, LeavesSingularMatricesWithoutAnError) {
   EXPECT_EQ(Stored(zero), (Doubles{0, 0, 0, 0}));
 }
 
+TEST(Factorize, TellsTheInertiaAndTheFirstZeroPivot) {
+  // The signs of a symmetric matrix are those of its eigenvalues: -1 and 1, beside what stands on the
+  // diagonal.
+  ORXSrvMatrix indefinite(70, 70, nullptr, true);
+  indefinite = 0.0;
+  for (int i = 0; i < 60; i += 2)
+    indefinite(i, i + 1) = indefinite(i + 1, i) = 1.0; // pivots of two rows
+  for (int i = 60; i < 69; ++i)
+    indefinite(i, i) = i < 62 ? -3.0 : 2.0;
+  std::vector<int> pivots(70);
+  ORXSrvMatrix::PivotReport report = indefinite.FactorizeReporting(pivots.data());
+  EXPECT_EQ((std::vector{report.positive, report.negative, report.zero, report.firstZero}),
+            (std::vector{37, 32, 1, 70}));
+
+  ORXSrvMatrix random = RandomSymmetric(40, 3, 1.0);
+  ORXSrvMatrix lambda(40, 1), z(40, 40);
+  random.SolveEigenproblemSymmetric(Identity(40), lambda, z);
+  ORXSrvMatrix factors(40, 40, nullptr, true);
+  factors = random;
+  report = factors.FactorizeReporting(pivots.data());
+  EXPECT_EQ(report.negative,
+            std::count_if(lambda.Values(), lambda.Values() + 40, [](double x) { return x < 0; }));
+  EXPECT_EQ(report.positive, 40 - report.negative);
+  EXPECT_EQ(report.firstZero, 0);
+
+  ORXSrvMatrix general = Full({{1, 2, 0}, {2, 4, 0}, {0, 0, 1}});
+  report = general.FactorizeReporting(pivots.data());
+  EXPECT_EQ(report.firstZero, 2);
+  EXPECT_EQ(report.positive + report.negative + report.zero, 0);
+  report = ORXSrvMatrix(Diagonal({-2, 4, notANumber})).FactorizeReporting(nullptr);
+  EXPECT_EQ((std::vector{report.positive, report.negative, report.zero}), (std::vector{1, 1, 0}));
+}
+
 TEST(Factorize, ReportsWhatLapackRefuses) {
   int pivots[1];
   ORXSrvMatrix empty(0, 0); // its leading dimension of 0 is below LAPACK's least
@@ -76,6 +120,17 @@ TEST(ForwardBackwardPass, SolvesForManyRightHandSides) {
   }
 }
 
+TEST(ForwardBackwardPass, TakesTheRowsOfTheFactorsForTheStrideOfATallerRightHandSide) {
+  for (bool const symmetric : {false, true}) {
+    ORXSrvMatrix factors = Full({{2, 0}, {0, 4}}, symmetric);
+    int pivots[2];
+    factors.Factorize(pivots);
+    ORXSrvMatrix rhs = Full({{2, 2}, {4, 4}, {2, 9}});
+    factors.ForwardBackwardPass(pivots, rhs, false);
+    EXPECT_EQ(Stored(rhs), (Doubles{1, 1, 1, 0.5, 4, 9})) << symmetric;
+  }
+}
+
 TEST(ForwardBackwardPass, RefusesWhatItCannotRead) {
   int const pivots[3] = {1, 2, 3};
   ORXSrvMatrix rhs(3, 1);
@@ -84,6 +139,11 @@ TEST(ForwardBackwardPass, RefusesWhatItCannotRead) {
               Diagonal({1, 2, 3}).ForwardBackwardPass(pivots, rhs, false);
             }),
             IllegalInput("ForwardBackwardPass"));
+  ORXSrvMatrix empty(0, 0), noRhs(0, 1);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Raised([&] { empty.ForwardBackwardPass(pivots, noRhs, false); }),
+            IllegalInput("ForwardBackwardPass"));
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("DGETRS"), std::string::npos);
   ORXSrvMatrix shortRhs(2, 1);
   EXPECT_EQ(Raised([&] { Random(3, 3, 1).ForwardBackwardPass(pivots, shortRhs, false); }),
             IllegalInput("ForwardBackwardPass"));
@@ -121,6 +181,7 @@ TEST(Eigenproblem, TakesDiagonalMatrices) {
   ORXSrvMatrix a = Diagonal({3, 1});
   ORXSrvMatrix lambda(2, 1);
   ORXSrvMatrix z(2, 2);
+  z = 9.0;
   a.SolveEigenproblemSymmetric(Diagonal({1, 1}), lambda, z);
   EXPECT_EQ(Stored(lambda), (Doubles{1, 3}));
   EXPECT_EQ(std::abs(At(z, 1, 0)), 1.0);
@@ -146,10 +207,58 @@ TEST(Eigenproblem, RefusesShapesAndAsymmetry) {
   ORXSrvMatrix none(2, 0);
   EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, none, z); }), refused)
       << "no room for the eigenvalues";
-  EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, lambda, a); }), refused) << "A would be overwritten";
+  double diagonalBuffer[4];
+  ORXSrvMatrix diagonal(2, 2, diagonalBuffer, false, true);
+  EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, lambda, diagonal); }), refused)
+      << "n values for n * n";
   ORXSrvMatrix uneven = Full({{2, 1}, {std::nextafter(1.0, 2.0), 2}});
   EXPECT_EQ(Raised([&] { uneven.SolveEigenproblemSymmetric(b, lambda, z); }), refused);
   EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(uneven, lambda, z); }), refused);
+}
+
+TEST(Eigenproblem, RefusesResultsOverItsMatricesAndEachOther) {
+  double buffer[16];
+  ORXSrvMatrix a(2, 2, buffer), b(2, 2, buffer + 4), z(2, 2, buffer + 8), lambda(2, 1, buffer + 12);
+  a = b = Full({{1, 0}, {0, 1}});
+  Doubles const before(buffer, buffer + 8);
+  for (int const at : {0, 1, 3, 4, 7, 8, 11}) {
+    ORXSrvMatrix values(2, 1, buffer + at);
+    EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, values, z); }),
+              IllegalInput("SolveEigenproblemSymmetric"))
+        << at;
+  }
+  for (int const at : {0, 1, 4, 5, 7}) {
+    ORXSrvMatrix vectors(2, 2, buffer + at);
+    EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, lambda, vectors); }),
+              IllegalInput("SolveEigenproblemSymmetric"))
+        << at;
+  }
+  EXPECT_EQ(Doubles(buffer, buffer + 8), before);
+  a.SolveEigenproblemSymmetric(b, lambda, z); // side by side is no overlap
+}
+
+TEST(Eigenproblem, IsNeverSilentAboutNumbersThatAreNone) {
+  ORXSrvMatrix lambda(3, 1), z(3, 3);
+  for (double const bad : {notANumber, HUGE_VAL, -HUGE_VAL})
+    for (int i = 0; i < 3; ++i)
+      for (int j = 0; j <= i; ++j)
+        for (bool const inA : {false, true}) {
+          ORXSrvMatrix a(RandomSymmetric(3, 5)), b(Identity(3));
+          ORXSrvMatrix& spoiled = inA ? a : b;
+          spoiled(i, j) = spoiled(j, i) = bad;
+          EXPECT_EQ(Raised([&] { a.SolveEigenproblemSymmetric(b, lambda, z); }),
+                    IllegalInput("SolveEigenproblemSymmetric"))
+              << bad << " at " << i << ", " << j;
+        }
+  ORXSrvMatrix diagonal = Diagonal({1, 1, notANumber});
+  EXPECT_EQ(Raised([&] { diagonal.SolveEigenproblemSymmetric(Identity(3), lambda, z); }),
+            IllegalInput("SolveEigenproblemSymmetric"));
+
+  // Twice and three times the largest double.
+  ORXSrvMatrix large(3, 3);
+  large = 1.7e308;
+  EXPECT_EQ(Raised([&] { large.SolveEigenproblemSymmetric(Identity(3), lambda, z); }),
+            "214 ORXSrvMatrix::SolveEigenproblemSymmetric - Eigensolver did not converge.");
 }
 
 TEST(Eigenproblem, SaysWhenTheSecondMatrixIsNotPositiveDefinite) {
