@@ -3,6 +3,7 @@
 #include "core/ORXCoreModules.h"
 #include "core/ORXModuleCounter.h"
 #include "core/omi_Singleton.h"
+#include "module/impl/TerminateHandler.h"
 #include "mtx/ORXSrvTimer.h"
 #include "mtx/impl/ProductMemory.h"
 #include "sim/ORXSimModules.h"
@@ -15,6 +16,7 @@ ORXModuleCounter blasLayer;
 
 void ORXSrvLinearAlgebra_initialize(int& tally) {
   if (!library.Start(tally)) return;
+  orx::InstallTerminateHandler();
   ORXBasCoreUtils_initialize(tally);
   ORXBasicUtils_initialize(tally);
   ORXUnicodeString_initialize(tally);
@@ -35,6 +37,7 @@ void ORXSrvLinearAlgebra_finalize(int& tally) {
   ORXUnicodeString_finalize(tally);
   ORXBasicUtils_finalize(tally);
   ORXBasCoreUtils_finalize(tally);
+  orx::RestoreTerminateHandler();
 }
 
 void mtx_initialize(int& tally) { matrixLayer.Start(tally); }

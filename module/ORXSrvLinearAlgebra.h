@@ -13,7 +13,9 @@
 // Calls are counted: n starts need n stops, and only the outermost pair does work.
 
 /// Starts the core utilities, the basic utilities, the Unicode strings, the simulation containers, the
-/// simulation database, the service basics, the BLAS/LAPACK layer and the matrix layer, in this order.
+/// simulation database, the service basics, the BLAS/LAPACK layer and the matrix layer, in this order. Until
+/// the last stop, an error of the library that nobody catches prints its text on standard error; then the
+/// terminate handler that the host had set before goes on.
 ORX_EXPORT void ORXSrvLinearAlgebra_initialize(int& tally);
 /// Stops them in reverse order.
 ORX_EXPORT void ORXSrvLinearAlgebra_finalize(int& tally);
