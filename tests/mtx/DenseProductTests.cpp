@@ -696,4 +696,22 @@ TEST(ProductTiles, GroupsFollowTheBudget) {
   }
 }
 
+TEST(ProductTiles, TilesStayWithinTheMemory) {
+  constexpr int least = 64;
+  for (std::int64_t const values : {std::int64_t{3 * least * least}, std::int64_t{20000},
+                                    std::int64_t{1000000}, std::int64_t{1000000000}})
+    for (ProductShape const& shape :
+         {ProductShape{60000, 60000, 60000, 1024, 1024, 1024}, ProductShape{10, 1000, 100000, 10, 100, 100},
+          ProductShape{1000000, 64, 64, 4096, 64, 64}, ProductShape{64, 2000000, 3, 64, 1, 3}}) {
+      auto const [rows, inner, columns] = TileWithin(values, shape);
+      SCOPED_TRACE(std::to_string(rows) + ' ' + std::to_string(inner) + ' ' + std::to_string(columns));
+      EXPECT_LE(std::int64_t{rows} * inner + std::int64_t{inner} * columns + std::int64_t{rows} * columns,
+                values);
+      for (auto const& [extent, whole] : {std::pair{rows, shape.m}, {inner, shape.k}, {columns, shape.n}}) {
+        EXPECT_GE(extent, std::min(least, whole));
+        EXPECT_LE(extent, whole);
+      }
+    }
+}
+
 } // namespace
