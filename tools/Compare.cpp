@@ -29,9 +29,10 @@ double RelativeDifference(double a, double b, double absolute) {
   return hasOverflown ? std::fabs(a / scale - b / scale) : absolute;
 }
 
-void ComparePair(ValuePair const& pair, Difference& difference) {
+void ComparePair(ValuePair const& pair, Tolerances const& tolerances, Difference& difference) {
   double const absolute = AbsoluteDifference(pair.a, pair.b);
   double const relative = RelativeDifference(pair.a, pair.b, absolute);
+  if (absolute > tolerances.absolute && relative > tolerances.relative) ++difference.beyond;
   if (absolute > difference.absolute) {
     difference.absolute = absolute;
     difference.absoluteAt = pair;
@@ -53,14 +54,18 @@ std::string WorstText(double worst, ValuePair const& at) {
                 Number(at.b).c_str());
 }
 
-std::string ResultText(Difference const& difference, double tolerance) {
+std::string ResultText(Difference const& difference, Tolerances const& tolerances) {
   if (difference.absolute == 0.0) return "equal";
-  return (difference.relative <= tolerance ? "equal within " : "different by more than ") + Number(tolerance);
+  std::string const limits =
+      Number(tolerances.relative) +
+      (tolerances.absolute > 0.0 ? " relative or " + Number(tolerances.absolute) + " absolute" : "");
+  if (difference.beyond == 0) return "equal within " + limits;
+  return "different by more than " + limits + " in " + Counted(difference.beyond, "position", "positions");
 }
 
 } // namespace
 
-Difference Compare(MatrixEntries const& a, MatrixEntries const& b) {
+Difference Compare(MatrixEntries const& a, MatrixEntries const& b, Tolerances const& tolerances) {
   Difference difference;
   auto ofA = a.Items().begin();
   auto ofB = b.Items().begin();
@@ -68,7 +73,8 @@ Difference Compare(MatrixEntries const& a, MatrixEntries const& b) {
     bool const takeA = ofB == b.Items().end() || (ofA != a.Items().end() && !IsBefore(*ofB, *ofA));
     bool const takeB = ofA == a.Items().end() || (ofB != b.Items().end() && !IsBefore(*ofA, *ofB));
     Entry const& place = takeA ? *ofA : *ofB;
-    ComparePair({place.row, place.column, takeA ? ofA->value : 0.0, takeB ? ofB->value : 0.0}, difference);
+    ComparePair({place.row, place.column, takeA ? ofA->value : 0.0, takeB ? ofB->value : 0.0}, tolerances,
+                difference);
     ++(takeA && takeB ? difference.inBoth : takeA ? difference.onlyInA : difference.onlyInB);
     if (takeA) ++ofA;
     if (takeB) ++ofB;
@@ -76,7 +82,8 @@ Difference Compare(MatrixEntries const& a, MatrixEntries const& b) {
   return difference;
 }
 
-Comparison CompareFiles(std::string const& pathA, std::string const& pathB, double tolerance) {
+Comparison CompareFiles(std::string const& pathA, std::string const& pathB, Tolerances const& tolerances) {
+  RefuseTwoStandardInputs(pathA, pathB);
   MatrixEntries const a = LoadMatrix(pathA);
   MatrixEntries const b = LoadMatrix(pathB);
   Comparison comparison;
@@ -87,14 +94,14 @@ Comparison CompareFiles(std::string const& pathA, std::string const& pathB, doub
     return comparison;
   }
   Progress const progress("comparing " + pathA + " and " + pathB);
-  Difference const difference = Compare(a, b);
-  comparison.isEqual = difference.relative <= tolerance;
+  Difference const difference = Compare(a, b, tolerances);
+  comparison.isEqual = difference.beyond == 0;
   comparison.text += Line("in both", std::to_string(difference.inBoth)) +
                      Line("only in A", std::to_string(difference.onlyInA)) +
                      Line("only in B", std::to_string(difference.onlyInB)) +
                      Line("worst absolute", WorstText(difference.absolute, difference.absoluteAt)) +
                      Line("worst relative", WorstText(difference.relative, difference.relativeAt)) +
-                     Line("result", ResultText(difference, tolerance));
+                     Line("result", ResultText(difference, tolerances));
   return comparison;
 }
 

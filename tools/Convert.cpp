@@ -17,14 +17,15 @@ Part PartOf(std::string const& triangle) {
   return triangle == "full" ? Part::Full : Part::AsStored;
 }
 
-ReadOptions ReadOptionsOf(ConvertOptions const& options) {
+ReadOptions ReadOptionsOf(ConvertOptions const& options, InputFile const& in) {
   ReadOptions read;
-  read.kind = options.from.empty() ? RecognizeKind(options.inPath) : KindOfName(options.from);
+  if (!options.from.empty()) read.kind = KindOfName(options.from);
+  read.kind = KindToRead(in, read);
   read.dofsPerNode = options.dofsPerNode;
   if (options.base < 0) return read;
   if (read.kind != FileKind::Triplets && read.kind != FileKind::Commas)
     throw ToolError(ExitCode::WrongUsage, "--base says where the indices of triplets or comma text begin; '" +
-                                              options.inPath + "' is of type " + Describe(*read.kind).name);
+                                              in.Name() + "' is of type " + Describe(*read.kind).name);
   read.base = options.base;
   return read;
 }
@@ -32,7 +33,7 @@ ReadOptions ReadOptionsOf(ConvertOptions const& options) {
 MatrixEntries BothTriangles(MatrixEntries const& matrix, std::string const& name) {
   int const order = std::max(matrix.Rows(), matrix.Columns());
   SymmetricMatrix const symmetric = MakeSymmetric(matrix, MeasureSymmetry(matrix), order, "'" + name + "'");
-  EntryAssembly assembly;
+  EntryAssembly assembly(name);
   for (Entry const& e : symmetric.Lower()) {
     assembly.Add(e.row, e.column, e.value);
     if (e.row != e.column) assembly.Add(e.column, e.row, e.value);
@@ -82,15 +83,17 @@ std::string DiagonalOnlyText(FileKind kind, MatrixEntries const& matrix) {
 
 std::string ConvertText(ConvertOptions const& options) {
   WriteOptions const write{options.to.empty() ? KindOfExtension(options.outPath) : KindOfName(options.to),
-                           PartOf(options.triangle), options.dofsPerNode};
-  ReadOptions const read = ReadOptionsOf(options);
-  MatrixEntries matrix = LoadMatrix(options.inPath, read);
-  std::string const text = InText(options.inPath, *read.kind, matrix);
-  if (write.part != Part::AsStored) matrix = BothTriangles(matrix, options.inPath);
+                           PartOf(options.triangle), options.dofsPerNode, options.digits,
+                           options.isLargeAllowed};
+  ReplacedFile file(options.outPath);
+  InputFile const in(options.inPath);
+  ReadOptions const read = ReadOptionsOf(options, in);
+  MatrixEntries matrix = LoadMatrix(in, read);
+  std::string const text = InText(in.Name(), *read.kind, matrix);
+  if (write.part != Part::AsStored) matrix = BothTriangles(matrix, in.Name());
 
   Progress const progress("writing " + options.outPath);
-  ReplacedFile file(options.outPath);
-  SaveMatrix(file.Path(), matrix, write);
+  file.Let([&](std::string const& path) { SaveMatrix(path, matrix, write); });
   file.TakePlace();
   return text + OutText(options.outPath, write) + LostShapeText(write.kind, matrix) +
          DiagonalOnlyText(write.kind, matrix);

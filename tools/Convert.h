@@ -14,6 +14,8 @@ struct ConvertOptions {
   std::string triangle; ///< lower, upper or full; empty: as stored
   int base = -1;        ///< first index of triplets or comma text that is read; -1: as of its type
   int dofsPerNode = 0;  ///< of text by nodes; 0: not said
+  int digits = 16;      ///< of text without a header, 16 or 17
+  bool isLargeAllowed = false;
 };
 
 /// What `orxmtx convert` prints: both files and what they hold. Writes outPath, as a whole or not at all.

@@ -193,6 +193,10 @@ std::string AllNamesText() {
 
 std::span<FileKindDescription const> FileKinds() { return kinds; }
 
+bool HasHeader(FileKind kind) {
+  return kind != FileKind::Triplets && kind != FileKind::Commas && kind != FileKind::NodeDofs;
+}
+
 FileKindDescription const& Describe(FileKind kind) { return kinds[static_cast<int>(kind)]; }
 
 FileKind KindOfName(std::string const& name) {
@@ -203,6 +207,9 @@ FileKind KindOfName(std::string const& name) {
 }
 
 FileKind KindOfExtension(std::string const& path) {
+  if (path == "-")
+    throw ToolError(ExitCode::WrongUsage,
+                    "standard output has no extension; expected --to, with one of " + AllNamesText());
   std::string const extension = std::filesystem::path(path).extension().string();
   std::string known;
   for (FileKindDescription const& description : kinds) {
@@ -218,7 +225,8 @@ FileKind KindOfExtension(std::string const& path) {
 std::vector<FileKind> CandidateKinds(std::string const& path) {
   Probe const file(path);
   if (!file.IsRegular()) return {FileKind::Triplets};
-  std::string const begin = file.Begin(std::size_t{1} << 16);
+  std::string begin = file.Begin(std::size_t{1} << 16);
+  if (begin.starts_with(byteOrderMark)) begin.erase(0, byteOrderMark.size());
   if (BeginsWithBanner(begin)) return {KindOfBanner(begin)};
 
   std::vector<FileKind> candidates;
@@ -228,6 +236,11 @@ std::vector<FileKind> CandidateKinds(std::string const& path) {
   if (IsChunks(file)) candidates.push_back(FileKind::Chunks);
   if (IsDense(file)) candidates.push_back(FileKind::Dense);
   return candidates;
+}
+
+bool BeginsWithByteOrderMark(std::string const& path) {
+  Probe const file(path);
+  return file.IsRegular() && file.Begin(byteOrderMark.size()) == byteOrderMark;
 }
 
 FileKind RecognizeKind(std::string const& path) {

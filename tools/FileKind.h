@@ -2,6 +2,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The types of matrix files, their names on the command line, and how a file's type is told from its content.
@@ -30,16 +31,22 @@ struct FileKindDescription {
 /// All of them, in the order of the enumeration.
 std::span<FileKindDescription const> FileKinds();
 FileKindDescription const& Describe(FileKind kind);
+/// Whether a file says its shape, and whether one triangle stands for both.
+bool HasHeader(FileKind kind);
 
 /// The type that a name stands for; another name is a ToolError.
 FileKind KindOfName(std::string const& name);
 /// The type that a path's extension stands for; a ToolError lists the extensions.
 FileKind KindOfExtension(std::string const& path);
 
+/// What some editors put before text, to say that it is UTF-8. It is no part of the text.
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+bool BeginsWithByteOrderMark(std::string const& path);
+
 /// Every type whose rules the whole file meets. Binary types: the header and the ends of the tables agree
 /// with each other and with the size of the file to the byte; a block file may end with its last value
 /// instead of its last block. Text is told by its first line. What is no regular file cannot be looked at
-/// twice and counts as text triplets.
+/// twice and counts as text triplets; InputFile makes a regular one of it.
 std::vector<FileKind> CandidateKinds(std::string const& path);
 
 /// The one candidate; none or several are a ToolError that says how to go on.

@@ -14,7 +14,7 @@ constexpr std::int64_t largestIndex = INT_MAX - 1;
 
 MatrixEntries ReadLines(std::string const& path, int base, char separator, char const* form) {
   TextLines lines(path);
-  EntryAssembly assembly;
+  EntryAssembly assembly(path);
   while (lines.Next(separator)) {
     lines.RequireFields(3, form);
     std::int64_t const row = lines.Integer(0, "a row", base, largestIndex + base);
@@ -35,13 +35,14 @@ struct NodeDofEntry {
 /// What is read before it is known how many degrees of freedom a node has.
 class NodeDofFile {
 public:
-  NodeDofFile(std::string const& path, int dofsPerNode) : m_lines(path), m_dofsPerNode(dofsPerNode) {
+  NodeDofFile(std::string const& path, int dofsPerNode)
+      : m_path(path), m_lines(path), m_dofsPerNode(dofsPerNode) {
     while (m_lines.Next(','))
       TakeLine();
   }
 
   MatrixEntries Assemble() const {
-    EntryAssembly assembly;
+    EntryAssembly assembly(m_path);
     for (NodeDofEntry const& e : m_entries) {
       std::int64_t const column =
           e.columnDof == 0 ? std::int64_t{e.columnNode} : Unknown(e.columnNode, e.columnDof);
@@ -81,6 +82,7 @@ private:
   /// Unless said otherwise; more than any element has, and few enough for twenty million nodes.
   static constexpr std::int64_t mostDofs = 100;
 
+  std::string m_path;
   TextLines m_lines;
   int m_dofsPerNode;
   std::int32_t m_largestDof = 1;

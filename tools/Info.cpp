@@ -10,16 +10,37 @@
 namespace orx::tool {
 namespace {
 
+/// A sum of many values as exact as one of few: what an addition loses is kept, and added in the end.
+class CompensatedSum {
+public:
+  void Add(double value) {
+    double const sum = m_sum + value;
+    m_lost += std::fabs(m_sum) >= std::fabs(value) ? (m_sum - sum) + value : (value - sum) + m_sum;
+    m_sum = sum;
+  }
+  /// A sum beyond the largest double is infinite; what is lost then is no number.
+  double Value() const { return std::isfinite(m_sum) ? m_sum + m_lost : m_sum; }
+
+private:
+  double m_sum = 0.0;
+  double m_lost = 0.0;
+};
+
 /// Per row or column: the sum of magnitudes, and whether there is a value other than 0.
 class Lines {
 public:
-  explicit Lines(int count) : m_sums(static_cast<std::size_t>(count), 0.0), m_used(m_sums.size(), false) {}
+  explicit Lines(int count) : m_sums(static_cast<std::size_t>(count)), m_used(m_sums.size(), false) {}
 
   void Add(std::uint32_t line, double value) {
     if (value != 0.0) m_used[line] = true;
-    if (std::isfinite(value)) m_sums[line] += std::fabs(value);
+    if (std::isfinite(value)) m_sums[line].Add(std::fabs(value));
   }
-  double LargestSum() const { return m_sums.empty() ? 0.0 : *std::max_element(m_sums.begin(), m_sums.end()); }
+  double LargestSum() const {
+    double largest = 0.0;
+    for (CompensatedSum const& sum : m_sums)
+      largest = std::max(largest, sum.Value());
+    return largest;
+  }
   std::vector<int> Zero() const {
     std::vector<int> zero;
     for (std::size_t i = 0; i < m_used.size(); ++i)
@@ -28,7 +49,7 @@ public:
   }
 
 private:
-  std::vector<double> m_sums;
+  std::vector<CompensatedSum> m_sums;
   std::vector<bool> m_used;
 };
 
@@ -47,12 +68,12 @@ void MeasureEntry(Entry const& e, Measures& m) {
 /// Scaled by the largest magnitude, so that no square over- or underflows.
 double FrobeniusNorm(std::span<Entry const> entries, double largest) {
   if (largest == 0.0) return 0.0;
-  double sum = 0.0;
+  CompensatedSum sum;
   for (Entry const& e : entries) {
     double const scaled = e.value / largest;
-    if (std::isfinite(e.value)) sum += scaled * scaled;
+    if (std::isfinite(e.value)) sum.Add(scaled * scaled);
   }
-  return largest * std::sqrt(sum);
+  return largest * std::sqrt(sum.Value());
 }
 
 std::string Count(std::int64_t count) { return std::to_string(count); }
@@ -117,8 +138,10 @@ Measures Measure(MatrixEntries const& matrix) {
   return measures;
 }
 
-std::string InfoText(std::string const& path) {
-  MatrixEntries const matrix = LoadMatrix(path);
+std::string InfoText(std::string const& name) {
+  InputFile const file(name);
+  std::string const& path = file.Name();
+  MatrixEntries const matrix = LoadMatrix(file);
   Progress const progress("measuring " + path);
   Symmetry const symmetry = MeasureSymmetry(matrix);
   return Line("file", path) + ShapeText(matrix, symmetry) + Line("symmetry", FormText(symmetry)) +

@@ -1,6 +1,7 @@
 #include "tools/MatrixExport.h"
 
 #include "tools/MatrixMarket.h"
+#include "tools/OutputFile.h"
 #include "tools/SymmetricFiles.h"
 #include "tools/Symmetry.h"
 #include "tools/Text.h"
@@ -27,9 +28,47 @@ void Export(std::string const& path, MatrixEntries const& matrix, Part part, int
   general.Export(path.c_str(), code, dofs);
 }
 
+/// The types of text without a header, with 17 digits instead of the library's 16.
+void WriteAllDigits(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
+  OutputFile file(path);
+  auto const nodeAndDof = [&](std::uint32_t unknown) {
+    auto const dofs = static_cast<std::uint32_t>(options.dofsPerNode);
+    return Format("%u,%u,", unknown / dofs + 1, unknown % dofs + 1);
+  };
+  bool const isSquare = matrix.Rows() == matrix.Columns();
+  for (Entry const& e : matrix.Items()) {
+    if (!IsInPart(e, options.part)) continue;
+    if (options.kind == FileKind::Triplets)
+      file.Write(Format("%u %u ", e.row + 1, e.column + 1));
+    else if (options.kind == FileKind::Commas)
+      file.Write(Format("%u,%u, ", e.row, e.column));
+    else
+      file.Write(nodeAndDof(e.row) + (isSquare ? nodeAndDof(e.column) : Format("%u,0,", e.column)));
+    file.Write(Format("%.16e\n", e.value));
+  }
+  file.Close();
+}
+
+/// Asks before a file that holds every position grows far beyond what it has to tell.
+void RequireLargeAllowed(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
+  constexpr double large = 1e9;
+  constexpr double bytesOfEntry = 24.0;
+  double const bytes = (options.kind == FileKind::Dense ? 8.0 : 2.0) * matrix.Rows() * matrix.Columns();
+  bool const isSparse = bytes > 10.0 * bytesOfEntry * static_cast<double>(matrix.Items().size());
+  if (options.isLargeAllowed || bytes < large || !isSparse) return;
+  throw ToolError(
+      ExitCode::WrongUsage,
+      Format("'%s' becomes %s, of %d x %d values that are nearly all 0; --yes writes it, other types "
+             "are smaller",
+             path.c_str(), Gigabytes(bytes).c_str(), matrix.Rows(), matrix.Columns()));
+}
+
+void RequireDofsPerNode(WriteOptions const& options) {
+  if (options.dofsPerNode < 1) throw ToolError(ExitCode::WrongUsage, "text by nodes needs --dofs-per-node");
+}
+
 /// Nodes and degrees of freedom from 1, as many of them at each node.
 void ExportNodeDofs(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
-  if (options.dofsPerNode < 1) throw ToolError(ExitCode::WrongUsage, "text by nodes needs --dofs-per-node");
   ORXSimArray<ORXSrvNodeDof> equations(std::max(matrix.Rows(), matrix.Columns()));
   for (int i = 0; i < equations.Size(); ++i)
     equations[i] = {i / options.dofsPerNode + 1, i % options.dofsPerNode + 1};
@@ -103,6 +142,10 @@ void SaveMarket(std::string const& path, MatrixEntries const& matrix, WriteOptio
 } // namespace
 
 void SaveMatrix(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
+  if (options.kind == FileKind::NodeDofs) RequireDofsPerNode(options);
+  if (options.kind == FileKind::Dense || options.kind == FileKind::MatrixMarketArray)
+    RequireLargeAllowed(path, matrix, options);
+  if (options.digits == 17 && !HasHeader(options.kind)) return WriteAllDigits(path, matrix, options);
   switch (options.kind) {
   case FileKind::Triplets:
     return Export(path, matrix, options.part, 3);

@@ -18,6 +18,8 @@ struct WriteOptions {
   FileKind kind = FileKind::Triplets;
   Part part = Part::AsStored;
   int dofsPerNode = 0; ///< of text by nodes
+  int digits = 16;     ///< of values in text without a header: 16, or 17, which give the same double back
+  bool isLargeAllowed = false; ///< a file of gigabytes that are nearly all zeros
 };
 
 /// Writes a matrix as a file of any type. With a part other than AsStored it is symmetric, with both

@@ -2,6 +2,7 @@
 
 #include "tools/HeaderlessText.h"
 #include "tools/MatrixMarket.h"
+#include "tools/Memory.h"
 #include "tools/Progress.h"
 #include "tools/Text.h"
 #include "tools/ToolError.h"
@@ -22,7 +23,7 @@ MatrixEntries Import(std::string const& path, int code) {
 /// The library gives the entries of a symmetric form as a diagonal and pairs.
 MatrixEntries ImportSymmetric(std::string const& path, int code) {
   MatrixEntries const unordered = Import(path, code);
-  EntryAssembly assembly;
+  EntryAssembly assembly(path);
   for (Entry const& e : unordered.Items())
     assembly.Add(e.row, e.column, e.value);
   MatrixEntries entries = assembly.Finish();
@@ -49,12 +50,8 @@ void RequireLastChunk(std::string const& path) {
                            path.c_str()));
 }
 
-bool HasHeader(FileKind kind) {
-  return kind != FileKind::Triplets && kind != FileKind::Commas && kind != FileKind::NodeDofs;
-}
-
 MatrixEntries LoadTriplets(std::string const& path, int base) {
-  return base == 1 ? Import(path, 3) : ReadTriplets(path, base);
+  return base == 1 && !BeginsWithByteOrderMark(path) ? Import(path, 3) : ReadTriplets(path, base);
 }
 
 MatrixEntries LoadAs(FileKind kind, std::string const& path, ReadOptions const& options) {
@@ -95,13 +92,27 @@ void MatrixEntries::Enlarge(int rows, int columns) {
   m_columns = std::max(m_columns, columns);
 }
 
-MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options) {
-  RequireReadable(path);
-  Progress const progress("reading " + path);
-  FileKind const kind = options.kind ? *options.kind : RecognizeKind(path);
-  MatrixEntries entries = LoadAs(kind, path, options);
+MatrixEntries EntryAssembly::Finish() {
+  RequireRoomForTables(m_name, m_rows, m_columns, AvailableMemory());
+  m_matrix.EndAssembly();
+  return MatrixEntries(m_matrix);
+}
+
+FileKind KindToRead(InputFile const& file, ReadOptions const& options) {
+  return options.kind ? *options.kind : file.Let([](std::string const& path) { return RecognizeKind(path); });
+}
+
+MatrixEntries LoadMatrix(InputFile const& file, ReadOptions const& options) {
+  Progress const progress("reading " + file.Name());
+  FileKind const kind = KindToRead(file, options);
+  MatrixEntries entries = file.Let([&](std::string const& path) { return LoadAs(kind, path, options); });
+  RequireRoomForTables(file.Name(), entries.Rows(), entries.Columns(), AvailableMemory());
   if (HasHeader(kind)) entries.DeclareWhole();
   return entries;
+}
+
+MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options) {
+  return LoadMatrix(InputFile(path), options);
 }
 
 } // namespace orx::tool

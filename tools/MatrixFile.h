@@ -1,13 +1,17 @@
 #pragma once
 
 #include "tools/FileKind.h"
+#include "tools/InputFile.h"
 
 #include "mtx/ORXSrvSparseMatrix.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 
 namespace orx::tool {
 
@@ -44,26 +48,35 @@ struct ReadOptions {
   int dofsPerNode = 0;          ///< of text by nodes; 0: the largest degree of freedom in the file
 };
 
+/// The type to read a file as: the one that is said, or the one that its content shows.
+FileKind KindToRead(InputFile const& file, ReadOptions const& options);
+
 /// Reads a matrix of any type; values at one position are summed, symmetric binary types give both triangles.
 /// Text without a header ends with its largest row and column: what follows the last entry is not known to
 /// it. What cannot be opened or recognized is a ToolError; what is malformed too, or the library's own
 /// exception, with path and line or offset.
+MatrixEntries LoadMatrix(InputFile const& file, ReadOptions const& options = {});
 MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options = {});
 
-/// Adds zero-based entries to a matrix and compresses it.
+/// Adds zero-based entries to a matrix and compresses it. Dimensions that the memory has no room for are a
+/// ToolError that begins with `name`.
 class EntryAssembly {
 public:
-  EntryAssembly() : m_matrix(0, 0) { m_matrix.BeginAssembly(); }
+  explicit EntryAssembly(std::string name) : m_name(std::move(name)), m_matrix(0, 0) {
+    m_matrix.BeginAssembly();
+  }
   /// Indices below 2147483647.
   void Add(std::int64_t row, std::int64_t column, double value) {
+    m_rows = std::max(m_rows, row + 1);
+    m_columns = std::max(m_columns, column + 1);
     m_matrix.AddData(static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(column), value);
   }
-  MatrixEntries Finish() {
-    m_matrix.EndAssembly();
-    return MatrixEntries(m_matrix);
-  }
+  MatrixEntries Finish();
 
 private:
+  std::string m_name;
+  std::int64_t m_rows = 0;
+  std::int64_t m_columns = 0;
   ORXSrvSparseMatrix m_matrix;
 };
 

@@ -26,7 +26,7 @@ std::string LowerCase(std::string_view text) {
 
 class MarketReader {
 public:
-  explicit MarketReader(std::string const& path) : m_lines(path) {}
+  explicit MarketReader(std::string const& path) : m_lines(path), m_assembly(path) {}
 
   MatrixEntries Read() {
     TakeBanner();

@@ -38,8 +38,6 @@ std::optional<std::uint64_t> AvailableInControlGroup() {
   return *limit - std::min(*limit, *used);
 }
 
-std::string Gigabytes(std::uint64_t bytes) { return Format("%.1f GB", static_cast<double>(bytes) / 1e9); }
-
 } // namespace
 
 std::optional<std::uint64_t> AvailableMemory() {
@@ -64,7 +62,21 @@ void RequireFits(int order, std::optional<std::uint64_t> available) {
   if (available && needed > *available)
     throw ToolError(ExitCode::Failure,
                     Format("order %d: the dense matrices need %s of memory, %s are available", order,
-                           Gigabytes(needed).c_str(), Gigabytes(*available).c_str()));
+                           Gigabytes(static_cast<double>(needed)).c_str(),
+                           Gigabytes(static_cast<double>(*available)).c_str()));
+}
+
+void RequireRoomForTables(std::string const& name, std::int64_t rows, std::int64_t columns,
+                          std::optional<std::uint64_t> available) {
+  constexpr std::uint64_t bytesOfLine = 50;
+  std::uint64_t const needed = bytesOfLine * static_cast<std::uint64_t>(std::max(rows, columns));
+  if (available && needed > *available)
+    throw ToolError(ExitCode::Failure,
+                    Format("'%s': the matrix is %lld x %lld, whose tables of rows and columns need %s of "
+                           "memory, %s are available",
+                           name.c_str(), static_cast<long long>(rows), static_cast<long long>(columns),
+                           Gigabytes(static_cast<double>(needed)).c_str(),
+                           Gigabytes(static_cast<double>(*available)).c_str()));
 }
 
 } // namespace orx::tool

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace orx::tool {
 
@@ -15,5 +16,10 @@ std::uint64_t EigensolutionMemory(int order) noexcept;
 
 /// Refuses an order whose dense matrices do not fit, before any of them is allocated.
 void RequireFits(int order, std::optional<std::uint64_t> available);
+
+/// Refuses a sparse matrix whose rows and columns, with or without entries, do not fit: 50 bytes each, of row
+/// pointers and sums.
+void RequireRoomForTables(std::string const& name, std::int64_t rows, std::int64_t columns,
+                          std::optional<std::uint64_t> available);
 
 } // namespace orx::tool

@@ -1,6 +1,8 @@
 #include "tools/Modes.h"
 
+#include "tools/MatrixExport.h"
 #include "tools/ModalProblem.h"
+#include "tools/OutputFile.h"
 #include "tools/Progress.h"
 #include "tools/Text.h"
 #include "tools/ToolError.h"
@@ -9,6 +11,7 @@
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <system_error>
 
 namespace orx::tool {
@@ -27,12 +30,17 @@ constexpr double noDigit = 0.5;
 /// A matrix of the pair as it was found in its file.
 struct Source {
   std::string name; ///< K or M
-  std::string path;
+  std::string path; ///< as messages call it
   MatrixEntries entries;
   Symmetry symmetry;
 
-  Source(char const* letter, std::string const& file)
-      : name(letter), path(file), entries(LoadMatrix(file)), symmetry(MeasureSymmetry(entries)) {}
+  Source(char const* letter, std::string const& file) : Source(letter, InputFile(file)) {}
+  Source(char const* letter, InputFile const& file)
+      : name(letter), path(file.Name()), entries(LoadMatrix(file)), symmetry(MeasureSymmetry(entries)) {
+    if (Order() == 0)
+      throw ToolError(ExitCode::UnusableInput,
+                      name + " ('" + path + "') is empty; expected row column value items");
+  }
   int Order() const { return std::max(entries.Rows(), entries.Columns()); }
 };
 
@@ -219,15 +227,44 @@ std::string TableText(ModalSolution const& solution) {
   return text;
 }
 
-void ExportShapes(ModalSolution const& solution, std::string const& path) {
-  ORXSrvSparseMatrix shapes(0, 0);
-  shapes.BeginAssembly();
-  for (std::uint32_t k = 0; k < solution.modes.size(); ++k)
-    for (std::uint32_t i = 0; i < solution.modes[k].shape.size(); ++i)
-      shapes.AddData(i, k, solution.modes[k].shape[i]);
-  shapes.EndAssembly();
-  shapes.Export(path.c_str(), 3, nullptr);
+FileKind KindOfShapes(std::string const& path) {
+  FileKind kind = FileKind::Triplets;
+  for (FileKindDescription const& description : FileKinds())
+    if (description.extension != nullptr && path.ends_with(description.extension)) kind = description.kind;
+  for (FileKind const known : {FileKind::Triplets, FileKind::Commas, FileKind::MatrixMarket, FileKind::Dense})
+    if (kind == known) return kind;
+  throw ToolError(ExitCode::WrongUsage, "--shapes '" + path + "': a file of type " + Describe(kind).name +
+                                            " cannot hold them; expected .txt, .csv, .mtx or .bin");
 }
+
+MatrixEntries ShapesOf(ModalSolution const& solution, int order, std::string const& path) {
+  EntryAssembly assembly(path);
+  auto const count = static_cast<std::int64_t>(solution.modes.size());
+  for (std::int64_t mode = 0; mode < count; ++mode)
+    for (std::int64_t i = 0; i < order; ++i)
+      assembly.Add(i, mode, solution.modes[mode].shape[i]);
+  MatrixEntries shapes = assembly.Finish();
+  shapes.Enlarge(order, static_cast<int>(count));
+  return shapes;
+}
+
+/// The file of shapes, from before the modes are known.
+class ShapesFile {
+public:
+  explicit ShapesFile(std::string const& path) : m_kind(KindOfShapes(path)), m_file(path) {}
+
+  void Write(MatrixEntries const& shapes) {
+    WriteOptions options;
+    options.kind = m_kind;
+    options.isLargeAllowed = true;
+    m_file.Let([&](std::string const& path) { SaveMatrix(path, shapes, options); });
+    m_file.TakePlace();
+  }
+
+private:
+  FileKind m_kind;
+  ReplacedFile m_file;
+};
 
 void RefuseToOverwriteInput(ModesOptions const& options) {
   std::error_code ignored;
@@ -237,20 +274,15 @@ void RefuseToOverwriteInput(ModesOptions const& options) {
                       "--shapes names the input file '" + input + "'; expected another file");
 }
 
-void RequireEntries(Source const& source) {
-  if (source.Order() == 0)
-    throw ToolError(ExitCode::UnusableInput,
-                    source.name + " ('" + source.path + "') is empty; expected row column value items");
-}
-
 } // namespace
 
-std::string ModesText(ModesOptions const& options) {
+void PrintModes(ModesOptions const& options, std::function<void(std::string const&)> const& print) {
+  RefuseTwoStandardInputs(options.stiffnessPath, options.massPath);
   RefuseToOverwriteInput(options);
+  std::optional<ShapesFile> shapes;
+  if (!options.shapesPath.empty()) shapes.emplace(options.shapesPath);
   Source const k("K", options.stiffnessPath);
   Source const m("M", options.massPath);
-  RequireEntries(k);
-  RequireEntries(m);
   RequireAsStated(k);
   RequireAsStated(m);
   RequireOneOrder(k, m);
@@ -263,13 +295,11 @@ std::string ModesText(ModesOptions const& options) {
     return SolveModes(stiffness, mass, options.count, k.symmetry.worstDifference);
   }();
 
-  std::string text = SourceText(k, order) + SourceText(m, order) + MethodText(solution) +
-                     ExceptionsText(solution) + ModeNotesText(solution, options.count);
-  if (!options.shapesPath.empty()) {
-    ExportShapes(solution, options.shapesPath);
-    text += Note("shapes: " + options.shapesPath + ", rows by modes, scaled to |x^T M x| = 1");
-  }
-  return text + TableText(solution);
+  print(SourceText(k, order) + SourceText(m, order) + MethodText(solution) + ExceptionsText(solution) +
+        ModeNotesText(solution, options.count) + TableText(solution));
+  if (!shapes) return;
+  shapes->Write(ShapesOf(solution, order, options.shapesPath));
+  print(Note("shapes: " + options.shapesPath + ", rows by modes, scaled to |x^T M x| = 1"));
 }
 
 } // namespace orx::tool

@@ -2,6 +2,7 @@
 
 #include "tools/Symmetry.h"
 
+#include <functional>
 #include <string>
 
 namespace orx::tool {
@@ -10,11 +11,12 @@ struct ModesOptions {
   std::string stiffnessPath;
   std::string massPath;
   int count = 10;
-  std::string shapesPath; ///< empty: the shapes are not written
+  std::string shapesPath; ///< of a type by its extension, else triplets; empty: the shapes are not written
 };
 
-/// What `orxmtx modes` prints: lines starting with '#' that say what was found and done, then one line per
-/// mode. Writes the shapes file when one is asked for.
-std::string ModesText(ModesOptions const& options);
+/// Prints what `orxmtx modes` prints, by `print`: lines starting with '#' that say what was found and done,
+/// then one line per mode. Then writes the shapes file when one is asked for, which is begun before all else:
+/// it shows at once when it cannot be, and when it cannot be written later, the modes have been printed.
+void PrintModes(ModesOptions const& options, std::function<void(std::string const&)> const& print);
 
 } // namespace orx::tool

@@ -1,10 +1,14 @@
 #include "tools/OutputFile.h"
 
+#include "tools/Text.h"
 #include "tools/ToolError.h"
+
+#include "core/ORXBasException.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -12,6 +16,34 @@
 #include <unistd.h>
 
 namespace orx::tool {
+namespace {
+
+bool isReaderGone = false;
+
+/// The path that a signal handler unlinks; empty when there is none. An array, because the handler may run at
+/// any time.
+std::array<char, 4096> unfinished{};
+
+extern "C" void RemoveUnfinished(int signal) {
+  if (unfinished[0] != '\0') unlink(unfinished.data());
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+/// A signal that the caller has ignored, as nohup does, stays ignored.
+void RemoveWhenInterrupted(std::string const& path) {
+  unfinished[0] = '\0';
+  if (path.empty() || path.size() >= unfinished.size()) return;
+  std::copy(path.begin() + 1, path.end() + 1, unfinished.begin() + 1);
+  unfinished[0] = path[0]; // last, so that the handler never sees half a path
+  for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction present {};
+    if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
+      std::signal(signal, RemoveUnfinished);
+  }
+}
+
+} // namespace
 
 OutputFile::OutputFile(std::string const& path) : m_path(path), m_file(std::fopen(path.c_str(), "w")) {
   if (m_file == nullptr) Fail();
@@ -36,25 +68,77 @@ void OutputFile::Fail() const {
   throw ToolError(ExitCode::Failure, "cannot write '" + m_path + "': " + std::strerror(errno));
 }
 
-ReplacedFile::ReplacedFile(std::string const& target) : m_target(target) {
+void PrintOut(std::string const& text) {
+  bool const isWritten = std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+  if (isWritten || isReaderGone) return;
+  if (errno != EPIPE)
+    throw ToolError(ExitCode::Failure, std::string("standard output: ") + std::strerror(errno));
+  isReaderGone = true;
+}
+
+void EndIfReaderIsGone() {
+  if (!isReaderGone) return;
+  std::signal(SIGPIPE, SIG_DFL);
+  std::raise(SIGPIPE);
+}
+
+ReplacedFile::ReplacedFile(std::string const& target) : m_name(target), m_target(target) {
   std::error_code ignored;
-  auto const real = std::filesystem::weakly_canonical(target, ignored);
+  if (std::filesystem::is_directory(target, ignored))
+    throw ToolError(ExitCode::Failure, "cannot write '" + target + "': expected a file, found a folder");
+  bool const isReplaceable =
+      !std::filesystem::exists(target, ignored) || std::filesystem::is_regular_file(target, ignored);
+  if (target != "-" && isReplaceable) {
+    CreateBeside();
+  } else {
+    m_stream.emplace();
+    m_path = m_stream->Path();
+  }
+}
+
+void ReplacedFile::CreateBeside() {
+  std::error_code ignored;
+  auto const real = std::filesystem::weakly_canonical(m_name, ignored);
   if (!ignored && !real.empty()) m_target = real.string();
-  if (std::filesystem::exists(m_target, ignored) && !std::filesystem::is_regular_file(m_target, ignored))
-    throw ToolError(ExitCode::Failure,
-                    "cannot write '" + target + "': expected a file, found a folder or device");
   std::string const path = m_target + ".new" + std::to_string(getpid());
   int const file = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
   if (file < 0) Fail("cannot write");
   close(file);
   m_path = path;
+  RemoveWhenInterrupted(path);
 }
 
 ReplacedFile::~ReplacedFile() {
-  if (!m_path.empty()) unlink(m_path.c_str());
+  if (!m_path.empty() && !m_stream) unlink(m_path.c_str());
+  if (!m_stream) RemoveWhenInterrupted("");
+}
+
+void ReplacedFile::Rethrow() const {
+  try {
+    throw;
+  } catch (ToolError const& e) {
+    throw ToolError(e.Code(), Replaced(e.what(), m_path, m_name));
+  } catch (ORXBasException const& e) {
+    throw ToolError(ExitCode::Failure, Replaced(e.AsString().AsText(), m_path, m_name));
+  }
+}
+
+void ReplacedFile::Stream() const {
+  int const target = m_name == "-" ? dup(STDOUT_FILENO) : open(m_name.c_str(), O_WRONLY | O_CLOEXEC);
+  bool const isWritten = target >= 0 && m_stream->CopyTo(target);
+  int const reason = errno;
+  if (target >= 0) close(target);
+  if (isWritten) return;
+  if (reason == EPIPE) {
+    isReaderGone = true;
+    return;
+  }
+  errno = reason;
+  Fail("cannot write");
 }
 
 void ReplacedFile::TakePlace() {
+  if (m_stream) return Stream();
   int const file = open(m_path.c_str(), O_WRONLY | O_CLOEXEC);
   bool const isOnDisk = file >= 0 && fsync(file) == 0;
   if (file >= 0) close(file);
@@ -67,7 +151,7 @@ void ReplacedFile::TakePlace() {
 }
 
 void ReplacedFile::Fail(char const* what) const {
-  throw ToolError(ExitCode::Failure, std::string(what) + " '" + m_target + "': " + std::strerror(errno));
+  throw ToolError(ExitCode::Failure, std::string(what) + " '" + m_name + "': " + std::strerror(errno));
 }
 
 } // namespace orx::tool

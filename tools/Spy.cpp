@@ -63,7 +63,7 @@ std::string DrawPng(MatrixEntries const& matrix, SpyOptions const& options) {
   int const magnification = options.pngSize / std::max(size.width, size.height);
   Raster const raster = Rasterize(matrix, size.width, size.height);
   ReplacedFile file(options.pngPath);
-  WritePng(file.Path(), raster, magnification);
+  file.Let([&](std::string const& path) { WritePng(path, raster, magnification); });
   file.TakePlace();
   return Line("picture", Format("%s, %d x %d pixels", options.pngPath.c_str(), size.width * magnification,
                                 size.height * magnification)) +

@@ -36,6 +36,14 @@ std::string Line(char const* label, std::string const& text) {
   return Format("%-20s %s\n", (std::string(label) + ":").c_str(), text.c_str());
 }
 
+std::string Replaced(std::string text, std::string const& part, std::string const& by) {
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + by.size()))
+    text.replace(at, part.size(), by);
+  return text;
+}
+
+std::string Gigabytes(double bytes) { return Format("%.1f GB", bytes / 1e9); }
+
 std::string Number(double value) {
   std::array<char, 32> text{};
   char* const end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;

@@ -18,6 +18,12 @@ std::string ShortList(std::vector<int> const& positions);
 /// "label:   text", the texts of several lines below one another.
 std::string Line(char const* label, std::string const& text);
 
+/// The text with every `part` in it replaced.
+std::string Replaced(std::string text, std::string const& part, std::string const& by);
+
+/// "3.2 GB".
+std::string Gigabytes(double bytes);
+
 /// A value so that it reads back as the same number, in as few digits as that takes.
 std::string Number(double value);
 

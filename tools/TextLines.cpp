@@ -68,7 +68,9 @@ std::string Quoted(std::string_view text) {
   return '"' + quoted + (text.size() > longest ? "...\"" : "\"");
 }
 
-TextLines::TextLines(std::string const& path) : m_path(path), m_text(ReadWhole(path)) {}
+TextLines::TextLines(std::string const& path) : m_path(path), m_text(ReadWhole(path)) {
+  if (m_text.starts_with(byteOrderMark)) m_next = byteOrderMark.size();
+}
 
 bool TextLines::NextLine() {
   m_fieldCount = 0;

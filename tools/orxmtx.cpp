@@ -6,20 +6,20 @@
 #include "tools/Database.h"
 #include "tools/Info.h"
 #include "tools/Modes.h"
+#include "tools/OutputFile.h"
 #include "tools/Spy.h"
 #include "tools/ToolError.h"
 
 #include "core/ORXBasException.h"
 #include "core/mem_Allocator.h"
 #include "module/ORXSrvLinearAlgebra.h"
-#include "mtx/ORXSrvMtxOpenFileException.h"
 
 #include <CLI/CLI.hpp>
 
-#include <cerrno>
+#include <cfloat>
 #include <climits>
+#include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <functional>
 #include <new>
@@ -30,37 +30,41 @@ namespace {
 using orx::tool::ExitCode;
 using orx::tool::ToolError;
 
-constexpr char footer[] = "Exit codes:\n"
-                          "  0  done\n"
-                          "  1  an input file cannot be used: missing, malformed, not symmetric, not square\n"
-                          "  2  wrong usage of the command line\n"
-                          "  3  the work failed: no convergence, no definite combination of K and M, out of\n"
-                          "     memory, output not written\n"
-                          "\n"
-                          "orxmtx cmp ends with 0 for equal, 1 for different matrices, and 2 for any error.\n"
-                          "\n"
-                          "Matrix files are of any type that orxmtx convert --help lists; which one is seen\n"
-                          "from their content. In text, values at one position are summed.";
+constexpr char footer[] =
+    "Exit codes:\n"
+    "  0  done\n"
+    "  1  an input file cannot be used: missing, malformed, not symmetric, not square\n"
+    "  2  wrong usage of the command line\n"
+    "  3  the work failed: no convergence, no definite combination of K and M, out of\n"
+    "     memory, output not written\n"
+    "\n"
+    "orxmtx cmp ends with 0 for equal, 1 for different matrices, and 2 for any error.\n"
+    "\n"
+    "Matrix files are of any type that orxmtx convert --help lists; which one is seen\n"
+    "from their content. In text, values at one position are summed. \"-\" is standard\n"
+    "input, or standard output: what is said besides then goes to standard error.";
 
 int Fail(ExitCode code, std::string const& message) {
   std::fprintf(stderr, "orxmtx: %s\n", message.c_str());
   return static_cast<int>(code);
 }
 
-void Print(std::string const& text) {
-  bool const written = std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
-  if (!written) throw ToolError(ExitCode::Failure, std::string("standard output: ") + std::strerror(errno));
+using Print = std::function<void(std::string const&)>;
+
+void PrintError(std::string const& text) { std::fputs(text.c_str(), stderr); }
+
+/// Where what a command says goes, when what it makes may go to standard output.
+Print PrintBeside(std::string const& outPath) {
+  return outPath == "-" ? Print(PrintError) : Print(orx::tool::PrintOut);
 }
 
-int Perform(std::function<std::string()> const& work) {
+int Perform(std::function<void()> const& work) {
   try {
     ORXSrvLinearAlgebraSession const session;
-    Print(work());
+    work();
     return static_cast<int>(ExitCode::Success);
   } catch (ToolError const& e) {
     return Fail(e.Code(), e.what());
-  } catch (ORXSrvMtxOpenFileException const& e) {
-    return Fail(ExitCode::UnusableInput, e.AsString().AsText());
   } catch (ORXBasException const& e) {
     return Fail(ExitCode::Failure, e.AsString().AsText());
   } catch (mem_OutOfMemory const& e) {
@@ -94,7 +98,8 @@ std::string ConvertFooter() {
          "is needed to write; to read, N is else the largest degree of freedom in the file.\n"
          "\n"
          "Matrix Market files come out symmetric or skew-symmetric where the matrix is, general\n"
-         "with --triangle full. The first three types keep 16 digits of a value, the others all.\n"
+         "with --triangle full. The first three types keep 16 digits of a value, all with\n"
+         "--digits 17; the others keep all.\n"
          "Values up to 1e-16 of a dense file are read as zeros. Text without a header ends with\n"
          "its largest row and column. OUT may be IN: it is replaced as a whole, when complete.";
 }
@@ -114,6 +119,11 @@ void AddConvert(CLI::App& app, orx::tool::ConvertOptions& options) {
   convert->add_option("--dofs-per-node", options.dofsPerNode, "of text by nodes")
       ->type_name("N")
       ->check(CLI::Range(1, 1000000).description(""));
+  convert->add_option("--digits", options.digits, "16 or 17, of values in text without a header")
+      ->capture_default_str()
+      ->type_name("COUNT")
+      ->check(CLI::IsMember({16, 17}).description(""));
+  convert->add_flag("--yes", options.isLargeAllowed, "write a file of gigabytes that are nearly all zeros");
   convert->footer(ConvertFooter());
 }
 
@@ -136,18 +146,22 @@ void AddSpy(CLI::App& app, orx::tool::SpyOptions& options) {
 struct CompareOptions {
   std::string pathA;
   std::string pathB;
-  double tolerance = 0.0;
+  orx::tool::Tolerances tolerances;
 };
 
 void AddCompare(CLI::App& app, CompareOptions& options) {
   CLI::App* const cmp = app.add_subcommand("cmp", "Say how two matrix files differ");
   cmp->add_option("A", options.pathA, "matrix file")->required()->type_name("");
   cmp->add_option("B", options.pathB, "matrix file, of any type")->required()->type_name("");
-  cmp->add_option("--tolerance", options.tolerance,
+  cmp->add_option("--tolerance", options.tolerances.relative,
                   "equal are values with |a - b| <= REL max(|a|, |b|); what is not stored is 0")
       ->capture_default_str()
       ->type_name("REL")
       ->check(CLI::Range(0.0, 2.0).description(""));
+  cmp->add_option("--absolute", options.tolerances.absolute, "equal are values with |a - b| <= ABS too")
+      ->capture_default_str()
+      ->type_name("ABS")
+      ->check(CLI::Range(0.0, DBL_MAX).description(""));
   cmp->footer("Exit codes: 0 equal, 1 different, 2 any error");
 }
 
@@ -156,9 +170,9 @@ int PerformComparison(CompareOptions const& options) {
   bool isEqual = false;
   int const code = Perform([&] {
     orx::tool::Comparison const comparison =
-        orx::tool::CompareFiles(options.pathA, options.pathB, options.tolerance);
+        orx::tool::CompareFiles(options.pathA, options.pathB, options.tolerances);
     isEqual = comparison.isEqual;
-    return comparison.text;
+    orx::tool::PrintOut(comparison.text);
   });
   if (code != 0) return 2;
   return isEqual ? 0 : 1;
@@ -176,9 +190,23 @@ void AddModes(CLI::App& app, orx::tool::ModesOptions& options) {
       ->capture_default_str()
       ->type_name("COUNT")
       ->check(CLI::Range(1, INT_MAX).description(""));
-  modes->add_option("--shapes", options.shapesPath, "write the mode shapes to this file: row, mode, value")
+  modes
+      ->add_option("--shapes", options.shapesPath,
+                   "write the mode shapes to this .txt, .csv, .mtx or .bin file")
       ->type_name("FILE")
       ->check([](std::string const& path) { return path.empty() ? "empty file name" : ""; });
+}
+
+/// The parser would only say that a command is missing.
+void RequireCommand(CLI::App const& app, int argc, char** argv) {
+  if (argc < 2 || argv[1][0] == '-') return;
+  std::string known;
+  for (CLI::App const* command : app.get_subcommands(nullptr)) {
+    if (command->get_name() == argv[1]) return;
+    known += (known.empty() ? "" : ", ") + command->get_name();
+  }
+  throw ToolError(ExitCode::WrongUsage,
+                  "there is no command '" + std::string(argv[1]) + "'; expected one of " + known);
 }
 
 int Run(int argc, char** argv) {
@@ -200,25 +228,36 @@ int Run(int argc, char** argv) {
   AddCompare(app, compareOptions);
   AddModes(app, modesOptions);
   try {
+    RequireCommand(app, argc, argv);
     app.parse(argc, argv);
+  } catch (ToolError const& e) {
+    return Fail(e.Code(), e.what());
   } catch (CLI::Success const& help) {
     return app.exit(help);
   } catch (CLI::ParseError const& e) {
     return Fail(ExitCode::WrongUsage, std::string(e.what()) + "; see orxmtx --help");
   }
-  if (app.got_subcommand("info")) return Perform([&] { return orx::tool::InfoText(infoPath); });
-  if (app.got_subcommand("db")) return Perform([&] { return orx::tool::DatabaseText(databasePath); });
-  if (app.got_subcommand("convert")) return Perform([&] { return orx::tool::ConvertText(convertOptions); });
-  if (app.got_subcommand("spy")) return Perform([&] { return orx::tool::SpyText(spyOptions); });
+  using orx::tool::PrintOut;
+  if (app.got_subcommand("info")) return Perform([&] { PrintOut(orx::tool::InfoText(infoPath)); });
+  if (app.got_subcommand("db")) return Perform([&] { PrintOut(orx::tool::DatabaseText(databasePath)); });
+  if (app.got_subcommand("convert"))
+    return Perform([&] { PrintBeside(convertOptions.outPath)(orx::tool::ConvertText(convertOptions)); });
+  if (app.got_subcommand("spy"))
+    return Perform([&] { PrintBeside(spyOptions.pngPath)(orx::tool::SpyText(spyOptions)); });
   if (app.got_subcommand("cmp")) return PerformComparison(compareOptions);
-  return Perform([&] { return orx::tool::ModesText(modesOptions); });
+  return Perform([&] { orx::tool::PrintModes(modesOptions, PrintBeside(modesOptions.shapesPath)); });
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+  // Writing to a pipe that nobody reads, or beyond the limit of file sizes, is an error of the call.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
-    return Run(argc, argv);
+    int const code = Run(argc, argv);
+    orx::tool::EndIfReaderIsGone();
+    return code;
   } catch (std::exception const& e) {
     return Fail(ExitCode::Failure, e.what());
   }

@@ -80,9 +80,23 @@ TEST_F(ComparedFiles, ToleranceDecides) {
   EXPECT_EQ(exact.err, "");
   EXPECT_CONTAINS(exact.out, "worst absolute:      8e-07 at (2, 2): A 8, B 8.0000008\n");
   EXPECT_CONTAINS(exact.out, "worst relative:      1e-07 at (2, 2)");
-  EXPECT_CONTAINS(exact.out, "result:              different by more than 0\n");
+  EXPECT_CONTAINS(exact.out, "result:              different by more than 0 in 1 position\n");
   EXPECT_EQ(tolerant.exitCode, 0);
   EXPECT_CONTAINS(tolerant.out, "result:              equal within 1e-06\n");
+}
+
+TEST_F(ComparedFiles, EachPositionMayMeetEitherTolerance) {
+  std::string const a = "1 1 1e-20\n2 2 8\n";
+  std::string const b = "1 1 -3e-20\n2 2 8.0000008\n";
+
+  RunResult const relative = Cmp(a, b, "--tolerance 1e-6");
+
+  EXPECT_EQ(relative.exitCode, 1);
+  EXPECT_CONTAINS(relative.out, "different by more than 1e-06 in 1 position\n");
+  EXPECT_EQ(Cmp(a, b, "--absolute 1e-12").exitCode, 1);
+  EXPECT_EQ(Cmp(a, b, "--absolute 1e-3").exitCode, 0);
+  EXPECT_CONTAINS(Cmp(a, b, "--tolerance 1e-6 --absolute 1e-12").out,
+                  "equal within 1e-06 relative or 1e-12 absolute\n");
 }
 
 TEST_F(ComparedFiles, AStoredZeroEqualsWhatIsNotStored) {

@@ -3,8 +3,7 @@
 #include "tools/Compare.h"
 #include "tools/Convert.h"
 
-#include "core/ORXBasException.h"
-
+#include <map>
 #include <sys/stat.h>
 
 namespace {
@@ -25,6 +24,7 @@ struct Request {
   char const* triangle = "";
   int base = -1;
   int dofsPerNode = 0;
+  int digits = 16;
 };
 
 class Convert : public testing::Test {
@@ -41,6 +41,7 @@ protected:
     options.triangle = request.triangle;
     options.base = request.base;
     options.dofsPerNode = request.dofsPerNode;
+    options.digits = request.digits;
     return ConvertText(options);
   }
   /// What the file `out` holds after a conversion.
@@ -102,6 +103,65 @@ TEST_F(Convert, TextTypesAreWrittenAsDocumented) {
                                                      "2,1,1,2,5.000000000000000e-01\n"
                                                      "2,1,2,1,1.000000000000000e+00\n");
   EXPECT_CONTAINS(Failure("b.dof", source), "2 text by nodes needs --dofs-per-node");
+}
+
+TEST_F(Convert, SeventeenDigitsGiveTheSameDoubleBack) {
+  std::string const source = Write("source.mtx", "%%MatrixMarket matrix coordinate real general\n"
+                                                 "3 3 3\n1 1 0.1\n3 2 0.30000000000000004\n3 3 -inf\n");
+  for (auto const& [name, text] : std::map<std::string, std::string>{
+           {"a.txt", "1 1 1.0000000000000001e-01\n3 2 3.0000000000000004e-01\n3 3 -inf\n"},
+           {"a.csv", "0,0, 1.0000000000000001e-01\n2,1, 3.0000000000000004e-01\n2,2, -inf\n"},
+           {"a.dof", "1,1,1,1,1.0000000000000001e-01\n2,1,1,2,3.0000000000000004e-01\n2,1,2,1,-inf\n"}}) {
+    EXPECT_EQ(To(name, source, {.dofsPerNode = 2, .digits = 17}), text);
+    EXPECT_TRUE(orx::tool::CompareFiles(Path(name), source, {}).isEqual) << name;
+    EXPECT_NE(To(name, source, {.dofsPerNode = 2}), text);
+  }
+}
+
+TEST_F(Convert, AsksBeforeAFileOfGigabytesThatAreNearlyAllZeros) {
+  std::string const source = Write("source.mtx", "%%MatrixMarket matrix coordinate real general\n"
+                                                 "20000 20000 1\n1 1 1\n");
+  Write("old.bin", "old");
+
+  EXPECT_CONTAINS(Failure("old.bin", source),
+                  "becomes 3.2 GB, of 20000 x 20000 values that are nearly all 0; --yes");
+  EXPECT_CONTAINS(Failure("old.mtx",
+                          Write("b.mtx", "%%MatrixMarket matrix coordinate real general\n"
+                                         "30000 30000 0\n"),
+                          {.to = "mtx-array"}),
+                  "becomes 1.8 GB");
+  EXPECT_EQ(m_folder.Read("old.bin"), "old");
+}
+
+TEST_F(Convert, StandardInputAndOutputAreFilesToo) {
+  std::string const in = Write("a.mtx", "%%MatrixMarket matrix coordinate real general\n2 2 1\n2 1 5\n");
+
+  RunResult const result = RunTool("convert --to commas - - <'" + in + "'");
+
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.out, "1,0, 5.000000000000000e+00\n");
+  EXPECT_CONTAINS(result.err, "standard input: 2 x 2, 1 entry, Matrix Market, coordinate\n");
+  EXPECT_CONTAINS(RunTool("info - <'" + Write("bad.txt", "1 x 1\n") + "'").err,
+                  "orxmtx: standard input, line 1: a column");
+  EXPECT_CONTAINS(RunTool("cmp - - <'" + in + "'").err, "both files are standard input");
+  EXPECT_CONTAINS(RunTool("convert '" + in + "' -").err, "standard output has no extension; expected --to");
+}
+
+TEST_F(Convert, ASignalLeavesNoUnfinishedFile) {
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  // A writer that never writes keeps the program reading; once its file is there, it is ended.
+  std::string const script =
+      "sleep 60 >'" + Path("pipe") + "' & writer=$!\n" + "'" ORXMTX_PROGRAM "' convert '" + Path("pipe") +
+      "' '" + Path("out.mtx") + "' & pid=$!\n" + "cd '" + Path("") +
+      "'; for i in $(seq 500); do ls | grep -q out.mtx.new && break; sleep 0.02; done\n"
+      "ls >seen; kill -TERM $pid; wait $pid; echo $? >code; kill $writer\n";
+
+  ASSERT_EQ(std::system(("( " + script + ") 2>/dev/null").c_str()), 0);
+
+  EXPECT_CONTAINS(m_folder.Read("seen"), "out.mtx.new");
+  EXPECT_EQ(m_folder.Read("code"), "143\n");
+  for (auto const& file : std::filesystem::directory_iterator(Path("")))
+    EXPECT_FALSE(file.path().filename().string().starts_with("out")) << file.path();
 }
 
 TEST_F(Convert, BinarySymmetricTypesAreWrittenByteForByte) {
@@ -173,7 +233,7 @@ TEST_F(Convert, BaseSaysWhereTheIndicesOfTextBegin) {
   To("a.mtx", Write("one.csv", "1,1,4\n2,3,5\n"), {.base = 1});
   EXPECT_EQ(Loaded("a.mtx"), "2 x 3: 1,1=4 2,3=5");
 
-  EXPECT_THROW(To("b.mtx", Path("zero.txt")), ORXBasException) << "index 0 of text that begins with 1";
+  EXPECT_CONTAINS(Failure("b.mtx", Path("zero.txt")), "zero.txt, line 1: a row of 1 to 2147483647 expected");
   EXPECT_CONTAINS(Failure("b.mtx", Path("a.mtx"), {.base = 0}), "2 --base says where");
 }
 
@@ -246,7 +306,7 @@ TEST_F(Convert, WarnsOfADiagonalThatProductsPassOver) {
 TEST_F(Convert, ChunksCannotHoldAMultipleOfTheirLength) {
   // The last chunk of such a file is written empty, so that its entries are lost.
   constexpr int entries = 131072;
-  orx::tool::EntryAssembly assembly;
+  orx::tool::EntryAssembly assembly("a");
   for (int i = 0; i <= entries; ++i) {
     assembly.Add(i, i, 1.0);
     if (i > 0) assembly.Add(i, 0, 2.0);
@@ -279,7 +339,7 @@ TEST_F(Convert, PublishedMatricesComeBackFromEveryTypeThatHoldsThem) {
         if (!isSymmetric && (type == "fortran" || type == "chunks")) continue;
         SCOPED_TRACE(type);
         To("a", source, {.to = type.c_str(), .dofsPerNode = 6});
-        orx::tool::Comparison const comparison = orx::tool::CompareFiles(Path("a"), source, 0.0);
+        orx::tool::Comparison const comparison = orx::tool::CompareFiles(Path("a"), source, {});
         EXPECT_TRUE(comparison.isEqual) << comparison.text;
       }
     }

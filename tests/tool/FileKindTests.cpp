@@ -179,13 +179,24 @@ TEST(FileKind, AnOlderTailIsIgnoredWhenTheTypeIsSaid) {
   EXPECT_EQ(TextOf(orx::tool::LoadMatrix(path, {FileKind::Dense, {}})), "2 x 2: 1,1=4 1,2=-1 2,1=-1 2,2=2");
 }
 
-TEST(FileKind, APipeIsReadOnceAsTriplets) {
+TEST(FileKind, APipeIsReadOnceAsWhatItHolds) {
   TemporaryFolder const folder;
   std::string const pipe = folder.Path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  ASSERT_EQ(std::system(("echo 1 2 3.5 >'" + pipe + "' &").c_str()), 0);
+  for (std::string const content :
+       {"1 2 3.5\n", "0,1,3.5\n", "%%MatrixMarket matrix coordinate real general\n1 2 1\n1 2 3.5\n"}) {
+    ASSERT_EQ(std::system(("cat '" + folder.Write("content", content) + "' >'" + pipe + "' &").c_str()), 0);
+    EXPECT_EQ(TextOf(orx::tool::LoadMatrix(pipe)), "1 x 2: 1,2=3.5");
+  }
+}
 
-  EXPECT_EQ(TextOf(orx::tool::LoadMatrix(pipe)), "1 x 2: 1,2=3.5");
+TEST(FileKind, TextOfOtherEditorsIsTheSameText) {
+  TemporaryFolder const folder;
+  for (std::string const content : {"1 2 3.5\r\n", "0,1,3.5\r\n", "1,1,1,0,3.5",
+                                    "%%MatrixMarket matrix coordinate real general\r\n1 2 1\r\n1 2 3.5\r\n"})
+    EXPECT_EQ(TextOf(orx::tool::LoadMatrix(folder.Write("a", "\xEF\xBB\xBF" + content))).substr(0, 6),
+              "1 x 2:")
+        << content;
 }
 
 } // namespace

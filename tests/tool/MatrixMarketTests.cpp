@@ -135,7 +135,7 @@ TEST(MatrixMarket, ValuesComeBackToTheBit) {
                              std::numeric_limits<double>::min(), 0.1, -0.0};
   while (values.size() < 1000)
     if (double const value = std::bit_cast<double>(random()); std::isfinite(value)) values.push_back(value);
-  orx::tool::EntryAssembly assembly;
+  orx::tool::EntryAssembly assembly("a");
   for (std::size_t k = 0; k < values.size(); ++k)
     assembly.Add(static_cast<std::int64_t>(k), 0, values[k]);
   orx::tool::WriteMatrixMarket(folder.Path("a.mtx"), assembly.Finish(), MarketLayout::Coordinate,

@@ -52,6 +52,20 @@ TEST(Memory, RefusesWhatDoesNotFitAndSaysHowMuch) {
   EXPECT_EQ(Ending([] { orx::tool::RequireFits(10000, {}); }), "no error");
 }
 
+TEST(Memory, RefusesShapesWhoseTablesDoNotFit) {
+  EXPECT_EQ(
+      Ending([] { orx::tool::RequireRoomForTables("K.txt", 2'000'000'000, 1, 99'000'000'000U); }),
+      "3 'K.txt': the matrix is 2000000000 x 1, whose tables of rows and columns need 100.0 GB of memory, "
+      "99.0 GB are available");
+  EXPECT_EQ(Ending([] { orx::tool::RequireRoomForTables("K.txt", 1, 2'000'000'000, 100'000'000'000U); }),
+            "no error");
+  if (orx::tool::AvailableMemory().value_or(~0ULL) > 100'000'000'000U) GTEST_SKIP() << "it would fit";
+  TemporaryFolder const folder;
+  for (std::string const text :
+       {"%%MatrixMarket matrix coordinate real general\n2147483647 1 0\n", "0,2147483640,1\n"})
+    EXPECT_NE(RunTool("info " + folder.Write("a", text)).exitCode, 0) << text;
+}
+
 TEST(Memory, RefusesOrdersBeyondTheEigensolver) {
   EXPECT_EQ(Ending([] { orx::tool::RequireFits(32766, {}); }), "no error");
   EXPECT_CONTAINS(Ending([] { orx::tool::RequireFits(32767, {}); }), "3 order 32767");

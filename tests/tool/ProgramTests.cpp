@@ -66,6 +66,29 @@ TEST(Program, WritesShapesAsOneBasedTriplets) {
   }
 }
 
+TEST(Program, ShapesAreOfTheTypeOfTheirFile) {
+  TwoMasses const files;
+
+  EXPECT_EQ(RunTool("modes " + files.Pair() + " --shapes " + files.folder.Path("S.mtx")).exitCode, 0);
+  RunResult const piped = RunTool("modes " + files.Pair() + " --shapes -");
+
+  EXPECT_CONTAINS(files.folder.Read("S.mtx"), "%%MatrixMarket matrix coordinate real ");
+  EXPECT_TRUE(piped.out.starts_with("1 1 7.07106781186547")) << piped.out;
+  EXPECT_EQ(ReadModes(piped.err).size(), 2U);
+  ExpectFailure(RunTool("modes " + files.Pair() + " --shapes S.chk"), 2, "type chunks cannot hold them");
+}
+
+TEST(Program, ModesArePrintedThoughTheirShapesCannotBeWritten) {
+  TwoMasses const files;
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+
+  RunResult const result = RunTool("modes " + files.Pair() + " --shapes /dev/full");
+
+  EXPECT_EQ(result.exitCode, 3);
+  EXPECT_EQ(ReadModes(result.out).size(), 2U);
+  EXPECT_CONTAINS(result.err, "cannot write '/dev/full': No space left");
+}
+
 TEST(Program, NeverOverwritesAnInput) {
   TwoMasses const files;
   std::string const before = files.folder.Read("M.txt");
@@ -176,8 +199,8 @@ TEST(Program, UnusableInputIsExitCode1) {
 
   ExpectFailure(RunTool("info " + files.folder.Path("none.txt")), 1, "none.txt': No such file or directory");
   ExpectFailure(RunTool("info " + files.folder.Path("")), 1, "Is a directory");
-  ExpectFailure(modesOf("1 1 2\n1 x 2\n"), 1, "bad.txt");
-  ExpectFailure(modesOf("1 1 2\n1 x 2\n"), 1, "line 2");
+  ExpectFailure(modesOf("1 1 2\n1 x 2\n"), 1,
+                "orxmtx: " + files.folder.Path("bad.txt") + ", line 2: a column");
   ExpectFailure(modesOf(""), 1, "is empty");
   ExpectFailure(modesOf("1 1 2\n1 2 -1\n2 1 1\n2 2 2\n"), 1, "not symmetric: (2, 1) = 1, (1, 2) = -1");
   ExpectFailure(modesOf("1 1 2\n1 2 -1\n2 1 -1\n3 1 2\n"), 1, "3 x 2, expected a square");
@@ -187,6 +210,8 @@ TEST(Program, WrongUsageIsExitCode2) {
   TwoMasses const files;
 
   ExpectFailure(RunTool(""), 2, "subcommand");
+  ExpectFailure(RunTool("mode " + files.Pair()), 2,
+                "there is no command 'mode'; expected one of info, db, convert");
   ExpectFailure(RunTool("modes " + files.k), 2, "M is required");
   ExpectFailure(RunTool("modes -n 0 " + files.Pair()), 2, "--count");
   ExpectFailure(RunTool("modes -n many " + files.Pair()), 2, "--count");

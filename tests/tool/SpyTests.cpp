@@ -105,7 +105,7 @@ TEST(Picture, AllEightDotsOfACharacter) {
 
 TEST(Picture, CharactersShowDensity) {
   //  16 positions a pixel with 1, 4, 9, 16 entries: roots 1/4 to 4/4
-  orx::tool::EntryAssembly assembly;
+  orx::tool::EntryAssembly assembly("a");
   for (int pixel = 0; pixel < 4; ++pixel)
     for (int k = 0; k < (pixel + 1) * (pixel + 1); ++k)
       assembly.Add(k / 4, 4 * pixel + k % 4, 1.0);

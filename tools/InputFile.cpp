@@ -1,0 +1,69 @@
+#include "tools/InputFile.h"
+
+#include "tools/FileKind.h"
+#include "tools/Text.h"
+#include "tools/ToolError.h"
+
+#include "mtx/ORXSrvMtxOpenFileException.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace orx::tool {
+namespace {
+
+bool IsRegular(std::string const& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// "K.txt, line 7: a value expected, found ..." out of the library's sentence about it.
+std::string PlaceAndFault(std::string_view text) {
+  constexpr std::string_view opening = "Failed to open file ";
+  std::size_t const at = text.find(opening);
+  if (at == std::string_view::npos || text.find(" expected", at) == std::string_view::npos)
+    return std::string(text);
+  text.remove_prefix(at + opening.size());
+  if (text.ends_with('.')) text.remove_suffix(1);
+  return std::string(text);
+}
+
+} // namespace
+
+InputFile::InputFile(std::string const& name) : m_name(name), m_path(name) {
+  if (name == "-")
+    m_name = "standard input";
+  else
+    RequireReadable(name);
+  if (name != "-" && IsRegular(name)) return;
+  int const source = name == "-" ? dup(STDIN_FILENO) : open(name.c_str(), O_RDONLY | O_CLOEXEC);
+  m_copy.emplace();
+  m_path = m_copy->Path();
+  bool const isRead = source >= 0 && m_copy->FillFrom(source);
+  int const reason = errno;
+  if (source >= 0) close(source);
+  if (!isRead)
+    throw ToolError(ExitCode::UnusableInput, "cannot read '" + m_name + "': " + std::strerror(reason));
+}
+
+void InputFile::Rethrow() const {
+  try {
+    throw;
+  } catch (ToolError const& e) {
+    throw ToolError(e.Code(), Replaced(e.what(), m_path, m_name));
+  } catch (ORXSrvMtxOpenFileException const& e) {
+    throw ToolError(ExitCode::UnusableInput, Replaced(PlaceAndFault(e.AsString().AsText()), m_path, m_name));
+  }
+}
+
+void RefuseTwoStandardInputs(std::string const& first, std::string const& second) {
+  if (first == "-" && second == "-")
+    throw ToolError(ExitCode::WrongUsage,
+                    "both files are standard input, which holds one; expected a file name");
+}
+
+} // namespace orx::tool

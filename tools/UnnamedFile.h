@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+namespace orx::tool {
+
+/// A temporary file without a name, in $TMPDIR or /tmp: it is gone with the object, however the program ends.
+class UnnamedFile {
+public:
+  /// A file that cannot be made is a ToolError.
+  UnnamedFile();
+  UnnamedFile(UnnamedFile const&) = delete;
+  UnnamedFile& operator=(UnnamedFile const&) = delete;
+  ~UnnamedFile();
+
+  /// A path that this process alone can open the file by, as often as it likes.
+  std::string Path() const;
+  /// Appends all that comes from a file descriptor until its end; false, with errno, when reading fails.
+  bool FillFrom(int source) const;
+  /// Writes the whole content to a file descriptor; false, with errno, when that fails.
+  bool CopyTo(int target) const;
+
+private:
+  int m_file;
+};
+
+} // namespace orx::tool
