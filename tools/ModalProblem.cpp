@@ -268,7 +268,11 @@ private:
 
   Mode MakeMode(FoundMode& found) const {
     std::vector<double>& x = found.vector;
-    double const factor = SignOfLargest(x) / std::sqrt(std::fabs(m_m.QuadraticForm(x)));
+    double const mass = std::fabs(m_m.QuadraticForm(x));
+    if (!std::isfinite(found.estimate.eigenvalue) || !std::isfinite(mass))
+      throw ToolError(ExitCode::Failure, "an eigenvalue that was asked for is beyond the range of a double; "
+                                         "expected K and M in units that bring their values closer together");
+    double const factor = SignOfLargest(x) / std::sqrt(mass);
     for (double& value : x)
       value *= factor;
     return {found.estimate.eigenvalue,

@@ -153,6 +153,8 @@ TEST(Modes, NoDefiniteCombinationIsAnError) {
                     SolveModes(Symmetric({{1, 0}, {0, -4}}), Symmetric({{1, 0}, {0, 0}}), 1);
                   }),
                   "Unknown 2 has the diagonal values K = -4 and M = 0");
+  EXPECT_CONTAINS(Ending([] { SolveModes(Identity(2, 1e308), Identity(2, 1e-300), 1); }),
+                  "3 an eigenvalue that was asked for is beyond the range");
   EXPECT_CONTAINS(Ending([] { SolveModes(Identity(2), {2, {}}, 1); }), "1 M holds no value other than 0");
 }
 
