@@ -91,8 +91,13 @@ ReplacedFile::ReplacedFile(std::string const& target) : m_name(target), m_target
   if (target != "-" && isReplaceable) {
     CreateBeside();
   } else {
+    // By a name, because writers may replace the file that they are given.
     m_stream.emplace();
-    m_path = m_stream->Path();
+    m_path = (std::filesystem::temp_directory_path() / "orxmtx-XXXXXX").string();
+    int const file = mkostemp(m_path.data(), O_CLOEXEC);
+    if (file < 0) Fail("cannot make a temporary file for");
+    close(file);
+    RemoveWhenInterrupted(m_path);
   }
 }
 
@@ -109,8 +114,8 @@ void ReplacedFile::CreateBeside() {
 }
 
 ReplacedFile::~ReplacedFile() {
-  if (!m_path.empty() && !m_stream) unlink(m_path.c_str());
-  if (!m_stream) RemoveWhenInterrupted("");
+  if (!m_path.empty()) unlink(m_path.c_str());
+  RemoveWhenInterrupted("");
 }
 
 void ReplacedFile::Rethrow() const {
@@ -125,8 +130,10 @@ void ReplacedFile::Rethrow() const {
 
 void ReplacedFile::Stream() const {
   int const target = m_name == "-" ? dup(STDOUT_FILENO) : open(m_name.c_str(), O_WRONLY | O_CLOEXEC);
-  bool const isWritten = target >= 0 && m_stream->CopyTo(target);
+  int const source = open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
+  bool const isWritten = target >= 0 && source >= 0 && m_stream->FillFrom(source) && m_stream->CopyTo(target);
   int const reason = errno;
+  if (source >= 0) close(source);
   if (target >= 0) close(target);
   if (isWritten) return;
   if (reason == EPIPE) {
