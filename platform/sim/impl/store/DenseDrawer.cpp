@@ -539,7 +539,7 @@ TwoStridedBox WithLongRuns(TwoStridedBox const& box) {
 /// Pages of a new file cost least when they come by a write call that is longer than they are, not by the
 /// faults of a mapping.
 bool DenseDrawer::GoesByCalls(std::size_t piece, bool isWrite, TwoStridedBox const& cells) const {
-  if (!m_file.Bytes().File().MapsSafely()) return true;
+  if (!m_file.Bytes().File().CanMap(m_places[piece], static_cast<std::uint64_t>(PieceBytes()))) return true;
   if (!isWrite || !m_isNew[piece]) return false;
   return cells.counts[cells.rank - 1] * CellBytes() >= pageBytes;
 }

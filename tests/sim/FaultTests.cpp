@@ -1,0 +1,173 @@
+#include "DatabaseSupport.h"
+
+#include <cerrno>
+#include <optional>
+#include <set>
+
+// One session, run again and again; each time another one of its system calls on the file fails once. The
+// process must live, the failure have the right code, and a model that knows which commits reported success
+// agree with every cell, in the session and after opening the file again.
+
+namespace {
+
+/// A field: its cells, and for one of them a second value that a failed write may have left.
+struct Field {
+  std::vector<double> cells;
+  double fill;            ///< of cells that an extension adds
+  std::set<double> first; ///< allowed for cell 0
+};
+
+class FaultSession {
+public:
+  explicit FaultSession(std::string const& path) : m_path(path) {}
+
+  /// Everything; afterwards the file is closed.
+  void Run() {
+    if (!Try([&] { Create(*m_database, m_path); }) ||
+        !Try([&] { m_context = m_database->CreateContext({}); }))
+      return;
+    for (int round = 0; round < 5; ++round) {
+      Round(round);
+      ChangeInPlace(round);
+      ExpectCells("in the session");
+      if (round == 2 && Try([&] { m_database->Close(); })) Reopen();
+    }
+    if (!Try([&] { m_database->Close(); })) Try([&] { m_database->Close(); });
+  }
+  /// Drops what is open, and compares what the file holds.
+  void Check() {
+    if (m_fields.empty() && !std::filesystem::exists(m_path)) return;
+    m_database.emplace();
+    m_isStrict = true;
+    Open(*m_database, m_path);
+    if (!m_fields.empty()) m_context = m_database->Contexts()[0];
+    if (!m_fields.empty()) ExpectCells("after reopening");
+  }
+  std::string const& Faults() const { return m_faults; }
+
+private:
+  /// Runs a step; false when it raised what a fault may raise.
+  template<class Step>
+  bool Try(Step&& step) {
+    try {
+      step();
+      return true;
+    } catch (ORXSimException const& e) {
+      bool const isRight =
+          e.Code() == ORXSimException::writeFailed || e.Code() == ORXSimException::readFailed;
+      if (!isRight) m_faults.append(" code ").append(std::to_string(e.Code())).append(e.AsString().AsText());
+    }
+    return false;
+  }
+  void Reopen() {
+    for (int k = 0; k < 2 && !m_database->IsOpen(); ++k)
+      if (Try([&] { Open(*m_database, m_path); })) m_context = m_database->Contexts()[0];
+  }
+  void Round(int round) {
+    if (!m_database->IsOpen()) return;
+    std::vector<Field> after = m_fields;
+    Try([&] {
+      ORXSimContext const context(m_context);
+      ORXSimTransaction transaction(m_context);
+      ORXSimDistributionID const field = CreateField(context, {2, 3 + 40 * round});
+      CreateDrawer(field, round % 2 == 0 ? std::vector<int>{1, 2} : std::vector<int>{}, round);
+      std::vector<double> cells(static_cast<std::size_t>(2 * (3 + 40 * round)));
+      for (std::size_t k = 0; k < cells.size(); ++k)
+        cells[k] = 1000.0 * round + static_cast<double>(k);
+      WriteCells(field, cells);
+      after.push_back({.cells = cells, .fill = 1.0 * round, .first = {cells[0]}});
+      if (after.size() >= 2) {
+        std::size_t const older = after.size() - 2;
+        Extend(context.Distributions()[static_cast<int>(older)], 0, 1);
+        after[older].cells.resize(after[older].cells.size() / 2 * 3, after[older].fill);
+      }
+      transaction.Commit();
+      m_fields = after;
+    });
+  }
+  void ChangeInPlace(int round) {
+    if (m_fields.empty() || !m_database->IsOpen()) return;
+    double const value = -1.0 - round;
+    Field& field = m_fields.front();
+    bool const isDone = Try([&] {
+      ORXSimTransfer(ORXSimDistribution(ORXSimContext(m_context).Distributions()[0]))
+          .SetWrite()
+          .SetDimOrdinalRange(0, {}, 0, 0)
+          .SetDimOrdinalRange(1, {}, 0, 0)
+          .SetBuffer(0, &value, sizeof value)
+          .ExecWrite();
+    });
+    if (isDone) field.first.clear();
+    field.first.insert(value);
+  }
+  void ExpectCells(char const* when) {
+    if (!m_database->IsOpen()) return;
+    std::vector<std::vector<double>> found;
+    auto const read = [&] {
+      auto const fields = ORXSimContext(m_context).Distributions();
+      found.clear();
+      for (int k = 0; k < fields.Size(); ++k)
+        found.push_back(CellsOf(fields[k]));
+    };
+    if (m_isStrict) {
+      read();
+    } else if (!Try(read) && !Try(read)) {
+      m_faults.append(" cells cannot be read ").append(when);
+      return;
+    }
+    if (found.size() != m_fields.size())
+      m_faults.append(" other fields ").append(when).append(": ").append(std::to_string(found.size()));
+    for (std::size_t k = 0; k < std::min(found.size(), m_fields.size()); ++k)
+      Compare(m_fields[k], found[k], k, when);
+  }
+  void Compare(Field const& expected, std::vector<double> const& found, std::size_t number,
+               char const* when) {
+    bool isSame = found.size() == expected.cells.size() && expected.first.contains(found[0]);
+    for (std::size_t k = 1; isSame && k < found.size(); ++k)
+      isSame = found[k] == expected.cells[k];
+    if (!isSame) m_faults.append(" wrong field ").append(std::to_string(number)).append(" ").append(when);
+  }
+
+  std::string m_path;
+  std::optional<ORXSimDatabase> m_database{std::in_place};
+  ORXSimContextID m_context;
+  std::vector<Field> m_fields; ///< that were committed
+  bool m_isStrict = false;
+  std::string m_faults;
+};
+
+/// Runs the session with one fault; what was wrong.
+template<class Fault>
+std::string RunWith(std::string const& path, Fault&& fault) {
+  std::filesystem::remove(path);
+  FaultSession session(path);
+  fault(session);
+  try {
+    session.Check();
+  } catch (std::exception const& e) {
+    return session.Faults() + " reopening failed: " + e.what();
+  } catch (ORXSimException const& e) {
+    return session.Faults() + " reopening failed: " + e.AsString().AsText();
+  }
+  return session.Faults();
+}
+
+TEST(Faults, OfEachSystemCallAreSurvived) {
+  TemporaryFolder const folder(memoryFolder);
+  std::string const path = folder.Path("a.sim");
+  for (int const error : {EIO, ENOSPC}) {
+    int steps = 0;
+    for (int nth = 1, count = 1; nth <= count; ++nth) {
+      std::string const wrong = RunWith(path, [&](FaultSession& session) {
+        FaultPlan const plan(FaultPlan::Effect::FailOnce, nth, error, IsAnyStep);
+        session.Run();
+        steps = plan.Steps();
+      });
+      count = std::max(count, nth == 1 ? steps : count);
+      EXPECT_EQ(wrong, "") << "step " << nth << ", error " << error;
+    }
+    EXPECT_GT(steps, 100);
+  }
+}
+
+} // namespace
