@@ -22,6 +22,14 @@
 /// Every commit of the tests is checked.
 inline bool const checksCommits = orx::store::checksEveryCommit = true;
 
+/// While it lives: the check looks at every object and chunk, which takes long where there are many.
+struct WithoutLinkChecks {
+  WithoutLinkChecks() { orx::store::checksEveryCommit = false; }
+  WithoutLinkChecks(WithoutLinkChecks const&) = delete;
+  WithoutLinkChecks& operator=(WithoutLinkChecks const&) = delete;
+  ~WithoutLinkChecks() { orx::store::checksEveryCommit = true; }
+};
+
 inline void Create(ORXSimDatabase& database, std::string const& path) {
   database.CreateFile(ORXUnicodeString(path.c_str()), ORXSimDatabase::replaceExisting, -1);
 }

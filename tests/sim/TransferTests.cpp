@@ -186,6 +186,7 @@ TEST(Drawer, KeepsChunkLengthsAsGivenAndTinyChunksCheap) {
 }
 
 TEST(Drawer, MayGrowFromNothingAndByAnyNumberOfPieces) {
+  WithoutLinkChecks const fast;
   TemporaryFolder const folder;
   ORXSimDatabase database;
   Create(database, folder.Path("a.sim"));

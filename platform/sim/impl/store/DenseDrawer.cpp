@@ -15,8 +15,7 @@ namespace orx::store {
 namespace {
 
 constexpr std::int64_t smallestPiece = 256 << 10; // bytes, where the drawer has as many
-constexpr std::int64_t mostPieces = 1024;         // HDF5 finds the n-th by counting from the first
-constexpr std::int64_t mostPiecesToLookUp = 8192; // 0.4 s; reading can do without
+constexpr std::int64_t mostPieces = 1024;         // of a new drawer
 constexpr std::int64_t uncutPiece = 64 << 10;     // so small a chunk keeps its length beyond the size
 constexpr std::int64_t largestWholePiece = 64 << 20;
 constexpr std::int64_t largestDrawer = std::int64_t{1} << 60;
@@ -296,7 +295,7 @@ void DenseDrawer::LookUpPieces() {
     Checked(H5Pget_chunk(creation.Get(), m_rank, lengths.data()), "reading the chunk lengths of " + m_path);
     m_pieceLengths.assign(lengths.begin(), lengths.end());
     isDirect = LookUpChunks(dataset);
-    if (!m_hasTooManyPieces) CheckSavedLayout(dataset);
+    CheckSavedLayout(dataset);
   } else if (isDirect && layout == H5D_CONTIGUOUS) {
     isDirect = LookUpContiguous(dataset);
   } else {
@@ -304,18 +303,8 @@ void DenseDrawer::LookUpPieces() {
   }
   m_access = isDirect ? Access::Direct : Access::ThroughHdf5;
   m_isNew.assign(m_places.size(), false);
-  m_isExtendable = m_isExtendable && (isDirect || m_hasTooManyPieces);
+  m_isExtendable = m_isExtendable && isDirect;
   ReleaseHandle();
-}
-
-/// For changes: also those that reading leaves to HDF5 because they are so many.
-void DenseDrawer::LookUpAllPieces() {
-  LookUpPieces();
-  if (!m_hasTooManyPieces) return;
-  m_needsAllPieces = true;
-  m_hdf5->dataset.Close(); // its cache does not see what is written past it
-  m_access = Access::Unknown;
-  LookUpPieces();
 }
 
 bool DenseDrawer::LookUpContiguous(std::int64_t dataset) {
@@ -329,37 +318,41 @@ bool DenseDrawer::LookUpContiguous(std::int64_t dataset) {
   return true;
 }
 
-/// False when a chunk has no space of its own, or there are too many to be looked up one by one.
+/// False when a chunk has no space of its own.
 bool DenseDrawer::LookUpChunks(std::int64_t dataset) {
   std::int64_t const pieces = PieceCount();
   Hdf5Id const space = CheckedId(H5Dget_space(dataset), "reading the shape of a drawer");
   hsize_t chunks = 0;
   Checked(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks");
   if (static_cast<std::int64_t>(chunks) != pieces) return false;
-  m_hasTooManyPieces = m_pending.empty() && pieces > mostPiecesToLookUp && !m_needsAllPieces;
-  if (m_hasTooManyPieces) return false;
   m_places.assign(chunks, 0);
-  for (hsize_t k = 0; k < chunks; ++k) {
-    std::array<hsize_t, maxRank> corner{};
-    unsigned skippedFilters = 0;
-    haddr_t place = HADDR_UNDEF;
-    hsize_t bytes = 0;
-    Checked(H5Dget_chunk_info(dataset, space.Get(), k, corner.data(), &skippedFilters, &place, &bytes),
-            "looking a chunk up");
-    if (place == HADDR_UNDEF) return false;
-    std::int64_t index = 0;
-    for (int dim = 0; dim < m_rank; ++dim) {
-      auto const at = static_cast<std::size_t>(dim);
-      auto const first = static_cast<std::int64_t>(corner[at]);
-      if (first < 0 || first % m_pieceLengths[at] != 0 || first >= m_extents[at] ||
-          static_cast<std::int64_t>(bytes) != PieceBytes())
-        throw DamageFound{m_path + " has a chunk where none can be"};
-      index = index * PieceCount(dim) + first / m_pieceLengths[at];
-    }
-    m_places[static_cast<std::size_t>(index)] = place;
-  }
+  ForEachPiece(AllCells(), [&](std::size_t index, Indices const&, Indices const&, Indices const& corner) {
+    m_places[index] = PlaceOfPiece(dataset, corner);
+  });
   CheckPlaces();
   return true;
+}
+
+/// Asked for addresses, HDF5 counts through all chunks before; asked to read one, it finds it at once.
+std::uint64_t DenseDrawer::PlaceOfPiece(std::int64_t dataset, Indices const& corner) const {
+  std::vector<hsize_t> const first(corner.begin(), corner.begin() + m_rank);
+  std::uint32_t filters = 0;
+  char nothing = 0;
+  FileRange const place = m_file.Bytes().PlaceOfValues([&] {
+    Checked(H5Dread_chunk(dataset, H5P_DEFAULT, first.data(), &filters, &nothing), "looking a chunk up");
+  });
+  if (static_cast<std::int64_t>(place.bytes) != PieceBytes())
+    throw DamageFound{m_path + " has a chunk of another length"};
+  return place.offset;
+}
+
+DrawerBox DenseDrawer::AllCells() const {
+  DrawerBox all;
+  for (int dim = 0; dim < m_rank; ++dim) {
+    all.first[dim] = all.bufferFirst[dim] = 0;
+    all.counts[dim] = m_extents[static_cast<std::size_t>(dim)];
+  }
+  return all;
 }
 
 /// No piece leaves the file or lies on another one; 0 would be the file's signature.
@@ -420,7 +413,7 @@ void DenseDrawer::CutTo(std::span<int const> sizes) {
   for (std::size_t dim = 0; dim < wanted.size(); ++dim)
     isLonger |= m_extents[dim] > wanted[dim];
   if (!isLonger || !m_isExtendable) return;
-  LookUpAllPieces();
+  LookUpPieces();
   if (!m_isExtendable) return;
   std::vector<std::int64_t> const former = m_extents;
   auto const extents = Extents(wanted);
@@ -594,7 +587,7 @@ void DenseDrawer::Read(DrawerBox const& box, std::span<std::int64_t const> buffe
 }
 
 void DenseDrawer::RequireWritable() {
-  if (m_access != Access::Direct && !m_file.IsReadOnly()) Guarded(m_file, [&] { LookUpAllPieces(); });
+  if (m_access != Access::Direct && !m_file.IsReadOnly()) Guarded(m_file, [&] { LookUpPieces(); });
   char const* const reason =
       m_file.IsReadOnly() ? "the file was opened read-only"
       : m_access == Access::ThroughHdf5
@@ -691,12 +684,7 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
   });
   // Cells that become visible inside pieces that were there hold leftovers of the padding.
   auto const edge = CeilingDivision(from, m_pieceLengths[along]) * m_pieceLengths[along];
-  DrawerBox box;
-  for (int other = 0; other < m_rank; ++other) {
-    box.first[other] = 0;
-    box.counts[other] = m_extents[static_cast<std::size_t>(other)];
-    box.bufferFirst[other] = 0;
-  }
+  DrawerBox box = AllCells();
   box.first[dim] = from;
   box.counts[dim] = std::max<std::int64_t>(0, std::min(to, edge) - from);
   FillBox(box, fill);
@@ -711,35 +699,22 @@ std::vector<std::uint64_t> DenseDrawer::PlacesOfNewPieces(std::span<std::int64_t
   m_places.assign(static_cast<std::size_t>(PieceCount()), 0);
   m_isNew.assign(m_places.size(), false);
   std::vector<std::uint64_t> added;
-  DrawerBox all;
-  for (int dim = 0; dim < m_rank; ++dim) {
-    all.first[dim] = all.bufferFirst[dim] = 0;
-    all.counts[dim] = m_extents[static_cast<std::size_t>(dim)];
-  }
-  ForEachPiece(all, [&](std::size_t index, Indices const&, Indices const&, Indices const& corner) {
+  ForEachPiece(AllCells(), [&](std::size_t index, Indices const&, Indices const&, Indices const& corner) {
     std::int64_t former = 0;
     bool isNew = false;
-    std::array<hsize_t, maxRank> at{};
     for (int dim = 0; dim < m_rank; ++dim) {
       auto const d = static_cast<std::size_t>(dim);
       std::int64_t const formerCount = CeilingDivision(formerExtents[d], m_pieceLengths[d]);
       std::int64_t const piece = corner[dim] / m_pieceLengths[d];
       isNew |= piece >= formerCount;
       former = former * formerCount + piece;
-      at[d] = static_cast<hsize_t>(corner[dim]);
     }
     if (!isNew) {
       m_places[index] = formerPlaces[static_cast<std::size_t>(former)];
       m_isNew[index] = wereNew[static_cast<std::size_t>(former)];
       return;
     }
-    unsigned skippedFilters = 0;
-    haddr_t place = HADDR_UNDEF;
-    hsize_t bytes = 0;
-    Checked(H5Dget_chunk_info_by_coord(Dataset(), at.data(), &skippedFilters, &place, &bytes),
-            "looking a chunk up");
-    if (place == HADDR_UNDEF)
-      throw Hdf5Failure{.what = "extending a drawer", .cause = "a new chunk has no space"};
+    std::uint64_t const place = PlaceOfPiece(Dataset(), corner);
     m_places[index] = place;
     m_isNew[index] = IsAllZeroBits(fill);
     added.push_back(place);

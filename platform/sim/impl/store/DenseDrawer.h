@@ -93,9 +93,10 @@ private:
   void CreateDataset(double fill);
   void ReadShape();
   void LookUpPieces();
-  void LookUpAllPieces();
   bool LookUpChunks(std::int64_t dataset);
   bool LookUpContiguous(std::int64_t dataset);
+  std::uint64_t PlaceOfPiece(std::int64_t dataset, Indices const& corner) const;
+  DrawerBox AllCells() const;
   void CheckPlaces() const;
   void CheckSavedLayout(std::int64_t dataset) const;
   std::uint64_t LayoutChecksum() const;
@@ -124,8 +125,6 @@ private:
   double m_fill = 0.0;
   bool m_isExtendable = true;
   bool m_isLayoutSaved = false;
-  bool m_hasTooManyPieces = false; ///< to be looked up for reading
-  bool m_needsAllPieces = false;
   Access m_access = Access::Unknown;
   std::string m_path;    ///< where it is now
   std::string m_pending; ///< path before it got its place; "" for one that was there

@@ -409,7 +409,24 @@ void TransactionalFile::WriteStructure(std::uint64_t offset, void const* from, s
   m_overlay.Write(offset, from, bytes);
 }
 
+FileRange TransactionalFile::PlaceOfValues(std::function<void()> const& read) {
+  FileRange place{};
+  m_asked = &place;
+  try {
+    read();
+  } catch (...) {
+    m_asked = nullptr;
+    throw;
+  }
+  m_asked = nullptr;
+  return place;
+}
+
 void TransactionalFile::ReadValues(std::uint64_t offset, void* to, std::size_t bytes) const {
+  if (m_asked != nullptr) {
+    *m_asked = {offset, bytes};
+    return;
+  }
   m_file.ReadZeroFilled(offset, to, bytes);
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -81,6 +82,8 @@ public:
     if (m_due || m_isBroken || !m_file.IsOwner()) RequireUsable("writing to");
     m_hasNewValues = true;
   }
+  /// The values that `read` makes HDF5 ask for; they are not read.
+  FileRange PlaceOfValues(std::function<void()> const& read);
   /// Makes sure that HDF5 can allocate so much behind the present end without meeting a full disk; holds
   /// until the next commit.
   void ReserveGrowth(std::uint64_t bytes);
@@ -152,6 +155,7 @@ private:
   std::uint64_t m_committedEnd = 0;      ///< the last committed state lies before it
   std::uint64_t m_usedEnd = 0;           ///< behind it the file has never held anything
   std::uint64_t m_sequence = 0;
+  FileRange* m_asked = nullptr; ///< set: values are not read, it learns which were asked for
   Statistics m_counts;
   std::exception_ptr m_lastFailure;
 };
