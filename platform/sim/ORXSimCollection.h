@@ -19,6 +19,9 @@ public:
   ORXSimCSetID CreateOrderedCSet(int const* labels, int count) const;
   /// The same, not kept in the file unless a drawer comes to depend on it.
   ORXSimCSetID CreateTempOrderedCSet(int const* labels, int count) const;
+  /// Ends a temporary set that was made here; its identifier is refused from now on. A set that was asked for
+  /// several times ends with the last drop; one that a drawer stands on stays.
+  void DropTempCSet(ORXSimCSetID const& id) const;
   /// The labels start, start + stride, ..., `count` of them; `blockLength` members at each step, of which
   /// only 1 is supported.
   ORXSimCSetID CreateCSetStrided(int start, int count, int stride, int blockLength) const;

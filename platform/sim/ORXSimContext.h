@@ -38,9 +38,12 @@ public:
   /// this context and differ from each other.
   ORXSimDistributionID CreateDistribution(ORXSimGrid const& grid, ORXSimRangeType const& range,
                                           ORXSimTypeID type) const;
-  /// A distribution that lives until its file is closed and is never seen in the file.
+  /// A distribution that lives until it is dropped or its file is closed, and is never seen in the file.
   ORXSimDistributionID CreateTempDistribution(ORXSimGrid const& grid, ORXSimRangeType const& range,
                                               ORXSimTypeID type) const;
+  /// Ends a temporary distribution; its identifier is refused from now on, and no transaction brings it back.
+  /// Raises invalidArgument for another one.
+  void DropTempDistribution(ORXSimDistributionID const& id) const;
   /// Adds a type to the schema, or finds it; returns its index. The name has 1 to 255 bytes.
   int DefineType(char const* name) const;
 

@@ -306,7 +306,7 @@ void FillDisk(std::string const& path, std::function<void()> const& makeRoom) {
             ORXSimException::writeFailed);
   EXPECT_EQ(CellsOf(context.Distributions()[0]), ExpectedCells(0, 3));
   // Metadata that fits nowhere: the commit fails, and again, and the state is as before.
-  for (int k = 0; k < 3000; ++k)
+  for (int k = 0; k < 60000; ++k)
     context.CreateCollection(k, {});
   EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), ORXSimException::writeFailed);
   EXPECT_EQ(CodeOf([&] { transaction.Commit(); }, &text), ORXSimException::writeFailed) << text;
@@ -335,7 +335,7 @@ TEST(FullDisk, IsAnErrorAtTheCallAndLosesNothing) {
     code = CodeOf([&] { CreateDrawer(CreateField(context, {256, 256}), {}); }, &text);
   EXPECT_EQ(code, ORXSimException::writeFailed);
   EXPECT_NE(text.find("bytes are free"), std::string::npos) << text;
-  for (int k = 0; k < 3000; ++k)
+  for (int k = 0; k < 60000; ++k)
     context.CreateCollection(k, {});
   EXPECT_EQ(CodeOf([&] { database.Close(); }), ORXSimException::writeFailed);
   ASSERT_TRUE(database.IsOpen());
@@ -348,7 +348,7 @@ TEST(FullDisk, IsAnErrorAtTheCallAndLosesNothing) {
   Open(copy, elsewhere.Path("a.sim"));
   EXPECT_EQ(Difference(ORXSimContext(copy.Contexts()[0]), 3), "") << "what a crash on the full disk leaves";
   Open(database, path);
-  EXPECT_GT(ORXSimContext(database.Contexts()[0]).Collections().Size(), 3000);
+  EXPECT_GT(ORXSimContext(database.Contexts()[0]).Collections().Size(), 60000);
   EXPECT_EQ(CellsOf(ORXSimContext(database.Contexts()[0]).Distributions()[0]), ExpectedCells(0, 3));
   database.Close();
 }

@@ -30,6 +30,12 @@ bool CollectionMembers::Add(int label) {
   return true;
 }
 
+bool CollectionMembers::AddLeading(int count) {
+  if (count < 0 || !m_further.empty() || count > mostMembers - m_leading) return false;
+  m_leading += count;
+  return true;
+}
+
 void CollectionMembers::ShrinkTo(int leading, std::size_t further) {
   m_leading = leading;
   while (m_further.size() > further) {

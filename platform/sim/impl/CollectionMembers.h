@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sim/impl/Limits.h"
 #include "sim/impl/ORXSimIndexSet.h"
 
 #include <span>
@@ -21,8 +22,11 @@ public:
 
   bool ContainsAll(ORXSimIndexSet const& labels) const;
 
-  /// Adds a label, at least 0, unless it is here; whether it was new.
+  bool IsFull() const noexcept { return Size() == mostMembers; }
+  /// Adds a label, at least 0, unless it is here; whether it was new. REQUIRES: there is room for it.
   bool Add(int label);
+  /// Adds the labels behind the leading ones; false when that cannot be.
+  bool AddLeading(int count);
   /// Back to former counts.
   void ShrinkTo(int leading, std::size_t further);
   ORXSimIndexSet All() const;

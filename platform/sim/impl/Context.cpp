@@ -2,6 +2,7 @@
 
 #include "sim/ORXSimException.h"
 #include "sim/impl/OpenDatabase.h"
+#include "sim/impl/store/CatalogStorage.h"
 #include "sim/impl/store/DenseDrawer.h"
 #include "sim/impl/store/SparseDrawer.h"
 
@@ -10,20 +11,30 @@
 
 namespace orx::sim {
 
+void RefuseBeyond(std::int64_t limit, char const* text) {
+  ORXSimException(ORXSimException::invalidArgument,
+                  std::string(text) + ", expected at most " + std::to_string(limit) + ".")
+      .Throw(__FILE__, __LINE__);
+}
+
 namespace {
 
-template<class Record>
-Record const& At(std::vector<Record> const& records, std::int64_t index, char const* kind,
-                 Context const& context) {
-  bool const isThere = index >= 0 && index < static_cast<std::int64_t>(records.size());
-  if (!isThere || records[static_cast<std::size_t>(index)] == nullptr) {
-    ORXSimException(ORXSimException::staleIdentifier, std::string("There is no ") + kind + " " +
-                                                          std::to_string(index) + " in " + context.Name() +
-                                                          ".")
-        .Throw(__FILE__, __LINE__);
-  }
-  return records[static_cast<std::size_t>(index)];
+[[noreturn]] void RefuseNumber(std::int64_t number, char const* kind, Context const& context) {
+  ORXSimException(ORXSimException::staleIdentifier, std::string("There is no ") + kind + " " +
+                                                        std::to_string(number) + " in " + context.Name() +
+                                                        ".")
+      .Throw(__FILE__, __LINE__);
 }
+
+template<class Records>
+auto& At(Records const& records, typename Records::key_type number, std::int64_t shown, char const* kind,
+         Context const& context) {
+  auto const found = records.find(number);
+  if (found == records.end()) RefuseNumber(shown, kind, context);
+  return found->second;
+}
+
+constexpr std::uint32_t largestHandle = static_cast<std::uint32_t>(largestNumber) + 1;
 
 } // namespace
 
@@ -35,8 +46,7 @@ Context::Context(OpenDatabase& database, int number, ORXSimNamespaceID space)
 
 Context::~Context() {
   m_undo.clear();
-  for (auto const& distribution : m_distributions) {
-    if (distribution == nullptr) continue;
+  for (auto const& [handle, distribution] : m_distributions) {
     distribution->context = nullptr;
     distribution->drawer.reset();
   }
@@ -50,14 +60,20 @@ std::string Context::Name() const {
   return "context " + std::to_string(m_number) + " of " + m_database.File().Path();
 }
 
+std::string Context::Path() const { return "/context_" + std::to_string(m_number); }
+
 CollectionRecord& Context::CollectionAt(int number) const {
-  return *At(m_collections, number, "collection", *this);
+  return *At(m_collections, number, number, "collection", *this);
 }
 
-SetRecord& Context::SetAt(int number) const { return *At(m_sets, number, "member set", *this); }
+SetRecord& Context::SetAt(int number) const {
+  SetRecord& set = *At(m_sets, number, number, "member set", *this);
+  if (set.members == nullptr) ReadMembers(set);
+  return set;
+}
 
 std::shared_ptr<DistributionRecord> const& Context::DistributionAt(std::uint32_t handle) const {
-  return At(m_distributions, std::int64_t{handle} - 1, "distribution", *this);
+  return At(m_distributions, handle, std::int64_t{handle} - 1, "distribution", *this);
 }
 
 CollectionRecord& Context::Find(ORXSimCollectionID const& id) const {
@@ -80,83 +96,190 @@ ORXSimCollectionID Context::CollectionID(int number, int color) const {
   return {ID(), {.collection = number, .color = color}, CollectionAt(number).type};
 }
 
-void Context::Undoing(std::function<void()> step) {
-  if (m_hasTransaction) m_undo.push_back(std::move(step));
+ORXSimCSetID Context::Identify(ORXSimCollectionID const& collection, int set) const {
+  return {ID(), {.minor = collection.Minor(), .memberSet = set}, Find(collection).type};
+}
+
+// Labels of sets that were read
+
+ORXSimIndexSet Context::OwnLabels(SetRecord const& set) const {
+  SavedLabels const& saved = set.saved;
+  if (saved.list < 0) return ORXSimIndexSet::Strided(saved.start, saved.count, saved.stride);
+  return ORXSimIndexSet::Listed(
+      std::span(m_savedNumbers)
+          .subspan(static_cast<std::size_t>(saved.list), static_cast<std::size_t>(saved.count)));
+}
+
+/// From the first of the sets that it continues on, so that all of them share their labels.
+void Context::ReadMembers(SetRecord& set) const {
+  std::vector<SetRecord*> chain;
+  for (SetRecord* next = &set; next != nullptr && next->members == nullptr;
+       next = next->head >= 0 ? m_sets.at(next->head).get() : nullptr)
+    chain.push_back(next);
+  for (std::size_t k = chain.size(); k-- > 0;) {
+    SetRecord& reached = *chain[k];
+    ORXSimIndexSet own = OwnLabels(reached);
+    ORXSimIndexSet const labels =
+        reached.head >= 0 ? ORXSimIndexSet::Joined(*m_sets.at(reached.head)->members, own) : std::move(own);
+    reached.members = std::make_shared<ORXSimIndexSet const>(labels);
+  }
+}
+
+// Changing
+
+/// Does a change that `undo` takes back, whole or in parts: at once when it fails, or when the transaction is
+/// abandoned.
+template<class Change>
+void Context::Changing(std::function<void()> undo, Change&& change) {
+  m_database.BecomeCurrent();
+  m_undo.push_back(std::move(undo));
+  try {
+    change();
+  } catch (...) {
+    auto const step = std::move(m_undo.back());
+    m_undo.pop_back();
+    step();
+    throw;
+  }
+  if (!m_hasTransaction) m_undo.pop_back();
 }
 
 ORXSimCollectionID Context::AddCollection(int size, ORXSimTypeID type) {
-  int const number = static_cast<int>(m_collections.size());
-  m_unsaved.collections.insert(number);
-  m_collections.push_back(std::make_unique<CollectionRecord>(
-      CollectionRecord{.type = type, .members = CollectionMembers(size), .colors = {}}));
-  Undoing([this, number] {
-    m_unsaved.collections.erase(number);
-    m_collections[static_cast<std::size_t>(number)].reset();
-  });
+  if (m_nextCollection > largestNumber) RefuseBeyond(largestNumber, "A context has no more collections");
+  int const number = static_cast<int>(m_nextCollection++);
+  Changing(
+      [this, number] {
+        m_unsaved.collections.erase(number);
+        m_collections.erase(number);
+      },
+      [&] {
+        m_unsaved.collections.insert(number);
+        m_collections[number] = std::make_unique<CollectionRecord>(
+            CollectionRecord{.type = type, .members = CollectionMembers(size)});
+      });
   return CollectionID(number, 0);
 }
 
-int Context::FindSet(CollectionRecord const& collection, ORXSimIndexSet const& members) const {
-  auto const [first, last] = collection.sets.equal_range(members.Hash());
+SetRecord* Context::FindSet(CollectionRecord const& collection, ORXSimIndexSet const& members,
+                            int& number) const {
+  auto const [first, last] = collection.sets.equal_range(members.Digest());
   for (auto k = first; k != last; ++k) {
-    auto const& set = m_sets[static_cast<std::size_t>(k->second)];
-    if (set != nullptr && *set->members == members) return k->second;
+    SetRecord& set = SetAt(k->second);
+    number = k->second;
+    if (*set.members == members) return &set;
   }
-  return -1;
+  return nullptr;
 }
 
-void Context::AddMembers(int collection, ORXSimIndexSet const& labels) {
-  CollectionMembers& members = CollectionAt(collection).members;
-  if (members.ContainsAll(labels)) return;
-  int const leading = members.Leading();
-  std::size_t const further = members.Further().size();
-  Undoing([this, collection, leading, further] {
-    auto const& record = m_collections[static_cast<std::size_t>(collection)];
-    if (record == nullptr) return;
-    record->members.ShrinkTo(leading, further);
-    m_unsaved.collections.insert(collection);
-  });
-  m_unsaved.collections.insert(collection);
-  for (int k = 0; k < labels.Size(); ++k)
-    members.Add(labels[k]);
+void Context::AddMembers(CollectionRecord& collection, ORXSimIndexSet const& labels) {
+  for (int k = 0; k < labels.Size(); ++k) {
+    int const label = labels[k];
+    if (collection.members.Contains(label)) continue;
+    if (collection.members.IsFull()) RefuseBeyond(mostMembers, "A collection has no more members");
+    collection.members.Add(label);
+  }
 }
 
 /// A set that was temporary and is needed for good.
 void Context::Keep(int set) {
   SetRecord& record = SetAt(set);
   if (!record.isTemporary) return;
-  record.isTemporary = false;
-  m_unsaved.sets.insert(set);
-  Undoing([this, set] {
-    SetAt(set).isTemporary = true;
-    m_unsaved.sets.erase(set);
-  });
+  Changing(
+      [this, set] {
+        if (auto const found = m_sets.find(set); found != m_sets.end()) found->second->isTemporary = true;
+        m_unsaved.sets.erase(set);
+      },
+      [&] {
+        m_unsaved.sets.insert(set);
+        record.isTemporary = false;
+      });
+}
+
+int Context::NewSetNumber(bool isTemporary) {
+  if (isTemporary) {
+    if (m_nextTemporarySet < std::numeric_limits<int>::min())
+      RefuseBeyond(largestNumber, "A context has no more temporary member sets");
+    return static_cast<int>(m_nextTemporarySet--);
+  }
+  if (m_nextSet > largestNumber) RefuseBeyond(largestNumber, "A context has no more member sets");
+  return static_cast<int>(m_nextSet++);
+}
+
+void Context::InsertSet(int number, std::shared_ptr<SetRecord> record) {
+  CollectionRecord& owner = CollectionAt(record->collection);
+  std::uint64_t const digest = record->digest;
+  if (!record->isTemporary) m_unsaved.sets.insert(number);
+  m_sets[number] = std::move(record);
+  owner.sets.emplace(digest, number);
+}
+
+void Context::RemoveSet(int number) noexcept {
+  m_unsaved.sets.erase(number);
+  auto const found = m_sets.find(number);
+  if (found == m_sets.end()) return;
+  SetRecord const& record = *found->second;
+  if (auto const owner = m_collections.find(record.collection); owner != m_collections.end()) {
+    auto const [first, last] = owner->second->sets.equal_range(record.digest);
+    auto const mine =
+        std::find_if(first, last, [number](auto const& entry) { return entry.second == number; });
+    if (mine != last) owner->second->sets.erase(mine);
+  }
+  m_sets.erase(found);
 }
 
 ORXSimCSetID Context::AddSet(ORXSimCollectionID const& collection, ORXSimIndexSet members, bool isTemporary) {
+  bool const hasNewLabels = !Find(collection).members.ContainsAll(members);
+  return FindOrAddSet(collection, std::move(members), isTemporary, hasNewLabels);
+}
+
+ORXSimCSetID Context::FindOrAddSet(ORXSimCollectionID const& collection, ORXSimIndexSet members,
+                                   bool isTemporary, bool hasNewLabels) {
   CollectionRecord& owner = Find(collection);
-  auto const identify = [&](int number) {
-    return ORXSimCSetID(ID(), {.minor = collection.Minor(), .memberSet = number}, owner.type);
-  };
-  if (int const found = FindSet(owner, members); found >= 0) {
-    if (!isTemporary) Keep(found);
-    return identify(found);
+  int number = -1;
+  if (SetRecord* const found = FindSet(owner, members, number)) {
+    if (!isTemporary) Keep(number);
+    found->users += isTemporary ? 1 : 0;
+    return Identify(collection, number);
   }
-  int const collectionNumber = collection.Minor().collection;
-  AddMembers(collectionNumber, members);
-  int const number = static_cast<int>(m_sets.size());
-  std::size_t const hash = members.Hash();
-  m_sets.push_back(std::make_unique<SetRecord>(
-      SetRecord{.collection = collectionNumber,
-                .members = std::make_shared<ORXSimIndexSet const>(std::move(members)),
-                .isTemporary = isTemporary}));
-  owner.sets.emplace(hash, number);
-  if (!isTemporary) m_unsaved.sets.insert(number);
-  Undoing([this, number] {
-    m_unsaved.sets.erase(number);
-    m_sets[static_cast<std::size_t>(number)].reset();
-  });
-  return identify(number);
+  int const of = collection.Minor().collection;
+  number = NewSetNumber(isTemporary);
+  Changing(
+      [this, number, of, leading = owner.members.Leading(), further = owner.members.Further().size()] {
+        RemoveSet(number);
+        if (auto const found = m_collections.find(of); found != m_collections.end())
+          found->second->members.ShrinkTo(leading, further);
+      },
+      [&] {
+        if (hasNewLabels) m_unsaved.collections.insert(of);
+        if (hasNewLabels) AddMembers(owner, members);
+        auto record = std::make_shared<SetRecord>();
+        record->collection = of;
+        record->size = members.Size();
+        record->digest = members.Digest();
+        record->members = std::make_shared<ORXSimIndexSet const>(std::move(members));
+        record->isTemporary = isTemporary;
+        record->users = 1;
+        record->fileNumber = isTemporary ? -1 : number;
+        InsertSet(number, std::move(record));
+      });
+  return Identify(collection, number);
+}
+
+ORXSimCSetID Context::AddJoinedSet(ORXSimCollectionID const& collection, int front,
+                                   ORXSimCSetID const& back) {
+  ORXSimIndexSet members = ORXSimIndexSet::Joined(*SetAt(front).members, *Find(back).members);
+  ORXSimCSetID const id = FindOrAddSet(collection, std::move(members), true, false);
+  SetRecord& set = Find(id);
+  if (set.head < 0 && id.Data().memberSet != front && set.size > SetAt(front).size) set.head = front;
+  return id;
+}
+
+void Context::DropSet(ORXSimCSetID const& id) {
+  SetRecord& record = Find(id);
+  record.users = std::max(0, record.users - 1);
+  int const number = id.Data().memberSet;
+  bool const isHeld = m_sets.at(number).use_count() > 1;
+  if (record.isTemporary && record.users == 0 && !isHeld) RemoveSet(number);
 }
 
 void Context::AddColor(ORXSimCollectionID const& collection, int color) {
@@ -164,75 +287,97 @@ void Context::AddColor(ORXSimCollectionID const& collection, int color) {
   if (color == 0 || std::find(record.colors.begin(), record.colors.end(), color) != record.colors.end())
     return;
   int const number = collection.Minor().collection;
-  record.colors.push_back(color);
-  m_unsaved.collections.insert(number);
-  Undoing([this, number, color] {
-    auto const& owner = m_collections[static_cast<std::size_t>(number)];
-    if (owner != nullptr) std::erase(owner->colors, color);
-    m_unsaved.collections.insert(number);
-  });
+  Changing(
+      [this, number, color] {
+        if (auto const owner = m_collections.find(number); owner != m_collections.end())
+          std::erase(owner->second->colors, color);
+      },
+      [&] {
+        m_unsaved.collections.insert(number);
+        record.colors.push_back(color);
+      });
 }
 
 int Context::AddType(char const* name) {
   for (std::size_t k = 0; k < m_types.size(); ++k)
     if (std::strcmp(m_types[k].AsText(), name) == 0) return static_cast<int>(k);
-  m_types.emplace_back(name);
-  m_unsaved.areTypes = true;
-  Undoing([this] { m_types.pop_back(); });
-  return static_cast<int>(m_types.size()) - 1;
+  std::size_t const index = m_types.size();
+  Changing([this, index] { m_types.resize(std::min(index, m_types.size())); },
+           [&] { m_types.emplace_back(name); });
+  return static_cast<int>(index);
 }
 
 ORXSimDistributionID Context::AddDistribution(std::vector<ORXSimIDMinor> grid, ORXSimRangeType range,
                                               ORXSimTypeID type, bool isTemporary) {
+  if (m_nextDistribution > largestNumber || m_nextTemporaryHandle <= largestHandle)
+    RefuseBeyond(largestNumber, "A context has no more distributions");
   auto record = std::make_shared<DistributionRecord>();
-  int const number = static_cast<int>(m_distributions.size());
+  std::uint32_t const handle =
+      isTemporary ? m_nextTemporaryHandle-- : static_cast<std::uint32_t>(++m_nextDistribution);
   record->context = this;
-  record->id = {.context = ID(), .handle = static_cast<std::uint32_t>(number) + 1};
+  record->id = {.context = ID(), .handle = handle};
   record->grid = std::move(grid);
   record->range = range;
   record->type = type;
   record->isTemporary = isTemporary;
-  if (!isTemporary) m_unsaved.distributions.insert(number);
-  m_distributions.push_back(record);
-  Undoing([this, number] {
-    auto& abandoned = m_distributions[static_cast<std::size_t>(number)];
-    m_unsaved.distributions.erase(number);
-    abandoned->context = nullptr;
-    abandoned->drawer.reset();
-    abandoned.reset();
-  });
+  Changing([this, handle] { RemoveDistribution(handle); },
+           [&] {
+             if (!isTemporary) m_unsaved.distributions.insert(handle);
+             m_distributions[handle] = record;
+           });
   return record->id;
 }
 
-void Context::InstallDrawer(DistributionRecord& distribution, std::shared_ptr<Drawer> drawer) {
-  int const number = static_cast<int>(distribution.id.handle) - 1;
-  if (!distribution.isTemporary) {
-    for (int const set : drawer->sets)
-      Keep(set);
-    m_unsaved.distributions.insert(number);
+void Context::RemoveDistribution(std::uint32_t handle) noexcept {
+  m_unsaved.distributions.erase(handle);
+  auto const found = m_distributions.find(handle);
+  if (found == m_distributions.end()) return;
+  found->second->context = nullptr;
+  found->second->drawer.reset();
+  m_distributions.erase(found);
+}
+
+void Context::DropDistribution(ORXSimDistributionID const& id) {
+  if (!DistributionAt(id.handle)->isTemporary) {
+    ORXSimException(ORXSimException::invalidArgument,
+                    DistributionAt(id.handle)->Name() + " cannot be dropped: it is not temporary.")
+        .Throw(__FILE__, __LINE__);
   }
-  Undoing([this, number, former = distribution.drawer] {
-    m_distributions[static_cast<std::size_t>(number)]->drawer = former;
-  });
-  distribution.drawer = std::move(drawer);
+  RemoveDistribution(id.handle);
+}
+
+void Context::InstallDrawer(DistributionRecord& distribution, std::shared_ptr<Drawer> drawer) {
+  std::uint32_t const handle = distribution.id.handle;
+  for (int const set : drawer->sets) {
+    SetAt(set);
+    drawer->heldSets.push_back(m_sets.at(set));
+  }
+  Changing(
+      [this, handle, former = distribution.drawer] {
+        auto const found = m_distributions.find(handle);
+        if (found != m_distributions.end()) found->second->drawer = former;
+      },
+      [&] {
+        if (!distribution.isTemporary) m_unsaved.distributions.insert(handle);
+        distribution.drawer = std::move(drawer);
+      });
 }
 
 void Context::RecordExtension(DistributionRecord& distribution, int dim, int set) {
-  int const number = static_cast<int>(distribution.id.handle) - 1;
   auto const along = static_cast<std::size_t>(dim);
-  if (!distribution.isTemporary) {
-    Keep(set);
-    m_unsaved.distributions.insert(number);
-  }
   auto const drawer = distribution.drawer;
-  Undoing([this, number, drawer, along, formerSet = drawer->sets[along], formerSize = drawer->sizes[along]] {
-    drawer->sets[along] = formerSet;
-    drawer->sizes[along] = formerSize;
-    if (!m_distributions[static_cast<std::size_t>(number)]->isTemporary)
-      m_unsaved.distributions.insert(number);
-  });
-  drawer->sets[along] = set;
-  drawer->sizes[along] = SetAt(set).members->Size();
+  Changing(
+      [drawer, along, formerSet = drawer->sets[along], formerSize = drawer->sizes[along]] {
+        drawer->sets[along] = formerSet;
+        drawer->sizes[along] = formerSize;
+      },
+      [&] {
+        if (!distribution.isTemporary) m_unsaved.distributions.insert(distribution.id.handle);
+        int const size = SetAt(set).size;
+        drawer->heldSets.push_back(m_sets.at(set));
+        drawer->sets[along] = set;
+        drawer->sizes[along] = size;
+      });
 }
 
 void Context::EndTransaction() noexcept {
@@ -248,26 +393,105 @@ void Context::AbandonTransaction() noexcept {
 }
 
 void Context::DropTemporaries() noexcept {
-  for (auto const& distribution : m_distributions)
-    if (distribution != nullptr && distribution->isTemporary) distribution->drawer.reset();
+  for (auto const& [handle, distribution] : m_distributions)
+    if (distribution->isTemporary) distribution->drawer.reset();
+}
+
+// Saving and loading
+
+int Context::FileNumberOf(int set) {
+  SetRecord& record = *m_sets.at(set);
+  if (record.fileNumber < 0) record.fileNumber = NewSetNumber(false);
+  return record.fileNumber;
+}
+
+int Context::SavedHeadOf(int set) const {
+  int head = m_sets.at(set)->head;
+  while (head != -1) {
+    auto const found = m_sets.find(head);
+    if (found == m_sets.end()) return -1;
+    SetRecord const& record = *found->second;
+    if (!record.isTemporary || record.isSaved) return head;
+    head = record.head;
+  }
+  return -1;
 }
 
 void Context::MarkSaved() {
-  for (int const k : m_unsaved.collections)
-    if (auto const& record = m_collections[static_cast<std::size_t>(k)]) record->isSaved = true;
-  for (int const k : m_unsaved.sets)
-    if (auto const& record = m_sets[static_cast<std::size_t>(k)]) record->isSaved = true;
-  for (int const k : m_unsaved.distributions) {
-    auto const& record = m_distributions[static_cast<std::size_t>(k)];
-    if (record == nullptr) continue;
-    record->isSaved = true;
-    if (record->drawer == nullptr) continue;
-    record->drawer->isSaved = true;
-    record->hasSavedDrawer = true;
-    if (record->drawer->dense != nullptr) record->drawer->dense->ReleaseHandle();
-    if (record->drawer->sparse != nullptr) record->drawer->sparse->ReleaseHandle();
+  for (int const k : m_unsaved.collections) {
+    auto const found = m_collections.find(k);
+    if (found == m_collections.end()) continue;
+    CollectionRecord& record = *found->second;
+    record.isSaved = true;
+    record.savedMembers = record.members.Size();
+    record.savedColors = record.colors.size();
   }
-  m_unsaved = {.isContext = false, .areTypes = false, .collections = {}, .sets = {}, .distributions = {}};
+  for (int const k : m_unsaved.sets)
+    m_sets.at(k)->isSaved = true;
+  for (std::uint32_t const handle : m_unsaved.distributions) {
+    auto const found = m_distributions.find(handle);
+    if (found == m_distributions.end() || found->second->drawer == nullptr) continue;
+    Drawer& drawer = *found->second->drawer;
+    for (int const set : drawer.sets) {
+      m_sets.at(set)->isSaved = true;
+      m_sets.at(set)->isTemporary = false;
+    }
+    drawer.isSaved = true;
+    found->second->hasSavedDrawer = true;
+    if (drawer.dense != nullptr) drawer.dense->ReleaseHandle();
+    if (drawer.sparse != nullptr) drawer.sparse->ReleaseHandle();
+  }
+  m_savedTypes = m_types.size();
+  m_unsaved = {.isContext = false, .collections = {}, .sets = {}, .distributions = {}};
+}
+
+void Context::MarkUnsaved() {
+  for (auto const& [number, record] : m_collections)
+    m_unsaved.collections.insert(number);
+  for (auto const& [number, record] : m_sets)
+    m_unsaved.sets.insert(number);
+  for (auto const& [handle, record] : m_distributions)
+    m_unsaved.distributions.insert(handle);
+}
+
+void Context::MarkNothingUnsaved() noexcept {
+  m_unsaved.collections.clear();
+  m_unsaved.sets.clear();
+  m_unsaved.distributions.clear();
+}
+
+void Context::LoadCollection(int number, CollectionRecord record) {
+  m_collections[number] = std::make_unique<CollectionRecord>(std::move(record));
+  m_nextCollection = std::max(m_nextCollection, std::int64_t{number} + 1);
+}
+
+void Context::LoadSet(int number, SetRecord record) {
+  SavedLabels const& saved = record.saved;
+  if (record.members != nullptr) {
+    record.size = record.members->Size();
+    record.digest = record.members->Digest();
+  } else {
+    record.size = saved.count;
+    record.digest = saved.list < 0 ? DigestOfProgression(saved.start, saved.stride, saved.count)
+                                   : DigestOf(SavedNumbers().subspan(static_cast<std::size_t>(saved.list),
+                                                                     static_cast<std::size_t>(saved.count)));
+  }
+  if (record.head >= 0) {
+    SetRecord const& head = *At(m_sets, record.head, record.head, "member set", *this);
+    record.digest = JoinedDigest(head.digest, record.digest, record.size);
+    record.size += head.size;
+  }
+  record.fileNumber = number;
+  CollectionAt(record.collection).sets.emplace(record.digest, number);
+  m_sets[number] = std::make_shared<SetRecord>(std::move(record));
+  m_nextSet = std::max(m_nextSet, std::int64_t{number} + 1);
+}
+
+void Context::LoadDistribution(std::uint32_t handle, std::shared_ptr<DistributionRecord> record) {
+  record->context = this;
+  record->id = {.context = ID(), .handle = handle};
+  m_nextDistribution = std::max(m_nextDistribution, std::int64_t{handle});
+  m_distributions[handle] = std::move(record);
 }
 
 Context& DistributionRecord::InContext() const {
@@ -281,7 +505,18 @@ Context& DistributionRecord::InContext() const {
 }
 
 std::string DistributionRecord::Name() const {
-  return "distribution " + std::to_string(id.handle - 1) + " of " + InContext().Name();
+  std::string const number = isTemporary ? "temporary distribution " + std::to_string(~0u - id.handle)
+                                         : "distribution " + std::to_string(id.handle - 1);
+  return number + " of " + InContext().Name();
+}
+
+std::string DistributionRecord::Path() const {
+  return InContext().Path() + "/distribution_" + std::to_string(id.handle - 1);
+}
+
+void DistributionRecord::OpenDrawer() const {
+  if (drawer->dense != nullptr || drawer->sparse != nullptr) return;
+  store::OpenDrawer(InContext().Database().File(), *this);
 }
 
 ORXSimCollectionID DistributionRecord::Collection(int dim) const {
@@ -296,6 +531,7 @@ ORXSimCSetID DistributionRecord::DimensionSet(int dim) const {
 }
 
 ORXSimDrawerDescription DistributionRecord::Describe() const {
+  OpenDrawer();
   ORXSimDrawerDescription facts;
   for (int dim = 0; dim < Rank(); ++dim) {
     facts.m_sets.Append(DimensionSet(dim));

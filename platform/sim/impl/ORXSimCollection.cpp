@@ -18,11 +18,8 @@ orx::sim::Context& ContextFor(ORXSimCollectionID const& id, ORXSimIndexSet const
   orx::sim::Context& context = orx::sim::FindContext(id.Context());
   if (!isTemporary) {
     context.Database().RequireWritable("create a member set");
-  } else if (context.Database().File().IsReadOnly()) {
-    orx::sim::CollectionRecord const& collection = context.Find(id);
-    for (int k = 0; k < members.Size(); ++k)
-      if (!collection.members.Contains(members[k]))
-        context.Database().RequireWritable("add members to a collection");
+  } else if (context.Database().File().IsReadOnly() && !context.Find(id).members.ContainsAll(members)) {
+    context.Database().RequireWritable("add members to a collection");
   }
   return context;
 }
@@ -48,6 +45,10 @@ ORXSimCSetID ORXSimCollection::CreateOrderedCSet(int const* labels, int count) c
 
 ORXSimCSetID ORXSimCollection::CreateTempOrderedCSet(int const* labels, int count) const {
   return AddListedSet(m_id, labels, count, true);
+}
+
+void ORXSimCollection::DropTempCSet(ORXSimCSetID const& id) const {
+  orx::sim::FindContext(m_id.Context()).DropSet(id);
 }
 
 ORXSimCSetID ORXSimCollection::CreateCSetStrided(int start, int count, int stride, int blockLength) const {

@@ -82,6 +82,10 @@ ORXSimDistributionID ORXSimContext::CreateTempDistribution(ORXSimGrid const& gri
   return AddDistribution(m_id, grid, range, type, true);
 }
 
+void ORXSimContext::DropTempDistribution(ORXSimDistributionID const& id) const {
+  orx::sim::FindContext(m_id).DropDistribution(id);
+}
+
 int ORXSimContext::DefineType(char const* name) const {
   orx::sim::Context& context = orx::sim::FindContext(m_id);
   context.Database().RequireWritable("define a type");
@@ -104,14 +108,14 @@ ORXSimTypeSchemaSnapshot ORXSimContext::Schema() const {
 ORXSimArray<ORXSimCollectionID> ORXSimContext::Collections() const {
   orx::sim::Context& context = orx::sim::FindContext(m_id);
   ORXSimArray<ORXSimCollectionID> ids;
-  for (std::size_t k = 0; k < context.Collections().size(); ++k)
-    if (context.Collections()[k] != nullptr) ids.Append(context.CollectionID(static_cast<int>(k), 0));
+  for (auto const& [number, record] : context.AllCollections())
+    ids.Append(context.CollectionID(number, 0));
   return ids;
 }
 
 ORXSimArray<ORXSimDistributionID> ORXSimContext::Distributions() const {
   ORXSimArray<ORXSimDistributionID> ids;
-  for (auto const& record : orx::sim::FindContext(m_id).Distributions())
-    if (record != nullptr && !record->isTemporary) ids.Append(record->id);
+  for (auto const& [handle, record] : orx::sim::FindContext(m_id).AllDistributions())
+    if (!record->isTemporary) ids.Append(record->id);
   return ids;
 }

@@ -71,8 +71,8 @@ ORXSimContextID ORXSimDatabase::CreateContext(ORXSimNamespaceID space) {
 
 ORXSimArray<ORXSimContextID> ORXSimDatabase::Contexts() const {
   ORXSimArray<ORXSimContextID> ids;
-  for (auto const& context : Opened().Contexts())
-    if (context != nullptr) ids.Append(context->ID());
+  for (auto const& [number, context] : Opened().Contexts())
+    ids.Append(context->ID());
   return ids;
 }
 

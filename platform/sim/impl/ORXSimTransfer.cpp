@@ -212,6 +212,7 @@ void ORXSimTransfer::CheckInitialValue() const {
 void ORXSimTransfer::CheckSelections() const {
   orx::sim::DistributionRecord const& record = Record();
   if (record.drawer == nullptr) RefuseView(record, "it has no drawer yet");
+  record.OpenDrawer();
   if (m_serialization.IsSparse() != record.drawer->serialization.IsSparse())
     RefuseView(record, m_serialization.IsSparse() ? "its drawer is dense, the transfer sparse"
                                                   : "its drawer is sparse, the transfer dense");
@@ -238,6 +239,7 @@ void ORXSimTransfer::CheckSelections() const {
 void ORXSimTransfer::CheckExtension() const {
   orx::sim::DistributionRecord const& record = Record();
   if (record.drawer == nullptr) RefuseView(record, "it has no drawer yet");
+  record.OpenDrawer();
   if (record.drawer->dense == nullptr || !record.drawer->dense->IsExtendable())
     RefuseView(record, "its drawer cannot be extended");
   CheckInitialValue();
@@ -325,10 +327,7 @@ ORXSimTransfer& ORXSimTransfer::InitializeExtension() {
   orx::sim::Drawer& drawer = *record.drawer;
   int const dim = orx::sim::DimensionOf(record, m_extension.Collection());
   ORXSimCSetID const longer =
-      context.AddSet(record.Collection(dim),
-                     orx::sim::Joined(*context.SetAt(drawer.sets[static_cast<std::size_t>(dim)]).members,
-                                      *context.Find(m_extension).members),
-                     false);
+      context.AddJoinedSet(record.Collection(dim), drawer.sets[static_cast<std::size_t>(dim)], m_extension);
   int const size = context.Find(longer).members->Size();
   double const fill = m_hasInitialValue ? m_initialValue.Value() : drawer.dense->Fill();
   drawer.dense->Extend(drawer.sizes, dim, size, fill);

@@ -3,6 +3,7 @@
 #include "sim/ORXSimException.h"
 #include "sim/impl/store/CatalogStorage.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 namespace orx::sim {
@@ -39,20 +40,21 @@ std::shared_ptr<OpenDatabase> OpenDatabase::Create(std::string const& name, ORXS
 std::shared_ptr<OpenDatabase> OpenDatabase::Open(std::string const& name, bool readOnly) {
   auto database = std::make_shared<OpenDatabase>(store::DatabaseFile::Open(name, readOnly));
   store::LoadCatalog(database->File(), [&](int number, ORXSimNamespaceID space) -> Context& {
-    auto const count = static_cast<std::size_t>(number) + 1;
-    if (database->m_contexts.size() < count) database->m_contexts.resize(count);
-    database->m_contexts.back() = std::make_unique<Context>(*database, number, space);
-    return *database->m_contexts.back();
+    auto& context = database->m_contexts[number];
+    context = std::make_unique<Context>(*database, number, space);
+    context->MarkLoaded();
+    return *context;
   });
-  for (auto const& context : database->m_contexts)
-    if (context != nullptr) context->MarkSaved();
   return database;
 }
 
 Context& OpenDatabase::AddContext(ORXSimNamespaceID space) {
   RequireWritable("create a context");
-  m_contexts.push_back(std::make_unique<Context>(*this, static_cast<int>(m_contexts.size()), space));
-  return *m_contexts.back();
+  BecomeCurrent();
+  std::int64_t const number = m_contexts.empty() ? 0 : std::int64_t{m_contexts.rbegin()->first} + 1;
+  if (number > largestNumber) RefuseBeyond(largestNumber, "A database has no more contexts");
+  auto context = std::make_unique<Context>(*this, static_cast<int>(number), space);
+  return *(m_contexts[static_cast<int>(number)] = std::move(context));
 }
 
 void OpenDatabase::RequireWritable(char const* what) const {
@@ -65,18 +67,15 @@ void OpenDatabase::RequireWritable(char const* what) const {
 void OpenDatabase::Commit(Context const& committing) {
   if (m_file->IsScratch()) return; // its structure is written when it is closed
   std::vector<Context*> contexts;
-  for (auto const& context : m_contexts)
-    if (context != nullptr && (context.get() == &committing || !context->HasTransaction()))
-      contexts.push_back(context.get());
+  for (auto const& [number, context] : m_contexts)
+    if (context.get() == &committing || !context->HasTransaction()) contexts.push_back(context.get());
   Save(contexts);
-  store::TryToEmptyTrash(*m_file);
 }
 
 void OpenDatabase::CommitForClose() {
   if (m_file->IsReadOnly()) return;
   std::vector<Context*> contexts;
-  for (auto const& context : m_contexts) {
-    if (context == nullptr) continue;
+  for (auto const& [number, context] : m_contexts) {
     if (context->HasTransaction()) context->AbandonTransaction();
     context->DropTemporaries();
     contexts.push_back(context.get());
@@ -84,11 +83,35 @@ void OpenDatabase::CommitForClose() {
   Save(contexts);
 }
 
+void OpenDatabase::BecomeCurrent() {
+  if (m_file->IsReadOnly() || m_file->Version() == store::formatVersion) return;
+  int const former = m_file->Version();
+  store::CatalogWriter writer(*m_file);
+  try {
+    for (auto const& [number, context] : m_contexts) {
+      context->MarkUnsaved();
+      writer.RemoveFormerFormat(*context);
+      writer.Save(*context);
+    }
+    writer.WriteVersion(store::formatVersion, former);
+    m_file->Commit();
+  } catch (...) {
+    writer.Revert();
+    for (auto const& [number, context] : m_contexts)
+      context->MarkNothingUnsaved();
+    throw;
+  }
+  for (auto const& [number, context] : m_contexts)
+    context->MarkSaved();
+}
+
 void OpenDatabase::Save(std::vector<Context*> const& contexts) {
   store::CatalogWriter writer(*m_file);
   try {
     for (Context* const context : contexts)
       writer.Save(*context);
+    for (auto const& [number, context] : m_contexts)
+      if (std::ranges::find(contexts, context.get()) == contexts.end()) writer.NoteExtensions(*context);
     if (m_file->IsScratch()) {
       m_file->CommitForClose();
     } else {
@@ -106,7 +129,9 @@ Context* LookUpContext(ORXSimContextID const& id) noexcept {
   auto const file = OpenFiles().find(id.file);
   if (file == OpenFiles().end()) return nullptr;
   auto const& contexts = file->second->Contexts();
-  return id.context < contexts.size() ? contexts[id.context].get() : nullptr;
+  if (id.context > static_cast<std::uint32_t>(largestNumber)) return nullptr;
+  auto const context = contexts.find(static_cast<int>(id.context));
+  return context != contexts.end() ? context->second.get() : nullptr;
 }
 
 Context& FindContext(ORXSimContextID const& id) {

@@ -4,6 +4,7 @@
 #include "sim/impl/Context.h"
 #include "sim/impl/store/DatabaseFile.h"
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,10 +28,13 @@ public:
   store::DatabaseFile& File() const noexcept { return *m_file; }
 
   Context& AddContext(ORXSimNamespaceID space);
-  std::vector<std::unique_ptr<Context>> const& Contexts() const noexcept { return m_contexts; }
+  using ContextsByNumber = std::map<int, std::unique_ptr<Context>>;
+  ContextsByNumber const& Contexts() const noexcept { return m_contexts; }
 
   /// Raises writeFailed when the file is read-only; `what` is what was to be done: "create a collection".
   void RequireWritable(char const* what) const;
+  /// Rewrites the catalogue of a file of a former format; to be called before the first change.
+  void BecomeCurrent();
   /// Saves that context, and those without a transaction. On an error the file holds the former state and the
   /// records are as before.
   void Commit(Context const& committing);
@@ -43,7 +47,7 @@ private:
 
   std::uint32_t m_number;
   std::unique_ptr<store::DatabaseFile> m_file;
-  std::vector<std::unique_ptr<Context>> m_contexts; ///< by number
+  ContextsByNumber m_contexts;
 };
 
 /// The context that an identifier names; raises staleIdentifier when its file is closed.

@@ -91,13 +91,6 @@ std::int64_t SelectedCount(DistributionRecord const& record, ORXSimDimSelection 
   return record.drawer->sizes[static_cast<std::size_t>(dim)];
 }
 
-ORXSimIndexSet Joined(ORXSimIndexSet const& first, ORXSimIndexSet const& second) {
-  std::vector<int> labels(static_cast<std::size_t>(first.Size()) + static_cast<std::size_t>(second.Size()));
-  first.CopyTo(labels.data());
-  second.CopyTo(labels.data() + first.Size());
-  return ORXSimIndexSet::Listed(labels);
-}
-
 Selection::Selection(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections)
     : m_runs(record.grid.size()), m_counts(record.grid.size()) {
   for (int dim = 0; dim < record.Rank(); ++dim) {

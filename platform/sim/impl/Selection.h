@@ -22,8 +22,6 @@ void CheckMembers(DistributionRecord const& record, ORXSimArray<ORXSimDimSelecti
 int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection);
 /// Number of positions that a selection has along a dimension of the drawer.
 std::int64_t SelectedCount(DistributionRecord const& record, ORXSimDimSelection const& selection, int dim);
-/// The labels of one set followed by those of another.
-ORXSimIndexSet Joined(ORXSimIndexSet const& first, ORXSimIndexSet const& second);
 
 /// The positions in a drawer that the selections of all dimensions name, as boxes of consecutive ones.
 class Selection {

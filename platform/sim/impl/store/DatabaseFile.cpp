@@ -17,7 +17,6 @@ namespace orx::store {
 namespace {
 
 constexpr char formatName[] = "orx simulation database";
-constexpr int formatVersion = 1;
 constexpr char trashGroup[] = "/trash";
 constexpr char pendingGroup[] = "/pending";
 
@@ -46,8 +45,33 @@ bool Exists(hid_t file, char const* path) {
   return Checked(H5Lexists(file, path, H5P_DEFAULT), std::string("looking for ") + path) > 0;
 }
 
+/// Raises DamageFound for groups inside of more than `depth` others: HDF5 goes down to the innermost one, and
+/// the stack ends before some files do.
+void RequireShallow(hid_t file, std::string const& path, int depth) {
+  H5O_info_t info;
+  for (auto const& name : NamesIn(file, path)) {
+    std::string const inner = std::string(path).append("/").append(name);
+    H5L_info_t link;
+    Checked(H5Lget_info(file, inner.c_str(), &link, H5P_DEFAULT), "looking at " + inner);
+    if (link.type != H5L_TYPE_HARD) continue;
+    Checked(H5Oget_info_by_name2(file, inner.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT),
+            "looking at " + inner);
+    if (info.type != H5O_TYPE_GROUP) continue;
+    if (depth == 0) throw DamageFound{inner + " is a group inside of too many others"};
+    RequireShallow(file, inner, depth - 1);
+  }
+}
+
 void RemoveGroup(hid_t file, char const* path) {
   if (Exists(file, path)) Checked(H5Ldelete(file, path, H5P_DEFAULT), std::string("removing ") + path);
+}
+
+/// One that was in the file. What we leave there has sparse drawers and, of a former format, groups of
+/// labels.
+void RemoveForeignGroup(hid_t file, char const* path) {
+  if (!Exists(file, path)) return;
+  RequireShallow(file, path, 1);
+  RemoveGroup(file, path);
 }
 
 } // namespace
@@ -57,7 +81,7 @@ struct DatabaseFile::Hdf5 {
 };
 
 DatabaseFile::DatabaseFile(std::string path, bool isReadOnly, bool isScratch)
-    : m_path(std::move(path)), m_isReadOnly(isReadOnly), m_isScratch(isScratch),
+    : m_path(std::move(path)), m_isReadOnly(isReadOnly), m_isScratch(isScratch), m_version(formatVersion),
       m_hdf5(std::make_unique<Hdf5>()) {}
 
 DatabaseFile::~DatabaseFile() {
@@ -91,8 +115,9 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Open(std::string const& path, bool r
     file->m_hdf5->file = Hdf5Id(id);
     file->CheckFormat();
     file->m_bytes->File().PrepareMapping();
-    if (!readOnly) file->EmptyTrash();
-    if (!readOnly) RemoveGroup(id, pendingGroup);
+    if (!readOnly)
+      for (char const* const group : {trashGroup, pendingGroup})
+        RemoveForeignGroup(id, group);
   });
   return file;
 }
@@ -116,10 +141,11 @@ void DatabaseFile::MakeFormat() {
     Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
     WriteAttribute(root.Get(), "format", std::string(formatName));
     WriteAttribute(root.Get(), "format_version", formatVersion);
+    m_version = formatVersion;
   });
 }
 
-void DatabaseFile::CheckFormat() const {
+void DatabaseFile::CheckFormat() {
   Hdf5Id const creation = CheckedId(H5Fget_create_plist(Id()), "reading the properties of the file");
   hsize_t userBlock = 0;
   Checked(H5Pget_userblock(creation.Get(), &userBlock), "reading the properties of the file");
@@ -130,9 +156,9 @@ void DatabaseFile::CheckFormat() const {
   Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
   if (!HasAttribute(root.Get(), "format") || ReadText(root.Get(), "format") != formatName)
     throw DamageFound{"it is an HDF5 file, but not a simulation database"};
-  int const version = ReadInteger(root.Get(), "format_version");
-  if (version != formatVersion)
-    throw DamageFound{"its format has version " + std::to_string(version) + ", expected " +
+  m_version = ReadInteger(root.Get(), "format_version");
+  if (m_version < 1 || m_version > formatVersion)
+    throw DamageFound{"its format has version " + std::to_string(m_version) + ", expected 1 to " +
                       std::to_string(formatVersion)};
 }
 
@@ -160,6 +186,7 @@ void DatabaseFile::RaiseTranslated() const {
 }
 
 std::string DatabaseFile::PendingPath() {
+  EmptyCommittedTrash();
   if (!Exists(Id(), pendingGroup))
     CheckedId(H5Gcreate2(Id(), pendingGroup, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), "creating a group");
   return std::string(pendingGroup) + "/" + std::to_string(m_pending++);
@@ -178,6 +205,7 @@ void DatabaseFile::Remove(std::string const& path) noexcept {
 }
 
 std::string DatabaseFile::MoveToTrash(std::string const& path) {
+  EmptyCommittedTrash();
   std::string trash = std::string(trashGroup) + "/" + std::to_string(m_trashed++);
   Move(path, trash);
   return trash;
@@ -193,17 +221,19 @@ void DatabaseFile::RemovePendingGroupWhenEmpty() {
   m_pendingChecked = m_pending;
 }
 
-void DatabaseFile::EmptyTrash() {
-  RemoveGroup(Id(), trashGroup);
+/// Not before something is to take space: what a session leaves in the trash, the next one finds and uses
+/// again. A failure costs space only, until the next opening.
+void DatabaseFile::EmptyCommittedTrash() noexcept {
+  if (!m_isTrashCommitted) return;
+  m_isTrashCommitted = false;
   m_trashed = 0;
+  Remove(trashGroup);
 }
 
-void TryToEmptyTrash(DatabaseFile& file) noexcept {
-  try {
-    Guarded(file, [&] { file.EmptyTrash(); });
-  } catch (...) {
-    return;
-  }
+void DatabaseFile::WriteVersion(int version) {
+  Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
+  WriteAttribute(root.Get(), "format_version", version);
+  m_version = version;
 }
 
 void DatabaseFile::PrepareCommit() {
@@ -218,6 +248,7 @@ void DatabaseFile::Commit() {
   Guarded(*this, [&] {
     if (!m_isScratch) PrepareCommit();
     m_bytes->Commit();
+    NoteCommit();
   });
 }
 
@@ -225,6 +256,7 @@ void DatabaseFile::CommitForClose() {
   Guarded(*this, [&] {
     PrepareCommit();
     m_bytes->CommitForClose();
+    NoteCommit();
   });
 }
 

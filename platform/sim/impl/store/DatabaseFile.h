@@ -8,6 +8,9 @@ namespace orx::store {
 
 class TransactionalFile;
 
+/// Of the files that are written. Those of version 1 are read, and rewritten at their first change.
+constexpr int formatVersion = 2;
+
 /// A database file as HDF5 sees it: opened through the transactional driver, its format recognised, committed
 /// and closed. The identifiers that it hands out are HDF5's hid_t. Errors are ORXSimException.
 class DatabaseFile {
@@ -27,6 +30,8 @@ public:
   bool IsReadOnly() const noexcept { return m_isReadOnly; }
   bool IsScratch() const noexcept { return m_isScratch; }
   std::int64_t Id() const noexcept;
+  /// Of its format: 1, or formatVersion.
+  int Version() const noexcept { return m_version; }
   TransactionalFile& Bytes() const noexcept { return *m_bytes; }
 
   /// Inside a catch clause: raises what was caught as an ORXSimException. See Guarded.h.
@@ -49,8 +54,8 @@ public:
   /// durable; returns where it is.
   std::string MoveToTrash(std::string const& path);
 
-  /// Frees what is in the trash; the next commit makes that durable.
-  void EmptyTrash();
+  /// Says that the file has the present format from the next commit on; or again the former one.
+  void WriteVersion(int version);
 
   // Not inside Guarded
 
@@ -66,21 +71,22 @@ private:
   DatabaseFile(std::string path, bool isReadOnly, bool isScratch);
   [[noreturn]] void RaiseNotHdf5() const;
   void MakeFormat();
-  void CheckFormat() const;
+  void CheckFormat();
+  void EmptyCommittedTrash() noexcept;
+  void NoteCommit() noexcept { m_isTrashCommitted = m_trashed > 0; }
   void RemovePendingGroupWhenEmpty();
   void PrepareCommit();
 
   std::string m_path;
   bool m_isReadOnly;
   bool m_isScratch;
-  int m_trashed = 0;        ///< number of the next object in the trash
-  int m_pending = 0;        ///< number of the next object that waits for a commit
-  int m_pendingChecked = 0; ///< the same when their group was last removed
+  int m_version;
+  bool m_isTrashCommitted = false; ///< it may be emptied
+  int m_trashed = 0;               ///< number of the next object in the trash
+  int m_pending = 0;               ///< number of the next object that waits for a commit
+  int m_pendingChecked = 0;        ///< the same when their group was last removed
   std::unique_ptr<TransactionalFile> m_bytes;
   std::unique_ptr<Hdf5> m_hdf5;
 };
-
-/// DatabaseFile::EmptyTrash after a commit: a failure is left to the next one.
-void TryToEmptyTrash(DatabaseFile& file) noexcept;
 
 } // namespace orx::store

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 #include <sys/types.h>
 
 namespace orx::store {
@@ -71,6 +72,22 @@ Hdf5Failure LastHdf5Failure(std::string const& what) {
   Hdf5Failure failure{.what = what, .cause = ""};
   H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, NoteError, &failure);
   return failure;
+}
+
+std::vector<std::string> NamesIn(hid_t file, std::string const& path) {
+  std::vector<std::string> names;
+  auto const collect = [](hid_t, char const* name, H5L_info_t const*, void* list) -> herr_t {
+    try {
+      static_cast<std::vector<std::string>*>(list)->emplace_back(name);
+      return 0;
+    } catch (std::bad_alloc const&) {
+      return -1; // no exception passes through C
+    }
+  };
+  Checked(H5Literate_by_name(file, path.c_str(), H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect, &names,
+                             H5P_DEFAULT),
+          "listing " + path);
+  return names;
 }
 
 namespace {

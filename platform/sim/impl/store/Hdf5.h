@@ -78,6 +78,9 @@ void RequireOwnValues(hid_t creation, std::string const& path);
 /// Bytes that a dataset may have: its space in the file of `fileBytes`, or what that may be unpacked to.
 std::uint64_t MostStoredBytes(hid_t dataset, std::uint64_t fileBytes);
 
+/// The names of the links in a group.
+std::vector<std::string> NamesIn(hid_t file, std::string const& path);
+
 // Attributes of an object. A present one is replaced. Reading raises an Hdf5Failure when the attribute is not
 // there or has another type or more than 65536 elements.
 

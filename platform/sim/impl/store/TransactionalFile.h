@@ -91,6 +91,9 @@ public:
   /// allocating.
   std::uint64_t FreshFrom() const noexcept { return m_usedEnd; }
 
+  /// What is held of this range is forgotten: its space is given up.
+  void ReleaseStructure(std::uint64_t offset, std::uint64_t bytes) { m_overlay.Release(offset, bytes); }
+
   // Queries
 
   bool IsReadOnly() const noexcept { return m_file.IsReadOnly(); }

@@ -1,0 +1,117 @@
+#include "sim/impl/store/RecordTable.h"
+
+#include "sim/impl/store/DatabaseFile.h"
+#include "sim/impl/store/Hdf5.h"
+#include "sim/impl/store/TransactionalFile.h"
+
+namespace orx::store {
+
+namespace {
+
+constexpr std::uint64_t metadataAllowance = 16 << 10;
+/// So much at once is better not held in memory until the commit: it is written behind what is committed.
+constexpr std::size_t heldBytes = 256 << 10;
+
+Hdf5Id RowType(RecordTable::Columns columns) {
+  if (columns.empty()) return CheckedId(H5Tcopy(H5T_STD_I32LE), "describing a table");
+  Hdf5Id type = CheckedId(H5Tcreate(H5T_COMPOUND, columns.size() * sizeof(int)), "describing a table");
+  for (std::size_t k = 0; k < columns.size(); ++k)
+    Checked(H5Tinsert(type.Get(), columns[k], k * sizeof(int), H5T_STD_I32LE), "describing a table");
+  return type;
+}
+
+int Width(RecordTable::Columns columns) { return columns.empty() ? 1 : static_cast<int>(columns.size()); }
+
+bool IsExternal(hid_t dataset) {
+  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of a table");
+  return H5Pget_layout(creation.Get()) != H5D_CONTIGUOUS || H5Pget_external_count(creation.Get()) != 0;
+}
+
+std::int64_t RowsAttribute(hid_t dataset, std::string const& path) {
+  std::vector<std::uint64_t> const words = ReadWords(dataset, "rows");
+  if (words.size() != 1) throw DamageFound{path + " does not say how many rows it has"};
+  return static_cast<std::int64_t>(words[0]);
+}
+
+} // namespace
+
+RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Columns columns,
+                                std::int64_t room) {
+  RecordTable table(file, path, Width(columns));
+  std::string const what = "creating " + path;
+  TransactionalFile& bytes = file.Bytes();
+  bytes.ReserveGrowth(table.BytesOf(room) + metadataAllowance);
+  std::uint64_t const freshFrom = bytes.FreshFrom();
+  auto const extent = static_cast<hsize_t>(room);
+  Hdf5Id const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
+  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
+  Checked(H5Pset_layout(creation.Get(), H5D_CONTIGUOUS), what);
+  Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), what);
+  Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), what);
+  Hdf5Id const type = RowType(columns);
+  Hdf5Id const dataset = CheckedId(
+      H5Dcreate2(file.Id(), path.c_str(), type.Get(), space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
+      what);
+  table.m_place = Checked(H5Dget_offset(dataset.Get()), what);
+  table.m_room = room;
+  if (table.m_place < freshFrom) bytes.File().Zero(table.m_place, table.BytesOf(room));
+  bytes.ValuesChanged();
+  WriteAttribute(dataset.Get(), "rows", std::int64_t{0});
+  return table;
+}
+
+std::optional<RecordTable> RecordTable::Open(DatabaseFile& file, std::string const& path, Columns columns) {
+  if (Checked(H5Lexists(file.Id(), path.c_str(), H5P_DEFAULT), "looking for " + path) == 0) return {};
+  RecordTable table(file, path, Width(columns));
+  Hdf5Id const dataset = CheckedId(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  Hdf5Id const type = CheckedId(H5Dget_type(dataset.Get()), "reading the type of " + path);
+  Hdf5Id const space = CheckedId(H5Dget_space(dataset.Get()), "reading the shape of " + path);
+  if (Checked(H5Tequal(type.Get(), RowType(columns).Get()), "reading the type of " + path) == 0 ||
+      H5Sget_simple_extent_ndims(space.Get()) != 1 || IsExternal(dataset.Get()))
+    throw DamageFound{path + " is not a table as it was written"};
+  table.m_room = Checked(H5Sget_simple_extent_npoints(space.Get()), "reading the shape of " + path);
+  table.m_rows = RowsAttribute(dataset.Get(), path);
+  table.m_place = H5Dget_offset(dataset.Get());
+  std::uint64_t const end = file.Bytes().EndOfAllocation();
+  bool const isInside = table.m_place != HADDR_UNDEF && table.m_place <= end &&
+                        static_cast<std::uint64_t>(table.m_room) <=
+                            (end - table.m_place) / (static_cast<std::uint64_t>(table.m_width) * sizeof(int));
+  if (!isInside || table.m_rows < 0 || table.m_rows > table.m_room)
+    throw DamageFound{path + " has " + std::to_string(table.m_rows) +
+                      " rows, more than there are in the file"};
+  return table;
+}
+
+std::vector<int> RecordTable::Read(std::int64_t first, std::int64_t count) const {
+  std::vector<int> rows(static_cast<std::size_t>(count) * static_cast<std::size_t>(m_width));
+  if (count > 0)
+    m_file->Bytes().ReadStructure(m_place + BytesOf(first), rows.data(), rows.size() * sizeof(int));
+  return rows;
+}
+
+void RecordTable::Append(std::span<int const> rows) {
+  std::uint64_t const place = m_place + BytesOf(m_rows);
+  if (rows.size_bytes() > heldBytes) {
+    m_file->Bytes().WriteValues(place, rows.data(), rows.size_bytes());
+  } else {
+    m_file->Bytes().WriteStructure(place, rows.data(), rows.size_bytes());
+  }
+  SetRows(m_rows + static_cast<std::int64_t>(rows.size()) / m_width);
+}
+
+void RecordTable::Overwrite(std::int64_t first, std::span<int const> rows) {
+  m_file->Bytes().WriteStructure(m_place + BytesOf(first), rows.data(), rows.size_bytes());
+}
+
+void RecordTable::CutTo(std::int64_t rows) { SetRows(rows); }
+
+void RecordTable::SetRows(std::int64_t rows) {
+  Hdf5Id const dataset = CheckedId(H5Dopen2(m_file->Id(), m_path.c_str(), H5P_DEFAULT), "opening " + m_path);
+  Hdf5Id const attribute = CheckedId(H5Aopen(dataset.Get(), "rows", H5P_DEFAULT), "opening " + m_path);
+  Checked(H5Awrite(attribute.Get(), H5T_NATIVE_INT64, &rows), "writing the attribute rows");
+  m_rows = rows;
+}
+
+void RecordTable::Forget() const noexcept { m_file->Bytes().ReleaseStructure(m_place, BytesOf(m_room)); }
+
+} // namespace orx::store
