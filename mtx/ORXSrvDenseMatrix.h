@@ -266,6 +266,7 @@ private:
   ORX_LOCAL void SetExtent(Direction direction, int extent);
   ORX_LOCAL void SetViewOf(ORXSrvDenseMatrix const& parent, Direction direction, int first, int last);
   ORX_LOCAL std::unique_ptr<ORXSimTransfer> NewTransfer() const;
+  ORX_LOCAL ORXSimCSetID LabelsAlong(Direction direction, ORXSimCSetID const& whole) const;
   ORX_LOCAL int ExtendWith(ORXSimCSetID const& members);
   ORX_LOCAL bool Contains(Rectangle const& range) const noexcept;
   ORX_LOCAL ORXSimTransfer TransferOf(Rectangle const& range) const;
@@ -280,6 +281,6 @@ private:
   std::int32_t m_lastBlockSize[2] = {};       ///< of the last block
   std::int32_t m_first[2] = {};               ///< position of row 0, column 0 in the distribution
   std::unique_ptr<ORXSimTransfer> m_transfer; ///< for reads and writes, without selection; null: null matrix
-  ORXSimCSetID m_rowCSetID;                   ///< null: no labels
-  ORXSimCSetID m_columnCSetID;                ///< null: no labels
+  ORXSimCSetID m_rowCSetID;                   ///< of a view: those of the whole matrix; null: no labels
+  ORXSimCSetID m_columnCSetID;                ///< the same
 };

@@ -79,8 +79,8 @@ ORXSrvDenseMatrix::ORXSrvDenseMatrix(ORXSrvDenseMatrix const& parent, int firstR
   SetViewOf(parent, rowDirection, firstRow, lastRow);
   SetViewOf(parent, columnDirection, firstColumn, lastColumn);
   m_transfer = NewTransfer();
-  m_rowCSetID = Restricted(parent.m_rowCSetID, firstRow, lastRow);
-  m_columnCSetID = Restricted(parent.m_columnCSetID, firstColumn, lastColumn);
+  m_rowCSetID = parent.m_rowCSetID;
+  m_columnCSetID = parent.m_columnCSetID;
 }
 
 ORXSrvDenseMatrix::~ORXSrvDenseMatrix() = default;
@@ -154,9 +154,15 @@ std::unique_ptr<ORXSimTransfer> ORXSrvDenseMatrix::NewTransfer() const {
 // ---- queries
 // ------------------------------------------------------------------------------------------------
 
-ORXSimCSetID ORXSrvDenseMatrix::RowCSetID() const { return m_rowCSetID; }
+ORXSimCSetID ORXSrvDenseMatrix::RowCSetID() const { return LabelsAlong(rowDirection, m_rowCSetID); }
 
-ORXSimCSetID ORXSrvDenseMatrix::ColumnCSetID() const { return m_columnCSetID; }
+ORXSimCSetID ORXSrvDenseMatrix::ColumnCSetID() const { return LabelsAlong(columnDirection, m_columnCSetID); }
+
+/// A view makes its sets when they are asked for: most never are, and the labels may be millions.
+ORXSimCSetID ORXSrvDenseMatrix::LabelsAlong(Direction direction, ORXSimCSetID const& whole) const {
+  if (!m_isSubmatrix) return whole;
+  return Restricted(whole, m_first[direction], m_first[direction] + m_extent[direction] - 1);
+}
 
 bool ORXSrvDenseMatrix::IsNull() const noexcept {
   if (m_distribution.ID().IsNull()) return true;
@@ -259,9 +265,12 @@ int ORXSrvDenseMatrix::ExtendWith(ORXSimCSetID const& members) {
   // What may fail comes first, and on a copy of the transfer, so that a failure leaves the matrix as it was.
   ORXSimTransfer extension(*m_transfer);
   extension.SetDimExtension(members).CheckView();
-  ORXSimCSetID const longer = Joined(present, added);
   std::unique_ptr<ORXSimTransfer> transfer = NewTransfer();
   extension.InitializeExtension().RelinquishBuffers();
+  int const dim = m_distribution.NumDimensions() == 1 ? 0 : 1 - direction;
+  ORXSimCSetID longer = FirstDrawerOf(m_distribution).DimensionCSetID(dim);
+  // The drawer may have grown by other hands since this matrix was made.
+  if (ORXSimCSet(longer).Size() != present.Size() + added.Size()) longer = Joined(present, added);
 
   m_transfer = std::move(transfer);
   labels = longer;
