@@ -199,6 +199,9 @@ void DenseDrawer::CreateDataset(double fill) {
   m_isNew.assign(m_places.size(), IsAllZeroBits(fill));
   for (std::uint64_t const place : m_places)
     FillPiece(place, freshFrom, fill);
+  SaveLayout();
+  // HDF5 goes through all that is open when it moves a link: many new drawers must not stay so.
+  m_hdf5->dataset.Close();
 }
 
 void DenseDrawer::FillPiece(std::uint64_t place, std::uint64_t freshFrom, double fill) {
@@ -401,6 +404,7 @@ void DenseDrawer::SaveLayout() {
 }
 
 void DenseDrawer::PutAt(std::string const& path) {
+  m_hdf5->dataset.Close();
   m_file.Move(m_path, path);
   m_path = path;
 }

@@ -150,6 +150,7 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int6
     WriteArray(group, "ir", arrays.columns, entries);
     WriteArray(group, "jc", arrays.starts, rows + 1);
     if (arrays.diagonal != nullptr) WriteArray(group, "diagonal", arrays.diagonal, rows);
+    drawer->ReleaseHandle();
   });
   return drawer;
 }
@@ -177,6 +178,7 @@ std::int64_t SparseDrawer::Group() {
 void SparseDrawer::ReleaseHandle() noexcept { m_hdf5->group.Close(); }
 
 void SparseDrawer::PutAt(std::string const& path) {
+  ReleaseHandle();
   m_file.Move(m_path, path);
   m_path = path;
 }
