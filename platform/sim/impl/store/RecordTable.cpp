@@ -54,8 +54,8 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
       what);
   table.m_place = Checked(H5Dget_offset(dataset.Get()), what);
   table.m_room = room;
+  bytes.WillWriteValues();
   if (table.m_place < freshFrom) bytes.File().Zero(table.m_place, table.BytesOf(room));
-  bytes.ValuesChanged();
   WriteAttribute(dataset.Get(), "rows", std::int64_t{0});
   return table;
 }
