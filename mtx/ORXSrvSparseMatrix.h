@@ -13,6 +13,7 @@ class ORXSrvSystemDofDefinition;
 
 namespace orx {
 class TripletCompressor;
+enum class RowPattern : std::uint8_t;
 struct CompressedRows;
 struct SparseContent;
 struct SparseView;
@@ -237,6 +238,7 @@ private:
   std::int32_t m_columns;
   mutable SymmetryState m_symmetryState = unknown; ///< IsSymmetric keeps its answer here
   std::int32_t m_isAssembled = 0;
+  mutable orx::RowPattern m_rowPattern{}; ///< Multiply keeps here what it has found; 0: not looked at
   ORXSimCSetID m_rowCSetID;
   ORXSimCSetID m_columnCSetID;
   std::int32_t m_arrayRows = 0; ///< rows of the arrays; AddData may have made m_rows larger since

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 
 // Sweeps over the rows of a sparse matrix that have the vectors side by side in memory of their own: element
@@ -22,7 +23,7 @@ struct PackedSweep {
   double const* diagonal; ///< symmetric product
   std::ptrdiff_t rows;
   std::ptrdiff_t columns;
-  int vectors; ///< 1 ... lanes
+  int vectors; ///< up to as many as there are lanes
   double const* x;
   double* y;       ///< overwritten
   double* scratch; ///< aligned to 64 bytes, uncleared
@@ -35,19 +36,19 @@ struct PackedSweep {
 constexpr std::ptrdiff_t PackedScratch(std::ptrdiff_t columns, int lanes) { return columns * lanes; }
 constexpr std::ptrdiff_t SymmetricScratch(std::ptrdiff_t slots, int lanes) { return 2 * slots * lanes; }
 
-/// The sweeps for 1, 2, 4 and 8 lanes.
+/// The sweeps for 2, 4 and 8 lanes.
 struct PackedSweepSet {
   using Sweep = void (*)(PackedSweep const&);
-  static constexpr int widths = 4;
+  static constexpr int widths = 3;
   static constexpr int widestLanes = 8;
+  static constexpr int IndexOf(int lanes) { return std::countr_zero(static_cast<unsigned>(lanes)) - 1; }
 
   /// y(i) = sum of a(i, j) * x(j).
   Sweep product[widths];
   /// y(j) = sum of x(i) * a(i, j).
   Sweep transposedProduct[widths];
   /// For rows i < columns in turn: for each entry (i, j), t += a * x(j) and y(j) += a * x(i), with t from
-  /// zero; then y(i) += diagonal(i) * x(i) + t. x and y are as long as there are
-  /// rows. One lane needs no scratch memory.
+  /// zero; then y(i) += diagonal(i) * x(i) + t. x and y are as long as there are rows.
   Sweep symmetricProduct[widths];
 };
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <type_traits>
 
 // The packed sweeps, for the instruction set of the source that includes this file. It defines
 // BLAC_PACKED_SWEEP, the attributes of functions that use it, BLAC_PACKED_WIDTH, the doubles that a register
@@ -17,22 +16,22 @@ namespace orx::blac::BLAC_PACKED_NAMESPACE {
 /// One element of a group of vectors, in registers. Not one vector of all lanes: the compiler makes much of
 /// one that is wider than a register go through memory.
 template<int lanes>
-struct __attribute__((may_alias)) WideSlot {
+struct __attribute__((may_alias)) Slot {
   static constexpr int width = std::min(lanes, BLAC_PACKED_WIDTH);
   static constexpr int registers = lanes / width;
   typedef double Register __attribute__((vector_size(width * sizeof(double)), may_alias));
 
-  WideSlot() = default;
+  Slot() = default;
   /// Register by register: the compiler's own copy goes through memory.
-  BLAC_PACKED_INLINE WideSlot(WideSlot const& other) { *this = other; }
+  BLAC_PACKED_INLINE Slot(Slot const& other) { *this = other; }
   // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): copies registers onto themselves
-  BLAC_PACKED_INLINE WideSlot& operator=(WideSlot const& other) {
+  BLAC_PACKED_INLINE Slot& operator=(Slot const& other) {
     for (int r = 0; r < registers; ++r)
       parts[r] = other.parts[r];
     return *this;
   }
   BLAC_PACKED_INLINE double operator[](int v) const { return parts[v / width][v % width]; }
-  BLAC_PACKED_INLINE WideSlot& operator+=(WideSlot const& other) {
+  BLAC_PACKED_INLINE Slot& operator+=(Slot const& other) {
     for (int r = 0; r < registers; ++r)
       parts[r] += other.parts[r];
     return *this;
@@ -41,43 +40,33 @@ struct __attribute__((may_alias)) WideSlot {
   Register parts[registers];
 };
 template<int lanes>
-BLAC_PACKED_INLINE WideSlot<lanes> operator*(double a, WideSlot<lanes> x) {
-  for (int r = 0; r < WideSlot<lanes>::registers; ++r)
+BLAC_PACKED_INLINE Slot<lanes> operator*(double a, Slot<lanes> x) {
+  for (int r = 0; r < Slot<lanes>::registers; ++r)
     x.parts[r] *= a;
   return x;
 }
 template<int lanes>
-BLAC_PACKED_INLINE WideSlot<lanes> operator+(WideSlot<lanes> x, WideSlot<lanes> const& y) {
+BLAC_PACKED_INLINE Slot<lanes> operator+(Slot<lanes> x, Slot<lanes> const& y) {
   return x += y;
 }
-template<int lanes>
-using Slot = std::conditional_t<lanes == 1, double, WideSlot<lanes>>;
 
 /// Element 0 of each vector from a slot.
 template<int lanes>
 BLAC_PACKED_INLINE void Store(Slot<lanes> const& slot, double* to, std::ptrdiff_t stride, int vectors) {
-  if constexpr (lanes == 1) {
-    *to = slot;
-  } else {
-    for (int v = 0; v < lanes; ++v)
-      if (v < vectors) to[v * stride] = slot[v];
-  }
+  for (int v = 0; v < lanes; ++v)
+    if (v < vectors) to[v * stride] = slot[v];
 }
 
 /// Element 0 of each vector into a slot, zeros behind them. Its registers are filled before they are stored:
 /// what has just been stored in pieces cannot be loaded as a whole without waiting.
 template<int lanes>
 BLAC_PACKED_INLINE void Load(double const* from, std::ptrdiff_t stride, int vectors, Slot<lanes>& slot) {
-  if constexpr (lanes == 1) {
-    slot = *from;
-  } else {
-    constexpr int width = WideSlot<lanes>::width;
-    for (int first = 0; first < lanes; first += width) {
-      typename WideSlot<lanes>::Register part{};
-      for (int v = 0; v < width; ++v)
-        part[v] = first + v < vectors ? from[(first + v) * stride] : 0.0;
-      slot.parts[first / width] = part;
-    }
+  constexpr int width = Slot<lanes>::width;
+  for (int first = 0; first < lanes; first += width) {
+    typename Slot<lanes>::Register part{};
+    for (int v = 0; v < width; ++v)
+      part[v] = first + v < vectors ? from[(first + v) * stride] : 0.0;
+    slot.parts[first / width] = part;
   }
 }
 
@@ -138,33 +127,11 @@ BLAC_PACKED_SWEEP void TransposedProduct(PackedSweep const& s) {
 
 // ---- the product of the symmetric form
 
-/// x and y of one vector: nothing to pack.
-class Unpacked {
-public:
-  static constexpr int lanes = 1;
-
-  explicit Unpacked(PackedSweep const& s) : m_x(s.x), m_y(s.y) { std::fill_n(s.y, s.rows, 0.0); }
-  BLAC_PACKED_INLINE void EnterUpTo(std::ptrdiff_t) {}
-  BLAC_PACKED_INLINE bool Holds(std::ptrdiff_t, std::ptrdiff_t) const { return true; }
-  BLAC_PACKED_INLINE bool Holds(std::ptrdiff_t) const { return true; }
-  BLAC_PACKED_INLINE double const& X(std::ptrdiff_t j) const { return m_x[j]; }
-  BLAC_PACKED_INLINE double& Y(std::ptrdiff_t j) { return m_y[j]; }
-  BLAC_PACKED_INLINE void LoadX(std::ptrdiff_t j, double& x) const { x = m_x[j]; }
-  BLAC_PACKED_INLINE void AddOutside(std::ptrdiff_t j, double term) { m_y[j] += term; }
-  void Finish() {}
-
-private:
-  double const* m_x;
-  double* m_y;
-};
-
 /// The `slots` elements before m_end of x and y, in slots of their own, x beside y. Elements enter in
 /// ascending order; the oldest one leaves to make room, its y to where y belongs.
-template<int lanesOfSlot>
+template<int lanes>
 class Ring {
 public:
-  static constexpr int lanes = lanesOfSlot;
-
   explicit Ring(PackedSweep const& s)
       : m_sweep(s), m_slots(reinterpret_cast<Slot<lanes>*>(s.scratch)), m_mask(s.slots - 1) {}
 
@@ -225,10 +192,10 @@ struct RowSums {
   Slot<lanes> sum{}; ///< of the row's entries so far
 };
 
-template<class Window>
+template<int lanes>
 class SymmetricProduct {
 public:
-  BLAC_PACKED_INLINE explicit SymmetricProduct(PackedSweep const& s) : m_s(s), m_window(s) {}
+  BLAC_PACKED_INLINE explicit SymmetricProduct(PackedSweep const& s) : m_s(s), m_ring(s) {}
 
   BLAC_PACKED_INLINE void Perform() {
     for (std::ptrdiff_t i = 0; i < m_s.columns;) {
@@ -241,11 +208,10 @@ public:
       }
       i += rows;
     }
-    m_window.Finish();
+    m_ring.Finish();
   }
 
 private:
-  static constexpr int lanes = Window::lanes;
   static constexpr int mostRows = 3;
   /// Comparing the columns of rows shorter than this costs more than it can save.
   static constexpr std::ptrdiff_t leastSharedColumns = 12;
@@ -272,8 +238,8 @@ private:
   BLAC_PACKED_INLINE void AddBlock(std::ptrdiff_t i) {
     std::ptrdiff_t const length = Length(i);
     int const* const columns = ColumnsOf(i);
-    m_window.EnterUpTo(i + mostRows);
-    if (!m_window.Holds(columns[0], i + mostRows - 1)) {
+    m_ring.EnterUpTo(i + mostRows);
+    if (!m_ring.Holds(columns[0], i + mostRows - 1)) {
       for (int r = 0; r < mostRows; ++r)
         AddRow(i + r);
       return;
@@ -281,19 +247,19 @@ private:
     double const* const a0 = m_s.a + m_s.ia[i];
     double const* const a1 = m_s.a + m_s.ia[i + 1];
     double const* const a2 = m_s.a + m_s.ia[i + 2];
-    Sums row0{m_window.X(i)};
-    Sums row1{m_window.X(i + 1)};
-    Sums row2{m_window.X(i + 2)};
+    Sums row0{m_ring.X(i)};
+    Sums row1{m_ring.X(i + 1)};
+    Sums row2{m_ring.X(i + 2)};
     for (std::ptrdiff_t k = 0; k < length; ++k) {
-      Slot<lanes> const x = m_window.X(columns[k]);
-      Slot<lanes> y = m_window.Y(columns[k]);
+      Slot<lanes> const x = m_ring.X(columns[k]);
+      Slot<lanes> y = m_ring.Y(columns[k]);
       row0.sum += a0[k] * x;
       y += a0[k] * row0.x;
       row1.sum += a1[k] * x;
       y += a1[k] * row1.x;
       row2.sum += a2[k] * x;
       y += a2[k] * row2.x;
-      m_window.Y(columns[k]) = y;
+      m_ring.Y(columns[k]) = y;
     }
     AddRest(i, length, row0);
     AddRest(i + 1, length, row1);
@@ -301,8 +267,8 @@ private:
   }
 
   BLAC_PACKED_INLINE void AddRow(std::ptrdiff_t i) {
-    m_window.EnterUpTo(EndToEnter(i));
-    Sums row{m_window.X(i)};
+    m_ring.EnterUpTo(EndToEnter(i));
+    Sums row{m_ring.X(i)};
     AddRest(i, 0, row);
   }
 
@@ -322,36 +288,35 @@ private:
     int const* const columns = ColumnsOf(i);
     for (std::ptrdiff_t const length = Length(i); k < length; ++k) {
       std::ptrdiff_t const j = columns[k];
-      if (m_window.Holds(j)) [[likely]] {
-        row.sum += a[k] * m_window.X(j);
-        m_window.Y(j) += a[k] * row.x;
+      if (m_ring.Holds(j)) [[likely]] {
+        row.sum += a[k] * m_ring.X(j);
+        m_ring.Y(j) += a[k] * row.x;
       } else {
         AddOutside(j, a[k], row);
       }
     }
-    m_window.Y(i) += m_s.diagonal[i] * row.x + row.sum;
+    m_ring.Y(i) += m_s.diagonal[i] * row.x + row.sum;
   }
   /// An entry whose column is not in the window.
   BLAC_PACKED_SWEEP void AddOutside(std::ptrdiff_t j, double a, Sums& row) {
     Slot<lanes> x;
-    m_window.LoadX(j, x);
+    m_ring.LoadX(j, x);
     row.sum += a * x;
-    m_window.AddOutside(j, a * row.x);
+    m_ring.AddOutside(j, a * row.x);
   }
 
   PackedSweep const& m_s;
-  Window m_window;
+  Ring<lanes> m_ring;
 };
 
-template<class Window>
+template<int lanes>
 BLAC_PACKED_SWEEP void MultiplySymmetric(PackedSweep const& s) {
-  SymmetricProduct<Window>(s).Perform();
+  SymmetricProduct<lanes>(s).Perform();
 }
 
 inline constexpr PackedSweepSet sweepSet{
-    {&Product<1>, &Product<2>, &Product<4>, &Product<8>},
-    {&TransposedProduct<1>, &TransposedProduct<2>, &TransposedProduct<4>, &TransposedProduct<8>},
-    {&MultiplySymmetric<Unpacked>, &MultiplySymmetric<Ring<2>>, &MultiplySymmetric<Ring<4>>,
-     &MultiplySymmetric<Ring<8>>}};
+    {&Product<2>, &Product<4>, &Product<8>},
+    {&TransposedProduct<2>, &TransposedProduct<4>, &TransposedProduct<8>},
+    {&MultiplySymmetric<2>, &MultiplySymmetric<4>, &MultiplySymmetric<8>}};
 
 } // namespace orx::blac::BLAC_PACKED_NAMESPACE

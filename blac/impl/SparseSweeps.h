@@ -39,7 +39,7 @@ struct SparseSweepSet {
   using Sweep = void (*)(SparseSweep const&);
   Sweep product[vectorsInGroup];
   Sweep transposedProduct[vectorsInGroup];
-  /// Fast where most rows continue the row before, as in grids; else the packed one is.
+  /// For several vectors and rows alike, the packed one is faster.
   Sweep symmetricProduct[vectorsInGroup];
 };
 

@@ -87,6 +87,14 @@ BLAC_SWEEP_INLINE void FetchAhead(RowBlock<rows> const& block, std::ptrdiff_t k)
   FetchAhead<vectors, entries * rows>(block.a + k * rows, block.columns + k * rows);
 }
 
+/// The same ahead of a whole row: where a part is left out, the processor's own prefetching stops.
+template<int vectors>
+BLAC_SWEEP_INLINE void FetchRowAhead(SparseSweep const& s, std::ptrdiff_t k, std::ptrdiff_t last) {
+  constexpr int step = 8;
+  for (; k < last; k += step)
+    FetchAhead<vectors, step>(s.a + k, s.ja + k);
+}
+
 /// Fetches a line of each vector. The address may lie beyond the vectors.
 template<int vectors>
 BLAC_SWEEP_INLINE void FetchVectors(double const* first, std::ptrdiff_t stride) {
@@ -214,7 +222,7 @@ template<int vectors>
   for (std::ptrdiff_t i = begin; i < end; ++i) {
     std::ptrdiff_t k = s.ia[i];
     std::ptrdiff_t const last = s.ia[i + 1];
-    FetchAhead<vectors, 8>(s.a + k, s.ja + k);
+    FetchRowAhead<vectors>(s, k, last);
     if constexpr (vectors == 1) {
       double sum = 0.0;
       for (; k < last; ++k)
@@ -459,7 +467,7 @@ template<int vectors>
     std::ptrdiff_t const row = s.list != nullptr ? s.list[p] : p;
     std::ptrdiff_t k = s.ia[row];
     std::ptrdiff_t const last = s.ia[row + 1];
-    FetchAhead<vectors, 8>(s.a + k, s.ja + k);
+    FetchRowAhead<vectors>(s, k, last);
     double factors[vectors];
     for (int v = 0; v < vectors; ++v)
       factors[v] = s.x[v * s.rows + p];
@@ -581,7 +589,7 @@ template<int vectors>
   for (std::ptrdiff_t i = begin; i < end; ++i) {
     std::ptrdiff_t k = s.ia[i];
     std::ptrdiff_t const last = s.ia[i + 1];
-    FetchAhead<vectors, 8>(s.a + k, s.ja + k);
+    FetchRowAhead<vectors>(s, k, last);
     double sums[vectors] = {};
     double factors[vectors];
     for (int v = 0; v < vectors; ++v)

@@ -109,6 +109,7 @@ void ORXSrvSparseMatrix::Adopt(CompressedRows&& compressed) noexcept {
   m_values = std::move(compressed.values);
   m_columnIndices = std::move(compressed.columns);
   m_rowPointers = std::move(compressed.rowPointers);
+  m_rowPattern = {};
   m_diagonal.reset();
   m_nonzeros = compressed.nonzeros;
   m_arrayRows = m_rows;

@@ -268,6 +268,7 @@ unsigned* ORXSrvSparseMatrix::EliminateTrivialColumns(int& count) {
     m_columnIndices[k] = newNumbers[m_columnIndices[k]];
   m_columns = kept;
   m_symmetryState = unknown;
+  m_rowPattern = {};
   count = kept;
   return list.release();
 }

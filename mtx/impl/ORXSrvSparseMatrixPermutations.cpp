@@ -305,6 +305,7 @@ void ORXSrvSparseMatrix::PermuteInPlace(int const* perm) {
   m_rowPointers = std::move(rowPointers);
   m_diagonal = std::move(diagonal);
   m_symmetryState = IsSymmetricForm() ? symmetric : unknown;
+  m_rowPattern = {};
 }
 
 // ---- transposition

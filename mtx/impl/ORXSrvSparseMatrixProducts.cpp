@@ -68,15 +68,15 @@ void ORXSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool tra
   if (m_nonzeros == 0) return;
   RequireAssembled("Multiply");
   auto const* const columnIndices = reinterpret_cast<int const*>(m_columnIndices.get());
-  PackedProducts const packed(m_values.get(), m_rowPointers.get(), columnIndices, m_rows, m_columns);
+  if (m_rowPattern == RowPattern::Unknown)
+    m_rowPattern = FindRowPattern(m_rowPointers.get(), m_columnIndices.get(), m_rows, IsSymmetricForm());
+  PackedProducts const products(m_values.get(), m_rowPointers.get(), columnIndices, m_rows, m_columns,
+                                m_rowPattern);
   if (IsSymmetricForm()) {
     RequireNoMoreColumnsThanRows("Multiply");
-    packed.MultiplySymmetric(m_diagonal.get(), x, nvec, y);
-  } else if (packed.Pay(nvec)) {
-    transpose ? packed.MultiplyTransposed(x, nvec, y) : packed.Multiply(x, nvec, y);
+    products.MultiplySymmetric(m_diagonal.get(), x, nvec, y);
   } else {
-    auto* const kernel = transpose ? BLAC_SPARSE_UMTV : BLAC_SPARSE_UMV;
-    kernel(m_values.get(), x, m_rowPointers.get(), columnIndices, y, &m_rows, &m_columns, &nvec);
+    transpose ? products.MultiplyTransposed(x, nvec, y) : products.Multiply(x, nvec, y);
   }
 }
 

@@ -3,10 +3,10 @@
 #include "blac/impl/PackedSweeps.h"
 #include "blac/impl/SparseSweeps.h"
 #include "core/mem_Allocator.h"
-#include "mtx/impl/PatternTests.h"
 
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <cstdlib>
 
 namespace orx {
@@ -34,16 +34,26 @@ private:
 };
 
 /// The lanes for a number of vectors: a power of two that holds them.
-int LanesFor(int vectors) { return static_cast<int>(std::bit_ceil(static_cast<unsigned>(vectors))); }
+int LanesFor(int vectors) {
+  return static_cast<int>(
+      std::bit_ceil(static_cast<unsigned>(std::min(vectors, PackedSweepSet::widestLanes))));
+}
 
-int WidestLanes(int vectors) { return LanesFor(std::min(vectors, PackedSweepSet::widestLanes)); }
+constexpr int noneIsPacked = INT_MAX;
+
+/// How many vectors, from the first one on, are packed when groups of `fewest` and more are.
+int VectorsToPack(int vectors, int fewest) {
+  if (vectors < fewest) return 0;
+  int const rest = vectors % PackedSweepSet::widestLanes;
+  return rest >= fewest ? vectors : vectors - rest;
+}
 
 /// Performs the sweep for groups of eight vectors and the rest. x and y step by one vector's length.
 void SweepOverGroups(PackedSweepSet::Sweep const* sweeps, PackedSweep sweep, std::ptrdiff_t lengthX,
                      std::ptrdiff_t lengthY, int vectors) {
   for (; vectors > 0; vectors -= sweep.vectors) {
     sweep.vectors = std::min(vectors, PackedSweepSet::widestLanes);
-    sweeps[std::countr_zero(static_cast<unsigned>(LanesFor(sweep.vectors)))](sweep);
+    sweeps[PackedSweepSet::IndexOf(LanesFor(sweep.vectors))](sweep);
     sweep.x += sweep.vectors * lengthX;
     sweep.y += sweep.vectors * lengthY;
   }
@@ -51,42 +61,68 @@ void SweepOverGroups(PackedSweepSet::Sweep const* sweeps, PackedSweep sweep, std
 
 } // namespace
 
-bool PackedProducts::Pay(int vectors) const {
-  if (vectors < 2 ||
-      std::int64_t{m_columns} * WidestLanes(vectors) * std::int64_t{sizeof(double)} < 2 * secondLevelCache)
-    return false;
-  return HasScatteredColumns(m_rowPointers, reinterpret_cast<std::uint32_t const*>(m_columnIndices), m_rows);
+/// Where rows have something in common, the kernels make use of it; where they have not, they are as fast as
+/// packing for few vectors, and for short rows, which are soon done with a slot.
+int PackedProducts::FewestToPack(int vectors) const {
+  constexpr std::int64_t longRow = 10;
+  if (m_pattern == RowPattern::Scattered && IsFarApart(vectors)) return 2;
+  bool const hasLongRows = m_rowPointers[m_rows] > longRow * m_rows;
+  return m_pattern == RowPattern::Irregular && hasLongRows ? 5 : noneIsPacked;
+}
+
+int PackedProducts::FewestToPackSymmetric(int vectors) const {
+  if (m_pattern == RowPattern::Scattered && IsFarApart(vectors)) return 5;
+  return m_pattern == RowPattern::Alike ? 3 : noneIsPacked;
+}
+
+/// Whether the vectors of a group do not fit the cache, so that an entry anywhere misses it for each of them.
+bool PackedProducts::IsFarApart(int vectors) const {
+  return std::int64_t{m_columns} * LanesFor(vectors) * std::int64_t{sizeof(double)} >= 2 * secondLevelCache;
 }
 
 void PackedProducts::Multiply(double const* x, int vectors, double* y) const {
-  Scratch const scratch(orx::blac::PackedScratch(m_columns, WidestLanes(vectors)));
-  SweepOverGroups(orx::blac::PackedSweepsOfThisProcessor().product, SweepWith(x, y, scratch.Begin()),
-                  m_columns, m_rows, vectors);
+  int const packed = VectorsToPack(vectors, FewestToPack(vectors));
+  if (packed > 0) {
+    Scratch const scratch(blac::PackedScratch(m_columns, LanesFor(packed)));
+    SweepOverGroups(blac::PackedSweepsOfThisProcessor().product, SweepWith(x, y, scratch.Begin()), m_columns,
+                    m_rows, packed);
+  }
+  blac::SweepOverGroups(
+      blac::SparseSweepsOfThisProcessor().product,
+      KernelWith(x + std::ptrdiff_t{packed} * m_columns, y + std::ptrdiff_t{packed} * m_rows), m_columns,
+      m_rows, vectors - packed);
 }
 
 void PackedProducts::MultiplyTransposed(double const* x, int vectors, double* y) const {
-  Scratch const scratch(orx::blac::PackedScratch(m_columns, WidestLanes(vectors)));
-  SweepOverGroups(orx::blac::PackedSweepsOfThisProcessor().transposedProduct,
-                  SweepWith(x, y, scratch.Begin()), m_rows, m_columns, vectors);
+  int const packed = VectorsToPack(vectors, FewestToPack(vectors));
+  if (packed > 0) {
+    Scratch const scratch(blac::PackedScratch(m_columns, LanesFor(packed)));
+    SweepOverGroups(blac::PackedSweepsOfThisProcessor().transposedProduct, SweepWith(x, y, scratch.Begin()),
+                    m_rows, m_columns, packed);
+  }
+  blac::SweepOverGroups(
+      blac::SparseSweepsOfThisProcessor().transposedProduct,
+      KernelWith(x + std::ptrdiff_t{packed} * m_rows, y + std::ptrdiff_t{packed} * m_columns), m_rows,
+      m_columns, vectors - packed);
 }
 
 void PackedProducts::MultiplySymmetric(double const* diagonal, double const* x, int vectors,
                                        double* y) const {
-  if (vectors < 1) return;
-  orx::blac::SparseSweepSet const& sweeps = orx::blac::SparseSweepsOfThisProcessor();
-  if (&sweeps != &orx::blac::plainSparseSweeps &&
-      IsGridBelowDiagonal(m_rowPointers, m_columnIndices, m_columns))
-    return orx::blac::SweepOverGroups(
-        sweeps.symmetricProduct,
-        {m_values, m_rowPointers, m_columnIndices, nullptr, m_rows, m_columns, x, y, diagonal}, m_rows,
-        m_rows, vectors);
-  int const lanes = WidestLanes(vectors);
-  std::int64_t const slots = lanes > 1 ? SlotsOfRing(lanes) : 0;
-  Scratch const scratch(orx::blac::SymmetricScratch(slots, lanes));
-  PackedSweep sweep = SweepWith(x, y, scratch.Begin());
+  int const packed = VectorsToPack(vectors, FewestToPackSymmetric(vectors));
+  if (packed > 0) {
+    int const lanes = LanesFor(packed);
+    std::int64_t const slots = SlotsOfRing(lanes);
+    Scratch const scratch(blac::SymmetricScratch(slots, lanes));
+    PackedSweep sweep = SweepWith(x, y, scratch.Begin());
+    sweep.diagonal = diagonal;
+    sweep.slots = slots;
+    SweepOverGroups(blac::PackedSweepsOfThisProcessor().symmetricProduct, sweep, m_rows, m_rows, packed);
+  }
+  std::ptrdiff_t const done = std::ptrdiff_t{packed} * m_rows;
+  blac::SparseSweep sweep = KernelWith(x + done, y + done);
   sweep.diagonal = diagonal;
-  sweep.slots = slots;
-  SweepOverGroups(orx::blac::PackedSweepsOfThisProcessor().symmetricProduct, sweep, m_rows, m_rows, vectors);
+  blac::SweepOverGroups(blac::SparseSweepsOfThisProcessor().symmetricProduct, sweep, m_rows, m_rows,
+                        vectors - packed);
 }
 
 /// A ring that stays in the second-level cache, or, when that is too small for many of the entries, one for
@@ -101,6 +137,10 @@ std::int64_t PackedProducts::SlotsOfRing(int lanes) const {
   });
   return outside > visited ? static_cast<std::int64_t>(std::bit_ceil(static_cast<std::uint64_t>(m_rows)))
                            : slots;
+}
+
+blac::SparseSweep PackedProducts::KernelWith(double const* x, double* y) const {
+  return {m_values, m_rowPointers, m_columnIndices, nullptr, m_rows, m_columns, x, y};
 }
 
 PackedSweep PackedProducts::SweepWith(double const* x, double* y, double* scratch) const {

@@ -44,22 +44,39 @@ inline bool HasScatteredColumns(std::int32_t const* rowPointers, std::uint32_t c
   return far > visited;
 }
 
-/// Whether most rows have four columns or more, all before the row's own, which are those of the row before
-/// plus one: as below the diagonal of a grid with one unknown a node.
-inline bool IsGridBelowDiagonal(std::int32_t const* rowPointers, std::int32_t const* columns,
-                                std::int32_t rows) {
-  std::int64_t shifted = 0;
+/// What the rows of a matrix have in common, as far as products make use of it. A matrix keeps it with its
+/// pattern.
+enum class RowPattern : std::uint8_t {
+  Unknown,   ///< nobody has looked
+  Alike,     ///< most rows have, first, the columns of the row before: several unknowns a node
+  Shifted,   ///< most rows have the columns of the row before plus one: grids with one unknown a node
+  Scattered, ///< HasScatteredColumns
+  Irregular  ///< none of these: other meshes
+};
+
+/// Looks at some of the rows, which takes a small part of a product's time. In symmetric form, rows that are
+/// shifted count where they lie before the diagonal.
+inline RowPattern FindRowPattern(std::int32_t const* rowPointers, std::uint32_t const* columns,
+                                 std::int32_t rows, bool isSymmetricForm) {
+  constexpr std::int64_t leastAlike = 12; // shorter rows are not worth comparing
+  constexpr std::int64_t leastShifted = 4;
+  std::int64_t alike = 0, shifted = 0;
   std::int64_t const visited = ForSomeRows(rows, [&](std::int64_t i) {
-    std::int32_t const* const before = columns + rowPointers[i - 1];
-    std::int32_t const* const row = columns + rowPointers[i];
-    std::int32_t const* const end = columns + rowPointers[i + 1];
-    auto const isNext = [](std::int32_t column, std::int32_t columnBefore) {
-      return column - columnBefore == 1;
+    std::uint32_t const* const before = columns + rowPointers[i - 1];
+    std::uint32_t const* const row = columns + rowPointers[i];
+    std::uint32_t const* const end = columns + rowPointers[i + 1];
+    auto const isNext = [](std::uint32_t columnBefore, std::uint32_t column) {
+      return column == columnBefore + 1;
     };
+    alike += static_cast<std::int64_t>(row - before >= leastAlike && end - row >= row - before &&
+                                       std::equal(before, row, row));
     shifted +=
-        static_cast<std::int64_t>(end - row >= 4 && end[-1] < i && std::equal(row, end, before, row, isNext));
+        static_cast<std::int64_t>(end - row >= leastShifted && end - row == row - before &&
+                                  (!isSymmetricForm || end[-1] < i) && std::equal(before, row, row, isNext));
   });
-  return shifted * 4 > visited * 3;
+  if (HasScatteredColumns(rowPointers, columns, rows)) return RowPattern::Scattered;
+  if (alike * 2 > visited) return RowPattern::Alike;
+  return shifted * 4 > visited * 3 ? RowPattern::Shifted : RowPattern::Irregular;
 }
 
 } // namespace orx

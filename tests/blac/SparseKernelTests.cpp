@@ -465,9 +465,9 @@ TEST_P(PackedSweeps, GiveTheBitsOfThePlainKernels) {
   Maker maker(6);
   Sparse const matrix = maker.Matrix(60, 45);
   for (int width = 0; width < orx::blac::PackedSweepSet::widths; ++width)
-    for (int vectors = 1 + (1 << width) / 2; vectors <= 1 << width; ++vectors) {
+    for (int vectors = 1 + (1 << width); vectors <= 2 << width; ++vectors) {
       std::vector<double> const x = maker.SpecialValues(60U * vectors);
-      AlignedScratch scratch(orx::blac::PackedScratch(45, 1 << width));
+      AlignedScratch scratch(orx::blac::PackedScratch(45, 2 << width));
       orx::blac::PackedSweep sweep{
           matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr,         60, 45,
           vectors,         x.data(),         nullptr,          scratch.Begin(), 0};
@@ -492,11 +492,11 @@ TEST_P(PackedSweeps, MultiplyTheSymmetricFormInTheStatedOrder) {
     int const rows = 3 * nodes;
     std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(rows));
     for (int width = 0; width < orx::blac::PackedSweepSet::widths; ++width)
-      for (int vectors = 1 + (1 << width) / 2; vectors <= 1 << width; ++vectors)
+      for (int vectors = 1 + (1 << width); vectors <= 2 << width; ++vectors)
         for (int const slots : {4, 16, 64, 256}) {
           std::vector<double> const x = maker.SpecialValues(static_cast<std::size_t>(rows) * vectors);
           std::vector<double> y = Stale(std::ptrdiff_t{rows} * vectors);
-          AlignedScratch scratch(orx::blac::SymmetricScratch(slots, 1 << width));
+          AlignedScratch scratch(orx::blac::SymmetricScratch(slots, 2 << width));
           GetParam().set->symmetricProduct[width]({matrix.a.data(), matrix.ia.data(), matrix.ja.data(),
                                                    diagonal.data(), rows, rows, vectors, x.data(), y.data(),
                                                    scratch.Begin(), slots});

@@ -137,6 +137,14 @@ inline std::vector<LargePattern> LargePatterns() {
     for (int const step : {-71, -70, -69, -1, 0, 1, 69, 70, 71})
       if (int const x = node % 70 + (step + 71) % 70 - 1; x >= 0 && x < 70)
         if (node + step >= 0 && node + step < 3500) add(node, node + step);
+  begin("a mesh without structure", 6000);
+  for (int i = 0; i < 6000; ++i)
+    for (int k = static_cast<int>(random() % 8); k < 14; ++k)
+      for (int const j : {i, i + static_cast<int>(random() % 60)})
+        if (j < 6000) {
+          add(i, j);
+          if (j > i) add(j, i);
+        }
   begin("anywhere", 40000);
   for (int i = 0; i < 40000; ++i)
     for (int k = 0; k < 4; ++k)

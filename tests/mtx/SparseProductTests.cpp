@@ -1,7 +1,10 @@
 #include "DenseSupport.h"
 #include "SparseGrid.h"
+#include "mtx/impl/PatternTests.h"
 
 #include <bit>
+#include <functional>
+#include <map>
 #include <numeric>
 
 namespace {
@@ -181,6 +184,41 @@ TEST(SparseMultiply, SymmetricFormAddsInTheStatedOrderWhateverThePattern) {
         if (HasFatalFailure()) return;
       }
     }
+}
+
+TEST(SparseMultiply, FindsOutOnceWhatTheRowsHaveInCommon) {
+  std::map<std::string, orx::RowPattern> const patterns{
+      {"three unknowns a node", orx::RowPattern::Alike},
+      {"one unknown a node", orx::RowPattern::Shifted},
+      {"a mesh without structure", orx::RowPattern::Irregular},
+      {"anywhere", orx::RowPattern::Scattered}};
+  for (auto const& [name, entries, n] : LargePatterns()) {
+    if (!patterns.contains(name)) continue;
+    SCOPED_TRACE(name);
+    auto const symmetric = Pairs(entries, n, Pairs::Side::Below).NewMatrix();
+    ORXSrvSparseMatrix matrix(n, n);
+    Assemble(matrix, entries);
+    EXPECT_EQ(Access::RowPattern(matrix), orx::RowPattern::Unknown);
+    for (ORXSrvSparseMatrix* const m : {&matrix, symmetric.get()}) {
+      Multiply(*m, Doubles(static_cast<std::size_t>(n)), 1, false);
+      EXPECT_EQ(Access::RowPattern(*m), patterns.at(name));
+    }
+  }
+}
+
+TEST(SparseMultiply, LooksAtTheRowsAgainWhenTheyHaveChanged) {
+  auto const matrix = RandomMatrix(3, 5, 5);
+  std::vector<int> const backwards{4, 3, 2, 1, 0};
+  int count = 0;
+  std::function<void()> const changes[] = {
+      [&] { matrix->PermuteRows(backwards.data()); }, [&] { matrix->PermuteInPlace(backwards.data()); },
+      [&] { matrix->Subtract(*matrix, *matrix); }, [&] { mem_Free(matrix->EliminateTrivialColumns(count)); }};
+  for (auto const& change : changes) {
+    Multiply(*matrix, Integers(5, 1), 1, false);
+    EXPECT_NE(Access::RowPattern(*matrix), orx::RowPattern::Unknown);
+    change();
+    EXPECT_EQ(Access::RowPattern(*matrix), orx::RowPattern::Unknown);
+  }
 }
 
 // ---- block matrices, array result

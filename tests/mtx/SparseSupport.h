@@ -32,6 +32,7 @@ struct ORXSrvSparseMatrixTestAccess {
     matrix.m_symmetryState = static_cast<ORXSrvSparseMatrix::SymmetryState>(state);
   }
   static orx::SparseView View(ORXSrvSparseMatrix const& matrix) { return matrix.View(); }
+  static orx::RowPattern RowPattern(ORXSrvSparseMatrix const& matrix) { return matrix.m_rowPattern; }
   static std::vector<int> RowPointers(ORXSrvSparseMatrix const& matrix) {
     if (matrix.m_rowPointers == nullptr) return {};
     return {matrix.m_rowPointers.get(), matrix.m_rowPointers.get() + matrix.m_arrayRows + 1};
