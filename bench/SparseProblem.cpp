@@ -1,6 +1,7 @@
 #include "bench/SparseProblem.h"
 
 #include "bench/HexMesh.h"
+#include "bench/SimplexMesh.h"
 #include "core/mem_Allocator.h"
 
 #include <algorithm>
@@ -39,6 +40,21 @@ void AssembleRandom(ORXSrvSparseMatrix& matrix) {
       matrix.AddData(row, column(generator), 1.0 + k / 1024.0);
 }
 
+void Assemble(SimplexMesh const& mesh, ORXSrvSparseMatrix& matrix) {
+  mesh.ForEachEntry([&](int row, int column, double value) {
+    matrix.AddData(static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(column), value);
+  });
+}
+template<Numbering numbering>
+void AssembleTriangles(ORXSrvSparseMatrix& matrix) {
+  Assemble(SimplexMesh(1000, 1000, 1, 1, numbering), matrix);
+}
+template<int unknowns, Numbering numbering>
+void AssembleTetrahedra(ORXSrvSparseMatrix& matrix) {
+  constexpr int side = unknowns == 1 ? 80 : 50;
+  Assemble(SimplexMesh(side, side, side, unknowns, numbering), matrix);
+}
+
 template<class T>
 void WriteArray(std::string const& path, LargeArray<T> const& array) {
   std::ofstream file(path, std::ios::binary);
@@ -49,13 +65,27 @@ void WriteArray(std::string const& path, LargeArray<T> const& array) {
 
 } // namespace
 
-constexpr ProblemKind elasticity{"elasticity", 5, AssembleElasticity};
-constexpr ProblemKind planeGrid{"9-point grid", 5, AssemblePlaneGrid};
-constexpr ProblemKind random{"random", 3, AssembleRandom};
+namespace {
+constexpr std::array groups{1, 7, 8, 16};
+constexpr std::array few{1, 2, 3, 8};
+constexpr Numbering cuthillMcKee = Numbering::ReverseCuthillMcKee;
+} // namespace
 
-Problem::Problem(std::unique_ptr<ORXSrvSparseMatrix> assembled)
-    : matrix(std::move(assembled)), rows(matrix->NumberOfRows()), ia(static_cast<std::size_t>(rows) + 1),
-      ja(static_cast<std::size_t>(matrix->NumberOfNonzeros())), a(ja.Size()) {
+constexpr ProblemKind elasticity{"elasticity", 5, groups, AssembleElasticity};
+constexpr ProblemKind planeGrid{"9-point grid", 5, groups, AssemblePlaneGrid};
+constexpr ProblemKind random{"random", 3, groups, AssembleRandom};
+std::vector<ProblemKind> const meshes{
+    {"triangles", 5, few, AssembleTriangles<cuthillMcKee>},
+    {"triangles numbered at random", 3, few, AssembleTriangles<Numbering::Random>},
+    {"tetrahedra", 5, few, AssembleTetrahedra<1, cuthillMcKee>},
+    {"tetrahedra numbered at random", 3, few, AssembleTetrahedra<1, Numbering::Random>},
+    {"tetrahedra, 3 unknowns", 5, few, AssembleTetrahedra<3, cuthillMcKee>},
+    {"tetrahedra, 3 unknowns, numbered at random", 3, few, AssembleTetrahedra<3, Numbering::Random>}};
+
+Problem::Problem(ProblemKind const& kind)
+    : vectorCounts(kind.vectorCounts), matrix(NewAssembled(kind)), rows(matrix->NumberOfRows()),
+      ia(static_cast<std::size_t>(rows) + 1), ja(static_cast<std::size_t>(matrix->NumberOfNonzeros())),
+      a(ja.Size()) {
   int count = 0;
   mem_Array<ORXSrvSparseMatrixEntry> const entries(matrix->GetEntries(count));
   std::fill_n(ia.Data(), ia.Size(), 0);
@@ -74,7 +104,7 @@ std::unique_ptr<ORXSrvSparseMatrix> Problem::NewAssembled(ProblemKind const& kin
   return assembled;
 }
 
-MatrixFiles::MatrixFiles(Problem const& problem) {
+MatrixFiles::MatrixFiles(Problem const& problem) : m_vectorCounts(problem.vectorCounts) {
   WriteArray(m_folder.File("ia.bin"), problem.ia);
   WriteArray(m_folder.File("ja.bin"), problem.ja);
   WriteArray(m_folder.File("a.bin"), problem.a);

@@ -4,8 +4,10 @@
 #include "bench/TemporaryFolder.h"
 #include "mtx/ORXSrvSparseMatrix.h"
 
+#include <array>
 #include <memory>
 #include <string>
+#include <vector>
 
 // The matrices of the claims about sparse matrices: square, values of multiples of 1/1024, entries in every
 // row.
@@ -15,6 +17,7 @@ namespace bench {
 struct ProblemKind {
   char const* name;
   int rounds; ///< how often each contestant has its turn
+  std::array<int, 4> vectorCounts;
   void (*assemble)(ORXSrvSparseMatrix&);
 };
 
@@ -24,15 +27,18 @@ extern ProblemKind const elasticity;
 extern ProblemKind const planeGrid;
 /// A million rows with ten entries each, anywhere.
 extern ProblemKind const random;
+/// Unstructured meshes, one or three unknowns a node, numbered by reverse Cuthill-McKee or at random;
+/// symmetric.
+extern std::vector<ProblemKind> const meshes;
 
 struct Problem {
+  std::array<int, 4> vectorCounts;
   std::unique_ptr<ORXSrvSparseMatrix> matrix;
   int rows;
   LargeArray<int> ia, ja; ///< the same in compressed rows, for the others
   LargeArray<double> a;
 
-  explicit Problem(ProblemKind const& kind) : Problem(NewAssembled(kind)) {}
-  explicit Problem(std::unique_ptr<ORXSrvSparseMatrix> assembled);
+  explicit Problem(ProblemKind const& kind);
 
 private:
   static std::unique_ptr<ORXSrvSparseMatrix> NewAssembled(ProblemKind const& kind);
@@ -43,8 +49,10 @@ class MatrixFiles {
 public:
   explicit MatrixFiles(Problem const& problem);
   std::string const& Folder() const { return m_folder.Path(); }
+  std::array<int, 4> const& VectorCounts() const { return m_vectorCounts; }
 
 private:
+  std::array<int, 4> m_vectorCounts;
   TemporaryFolder m_folder;
 };
 

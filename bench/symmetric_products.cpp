@@ -1,5 +1,6 @@
-// symmetric_products FOLDER COUNT...: times our products of a matrix in symmetric form with COUNT vectors
-// each. FOLDER holds the compressed rows of the whole matrix in ia.bin, ja.bin and a.bin. Prints what
+// symmetric_products [plain] FOLDER COUNT...: times our products of a matrix in symmetric form with COUNT
+// vectors each, or with "plain" those of the loop that everybody writes first, one vector after the other.
+// FOLDER holds the compressed rows of the whole matrix in ia.bin, ja.bin and a.bin. Prints what
 // kernel_peers.py prints. A program over the object libraries: only the readers of symmetric files, which are
 // as fast as the disk, and the library itself make this form.
 
@@ -7,12 +8,29 @@
 #include "core/mem_Allocator.h"
 #include "mtx/ORXSrvSparseMatrix.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <string>
 
-/// Reaches the private builder.
+/// Reaches the private builder and what it has built.
 struct ORXSrvSparseMatrixTestAccess {
+  static void MultiplyPlainly(ORXSrvSparseMatrix const& m, double const* x, double* y) {
+    std::int32_t const* const ia = m.m_rowPointers.get();
+    std::uint32_t const* const ja = m.m_columnIndices.get();
+    double const* const a = m.m_values.get();
+    std::fill_n(y, m.m_rows, 0.0);
+    for (int i = 0; i < m.m_rows; ++i) {
+      double sum = 0.0;
+      for (int k = ia[i]; k < ia[i + 1]; ++k) {
+        sum += a[k] * x[ja[k]];
+        y[ja[k]] += a[k] * x[i];
+      }
+      y[i] += m.m_diagonal[i] * x[i] + sum;
+    }
+  }
   static std::unique_ptr<ORXSrvSparseMatrix> NewSymmetric(bench::RowsOfFolder const& whole) {
     int const rows = whole.rows;
     int const* const ia = whole.ia.Data();
@@ -40,6 +58,8 @@ struct ORXSrvSparseMatrixTestAccess {
 };
 
 int main(int argc, char** argv) {
+  bool const plain = argc > 1 && std::string(argv[1]) == "plain";
+  if (plain) --argc, ++argv;
   if (argc < 3) return 2;
   std::unique_ptr<ORXSrvSparseMatrix> const matrix =
       ORXSrvSparseMatrixTestAccess::NewSymmetric(bench::RowsOfFolder(argv[1]));
@@ -47,7 +67,12 @@ int main(int argc, char** argv) {
     int const count = std::atoi(argv[k]);
     auto const x = bench::BlockOfVectors::Factors(matrix->NumberOfRows(), count);
     bench::BlockOfVectors y(matrix->NumberOfRows(), count);
-    double const seconds = bench::MedianSeconds([&] { matrix->Multiply(x.Data(), count, y.Data(), false); });
+    double const seconds = bench::MedianSeconds([&] {
+      if (!plain) return matrix->Multiply(x.Data(), count, y.Data(), false);
+      for (std::ptrdiff_t v = 0; v < count; ++v)
+        ORXSrvSparseMatrixTestAccess::MultiplyPlainly(*matrix, x.Data() + v * matrix->NumberOfRows(),
+                                                      y.Data() + v * matrix->NumberOfRows());
+    });
     bench::PrintTiming(("product_" + std::to_string(count)).c_str(), seconds, y.Checksum());
   }
   return 0;
