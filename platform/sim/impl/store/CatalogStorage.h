@@ -11,6 +11,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orx::store {
@@ -68,7 +69,7 @@ private:
 
   DatabaseFile& m_file;
   sim::Context* m_context = nullptr;              ///< that is being saved
-  std::map<char const*, Growing> m_tables;        ///< its tables by their names
+  std::map<std::string_view, Growing> m_tables;   ///< its tables by their names
   std::set<int> m_writtenSets;                    ///< of it
   std::vector<std::function<void()>> m_reversals; ///< to be run from the back
 };

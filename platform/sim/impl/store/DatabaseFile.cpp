@@ -123,8 +123,9 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Open(std::string const& path, bool r
 }
 
 void DatabaseFile::RaiseNotHdf5() const {
-  Hdf5Failure const failure = LastHdf5Failure("opening the file");
-  if (m_bytes->LastFailure() != nullptr || failure.kind == Hdf5Failure::Kind::Memory) throw failure;
+  Hdf5Failure failure = LastHdf5Failure("opening the file");
+  if (m_bytes->LastFailure() != nullptr || failure.kind == Hdf5Failure::Kind::Memory)
+    throw Hdf5Failure(std::move(failure));
   throw DamageFound{"it is damaged, or not an HDF5 file (" + failure.cause + ")"};
 }
 

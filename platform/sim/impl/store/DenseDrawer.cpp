@@ -160,9 +160,9 @@ std::int64_t DenseDrawer::PieceCount(int dim) const {
 }
 
 std::int64_t DenseDrawer::PieceCount() const {
-  std::vector<std::int64_t> counts;
+  std::vector<std::int64_t> counts(static_cast<std::size_t>(m_rank));
   for (int dim = 0; dim < m_rank; ++dim)
-    counts.push_back(PieceCount(dim));
+    counts[static_cast<std::size_t>(dim)] = PieceCount(dim);
   return Product(counts);
 }
 
