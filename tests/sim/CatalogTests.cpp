@@ -13,27 +13,7 @@
 
 namespace {
 
-class Catalog : public testing::Test {
-protected:
-  Catalog() {
-    Create(m_database, Path());
-    m_context = m_database.CreateContext({});
-  }
-  std::string Path() const { return m_folder.Path("a.sim"); }
-  ORXSimContext Context() const { return ORXSimContext(m_context); }
-  ORXSimCollection NewCollection(int size) const {
-    return ORXSimCollection(Context().CreateCollection(size, {}));
-  }
-  void Reopen(bool readOnly = false) {
-    m_database.Close();
-    Open(m_database, Path(), readOnly);
-    m_context = m_database.Contexts()[0];
-  }
-
-  TemporaryFolder m_folder;
-  ORXSimDatabase m_database;
-  ORXSimContextID m_context;
-};
+class Catalog : public WithOneContext {};
 
 // HDF5 keeps about 2 MB of structure in memory and reads the rest again when it is needed; objects that wait
 // for their commit must survive that.

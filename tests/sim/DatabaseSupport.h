@@ -134,6 +134,29 @@ inline void Extend(ORXSimDistributionID const& field, int dim, int count) {
   ORXSimTransfer(distribution).SetDimExtension(more).InitializeExtension();
 }
 
+/// A new database with one context.
+class WithOneContext : public testing::Test {
+protected:
+  explicit WithOneContext(ORXSimNamespaceID space = {}) {
+    Create(m_database, Path());
+    m_context = m_database.CreateContext(space);
+  }
+  std::string Path() const { return m_folder.Path("a.sim"); }
+  ORXSimContext Context() const { return ORXSimContext(m_context); }
+  ORXSimCollection NewCollection(int size) const {
+    return ORXSimCollection(Context().CreateCollection(size, {}));
+  }
+  void Reopen(bool readOnly = false) {
+    m_database.Close();
+    Open(m_database, Path(), readOnly);
+    m_context = m_database.Contexts()[0];
+  }
+
+  TemporaryFolder m_folder;
+  ORXSimDatabase m_database;
+  ORXSimContextID m_context;
+};
+
 /// A whole number from the environment, or the default.
 inline int Setting(char const* name, int otherwise) {
   char const* const text = std::getenv(name);

@@ -10,26 +10,9 @@
 
 namespace {
 
-class Structure : public testing::Test {
+class Structure : public WithOneContext {
 protected:
-  Structure() {
-    Create(m_database, Path());
-    m_context = m_database.CreateContext(ORXSimNamespaceID(-1, -1));
-  }
-  std::string Path() const { return m_folder.Path("a.sim"); }
-  ORXSimContext Context() const { return ORXSimContext(m_context); }
-  ORXSimCollection NewCollection(int size) const {
-    return ORXSimCollection(Context().CreateCollection(size, {}));
-  }
-  void Reopen(bool readOnly) {
-    m_database.Close();
-    Open(m_database, Path(), readOnly);
-    m_context = m_database.Contexts()[0];
-  }
-
-  TemporaryFolder m_folder;
-  ORXSimDatabase m_database;
-  ORXSimContextID m_context;
+  Structure() : WithOneContext(ORXSimNamespaceID(-1, -1)) {}
 };
 
 ORXSimCSetID Ordered(ORXSimCollection const& collection, std::vector<int> const& labels) {
