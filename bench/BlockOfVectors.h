@@ -40,8 +40,9 @@ class BlockOfVectors {
 public:
   BlockOfVectors(int length, int count)
       : m_length(length), m_values(static_cast<std::size_t>(length) * static_cast<std::size_t>(count)) {
-    std::fill_n(m_values.Data(), m_values.Size(), 0.0);
+    Clear();
   }
+  void Clear() { std::fill_n(m_values.Data(), m_values.Size(), 0.0); }
 
   /// Small integers: with the matrices of the claims, which have multiples of 1/1024, all products and their
   /// checksums are exact, whatever the order of the additions.

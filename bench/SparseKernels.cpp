@@ -32,14 +32,15 @@ using Directions = std::vector<bool>; ///< transposed or not
 Directions const both{false, true};
 Directions const notTransposed{false};
 
-/// Times product(transposed, x, y, count) for all counts of vectors.
+/// Times product(transposed, x, y, count) for all counts of vectors. All have the same vectors: how fast
+/// those anywhere in memory are reached is a matter of luck with the pages.
 template<class Product>
 Timings TimeProducts(Problem const& problem, Product const& product, Directions const& directions = both) {
   Timings timings;
   for (int const count : problem.vectorCounts) {
-    BlockOfVectors const x = BlockOfVectors::Factors(problem.rows, count);
-    BlockOfVectors y(problem.rows, count);
+    auto& [x, y] = problem.VectorsFor(count);
     for (bool const transposed : directions) {
+      y.Clear();
       double const seconds = MedianSeconds([&] { product(transposed, x.Data(), y.Data(), count); });
       timings[Key(transposed, count)] = {seconds, y.Checksum()};
     }
@@ -202,11 +203,11 @@ void ReportAgainstPlainLoop(Report& report, std::string const& claim, std::strin
               Ratio(ours, plain, key), "", againstPlainLoop);
 }
 
-bool IsWanted(Report const& report, ProblemKind const& kind) {
+bool IsWanted(Report const& report, ProblemKind const& kind, std::vector<char const*> const& others) {
   for (int const count : kind.vectorCounts)
     for (bool const transposed : {false, true})
       for (char const* const ours : {"kernels", "Multiply"})
-        for (char const* const other : {" / roofline", " / fastest peer", " / plain loop"})
+        for (char const* const other : others)
           if (report.Wants(ClaimOf(ours, kind, transposed, count) + other)) return true;
   return false;
 }
@@ -218,7 +219,8 @@ void CompareProducts(Report& report, ProblemKind const& kind) {
   Contestant multiply{"Multiply", [&] { return TimeOurs(problem, false); }};
   Contestant roofline{"roofline", [&] { return TimeRoofline(problem); }};
   Contestant plain{"plain loop", [&] { return TimePlainLoop(problem); }};
-  std::vector<Contestant> peers = Peers(problem, files);
+  std::vector<Contestant> peers;
+  if (IsWanted(report, kind, {" / fastest peer"})) peers = Peers(problem, files);
   for (int round = 0; round < kind.rounds; ++round) {
     for (Contestant* const contestant : {&kernels, &plain, &multiply, &roofline})
       contestant->TakeTurn();
@@ -256,6 +258,26 @@ std::vector<Contestant> SymmetricPeers(Problem const& problem, MatrixFiles const
   return peers;
 }
 
+std::string PlainKey(int count) { return Format("plain_%d", count); }
+
+/// Our products and those of the plain loop.
+Timings TimeSymmetricProducts(MatrixFiles const& files) {
+  std::string command = std::string(ORX_BENCH_SYMMETRIC_PRODUCTS) + " " + files.Folder();
+  std::vector<std::string> tasks;
+  for (int const count : files.VectorCounts()) {
+    command += Format(" %d", count);
+    tasks.push_back(Key(false, count));
+    tasks.push_back(PlainKey(count));
+  }
+  return TimeProgram(command, tasks);
+}
+std::vector<Timings> PlainProductsOf(std::vector<Timings> rounds, MatrixFiles const& files) {
+  for (Timings& round : rounds)
+    for (int const count : files.VectorCounts())
+      round[Key(false, count)] = round.at(PlainKey(count));
+  return rounds;
+}
+
 std::string SymmetricClaim(ProblemKind const& kind, int count) {
   return Format("symmetric form, y = A*x, %s, %d vector%s: time", kind.name, count, count == 1 ? "" : "s");
 }
@@ -266,34 +288,32 @@ Goal SymmetricGoal(ProblemKind const& kind, int count) {
   return AtMost(kind.name == elasticity.name ? 0.45 : 0.60);
 }
 
+bool IsSymmetricFormWanted(Report const& report, ProblemKind const& kind,
+                           std::vector<char const*> const& others) {
+  for (int const count : kind.vectorCounts)
+    for (char const* const other : others)
+      if (report.Wants(SymmetricClaim(kind, count) + other)) return true;
+  return false;
+}
+
 void CompareSymmetricProducts(Report& report, ProblemKind const& kind) {
   Problem const problem(kind);
   MatrixFiles const files(problem);
-  Contestant ours{"ours", [&] { return TimeProducts(ORX_BENCH_SYMMETRIC_PRODUCTS, files, notTransposed); }};
-  Contestant plain{"plain loop", [&] {
-                     return TimeProducts(std::string(ORX_BENCH_SYMMETRIC_PRODUCTS) + " plain", files,
-                                         notTransposed);
-                   }};
-  std::vector<Contestant> peers = SymmetricPeers(problem, files);
+  Contestant ours{"ours", [&] { return TimeSymmetricProducts(files); }};
+  std::vector<Contestant> peers;
+  if (IsSymmetricFormWanted(report, kind, {" / fastest peer"})) peers = SymmetricPeers(problem, files);
   for (int round = 0; round < kind.rounds; ++round) {
     ours.TakeTurn();
-    plain.TakeTurn();
     for (Contestant& peer : peers)
       peer.TakeTurn();
   }
+  Contestant const plain{"plain loop", {}, PlainProductsOf(ours.rounds, files)};
   for (int const count : kind.vectorCounts) {
     std::string const claim = SymmetricClaim(kind, count);
     ReportAgainstPeers(report, claim + " / fastest peer", Key(false, count), ours, peers,
                        SymmetricGoal(kind, count));
     ReportAgainstPlainLoop(report, claim, Key(false, count), ours, plain);
   }
-}
-
-bool IsSymmetricFormWanted(Report const& report, ProblemKind const& kind) {
-  return std::ranges::any_of(kind.vectorCounts, [&](int count) {
-    return report.Wants(SymmetricClaim(kind, count) + " / fastest peer") ||
-           report.Wants(SymmetricClaim(kind, count) + " / plain loop");
-  });
 }
 
 } // namespace
@@ -304,10 +324,10 @@ void ClaimSparseKernels(Report& report) {
   std::vector<ProblemKind> all = symmetric;
   all.push_back(random);
   for (ProblemKind const& kind : all)
-    if (IsWanted(report, kind))
+    if (IsWanted(report, kind, {" / roofline", " / fastest peer", " / plain loop"}))
       report.Try(Format("sparse kernels, %s", kind.name), [&] { CompareProducts(report, kind); });
   for (ProblemKind const& kind : symmetric)
-    if (IsSymmetricFormWanted(report, kind))
+    if (IsSymmetricFormWanted(report, kind, {" / fastest peer", " / plain loop"}))
       report.Try(Format("symmetric form, %s", kind.name), [&] { CompareSymmetricProducts(report, kind); });
 }
 

@@ -96,6 +96,12 @@ Problem::Problem(ProblemKind const& kind)
   }
 }
 
+Problem::Vectors& Problem::VectorsFor(int count) const {
+  auto const found = m_vectors.find(count);
+  if (found != m_vectors.end()) return found->second;
+  return m_vectors.emplace(count, Vectors{BlockOfVectors::Factors(rows, count), {rows, count}}).first->second;
+}
+
 std::unique_ptr<ORXSrvSparseMatrix> Problem::NewAssembled(ProblemKind const& kind) {
   auto assembled = std::make_unique<ORXSrvSparseMatrix>(0, 0);
   assembled->BeginAssembly();

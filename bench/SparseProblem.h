@@ -5,6 +5,7 @@
 #include "mtx/ORXSrvSparseMatrix.h"
 
 #include <array>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,8 +41,16 @@ struct Problem {
 
   explicit Problem(ProblemKind const& kind);
 
+  struct Vectors {
+    BlockOfVectors x, y;
+  };
+  /// The same for everybody; y holds what the one before has left there.
+  Vectors& VectorsFor(int count) const;
+
 private:
   static std::unique_ptr<ORXSrvSparseMatrix> NewAssembled(ProblemKind const& kind);
+
+  mutable std::map<int, Vectors> m_vectors;
 };
 
 /// The compressed rows as files ia.bin, ja.bin and a.bin, for contestants that are programs of their own.

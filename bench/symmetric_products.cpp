@@ -1,8 +1,8 @@
-// symmetric_products [plain] FOLDER COUNT...: times our products of a matrix in symmetric form with COUNT
-// vectors each, or with "plain" those of the loop that everybody writes first, one vector after the other.
-// FOLDER holds the compressed rows of the whole matrix in ia.bin, ja.bin and a.bin. Prints what
-// kernel_peers.py prints. A program over the object libraries: only the readers of symmetric files, which are
-// as fast as the disk, and the library itself make this form.
+// symmetric_products FOLDER COUNT...: times our products of a matrix in symmetric form with COUNT vectors
+// each, and those of the loop that everybody writes first, one vector after the other. FOLDER holds the
+// compressed rows of the whole matrix in ia.bin, ja.bin and a.bin. Prints what kernel_peers.py prints, and
+// the same with "plain" for "product". A program over the object libraries: only the readers of symmetric
+// files, which are as fast as the disk, and the library itself make this form.
 
 #include "bench/RowsOfFolder.h"
 #include "core/mem_Allocator.h"
@@ -58,22 +58,21 @@ struct ORXSrvSparseMatrixTestAccess {
 };
 
 int main(int argc, char** argv) {
-  bool const plain = argc > 1 && std::string(argv[1]) == "plain";
-  if (plain) --argc, ++argv;
   if (argc < 3) return 2;
   std::unique_ptr<ORXSrvSparseMatrix> const matrix =
       ORXSrvSparseMatrixTestAccess::NewSymmetric(bench::RowsOfFolder(argv[1]));
+  std::ptrdiff_t const rows = matrix->NumberOfRows();
   for (int k = 2; k < argc; ++k) {
     int const count = std::atoi(argv[k]);
     auto const x = bench::BlockOfVectors::Factors(matrix->NumberOfRows(), count);
     bench::BlockOfVectors y(matrix->NumberOfRows(), count);
-    double const seconds = bench::MedianSeconds([&] {
-      if (!plain) return matrix->Multiply(x.Data(), count, y.Data(), false);
-      for (std::ptrdiff_t v = 0; v < count; ++v)
-        ORXSrvSparseMatrixTestAccess::MultiplyPlainly(*matrix, x.Data() + v * matrix->NumberOfRows(),
-                                                      y.Data() + v * matrix->NumberOfRows());
-    });
+    double seconds = bench::MedianSeconds([&] { matrix->Multiply(x.Data(), count, y.Data(), false); });
     bench::PrintTiming(("product_" + std::to_string(count)).c_str(), seconds, y.Checksum());
+    seconds = bench::MedianSeconds([&] {
+      for (std::ptrdiff_t v = 0; v < count; ++v)
+        ORXSrvSparseMatrixTestAccess::MultiplyPlainly(*matrix, x.Data() + v * rows, y.Data() + v * rows);
+    });
+    bench::PrintTiming(("plain_" + std::to_string(count)).c_str(), seconds, y.Checksum());
   }
   return 0;
 }

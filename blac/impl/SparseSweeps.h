@@ -51,8 +51,9 @@ extern SparseSweepSet const avx2SparseSweeps;
 #endif
 SparseSweepSet const& SparseSweepsOfThisProcessor();
 
-/// Calls the sweep for groups of eight vectors and the one for the rest. x and y step by one vector's length.
+/// Calls the sweep for groups of eight vectors, or of fewer, and the one for the rest. x and y step by one
+/// vector's length.
 void SweepOverGroups(SparseSweepSet::Sweep const* sweeps, SparseSweep sweep, std::ptrdiff_t lengthX,
-                     std::ptrdiff_t lengthY, int vectors);
+                     std::ptrdiff_t lengthY, int vectors, int group = vectorsInGroup);
 
 } // namespace orx::blac

@@ -2,7 +2,7 @@
 
 #include "mtx/impl/CompressedRows.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
-#include "mtx/impl/PatternTests.h"
+#include "blac/impl/RowPatterns.h"
 
 #include <algorithm>
 #include <numeric>

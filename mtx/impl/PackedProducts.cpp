@@ -62,22 +62,23 @@ void SweepOverGroups(PackedSweepSet::Sweep const* sweeps, PackedSweep sweep, std
 } // namespace
 
 /// Where rows have something in common, the kernels make use of it; where they have not, they are as fast as
-/// packing for few vectors, and for short rows, which are soon done with a slot.
+/// packing for few vectors, the more so for short rows, which are soon done with a slot.
 int PackedProducts::FewestToPack(int vectors) const {
   constexpr std::int64_t longRow = 10;
-  if (m_pattern == RowPattern::Scattered && IsFarApart(vectors)) return 2;
-  bool const hasLongRows = m_rowPointers[m_rows] > longRow * m_rows;
-  return m_pattern == RowPattern::Irregular && hasLongRows ? 5 : noneIsPacked;
+  if (IsScattered(vectors)) return 2;
+  if (m_pattern != RowPattern::Irregular) return noneIsPacked;
+  return m_rowPointers[m_rows] > longRow * m_rows ? 5 : 7;
 }
 
 int PackedProducts::FewestToPackSymmetric(int vectors) const {
-  if (m_pattern == RowPattern::Scattered && IsFarApart(vectors)) return 5;
-  return m_pattern == RowPattern::Alike ? 3 : noneIsPacked;
+  if (IsScattered(vectors)) return 5;
+  if (m_pattern == RowPattern::Alike) return 3;
+  return m_pattern == RowPattern::Irregular ? 7 : noneIsPacked;
 }
 
-/// Whether the vectors of a group do not fit the cache, so that an entry anywhere misses it for each of them.
-bool PackedProducts::IsFarApart(int vectors) const {
-  return std::int64_t{m_columns} * LanesFor(vectors) * std::int64_t{sizeof(double)} >= 2 * secondLevelCache;
+/// Whether an entry anywhere misses the cache for each vector of a group.
+bool PackedProducts::IsScattered(int vectors) const {
+  return m_pattern == RowPattern::Scattered && AreBeyondCache(m_columns, vectors);
 }
 
 void PackedProducts::Multiply(double const* x, int vectors, double* y) const {
@@ -122,7 +123,7 @@ void PackedProducts::MultiplySymmetric(double const* diagonal, double const* x, 
   blac::SparseSweep sweep = KernelWith(x + done, y + done);
   sweep.diagonal = diagonal;
   blac::SweepOverGroups(blac::SparseSweepsOfThisProcessor().symmetricProduct, sweep, m_rows, m_rows,
-                        vectors - packed);
+                        vectors - packed, IsScattered(vectors) ? 1 : blac::vectorsInGroup);
 }
 
 /// A ring that stays in the second-level cache, or, when that is too small for many of the entries, one for

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "mtx/impl/PatternTests.h"
+#include "blac/impl/RowPatterns.h"
 
 #include <cstdint>
 
@@ -30,7 +30,7 @@ public:
 private:
   int FewestToPack(int vectors) const;
   int FewestToPackSymmetric(int vectors) const;
-  bool IsFarApart(int vectors) const;
+  bool IsScattered(int vectors) const;
   std::int64_t SlotsOfRing(int lanes) const;
   blac::SparseSweep KernelWith(double const* x, double* y) const;
   blac::PackedSweep SweepWith(double const* x, double* y, double* scratch) const;

@@ -255,24 +255,37 @@ TEST(SparseKernels, AgreeWithTheDenseProducts) {
 // The order of the additions is part of the contract; the plain sweep of one vector is its definition.
 TEST(SparseKernels, GiveEachVectorWhatItGetsAlone) {
   Maker maker(2);
-  Sparse const matrix = maker.Matrix(70, 60);
-  SparseSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, 70, 60, nullptr, nullptr};
-  for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 24}) {
-    std::vector<double> const x = maker.Values(60U * vectors), z = maker.Values(70U * vectors);
-
+  Sparse scattered(40000); // beyond the cache with eight vectors
+  for (int entries = 3; entries <= 117000; entries += 3) {
+    scattered.ja.insert(scattered.ja.end(),
+                        {maker.Below(9000), 9000 + maker.Below(9000), maker.Below(40000)});
+    scattered.ia.push_back(entries);
+  }
+  scattered.a = maker.Values(scattered.ja.size());
+  auto const compare = [&](Sparse const& matrix, int vectors) {
+    std::ptrdiff_t const rows = matrix.Rows(), columns = matrix.columns;
+    SparseSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, rows,
+                      columns,         nullptr,          nullptr};
+    std::vector<double> const x = maker.Values(static_cast<std::size_t>(columns * vectors));
+    std::vector<double> const z = maker.Values(static_cast<std::size_t>(rows * vectors));
     std::vector<double> y, w;
     for (int v = 0; v < vectors; ++v) {
-      sweep.x = x.data() + 60 * v;
-      std::vector<double> const one = Perform(orx::blac::plainSparseSweeps.product[0], sweep, 70);
+      sweep.x = x.data() + columns * v;
+      std::vector<double> const one = Perform(orx::blac::plainSparseSweeps.product[0], sweep, rows);
       y.insert(y.end(), one.begin(), one.end());
-      sweep.x = z.data() + 70 * v;
-      std::vector<double> const other = Perform(orx::blac::plainSparseSweeps.transposedProduct[0], sweep, 60);
+      sweep.x = z.data() + rows * v;
+      std::vector<double> const other =
+          Perform(orx::blac::plainSparseSweeps.transposedProduct[0], sweep, columns);
       w.insert(w.end(), other.begin(), other.end());
     }
-
     EXPECT_TRUE(SameBits(y, Call(Kernel::Product, matrix, x, vectors))) << vectors;
     EXPECT_TRUE(SameBits(w, Call(Kernel::Transposed, matrix, z, vectors))) << vectors;
-  }
+  };
+  Sparse const matrix = maker.Matrix(70, 60);
+  for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 24})
+    compare(matrix, vectors);
+  for (int const vectors : {2, 8, 11})
+    compare(scattered, vectors);
 }
 
 TEST(SparseKernels, TakeRowsThatAreNotListedForZero) {

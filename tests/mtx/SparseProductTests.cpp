@@ -1,6 +1,6 @@
 #include "DenseSupport.h"
 #include "SparseGrid.h"
-#include "mtx/impl/PatternTests.h"
+#include "blac/impl/RowPatterns.h"
 
 #include <bit>
 #include <functional>

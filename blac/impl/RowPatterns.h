@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 
 namespace orx {
@@ -44,23 +45,36 @@ inline bool HasScatteredColumns(std::int32_t const* rowPointers, std::uint32_t c
   return far > visited;
 }
 
-/// What the rows of a matrix have in common, as far as products make use of it. A matrix keeps it with its
-/// pattern.
-enum class RowPattern : std::uint8_t {
-  Unknown,   ///< nobody has looked
-  Alike,     ///< most rows have, first, the columns of the row before: several unknowns a node
-  Shifted,   ///< most rows have the columns of the row before plus one: grids with one unknown a node
-  Scattered, ///< HasScatteredColumns
-  Irregular  ///< none of these: other meshes
-};
+/// Whether vectors of this length, as many as a group of products takes at once, leave the cache no room, so
+/// that an entry anywhere misses it for each of them.
+inline bool AreBeyondCache(std::int64_t length, int vectors) {
+  constexpr std::int64_t doublesInCache = std::int64_t{1} << 18;
+  constexpr int vectorsInGroup = 8;
+  return length * static_cast<std::int64_t>(
+                      std::bit_ceil(static_cast<unsigned>(std::min(vectors, vectorsInGroup)))) >=
+         doublesInCache;
+}
 
-/// Looks at some of the rows, which takes a small part of a product's time. In symmetric form, rows that are
-/// shifted count where they lie before the diagonal.
-inline RowPattern FindRowPattern(std::int32_t const* rowPointers, std::uint32_t const* columns,
-                                 std::int32_t rows, bool isSymmetricForm) {
+/// Whether most rows have, first, the columns of the row before: several unknowns a node.
+inline bool HasRowsAlike(std::int32_t const* rowPointers, std::uint32_t const* columns, std::int32_t rows) {
   constexpr std::int64_t leastAlike = 12; // shorter rows are not worth comparing
+  std::int64_t alike = 0;
+  std::int64_t const visited = ForSomeRows(rows, [&](std::int64_t i) {
+    std::uint32_t const* const before = columns + rowPointers[i - 1];
+    std::uint32_t const* const row = columns + rowPointers[i];
+    std::uint32_t const* const end = columns + rowPointers[i + 1];
+    alike += static_cast<std::int64_t>(row - before >= leastAlike && end - row >= row - before &&
+                                       std::equal(before, row, row));
+  });
+  return alike * 2 > visited;
+}
+
+/// Whether most rows have the columns of the row before plus one: grids with one unknown a node. In symmetric
+/// form, rows count where they lie before the diagonal.
+inline bool HasShiftedRows(std::int32_t const* rowPointers, std::uint32_t const* columns, std::int32_t rows,
+                           bool isSymmetricForm) {
   constexpr std::int64_t leastShifted = 4;
-  std::int64_t alike = 0, shifted = 0;
+  std::int64_t shifted = 0;
   std::int64_t const visited = ForSomeRows(rows, [&](std::int64_t i) {
     std::uint32_t const* const before = columns + rowPointers[i - 1];
     std::uint32_t const* const row = columns + rowPointers[i];
@@ -68,15 +82,30 @@ inline RowPattern FindRowPattern(std::int32_t const* rowPointers, std::uint32_t 
     auto const isNext = [](std::uint32_t columnBefore, std::uint32_t column) {
       return column == columnBefore + 1;
     };
-    alike += static_cast<std::int64_t>(row - before >= leastAlike && end - row >= row - before &&
-                                       std::equal(before, row, row));
     shifted +=
         static_cast<std::int64_t>(end - row >= leastShifted && end - row == row - before &&
                                   (!isSymmetricForm || end[-1] < i) && std::equal(before, row, row, isNext));
   });
+  return shifted * 4 > visited * 3;
+}
+
+/// What the rows of a matrix have in common, as far as products make use of it. A matrix keeps it with its
+/// pattern.
+enum class RowPattern : std::uint8_t {
+  Unknown,   ///< nobody has looked
+  Alike,     ///< HasRowsAlike
+  Shifted,   ///< HasShiftedRows
+  Scattered, ///< HasScatteredColumns
+  Irregular  ///< none of these: other meshes
+};
+
+/// Looks at some of the rows, which takes a small part of a product's time.
+inline RowPattern FindRowPattern(std::int32_t const* rowPointers, std::uint32_t const* columns,
+                                 std::int32_t rows, bool isSymmetricForm) {
   if (HasScatteredColumns(rowPointers, columns, rows)) return RowPattern::Scattered;
-  if (alike * 2 > visited) return RowPattern::Alike;
-  return shifted * 4 > visited * 3 ? RowPattern::Shifted : RowPattern::Irregular;
+  if (HasRowsAlike(rowPointers, columns, rows)) return RowPattern::Alike;
+  return HasShiftedRows(rowPointers, columns, rows, isSymmetricForm) ? RowPattern::Shifted
+                                                                     : RowPattern::Irregular;
 }
 
 } // namespace orx
