@@ -1,8 +1,8 @@
 #include "mtx/ORXSrvSparseMatrix.h"
 
+#include "blac/impl/RowPatterns.h"
 #include "mtx/impl/CompressedRows.h"
 #include "mtx/impl/ORXSrvMtxErrors.h"
-#include "blac/impl/RowPatterns.h"
 
 #include <algorithm>
 #include <numeric>
