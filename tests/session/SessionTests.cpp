@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int mostFields = 4000; // then a new file is begun
+constexpr int mostFields = 1500; // then a new file is begun; twice as many as HDF5's cache holds
 
 TEST(Session, HoldsWhatItsModelHolds) {
   TemporaryFolder const folder(memoryFolder);
@@ -103,10 +103,9 @@ Session AfterSteps(Session const& session, unsigned seed, int steps) {
 /// "" when the file holds what is expected, but for cells that a last step was changing.
 std::string Difference(Session& expected, Session const& inFlight) {
   try {
-    for (bool const readOnly : {true, false}) {
-      expected.OpenFile(readOnly);
-      expected.CheckAndAdopt(inFlight);
-    }
+    expected.OpenFile(true);
+    expected.CheckAndAdopt(inFlight);
+    expected.OpenFile(false);
     expected.CheckAll();
     expected.CloseFile();
     return "";
@@ -120,9 +119,11 @@ std::string Difference(Session& expected, Session const& inFlight) {
 /// The session that the file holds after a kill.
 Session Survivor(Session const& session, unsigned seed, Progress const& progress) {
   Session acknowledged = AfterSteps(session, seed, progress.done);
-  Session inFlight = AfterSteps(session, seed, progress.begun);
+  bool const isBetweenSteps = progress.begun == progress.done;
+  Session inFlight = isBetweenSteps ? acknowledged : AfterSteps(session, seed, progress.begun);
   std::string const first = Difference(acknowledged, inFlight);
   if (first.empty()) return acknowledged;
+  if (isBetweenSteps) throw std::runtime_error("the file has not what was acknowledged: " + first);
   acknowledged = AfterSteps(session, seed, progress.done);
   std::string const second = Difference(inFlight, acknowledged);
   if (second.empty()) return inFlight;
@@ -147,7 +148,7 @@ TEST(Session, LosesNothingThatWasAcknowledgedWhenItIsKilled) {
     int const killingStep = kill % 2 == 0 ? 0 : kill / 2 + 1;
     std::chrono::microseconds const after(std::uniform_int_distribution<int>(500, 60000)(random));
     try {
-      if (kill % 50 == 0) {
+      if (kill % 25 == 0) {
         session.CreateFile();
         session.CloseFile();
       }

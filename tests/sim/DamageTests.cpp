@@ -176,7 +176,7 @@ TEST_F(Damage, TruncatedFilesAreRefused) {
 }
 
 TEST_F(Damage, FlippedBytesAreNoticedOrDoNoHarm) {
-  int const copies = Setting("ORX_DAMAGED_COPIES", isSanitized ? 400 : 3000);
+  int const copies = Setting("ORX_DAMAGED_COPIES", isSanitized ? 300 : 1000);
   int const squares[] = {0, 1, 4, 9, 16};
   std::size_t const labels = m_original.find(std::string(reinterpret_cast<char const*>(squares), 20));
   ASSERT_NE(labels, std::string::npos);
@@ -225,7 +225,7 @@ int WorkToTheEnd(std::string const& path, std::string const& messages) {
 TEST_F(Damage, DoesNotShowAtTheEndOfTheProcess) {
   // The first bytes are the root group's, which all work meets. 1 tries every byte.
   std::size_t const stride =
-      static_cast<std::size_t>(Setting("ORX_DAMAGE_STRIDE", isSanitized ? 9001 : 1801));
+      static_cast<std::size_t>(Setting("ORX_DAMAGE_STRIDE", isSanitized ? 9001 : 3001));
   std::string const path = m_folder.Path("b.sim");
   std::string const messages = m_folder.Path("messages");
   for (std::size_t at = 8; at < m_original.size();

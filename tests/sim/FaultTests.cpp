@@ -1,12 +1,43 @@
 #include "DatabaseSupport.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <new>
 #include <optional>
 #include <set>
 
-// One session, run again and again; each time another one of its system calls on the file fails once. The
-// process must live, the failure have the right code, and a model that knows which commits reported success
-// agree with every cell, in the session and after opening the file again.
+// One session, run again and again; each time another one of its system calls on the file, or of its
+// allocations, fails once. The process must live, the failure have the right code, and a model that knows
+// which commits reported success agree with every cell, in the session and after opening the file again.
+
+namespace {
+
+/// While it lives, allocations are counted, and one of them fails.
+struct FailingAllocation {
+  FailingAllocation() { s_isCounting = true; }
+  FailingAllocation(FailingAllocation const&) = delete;
+  FailingAllocation& operator=(FailingAllocation const&) = delete;
+  ~FailingAllocation() { s_isCounting = false; }
+
+  static void* Allocate(std::size_t bytes) {
+    bool const isDue = s_isCounting && s_countdown >= 0 && s_countdown-- == 0;
+    void* const block = isDue ? nullptr : std::malloc(bytes > 0 ? bytes : 1);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+  }
+
+  static inline bool s_isCounting = false;
+  static inline std::int64_t s_countdown = -1; ///< 0: the next one fails; negative: none
+};
+
+} // namespace
+
+void* operator new(std::size_t bytes) { return FailingAllocation::Allocate(bytes); }
+void* operator new[](std::size_t bytes) { return FailingAllocation::Allocate(bytes); }
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 
 namespace {
 
@@ -38,7 +69,7 @@ public:
   void Check() {
     if (m_fields.empty() && !std::filesystem::exists(m_path)) return;
     m_database.emplace();
-    m_isStrict = true;
+    m_isStrict = true; // and counts no allocations
     Open(*m_database, m_path);
     if (!m_fields.empty()) m_context = m_database->Contexts()[0];
     if (!m_fields.empty()) ExpectCells("after reopening");
@@ -50,8 +81,11 @@ private:
   template<class Step>
   bool Try(Step&& step) {
     try {
+      FailingAllocation const counting;
       step();
       return true;
+    } catch (std::bad_alloc const&) {
+      return false;
     } catch (ORXSimException const& e) {
       bool const isRight =
           e.Code() == ORXSimException::writeFailed || e.Code() == ORXSimException::readFailed;
@@ -82,7 +116,7 @@ private:
         after[older].cells.resize(after[older].cells.size() / 2 * 3, after[older].fill);
       }
       transaction.Commit();
-      m_fields = after;
+      m_fields.swap(after);
     });
   }
   void ChangeInPlace(int round) {
@@ -168,6 +202,22 @@ TEST(Faults, OfEachSystemCallAreSurvived) {
     }
     EXPECT_GT(steps, 100);
   }
+}
+
+TEST(Faults, OfAllocationsAreSurvived) {
+  TemporaryFolder const folder(memoryFolder);
+  std::string const path = folder.Path("a.sim");
+  int const stride = Setting("ORX_FAULT_STRIDE", isSanitized ? 211 : 61);
+  std::int64_t nth = 0;
+  for (; FailingAllocation::s_countdown < 0; nth += stride) {
+    std::string const wrong = RunWith(path, [&](FaultSession& session) {
+      FailingAllocation::s_countdown = nth;
+      session.Run();
+    });
+    EXPECT_EQ(wrong, "") << "allocation " << nth;
+  }
+  FailingAllocation::s_countdown = -1;
+  EXPECT_GT(nth, 1000) << "allocations were counted";
 }
 
 } // namespace

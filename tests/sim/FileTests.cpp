@@ -88,6 +88,29 @@ TEST_F(DatabaseFiles, OfStaticObjectsMayBeClosedWhenTheProcessExits) {
   EXPECT_EQ(CellsIn(m_path, 1), sevens);
 }
 
+TEST_F(DatabaseFiles, AreWrittenByOneOrReadByMany) {
+  auto const codeInChild = [&](bool readOnly) {
+    return RunInChild([&] {
+      ORXSimDatabase database;
+      return CodeOf([&] { Open(database, m_path, readOnly); });
+    });
+  };
+  ORXSimDatabase database;
+  MakeField(database, m_path, 3.0);
+  EXPECT_EQ(codeInChild(false), ORXSimException::fileInUse);
+  EXPECT_EQ(codeInChild(true), ORXSimException::fileInUse);
+  ORXSimDatabase again;
+  std::string text;
+  EXPECT_EQ(CodeOf([&] { Open(again, m_path); }, &text), ORXSimException::fileInUse);
+  EXPECT_NE(text.find(m_path), std::string::npos);
+  EXPECT_NE(text.find("another process, or this one, has it open"), std::string::npos) << text;
+  EXPECT_EQ(CodeOf([&] { Create(again, m_path); }), ORXSimException::fileInUse);
+  database.Close();
+  Open(database, m_path, true);
+  EXPECT_EQ(codeInChild(true), 0);
+  EXPECT_EQ(codeInChild(false), ORXSimException::fileInUse);
+}
+
 // Creation
 
 TEST_F(DatabaseFiles, AreSeenByAPollingReaderAsNoneOrWhole) {

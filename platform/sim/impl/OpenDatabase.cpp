@@ -24,21 +24,21 @@ std::uint32_t NextNumber() {
 
 } // namespace
 
-OpenDatabase::OpenDatabase(std::unique_ptr<store::DatabaseFile> file)
-    : m_number(NextNumber()), m_file(std::move(file)) {
-  OpenFiles()[m_number] = this;
-}
+OpenDatabase::OpenDatabase() : m_number(NextNumber()) { OpenFiles()[m_number] = this; }
 
 OpenDatabase::~OpenDatabase() { OpenFiles().erase(m_number); }
 
 std::shared_ptr<OpenDatabase> OpenDatabase::Create(std::string const& name, ORXSimDurability durability,
                                                    bool replacesExisting) {
   bool const isScratch = durability == ORXSimDurability::Scratch;
-  return std::make_shared<OpenDatabase>(store::DatabaseFile::Create(name, isScratch, replacesExisting));
+  auto database = std::make_shared<OpenDatabase>(); // before the file, which replaces one
+  database->m_file = store::DatabaseFile::Create(name, isScratch, replacesExisting);
+  return database;
 }
 
 std::shared_ptr<OpenDatabase> OpenDatabase::Open(std::string const& name, bool readOnly) {
-  auto database = std::make_shared<OpenDatabase>(store::DatabaseFile::Open(name, readOnly));
+  auto database = std::make_shared<OpenDatabase>();
+  database->m_file = store::DatabaseFile::Open(name, readOnly);
   store::LoadCatalog(database->File(), [&](int number, ORXSimNamespaceID space) -> Context& {
     auto& context = database->m_contexts[number];
     context = std::make_unique<Context>(*database, number, space);

@@ -18,7 +18,7 @@ public:
                                               bool replacesExisting);
   static std::shared_ptr<OpenDatabase> Open(std::string const& name, bool readOnly);
 
-  explicit OpenDatabase(std::unique_ptr<store::DatabaseFile> file);
+  OpenDatabase();
   OpenDatabase(OpenDatabase const&) = delete;
   OpenDatabase& operator=(OpenDatabase const&) = delete;
   /// Drops what was not committed.

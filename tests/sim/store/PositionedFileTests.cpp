@@ -25,15 +25,6 @@ std::string Pattern(std::size_t bytes) {
   return pattern;
 }
 
-int ErrorOf(std::function<void()> const& work) {
-  try {
-    work();
-  } catch (FileError const& error) {
-    return error.Error();
-  }
-  return 0;
-}
-
 std::string TextOf(std::function<void()> const& work) {
   try {
     work();
@@ -41,10 +32,6 @@ std::string TextOf(std::function<void()> const& work) {
     return error.what();
   }
   return "";
-}
-
-void ExpectContains(std::string const& text, std::string const& part) {
-  EXPECT_NE(text.find(part), std::string::npos) << text;
 }
 
 /// On a disk and in memory, which zero ranges in different ways.
@@ -179,29 +166,6 @@ TEST(PositionedFile, WhereSpaceCannotBeReservedNothingIsMapped) {
   EXPECT_FALSE(file.Reserve(0, page));
   EXPECT_EQ(file.Size(), page);
   EXPECT_FALSE(file.MapsSafely());
-}
-
-// Locks
-
-TEST(PositionedFile, WritersAreAlone) {
-  TemporaryFolder const folder;
-  std::string const path = folder.Path("file");
-  auto const opens = [&](Mode mode) {
-    return RunInChild([&] { return ErrorOf([&] { PositionedFile const file(path, mode); }); });
-  };
-  {
-    PositionedFile const writer(path, Mode::Scratch);
-    EXPECT_EQ(opens(Mode::Read), EWOULDBLOCK);
-    EXPECT_EQ(opens(Mode::Write), EWOULDBLOCK);
-    ExpectContains(TextOf([&] { PositionedFile const file(path, Mode::Read); }),
-                   "another process, or this one, has it open for writing");
-  }
-  {
-    PositionedFile const reader(path, Mode::Read);
-    EXPECT_EQ(opens(Mode::Read), 0);
-    EXPECT_EQ(opens(Mode::Write), EWOULDBLOCK);
-  }
-  EXPECT_EQ(opens(Mode::Write), 0);
 }
 
 // Creation

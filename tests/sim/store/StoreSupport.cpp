@@ -62,6 +62,15 @@ std::uint64_t AllocatedBytes(std::string const& path) {
   return static_cast<std::uint64_t>(facts.st_blocks) * 512;
 }
 
+int ErrorOf(std::function<void()> const& work) {
+  try {
+    work();
+  } catch (orx::store::FileError const& error) {
+    return error.Error();
+  }
+  return 0;
+}
+
 int RunInChild(std::function<int()> const& work) {
   pid_t const child = fork();
   if (child == 0) {

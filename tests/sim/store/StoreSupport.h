@@ -47,6 +47,9 @@ void WriteWhole(std::string const& path, std::string const& bytes);
 std::uint64_t FileSize(std::string const& path);
 std::uint64_t AllocatedBytes(std::string const& path);
 
+/// The error of the FileError that work raises, 0 without one.
+int ErrorOf(std::function<void()> const& work);
+
 /// Runs work in a child process: its result, which is then the exit code, or minus the signal that ended it.
 int RunInChild(std::function<int()> const& work);
 

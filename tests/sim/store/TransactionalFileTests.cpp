@@ -17,15 +17,6 @@ using orx::store::FileError;
 using orx::store::FileStep;
 using orx::store::TransactionalFile;
 
-int ErrorOf(std::function<void()> const& work) {
-  try {
-    work();
-  } catch (FileError const& error) {
-    return error.Error();
-  }
-  return 0;
-}
-
 class Transactions : public testing::Test {
 protected:
   TemporaryFolder m_folder{memoryFolder};
@@ -309,17 +300,6 @@ TEST_F(Transactions, AreCopiedAsTheyWereCommitted) {
   orx::store::SetFaultHook(nullptr);
   session.File().CopyTo(copy, true); // finishes it before
   EXPECT_EQ(DescribeWithPlainHdf5(copy), Describe(session.Id()));
-}
-
-TEST_F(Transactions, AreRefusedWhenAnotherProgramHasCutTheFile) {
-  Session const session = Session::Create(m_path);
-  Change(session, 0);
-  session.Commit();
-  Change(session, 1);
-  std::filesystem::resize_file(m_path, 5000);
-  EXPECT_EQ(ErrorOf([&] { session.Commit(); }), ENODATA);
-  std::filesystem::remove(m_path);
-  EXPECT_EQ(ErrorOf([&] { session.Commit(); }), ENOENT);
 }
 
 TEST_F(Transactions, OfAScratchFileCostNothingBeforeItsEnd) {

@@ -5,6 +5,7 @@
 #include "sim/impl/store/DenseDrawer.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/SparseDrawer.h"
+#include "sim/impl/store/TransactionalFile.h"
 
 #include <algorithm>
 
@@ -68,17 +69,14 @@ void CatalogWriter::Enlarge(TableForm const& form, Growing& growing, std::int64_
   std::string const pending = m_file.PendingPath();
   std::int64_t const former = RowsOf(growing.table);
   std::int64_t const room = growing.table ? std::max(2 * former, rows) : rows;
+  RemoveOnRevert(pending);
   RecordTable larger = RecordTable::Create(m_file, pending, form.columns, std::max(room, smallestRoom));
-  m_reversals.emplace_back([this, larger, pending] {
-    larger.Forget();
-    m_file.Remove(pending);
-  });
+  m_reversals.emplace_back([larger] { larger.Forget(); });
   if (growing.table) {
     larger.Append(growing.table->Read(0, former));
     ReplaceObject(path);
   }
-  m_file.Move(pending, path);
-  m_reversals.emplace_back([this, path, pending] { m_file.Move(path, pending); });
+  Move(pending, path);
   larger.MovedTo(path);
   growing.table = larger;
 }
@@ -100,15 +98,19 @@ void CatalogWriter::WriteTables() {
   m_tables.clear();
 }
 
-// Reversals
+// Reversals. Each is noted before what it takes back, so that none is lost when memory is short in between.
 
 void CatalogWriter::RemoveOnRevert(std::string const& path) {
   m_reversals.emplace_back([this, path] { m_file.Remove(path); });
 }
 
-void CatalogWriter::ReplaceObject(std::string const& path) {
-  std::string const trash = m_file.MoveToTrash(path);
-  m_reversals.emplace_back([this, trash, path] { m_file.Move(trash, path); });
+void CatalogWriter::ReplaceObject(std::string const& path) { Move(path, m_file.TrashPath()); }
+
+void CatalogWriter::Move(std::string const& from, std::string const& to) {
+  m_reversals.emplace_back([this, from, to] {
+    if (m_file.Has(to)) m_file.Move(to, from);
+  });
+  m_file.Move(from, to);
 }
 
 void CatalogWriter::RemoveAttributes(std::string const& path, std::span<char const* const> names) {
@@ -129,7 +131,7 @@ void CatalogWriter::Revert() noexcept {
     try {
       (*step)();
     } catch (...) {
-      continue; // what can be put back is put back
+      m_file.Bytes().RefuseToCommit(); // half of it would be there
     }
   m_reversals.clear();
 }
@@ -176,9 +178,9 @@ void CatalogWriter::SaveTypes() {
   Hdf5Id const group = CheckedId(H5Gopen2(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
   for (std::size_t k = saved; k < m_context->Types().size(); ++k) {
     std::string const name = std::to_string(k);
-    WriteAttribute(group.Get(), name.c_str(), std::string(m_context->Types()[k].AsText()));
     m_reversals.emplace_back(
         [this, path, name] { H5Adelete_by_name(m_file.Id(), path.c_str(), name.c_str(), H5P_DEFAULT); });
+    WriteAttribute(group.Get(), name.c_str(), std::string(m_context->Types()[k].AsText()));
   }
 }
 
@@ -293,11 +295,11 @@ void CatalogWriter::SaveDrawer(sim::DistributionRecord& distribution) {
   if (drawer.isSaved) return;
   if (distribution.hasSavedDrawer) ReplaceObject(path);
   if (drawer.dense != nullptr) {
-    drawer.dense->PutAt(path);
     m_reversals.emplace_back([&drawer] { drawer.dense->TakeBack(); });
+    drawer.dense->PutAt(path);
   } else {
-    drawer.sparse->PutAt(path);
     m_reversals.emplace_back([&drawer] { drawer.sparse->TakeBack(); });
+    drawer.sparse->PutAt(path);
   }
 }
 

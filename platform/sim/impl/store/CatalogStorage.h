@@ -63,6 +63,7 @@ private:
 
   std::string TablePath(TableForm const& form) const { return m_context->Path() + "/" + form.name; }
   void RemoveOnRevert(std::string const& path);
+  void Move(std::string const& from, std::string const& to);
   /// Makes room for an object's successor.
   void ReplaceObject(std::string const& path);
   void RemoveAttributes(std::string const& path, std::span<char const* const> names);

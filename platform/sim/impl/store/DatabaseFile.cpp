@@ -205,11 +205,11 @@ void DatabaseFile::Remove(std::string const& path) noexcept {
   H5Ldelete(Id(), path.c_str(), H5P_DEFAULT);
 }
 
-std::string DatabaseFile::MoveToTrash(std::string const& path) {
+bool DatabaseFile::Has(std::string const& path) const { return Exists(Id(), path.c_str()); }
+
+std::string DatabaseFile::TrashPath() {
   EmptyCommittedTrash();
-  std::string trash = std::string(trashGroup) + "/" + std::to_string(m_trashed++);
-  Move(path, trash);
-  return trash;
+  return std::string(trashGroup) + "/" + std::to_string(m_trashed++);
 }
 
 /// The group of waiting objects is seen in the file only as long as there are some.

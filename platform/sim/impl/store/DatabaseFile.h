@@ -50,9 +50,10 @@ public:
   std::string PendingPath();
   void Move(std::string const& from, std::string const& to);
   void Remove(std::string const& path) noexcept;
-  /// Moves an object out of the way, so that its space is not given to others before the next commit is
-  /// durable; returns where it is.
-  std::string MoveToTrash(std::string const& path);
+  bool Has(std::string const& path) const;
+  /// A path for an object that is no longer wanted: it is moved there, so that its space is not given to
+  /// others before the next commit is durable.
+  std::string TrashPath();
 
   /// Says that the file has the present format from the next commit on; or again the former one.
   void WriteVersion(int version);

@@ -269,6 +269,7 @@ void DenseDrawer::ReadShape() {
                       std::to_string(m_rank)};
   std::vector<hsize_t> extents(static_cast<std::size_t>(rank));
   Checked(H5Sget_simple_extent_dims(space.Get(), extents.data(), nullptr), "reading the shape of " + m_path);
+  m_extents.clear();
   for (hsize_t const extent : extents) {
     if (extent > std::numeric_limits<int>::max()) throw DamageFound{m_path + " has an extent beyond 32 bits"};
     m_extents.push_back(static_cast<std::int64_t>(extent));
@@ -288,6 +289,7 @@ void DenseDrawer::ReadShape() {
 
 void DenseDrawer::LookUpPieces() {
   if (m_access != Access::Unknown) return;
+  if (m_extents.empty()) ReadShape();
   std::int64_t const dataset = Dataset();
   Hdf5Id const type = CheckedId(H5Dget_type(dataset), "reading the type of " + m_path);
   Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of " + m_path);
@@ -304,8 +306,8 @@ void DenseDrawer::LookUpPieces() {
   } else {
     isDirect = false;
   }
-  m_access = isDirect ? Access::Direct : Access::ThroughHdf5;
   m_isNew.assign(m_places.size(), false);
+  m_access = isDirect ? Access::Direct : Access::ThroughHdf5;
   m_isExtendable = m_isExtendable && isDirect;
   ReleaseHandle();
 }
@@ -405,13 +407,17 @@ void DenseDrawer::SaveLayout() {
 
 void DenseDrawer::PutAt(std::string const& path) {
   m_hdf5->dataset.Close();
-  m_file.Move(m_path, path);
-  m_path = path;
+  std::string now = path;
+  m_file.Move(m_path, now);
+  m_path.swap(now);
 }
 
-void DenseDrawer::TakeBack() { PutAt(m_pending); }
+void DenseDrawer::TakeBack() {
+  if (m_path != m_pending) PutAt(m_pending);
+}
 
 void DenseDrawer::CutTo(std::span<int const> sizes) {
+  if (m_extents.empty()) LookUpPieces();
   bool isLonger = false;
   std::vector<std::int64_t> const wanted(sizes.begin(), sizes.end());
   for (std::size_t dim = 0; dim < wanted.size(); ++dim)
@@ -419,23 +425,37 @@ void DenseDrawer::CutTo(std::span<int const> sizes) {
   if (!isLonger || !m_isExtendable) return;
   LookUpPieces();
   if (!m_isExtendable) return;
-  std::vector<std::int64_t> const former = m_extents;
-  auto const extents = Extents(wanted);
-  Checked(H5Dset_extent(Dataset(), extents.data()), "shortening a drawer");
-  // HDF5 has filled what is cut off in its cache. Were that written later, it would undo what is written
-  // past it until then.
-  m_hdf5->dataset.Close();
-  m_extents = wanted;
-  PlacesOfNewPieces(former, m_fill);
+  SetExtents(wanted, m_fill);
   m_isNew.assign(m_places.size(), false);
-  LayoutChanged();
 }
 
-/// The attribute follows at once: a commit for another context may come before the one that saves this
-/// drawer.
-void DenseDrawer::LayoutChanged() {
-  m_isLayoutSaved = false;
-  SaveLayout();
+/// Returns the places of pieces that are new. What fails in the midst leaves a dataset that is read anew at
+/// its next use. The attribute follows at once: a commit for another context may come before the one that
+/// saves this drawer.
+std::vector<std::uint64_t> DenseDrawer::SetExtents(std::vector<std::int64_t> const& wanted, double fill) {
+  auto const extents = Extents(wanted);
+  try {
+    m_isLayoutSaved = false;
+    Checked(H5Dset_extent(Dataset(), extents.data()), "changing the extents of a drawer");
+    // HDF5 has filled what is cut off in its cache. Were that written later, it would undo what is written
+    // past it until then.
+    m_hdf5->dataset.Close();
+    std::vector<std::int64_t> const former = std::exchange(m_extents, wanted);
+    std::vector<std::uint64_t> added = PlacesOfNewPieces(former, fill);
+    SaveLayout();
+    return added;
+  } catch (...) {
+    ForgetLayout();
+    throw;
+  }
+}
+
+void DenseDrawer::ForgetLayout() noexcept {
+  m_hdf5->dataset.Close();
+  m_extents.clear();
+  m_access = Access::Unknown;
+  // It may be of the former extents, and would be taken for a sign of damage.
+  H5Adelete_by_name(m_file.Id(), m_path.c_str(), "layout", H5P_DEFAULT);
 }
 
 // Moving cells
@@ -669,7 +689,6 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
     if (!m_isExtendable)
       throw Hdf5Failure{.what = "extending " + m_path, .cause = "its dataset has a fixed size"};
     CutTo(sizes);
-    std::vector<std::int64_t> const former = m_extents;
     std::vector<std::int64_t> wanted = m_extents;
     wanted[along] = to;
     std::int64_t newPieces = CeilingDivision(to, m_pieceLengths[along]) - PieceCount(dim);
@@ -678,12 +697,7 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
     std::int64_t const pieceSpace = CeilingDivision(PieceBytes(), pageBytes) * pageBytes;
     m_file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(newPieces * pieceSpace + metadataAllowance));
     std::uint64_t const freshFrom = m_file.Bytes().FreshFrom();
-    auto const extents = Extents(wanted);
-    Checked(H5Dset_extent(Dataset(), extents.data()), "extending a drawer");
-    m_extents = wanted;
-    std::vector<std::uint64_t> const added = PlacesOfNewPieces(former, fill);
-    LayoutChanged();
-    for (std::uint64_t const place : added)
+    for (std::uint64_t const place : SetExtents(wanted, fill))
       FillPiece(place, freshFrom, fill);
   });
   // Cells that become visible inside pieces that were there hold leftovers of the padding.

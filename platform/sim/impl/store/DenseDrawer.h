@@ -100,7 +100,8 @@ private:
   void CheckPlaces() const;
   void CheckSavedLayout(std::int64_t dataset) const;
   std::uint64_t LayoutChecksum() const;
-  void LayoutChanged();
+  std::vector<std::uint64_t> SetExtents(std::vector<std::int64_t> const& wanted, double fill);
+  void ForgetLayout() noexcept;
   std::vector<std::uint64_t> PlacesOfNewPieces(std::span<std::int64_t const> formerExtents, double fill);
   std::int64_t PieceCount(int dim) const;
   std::int64_t PieceCount() const;

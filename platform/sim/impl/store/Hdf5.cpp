@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 #include <sys/types.h>
 
 namespace orx::store {
@@ -59,7 +58,11 @@ namespace {
 /// The first error of an upward walk is the root; those further up tell what it is about.
 herr_t NoteError(unsigned number, H5E_error2_t const* error, void* into) {
   auto& failure = *static_cast<Hdf5Failure*>(into);
-  if (number == 0 && error->desc != nullptr) failure.cause = error->desc;
+  try {
+    if (number == 0 && error->desc != nullptr) failure.cause = error->desc;
+  } catch (std::bad_alloc const&) {
+    failure.cause.clear(); // no exception passes through C
+  }
   if (error->min_num == H5E_CANTLOAD) failure.kind = Hdf5Failure::Kind::Damage;
   if (error->maj_num == H5E_RESOURCE && error->min_num == H5E_NOSPACE)
     failure.kind = Hdf5Failure::Kind::Memory;
@@ -75,19 +78,13 @@ Hdf5Failure LastHdf5Failure(std::string const& what) {
 }
 
 std::vector<std::string> NamesIn(hid_t file, std::string const& path) {
-  std::vector<std::string> names;
-  auto const collect = [](hid_t, char const* name, H5L_info_t const*, void* list) -> herr_t {
-    try {
-      static_cast<std::vector<std::string>*>(list)->emplace_back(name);
-      return 0;
-    } catch (std::bad_alloc const&) {
-      return -1; // no exception passes through C
-    }
+  CollectedItems<std::string> names;
+  auto const collect = [](hid_t, char const* name, H5L_info_t const*, void* list) {
+    return static_cast<CollectedItems<std::string>*>(list)->Add(name);
   };
-  Checked(H5Literate_by_name(file, path.c_str(), H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect, &names,
-                             H5P_DEFAULT),
-          "listing " + path);
-  return names;
+  return names.Take(H5Literate_by_name(file, path.c_str(), H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect,
+                                       &names, H5P_DEFAULT),
+                    "listing " + path);
 }
 
 namespace {

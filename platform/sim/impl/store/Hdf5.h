@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <hdf5.h>
+#include <new>
 #include <span>
 #include <string>
 #include <utility>
@@ -67,6 +68,33 @@ Result Checked(Result result, std::string const& what) {
   return result;
 }
 inline Hdf5Id CheckedId(hid_t id, std::string const& what) { return Hdf5Id(Checked(id, what)); }
+
+/// A list that a callback fills. No exception passes through C, so a shortage of memory waits until HDF5 has
+/// returned.
+template<class Item>
+class CollectedItems {
+public:
+  /// What the callback returns.
+  template<class... Parts>
+  herr_t Add(Parts&&... parts) noexcept {
+    try {
+      m_items.push_back(Item{std::forward<Parts>(parts)...});
+      return 0;
+    } catch (std::bad_alloc const&) {
+      m_isOutOfMemory = true;
+      return -1;
+    }
+  }
+  std::vector<Item> Take(herr_t result, std::string const& what) {
+    if (m_isOutOfMemory) throw std::bad_alloc();
+    Checked(result, what);
+    return std::move(m_items);
+  }
+
+private:
+  std::vector<Item> m_items;
+  bool m_isOutOfMemory = false;
+};
 
 // Other files. A database is read from its own file alone: what a stranger's file names elsewhere is not
 // opened.

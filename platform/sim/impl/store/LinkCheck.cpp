@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -35,18 +34,13 @@ struct Linked {
 }
 
 std::vector<Linked> LinkedObjects(hid_t file) {
-  std::vector<Linked> objects;
-  auto const collect = [](hid_t, char const* name, H5O_info_t const* info, void* list) -> herr_t {
-    try {
-      static_cast<std::vector<Linked>*>(list)->push_back({.path = name, .info = *info});
-      return 0;
-    } catch (std::bad_alloc const&) {
-      return -1; // no exception passes through C
-    }
+  CollectedItems<Linked> objects;
+  auto const collect = [](hid_t, char const* name, H5O_info_t const* info, void* list) {
+    return static_cast<CollectedItems<Linked>*>(list)->Add(name, *info);
   };
-  Checked(H5Ovisit2(file, H5_INDEX_NAME, H5_ITER_NATIVE, collect, &objects, H5O_INFO_BASIC | H5O_INFO_HDR),
-          "listing all objects");
-  return objects;
+  return objects.Take(
+      H5Ovisit2(file, H5_INDEX_NAME, H5_ITER_NATIVE, collect, &objects, H5O_INFO_BASIC | H5O_INFO_HDR),
+      "listing all objects");
 }
 
 void AddChunks(hid_t dataset, std::string const& path, std::vector<Extent>& extents) {

@@ -179,11 +179,14 @@ void SparseDrawer::ReleaseHandle() noexcept { m_hdf5->group.Close(); }
 
 void SparseDrawer::PutAt(std::string const& path) {
   ReleaseHandle();
-  m_file.Move(m_path, path);
-  m_path = path;
+  std::string now = path;
+  m_file.Move(m_path, now);
+  m_path.swap(now);
 }
 
-void SparseDrawer::TakeBack() { PutAt(m_pending); }
+void SparseDrawer::TakeBack() {
+  if (m_path != m_pending) PutAt(m_pending);
+}
 
 void SparseDrawer::Read(SparseArrays const& arrays) {
   Guarded(m_file, [&] {

@@ -157,7 +157,7 @@ void TransactionalFile::RequireUsable(char const* operation) {
   m_file.RequireOwner(operation);
   if (m_isBroken)
     throw FileError(Access::Write, operation, m_file.Path(), EIO,
-                    "the system could not write to the disk before; close the file and open it again");
+                    "an earlier failure has left it in an unknown state; close it and open it again");
   if (m_due) FinishCommit();
 }
 

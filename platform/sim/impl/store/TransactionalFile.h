@@ -38,8 +38,9 @@ namespace orx::store {
 ///
 /// Created by Create or Open, used by one thread, lent to HDF5 through MakeFileAccess; it must outlive that
 /// use. Errors are FileError. States, besides open: discarding (what HDF5 still writes is dropped, until it
-/// closes the file), due (see above), and broken (the values, or the mark, could not be brought to the disk:
-/// only reading and closing are left). In a process that was forked from the owner nothing is written.
+/// closes the file), due (see above), and broken (the values, or the mark, could not be brought to the disk,
+/// or a failed commit could not be taken back: only reading and closing are left). In a process that was
+/// forked from the owner nothing is written.
 class TransactionalFile {
 public:
   struct Statistics {
@@ -70,6 +71,8 @@ public:
   void CommitForClose();
   /// From now on nothing is written; the structure goes back to the last commit when HDF5 closes the file.
   void Discard() noexcept { m_isDiscarding = true; }
+  /// From now on only reading and closing are left: the structure is not what it should be.
+  void RefuseToCommit() noexcept { m_isBroken = true; }
   /// Writes the last committed structure, with the values as they are now, to a new file.
   void CopyTo(std::string const& path, bool replacesExisting);
 
@@ -152,7 +155,7 @@ private:
   bool m_isAttached = false;
   bool m_isDiscarding = false;
   bool m_hasNewValues = false;
-  bool m_isBroken = false;               ///< nobody knows what a failed sync has left on the disk
+  bool m_isBroken = false; ///< a failed sync has left nobody knows what on the disk, or see RefuseToCommit
   std::optional<Journal::Trailer> m_due; ///< a commit that is not in its place yet
   std::uint64_t m_end = 0;               ///< of allocation, as HDF5 has it
   std::uint64_t m_committedEnd = 0;      ///< the last committed state lies before it
