@@ -23,9 +23,12 @@ constexpr auto& sourceFile = orx::exchangeSource;
 constexpr auto keepOwner = static_cast<uid_t>(-1);
 constexpr auto keepGroup = static_cast<gid_t>(-1);
 
-/// A regular file that may be written, which another one can take the place of.
-bool IsReplaceable(char const* path, struct stat const& facts) {
-  return S_ISREG(facts.st_mode) && faccessat(AT_FDCWD, path, W_OK, AT_EACCESS) == 0;
+/// A regular file that may be written, and that has the name `target`, which another one can take. A file
+/// that has no name any more can still be the path of a descriptor.
+bool IsReplaceable(std::string const& target, struct stat const& facts) {
+  struct stat named {};
+  return S_ISREG(facts.st_mode) && stat(target.c_str(), &named) == 0 && named.st_ino == facts.st_ino &&
+         named.st_dev == facts.st_dev && faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
 /// What the path stands for behind symbolic links, also those that lead nowhere yet.
@@ -59,11 +62,11 @@ bool IsRefusalOfFolder(int error) {
 } // namespace
 
 FileOutput::FileOutput(char const* path, Existing existing)
-    : m_path(path), m_existing(existing), m_file(-1), m_buffer(mem_MakeArray<char>(bufferSize)),
-      m_next(m_buffer.get()) {
+    : m_path(path), m_existing(existing), m_target(BehindLinks(path)), m_file(-1),
+      m_buffer(mem_MakeArray<char>(bufferSize)), m_next(m_buffer.get()) {
   struct stat older {};
   bool const exists = stat(path, &older) == 0;
-  bool const isReplaced = exists ? IsReplaceable(path, older) : errno == ENOENT;
+  bool const isReplaced = exists ? IsReplaceable(m_target, older) : errno == ENOENT;
   if (isReplaced) OpenBeside(exists ? &older : nullptr);
   if (m_file < 0 && (!isReplaced || IsRefusalOfFolder(errno))) OpenInPlace();
   if (m_file < 0) FailWithError(__LINE__);
@@ -77,7 +80,6 @@ FileOutput::~FileOutput() {
 mode_t FileOutput::ModeOfNewFile() const noexcept { return m_existing == Existing::Truncate ? 0666 : 0644; }
 
 void FileOutput::OpenBeside(struct stat const* older) {
-  m_target = BehindLinks(m_path.c_str());
   std::string name;
   // Nobody may read more of the new file than of the older one, at any moment.
   m_file = CreateBeside(m_target, older != nullptr ? S_IRUSR | S_IWUSR : ModeOfNewFile(), name);

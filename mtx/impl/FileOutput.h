@@ -13,8 +13,8 @@ namespace orx {
 ///
 /// The bytes go to a new file beside, "<target>.new<process>", which Close gives the target's name: until
 /// then, and after a failure, the path holds what it held. Symbolic links stay; permissions, and where the
-/// system allows it the owner, are those of the older file. Devices, pipes and files in a folder that takes
-/// no new ones are written in place.
+/// system allows it the owner, are those of the older file. Devices, pipes, files in a folder that takes no
+/// new ones, and files without a name that are given by a descriptor in /proc are written in place.
 class FileOutput {
 public:
   enum class Existing : std::uint8_t {

@@ -5,42 +5,12 @@ namespace {
 
 using Doubles = std::vector<double>;
 
-/// A call of DGESV that fits [2 1; 1 3]*x = (3, 4), x = (1, 1), and is then spoiled.
-struct GeneralSystem {
-  int n = 2, nrhs = 1, lda = 2, ldb = 2, info = 99;
-  Doubles a = {2, 1, 1, 3}, b = {3, 4};
-  int pivots[2] = {0, 0};
-
-  std::string Solve() {
-    BLAC_DGESV(&n, &nrhs, a.data(), &lda, pivots, b.data(), &ldb, &info);
-    return TakeReport();
-  }
-};
-
-/// The same for DPPSV; the triangle packed is 2 1 3 either way.
-struct PackedSystem {
-  char uplo = 'U';
-  int n = 2, nrhs = 1, ldb = 2, info = 99;
-  Doubles ap = {2, 1, 3}, b = {3, 4};
-
-  std::string Solve() {
-    BLAC_DPPSV(&uplo, &n, &nrhs, ap.data(), b.data(), &ldb, &info);
-    return TakeReport();
-  }
-};
-
-template<class System>
-void ExpectRefused(System system, std::string const& routine, int position) {
-  Doubles const before = system.b;
-  EXPECT_EQ(system.Solve(), routine + '/' + std::to_string(position));
-  EXPECT_EQ(system.info, -position);
-  EXPECT_EQ(system.b, before);
-}
+constexpr int two = 2, one = 1;
 
 } // namespace
 
 TEST(Dgesv, SolvesForSeveralRightHandSides) {
-  Dense const a = Random(5, 5, 2), x = Random(5, 3);
+  Dense const a = Random(5, 5, 2), x = Random(5, 3, 1);
   Dense factors = a, b = a * x;
   int pivots[5], info = 99;
 
@@ -50,31 +20,9 @@ TEST(Dgesv, SolvesForSeveralRightHandSides) {
   EXPECT_TRUE(Near(x, b, 1e-11));
 }
 
-TEST(Dgesv, ReportsTheFirstIllegalArgument) {
-  ExpectRefused(GeneralSystem{.n = -1, .nrhs = -1, .lda = 0}, "DGESV ", 1);
-  ExpectRefused(GeneralSystem{.nrhs = -1, .lda = 0, .ldb = 0}, "DGESV ", 2);
-  ExpectRefused(GeneralSystem{.lda = 1, .ldb = 1}, "DGESV ", 4);
-  ExpectRefused(GeneralSystem{.n = 3, .lda = 2, .ldb = 3}, "DGESV ", 4);
-  ExpectRefused(GeneralSystem{.n = 0, .lda = 0}, "DGESV ", 4);
-  ExpectRefused(GeneralSystem{.ldb = 1}, "DGESV ", 7);
-}
-
-TEST(Dgesv, AcceptsAnEmptySystem) {
-  GeneralSystem system{.n = 0, .lda = 1, .ldb = 1};
-  EXPECT_EQ(system.Solve(), "");
-  EXPECT_EQ(system.info, 0);
-}
-
-TEST(Dgesv, LeavesTheRightHandSideWhenTheMatrixIsSingular) {
-  GeneralSystem system{.a = {1, 2, 2, 4}};
-  EXPECT_EQ(system.Solve(), "");
-  EXPECT_EQ(system.info, 2);
-  EXPECT_EQ(system.b, (Doubles{3, 4}));
-}
-
 TEST(Dppsv, SolvesWithEitherTriangle) {
   for (char const uplo : {'u', 'U', 'l', 'L'}) {
-    Dense const s = RandomSymmetric(5, 12), x = Random(5, 3);
+    Dense const s = RandomSymmetric(5, 12), x = Random(5, 3, 1);
     Doubles packed = Packed(uplo, s);
     Dense b = s * x;
     int info = 99;
@@ -86,30 +34,50 @@ TEST(Dppsv, SolvesWithEitherTriangle) {
   }
 }
 
-TEST(Dppsv, ReportsTheFirstIllegalArgument) {
-  ExpectRefused(PackedSystem{.uplo = 'x', .n = -1}, "DPPSV ", 1);
-  ExpectRefused(PackedSystem{.n = -1, .nrhs = -1}, "DPPSV ", 2);
-  ExpectRefused(PackedSystem{.nrhs = -1, .ldb = 0}, "DPPSV ", 3);
-  ExpectRefused(PackedSystem{.ldb = 1}, "DPPSV ", 6);
-  ExpectRefused(PackedSystem{.n = 0, .ldb = 0}, "DPPSV ", 6);
+TEST(Drivers, LeaveTheRightHandSideOfASingularMatrixOrOneThatIsNotDefinite) {
+  Doubles singular = {1, 2, 2, 4}, indefinite = {1, 2, 1}, b = {3, 4};
+  int pivots[2], info = 99;
+
+  BLAC_DGESV(&two, &one, singular.data(), &two, pivots, b.data(), &two, &info);
+  EXPECT_EQ(info, 2);
+  BLAC_DPPSV("U", &two, &one, indefinite.data(), b.data(), &two, &info);
+  EXPECT_EQ(info, 2);
+
+  EXPECT_EQ(TakeReport(), "");
+  EXPECT_EQ(b, (Doubles{3, 4}));
 }
 
-TEST(Dppsv, LeavesTheRightHandSideWhenAMinorIsNotPositive) {
-  PackedSystem system{.ap = {1, 2, 1}};
-  EXPECT_EQ(system.Solve(), "");
-  EXPECT_EQ(system.info, 2);
-  EXPECT_EQ(system.b, (Doubles{3, 4}));
-}
-
-TEST(ErrorHandler, IsTheProgramsOwnForLapackToo) {
-  int const n = -1, lda = 1, lwork = 1;
+TEST(Drivers, WantLeadingDimensionsOfOneForAnEmptySystemToo) {
+  int const none = 0;
+  double a = 0, b = 0;
   int pivot = 0, info = 99;
-  double a = 0, work = 0;
+  auto const dgesv = [&](int lda, int ldb) {
+    BLAC_DGESV(&none, &one, &a, &lda, &pivot, &b, &ldb, &info);
+    return info;
+  };
 
-  BLAC_DSYTRF("L", &n, &a, &lda, &pivot, &work, &lwork, &info);
+  EXPECT_EQ(dgesv(1, 1), 0);
+  EXPECT_EQ(TakeReport(), "");
+  EXPECT_EQ(dgesv(0, 1), -4);
+  EXPECT_EQ(dgesv(1, 0), -7);
+  BLAC_DPPSV("L", &none, &one, &a, &b, &none, &info);
+  EXPECT_EQ(info, -6);
+  EXPECT_EQ(TakeReport(), "DGESV /4DGESV /7DPPSV /6");
+}
 
-  EXPECT_EQ(info, -2);
-  EXPECT_EQ(TakeReport(), "DSYTRF/2");
+// | 1 0 |                     | 1         |   | 4 1   |
+// | 2 1 |  rows 3, 2, 1  =  | 0.5  1    | * |   0.5 |
+// | 4 1 |                     | 0.25 -0.5 |
+TEST(Dgetrf, FactorsATallMatrixAsOnPaper) {
+  int const rows = 3;
+  Doubles a = {1, 2, 4, 0, 1, 1};
+  int pivots[] = {0, 0}, info = 9;
+
+  BLAC_DGETRF(&rows, &two, a.data(), &rows, pivots, &info);
+
+  EXPECT_EQ(info, 0);
+  EXPECT_EQ(a, (Doubles{4, 0.5, 0.25, 1, 0.5, -0.5}));
+  EXPECT_EQ(std::vector(pivots, pivots + 2), (std::vector{3, 2}));
 }
 
 TEST(ErrorHandler, GetsSixCharactersOfTheName) {

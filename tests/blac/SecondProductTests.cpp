@@ -19,10 +19,6 @@ Dense Multiply(Entry product, char transa, char transb, double alpha, Dense cons
   return c;
 }
 
-Dense Absolute(Dense const& x) {
-  return Filled(x.rows, x.columns, 1, [&](int i, int j) { return std::abs(x(i, j)); });
-}
-
 /// Both entry points have one contract: each test runs over both.
 class Product : public testing::TestWithParam<Entry> {};
 
@@ -47,7 +43,7 @@ TEST_P(Product, AgreesWithTheDefinitionForAllTransposesFactorsAndSizes) {
 }
 
 TEST_P(Product, OverwritesWhatIsNotANumberWhenBetaIsZero) {
-  Dense const a = Random(5, 4), b = Random(4, 3), notNumbers(5, 3);
+  Dense const a = Random(5, 4, 1), b = Random(4, 3, 1), notNumbers(5, 3, 1);
 
   EXPECT_TRUE(Near(a * b, Multiply(GetParam(), 'N', 'N', 1, a, b, 0, notNumbers)));
   EXPECT_TRUE(Near(0 * (a * b), Multiply(GetParam(), 'N', 'N', 0, a, b, 0, notNumbers)));
@@ -55,8 +51,8 @@ TEST_P(Product, OverwritesWhatIsNotANumberWhenBetaIsZero) {
 
 TEST_P(Product, OfNoRowsOrColumnsIsNothing) {
   for (auto const& [m, n] : {std::pair{0, 3}, {3, 0}}) {
-    Dense c = Random(3, 3);
-    Dense const a = Random(3, 3), before = c;
+    Dense c = Random(3, 3, 1);
+    Dense const a = Random(3, 3, 1), before = c;
 
     GetParam()("N", "N", &m, &n, &a.rows, &one, a.Data(), &a.ld, a.Data(), &a.ld, &one, c.Data(), &c.ld);
 
@@ -97,7 +93,7 @@ TEST_P(Product, ReportsTheFirstIllegalArgument) {
 // The first one, OpenBLAS 0.3.21, falls short of the standard in these two.
 
 TEST(SecondProduct, DoesNotReadFactorsThatDoNotCount) {
-  Dense const notNumbers(5, 5), c = Random(5, 5);
+  Dense const notNumbers(5, 5, 1), c = Random(5, 5, 1);
 
   EXPECT_TRUE(Near(-2 * c, Multiply(&BLAC_DGEMM2, 'N', 'T', 0, notNumbers, notNumbers, -2, c)));
   EXPECT_TRUE(Near(-2 * c, Multiply(&BLAC_DGEMM2, 'N', 'T', 1, Dense(5, 0), Dense(5, 0), -2, c)));
@@ -114,7 +110,7 @@ TEST(SecondProduct, WantsALeadingDimensionOfOneEvenForNoRows) {
 // same code. The sizes are beyond those for which BLIS has separate code for small matrices.
 TEST(SecondProduct, IsAnotherImplementationThatAgreesToRounding) {
   int const m = 220, n = 210, k = 1500;
-  Dense const opA = Random(m, k), opB = Random(k, n), empty(m, n);
+  Dense const opA = Random(m, k, 1), opB = Random(k, n, 1), empty(m, n, 1);
   Dense const bound = k * std::numeric_limits<double>::epsilon() * (Absolute(opA) * Absolute(opB));
   for (char const transa : {'N', 'T'})
     for (char const transb : {'N', 'T'}) {

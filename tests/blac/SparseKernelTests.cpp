@@ -226,16 +226,6 @@ INSTANTIATE_TEST_SUITE_P(X86, SweepsForProcessors,
 
 } // namespace
 
-TEST(SparseKernels, MultiplyByHand) {
-  Sparse const matrix = Example();
-
-  EXPECT_EQ(Call(Kernel::Product, matrix, {1, 2, 3, 4, 0, 1, 0, 1}, 2),
-            (std::vector<double>{0, 0, 18, 1, 0, 0}));
-  EXPECT_EQ(Call(Kernel::Transposed, matrix, {1, 7, 2, -1, 7, 0}, 2),
-            (std::vector<double>{6, 2, 10, -1, 0, -2, 0, 1}));
-  EXPECT_EQ(Call(Kernel::Listed, matrix, {10, 1}, 1, {2, 0}), (std::vector<double>{30, 2, 50, -1}));
-}
-
 TEST(SparseKernels, AgreeWithTheDenseProducts) {
   Maker maker(1);
   for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17}) {

@@ -44,33 +44,6 @@ Keys KeysOf(cow_Btree<int, Value> const& tree) {
 // ---- shape
 // --------------------------------------------------------------------------------------------------
 
-TEST(Btree, MissingChildrenAndLeavesWeighTheSame) {
-  Tree ascending;
-  InsertAll(ascending, {1, 2, 3});
-  EXPECT_EQ(Shape(ascending.Root()), "1(-,2(-,3))");
-  EXPECT_EQ(ascending.Root()->Height(), 2);
-  EXPECT_EQ(ascending.Root()->Right()->Height(), 1);
-  EXPECT_EQ(ascending.Root()->Right()->Right()->Height(), 0);
-  InsertAll(ascending, {4});
-  EXPECT_EQ(Shape(ascending.Root()), "2(1,3(-,4))");
-  EXPECT_EQ(ascending.Root()->Height(), 2);
-
-  Tree descending;
-  InsertAll(descending, {4, 3, 2});
-  EXPECT_EQ(Shape(descending.Root()), "4(3(2,-),-)");
-  InsertAll(descending, {1});
-  EXPECT_EQ(Shape(descending.Root()), "3(2(1,-),4)");
-}
-
-TEST(Btree, RotatesOnceEvenWhereTwoRotationsWouldBeFlatter) {
-  Tree tree;
-  InsertAll(tree, {10, 20, 15});
-  EXPECT_EQ(Shape(tree.Root()), "10(-,20(15,-))");
-  InsertAll(tree, {17});
-  EXPECT_EQ(Shape(tree.Root()), "20(10(-,15(-,17)),-)");
-  EXPECT_EQ(tree.Root()->Height(), 3);
-}
-
 /// The rules of insertion and balance as a plain recursion, without sharing.
 struct ReferenceNode {
   int key;

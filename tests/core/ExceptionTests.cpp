@@ -30,11 +30,6 @@ TEST(Exception, ThrowRecordsWhereAndKeepsTheClass) {
   }
 }
 
-TEST(Exception, IsCaughtAsItsBases) {
-  EXPECT_THROW(Sample("x").Throw("f", 1), ORXBasException);
-  EXPECT_THROW(Sample("x").Throw("f", 1), mem_AllocationOperators);
-}
-
 TEST(Exception, CopiesShareTheirText) {
   auto* const first = new Sample("kept");
   Sample const copy(*first);

@@ -62,15 +62,6 @@ TEST(List, ResizingToNothingForgetsTheLargeBlocks) {
   EXPECT_EQ(Content(list), std::vector<std::int64_t>{2});
 }
 
-TEST(List, GrowingLeavesTheCount) {
-  List list = Counting(3);
-  list.Resize(1000);
-  EXPECT_EQ(list.Count(), 3);
-  EXPECT_EQ(list.BlockTableSize(), 64);
-  list.Append(3);
-  EXPECT_EQ(Content(list), (std::vector<std::int64_t>{0, 1, 2, 3}));
-}
-
 TEST(List, CopiesShareUntilOneOfThemChanges) {
   List a = Counting(40);
   List b(a);
@@ -84,20 +75,6 @@ TEST(List, CopiesShareUntilOneOfThemChanges) {
   EXPECT_EQ(b.ConstGet(40), 100);
   EXPECT_EQ(a.ConstGet(0), 0);
   EXPECT_EQ(&a.ConstGet(20), &b.ConstGet(20)) << "blocks that nobody wrote to stay shared";
-}
-
-TEST(List, AppendingToTheSourceOfACopyDoesNotReachTheCopy) {
-  List a = Counting(5); // its last block is open for appending when it is copied
-  List const b(a);
-  a.Append(5);
-  EXPECT_EQ(Content(b), (std::vector<std::int64_t>{0, 1, 2, 3, 4}));
-  List c;
-  c = b;
-  c.Resize(2);
-  c.Append(9);
-  EXPECT_EQ(Content(c), (std::vector<std::int64_t>{0, 1, 9}));
-  EXPECT_EQ(b.ConstGet(2), 2);
-  EXPECT_EQ(a.ConstGet(2), 2);
 }
 
 TEST(List, DroppingTheFrontMovesElementZero) {

@@ -1,4 +1,5 @@
-#include "tests/mtx/SimSupport.h"
+#include "tests/support/Raised.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include "module/ORXSrvLastError.h"
 #include "module/ORXSrvMatrixRegistry.h"

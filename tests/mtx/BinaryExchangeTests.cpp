@@ -1,9 +1,9 @@
-#include "FileSupport.h"
 #include "MatrixSupport.h"
-#include "SimSupport.h"
 #include "SparseSupport.h"
 #include "mtx/impl/DenseBinary.h"
 #include "mtx/impl/SparseBlocks.h"
+#include "tests/support/FileBytes.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -88,20 +88,6 @@ TEST(ChunkedExport, SeveralChunksHoldColumnsThenValues) {
   WriteChunkedBinary(file.Path(), Access::View(*Example()), 0); // of 1: the last one is written as zeros
   EXPECT_EQ(file.Content().substr(64, 24), Hex("01000000 000000000000f0bf 00000000 0000000000000000"));
   EXPECT_EQ(file.Content().substr(8, 4), Hex("02000000"));
-}
-
-TEST(ChunkedExport, HasChunksOfTwoToTheSeventeen) {
-  File const file;
-  SymmetricOfLength(5)->Export(file.Path(), 6, nullptr);
-  std::string const bytes = file.Content();
-  std::size_t const columnsAt = 24 + 4 * 1001 + 8 * 1000;
-  std::size_t const valuesAt = columnsAt + 4 * fullChunk;
-  EXPECT_EQ(bytes.substr(0, 24), Raw<int>({1000, 5, 1, 0, 17, 1}));
-  EXPECT_EQ(bytes.substr(columnsAt, 24), Raw<int>({1, 2, 3, 4, 5, 0}));
-  EXPECT_EQ(bytes.substr(valuesAt, 48), Raw<double>({1, 2, 3, 4, 5, 0}));
-  EXPECT_EQ(bytes.find_first_not_of('\0', columnsAt + 20), valuesAt + 6);
-  EXPECT_EQ(bytes.substr(valuesAt + 8 * fullChunk, 4), Raw<int>({1000}));
-  EXPECT_EQ(bytes.size(), valuesAt + 8 * fullChunk + 4 * (1 + 1001 + 5 + 1000 + 1000));
 }
 
 TEST(ChunkedRoundTrip, KeepsAllButTheLastChunkOfAMultiple) {
@@ -394,17 +380,6 @@ TEST(BinaryExport, AnOlderLongerFileKeepsItsTail) {
   }
 }
 
-TEST(BinaryExport, FailuresCarryThePathAndTheReason) {
-  for (int const format : {6, 7}) {
-    EXPECT_EQ(Raised([&] { Example()->Export("/no/such/folder/k.bin", format, nullptr); }),
-              "208 Error at writing to file: /no/such/folder/k.bin: No such file or directory");
-    EXPECT_EQ(Raised([&] { Example()->Export("/", format, nullptr); }),
-              "208 Error at writing to file: /: Is a directory");
-    EXPECT_EQ(Raised([&] { Example()->Export("/dev/full", format, nullptr); }),
-              "208 Error at writing to file: /dev/full: No space left on device");
-  }
-}
-
 TEST(DenseExport, AnImageThatNoDiskHoldsIsRefusedBeforeAnythingIsWritten) {
   std::int32_t const starts[] = {0, 1};
   for (std::int32_t const order : {100000001, 2147483647}) {
@@ -417,19 +392,6 @@ TEST(DenseExport, AnImageThatNoDiskHoldsIsRefusedBeforeAnythingIsWritten) {
         }).find("208 Error at writing to file: " + std::string(file.Path()) + ": No space left on device, "),
         0u);
     EXPECT_EQ(file.Content(), "as before");
-  }
-}
-
-TEST(BinaryImport, PathsThatCannotBeOpenedAreErrors) {
-  ORXSrvSparseMatrix matrix(0, 0);
-  for (int const format : {1, 6, 7}) {
-    EXPECT_EQ(Raised([&] { matrix.Import("/no/such/file", format); }),
-              "202 ORXSrvSparseImExPorter: Failed to open file /no/such/file.");
-    EXPECT_EQ(Raised([&] { matrix.Import("/", format); }),
-              "202 ORXSrvSparseImExPorter: Failed to open file /: Is a directory.");
-    EXPECT_EQ(Raised([&] { matrix.Import("/dev/zero", format); }),
-              "202 ORXSrvSparseImExPorter: Failed to open file /dev/zero: a regular file expected, found a "
-              "pipe or a device.");
   }
 }
 

@@ -1,4 +1,5 @@
-#include "SimSupport.h"
+#include "tests/support/Raised.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvMatrixContainer.h"
@@ -6,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <memory>
 #include <vector>
 
@@ -39,7 +39,7 @@ TEST(MatrixContainer, KeepsMatricesUnderTheirIdentifiers) {
   int found[2] = {};
   ORXSimCSet(container.Get(-2).RowCSetID()).OrderedMembers(found);
   EXPECT_EQ(found[0], 40);
-  EXPECT_EQ(DatabaseError([&] { container.Get(8); }), ORXSimException::invalidArgument);
+  EXPECT_EQ(CodeOf([&] { container.Get(8); }), ORXSimException::invalidArgument);
 }
 
 TEST(MatrixContainer, ATakenIdentifierKeepsItsMatrix) {
@@ -62,33 +62,14 @@ TEST(MatrixContainer, ARemovedIdentifierStaysTaken) {
 
   EXPECT_TRUE(container.IsMember(1));
   EXPECT_EQ(container.Size(), 1);
-  EXPECT_EQ(DatabaseError([&] { container.Get(1); }), ORXSimException::invalidArgument);
-}
-
-TEST(MatrixContainer, ItsFileGoesWithItAndStaleOnesDoNotMatter) {
-  WorkingFolder const folder;
-  alignas(ORXSrvMatrixContainer) std::byte place[sizeof(ORXSrvMatrixContainer)];
-  std::string name;
-  {
-    auto* const container = new (place) ORXSrvMatrixContainer;
-    ASSERT_EQ(folder.Files().size(), 1u);
-    name = *folder.Files().begin();
-    container->~ORXSrvMatrixContainer();
-  }
-  EXPECT_TRUE(folder.Files().empty());
-  std::ofstream(name) << "left behind by a process that died";
-  auto* const container = new (place) ORXSrvMatrixContainer;
-  container->Create(1, 2, 2, 2, 2);
-  EXPECT_EQ(folder.Files(), (std::set<std::string>{name}));
-  container->~ORXSrvMatrixContainer();
-  EXPECT_TRUE(folder.Files().empty());
+  EXPECT_EQ(CodeOf([&] { container.Get(1); }), ORXSimException::invalidArgument);
 }
 
 TEST(MatrixContainer, AFailedCreationLeavesTheRegistryAsItWas) {
   WorkingFolder const folder;
   ORXSrvMatrixContainer container;
   int const negative[] = {3, -1};
-  EXPECT_NE(DatabaseError([&] { container.Create(1, 2, 2, negative, nullptr, 2, 2); }), 0);
+  EXPECT_NE(CodeOf([&] { container.Create(1, 2, 2, negative, nullptr, 2, 2); }), 0);
   EXPECT_FALSE(container.IsMember(1));
   SetAllValues(container.Create(1, 2, 2, 2, 2), {1, 2, 3, 4});
   EXPECT_EQ(AllValues(container.Get(1)), (std::vector<double>{1, 2, 3, 4}));

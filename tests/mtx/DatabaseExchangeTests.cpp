@@ -1,5 +1,4 @@
 #include "MatrixSupport.h"
-#include "SimSupport.h"
 #include "SparseSupport.h"
 #include "core/ORXUnicodeString.h"
 #include "mtx/ORXSrvUtilities.h"
@@ -9,6 +8,7 @@
 #include "sim/ORXSimDatabase.h"
 #include "sim/ORXSimTransaction.h"
 #include "sim/ORXSimTransfer.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <memory>
 #include <vector>
@@ -120,7 +120,7 @@ TEST_F(DatabaseExchange, OnlyAWholeMatrixIsWritten) {
   matrix.AddData(0, 0, 1.0);
   EXPECT_EQ(Raised([&] { matrix.Export(m_rows, m_columns, m_general); }),
             IllegalInput("Export, a matrix without entries added since its assembly expected"));
-  EXPECT_EQ(DatabaseError([&] { ORXSrvSparseMatrix(0, 0).Import(m_general); }),
+  EXPECT_EQ(CodeOf([&] { ORXSrvSparseMatrix(0, 0).Import(m_general); }),
             ORXSimException::viewDoesNotFit); // there is no drawer
 }
 
@@ -141,18 +141,18 @@ TEST_F(DatabaseExchange, MatricesThatDoNotFitTheSetsAreRefused) {
   Assemble(tooManyRows, {{3, 1, 1.0}});
   Assemble(tooManyColumns, {{2, 4, 1.0}});
   for (ORXSrvSparseMatrix const* matrix : {&tooFewRows, &tooManyRows, &tooManyColumns})
-    EXPECT_NE(DatabaseError([&] { matrix->Export(m_rows, m_columns, m_general); }), 0);
+    EXPECT_NE(CodeOf([&] { matrix->Export(m_rows, m_columns, m_general); }), 0);
   ORXSrvSparseMatrix read(0, 0);
-  EXPECT_EQ(DatabaseError([&] { read.Import(m_general); }), ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(CodeOf([&] { read.Import(m_general); }), ORXSimException::viewDoesNotFit);
 }
 
 TEST_F(DatabaseExchange, ImportsThatFailLeaveTheMatrix) {
   ORXSrvSparseMatrix matrix(0, 0);
   Assemble(matrix, {{0, 2, 4.0}});
   ORXSimDistributionID const dense = ORXSrvUtilities::Create2DDistribution(m_rows, m_columns, -1, -1);
-  EXPECT_EQ(DatabaseError([&] { matrix.Import(dense); }), ORXSimException::viewDoesNotFit);
-  EXPECT_EQ(DatabaseError([&] { matrix.Import(m_general); }), ORXSimException::viewDoesNotFit); // no drawer
-  EXPECT_EQ(DatabaseError([&] { matrix.Import(ORXSimDistributionID()); }), ORXSimException::staleIdentifier);
+  EXPECT_EQ(CodeOf([&] { matrix.Import(dense); }), ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(CodeOf([&] { matrix.Import(m_general); }), ORXSimException::viewDoesNotFit); // no drawer
+  EXPECT_EQ(CodeOf([&] { matrix.Import(ORXSimDistributionID()); }), ORXSimException::staleIdentifier);
 
   int const starts[4] = {};
   double const diagonal[3] = {};

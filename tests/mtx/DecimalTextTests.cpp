@@ -198,21 +198,6 @@ TEST(DecimalText, ReadsRandomNumbersAsStrtod) {
     ASSERT_NO_FATAL_FAILURE(ExpectReadAsStrtod(RandomNumber(random)));
 }
 
-TEST(DecimalText, ReadsWhatWasPrinted) {
-  std::mt19937_64 random(5);
-  std::uniform_real_distribution<double> moderate(-1e6, 1e6);
-  for (int k = 0; k < 20000; ++k) {
-    double const value = std::bit_cast<double>(random());
-    if (!std::isfinite(value)) continue;
-    for (char const* format : {"%.15e", "%.16e", "%.17g", "%g"})
-      ASSERT_NO_FATAL_FAILURE(ExpectReadAsStrtod(Printed(value, format)));
-    for (char const* format : {"%.3f", "%.10f", "%.0f"})
-      ASSERT_NO_FATAL_FAILURE(ExpectReadAsStrtod(Printed(moderate(random), format)));
-    std::string const own = Written(value);
-    ASSERT_EQ(ReadsDouble(own), DoubleIs(std::strtod(own.c_str(), nullptr), own.size())) << own;
-  }
-}
-
 /// The digits of the number halfway between the double and the next larger one in magnitude, all of them.
 std::string Halfway(double value) {
   std::string text(900, ' ');

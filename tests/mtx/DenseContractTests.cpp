@@ -2,6 +2,7 @@
 
 #include "core/mem_Allocator.h"
 #include "mtx/ORXSrvProgress.h"
+#include "tests/support/Shortage.h"
 
 #include <gtest/gtest.h>
 
@@ -10,8 +11,6 @@
 #include <unistd.h>
 
 namespace {
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 /// What holds for all operations at the edges: operands without rows or columns, operands that share values,
 /// and what the target holds after an error.
@@ -296,22 +295,6 @@ TEST_F(DenseContract, AnErrorLeavesFinishedBlocksAndWhatWasThere) {
     EXPECT_EQ(All(*a), before);
     EXPECT_NE(All(*finished), before);
   }
-}
-
-TEST_F(DenseContract, OperandsThatAreTooShortAreRefusedBeforeTheResultChanges) {
-  DensePtr const a = m_database.New(8, 2, 2, 2);
-  Number(*a);
-  DensePtr const shortInFile = m_database.New(7, 3, 2, 2);
-  ORXSrvMatrix const shortInMemory(7, 3);
-  ORXSrvMatrix c(2, 3);
-  c = 5.0;
-  DensePtr const inFile = Filled(2, 3, 5.0);
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(shortInMemory, c, 0); }), IllegalInput("GetValues"));
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(shortInFile.get(), c, 0); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(shortInFile.get(), c.Values(), 0); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(shortInFile.get(), inFile.get(), 0); }), invalidGet);
-  EXPECT_EQ(Stored(c), Doubles(6, 5.0));
-  EXPECT_EQ(All(*inFile), Doubles(6, 5.0));
 }
 
 // ---- memory

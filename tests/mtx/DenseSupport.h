@@ -10,7 +10,7 @@
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
 #include "tests/mtx/MatrixSupport.h"
-#include "tests/mtx/SimSupport.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -62,7 +62,17 @@ inline std::vector<int> Labels(ORXSimCSetID const& id) {
 
 /// How a matrix is stored and seen.
 struct DenseKind {
-  enum class Handle : std::uint8_t { Own, View, ViewOfView, Scratch, Registered, Column, Grown, GrownColumn };
+  enum class Handle : std::uint8_t {
+    Own,
+    View,
+    ViewOfView,
+    Scratch,
+    Registered,
+    Column,
+    Grown,
+    GrownColumn,
+    ViewOfGrown
+  };
   char const* name;
   Handle handle;
   int rowChunk, columnChunk; ///< -1: stored whole
@@ -150,10 +160,14 @@ public:
       return Grown(NewColumn(rows - rows / 2, kind.rowChunk), rows, 1);
     case DenseKind::Handle::View:
     case DenseKind::Handle::ViewOfView:
+    case DenseKind::Handle::ViewOfGrown:
       break;
     }
-    DensePtr const parent = New(rows + 2 * frame, columns + 2 * frame, kind.rowChunk, kind.columnChunk);
-    if (kind.handle == DenseKind::Handle::View)
+    auto const parentHandle =
+        kind.handle == DenseKind::Handle::ViewOfGrown ? DenseKind::Handle::Grown : DenseKind::Handle::Own;
+    DensePtr const parent =
+        New({"", parentHandle, kind.rowChunk, kind.columnChunk}, rows + 2 * frame, columns + 2 * frame);
+    if (kind.handle != DenseKind::Handle::ViewOfView)
       return ViewOf(*parent, frame, frame + rows - 1, frame, frame + columns - 1);
     DensePtr const view = ViewOf(*parent, 1, rows + 2, 1, columns + 2);
     return ViewOf(*view, frame - 1, frame + rows - 2, frame - 1, frame + columns - 2);

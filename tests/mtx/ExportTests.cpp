@@ -1,14 +1,16 @@
-#include "FileSupport.h"
 #include "MatrixSupport.h"
-#include "SimSupport.h"
 #include "SparseSupport.h"
 #include "sim/ORXSrvSystemDofDefinition.h"
+#include "tests/support/Shortage.h"
+#include "tests/support/TemporaryFolder.h"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
-// What all exports to files share: what is written is the whole matrix, and the file is a whole one.
+// What all formats of files share: what is written is the whole matrix, and the file is a whole one.
 
 namespace {
 
@@ -80,6 +82,29 @@ TEST(Export, ThatFailsLeavesTheOlderFileOrNone) {
   }
 }
 
+TEST(Export, FailuresCarryThePathAndTheReason) {
+  for (int const format : formats)
+    for (auto const& [path, reason] : {std::pair{"/no/such/folder/k", "No such file or directory"},
+                                       {"/", "Is a directory"},
+                                       {"/dev/full", "No space left on device"}})
+      EXPECT_EQ(Raised([&] { Export(*Example(), path, format); }),
+                std::string("208 Error at writing to file: ") + path + ": " + reason)
+          << format;
+}
+
+TEST(Import, FailuresCarryThePathAndTheReason) {
+  ORXSrvSparseMatrix matrix(0, 0);
+  char const* const device = ": a regular file expected, found a pipe or a device.";
+  for (int const format : {0, 1, 2, 3, 6, 7})
+    for (auto const& [path, reason] :
+         {std::pair{"/no/such/file", "."}, {"/", ": Is a directory."}, {"/dev/zero", device}})
+      if (bool const isText = format == 2 || format == 3; !isText || reason != device) {
+        EXPECT_EQ(Raised([&] { matrix.Import(path, format); }),
+                  std::string("202 ORXSrvSparseImExPorter: Failed to open file ") + path + reason)
+            << format;
+      }
+}
+
 TEST(Export, ReplacesAFileButNotItsLinksAndPermissions) {
   for (int const format : formats) {
     WorkingFolder const folder;
@@ -98,6 +123,21 @@ TEST(Export, ReplacesAFileButNotItsLinksAndPermissions) {
       EXPECT_TRUE(content.str() == WrittenAnew(format)) << format << ' ' << name;
     }
     EXPECT_EQ(std::distance(fs::directory_iterator("elsewhere"), {}), 2) << format;
+  }
+}
+
+TEST(Export, IntoAFileWithoutANameMakesNoOther) {
+  for (int const format : formats) {
+    WorkingFolder const folder;
+    int const file = open("k", O_RDWR | O_CREAT, 0600);
+    fs::remove("k");
+    std::string const path = "/proc/self/fd/" + std::to_string(file);
+    Export(*Example(), path, format);
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    EXPECT_TRUE(content.str() == WrittenAnew(format)) << format;
+    EXPECT_EQ(folder.Files(), std::set<std::string>{}) << format;
+    close(file);
   }
 }
 

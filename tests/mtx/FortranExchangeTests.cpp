@@ -1,6 +1,7 @@
-#include "FileSupport.h"
 #include "MatrixSupport.h"
 #include "SparseSupport.h"
+#include "tests/support/FileBytes.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -127,23 +128,14 @@ TEST(FortranImport, FaultsOfAFileLeaveTheUnitFree) {
   }
 }
 
-TEST(FortranImport, PathsThatCannotBeOpenedAreErrors) {
+TEST(FortranImport, RefusesPathsThatItsRuntimeWouldCutShort) {
   ORXSrvSparseMatrix matrix(0, 0);
-  EXPECT_EQ(Raised([&] { matrix.Import("/no/such/file", 0); }),
-            "202 ORXSrvSparseImExPorter: Failed to open file /no/such/file.");
   EXPECT_EQ(Raised([&] { matrix.Import("", 0); }), "202 ORXSrvSparseImExPorter: Failed to open file .");
-  EXPECT_EQ(Raised([&] { matrix.Import("/", 0); }),
-            "202 ORXSrvSparseImExPorter: Failed to open file /: Is a directory.");
-  EXPECT_EQ(
-      Raised([&] { matrix.Import("/dev/zero", 0); }),
-      "202 ORXSrvSparseImExPorter: Failed to open file /dev/zero: a regular file expected, found a pipe "
-      "or a device.");
-  std::string const blank = testing::TempDir() + "orx blank ";
-  std::ofstream(blank) << "x";
+  TemporaryFolder const folder;
+  std::string const blank = folder.Write("blank ", "x");
   EXPECT_EQ(Raised([&] { matrix.Import(blank.c_str(), 0); }),
             "202 ORXSrvSparseImExPorter: Failed to open file " + blank +
                 ": Fortran cannot open a path that ends in a blank.");
-  std::remove(blank.c_str());
 }
 
 } // namespace

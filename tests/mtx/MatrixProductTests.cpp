@@ -1,9 +1,7 @@
 #include "MatrixSupport.h"
 
 #include <cmath>
-#include <functional>
 #include <limits>
-#include <random>
 
 namespace {
 
@@ -12,68 +10,28 @@ constexpr double untouched = -12345.0;
 /// Around the block sizes of the products, which are 128 and 144.
 constexpr int sizes[] = {1, 2, 127, 128, 129, 130, 143, 144, 145, 288, 300};
 
-ORXSrvMatrix Filled(int rows, int columns, double value) {
-  ORXSrvMatrix matrix(rows, columns);
-  matrix = value;
-  return matrix;
-}
+ORXSrvMatrix Uniform(int rows, int columns, double value) { return MatrixOf(Constant(rows, columns, value)); }
 
-/// Small integers, whose products and sums are exact in any order.
-ORXSrvMatrix Integers(int rows, int columns, unsigned seed) {
-  std::mt19937 random(seed);
-  ORXSrvMatrix matrix(rows, columns);
-  std::generate_n(matrix.Values(), matrix.NumberOfStoredValues(),
-                  [&] { return static_cast<int>(random() % 19) - 9; });
-  return matrix;
-}
+/// Whose products and sums are exact in any order.
+ORXSrvMatrix OfIntegers(int rows, int columns, int seed) { return MatrixOf(Integers(rows, columns, seed)); }
 
-ORXSrvMatrix DiagonalIntegers(int n, unsigned seed) {
+ORXSrvMatrix DiagonalOfIntegers(int n, int seed) {
   ORXSrvMatrix diagonal(n, n, nullptr, false, true);
-  diagonal.SetDiagonal(Integers(n, 1, seed).Values());
+  diagonal.SetDiagonal(Integers(n, 1, seed).Data());
   return diagonal;
 }
 
-ORXSrvMatrix Transposed(ORXSrvMatrix const& matrix) {
-  ORXSrvMatrix transpose(matrix);
-  transpose.Transpose();
-  return transpose;
+ORXSrvMatrix Transposed(ORXSrvMatrix const& a) { return MatrixOf(Transposed(DenseOf(a))); }
+
+ORXSrvMatrix FirstColumns(ORXSrvMatrix const& a, int columns) {
+  return MatrixOf(Filled(a.NumberOfRows(), columns, [&](int i, int j) { return At(a, i, j); }));
 }
 
-ORXSrvMatrix FirstColumns(ORXSrvMatrix const& matrix, int columns) {
-  ORXSrvMatrix part(matrix.NumberOfRows(), columns);
-  matrix.GetValues(0, matrix.NumberOfRows() - 1, 0, columns - 1, part);
-  return part;
+/// By definition, in full storage.
+ORXSrvMatrix Product(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
+  return MatrixOf(DenseOf(a) * DenseOf(b));
 }
-
-/// a * b by its definition, in full storage; of absolute values, it is the bound of rounding errors.
-ORXSrvMatrix Product(ORXSrvMatrix const& a, ORXSrvMatrix const& b, bool absolute = false) {
-  int const rows = a.NumberOfRows();
-  ORXSrvMatrix product = Filled(rows, b.NumberOfColumns(), 0.0);
-  for (int j = 0; j < b.NumberOfColumns(); ++j)
-    for (int k = 0; k < a.NumberOfColumns(); ++k)
-      for (int i = 0; i < rows; ++i) {
-        double const term = At(a, i, k) * At(b, k, j);
-        product.Values()[j * rows + i] += absolute ? std::abs(term) : term;
-      }
-  return product;
-}
-
-ORXSrvMatrix Sum(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
-  ORXSrvMatrix sum(a);
-  sum += b;
-  return sum;
-}
-
-/// `product` where inside(i, j), `outside` elsewhere.
-ORXSrvMatrix Masked(ORXSrvMatrix const& product, double outside,
-                    std::function<bool(int, int)> const& inside) {
-  ORXSrvMatrix masked(product);
-  int const rows = product.NumberOfRows();
-  for (int j = 0; j < product.NumberOfColumns(); ++j)
-    for (int i = 0; i < rows; ++i)
-      if (!inside(i, j)) masked.Values()[j * rows + i] = outside;
-  return masked;
-}
+ORXSrvMatrix Sum(ORXSrvMatrix const& a, ORXSrvMatrix const& b) { return MatrixOf(DenseOf(a) + DenseOf(b)); }
 
 // ---- general products
 // ---------------------------------------------------------------------------------------
@@ -86,25 +44,25 @@ TEST(Product, IsExactOnIntegersOfEveryShape) {
     int const n = s < count ? m : sizes[(s + 3) % count];
     int const k = s < count ? m : sizes[(s + 7) % count];
     SCOPED_TRACE(testing::Message() << m << " x " << k << " times " << k << " x " << n);
-    ORXSrvMatrix const a = Integers(m, k, 1);
+    ORXSrvMatrix const a = OfIntegers(m, k, 1);
     ORXSrvMatrix const transposed = Transposed(a);
-    ORXSrvMatrix const b = Integers(k, n, 2);
-    ORXSrvMatrix const old = Integers(m, n, 3);
+    ORXSrvMatrix const b = OfIntegers(k, n, 2);
+    ORXSrvMatrix const old = OfIntegers(m, n, 3);
     ORXSrvMatrix const expected = Product(a, b);
     ORXSrvMatrix const accumulated = Sum(expected, old);
 
-    ORXSrvMatrix checked = Filled(m, n, untouched);
+    ORXSrvMatrix checked = Uniform(m, n, untouched);
     checked.Multiply(a, b);
     EXPECT_TRUE(checked == expected);
     for (int const flag : {0, 1}) {
-      ORXSrvMatrix c = Filled(m, n, untouched);
+      ORXSrvMatrix c = Uniform(m, n, untouched);
       a.Multiply(b, c, flag, 0);
       EXPECT_TRUE(c == expected);
       c = old;
       a.Multiply(b, c, flag, 2);
       EXPECT_TRUE(c == accumulated);
     }
-    ORXSrvMatrix c = Filled(m, n, untouched);
+    ORXSrvMatrix c = Uniform(m, n, untouched);
     transposed.TransposeMultiply(b, c, 0, 0);
     EXPECT_TRUE(c == expected);
     c = old;
@@ -116,7 +74,7 @@ TEST(Product, IsExactOnIntegersOfEveryShape) {
 TEST(Product, WritesTheLeadingRowsOfATallerTarget) {
   ORXSrvMatrix const a = Full({{1, 2}, {3, 4}});
   ORXSrvMatrix const b = Full({{1, 0}, {1, 1}});
-  ORXSrvMatrix c = Filled(3, 2, 9);
+  ORXSrvMatrix c = Uniform(3, 2, 9);
   a.Multiply(b, c, 0, 0);
   EXPECT_EQ(Stored(c), (Doubles{3, 7, 9, 2, 4, 9}));
   a.TransposeMultiply(b, c, 0, 1);
@@ -125,18 +83,18 @@ TEST(Product, WritesTheLeadingRowsOfATallerTarget) {
 
 /// Whether `value` is a * b up to rounding, for each element by its own sum of absolute terms.
 bool IsRounded(ORXSrvMatrix const& value, ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
-  Doubles const sums = Stored(Product(a, b));
-  Doubles const bounds = Stored(Product(a, b, true));
+  Dense const sums = DenseOf(a) * DenseOf(b);
+  Dense const bounds = Absolute(DenseOf(a)) * Absolute(DenseOf(b));
   double const unit = 2 * a.NumberOfColumns() * std::numeric_limits<double>::epsilon();
-  for (std::size_t p = 0; p < sums.size(); ++p)
-    if (!(std::abs(value.Values()[p] - sums[p]) <= unit * bounds[p])) return false;
+  for (std::size_t p = 0; p < sums.values.size(); ++p)
+    if (!(std::abs(value.Values()[p] - sums.values[p]) <= unit * bounds.values[p])) return false;
   return true;
 }
 
 TEST(Product, KeepsTheErrorBoundOfASum) {
   for (int const n : {5, 150}) {
-    ORXSrvMatrix const a = Random(n, n, 4);
-    ORXSrvMatrix const b = Random(n, n, 5);
+    ORXSrvMatrix const a = RandomFull(n, n);
+    ORXSrvMatrix const b = RandomFull(n, n);
     ORXSrvMatrix const transposed = Transposed(a);
     ORXSrvMatrix c(n, n);
     c.Multiply(a, b);
@@ -147,7 +105,7 @@ TEST(Product, KeepsTheErrorBoundOfASum) {
     a.TransposeMultiply(a, c, 1, 0);
     c.SetSymmetricResults();
     EXPECT_TRUE(IsRounded(c, transposed, a));
-    ORXSrvMatrix const x = Random(n, 1, 6);
+    ORXSrvMatrix const x = RandomFull(n, 1);
     ORXSrvMatrix y(x);
     y *= b;
     EXPECT_TRUE(IsRounded(y, b, x));
@@ -162,12 +120,12 @@ TEST(Product, TakesEmptyMatricesWithoutComplaint) {
   none *= other;
   none.SymmetricMultiply(other, other);
   other.TransposeMultiply(other, none, 1, 0);
-  ORXSrvMatrix zeros = Filled(2, 3, untouched);
+  ORXSrvMatrix zeros = Uniform(2, 3, untouched);
   zeros.Multiply(ORXSrvMatrix(2, 0), ORXSrvMatrix(0, 3)); // a sum of no terms
-  EXPECT_TRUE(zeros == Filled(2, 3, 0.0));
+  EXPECT_TRUE(zeros == Uniform(2, 3, 0.0));
   ORXSrvMatrix const noRows(0, 2);
   noRows.TransposeMultiply(ORXSrvMatrix(0, 3), zeros, 0, 1);
-  EXPECT_TRUE(zeros == Filled(2, 3, 0.0));
+  EXPECT_TRUE(zeros == Uniform(2, 3, 0.0));
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
@@ -176,13 +134,13 @@ TEST(Product, TakesEmptyMatricesWithoutComplaint) {
 
 TEST(Product, ScalesByDiagonalOperands) {
   for (int const n : {1, 3, 129}) {
-    ORXSrvMatrix const diagonal = DiagonalIntegers(n, 1);
+    ORXSrvMatrix const diagonal = DiagonalOfIntegers(n, 1);
     for (int const other : {1, 3, 5}) {
-      ORXSrvMatrix const wide = Integers(n, other, 2);
+      ORXSrvMatrix const wide = OfIntegers(n, other, 2);
       ORXSrvMatrix rows(n, other);
       rows.Multiply(diagonal, wide);
       EXPECT_TRUE(rows == Product(diagonal, wide));
-      ORXSrvMatrix const tall = Integers(other, n, 3);
+      ORXSrvMatrix const tall = OfIntegers(other, n, 3);
       ORXSrvMatrix columns(tall);
       columns.Multiply(columns, diagonal); // in place
       EXPECT_TRUE(columns == Product(tall, diagonal));
@@ -191,7 +149,7 @@ TEST(Product, ScalesByDiagonalOperands) {
 }
 
 TEST(Product, OfDiagonalsClearsOnlyTheFirstColumnOfAFullTarget) {
-  ORXSrvMatrix full = Filled(3, 3, 7);
+  ORXSrvMatrix full = Uniform(3, 3, 7);
   full.Multiply(Diagonal({1, 2, 3}), Diagonal({4, 5, 6}));
   EXPECT_TRUE(full == Full({{4, 7, 7}, {0, 10, 7}, {0, 7, 18}}));
   ORXSrvMatrix diagonal = Diagonal({0, 0, 0});
@@ -200,24 +158,24 @@ TEST(Product, OfDiagonalsClearsOnlyTheFirstColumnOfAFullTarget) {
 }
 
 TEST(Product, RefusesShapesStoragesAndItsOwnOperands) {
-  ORXSrvMatrix target = Filled(2, 2, untouched);
+  ORXSrvMatrix target = Uniform(2, 2, untouched);
   ORXSrvMatrix const square = Full({{1, 2}, {3, 4}});
   auto const refuses = [&](ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
     return Raised([&] { target.Multiply(a, b); }) == IllegalInput("Multiply");
   };
-  EXPECT_TRUE(refuses(Integers(2, 3, 1), square));
-  EXPECT_TRUE(refuses(Integers(3, 2, 1), square));
-  EXPECT_TRUE(refuses(square, Integers(2, 3, 1)));
+  EXPECT_TRUE(refuses(OfIntegers(2, 3, 1), square));
+  EXPECT_TRUE(refuses(OfIntegers(3, 2, 1), square));
+  EXPECT_TRUE(refuses(square, OfIntegers(2, 3, 1)));
   EXPECT_TRUE(refuses(target, square));
   EXPECT_TRUE(refuses(square, target));
   // A diagonal that is not square has no value for some of the rows or columns that it would scale.
   double values[] = {1, 2};
   ORXSrvMatrix const wideDiagonal(1, 2, values, false, true);
   ORXSrvMatrix const tallDiagonal(2, 1, values, false, true);
-  EXPECT_TRUE(refuses(Integers(2, 1, 1), wideDiagonal));
-  EXPECT_TRUE(refuses(tallDiagonal, Integers(1, 2, 1)));
+  EXPECT_TRUE(refuses(OfIntegers(2, 1, 1), wideDiagonal));
+  EXPECT_TRUE(refuses(tallDiagonal, OfIntegers(1, 2, 1)));
   EXPECT_TRUE(refuses(tallDiagonal, wideDiagonal));
-  EXPECT_TRUE(target == Filled(2, 2, untouched));
+  EXPECT_TRUE(target == Uniform(2, 2, untouched));
 
   ORXSrvMatrix diagonal = Diagonal({1, 2});
   EXPECT_EQ(Raised([&] { diagonal.Multiply(square, square); }), IllegalInput("Multiply"));
@@ -230,10 +188,10 @@ TEST(Product, RefusesShapesStoragesAndItsOwnOperands) {
 
 TEST(InPlaceProduct, MultipliesSquaresFromTheRightAndVectorsFromTheLeft) {
   for (int const n : {1, 2, 128, 145, 300}) {
-    ORXSrvMatrix const b = Integers(n, n, 1);
-    ORXSrvMatrix const scaling = DiagonalIntegers(n, 2);
-    ORXSrvMatrix const square = Integers(n, n, 3);
-    ORXSrvMatrix const x = Integers(n, 1, 4);
+    ORXSrvMatrix const b = OfIntegers(n, n, 1);
+    ORXSrvMatrix const scaling = DiagonalOfIntegers(n, 2);
+    ORXSrvMatrix const square = OfIntegers(n, n, 3);
+    ORXSrvMatrix const x = OfIntegers(n, 1, 4);
 
     ORXSrvMatrix result(square);
     EXPECT_EQ(&(result *= b), &result);
@@ -247,9 +205,9 @@ TEST(InPlaceProduct, MultipliesSquaresFromTheRightAndVectorsFromTheLeft) {
     vector = x;
     vector *= scaling;
     EXPECT_TRUE(vector == Product(scaling, x));
-    ORXSrvMatrix diagonal = DiagonalIntegers(n, 5);
+    ORXSrvMatrix diagonal = DiagonalOfIntegers(n, 5);
     diagonal *= scaling;
-    EXPECT_EQ(Stored(diagonal)[0], DiagonalIntegers(n, 5).Values()[0] * scaling.Values()[0]);
+    EXPECT_EQ(Stored(diagonal)[0], DiagonalOfIntegers(n, 5).Values()[0] * scaling.Values()[0]);
     EXPECT_TRUE(diagonal.IsDiagonal());
   }
 }
@@ -257,19 +215,19 @@ TEST(InPlaceProduct, MultipliesSquaresFromTheRightAndVectorsFromTheLeft) {
 TEST(InPlaceProduct, RefusesWithTheNameOfTheTestThatFailed) {
   ORXSrvMatrix square = Full({{1, 2}, {3, 4}});
   EXPECT_EQ(Raised([&] { square *= square; }), IllegalInput("*="));
-  EXPECT_EQ(Raised([&] { square *= Integers(2, 3, 1); }), IllegalInput("*="));
-  EXPECT_EQ(Raised([&] { square *= Integers(1, 2, 1); }), IllegalInput("Multiply")) << "b ends too early";
+  EXPECT_EQ(Raised([&] { square *= OfIntegers(2, 3, 1); }), IllegalInput("*="));
+  EXPECT_EQ(Raised([&] { square *= OfIntegers(1, 2, 1); }), IllegalInput("Multiply")) << "b ends too early";
   ORXSrvMatrix const sameBuffer(2, 2, square.Values());
   EXPECT_EQ(Raised([&] { square *= sameBuffer; }), IllegalInput("Multiply"));
   EXPECT_TRUE(square == Full({{1, 2}, {3, 4}}));
 
   ORXSrvMatrix wide = Full({{1, 2, 3}, {4, 5, 6}});
-  EXPECT_EQ(Raised([&] { wide *= Integers(3, 2, 1); }), IllegalInput("Multiply"));
+  EXPECT_EQ(Raised([&] { wide *= OfIntegers(3, 2, 1); }), IllegalInput("Multiply"));
   EXPECT_EQ(Raised([&] { wide *= Diagonal({1, 2}); }), IllegalInput("Multiply"));
   EXPECT_TRUE(wide == Full({{1, 2, 3}, {4, 5, 6}}));
   ORXSrvMatrix vector = Full({{1}, {2}});
-  EXPECT_EQ(Raised([&] { vector *= Integers(3, 2, 1); }), IllegalInput("*="));
-  EXPECT_EQ(Raised([&] { vector *= Integers(1, 2, 1); }), IllegalInput("*="));
+  EXPECT_EQ(Raised([&] { vector *= OfIntegers(3, 2, 1); }), IllegalInput("*="));
+  EXPECT_EQ(Raised([&] { vector *= OfIntegers(1, 2, 1); }), IllegalInput("*="));
   EXPECT_TRUE(vector == Full({{1}, {2}}));
   ORXSrvMatrix diagonal = Diagonal({1, 2});
   EXPECT_EQ(Raised([&] { diagonal *= square; }), IllegalInput("Multiply"));
@@ -281,34 +239,36 @@ TEST(InPlaceProduct, RefusesWithTheNameOfTheTestThatFailed) {
 
 TEST(SymmetricProduct, HoldsTheLowerBlocksBehindAFirstOneThatIsTheRemainder) {
   for (int const n : sizes) {
-    ORXSrvMatrix const a = Integers(n, n, 1);
+    ORXSrvMatrix const a = OfIntegers(n, n, 1);
     ORXSrvMatrix const b = Transposed(a);
     ORXSrvMatrix const expected = Product(a, b);
     int const shift = (128 - n % 128) % 128; // the first block is that much short of 128
     auto const block = [&](int i) { return (i + shift) / 128; };
 
-    ORXSrvMatrix result = Filled(n, n, untouched);
+    ORXSrvMatrix result = Uniform(n, n, untouched);
     result.SymmetricMultiply(a, b);
-    EXPECT_TRUE(result == Masked(expected, 0.0, [&](int i, int j) { return block(i) >= block(j); })) << n;
+    EXPECT_TRUE(DenseOf(result) ==
+                Masked(DenseOf(expected), 0.0, [&](int i, int j) { return block(i) >= block(j); }))
+        << n;
     result.SetSymmetricResults();
     EXPECT_TRUE(result == expected) << n;
   }
 }
 
 TEST(SymmetricProduct, WantsThreeFullSquaresOfOneOrder) {
-  ORXSrvMatrix target = Filled(2, 2, untouched);
+  ORXSrvMatrix target = Uniform(2, 2, untouched);
   ORXSrvMatrix const square = Full({{1, 2}, {2, 1}});
   auto const refuses = [&](ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
     return Raised([&] { target.SymmetricMultiply(a, b); }) == IllegalInput("SymmetricMultiply");
   };
-  EXPECT_TRUE(refuses(Integers(2, 3, 1), Integers(3, 2, 1)));
-  EXPECT_TRUE(refuses(Integers(3, 2, 1), square));
-  EXPECT_TRUE(refuses(square, Integers(2, 3, 1)));
+  EXPECT_TRUE(refuses(OfIntegers(2, 3, 1), OfIntegers(3, 2, 1)));
+  EXPECT_TRUE(refuses(OfIntegers(3, 2, 1), square));
+  EXPECT_TRUE(refuses(square, OfIntegers(2, 3, 1)));
   EXPECT_TRUE(refuses(square, Diagonal({1, 1})));
   EXPECT_TRUE(refuses(Diagonal({1, 1}), square));
   EXPECT_TRUE(refuses(target, square));
   EXPECT_TRUE(refuses(square, target));
-  EXPECT_TRUE(target == Filled(2, 2, untouched));
+  EXPECT_TRUE(target == Uniform(2, 2, untouched));
   ORXSrvMatrix diagonal = Diagonal({1, 2});
   EXPECT_EQ(Raised([&] { diagonal.SymmetricMultiply(square, square); }), IllegalInput("SymmetricMultiply"));
 }
@@ -319,17 +279,17 @@ TEST(SymmetricTransposeProduct, WritesOneBlockTriangleWithTheRemainderLast) {
     for (int const n : {m, 1, 100, 144, 300, 450}) {
       SCOPED_TRACE(testing::Message() << m << " x " << n);
       // The narrower operand is the leading part of the wider one, so that the leading square is symmetric.
-      ORXSrvMatrix const wider = Integers(k, std::max(m, n), 1);
+      ORXSrvMatrix const wider = OfIntegers(k, std::max(m, n), 1);
       ORXSrvMatrix const a = FirstColumns(wider, m);
       ORXSrvMatrix const b = FirstColumns(wider, n);
       ORXSrvMatrix const expected = Product(Transposed(a), b);
       auto const inside = [&](int i, int j) { return m >= n ? i / 144 >= j / 144 : i / 144 <= j / 144; };
 
-      ORXSrvMatrix c = Filled(m, n, untouched);
+      ORXSrvMatrix c = Uniform(m, n, untouched);
       a.TransposeMultiply(b, c, 1, 0);
-      EXPECT_TRUE(c == Masked(expected, untouched, inside));
+      EXPECT_TRUE(DenseOf(c) == Masked(DenseOf(expected), untouched, inside));
       a.TransposeMultiply(b, c, 1, 1);
-      EXPECT_TRUE(c == Masked(Sum(expected, expected), untouched, inside));
+      EXPECT_TRUE(DenseOf(c) == Masked(DenseOf(Sum(expected, expected)), untouched, inside));
       c.SetSymmetricResults();
       EXPECT_TRUE(c == Sum(expected, expected));
     }

@@ -1,15 +1,13 @@
 #pragma once
 
-#include "core/ORXBasException.h"
 #include "mtx/ORXSrvMatrix.h"
+#include "tests/support/Dense.h"
+#include "tests/support/Raised.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <initializer_list>
-#include <ostream>
-#include <random>
-#include <string>
 #include <vector>
 
 /// A full matrix written row by row, as on paper.
@@ -33,20 +31,24 @@ inline ORXSrvMatrix Diagonal(std::initializer_list<double> values) {
   return matrix;
 }
 
-/// Values in [-1, 1).
-inline ORXSrvMatrix Random(int rows, int columns, unsigned seed) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-  ORXSrvMatrix matrix(rows, columns);
-  std::generate_n(matrix.Values(), matrix.NumberOfStoredValues(), [&] { return uniform(random); });
-  return matrix;
-}
-
 /// Element (i, j) of either storage.
 inline double At(ORXSrvMatrix const& a, int i, int j) {
   if (a.IsDiagonal()) return i == j ? a.Values()[i] : 0.0;
   return a.Values()[j * a.NumberOfRows() + i];
 }
+
+/// A copy in full storage.
+inline Dense DenseOf(ORXSrvMatrix const& a) {
+  return Filled(a.NumberOfRows(), a.NumberOfColumns(), [&](int i, int j) { return At(a, i, j); });
+}
+inline ORXSrvMatrix MatrixOf(Dense const& a) {
+  ORXSrvMatrix matrix(a.rows, a.columns);
+  std::copy(a.values.begin(), a.values.end(), matrix.Values());
+  return matrix;
+}
+inline ORXSrvMatrix RandomFull(int rows, int columns) { return MatrixOf(Random(rows, columns)); }
+/// A matrix over the values of one without gaps.
+inline ORXSrvMatrix Lent(Dense& a) { return {a.rows, a.columns, a.Data()}; }
 
 /// The stored values in storage order.
 inline std::vector<double> Stored(ORXSrvMatrix const& matrix) {
@@ -54,18 +56,3 @@ inline std::vector<double> Stored(ORXSrvMatrix const& matrix) {
 }
 
 using Doubles = std::vector<double>;
-
-/// The message of what `call` raises; "nothing raised" when it does not.
-template<class Call>
-std::string Raised(Call call) {
-  try {
-    call();
-  } catch (ORXBasException const& e) {
-    return std::to_string(e.ErrorCode()) + " " + e.AsString().AsText();
-  }
-  return "nothing raised";
-}
-
-inline std::string IllegalInput(std::string const& operation) {
-  return "206 ORXSrvMatrix::" + operation + " - Illegal input.";
-}

@@ -128,23 +128,4 @@ TEST(PublishedMatrices, ProductsAndSolvesHoldTheirBounds) {
   }
 }
 
-TEST(PublishedMatrices, ExportAndImportKeepEveryEntryToSixteenDigits) {
-  if (!fs::is_directory(ORX_TEST_DATA)) GTEST_SKIP() << "no folder " ORX_TEST_DATA;
-  ORXSrvSparseMatrix matrix(0, 0);
-  matrix.Import((fs::path(ORX_TEST_DATA) / "west0067" / "A.full.txt").c_str(), 3);
-  std::string const copy = testing::TempDir() + "orx_west0067.txt";
-  matrix.Export(copy.c_str(), 3, nullptr);
-  ORXSrvSparseMatrix back(0, 0);
-  back.Import(copy.c_str(), 2);
-  std::remove(copy.c_str());
-  Entries const before = EntriesOf(matrix);
-  Entries const after = EntriesOf(back);
-  ASSERT_EQ(before.size(), after.size());
-  for (std::size_t k = 0; k < before.size(); ++k) {
-    EXPECT_EQ(before[k].row, after[k].row);
-    EXPECT_EQ(before[k].column, after[k].column);
-    EXPECT_LE(std::abs(before[k].value - after[k].value), 5e-16 * std::abs(before[k].value));
-  }
-}
-
 } // namespace

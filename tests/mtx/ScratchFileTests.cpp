@@ -2,16 +2,17 @@
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
-#include "tests/mtx/SimSupport.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstddef>
 #include <fstream>
 #include <memory>
 #include <optional>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 // The files of scratch matrices and containers in folders where others have files, too.
 
@@ -114,24 +115,20 @@ TYPED_TEST(ScratchFiles, LeaveAFileThatHasTakenTheirPlace) {
 TYPED_TEST(ScratchFiles, AreNotDeletedByAForkedChild) {
   this->Make();
   std::string const name = *this->m_folder.Files().begin();
-  pid_t const child = fork();
-  if (child == 0) {
+  RunInChild([this] {
     this->Destroy();
-    _exit(0);
-  }
-  waitpid(child, nullptr, 0);
+    return 0;
+  });
   EXPECT_EQ(this->m_folder.Files(), Files{name});
 }
 
 /// Runs a child that makes a matrix and a container and is killed; returns what it left.
 Files KilledChild(WorkingFolder const& folder) {
-  pid_t const child = fork();
-  if (child == 0) {
+  RunInChild([] {
     Scratch const matrix;
     ORXSrvMatrixContainer const container;
-    kill(getpid(), SIGKILL);
-  }
-  waitpid(child, nullptr, 0);
+    return raise(SIGKILL);
+  });
   return folder.Files();
 }
 
@@ -153,17 +150,15 @@ TEST(ScratchFilesOfKilledProcesses, AreToldFromThoseOfLivingOnes) {
   WorkingFolder const folder;
   Scratch const matrix;
   Files const living = folder.Files();
-  pid_t const child = fork();
-  if (child == 0) {
+  RunInChild([] {
     std::filesystem::create_directory("x"); // a folder that the child has not swept, though its parent has
     std::filesystem::create_directory_symlink("..", "x/up");
     ORXSimDatabase another;
     another.SetDurability(ORXSimDurability::Scratch);
     another.CreateFile(ORXUnicodeString("x/up/another.sim"), 0, -1);
     another.Discard();
-    _exit(0);
-  }
-  waitpid(child, nullptr, 0);
+    return 0;
+  });
   for (std::string const& name : living)
     EXPECT_EQ(folder.Files().count(name), 1u) << name;
 }

@@ -1,6 +1,7 @@
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 
 #include "tests/mtx/DenseSupport.h"
+#include "tests/support/Shortage.h"
 
 #include <gtest/gtest.h>
 
@@ -127,18 +128,18 @@ TEST(ScratchMatrixOfSets, GrowsByItsOwnSets) {
 }
 
 TEST_F(ScratchMatrix, FailedCreationLeavesNoFile) {
-  EXPECT_EQ(DatabaseError([] { ORXSrvScratchDenseMatrix(0, 3, 1, 1); }), ORXSimException::viewDoesNotFit);
-  EXPECT_EQ(DatabaseError([] { ORXSrvScratchDenseMatrix(-1, 3, 1, 1); }), ORXSimException::invalidArgument);
-  EXPECT_EQ(DatabaseError([] { ORXSrvScratchDenseMatrix(3, 3, 0, 1); }), ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(CodeOf([] { ORXSrvScratchDenseMatrix(0, 3, 1, 1); }), ORXSimException::viewDoesNotFit);
+  EXPECT_EQ(CodeOf([] { ORXSrvScratchDenseMatrix(-1, 3, 1, 1); }), ORXSimException::invalidArgument);
+  EXPECT_EQ(CodeOf([] { ORXSrvScratchDenseMatrix(3, 3, 0, 1); }), ORXSimException::viewDoesNotFit);
   int const negative[] = {1, -1};
-  EXPECT_EQ(DatabaseError([&] { ORXSrvScratchDenseMatrix(2, 2, negative, nullptr, 1, 1); }),
+  EXPECT_EQ(CodeOf([&] { ORXSrvScratchDenseMatrix(2, 2, negative, nullptr, 1, 1); }),
             ORXSimException::invalidArgument);
-  EXPECT_EQ(DatabaseError([] { ORXSrvScratchDenseMatrix(ORXSimCSetID(), ORXSimCSetID(), 1, 1); }),
+  EXPECT_EQ(CodeOf([] { ORXSrvScratchDenseMatrix(ORXSimCSetID(), ORXSimCSetID(), 1, 1); }),
             ORXSimException::staleIdentifier);
   int error = 0;
   {
     FullDisk const full;
-    error = DatabaseError([] { ORXSrvScratchDenseMatrix(1000, 1000, 100, 100); });
+    error = CodeOf([] { ORXSrvScratchDenseMatrix(1000, 1000, 100, 100); });
   }
   EXPECT_EQ(error, ORXSimException::writeFailed);
   EXPECT_TRUE(Files().empty());

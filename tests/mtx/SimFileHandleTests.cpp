@@ -4,7 +4,9 @@
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
-#include "tests/mtx/SimSupport.h"
+#include "tests/support/Raised.h"
+#include "tests/support/Shortage.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -60,7 +62,7 @@ TEST_F(SimFileHandle, LastCopyDeletesTheFile) {
 
   second.reset();
   EXPECT_EQ(m_folder.Files(), Files());
-  EXPECT_EQ(DatabaseError([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+  EXPECT_EQ(CodeOf([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
 }
 
 TEST_F(SimFileHandle, AssociatingLeavesEarlierCopiesAsTheyWere) {
@@ -75,23 +77,15 @@ TEST_F(SimFileHandle, AssociatingLeavesEarlierCopiesAsTheyWere) {
   EXPECT_EQ(m_folder.Files(), Files());
 }
 
-TEST_F(SimFileHandle, ReplacesAFileThatWasLeftBehind) {
-  std::ofstream("scratch.sim") << "left behind";
-  ORXSrvSimFileHandle handle;
-  handle.Associate(name);
-  EXPECT_EQ(ORXSimContext(handle.ContextID()).Collections().Size(), 0);
-}
-
 TEST_F(SimFileHandle, FailedCreationLeavesTheHandleAndFilesOfOthersAsTheyWere) {
   ORXSrvSimFileHandle owner;
   owner.Associate(name);
   ORXSrvSimFileHandle handle;
 
-  EXPECT_EQ(DatabaseError([&] { handle.Associate(name); }), ORXSimException::fileInUse);
+  EXPECT_EQ(CodeOf([&] { handle.Associate(name); }), ORXSimException::fileInUse);
   EXPECT_EQ(m_folder.Files(), Files{"scratch.sim"});
-  EXPECT_EQ(DatabaseError([&] { handle.Associate(atr_String("missing/scratch.sim")); }),
-            ORXSimException::notOpened);
-  EXPECT_EQ(DatabaseError([&] { handle.Associate(atr_String()); }), ORXSimException::notOpened);
+  EXPECT_EQ(CodeOf([&] { handle.Associate(atr_String("missing/scratch.sim")); }), ORXSimException::notOpened);
+  EXPECT_EQ(CodeOf([&] { handle.Associate(atr_String()); }), ORXSimException::notOpened);
   EXPECT_TRUE(handle.IsNull());
 
   handle.Associate(atr_String("other.sim"));
@@ -106,7 +100,7 @@ TEST_F(SimFileHandle, ReleaseCopesWithAFileThatIsGone) {
 
   handle.reset();
   EXPECT_EQ(m_folder.Files(), Files());
-  EXPECT_EQ(DatabaseError([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+  EXPECT_EQ(CodeOf([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
 }
 
 TEST_F(SimFileHandle, ReleaseDeletesAFileThatCannotBeClosed) {
@@ -121,13 +115,13 @@ TEST_F(SimFileHandle, ReleaseDeletesAFileThatCannotBeClosed) {
   int error = 0;
   {
     FullDisk const full;
-    error = DatabaseError([&] { comparison.Close(); });
+    error = CodeOf([&] { comparison.Close(); });
     handle.reset();
   }
 
   EXPECT_EQ(error, ORXSimException::writeFailed);
   EXPECT_EQ(m_folder.Files(), Files{"comparison.sim"});
-  EXPECT_EQ(DatabaseError([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+  EXPECT_EQ(CodeOf([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
 }
 
 TEST_F(SimFileHandleDeathTest, CallsThatDoNotSuitTheStateEndTheProcess) {

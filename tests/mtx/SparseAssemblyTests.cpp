@@ -1,7 +1,7 @@
 #include "MatrixSupport.h"
-#include "SimSupport.h"
 #include "SparseSupport.h"
 #include "mtx/impl/TripletCollector.h"
+#include "tests/support/Shortage.h"
 
 #include <cstdint>
 #include <map>

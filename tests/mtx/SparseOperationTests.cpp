@@ -1,5 +1,5 @@
-#include "SparseGrid.h"
-#include "tests/mtx/SimSupport.h"
+#include "SparseOracle.h"
+#include "tests/support/Shortage.h"
 
 #include <limits>
 #include <numeric>
@@ -25,12 +25,8 @@ std::vector<unsigned> ListOf(Find find) {
   return {list.get(), list.get() + count};
 }
 
-Grid PermutedGrid(Grid const& a, Ints const& perm) {
-  return MakeGrid(a.rows, a.columns, [&](int k, int l) { return a.At(perm[k], perm[l]); });
-}
-
-Grid TransposedGrid(Grid const& a) {
-  return MakeGrid(a.columns, a.rows, [&](int i, int j) { return a.At(j, i); });
+Dense Permuted(Dense const& a, Ints const& perm) {
+  return Filled(a.rows, a.columns, [&](int k, int l) { return a(perm[k], perm[l]); });
 }
 
 /// The entries of a general form come row by row, columns ascending, each place once.
@@ -75,13 +71,13 @@ TEST(SparsePermutations, AgreeWithDenseArithmetic) {
   for (unsigned seed = 0; seed < 60; ++seed) {
     int const n = 1 + static_cast<int>(seed * 7 % 53);
     auto const matrix = RandomMatrix(seed, n, n);
-    Grid const grid(*matrix);
+    Dense const grid = DenseOf(*matrix);
     Ints const perm = RandomPermutation(n, seed);
     SparsePtr const permuted(matrix->Permute(perm.data()));
-    EXPECT_EQ(Grid(*permuted), PermutedGrid(grid, perm)) << seed;
+    EXPECT_EQ(DenseOf(*permuted), Permuted(grid, perm)) << seed;
     ExpectOrdered(*permuted);
     EXPECT_EQ(permuted->NumberOfNonzeros(), matrix->NumberOfNonzeros());
-    EXPECT_EQ(Grid(*matrix), grid);
+    EXPECT_EQ(DenseOf(*matrix), grid);
 
     auto const inPlace = RandomMatrix(seed, n, n);
     Access::SetSymmetryState(*inPlace, 2);
@@ -92,7 +88,7 @@ TEST(SparsePermutations, AgreeWithDenseArithmetic) {
 
     Access::SetSymmetryState(*matrix, 2);
     matrix->PermuteRows(perm.data());
-    EXPECT_EQ(MakeGrid(n, n, [&](int i, int j) { return Grid(*matrix).At(perm[i], j); }), grid) << seed;
+    EXPECT_EQ(Filled(n, n, [&](int i, int j) { return DenseOf(*matrix)(perm[i], j); }), grid) << seed;
     ExpectOrdered(*matrix);
     EXPECT_EQ(Access::SymmetryState(*matrix), 0);
   }
@@ -102,11 +98,11 @@ TEST(SparsePermutations, KeepTheSymmetricForm) {
   for (unsigned seed = 0; seed < 30; ++seed) {
     int const n = 1 + static_cast<int>(seed * 7 % 31);
     auto const matrix = RandomPairs(seed, n).NewMatrix();
-    Grid const expected = PermutedGrid(Grid(*matrix), RandomPermutation(n, seed));
+    Dense const expected = Permuted(DenseOf(*matrix), RandomPermutation(n, seed));
     SparsePtr const permuted(matrix->Permute(RandomPermutation(n, seed).data()));
     matrix->PermuteInPlace(RandomPermutation(n, seed).data());
     for (ORXSrvSparseMatrix const* const result : {permuted.get(), matrix.get()}) {
-      EXPECT_EQ(Grid(*result), expected) << seed;
+      EXPECT_EQ(DenseOf(*result), expected) << seed;
       EXPECT_EQ(Access::SymmetryState(*result), 1);
     }
     EXPECT_EQ(EntriesOf(*permuted), EntriesOf(*matrix)) << seed;
@@ -157,14 +153,14 @@ TEST(SparseTranspose, AgreesWithDenseArithmeticInBothForms) {
     auto const matrix =
         RandomMatrix(seed, 1 + static_cast<int>(seed * 5 % 29), 1 + static_cast<int>(seed * 3 % 41));
     SparsePtr const transposed(matrix->Transpose());
-    EXPECT_EQ(Grid(*transposed), TransposedGrid(Grid(*matrix))) << seed;
+    EXPECT_EQ(DenseOf(*transposed), Transposed(DenseOf(*matrix))) << seed;
     ExpectOrdered(*transposed);
     EXPECT_EQ(transposed->NumberOfNonzeros(), matrix->NumberOfNonzeros());
     EXPECT_EQ(Access::SymmetryState(*transposed), 0);
 
     auto const pairs = RandomPairs(seed, 1 + static_cast<int>(seed % 13)).NewMatrix();
     SparsePtr const mirrored(pairs->Transpose());
-    EXPECT_EQ(Grid(*mirrored), Grid(*pairs)) << seed;
+    EXPECT_EQ(DenseOf(*mirrored), DenseOf(*pairs)) << seed;
     EXPECT_EQ(Access::SymmetryState(*mirrored), 1);
   }
 }
@@ -236,10 +232,10 @@ TEST(SparseSubtract, TakesItselfAndKeepsZeros) {
   EXPECT_EQ(EntriesOf(*matrix), (Entries{{0, 1, 0}, {2, 0, 0}}));
   EXPECT_EQ(matrix->NumberOfRows(), 4);
   auto const symmetric = RandomPairs(3, 5).NewMatrix();
-  Grid const expected =
-      MakeGrid(5, 5, [grid = Grid(*symmetric)](int i, int j) { return 0.0 - grid.At(i, j); });
+  Dense const expected =
+      Filled(5, 5, [grid = DenseOf(*symmetric)](int i, int j) { return 0.0 - grid(i, j); });
   symmetric->Subtract(*NewAssembled(5, 5, {}), *symmetric);
-  EXPECT_EQ(Grid(*symmetric), expected);
+  EXPECT_EQ(DenseOf(*symmetric), expected);
   EXPECT_EQ(Access::SymmetryState(*symmetric), 0);
 }
 

@@ -1,5 +1,5 @@
 #include "DenseSupport.h"
-#include "SparseGrid.h"
+#include "SparseOracle.h"
 #include "blac/impl/RowPatterns.h"
 
 #include <bit>
@@ -34,15 +34,10 @@ Doubles Reals(std::int64_t length, unsigned seed) {
 }
 
 /// A * x or A^T * x, column by column.
-Doubles Product(Grid const& a, Doubles const& x, int vectors, bool transpose) {
-  int const in = transpose ? a.rows : a.columns;
-  int const out = transpose ? a.columns : a.rows;
-  Doubles y(static_cast<std::size_t>(out) * vectors);
-  for (int v = 0; v < vectors; ++v)
-    for (int i = 0; i < a.rows; ++i)
-      for (int j = 0; j < a.columns; ++j)
-        y[v * out + (transpose ? j : i)] += a.At(i, j) * x[v * in + (transpose ? i : j)];
-  return y;
+Doubles Product(Dense const& a, Doubles const& x, int vectors, bool transpose) {
+  Dense b(transpose ? a.rows : a.columns, vectors);
+  b.values = x;
+  return ((transpose ? Transposed(a) : a) * b).values;
 }
 
 Doubles Multiply(ORXSrvSparseMatrix const& a, Doubles const& x, int vectors, bool transpose) {
@@ -93,31 +88,6 @@ DensePtr NewFilled(DenseDatabase const& database, int rows, int columns, int row
 
 // ---- vectors
 // ------------------------------------------------------------------------------------------------
-
-TEST(SparseMultiply, AgreesWithDenseArithmetic) {
-  for (unsigned seed = 0; seed < 30; ++seed)
-    for (int const vectors : {1, 3, 8, 11})
-      for (bool const transpose : {false, true}) {
-        auto const matrix =
-            RandomMatrix(seed, 1 + static_cast<int>(seed * 5 % 23), 1 + static_cast<int>(seed * 7 % 19));
-        Grid const grid(*matrix);
-        Doubles const x = Integers(std::int64_t{transpose ? grid.rows : grid.columns} * vectors, seed);
-        EXPECT_EQ(Multiply(*matrix, x, vectors, transpose), Product(grid, x, vectors, transpose))
-            << "seed " << seed << ", " << vectors << " vectors, transpose " << transpose;
-      }
-}
-
-TEST(SparseMultiply, SymmetricFormAgreesWithDenseArithmeticAndIgnoresTranspose) {
-  for (unsigned seed = 0; seed < 30; ++seed)
-    for (int const vectors : {1, 2, 5, 8, 9, 20}) {
-      auto const matrix = RandomPairs(seed, 1 + static_cast<int>(seed * 5 % 37)).NewMatrix();
-      Grid const grid(*matrix);
-      Doubles const x = Integers(std::int64_t{grid.rows} * vectors, seed);
-      Doubles const expected = Product(grid, x, vectors, false);
-      EXPECT_EQ(Multiply(*matrix, x, vectors, false), expected) << "seed " << seed << ", " << vectors;
-      EXPECT_EQ(Multiply(*matrix, x, vectors, true), expected) << "seed " << seed << ", " << vectors;
-    }
-}
 
 TEST(SparseMultiply, WritesNothingWithoutNonzerosOrVectors) {
   ORXSrvSparseMatrix empty(2, 2);
@@ -228,7 +198,7 @@ TEST(SparseMultiplyDense, GivesAnArrayOfTheTransposedProduct) {
   DenseDatabase const database;
   for (unsigned seed = 0; seed < 6; ++seed) {
     auto const matrix = RandomMatrix(seed, 17, 9);
-    Grid const grid(*matrix);
+    Dense const grid = DenseOf(*matrix);
     Doubles const values = Integers(17 * 8, seed);
     DensePtr const d = seed % 2 == 0 ? database.New(17, 8, 4, 3) : database.New(*denseKindsThatGrew, 17, 8);
     Write(*d, 0, 16, 0, 7, values);
@@ -252,7 +222,7 @@ TEST(SparseMultiplyDense, ReadsFewAndManyRunsOfRows) {
     DensePtr const d = NewFilled(database, matrix.NumberOfRows(), 3, -1, 2, values);
     Doubles out = Stale(6);
     matrix.MultiplyDense(*d, out.data(), true);
-    EXPECT_EQ(out, Product(Grid(matrix), values, 3, true)) << runs;
+    EXPECT_EQ(out, Product(DenseOf(matrix), values, 3, true)) << runs;
 
     DensePtr const tooShort = database.New(matrix.NumberOfRows() - 2, 3, -1, -1);
     EXPECT_EQ(Raised([&] { matrix.MultiplyDense(*tooShort, out.data(), true); }), invalidGet) << runs;
@@ -286,7 +256,7 @@ TEST(SparseMultiplyDense, GivesABlockMatrixOfEitherProduct) {
   for (bool const transpose : {false, true})
     for (int const rowsBelow : {0, 3}) {
       auto const matrix = RandomMatrix(11, 7, 10);
-      Grid const grid(*matrix);
+      Dense const grid = DenseOf(*matrix);
       int const in = transpose ? 7 : 10;
       int const out = transpose ? 10 : 7;
       Doubles const values = Integers(in * 5, 3);
@@ -311,7 +281,7 @@ TEST(SparseMultiplyDense, GivesABlockMatrixForTheSymmetricForm) {
   DensePtr const d = NewFilled(database, 9, 10, 4, 9, values);
   DensePtr const r = database.New(9, 10, -1, -1);
   matrix->MultiplyDense(*d, *r, true);
-  EXPECT_EQ(All(*r), Product(Grid(*matrix), values, 10, false));
+  EXPECT_EQ(All(*r), Product(DenseOf(*matrix), values, 10, false));
 }
 
 TEST(SparseMultiplyDense, RefusesBlockMatricesThatAreTooSmallBeforeItWrites) {

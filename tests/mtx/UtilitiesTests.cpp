@@ -9,7 +9,7 @@
 #include "sim/ORXSimDistribution.h"
 #include "sim/ORXSimTransfer.h"
 #include "sim/impl/OpenDatabase.h"
-#include "tests/mtx/SimSupport.h"
+#include "tests/mtx/DenseSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -48,13 +48,6 @@ ORXSimCSetID SetAlong(ORXSimDistributionID const& id, int dim) {
   return drawers.IsEmpty() ? ORXSimCSetID() : drawers[0].DimensionCSetID(dim);
 }
 
-Ints Labels(ORXSimCSetID const& id) {
-  ORXSimCSet const set(id);
-  Ints labels(static_cast<std::size_t>(set.Size()));
-  set.OrderedMembers(labels.data());
-  return labels;
-}
-
 template<class Cell>
 std::vector<Cell> ReadAll(ORXSimDistributionID const& id, int cells) {
   std::vector<Cell> values(static_cast<std::size_t>(cells), Cell(-7));
@@ -72,35 +65,18 @@ bool SameCollection(ORXSimDistributionID const& id, int dim, ORXSimCollectionID 
 /// A database with a context, an open transaction on it, and a position in it with the types 0 and 1.
 class DistributionFactory : public testing::Test {
 protected:
-  DistributionFactory()
-      : m_file(CreateFile()),
-        m_context(m_database.CreateContext(ORXSimNamespaceID())), m_types{m_context.DefineType(
-                                                                              "displacement"),
-                                                                          m_context.DefineType("force")},
-        m_transaction(m_context.ID()), m_position(m_context.ID()) {}
-
-  ORXSimCSetID NewSet(int size) const {
-    return ORXSimCollection(m_context.CreateCollection(size, ORXSimTypeID())).BiggestCSetID();
-  }
+  ORXSimCSetID NewSet(int size) const { return m_database.NewSet(size); }
   static ORXSimCSetID Subset(ORXSimCSetID const& set, Ints const& labels) {
     return ORXSimCollection(set.Collection())
         .CreateOrderedCSet(labels.data(), static_cast<int>(labels.size()));
   }
   int NumDistributions() const { return m_context.Distributions().Size(); }
 
-  WorkingFolder m_folder;
-  ORXSimDatabase m_database;
-  ORXSimFileID m_file;
-  ORXSimContext m_context;
-  int m_types[2];
-  ORXSimTransaction m_transaction;
-  ORXSrvPosition m_position;
-
-private:
-  ORXSimFileID CreateFile() {
-    m_database.SetDurability(ORXSimDurability::Scratch);
-    return m_database.CreateFile(ORXUnicodeString("factory.sim"), 0, -1);
-  }
+  DenseDatabase m_database;
+  ORXSimContext m_context = m_database.Context();
+  int m_types[2] = {m_context.DefineType("stiffness"), m_context.DefineType("force")};
+  ORXSimTransaction m_transaction{m_context.ID()};
+  ORXSrvPosition m_position{m_context.ID()};
 };
 
 // ---- chunk limit
@@ -310,12 +286,10 @@ TEST_F(DistributionFactory, OnlyTemporaryFieldsDoWithoutTheTransaction) {
       Utilities::CreateDistribution(m_transaction, m_position, -1, {rows, columns}, {1, 2}, true);
   EXPECT_EQ(Shape(temporary), "2 x 2 in chunks of 2 x 1");
   for (int const error :
-       {DatabaseError([&] { Utilities::Create1DDistribution(m_transaction, m_position, -1, rows, -1); }),
-        DatabaseError(
-            [&] { Utilities::Create2DDistribution(m_transaction, m_position, 0, rows, columns, -1, -1); }),
-        DatabaseError(
-            [&] { Utilities::CreateSparseDistribution(m_transaction, m_position, -1, rows, columns); }),
-        DatabaseError([&] {
+       {CodeOf([&] { Utilities::Create1DDistribution(m_transaction, m_position, -1, rows, -1); }),
+        CodeOf([&] { Utilities::Create2DDistribution(m_transaction, m_position, 0, rows, columns, -1, -1); }),
+        CodeOf([&] { Utilities::CreateSparseDistribution(m_transaction, m_position, -1, rows, columns); }),
+        CodeOf([&] {
           Utilities::CreateDistribution(m_transaction, m_position, 0, {rows, columns}, {}, false);
         })})
     EXPECT_EQ(error, ORXSimException::wrongState);
@@ -343,7 +317,7 @@ TEST_F(DistributionFactory, TooFewIntegersAreRefused) {
   ORXSimCSetID const set = NewSet(3);
   int const values[3] = {1, 2, 3};
   int const before = NumDistributions();
-  EXPECT_EQ(DatabaseError([&] { Utilities::Write1DIntDistribution(set, values, 2); }),
+  EXPECT_EQ(CodeOf([&] { Utilities::Write1DIntDistribution(set, values, 2); }),
             ORXSimException::viewDoesNotFit);
   EXPECT_EQ(NumDistributions(), before + 1);
 }

@@ -14,29 +14,11 @@
 using SparsePtr = std::unique_ptr<ORXSrvSparseMatrix>;
 
 /// All entries of a sparse matrix, those that are not stored being zero.
-struct Grid {
-  int rows, columns;
-  Doubles values; ///< row by row
-
-  Grid(int rowCount, int columnCount)
-      : rows(rowCount), columns(columnCount), values(static_cast<std::size_t>(rowCount) * columnCount) {}
-  explicit Grid(ORXSrvSparseMatrix const& matrix) : Grid(matrix.NumberOfRows(), matrix.NumberOfColumns()) {
-    for (ORXSrvSparseMatrixEntry const& e : EntriesOf(matrix))
-      At(static_cast<int>(e.row), static_cast<int>(e.column)) += e.value;
-  }
-  double& At(int i, int j) { return values[static_cast<std::size_t>(i) * columns + j]; }
-  double At(int i, int j) const { return values[static_cast<std::size_t>(i) * columns + j]; }
-  bool operator==(Grid const&) const = default;
-};
-
-/// The grid whose (i, j) is element(i, j).
-template<class Element>
-Grid MakeGrid(int rows, int columns, Element element) {
-  Grid grid(rows, columns);
-  for (int i = 0; i < rows; ++i)
-    for (int j = 0; j < columns; ++j)
-      grid.At(i, j) = element(i, j);
-  return grid;
+inline Dense DenseOf(ORXSrvSparseMatrix const& matrix) {
+  Dense dense = Constant(matrix.NumberOfRows(), matrix.NumberOfColumns(), 0.0);
+  for (ORXSrvSparseMatrixEntry const& e : EntriesOf(matrix))
+    dense(static_cast<int>(e.row), static_cast<int>(e.column)) += e.value;
+  return dense;
 }
 
 inline SparsePtr NewAssembled(int rows, int columns, Entries const& entries) {

@@ -1,46 +1,13 @@
 #pragma once
 
-#include "sim/ORXSimException.h"
+// Disks and memory that are short while an object lives.
 
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <set>
-#include <stdexcept>
-#include <string>
 #include <sys/resource.h>
 #include <unistd.h>
-
-/// A temporary folder that is the current directory as long as it lives; it goes away with its files.
-class WorkingFolder {
-public:
-  WorkingFolder() : m_before(std::filesystem::current_path()) {
-    std::string name = (std::filesystem::temp_directory_path() / "orx-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    m_path = name;
-    std::filesystem::current_path(m_path);
-  }
-  WorkingFolder(WorkingFolder const&) = delete;
-  WorkingFolder& operator=(WorkingFolder const&) = delete;
-  ~WorkingFolder() {
-    std::error_code ignored;
-    std::filesystem::current_path(m_before, ignored);
-    std::filesystem::remove_all(m_path, ignored);
-  }
-
-  std::set<std::string> Files() const {
-    std::set<std::string> names;
-    for (auto const& file : std::filesystem::directory_iterator(m_path))
-      names.insert(file.path().filename().string());
-    return names;
-  }
-
-private:
-  std::filesystem::path m_before;
-  std::filesystem::path m_path;
-};
 
 /// While it lives, files cannot grow beyond one byte, as on a full disk.
 class FullDisk {
@@ -106,14 +73,3 @@ private:
   Block* m_taken = nullptr;
 };
 #endif
-
-/// The code of the database error that the call ends with; 0 without one.
-template<class Call>
-int DatabaseError(Call call) {
-  try {
-    call();
-  } catch (ORXSimException const& e) {
-    return e.Code();
-  }
-  return 0;
-}

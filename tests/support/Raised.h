@@ -1,0 +1,35 @@
+#pragma once
+
+// What a call raised.
+
+#include "core/ORXBasException.h"
+#include "sim/ORXSimException.h"
+
+#include <string>
+
+/// The code and the message of the error that a call ends with; "nothing raised" without one.
+template<class Call>
+std::string Raised(Call&& call) {
+  try {
+    call();
+  } catch (ORXBasException const& e) {
+    return std::to_string(e.ErrorCode()) + " " + e.AsString().AsText();
+  }
+  return "nothing raised";
+}
+
+/// The code of the database error that a call ends with, 0 without one. `text` receives the message.
+template<class Call>
+int CodeOf(Call&& call, std::string* text = nullptr) {
+  try {
+    call();
+  } catch (ORXSimException const& e) {
+    if (text != nullptr) *text = e.AsString().AsText();
+    return e.Code();
+  }
+  return 0;
+}
+
+inline std::string IllegalInput(std::string const& operation) {
+  return "206 ORXSrvMatrix::" + operation + " - Illegal input.";
+}
