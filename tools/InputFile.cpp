@@ -40,14 +40,11 @@ InputFile::InputFile(std::string const& name) : m_name(name), m_path(name) {
   else
     RequireReadable(name);
   if (name != "-" && IsRegular(name)) return;
-  int const source = name == "-" ? dup(STDIN_FILENO) : open(name.c_str(), O_RDONLY | O_CLOEXEC);
   m_copy.emplace();
   m_path = m_copy->Path();
-  bool const isRead = source >= 0 && m_copy->FillFrom(source);
-  int const reason = errno;
-  if (source >= 0) close(source);
-  if (!isRead)
-    throw ToolError(ExitCode::UnusableInput, "cannot read '" + m_name + "': " + std::strerror(reason));
+  Descriptor const source(name, O_RDONLY);
+  if (!source.IsOpen() || !m_copy->FillFrom(source.Number()))
+    throw ToolError(ExitCode::UnusableInput, "cannot read '" + m_name + "': " + std::strerror(errno));
 }
 
 void InputFile::Rethrow() const {

@@ -34,6 +34,9 @@ constexpr double shiftSlack = 10.0;
 /// An eigenvalue with a larger error says nothing about where it is.
 constexpr double lostError = 0.1;
 constexpr int mostSolutions = 5;
+/// Eigenvalues within this of each other, relatively, have vectors that any solution may turn within their
+/// space.
+constexpr double closeness = 1e-4;
 
 /// An eigenvalue and the parts of its relative error.
 struct Estimate {
@@ -187,18 +190,51 @@ private:
     return {estimate, m_shift, share, IsRigid(estimate.eigenvalue, share), {x.begin(), x.end()}};
   }
 
-  /// The modes asked for, as the present solution sees them, where it sees them better than those before.
-  void KeepBest() {
-    std::vector<int> positions(m_finite.begin(),
-                               m_finite.begin() + std::min<std::ptrdiff_t>(m_count, std::ssize(m_finite)));
+  using Estimates = std::map<int, Estimate>;
+
+  /// Of the modes asked for and those that are known, as the present solution sees them.
+  Estimates PresentEstimates() const {
+    Estimates present;
+    for (int const k :
+         std::span(m_finite).first(std::min(m_finite.size(), static_cast<std::size_t>(m_count))))
+      present.emplace(k, EstimateOf(k));
     for (auto const& [k, found] : m_best)
-      positions.push_back(k);
-    for (int const k : positions) {
-      auto const known = m_best.find(k);
-      if (known == m_best.end())
-        m_best.emplace(k, MakeFound(k));
-      else if (EstimateOf(k).Error() < known->second.estimate.Error())
-        known->second = MakeFound(k);
+      present.emplace(k, EstimateOf(k));
+    return present;
+  }
+
+  /// Whether the present solution knows [begin, end) better than those before, or alone.
+  bool IsBetter(Estimates::const_iterator begin, Estimates::const_iterator end) const {
+    double present = 0.0;
+    double before = 0.0;
+    for (; begin != end; ++begin) {
+      auto const known = m_best.find(begin->first);
+      if (known == m_best.end()) return true;
+      present = std::max(present, begin->second.Error());
+      before = std::max(before, known->second.estimate.Error());
+    }
+    return present < before;
+  }
+
+  /// Neighbours are compared as the solution has them that knows both better.
+  bool AreClose(Estimates::const_iterator a, Estimates::const_iterator b) const {
+    bool const isPresent = IsBetter(a, std::next(b));
+    double const x = isPresent ? a->second.eigenvalue : m_best.at(a->first).estimate.eigenvalue;
+    double const y = isPresent ? b->second.eigenvalue : m_best.at(b->first).estimate.eigenvalue;
+    return std::fabs(x - y) <= closeness * std::max(std::fabs(x), std::fabs(y));
+  }
+
+  /// Takes from the present solution what it knows better than those before: close eigenvalues together,
+  /// because only vectors of one solution are orthogonal there.
+  void KeepBest() {
+    Estimates const present = PresentEstimates();
+    for (auto begin = present.begin(); begin != present.end();) {
+      auto end = std::next(begin);
+      while (end != present.end() && AreClose(std::prev(end), end))
+        ++end;
+      bool const isBetter = IsBetter(begin, end);
+      for (; begin != end; ++begin)
+        if (isBetter) m_best.insert_or_assign(begin->first, MakeFound(begin->first));
     }
   }
 

@@ -54,7 +54,8 @@ double Frequency(Mode const& mode);
 /// least eps: rounding in the eigensolver, in the entries of K, and in those of sigma M. With
 /// nu_max = 1 / (lambda_1 + sigma) one sigma serves some nine decades of lambda around it. Where the lambda
 /// that are asked for span more, as those of a body do that is held by next to nothing, the pair is solved
-/// again with a sigma among them, and each mode is taken from the solution that knows it best.
+/// again with a sigma among them, and each mode is taken from the solution that knows it best; modes of close
+/// eigenvalues from one solution together, so that their shapes are orthogonal.
 ///
 /// The residual is relative to || |K||x| + |lambda||M||x| ||; for a rigid mode lambda is 0, with sigma in its
 /// place in the terms, which vanish where a body is free and alone.

@@ -86,9 +86,13 @@ ReplacedFile::ReplacedFile(std::string const& target) : m_name(target), m_target
   std::error_code ignored;
   if (std::filesystem::is_directory(target, ignored))
     throw ToolError(ExitCode::Failure, "cannot write '" + target + "': expected a file, found a folder");
-  bool const isReplaceable =
-      !std::filesystem::exists(target, ignored) || std::filesystem::is_regular_file(target, ignored);
+  bool const isNew = !std::filesystem::exists(target, ignored);
+  auto const real = std::filesystem::weakly_canonical(target, ignored);
+  // A file that has no name any more is still written to by the name of a descriptor.
+  bool const isReplaceable = isNew || (std::filesystem::is_regular_file(target, ignored) &&
+                                       std::filesystem::equivalent(real, target, ignored));
   if (target != "-" && isReplaceable) {
+    if (!real.empty()) m_target = real.string();
     CreateBeside();
   } else {
     // By a name, because writers may replace the file that they are given.
@@ -102,9 +106,6 @@ ReplacedFile::ReplacedFile(std::string const& target) : m_name(target), m_target
 }
 
 void ReplacedFile::CreateBeside() {
-  std::error_code ignored;
-  auto const real = std::filesystem::weakly_canonical(m_name, ignored);
-  if (!ignored && !real.empty()) m_target = real.string();
   std::string const path = m_target + ".new" + std::to_string(getpid());
   int const file = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
   if (file < 0) Fail("cannot write");
@@ -129,27 +130,21 @@ void ReplacedFile::Rethrow() const {
 }
 
 void ReplacedFile::Stream() const {
-  int const target = m_name == "-" ? dup(STDOUT_FILENO) : open(m_name.c_str(), O_WRONLY | O_CLOEXEC);
-  int const source = open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
-  bool const isWritten = target >= 0 && source >= 0 && m_stream->FillFrom(source) && m_stream->CopyTo(target);
-  int const reason = errno;
-  if (source >= 0) close(source);
-  if (target >= 0) close(target);
-  if (isWritten) return;
-  if (reason == EPIPE) {
-    isReaderGone = true;
+  Descriptor const target(m_name, O_WRONLY);
+  Descriptor const source(m_path, O_RDONLY);
+  if (target.IsOpen() && source.IsOpen() && m_stream->FillFrom(source.Number()) &&
+      m_stream->CopyTo(target.Number()))
     return;
-  }
-  errno = reason;
-  Fail("cannot write");
+  if (errno != EPIPE) Fail("cannot write");
+  isReaderGone = true;
 }
 
 void ReplacedFile::TakePlace() {
   if (m_stream) return Stream();
-  int const file = open(m_path.c_str(), O_WRONLY | O_CLOEXEC);
-  bool const isOnDisk = file >= 0 && fsync(file) == 0;
-  if (file >= 0) close(file);
-  if (!isOnDisk) Fail("cannot bring to the disk");
+  {
+    Descriptor const file(m_path, O_WRONLY);
+    if (!file.IsOpen() || fsync(file.Number()) != 0) Fail("cannot bring to the disk");
+  }
   struct stat older {};
   if (stat(m_target.c_str(), &older) == 0 && chmod(m_path.c_str(), older.st_mode & 07777) != 0)
     Fail("cannot set the permissions of");

@@ -59,6 +59,16 @@ bool UnnamedFile::FillFrom(int source) const {
   return count == 0;
 }
 
+Descriptor::Descriptor(std::string const& path, int access)
+    : m_number(path != "-" ? open(path.c_str(), access | O_CLOEXEC)
+                           : dup(access == O_RDONLY ? STDIN_FILENO : STDOUT_FILENO)) {}
+
+Descriptor::~Descriptor() {
+  int const reason = errno;
+  if (IsOpen()) close(m_number);
+  errno = reason;
+}
+
 bool UnnamedFile::CopyTo(int target) const {
   std::array<char, 65536> buffer{};
   if (lseek(m_file, 0, SEEK_SET) < 0) return false;

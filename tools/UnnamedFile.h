@@ -24,4 +24,20 @@ private:
   int m_file;
 };
 
+/// A descriptor that is closed with its scope, without a change of errno.
+class Descriptor {
+public:
+  /// Of a path, or of the standard stream that `access`, O_RDONLY or O_WRONLY, means by "-".
+  Descriptor(std::string const& path, int access);
+  Descriptor(Descriptor const&) = delete;
+  Descriptor& operator=(Descriptor const&) = delete;
+  ~Descriptor();
+
+  bool IsOpen() const noexcept { return m_number >= 0; } ///< errno says why not
+  int Number() const noexcept { return m_number; }
+
+private:
+  int m_number;
+};
+
 } // namespace orx::tool

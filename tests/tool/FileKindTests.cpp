@@ -20,52 +20,27 @@ using Kinds = std::vector<FileKind>;
 //  -1  2      in every binary type
 
 std::string FortranFile() {
-  return Bytes()
-      .Ints({4, 2, 4})
-      .Ints({16, 1, 1})
-      .Doubles({4})
-      .Ints({16, 28, 2, 2, 1})
-      .Doubles({2, -1})
-      .Ints({28})
-      .Text();
+  return Raw<int>({4, 2, 4}) + Raw<int>({16, 1, 1}) + Raw<double>({4}) + Raw<int>({16, 28, 2, 2, 1}) +
+         Raw<double>({2, -1}) + Raw<int>({28});
 }
 
 std::string SymmetricBlocks() {
-  return Bytes()
-      .Ints({2, 1, 1, 0, 1, 0})
-      .Ints({0, 0, 1})
-      .Doubles({4, 2})
-      .Ints({0, 99})
-      .Doubles({-1, 99})
-      .Text();
+  return Raw<int>({2, 1, 1, 0, 1, 0}) + Raw<int>({0, 0, 1}) + Raw<double>({4, 2}) + Raw<int>({0, 99}) +
+         Raw<double>({-1, 99});
 }
 
 /// Two sections of values; the stored position, (2, 1), is in the second one.
 std::string UnsymmetricBlocks() {
-  return Bytes()
-      .Ints({2, 1, 1, 1, 1, 0})
-      .Ints({0, 0, 1})
-      .Doubles({4, 2})
-      .Ints({0, 99})
-      .Doubles({-1, 99})
-      .Doubles({-1, 99})
-      .Text();
+  return Raw<int>({2, 1, 1, 1, 1, 0}) + Raw<int>({0, 0, 1}) + Raw<double>({4, 2}) + Raw<int>({0, 99}) +
+         Raw<double>({-1, 99}) + Raw<double>({-1, 99});
 }
 
 std::string ChunkedFile() {
-  return Bytes()
-      .Ints({2, 1, 1, 0, 17, 1})
-      .Ints({0, 0, 1})
-      .Doubles({4, 2})
-      .Ints({0})
-      .Zeros(4 * 131071)
-      .Doubles({-1})
-      .Zeros(8 * 131071)
-      .Ints({2, 0, 0, 1, 0, 1, 1, 0, 1})
-      .Text();
+  return Raw<int>({2, 1, 1, 0, 17, 1}) + Raw<int>({0, 0, 1}) + Raw<double>({4, 2}) + Raw<int>({0}) +
+         Zeros(4 * 131071) + Raw<double>({-1}) + Zeros(8 * 131071) + Raw<int>({2, 0, 0, 1, 0, 1, 1, 0, 1});
 }
 
-std::string DenseFile() { return Bytes().Ints({2, 2, 2, 2}).Doubles({4, -1, -1, 2}).Text(); }
+std::string DenseFile() { return Raw<int>({2, 2, 2, 2}) + Raw<double>({4, -1, -1, 2}); }
 
 TEST(FileKind, BinaryTypesAreToldByHeaderAndSize) {
   EXPECT_EQ(KindsOf(FortranFile()), Kinds{FileKind::Fortran});
@@ -113,15 +88,15 @@ TEST(FileKind, DamagedTablesAreNoMatrixFile) {
 }
 
 TEST(FileKind, HugeHeadersAreNoMatrixFile) {
-  EXPECT_EQ(KindsOf(Bytes().Ints({2147483647, 2147483647, 2147483647, 2147483647}).Text()), Kinds{});
-  EXPECT_EQ(KindsOf(Bytes().Ints({0, 0, 2147483647, 1, 30, 0, 0}).Text()), Kinds{});
-  EXPECT_EQ(KindsOf(Bytes().Ints({-1, -1, -1, -1, -1, -1, -1}).Text()), Kinds{});
+  EXPECT_EQ(KindsOf(Raw<int>({2147483647, 2147483647, 2147483647, 2147483647})), Kinds{});
+  EXPECT_EQ(KindsOf(Raw<int>({0, 0, 2147483647, 1, 30, 0, 0})), Kinds{});
+  EXPECT_EQ(KindsOf(Raw<int>({-1, -1, -1, -1, -1, -1, -1})), Kinds{});
 }
 
 TEST(FileKind, EmptyMatricesOfBinaryTypes) {
-  EXPECT_EQ(KindsOf(Bytes().Ints({4, 0, 4}).Text()), Kinds{FileKind::Fortran});
-  EXPECT_EQ(KindsOf(Bytes().Ints({0, 0, 0, 0, 3, 0, 0}).Text()), Kinds{FileKind::Blocks});
-  EXPECT_EQ(KindsOf(Bytes().Ints({0, 0, 0, 0}).Text()), Kinds{FileKind::Dense});
+  EXPECT_EQ(KindsOf(Raw<int>({4, 0, 4})), Kinds{FileKind::Fortran});
+  EXPECT_EQ(KindsOf(Raw<int>({0, 0, 0, 0, 3, 0, 0})), Kinds{FileKind::Blocks});
+  EXPECT_EQ(KindsOf(Raw<int>({0, 0, 0, 0})), Kinds{FileKind::Dense});
 }
 
 TEST(FileKind, TextIsToldByItsFirstLine) {
@@ -138,18 +113,18 @@ TEST(FileKind, TextIsToldByItsFirstLine) {
 /// A Fortran file of order 16 whose row 1 has a record as long as its order: its first four words are also
 /// the header of a dense 4 x 16 matrix, and 11 pairs beyond the diagonals give it that one's size.
 std::string FortranOrDense() {
-  Bytes bytes;
-  bytes.Ints({4, 16, 4});
+  std::string bytes;
+  bytes += Raw<int>({4, 16, 4});
   for (int row = 1; row <= 16; ++row) {
     int const pairs = row == 16 ? 12 : 1;
-    bytes.Ints({4 + 12 * pairs, pairs, row});
+    bytes += Raw<int>({4 + 12 * pairs, pairs, row});
     for (int column = 1; column < pairs; ++column)
-      bytes.Ints({column});
+      bytes += Raw<int>({column});
     for (int value = 0; value < pairs; ++value)
-      bytes.Doubles({1.0});
-    bytes.Ints({4 + 12 * pairs});
+      bytes += Raw<double>({1.0});
+    bytes += Raw<int>({4 + 12 * pairs});
   }
-  return bytes.Text();
+  return bytes;
 }
 
 TEST(FileKind, SeveralCandidatesAreAnErrorThatNamesThem) {

@@ -40,12 +40,6 @@ TEST(Program, PrintsModesForPeopleAndScripts) {
   EXPECT_LT(modes[1].residual, 1e-14);
 }
 
-TEST(Program, CountLimitsTheModes) {
-  TwoMasses const files;
-
-  EXPECT_EQ(ReadModes(RunTool("modes -n 1 " + files.Pair()).out).size(), 1U);
-}
-
 TEST(Program, WritesShapesAsOneBasedTriplets) {
   TwoMasses const files;
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/FileBytes.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tools/MatrixFile.h"
 #include "tools/Symmetry.h"
 #include "tools/Text.h"
@@ -8,13 +10,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <initializer_list>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 using Rows = std::initializer_list<std::initializer_list<double>>;
@@ -64,57 +63,7 @@ inline std::string TextOf(orx::tool::MatrixEntries const& matrix) {
   return text;
 }
 
-/// The bytes of a binary file, put together field by field.
-class Bytes {
-public:
-  Bytes& Ints(std::initializer_list<std::int32_t> values) { return Append(std::data(values), values.size()); }
-  Bytes& Doubles(std::initializer_list<double> values) { return Append(std::data(values), values.size()); }
-  Bytes& Zeros(std::size_t count) {
-    m_bytes.append(count, '\0');
-    return *this;
-  }
-  std::string const& Text() const { return m_bytes; }
-
-private:
-  template<class T>
-  Bytes& Append(T const* values, std::size_t count) {
-    m_bytes.append(reinterpret_cast<char const*>(values), count * sizeof(T));
-    return *this;
-  }
-  std::string m_bytes;
-};
-
 #define EXPECT_CONTAINS(text, part) EXPECT_NE((text).find(part), std::string::npos) << (text)
-
-/// A folder that goes away with its files.
-class TemporaryFolder {
-public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "orxmtx-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    m_path = name;
-  }
-  TemporaryFolder(TemporaryFolder const&) = delete;
-  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-  }
-
-  std::string Path(std::string const& name) const { return (m_path / name).string(); }
-  std::string Write(std::string const& name, std::string const& text) const {
-    std::ofstream(Path(name)) << text;
-    return Path(name);
-  }
-  std::string Read(std::string const& name) const {
-    std::ostringstream text;
-    text << std::ifstream(Path(name)).rdbuf();
-    return text.str();
-  }
-
-private:
-  std::filesystem::path m_path;
-};
 
 struct RunResult {
   int exitCode = -1;
