@@ -34,6 +34,16 @@ struct FailingAllocation {
 
 void* operator new(std::size_t bytes) { return FailingAllocation::Allocate(bytes); }
 void* operator new[](std::size_t bytes) { return FailingAllocation::Allocate(bytes); }
+void* operator new(std::size_t bytes, std::nothrow_t const&) noexcept {
+  try {
+    return FailingAllocation::Allocate(bytes);
+  } catch (std::bad_alloc const&) {
+    return nullptr;
+  }
+}
+void* operator new[](std::size_t bytes, std::nothrow_t const& tag) noexcept {
+  return operator new(bytes, tag);
+}
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete[](void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
