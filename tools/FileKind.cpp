@@ -67,7 +67,6 @@ private:
 };
 
 // ---- text
-// ---------------------------------------------------------------------------------------------------
 
 bool IsTextCharacter(char c) { return (c >= ' ' && c <= '~') || (c >= '\t' && c <= '\r'); }
 
@@ -96,7 +95,6 @@ FileKind KindOfFirstLine(std::string const& text) {
 }
 
 // ---- binary
-// -------------------------------------------------------------------------------------------------
 
 /// Every record lies between two copies of its length, and the last one ends the file.
 bool IsFortran(Probe const& file) {

@@ -22,7 +22,6 @@ std::string LowerCase(std::string_view text) {
 }
 
 // ---- reading
-// ------------------------------------------------------------------------------------------------
 
 class MarketReader {
 public:
@@ -141,7 +140,6 @@ private:
 };
 
 // ---- writing
-// ------------------------------------------------------------------------------------------------
 
 std::string BannerText(MarketLayout layout, Mirror mirror) {
   char const* const symmetries[] = {"general", "symmetric", "skew-symmetric"};

@@ -55,7 +55,6 @@ CompressedRows Transposed(SparseView const& matrix) {
 }
 
 // ---- reading
-// ------------------------------------------------------------------------------------------------
 
 /// Takes the values of the file in their order and keeps those that are not zeros, by columns.
 class ColumnCollector {
@@ -132,7 +131,6 @@ CompressedRows ReadValues(FileInput& file, std::int32_t rows, std::int32_t colum
 }
 
 // ---- writing
-// ------------------------------------------------------------------------------------------------
 
 /// Writes the image of a matrix given by columns, of `rows` rows, through a window that slides over it.
 void WriteImage(FileOutput& file, CompressedRows const& byColumns, std::int32_t rows, std::int32_t columns) {

@@ -60,7 +60,6 @@ ORXSimCSetID Joined(ORXSimCSet const& front, ORXSimCSet const& back) {
 } // namespace
 
 // ---- creation and destruction
-// -------------------------------------------------------------------------------
 
 ORXSrvDenseMatrix::ORXSrvDenseMatrix() = default;
 
@@ -152,7 +151,6 @@ std::unique_ptr<ORXSimTransfer> ORXSrvDenseMatrix::NewTransfer() const {
 }
 
 // ---- queries
-// ------------------------------------------------------------------------------------------------
 
 ORXSimCSetID ORXSrvDenseMatrix::RowCSetID() const { return LabelsAlong(rowDirection, m_rowCSetID); }
 
@@ -206,7 +204,6 @@ int ORXSrvDenseMatrix::BlockContaining(Direction direction, int index) const noe
 }
 
 // ---- operands that share values
-// ---------------------------------------------------------------------------------
 
 ORXSrvDenseMatrix::Rectangle ORXSrvDenseMatrix::InDistribution(Rectangle const& range) const noexcept {
   int const row = m_first[rowDirection];
@@ -234,7 +231,6 @@ void ORXSrvDenseMatrix::RequireNotShifted(Rectangle const& range, ORXSrvDenseMat
 }
 
 // ---- growth
-// -------------------------------------------------------------------------------------------------
 
 namespace {
 enum ExtendStatus : int { done = 0, isView = 1, nothingToAppend = 2, noSuchDimension = 3, labelExists = 4 };

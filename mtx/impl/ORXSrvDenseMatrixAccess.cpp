@@ -38,7 +38,6 @@ void ReportWriteFailure(ORXSimException const& failure) {
 } // namespace
 
 // ---- rectangles
-// ---------------------------------------------------------------------------------------------
 
 bool ORXSrvDenseMatrix::Contains(Rectangle const& range) const noexcept {
   return range.firstRow >= 0 && range.firstColumn >= 0 && range.lastRow < NumberOfRows() &&
@@ -96,7 +95,6 @@ void ORXSrvDenseMatrix::SetColumns(int firstColumn, int lastColumn, ORXSrvMatrix
 }
 
 // ---- whole matrix into memory
-// -------------------------------------------------------------------------------
 
 void ORXSrvDenseMatrix::GetAllValues(double* out) const {
   ORXSrvMatrix all(NumberOfRows(), NumberOfColumns(), out);
@@ -160,7 +158,6 @@ void ORXSrvDenseMatrix::GetSymmetricValues(double* out) const {
 }
 
 // ---- copies between block matrices
-// --------------------------------------------------------------------------
 
 void ORXSrvDenseMatrix::GetSubmatrix(ORXSrvDenseMatrix& target, int firstRow, int lastRow, int firstColumn,
                                      int lastColumn) const {

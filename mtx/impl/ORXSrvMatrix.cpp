@@ -90,7 +90,6 @@ IndexBlock BlockBeforeRemainder(int index, int n, int blockSize) {
 } // namespace
 
 // ---- creation and destruction
-// -------------------------------------------------------------------------------
 
 ORXSrvMatrix::ORXSrvMatrix(int rows, int columns, double* values, bool symmetric, bool diagonal)
     : m_values(values != nullptr ? values : NewValues(rows, columns, diagonal).release()), m_dim1(rows),
@@ -139,7 +138,6 @@ ORXSrvMatrix& ORXSrvMatrix::operator=(double value) {
 }
 
 // ---- queries
-// ------------------------------------------------------------------------------------------------
 
 /// Whether rows * columns values may be touched. How long a lent buffer is only its owner knows, so a
 /// diagonal matrix over one is trusted.
@@ -182,7 +180,6 @@ bool ORXSrvMatrix::IsFinite() const noexcept {
 }
 
 // ---- element access
-// -----------------------------------------------------------------------------------------
 
 void ORXSrvMatrix::RefuseElement() { ORXSrvMtxIllegalInput("operator()").Throw(sourceFile, __LINE__); }
 
@@ -295,7 +292,6 @@ void ORXSrvMatrix::SetDiagonal(ORXSrvMatrix const& source) {
 }
 
 // ---- operations
-// ---------------------------------------------------------------------------------------------
 
 void ORXSrvMatrix::Transpose() {
   if (m_diagonal || m_symmetric) return;
@@ -384,7 +380,6 @@ void ORXSrvMatrix::Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix con
 }
 
 // ---- products
-// -------------------------------------------------------------------------------------------
 
 void ORXSrvMatrix::Multiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
   Require(a.m_dim2 == b.m_dim1, "Multiply", __LINE__);
@@ -518,7 +513,6 @@ void ORXSrvMatrix::TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int
 }
 
 // ---- factorization, solves, eigenproblem
-// ----------------------------------------------------------------------
 
 void ORXSrvMatrix::Factorize(int* pivots) {
   if (m_diagonal) return InvertDiagonal();

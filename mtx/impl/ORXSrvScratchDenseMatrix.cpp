@@ -30,7 +30,6 @@ ORXSimCSetID MembersOf(ORXSimCollectionID const& collection, int count, int cons
 } // namespace
 
 // ---- creation and destruction
-// -------------------------------------------------------------------------------
 
 ORXSrvScratchDenseMatrix::ORXSrvScratchDenseMatrix() = default;
 
@@ -76,7 +75,6 @@ void ORXSrvScratchDenseMatrix::Build(int rows, int columns, int const* rowLabels
 }
 
 // ---- queries and views
-// --------------------------------------------------------------------------------------
 
 ORXSimCSetID ORXSrvScratchDenseMatrix::RowCSetID() const {
   return m_externalRowCSetID.IsNull() ? ORXSrvDenseMatrix::RowCSetID() : m_externalRowCSetID;

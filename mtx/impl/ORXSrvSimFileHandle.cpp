@@ -29,7 +29,6 @@ std::unique_ptr<ORXSimDatabase> CreateScratchFile(atr_String const& name) {
 } // namespace
 
 // ---- ORXSrvSimFileHandleRepr
-// --------------------------------------------------------------------------------
 
 ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(std::unique_ptr<ORXSimDatabase> database)
     : m_database(std::move(database)) {}
@@ -43,7 +42,6 @@ ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(atr_String const& fileName)
 ORXSrvSimFileHandleRepr::~ORXSrvSimFileHandleRepr() { m_database->Discard(); }
 
 // ---- ORXSrvSimFileHandle
-// ------------------------------------------------------------------------------------
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): callers are compiled against it
 void ORXSrvSimFileHandle::Associate(atr_String fileName) {

@@ -51,7 +51,6 @@ bool IsSymmetric(ORXSimSerializationType const& type) {
 } // namespace
 
 // ---- files
-// --------------------------------------------------------------------------------------------------
 
 void ORXSrvSparseImExPorter::Import(ORXSrvSparseMatrix& matrix, char const* path, int format) const {
   matrix.Replace(ReadFile(path, format));
@@ -96,7 +95,6 @@ void ORXSrvSparseImExPorter::ExportChunkedBinary(ORXSrvSparseMatrix const& matri
 }
 
 // ---- database
-// -----------------------------------------------------------------------------------------------
 
 void ORXSrvSparseImExPorter::Export(ORXSrvSparseMatrix const& matrix, ORXSimCSetID const& rows,
                                     ORXSimCSetID const& columns, ORXSimDistributionID const& id) const {

@@ -18,7 +18,6 @@ constexpr auto& sourceFile = orx::sparseMatrixSource;
 }
 
 // ---- creation and destruction
-// -------------------------------------------------------------------------------
 
 ORXSrvSparseMatrix::ORXSrvSparseMatrix(int rows, int columns)
     : m_entries(0), m_rows(rows), m_columns(columns) {
@@ -36,7 +35,6 @@ ORXSrvSparseMatrix::ORXSrvSparseMatrix(unsigned* rowPointers, int* columnIndices
 ORXSrvSparseMatrix::~ORXSrvSparseMatrix() = default;
 
 // ---- queries
-// ------------------------------------------------------------------------------------------------
 
 bool ORXSrvSparseMatrix::IsNull() const noexcept {
   if (!IsSymmetricForm()) return m_nonzeros == 0;
@@ -70,7 +68,6 @@ ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
 }
 
 // ---- assembly
-// -----------------------------------------------------------------------------------------------
 
 void ORXSrvSparseMatrix::BeginAssembly() noexcept {
   m_values.reset();
@@ -116,7 +113,6 @@ void ORXSrvSparseMatrix::Adopt(CompressedRows&& compressed) noexcept {
 }
 
 // ---- files
-// --------------------------------------------------------------------------------------------------
 
 void ORXSrvSparseMatrix::Replace(SparseContent&& content) noexcept {
   m_rows = content.rows;

@@ -169,7 +169,6 @@ bool AreMirrored(double upper, double lower) {
 } // namespace
 
 // ---- checks
-// -------------------------------------------------------------------------------------------------
 
 void ORXSrvSparseMatrix::RequireAssembled(char const* operation) const {
   if (m_rowPointers != nullptr && m_arrayRows == m_rows) return;
@@ -197,7 +196,6 @@ void ORXSrvSparseMatrix::RequireNoMoreColumnsThanRows(char const* operation) con
 }
 
 // ---- updates
-// ------------------------------------------------------------------------------------------------
 
 void ORXSrvSparseMatrix::Scale(double s) {
   RequireAssembled("Scale");
@@ -274,7 +272,6 @@ unsigned* ORXSrvSparseMatrix::EliminateTrivialColumns(int& count) {
 }
 
 // ---- tests of the pattern
-// ------------------------------------------------------------------------------------
 
 bool ORXSrvSparseMatrix::IsSymmetric() const {
   if (m_symmetryState == unknown) {

@@ -223,7 +223,6 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::NewOfSameForm(CompressedRows&& compresse
 }
 
 // ---- permutations
-// -------------------------------------------------------------------------------------------
 
 void ORXSrvSparseMatrix::PermuteRows(int const* perm) {
   RequireGeneralForm("PermuteRows");
@@ -309,7 +308,6 @@ void ORXSrvSparseMatrix::PermuteInPlace(int const* perm) {
 }
 
 // ---- transposition
-// ------------------------------------------------------------------------------------------
 
 ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
   RequireAssembled("Transpose");

@@ -29,7 +29,6 @@ struct Place {
 };
 
 // ---- member sets of one collection
-// --------------------------------------------------------------------------
 
 bool AreOfOneCollection(ORXSimCSetID const& a, ORXSimCSetID const& b) {
   return a.Collection().Equal(b.Collection());
@@ -58,7 +57,6 @@ int MakeAllDistinct(Sets& sets) {
 }
 
 // ---- creation
-// -----------------------------------------------------------------------------------------------
 
 ORXSimGrid GridOf(Sets const& sets) {
   ORXSimArray<ORXSimCollectionID> collections;
@@ -84,7 +82,6 @@ ORXSimDistributionID CreateTemporaryAt(Place const& place, Sets const& sets) {
 }
 
 // ---- drawers
-// ------------------------------------------------------------------------------------------------
 
 /// None when no dimension is chunked; else a dimension that is not gets its size.
 Chunks ChunksFor(Sets const& sets, Chunks lengths) {
@@ -118,7 +115,6 @@ int ChunkWithin(ORXSimCSetID const& set, int chunk) {
 } // namespace
 
 // ---- ORXSrvUtilities
-// ----------------------------------------------------------------------------------------
 
 void ORXSrvUtilities::LimitChunkSize2GB(int& chunkA, int& chunkB, int sizeB, int sizeA) {
   constexpr int doublesIn2GB = 1 << 28;
@@ -207,7 +203,6 @@ ORXSimDistributionID ORXSrvUtilities::Write1DIntDistribution(ORXSimCSetID set, i
 }
 
 // ---- ORXSrvFindContiguousRanges
-// -----------------------------------------------------------------------------
 
 namespace {
 

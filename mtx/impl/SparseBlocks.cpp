@@ -88,7 +88,6 @@ SparseContent ReadRowsAndDiagonal(FileInput& file, Header const& header, std::in
 }
 
 // ---- block binary
-// ---------------------------------------------------------------------------------------------
 
 /// How many indices the blocks hold, which may be more than are entries.
 std::int64_t StoredColumns(FileInput const& file, Header const& header) {
@@ -233,7 +232,6 @@ SparseContent ReadUnsymmetric(FileInput& file, Header const& header, SparseConte
 }
 
 // ---- chunked binary
-// -------------------------------------------------------------------------------------------
 
 void ReadChunk(FileInput& file, SparseContent& content, std::int32_t first, std::int64_t count,
                std::int64_t padding) {

@@ -29,13 +29,6 @@ struct Sparse {
     ja.shrink_to_fit();
     a.shrink_to_fit();
   }
-  Dense AsDense() const {
-    Dense dense = Filled(Rows(), columns, 0, [](int, int) { return 0; });
-    for (int i = 0; i < Rows(); ++i)
-      for (int k = ia[i]; k < ia[i + 1]; ++k)
-        dense(i, ja[k]) += a[k];
-    return dense;
-  }
 
   int columns;
   std::vector<int> ia{0}, ja;
@@ -226,22 +219,6 @@ INSTANTIATE_TEST_SUITE_P(X86, SweepsForProcessors,
 
 } // namespace
 
-TEST(SparseKernels, AgreeWithTheDenseProducts) {
-  Maker maker(1);
-  for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17}) {
-    Sparse const matrix = maker.Matrix(50, 40);
-    Dense const dense = matrix.AsDense();
-    Dense const x = Random(40, vectors, 0), z = Random(50, vectors, 0);
-
-    Dense y(50, vectors, 0), w(40, vectors, 0);
-    y.values = Call(Kernel::Product, matrix, x.values, vectors);
-    w.values = Call(Kernel::Transposed, matrix, z.values, vectors);
-
-    EXPECT_TRUE(Near(dense * x, y)) << vectors;
-    EXPECT_TRUE(Near(Transposed(dense) * z, w)) << vectors;
-  }
-}
-
 // The order of the additions is part of the contract; the plain sweep of one vector is its definition.
 TEST(SparseKernels, GiveEachVectorWhatItGetsAlone) {
   Maker maker(2);
@@ -333,23 +310,6 @@ TEST_P(SweepsForProcessors, LookAtWhereRowsBegin) {
        std::vector<std::vector<int>>{{0, 2, 4, 6}, {1, 3, 5, 7, 2}, {4, 6, 8}, {3, 5, 7, 9}})
     matrix.AppendRow(row, maker.Values(row.size()));
   Compare(matrix, {0, 1, 2, 3}, maker);
-}
-
-// Rows that share their columns or continue them are taken together: what one of them holds must not leak
-// into another.
-TEST_P(SweepsForProcessors, KeepInfinitiesWhereTheyBelong) {
-  Maker maker(5);
-  for (int const shift : {0, 1})
-    for (int const rows : {1, 2, 3, 4, 6, 7, 9}) {
-      Sparse matrix(40);
-      std::vector<int> pattern = maker.Runs(31, 3);
-      for (int i = 0; i < rows; ++i) {
-        matrix.AppendRow(pattern, maker.SpecialValues(pattern.size()));
-        for (int& column : pattern)
-          column += shift;
-      }
-      Compare(matrix, {0, 0, 0, 0, rows - 1}, maker);
-    }
 }
 
 // The transposed product clears y some way ahead of the columns that it has met; each of these rows is the

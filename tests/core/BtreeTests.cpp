@@ -42,7 +42,6 @@ Keys KeysOf(cow_Btree<int, Value> const& tree) {
 }
 
 // ---- shape
-// --------------------------------------------------------------------------------------------------
 
 /// The rules of insertion and balance as a plain recursion, without sharing.
 struct ReferenceNode {
@@ -97,7 +96,6 @@ TEST(Btree, HasTheShapeThatTheRulesGive) {
 }
 
 // ---- look-up and order
-// --------------------------------------------------------------------------------------
 
 TEST(Btree, KeepsTheFirstValueOfAKey) {
   Tree tree(-1);
@@ -148,7 +146,6 @@ TEST(BtreeIterator, WalksBothWaysAndStopsAtTheEnds) {
 }
 
 // ---- sharing
-// ------------------------------------------------------------------------------------------------
 
 /// Counts its objects and its copies, and fails to be copied when told to.
 struct Fragile {
@@ -244,7 +241,6 @@ TEST(BtreeSharing, ARotationThatNeedsACopyIsLeftOutWhenItFails) {
 }
 
 // ---- use at random
-// ------------------------------------------------------------------------------------------
 
 /// A tree and the map that it should equal.
 struct Pair {

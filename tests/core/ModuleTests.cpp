@@ -6,17 +6,6 @@
 
 namespace {
 
-TEST(ModuleCounter, OnlyTheOutermostPairWorks) {
-  ORXModuleCounter counter;
-  int tally = 0;
-  EXPECT_TRUE(counter.Start(tally));
-  EXPECT_FALSE(counter.Start(tally));
-  EXPECT_FALSE(counter.Stop(tally));
-  EXPECT_EQ(tally, 1);
-  EXPECT_TRUE(counter.Stop(tally));
-  EXPECT_EQ(tally, 0);
-}
-
 TEST(ModuleCounter, AStopTooManyIsMadeUpByTheNextStart) {
   ORXModuleCounter counter;
   int tally = 0;

@@ -69,7 +69,6 @@ ORXSrvSparseMatrix& Imported(ORXSrvSparseMatrix& matrix, File const& file, int f
 }
 
 // ---- chunked binary
-// -------------------------------------------------------------------------------------------
 
 TEST(ChunkedExport, WritesTheStatedBytes) {
   File const file;
@@ -187,7 +186,6 @@ TEST(ChunkedExport, RefusesWhatIsNotInSymmetricForm) {
 }
 
 // ---- block binary
-// ---------------------------------------------------------------------------------------------
 
 TEST(BlockImport, SymmetricVariantTakesTheArraysAsTheyAre) {
   File const file(Hex("03000000 02000000 01000000 00000000 01000000 ffffffff"
@@ -305,7 +303,6 @@ TEST(BlockImport, SymmetricVariantKeepsAsManyEntriesAsOrderAndCountTogether) {
 }
 
 // ---- dense binary
-// ---------------------------------------------------------------------------------------------
 
 TEST(DenseExport, WritesTheStatedBytes) {
   ORXSrvSparseMatrix matrix(0, 0);
@@ -365,7 +362,6 @@ TEST(DenseRoundTrip, RandomMatricesOfEveryShape) {
 }
 
 // ---- both
-// -----------------------------------------------------------------------------------------------------
 
 TEST(BinaryExport, AnOlderLongerFileKeepsItsTail) {
   for (int const format : {6, 7}) {

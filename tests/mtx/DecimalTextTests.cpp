@@ -247,18 +247,6 @@ TEST(DecimalText, RoundsHalfwayToZeroAndToInfinity) {
             DoubleIs(-Limits::max(), huge.size() + 1));
 }
 
-TEST(DecimalText, RoundsHalfwayPointsOfFewDigitsToEven) {
-  // Odd numbers from 2^53 to 2^54, written with the exponents that leave them 19 digits at most, and with
-  // larger.
-  std::mt19937_64 random(7);
-  for (int k = 0; k < 20000; ++k) {
-    std::string const odd = std::to_string((1ULL << 53) + random() % (1ULL << 53) / 2 * 2 + 1);
-    for (char const* form : {"", ".0", ".00", "0e-1", "00e-2", "000e-3", "e1", "e4", "e6", "e11"})
-      ASSERT_NO_FATAL_FAILURE(ExpectReadAsStrtod(odd + form));
-    ASSERT_NO_FATAL_FAILURE(ExpectReadAsStrtod("0." + odd + "d16"));
-  }
-}
-
 TEST(DecimalText, ReadsTheEndsOfTheRange) {
   std::string const zeros(400, '0');
   std::vector<std::string> const texts{"1e-400",

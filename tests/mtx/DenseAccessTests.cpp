@@ -144,7 +144,6 @@ INSTANTIATE_TEST_SUITE_P(Kinds, DenseAccess, testing::ValuesIn(denseKinds),
                          [](auto const& kind) { return kind.param.name; });
 
 // ---- failures of the write
-// ----------------------------------------------------------------------------------
 
 class DenseValues : public testing::Test {
 protected:
@@ -209,7 +208,6 @@ TEST_F(DenseValues, DiagonalMatrixLendsWhatItHas) {
 }
 
 // ---- whole matrix into memory
-// -------------------------------------------------------------------------------
 
 //      0  1  2
 //     10 11 12
@@ -275,7 +273,6 @@ TEST_F(DenseValues, SumInMemoryTakesEveryBlock) {
 }
 
 // ---- copies between block matrices
-// --------------------------------------------------------------------------
 
 TEST_F(DenseValues, CopiesOfOtherShapesAreRefusedWithoutEffect) {
   DensePtr const a = m_database.New(4, 3, 2, 2);

@@ -37,7 +37,6 @@ protected:
 };
 
 // ---- empty operands
-// ---------------------------------------------------------------------------------------------
 
 TEST_F(DenseContract, ASumOfNothingIsZero) {
   DensePtr const a = Filled(3, 0, 0);
@@ -124,7 +123,6 @@ TEST_F(DenseContract, OperationsOnNothingDoNothing) {
 }
 
 // ---- operands that share values
-// ---------------------------------------------------------------------------------
 
 struct Window {
   int firstRow, lastRow, firstColumn, lastColumn;
@@ -247,7 +245,6 @@ TEST_F(DenseContract, BuffersThatOverlapAreRefused) {
 }
 
 // ---- after an error
-// ---------------------------------------------------------------------------------------------
 
 /// An operation that works on a 8 x 2 matrix of row blocks of 2 rows, and what it makes of each value.
 struct Update {
@@ -298,7 +295,6 @@ TEST_F(DenseContract, AnErrorLeavesFinishedBlocksAndWhatWasThere) {
 }
 
 // ---- memory
-// ---------------------------------------------------------------------------------------------------------
 
 /// Sets the memory for work while it lives.
 struct WorkMemory {

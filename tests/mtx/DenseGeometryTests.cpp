@@ -33,7 +33,6 @@ protected:
 };
 
 // ---- blocks
-// -------------------------------------------------------------------------------------------------
 
 TEST_F(DenseGeometry, ChunksAreTheBlocks) {
   DensePtr const a = m_database.New(10, 7, 4, 3);
@@ -106,7 +105,6 @@ INSTANTIATE_TEST_SUITE_P(Kinds, DenseBlocks, testing::ValuesIn(denseKinds, dense
                          [](auto const& kind) { return kind.param.name; });
 
 // ---- creation
-// -----------------------------------------------------------------------------------------------
 
 TEST_F(DenseGeometry, NullMatrixHasNothing) {
   ORXSrvDenseMatrix const none;
@@ -172,7 +170,6 @@ TEST_F(DenseGeometry, AnEmptyMatrixHasNoBlocksAndGrows) {
 }
 
 // ---- views
-// --------------------------------------------------------------------------------------------------
 
 TEST_F(DenseGeometry, ViewsCutTheBlocksOfTheirParents) {
   DensePtr a = m_database.New(10, 7, 4, 3);
@@ -218,7 +215,6 @@ TEST_F(DenseGeometry, ViewsLieInsideTheirParents) {
 }
 
 // ---- growth
-// -------------------------------------------------------------------------------------------------
 
 TEST_F(DenseGeometry, RowsAndColumnsAreAppended) {
   for (DenseKind const& kind : {denseKinds[2], denseKinds[4]}) {

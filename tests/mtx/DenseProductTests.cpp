@@ -13,7 +13,6 @@ using namespace orx;
 namespace {
 
 // ---- block matrices
-// -----------------------------------------------------------------------------------------
 
 using Handle = DenseKind::Handle;
 
@@ -78,7 +77,6 @@ protected:
 };
 
 // ---- products with matrices in memory
-// ------------------------------------------------------------------------
 
 TEST_F(DenseProducts, WithOperandsInMemoryEqualPlainLoops) {
   Dense const a = Integers(11, 7, 1);
@@ -153,7 +151,6 @@ TEST_F(DenseProducts, PermutedRowsGoWhereThePermutationSays) {
 }
 
 // ---- products into block matrices
-// -------------------------------------------------------------------------------
 
 TEST_F(DenseProducts, OfThreeBlockMatricesEqualPlainLoopsWhateverTheirCuts) {
   Dense const a = Integers(11, 7, 1);
@@ -275,11 +272,7 @@ TEST_F(DenseProducts, IndexedRowsGoToTheirPositions) {
   });
 }
 
-// ---- rounding
-// ------------------------------------------------------------------------------------------------------
-
 // ---- operations in place
-// --------------------------------------------------------------------------------------------
 
 TEST_F(DenseProducts, AddAssignAndScaleWorkOnEveryValueAndOnNoOther) {
   Dense const a = Integers(11, 7, 1);
@@ -347,7 +340,6 @@ TEST_F(DenseProducts, LargeBlocksAreWorkedOnInPieces) {
 }
 
 // ---- slots
-// ---------------------------------------------------------------------------------------------------------
 
 class WithProductsOfItsOwn : public ORXSrvDenseMatrix {
 public:
@@ -376,7 +368,6 @@ TEST_F(DenseProducts, WrappersUseTheProductsOfDerivedClasses) {
 }
 
 // ---- failures
-// -----------------------------------------------------------------------------------------------------
 
 TEST_F(DenseProducts, OfShapesThatDoNotFitFailBeforeAnythingIsWritten) {
   Dense const old = Constant(11, 9, 4.0);
@@ -456,7 +447,6 @@ TEST_F(DenseProducts, IndexedGroupsAreCheckedBeforeTheFirstIsComputed) {
 }
 
 // ---- progress
-// ----------------------------------------------------------------------------------------------------
 
 /// What the host was told, and after which report it stops.
 struct Host {
@@ -506,7 +496,6 @@ TEST_F(DenseProducts, PassOnWhatTheHostThrows) {
 }
 
 // ---- tiles
-// -------------------------------------------------------------------------------------------------------
 
 TEST(ProductTiles, GroupsFollowTheBudget) {
   struct Case {

@@ -18,7 +18,6 @@ ORXSrvMatrix Numbered(int rows, int columns) {
 }
 
 // ---- storage and ownership
-// ----------------------------------------------------------------------------------
 
 TEST(Matrix, LendsAndKeepsTheCallersBuffer) {
   double buffer[] = {1, 2, 3, 4, 5, 6};
@@ -125,7 +124,6 @@ TEST(Matrix, ScalarFillsStoredValuesOnly) {
 }
 
 // ---- comparison
-// ---------------------------------------------------------------------------------------------
 
 TEST(Matrix, ComparisonIsExactAndReportsTheFirstDifference) {
   EXPECT_TRUE(Full({{1, 2}}) == Full({{1, 2}}, true));
@@ -170,7 +168,6 @@ TEST(Matrix, SymmetryTestIsExact) {
 }
 
 // ---- transposition
-// ------------------------------------------------------------------------------------------
 
 TEST(Matrix, TransposeOfEveryShapeMovesEveryElement) {
   for (auto const& [rows, columns] :
@@ -195,7 +192,6 @@ TEST(Matrix, TransposeLeavesSymmetricAndDiagonalMatricesAlone) {
 }
 
 // ---- blocks
-// -------------------------------------------------------------------------------------------------
 
 TEST(Matrix, BlocksArePackedWhateverTheOtherShapeIs) {
   ORXSrvMatrix matrix = Numbered(3, 3); // [0 3 6; 1 4 7; 2 5 8]
@@ -299,7 +295,6 @@ TEST(Matrix, DiagonalsAreWrittenToEitherStorage) {
 }
 
 // ---- permutation
-// --------------------------------------------------------------------------------------------
 
 TEST(Matrix, RowsAreScattered) {
   ORXSrvMatrix matrix = Full({{1, 4}, {2, 5}, {3, 6}});
@@ -325,7 +320,6 @@ TEST(Matrix, PermutationRefusesOnlyEntriesAboveTheRowCount) {
 }
 
 // ---- sums, scaling, interpolation
-// ------------------------------------------------------------------------------
 
 TEST(Matrix, SumsOfEachPairOfStorages) {
   ORXSrvMatrix full = Full({{1, 2}, {3, 4}});

@@ -34,7 +34,6 @@ ORXSrvMatrix Product(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
 ORXSrvMatrix Sum(ORXSrvMatrix const& a, ORXSrvMatrix const& b) { return MatrixOf(DenseOf(a) + DenseOf(b)); }
 
 // ---- general products
-// ---------------------------------------------------------------------------------------
 
 TEST(Product, IsExactOnIntegersOfEveryShape) {
   std::size_t const count = std::size(sizes);
@@ -130,7 +129,6 @@ TEST(Product, TakesEmptyMatricesWithoutComplaint) {
 }
 
 // ---- diagonal operands
-// --------------------------------------------------------------------------------------
 
 TEST(Product, ScalesByDiagonalOperands) {
   for (int const n : {1, 3, 129}) {
@@ -184,7 +182,6 @@ TEST(Product, RefusesShapesStoragesAndItsOwnOperands) {
 }
 
 // ---- in place
-// -----------------------------------------------------------------------------------------------
 
 TEST(InPlaceProduct, MultipliesSquaresFromTheRightAndVectorsFromTheLeft) {
   for (int const n : {1, 2, 128, 145, 300}) {
@@ -235,7 +232,6 @@ TEST(InPlaceProduct, RefusesWithTheNameOfTheTestThatFailed) {
 }
 
 // ---- symmetric results
-// ----------------------------------------------------------------------------------------
 
 TEST(SymmetricProduct, HoldsTheLowerBlocksBehindAFirstOneThatIsTheRemainder) {
   for (int const n : sizes) {

@@ -19,13 +19,6 @@ protected:
   WorkingFolder m_folder;
 };
 
-TEST_F(ScratchMatrix, NullMatrixHasNoFile) {
-  ORXSrvScratchDenseMatrix const none;
-  EXPECT_TRUE(none.IsNull());
-  EXPECT_TRUE(none.RowCSetID().IsNull());
-  EXPECT_TRUE(Files().empty());
-}
-
 TEST_F(ScratchMatrix, ChunksAreLoweredToTheMatrix) {
   ORXSrvScratchDenseMatrix const a(10, 7, 4, 100);
   EXPECT_EQ(a.NumberOfRowBlocks(), 3);
@@ -56,13 +49,6 @@ TEST_F(ScratchMatrix, FileIsNamedByTheAddressAndGoesWithTheMatrix) {
   first.reset();
   EXPECT_EQ(Files().size(), 1u);
   EXPECT_EQ(Files().count(name), 0u);
-}
-
-TEST_F(ScratchMatrix, LabelsAreThoseGiven) {
-  int const rows[] = {7, 3};
-  ORXSrvScratchDenseMatrix const a(2, 3, rows, nullptr, 1, 1);
-  EXPECT_EQ(Labels(a.RowCSetID()), (Ints{7, 3}));
-  EXPECT_EQ(Labels(a.ColumnCSetID()), (Ints{0, 1, 2}));
 }
 
 TEST_F(ScratchMatrix, ViewKeepsTheFile) {

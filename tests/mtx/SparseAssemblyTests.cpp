@@ -62,7 +62,6 @@ Entries RandomTriplets(unsigned seed, std::size_t count, std::uint32_t rows, std
 }
 
 // ---- states and dimensions
-// ----------------------------------------------------------------------------------
 
 TEST(Assembly, EmptyAssemblyIsAValidNullMatrix) {
   ORXSrvSparseMatrix matrix(3, 2);
@@ -113,7 +112,6 @@ TEST(Assembly, SecondEndWithoutBeginKeepsTheEntriesForLater) {
 }
 
 // ---- compression
-// --------------------------------------------------------------------------------------------
 
 TEST(Assembly, DuplicatesAreSummedAndZerosStay) {
   ORXSrvSparseMatrix matrix(2, 2);
@@ -165,7 +163,6 @@ TEST(Assembly, HugeDimensionsCostRowPointersOnly) {
 }
 
 // ---- symmetric form
-// -----------------------------------------------------------------------------------------
 
 TEST(SymmetricForm, EntriesAreTheDiagonalThenMirroredPairs) {
   // [1 5 .; 5 2 6; . 6 3]
@@ -215,7 +212,6 @@ TEST(SymmetricForm, AssemblingAnewGivesTheGeneralForm) {
 }
 
 // ---- shortage of memory
-// -------------------------------------------------------------------------------------
 
 #ifndef __SANITIZE_ADDRESS__
 TEST(Assembly, CanBeRepeatedWhereverMemoryRanOut) {

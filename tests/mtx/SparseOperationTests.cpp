@@ -51,7 +51,6 @@ struct Snapshot {
 constexpr char notAssembled[] = ", a matrix assembled with all its rows expected";
 
 // ---- permutations and transposition
-// -------------------------------------------------------------------------
 
 // a . .         . . c                b . .
 // . b .   ->    a . .   PermuteRows  . c .   Permute, with columns renumbered too
@@ -182,7 +181,6 @@ TEST(SparseTranspose, OfLargePatternsIsItsOwnInverse) {
 }
 
 // ---- updates
-// ------------------------------------------------------------------------------------------------
 
 TEST(SparseScale, MultipliesValuesAndDiagonalAndKeepsTheState) {
   auto const matrix = NewAssembled(2, 2, {{0, 0, 1}, {1, 0, 3}});
@@ -283,7 +281,6 @@ TEST(SparseColumns, AreSetToZeroAndStayStored) {
 }
 
 // ---- symmetry
-// -----------------------------------------------------------------------------------------------
 
 TEST(SparseIsSymmetric, ComparesEachEntryWithItsMirrorImage) {
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -352,7 +349,6 @@ TEST(SparseIsSymmetric, KeepsItsAnswerUntilEntriesAreAdded) {
 }
 
 // ---- what is refused
-// ----------------------------------------------------------------------------------------
 
 // The form is that of the arrays, whatever the test of symmetry has found.
 TEST(SparseOperations, RefuseTheSymmetricFormByItsDiagonal) {

@@ -87,7 +87,6 @@ DensePtr NewFilled(DenseDatabase const& database, int rows, int columns, int row
 }
 
 // ---- vectors
-// ------------------------------------------------------------------------------------------------
 
 TEST(SparseMultiply, WritesNothingWithoutNonzerosOrVectors) {
   ORXSrvSparseMatrix empty(2, 2);
@@ -192,7 +191,6 @@ TEST(SparseMultiply, LooksAtTheRowsAgainWhenTheyHaveChanged) {
 }
 
 // ---- block matrices, array result
-// ---------------------------------------------------------------------------
 
 TEST(SparseMultiplyDense, GivesAnArrayOfTheTransposedProduct) {
   DenseDatabase const database;
@@ -249,7 +247,6 @@ TEST(SparseMultiplyDense, RefusesTheSymmetricFormAndTheProductThatIsNotTranspose
 }
 
 // ---- block matrices, block result
-// ---------------------------------------------------------------------------
 
 TEST(SparseMultiplyDense, GivesABlockMatrixOfEitherProduct) {
   DenseDatabase const database;

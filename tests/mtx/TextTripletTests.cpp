@@ -23,7 +23,6 @@ Entries Imported(std::string const& content, int format = 3) {
 }
 
 // ---- reading
-// ------------------------------------------------------------------------------------------------
 
 TEST(TextImport, SumsDuplicatesAndTakesTheLargestIndicesAsShape) {
   for (int const format : {2, 3}) {
@@ -187,7 +186,6 @@ TEST(TextImport, RefusesOtherFormats) {
 }
 
 // ---- writing
-// ------------------------------------------------------------------------------------------------
 
 ORXSrvSystemDofDefinition Dofs(std::initializer_list<ORXSrvNodeDof> equations) {
   ORXSimArray<ORXSrvNodeDof> array;

@@ -24,7 +24,6 @@ using Ints = std::vector<int>;
 using Utilities = ORXSrvUtilities;
 
 // ---- the database around the factory
-// ------------------------------------------------------------------------
 
 /// "5 x 10 in chunks of 5 x 20", "5 x 10 whole", or "no drawer".
 std::string Shape(ORXSimDistributionID const& id) {
@@ -80,7 +79,6 @@ protected:
 };
 
 // ---- chunk limit
-// --------------------------------------------------------------------------------------------
 
 TEST(LimitChunkSize2GB, LimitsTheFirstChunkByTheLastSize) {
   struct Case {
@@ -98,7 +96,6 @@ TEST(LimitChunkSize2GB, LimitsTheFirstChunkByTheLastSize) {
 }
 
 // ---- vectors and matrices of doubles
-// ------------------------------------------------------------------------
 
 TEST_F(DistributionFactory, VectorsUseTheChunkLengthAsGiven) {
   ORXSimCSetID const set = Subset(NewSet(9), {8, 2, 5});
@@ -167,7 +164,6 @@ TEST_F(DistributionFactory, SquareMatrixOverOneCollectionHasColumnsOnColourOne) 
 }
 
 // ---- sparse matrices
-// ----------------------------------------------------------------------------------------
 
 TEST_F(DistributionFactory, SparseMatricesHaveRowsFirstAndNoDrawer) {
   ORXSimCSetID rows = NewSet(4);
@@ -202,7 +198,6 @@ TEST_F(DistributionFactory, SparseSquareMatrixTellsTheCallerItsColumns) {
 }
 
 // ---- fields of any number of dimensions
-// ---------------------------------------------------------------------
 
 TEST_F(DistributionFactory, FieldsReverseTheOrderOfSetsAndChunks) {
   ORXSimArray<ORXSimCSetID> const sets{NewSet(2), Subset(NewSet(3), {2, 0, 1}), NewSet(4)};
@@ -257,7 +252,6 @@ TEST_F(DistributionFactory, FieldsWithMoreClashesAreNotCreated) {
 }
 
 // ---- types, transactions, temporary distributions
-// -----------------------------------------------------------
 
 TEST_F(DistributionFactory, PositionsGiveTypesByIndex) {
   ORXSimCSetID rows = NewSet(2);
@@ -297,7 +291,6 @@ TEST_F(DistributionFactory, OnlyTemporaryFieldsDoWithoutTheTransaction) {
 }
 
 // ---- integers
-// -----------------------------------------------------------------------------------------------
 
 TEST_F(DistributionFactory, IntegersAreWrittenInSetOrder) {
   ORXSimCSetID const set = Subset(NewSet(6), {5, 0, 3});
@@ -323,7 +316,6 @@ TEST_F(DistributionFactory, TooFewIntegersAreRefused) {
 }
 
 // ---- contiguous ranges
-// --------------------------------------------------------------------------------------
 
 Ints Ranges(Ints const& labels, int maxRun, int count) {
   int numRanges = -1;

@@ -7,15 +7,14 @@
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
-#include "sim/ORXSimException.h"
 #include "sim/ORXSimTransaction.h"
 #include "sim/ORXSimTransfer.h"
 #include "sim/impl/store/LinkCheck.h"
+#include "tests/support/Raised.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -35,18 +34,6 @@ inline void Create(ORXSimDatabase& database, std::string const& path) {
 }
 inline void Open(ORXSimDatabase& database, std::string const& path, bool readOnly = false) {
   database.OpenFile(ORXUnicodeString(path.c_str()), readOnly);
-}
-
-/// The code of the ORXSimException that a call raises, 0 without one. `text` receives the message.
-template<class Call>
-int CodeOf(Call&& call, std::string* text = nullptr) {
-  try {
-    call();
-  } catch (ORXSimException const& e) {
-    if (text != nullptr) *text = e.AsString().AsText();
-    return e.Code();
-  }
-  return 0;
 }
 
 inline std::vector<int> Members(ORXSimCSetID const& id) {

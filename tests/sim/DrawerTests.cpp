@@ -247,26 +247,6 @@ TEST_F(DrawerFile, BytesOfOtherFilesAreNotRead) {
   H5Sclose(space);
 }
 
-// Where chunks lie is looked up at the first access. Asking HDF5 for one address after the other takes 0.4 s.
-TEST_F(DrawerFile, ThousandsOfPiecesAreLookedUpInMilliseconds) {
-  if (isSanitized) GTEST_SKIP() << "nothing takes milliseconds there";
-  WithoutLinkChecks const fast;
-  ORXSimDistributionID const field = CreateField(Context(), {0});
-  CreateDrawer(field, {}); // no cells: what is added comes in pieces of one
-  Extend(field, 0, 8000);
-  m_database.Close();
-  double best = 1e9;
-  for (int repeat = 0; repeat < 5; ++repeat) {
-    Open(m_database, Path(), true);
-    std::clock_t const start = std::clock();
-    EXPECT_EQ(CellsOf(Field(0)), std::vector<double>(8000, 0.0));
-    best = std::min(best, static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC);
-    m_database.Close();
-  }
-  EXPECT_LT(best, 0.15);
-  std::printf("8000 pieces: %.4f s\n", best);
-}
-
 TEST_F(DrawerFile, MoreChunksThanSixtyFourBitsCountAreReadAsFillValues) {
   CreateDrawer(CreateField(Context(), {1, 1, 1}), {});
   ChangeAsOther([&](hid_t field) {

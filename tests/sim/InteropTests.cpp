@@ -66,22 +66,6 @@ protected:
   }
 };
 
-TEST_F(Interop, H5dumpReadsEveryCell) {
-  if (!Has("h5dump --version")) GTEST_SKIP() << "h5dump is not installed";
-  WriteSample();
-  std::string const out = m_folder.Path("cells.bin");
-  OutputOf("h5dump -d /context_0/distribution_0/drawer -b LE -o '" + out + "' '" + Path() + "'",
-           m_folder.Path("log"));
-
-  std::string const bytes = ReadWhole(out);
-  ASSERT_EQ(bytes.size(), 35 * sizeof(double));
-  auto const* const cells = reinterpret_cast<double const*>(bytes.data());
-  for (int k = 0; k < 35; ++k)
-    EXPECT_EQ(cells[k], std::sqrt(static_cast<double>(k)));
-  EXPECT_NE(OutputOf("h5dump -A '" + Path() + "'", m_folder.Path("log")).find("orx simulation database"),
-            std::string::npos);
-}
-
 TEST_F(WithH5py, ReadsWhatWeWrite) {
   WriteSample();
   EXPECT_EQ(Python(R"(c = F['context_0']

@@ -421,14 +421,4 @@ TEST(Dofs, MapEquationsToNodes) {
   EXPECT_EQ(CodeOf([&] { system.NodeDofFromSolverDof(2); }), ORXSimException::invalidArgument);
 }
 
-TEST(Diagnostics, AreCollectedAsText) {
-  ORXSimDebugOutString out;
-  out.Write("before\n");
-  ORXSimException(ORXSimException::writeFailed, "no space").Write(out);
-  EXPECT_STREQ(out.AsText(), "before\ndatabase error 70: no space");
-  testing::internal::CaptureStderr();
-  ORXSimAssert::ReportValidationFailure("a && b", "file", 3);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "file:3: validation failed: a && b\n");
-}
-
 } // namespace

@@ -148,7 +148,6 @@ TEST(MatrixMarket, ValuesComeBackToTheBit) {
 }
 
 // ---- random damage
-// ------------------------------------------------------------------------------------------
 
 std::string Damaged(std::string text, std::mt19937& random) {
   constexpr std::string_view characters = "0123456789+-.eEdD %\n\r\t,xnaif\0\xff";

@@ -66,18 +66,4 @@ TEST(Memory, RefusesShapesWhoseTablesDoNotFit) {
     EXPECT_NE(RunTool("info " + folder.Write("a", text)).exitCode, 0) << text;
 }
 
-TEST(Memory, RefusesOrdersBeyondTheEigensolver) {
-  EXPECT_EQ(Ending([] { orx::tool::RequireFits(32766, {}); }), "no error");
-  EXPECT_CONTAINS(Ending([] { orx::tool::RequireFits(32767, {}); }), "3 order 32767");
-  EXPECT_CONTAINS(Ending([] { orx::tool::RequireFits(2147483647, 1U); }), "orders up to 32766");
-}
-
-TEST(Memory, TheSystemSaysWhatIsAvailable) {
-  auto const available = orx::tool::AvailableMemory();
-
-  if (!std::filesystem::exists("/proc/meminfo")) GTEST_SKIP() << "no /proc/meminfo";
-  ASSERT_TRUE(available);
-  EXPECT_GT(*available, 10'000'000U) << "kilobytes taken for bytes?";
-}
-
 } // namespace

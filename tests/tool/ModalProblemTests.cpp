@@ -159,19 +159,6 @@ TEST(Modes, NoDefiniteCombinationIsAnError) {
   EXPECT_CONTAINS(Ending([] { SolveModes(Identity(2), {2, {}}, 1); }), "1 M holds no value other than 0");
 }
 
-// The lowest of a wide spectrum to nearly all digits, which K x = lambda M x solved as it stands does not
-// give: its errors are roundings of the largest eigenvalue.
-TEST(Modes, LowEndOfAFixedChainIsAccurate) {
-  constexpr int n = 300;
-
-  ModalSolution const s = SolveModes(Chain(n, true), Identity(n), 5);
-
-  for (int k = 1; k <= 5; ++k) {
-    double const exact = 4.0 * std::pow(std::sin(k * pi / (2.0 * (n + 1))), 2);
-    EXPECT_NEAR(s.modes[k - 1].eigenvalue / exact, 1.0, 2e-13) << k;
-  }
-}
-
 // The first guess of the shift goes by the diagonals and is 11 decades too low here.
 TEST(Modes, ShiftMovesToWhereTheEigenvaluesAre) {
   double const m = 1e8; // one heavy mass, two unit masses: m lambda^2 - (3m + 1) lambda + m + 2 = 0

@@ -8,7 +8,6 @@
 namespace {
 
 using orx::tool::FitPicture;
-using orx::tool::PictureSize;
 using orx::tool::Rasterize;
 
 /// What spy says of a pattern in characters.
@@ -48,10 +47,6 @@ Png ReadPng(std::string const& path) {
   return png;
 }
 
-std::string ToString(PictureSize const& size) {
-  return orx::tool::Format("%d x %d", size.width, size.height);
-}
-
 TEST(Raster, ShadesAreRootsOfTheShareOfStoredPositions) {
   //  1 1 . . .     two pixels by two: columns 0-2 and 3-4, rows 0-1 and 2
   //  1 1 . . 1
@@ -62,14 +57,6 @@ TEST(Raster, ShadesAreRootsOfTheShareOfStoredPositions) {
   EXPECT_DOUBLE_EQ(raster.Shade(0, 0), std::sqrt(4.0 / 6.0));
   EXPECT_DOUBLE_EQ(raster.Shade(1, 0), std::sqrt(1.0 / 4.0));
   EXPECT_EQ(raster.Shade(0, 1), 0.0);
-}
-
-TEST(Raster, KeepsTheShapeOfTheMatrixWithinTheLimits) {
-  EXPECT_EQ(ToString(FitPicture(20, 30, {100, 100}, 1)), "30 x 20");
-  EXPECT_EQ(ToString(FitPicture(1000, 1000, {100, 50}, 1)), "50 x 50");
-  EXPECT_EQ(ToString(FitPicture(1000, 1000, {100, 100}, 2)), "100 x 50");
-  EXPECT_EQ(ToString(FitPicture(2000000000, 1, {100, 100}, 1)), "1 x 100");
-  EXPECT_EQ(ToString(FitPicture(0, 5, {100, 100}, 1)), "0 x 0");
 }
 
 TEST(Picture, DrawsDotsAndCharacters) {
@@ -92,15 +79,6 @@ TEST(Picture, DrawsDotsAndCharacters) {
                                              "| #   |\n"
                                              "|#    |\n"
                                              "+-----+\n");
-}
-
-TEST(Picture, AllEightDotsOfACharacter) {
-  // Column by column, so that each bit has its place.
-  auto const raster = Rasterize(Sparse({{1, 0}, {1, 0}, {1, 0}, {1, 0}}), 1, 4);
-  auto const full = Rasterize(Sparse({{1, 1}, {1, 1}, {1, 1}, {1, 1}}), 2, 4);
-
-  EXPECT_EQ(orx::tool::BraillePicture(raster), "┌─┐\n│⡇│\n└─┘\n");
-  EXPECT_EQ(orx::tool::BraillePicture(full), "┌─┐\n│⣿│\n└─┘\n");
 }
 
 TEST(Picture, CharactersShowDensity) {
@@ -160,21 +138,6 @@ TEST(Spy, PngOfASmallMatrixHasASquareAPosition) {
   EXPECT_EQ(png.At(33, 32), 255);
   EXPECT_EQ(png.At(32, 33), 255);
   EXPECT_EQ(png.At(98, 65), 0);
-}
-
-TEST(Spy, PngOfALargeMatrixShowsDensity) {
-  // 200 x 200 on 100 x 100 pixels: a full pixel, a quarter of one, an empty one
-  TemporaryFolder const folder;
-  std::string const path = folder.Write("a.txt", "1 1 1\n1 2 1\n2 1 1\n2 2 1\n200 200 1\n");
-
-  DrawnPng(path, folder.Path("a.png"), 100);
-
-  Png const png = ReadPng(folder.Path("a.png"));
-  EXPECT_EQ(png.width, 100);
-  EXPECT_EQ(png.height, 100);
-  EXPECT_EQ(png.At(0, 0), 0);
-  EXPECT_EQ(png.At(99, 99), 104) << "half way to the lightest, 208";
-  EXPECT_EQ(png.At(50, 50), 255);
 }
 
 TEST(Spy, PngThatCannotBeWrittenIsExitCode3) {

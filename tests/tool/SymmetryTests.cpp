@@ -75,26 +75,6 @@ TEST(SymmetryMeasure, CountsEntriesWithoutMirrorImage) {
   EXPECT_EQ(orx::tool::Describe(*symmetry.unmatched), "(4, 1) = 0, (1, 4) = 7");
 }
 
-TEST(SymmetryMeasure, StoredZeroMatchesWhatIsNotStored) {
-  ORXSrvSparseMatrix matrix(0, 0);
-  matrix.BeginAssembly();
-  matrix.AddData(0, 1, 0.0);
-  matrix.AddData(1, 2, 3.0);
-  matrix.AddData(2, 1, 3.0);
-  matrix.EndAssembly();
-
-  Symmetry const symmetry = MeasureSymmetry(MatrixEntries(matrix));
-
-  EXPECT_TRUE(symmetry.IsExact());
-  EXPECT_EQ(symmetry.unmatchedEntries, 0);
-}
-
-TEST(SymmetryMeasure, NotANumberIsNeverSymmetric) {
-  double const nan = std::numeric_limits<double>::quiet_NaN();
-
-  EXPECT_FALSE(MeasureSymmetry(Sparse({{1, nan}, {nan, 1}})).IsExact());
-}
-
 TEST(MakeSymmetric, OneTriangleStandsForBoth) {
   std::vector<std::vector<double>> const expected{{4, 1, 0}, {1, 5, 2}, {0, 2, 0}};
   for (auto const& matrix : {Sparse({{4, 0, 0}, {1, 5, 0}, {0, 2, 0}}), Sparse({{4, 1, 0}, {0, 5, 2}}),
@@ -118,20 +98,6 @@ TEST(MakeSymmetric, RefusesRectanglesAndValuesThatAreNotFinite) {
                   "1 K: the matrix is 3 x 2, expected a square");
   EXPECT_CONTAINS(EndingOfMakeSymmetric({{1, 0}, {std::numeric_limits<double>::infinity(), 1}}, 2),
                   "1 K: the value at (2, 1) is inf, expected a finite number");
-}
-
-TEST(SymmetricMatrix, FormsAndNorms) {
-  //   2 -1       x = (1, 2):  A x = (0, 5)
-  //  -1  3
-  orx::tool::SymmetricMatrix const a = Symmetric({{2, -1}, {-1, 3}});
-  std::vector<double> const x{1, 2};
-
-  EXPECT_EQ(a.Times(x), (std::vector<double>{0, 5}));
-  EXPECT_EQ(a.AbsoluteTimes(x), (std::vector<double>{4, 7}));
-  EXPECT_EQ(a.QuadraticForm(x), 10.0);
-  EXPECT_EQ(a.AbsoluteForm(x), 18.0);
-  EXPECT_DOUBLE_EQ(a.FrobeniusNorm(), std::sqrt(15.0));
-  EXPECT_DOUBLE_EQ(Symmetric({{3e200, 0}, {0, 4e200}}).FrobeniusNorm(), 5e200);
 }
 
 } // namespace

@@ -108,23 +108,6 @@ TEST(PositionedFile, RangesBehindTheEndAreErrors) {
             "Reading " + folder.Path("file") + " failed: 11 bytes at offset 90 are wanted, the file has 50.");
 }
 
-TEST(PositionedFile, TheSizeLimitOfTheProcessIsAnErrorAndNoSignal) {
-  TemporaryFolder const folder;
-
-  int const end = RunInChild([&] {
-    signal(SIGXFSZ, SIG_DFL);
-    PositionedFile file(folder.Path("file"), Mode::Scratch);
-    rlimit const limit{.rlim_cur = 2 * page, .rlim_max = 2 * page};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    bool const areErrors = ErrorOf([&] { file.Reserve(0, 3 * page); }) == EFBIG &&
-                           ErrorOf([&] { file.WriteAt(2 * page, "x", 1); }) == EFBIG &&
-                           ErrorOf([&] { file.Resize(3 * page); }) == EFBIG;
-    return areErrors && file.Size() == 0 ? 0 : 1;
-  });
-
-  EXPECT_EQ(end, 0);
-}
-
 TEST(PositionedFile, AFullDiskIsAnErrorThatNamesTheFreeSpace) {
   SmallDisk const disk(20 * page);
   if (!disk.IsMounted()) GTEST_SKIP() << "no small disk can be mounted";
@@ -225,50 +208,6 @@ TEST(PositionedFile, AReplacedFileStaysUntilItsSuccessorIsPublished) {
 }
 
 // Other processes and programs
-
-TEST(PositionedFile, AForkedProcessChangesNothing) {
-  TemporaryFolder const folder;
-  std::string const path = folder.Path("file");
-  auto file = std::make_unique<PositionedFile>(path, Mode::Create);
-  file->WriteAt(0, "bytes", 5);
-  int const end = RunInChild([&] {
-    bool const isRefused =
-        ErrorOf([&] { file->WriteAt(0, "other", 5); }) == EPERM &&
-        ErrorOf([&] { file->Resize(1); }) == EPERM && ErrorOf([&] { file->Reserve(5, 9); }) == EPERM &&
-        ErrorOf([&] { file->Zero(0, 1); }) == EPERM && ErrorOf([&] { file->Sync(); }) == EPERM &&
-        ErrorOf([&] { file->Publish(); }) == EPERM;
-    file.reset(); // neither removes nor unlocks the file
-    return isRefused ? 0 : 1;
-  });
-  EXPECT_EQ(end, 0);
-  file->Publish();
-  EXPECT_EQ(ReadWhole(path), "bytes");
-  EXPECT_EQ(ErrorOf([&] { PositionedFile const other(path, Mode::Read); }), EWOULDBLOCK);
-
-  // A child that lives on does not keep the lock of a file that its owner has closed.
-  pid_t const child = fork();
-  if (child == 0) {
-    pause();
-    _exit(0);
-  }
-  file.reset();
-  EXPECT_EQ(ErrorOf([&] { PositionedFile const again(path, Mode::Write); }), 0);
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
-}
-
-TEST(PositionedFile, WhatOtherProgramsDoToItIsNoticed) {
-  TemporaryFolder const folder;
-  std::string const path = folder.Path("file");
-  PositionedFile file(path, Mode::Scratch);
-  file.Reserve(0, page);
-  EXPECT_EQ(ErrorOf([&] { file.RequireIntact("committing"); }), 0);
-  std::filesystem::resize_file(path, 10);
-  EXPECT_EQ(TextOf([&] { file.RequireIntact("committing"); }),
-            "Committing " + path + " failed: another program has cut it to 10 bytes, expected 4096.");
-  std::filesystem::remove(path);
-  EXPECT_EQ(ErrorOf([&] { file.RequireIntact("committing"); }), ENOENT);
-}
 
 TEST(PositionedFile, IgnoresTheSignalOfTheSizeLimitOnlyWhileItIsOpen) {
   TemporaryFolder const folder;

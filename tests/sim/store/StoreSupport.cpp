@@ -1,29 +1,15 @@
 #include "StoreSupport.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
-
-TemporaryFolder::TemporaryFolder(fs::path const& parent) {
-  std::string name = (parent / "store-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr)
-    throw std::runtime_error("no folder can be made in " + parent.string());
-  m_path = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  fs::remove_all(m_path, ignored);
-}
 
 SmallDisk::SmallDisk(std::uint64_t bytes) {
   fs::create_directory(m_folder.Path("disk"));
@@ -69,20 +55,6 @@ int ErrorOf(std::function<void()> const& work) {
     return error.Error();
   }
   return 0;
-}
-
-int RunInChild(std::function<int()> const& work) {
-  pid_t const child = fork();
-  if (child == 0) {
-    try {
-      _exit(work());
-    } catch (...) {
-      _exit(99);
-    }
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 namespace {

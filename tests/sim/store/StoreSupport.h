@@ -1,25 +1,12 @@
 #pragma once
 
 #include "sim/impl/store/PositionedFile.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <string>
-
-/// A folder that ends with its scope.
-class TemporaryFolder {
-public:
-  explicit TemporaryFolder(std::filesystem::path const& parent = std::filesystem::temp_directory_path());
-  TemporaryFolder(TemporaryFolder const&) = delete;
-  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
-  ~TemporaryFolder();
-
-  std::string Path(std::string const& name) const { return (m_path / name).string(); }
-
-private:
-  std::filesystem::path m_path;
-};
 
 /// A file system in memory with so many bytes; mounting one takes rights that not everybody has.
 class SmallDisk {
@@ -49,9 +36,6 @@ std::uint64_t AllocatedBytes(std::string const& path);
 
 /// The error of the FileError that work raises, 0 without one.
 int ErrorOf(std::function<void()> const& work);
-
-/// Runs work in a child process: its result, which is then the exit code, or minus the signal that ended it.
-int RunInChild(std::function<int()> const& work);
 
 /// Which steps a FaultPlan counts.
 bool ChangesFiles(orx::store::FileStep const& step);

@@ -43,51 +43,6 @@ TEST_F(Transactions, AreSeenByPlainHdf5OnceCommittedAndNotBefore) {
   EXPECT_EQ(session.File().Counts().commits, 2U);
 }
 
-TEST_F(Transactions, ThatAreDiscardedLeaveNothing) {
-  Session session = Session::Create(m_path);
-  Change(session, 0);
-  session.Commit();
-  std::string const committed = Describe(session.Id());
-  std::uint64_t const size = FileSize(m_path);
-
-  Change(session, 1);
-  session.Flush();
-  session.File().Discard();
-  EXPECT_THROW(session.Commit(), FileError);
-  session.Reopen();
-
-  EXPECT_EQ(Describe(session.Id()), committed);
-  EXPECT_EQ(FileSize(m_path), size);
-  Change(session, 1);
-  session.Commit();
-  EXPECT_NE(Describe(session.Id()), committed);
-}
-
-TEST_F(Transactions, ThatWereNeverCommittedLeaveNoFile) {
-  { Change(Session::Create(m_path), 0); }
-
-  EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(m_path).parent_path()));
-}
-
-TEST_F(Transactions, AreNotCommittedByAnExitInTheMiddle) {
-  {
-    Session const session = Session::Create(m_path);
-    Change(session, 0);
-    session.Commit();
-  }
-  std::string const committed = DescribeWithPlainHdf5(m_path);
-
-  // exit, and not _exit: HDF5 closes all files then.
-  int const end = RunInChild([&]() -> int {
-    auto* const session = new Session(Session::Open(m_path));
-    Change(*session, 1);
-    std::exit(7);
-  });
-
-  EXPECT_EQ(end, 7);
-  EXPECT_EQ(DescribeWithPlainHdf5(m_path), committed);
-}
-
 TEST_F(Transactions, WorkAfterAHostHasShutHdf5Down) {
   int const end = RunInChild([&] {
     { Change(Session::Create(m_path), 0); }
@@ -99,27 +54,6 @@ TEST_F(Transactions, WorkAfterAHostHasShutHdf5Down) {
   });
 
   EXPECT_EQ(end, 0);
-}
-
-TEST_F(Transactions, ThatFailForWantOfSpaceMayBeRepeated) {
-  Session session = Session::Create(m_path);
-  Change(session, 0);
-  session.Commit();
-  std::string const committed = DescribeWithPlainHdf5(m_path);
-  Change(session, 1);
-  session.Flush();
-  std::uint64_t const size = FileSize(m_path);
-  {
-    FaultPlan const plan(FaultPlan::Effect::FailOnce, 2, ENOSPC); // after its space, the journal
-    EXPECT_THROW(session.File().Commit(), FileError);
-  }
-  EXPECT_LE(FileSize(m_path), size); // the journal's space is given back
-  EXPECT_EQ(DescribeWithPlainHdf5(m_path), committed);
-
-  session.Commit();
-
-  EXPECT_EQ(DescribeWithPlainHdf5(m_path), Describe(session.Id()));
-  EXPECT_NE(Describe(session.Id()), committed);
 }
 
 /// What goes wrong, by the kind of a step and what it is done to.
@@ -424,19 +358,6 @@ TEST_F(Transactions, DoNotPutOldStructureOverValuesThatTookItsPlace) {
 
 // Misuse
 
-TEST_F(Transactions, CannotCreateOverAFileThatIsNotEmpty) {
-  {
-    Session const session = Session::Create(m_path);
-    Change(session, 0);
-    session.Commit();
-  }
-  orx::store::QuietErrors const quiet;
-  auto const file = TransactionalFile::Open(m_path, false);
-  orx::store::Hdf5Id const access(orx::store::MakeFileAccess(*file));
-  EXPECT_LT(H5Fcreate(m_path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access.Get()), 0);
-  EXPECT_NE(DescribeWithPlainHdf5(m_path), "refused");
-}
-
 TEST_F(Transactions, BelongToOneOpeningOfTheFile) {
   Session const session = Session::Create(m_path);
   Change(session, 0);
@@ -445,21 +366,6 @@ TEST_F(Transactions, BelongToOneOpeningOfTheFile) {
   EXPECT_LT(H5Fopen(m_path.c_str(), H5F_ACC_RDWR, access.Get()), 0);
   session.Commit();
   EXPECT_EQ(DescribeWithPlainHdf5(m_path), Describe(session.Id()));
-}
-
-TEST_F(Transactions, OfTwoReadersAreApart) {
-  {
-    Session const session = Session::Create(m_path);
-    Change(session, 0);
-    session.Commit();
-  }
-  auto first = std::make_unique<Session>(Session::Open(m_path, true));
-  Session const second = Session::Open(m_path, true);
-  std::string const seen = Describe(first->Id());
-  first.reset();
-
-  EXPECT_EQ(Describe(second.Id()), seen);
-  EXPECT_THROW(second.File().Commit(), FileError);
 }
 
 } // namespace
