@@ -219,6 +219,8 @@ TEST_F(WithH5py, FilesThatMakeNoSenseAreDamaged) {
            {false, "F['context_0/sets'].attrs['rows'] = 10**9"},
            {false, "F['context_0/numbers'][1] += 1"},
            {false, "del F['context_0/numbers']"},
+           {false, "S = F['context_0/distribution_3/drawer']; del S['data']; S.create_dataset('data', "
+                   "shape=(2**31 - 1,), dtype='f8', chunks=(2**20,), compression='gzip')"},
            {false,
             "G = h5py.File(F.filename + '2', 'w', userblock_size=512); F.copy('context_0', G)\n"
             "G.attrs.update(F.attrs); G.close(); import os; os.rename(F.filename + '2', F.filename)"}}) {

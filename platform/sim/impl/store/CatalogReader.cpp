@@ -195,8 +195,8 @@ void LoadDistributions(DatabaseFile& file, sim::Context& context, std::int64_t& 
 
 void LoadTypes(hid_t file, sim::Context& context) {
   std::string const path = context.Path() + "/types";
-  if (Checked(H5Lexists(file, path.c_str(), H5P_DEFAULT), "looking for " + path) == 0) return;
-  Hdf5Id const group = CheckedId(H5Gopen2(file, path.c_str(), H5P_DEFAULT), "opening " + path);
+  if (CheckedRead(H5Lexists(file, path.c_str(), H5P_DEFAULT), "looking for " + path) == 0) return;
+  Hdf5Id const group = CheckedReadId(H5Gopen2(file, path.c_str(), H5P_DEFAULT), "opening " + path);
   for (int k = 0; HasAttribute(group.Get(), std::to_string(k).c_str()); ++k)
     context.LoadType(ReadText(group.Get(), std::to_string(k).c_str()).c_str());
 }
@@ -234,7 +234,7 @@ void LoadCatalog(DatabaseFile& file,
   Guarded(file, [&] {
     try {
       for (auto const& [number, path] : NumberedLinks(file.Id(), "/", "context_")) {
-        Hdf5Id const group = CheckedId(H5Gopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+        Hdf5Id const group = CheckedReadId(H5Gopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
         std::vector<int> const space = ReadIntegers(group.Get(), "namespace");
         if (space.size() != 2) throw DamageFound{path + " has a namespace of other than two words"};
         LoadContext(file, create(number, ORXSimNamespaceID(space[0], space[1])));

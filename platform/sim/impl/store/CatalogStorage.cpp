@@ -114,7 +114,7 @@ void CatalogWriter::Move(std::string const& from, std::string const& to) {
 }
 
 void CatalogWriter::RemoveAttributes(std::string const& path, std::span<char const* const> names) {
-  Hdf5Id const object = CheckedId(H5Oopen(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  Hdf5Id const object = CheckedReadId(H5Oopen(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
   for (char const* const name : names) {
     if (!HasAttribute(object.Get(), name)) continue;
     m_reversals.emplace_back([this, path, name, former = ReadIntegers(object.Get(), name)] {
@@ -175,7 +175,7 @@ void CatalogWriter::SaveTypes() {
     CheckedId(H5Gcreate2(m_file.Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
               "creating " + path);
   }
-  Hdf5Id const group = CheckedId(H5Gopen2(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  Hdf5Id const group = CheckedReadId(H5Gopen2(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
   for (std::size_t k = saved; k < m_context->Types().size(); ++k) {
     std::string const name = std::to_string(k);
     m_reversals.emplace_back(

@@ -42,7 +42,7 @@ std::uint16_t CodeOf(FileError const& error) {
 }
 
 bool Exists(hid_t file, char const* path) {
-  return Checked(H5Lexists(file, path, H5P_DEFAULT), std::string("looking for ") + path) > 0;
+  return CheckedRead(H5Lexists(file, path, H5P_DEFAULT), std::string("looking for ") + path) > 0;
 }
 
 /// Raises DamageFound for groups inside of more than `depth` others: HDF5 goes down to the innermost one, and
@@ -52,10 +52,10 @@ void RequireShallow(hid_t file, std::string const& path, int depth) {
   for (auto const& name : NamesIn(file, path)) {
     std::string const inner = std::string(path).append("/").append(name);
     H5L_info_t link;
-    Checked(H5Lget_info(file, inner.c_str(), &link, H5P_DEFAULT), "looking at " + inner);
+    CheckedRead(H5Lget_info(file, inner.c_str(), &link, H5P_DEFAULT), "looking at " + inner);
     if (link.type != H5L_TYPE_HARD) continue;
-    Checked(H5Oget_info_by_name2(file, inner.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT),
-            "looking at " + inner);
+    CheckedRead(H5Oget_info_by_name2(file, inner.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT),
+                "looking at " + inner);
     if (info.type != H5O_TYPE_GROUP) continue;
     if (depth == 0) throw DamageFound{inner + " is a group inside of too many others"};
     RequireShallow(file, inner, depth - 1);
@@ -139,7 +139,7 @@ void DatabaseFile::MakeFormat() {
     Hdf5Id const creation(MakeFileCreation());
     m_hdf5->file = CheckedId(H5Fcreate(m_path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()),
                              "creating the file");
-    Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
+    Hdf5Id const root = CheckedReadId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
     WriteAttribute(root.Get(), "format", std::string(formatName));
     WriteAttribute(root.Get(), "format_version", formatVersion);
     m_version = formatVersion;
@@ -147,14 +147,14 @@ void DatabaseFile::MakeFormat() {
 }
 
 void DatabaseFile::CheckFormat() {
-  Hdf5Id const creation = CheckedId(H5Fget_create_plist(Id()), "reading the properties of the file");
+  Hdf5Id const creation = CheckedReadId(H5Fget_create_plist(Id()), "reading the properties of the file");
   hsize_t userBlock = 0;
-  Checked(H5Pget_userblock(creation.Get(), &userBlock), "reading the properties of the file");
+  CheckedRead(H5Pget_userblock(creation.Get(), &userBlock), "reading the properties of the file");
   // HDF5 1.10 leaves it out when it says where chunks are.
   if (userBlock != 0)
     throw DamageFound{"it begins with a user block of " + std::to_string(userBlock) +
                       " bytes, expected none"};
-  Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
+  Hdf5Id const root = CheckedReadId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
   if (!HasAttribute(root.Get(), "format") || ReadText(root.Get(), "format") != formatName)
     throw DamageFound{"it is an HDF5 file, but not a simulation database"};
   m_version = ReadInteger(root.Get(), "format_version");
@@ -177,10 +177,8 @@ void DatabaseFile::RaiseTranslated() const {
   } catch (Hdf5Failure const& failure) {
     if (m_bytes->LastFailure() != nullptr) RaiseFileFailure(m_bytes->LastFailure());
     if (failure.kind == Hdf5Failure::Kind::Memory) throw std::bad_alloc();
-    bool const isReading = failure.what.starts_with("reading") || failure.what.starts_with("opening") ||
-                           failure.what.starts_with("looking") || failure.what.starts_with("listing");
-    bool const isDamage = isReading || failure.kind == Hdf5Failure::Kind::Damage;
-    Raise(isDamage ? ORXSimException::damaged : ORXSimException::internalError,
+    Raise(failure.kind == Hdf5Failure::Kind::Damage ? ORXSimException::damaged
+                                                    : ORXSimException::internalError,
           m_path + ": " + failure.what + " failed: " + failure.cause + ".");
   }
   // An ORXSimException, or out of memory.
@@ -216,7 +214,7 @@ std::string DatabaseFile::TrashPath() {
 void DatabaseFile::RemovePendingGroupWhenEmpty() {
   H5G_info_t info;
   if (m_pending == m_pendingChecked || !Exists(Id(), pendingGroup)) return;
-  Checked(H5Gget_info_by_name(Id(), pendingGroup, &info, H5P_DEFAULT), "counting waiting objects");
+  CheckedRead(H5Gget_info_by_name(Id(), pendingGroup, &info, H5P_DEFAULT), "counting waiting objects");
   if (info.nlinks > 0) return;
   RemoveGroup(Id(), pendingGroup);
   m_pendingChecked = m_pending;
@@ -232,7 +230,7 @@ void DatabaseFile::EmptyCommittedTrash() noexcept {
 }
 
 void DatabaseFile::WriteVersion(int version) {
-  Hdf5Id const root = CheckedId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
+  Hdf5Id const root = CheckedReadId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
   WriteAttribute(root.Get(), "format_version", version);
   m_version = version;
 }

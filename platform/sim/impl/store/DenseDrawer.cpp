@@ -251,8 +251,8 @@ std::int64_t DenseDrawer::Dataset() {
   // What is not read directly is read by the chunk, so HDF5 should keep a few.
   Hdf5Id const access = AccessInsideFile(H5P_DATASET_ACCESS, m_path);
   constexpr std::size_t cacheBytes = 64 << 20;
-  Checked(H5Pset_chunk_cache(access.Get(), 12421, cacheBytes, 1.0), "opening " + m_path);
-  m_hdf5->dataset = CheckedId(H5Dopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
+  CheckedRead(H5Pset_chunk_cache(access.Get(), 12421, cacheBytes, 1.0), "opening " + m_path);
+  m_hdf5->dataset = CheckedReadId(H5Dopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
   return m_hdf5->dataset.Get();
 }
 
@@ -262,27 +262,28 @@ void DenseDrawer::ReleaseHandle() noexcept {
 
 void DenseDrawer::ReadShape() {
   std::int64_t const dataset = Dataset();
-  Hdf5Id const space = CheckedId(H5Dget_space(dataset), "reading the shape of " + m_path);
+  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset), "reading the shape of " + m_path);
   int const rank = H5Sget_simple_extent_ndims(space.Get());
   if (rank != m_rank)
     throw DamageFound{m_path + " has " + std::to_string(rank) + " dimensions, expected " +
                       std::to_string(m_rank)};
   std::vector<hsize_t> extents(static_cast<std::size_t>(rank));
-  Checked(H5Sget_simple_extent_dims(space.Get(), extents.data(), nullptr), "reading the shape of " + m_path);
+  CheckedRead(H5Sget_simple_extent_dims(space.Get(), extents.data(), nullptr),
+              "reading the shape of " + m_path);
   m_extents.clear();
   for (hsize_t const extent : extents) {
     if (extent > std::numeric_limits<int>::max()) throw DamageFound{m_path + " has an extent beyond 32 bits"};
     m_extents.push_back(static_cast<std::int64_t>(extent));
   }
-  Hdf5Id const type = CheckedId(H5Dget_type(dataset), "reading the type of " + m_path);
+  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset), "reading the type of " + m_path);
   H5T_class_t const kind = H5Tget_class(type.Get());
   if (kind != H5T_FLOAT && kind != H5T_INTEGER) throw DamageFound{m_path + " does not hold numbers"};
-  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of " + m_path);
+  Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of " + m_path);
   RequireOwnValues(creation.Get(), m_path);
-  Checked(H5Pget_fill_value(creation.Get(), H5T_NATIVE_DOUBLE, &m_fill),
-          "reading the fill value of " + m_path);
+  CheckedRead(H5Pget_fill_value(creation.Get(), H5T_NATIVE_DOUBLE, &m_fill),
+              "reading the fill value of " + m_path);
   H5D_alloc_time_t allocation = H5D_ALLOC_TIME_ERROR;
-  Checked(H5Pget_alloc_time(creation.Get(), &allocation), "reading the properties of " + m_path);
+  CheckedRead(H5Pget_alloc_time(creation.Get(), &allocation), "reading the properties of " + m_path);
   m_isExtendable = H5Pget_layout(creation.Get()) == H5D_CHUNKED && H5Pget_nfilters(creation.Get()) == 0 &&
                    allocation == H5D_ALLOC_TIME_EARLY;
 }
@@ -291,13 +292,14 @@ void DenseDrawer::LookUpPieces() {
   if (m_access != Access::Unknown) return;
   if (m_extents.empty()) ReadShape();
   std::int64_t const dataset = Dataset();
-  Hdf5Id const type = CheckedId(H5Dget_type(dataset), "reading the type of " + m_path);
-  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of " + m_path);
+  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset), "reading the type of " + m_path);
+  Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of " + m_path);
   H5D_layout_t const layout = H5Pget_layout(creation.Get());
   bool isDirect = H5Tequal(type.Get(), FileType(m_cell)) > 0 && H5Pget_nfilters(creation.Get()) == 0;
   if (isDirect && layout == H5D_CHUNKED) {
     std::vector<hsize_t> lengths(static_cast<std::size_t>(m_rank));
-    Checked(H5Pget_chunk(creation.Get(), m_rank, lengths.data()), "reading the chunk lengths of " + m_path);
+    CheckedRead(H5Pget_chunk(creation.Get(), m_rank, lengths.data()),
+                "reading the chunk lengths of " + m_path);
     m_pieceLengths.assign(lengths.begin(), lengths.end());
     isDirect = LookUpChunks(dataset);
     CheckSavedLayout(dataset);
@@ -326,9 +328,9 @@ bool DenseDrawer::LookUpContiguous(std::int64_t dataset) {
 /// False when a chunk has no space of its own.
 bool DenseDrawer::LookUpChunks(std::int64_t dataset) {
   std::int64_t const pieces = PieceCount();
-  Hdf5Id const space = CheckedId(H5Dget_space(dataset), "reading the shape of a drawer");
+  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset), "reading the shape of a drawer");
   hsize_t chunks = 0;
-  Checked(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks");
+  CheckedRead(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks");
   if (static_cast<std::int64_t>(chunks) != pieces) return false;
   m_places.assign(chunks, 0);
   ForEachPiece(AllCells(), [&](std::size_t index, Indices const&, Indices const&, Indices const& corner) {
@@ -344,7 +346,7 @@ std::uint64_t DenseDrawer::PlaceOfPiece(std::int64_t dataset, Indices const& cor
   std::uint32_t filters = 0;
   char nothing = 0;
   FileRange const place = m_file.Bytes().PlaceOfValues([&] {
-    Checked(H5Dread_chunk(dataset, H5P_DEFAULT, first.data(), &filters, &nothing), "looking a chunk up");
+    CheckedRead(H5Dread_chunk(dataset, H5P_DEFAULT, first.data(), &filters, &nothing), "looking a chunk up");
   });
   if (static_cast<std::int64_t>(place.bytes) != PieceBytes())
     throw DamageFound{m_path + " has a chunk of another length"};
@@ -382,7 +384,7 @@ std::uint64_t DenseDrawer::LayoutChecksum() const {
 namespace {
 std::uint64_t ObjectAddress(hid_t object) {
   H5O_info_t info;
-  Checked(H5Oget_info2(object, &info, H5O_INFO_BASIC), "looking an object up");
+  CheckedRead(H5Oget_info2(object, &info, H5O_INFO_BASIC), "looking an object up");
   return info.addr;
 }
 } // namespace
@@ -668,15 +670,16 @@ void DenseDrawer::ReadThroughHdf5(DrawerBox const& box, std::span<std::int64_t c
   auto const bufferShape = Extents(bufferCounts);
   std::string const what = "reading cells of " + m_path;
   std::int64_t const dataset = Dataset();
-  Hdf5Id const fileSpace = CheckedId(H5Dget_space(dataset), what);
-  Hdf5Id const bufferSpace = CheckedId(H5Screate_simple(m_rank, bufferShape.data(), nullptr), what);
-  Checked(H5Sselect_hyperslab(fileSpace.Get(), H5S_SELECT_SET, first.data(), nullptr, counts.data(), nullptr),
-          what);
-  Checked(H5Sselect_hyperslab(bufferSpace.Get(), H5S_SELECT_SET, bufferFirst.data(), nullptr, counts.data(),
-                              nullptr),
-          what);
-  Checked(H5Dread(dataset, MemoryType(m_cell), bufferSpace.Get(), fileSpace.Get(), H5P_DEFAULT, buffer),
-          what);
+  Hdf5Id const fileSpace = CheckedReadId(H5Dget_space(dataset), what);
+  Hdf5Id const bufferSpace = CheckedReadId(H5Screate_simple(m_rank, bufferShape.data(), nullptr), what);
+  CheckedRead(
+      H5Sselect_hyperslab(fileSpace.Get(), H5S_SELECT_SET, first.data(), nullptr, counts.data(), nullptr),
+      what);
+  CheckedRead(H5Sselect_hyperslab(bufferSpace.Get(), H5S_SELECT_SET, bufferFirst.data(), nullptr,
+                                  counts.data(), nullptr),
+              what);
+  CheckedRead(H5Dread(dataset, MemoryType(m_cell), bufferSpace.Get(), fileSpace.Get(), H5P_DEFAULT, buffer),
+              what);
 }
 
 // Extension

@@ -16,9 +16,9 @@ namespace {
 
 /// An object that has one path: counted twice, a small file could fill the memory.
 Hdf5Id OpenOwned(hid_t place, std::string const& name, std::string const& path) {
-  Hdf5Id object = CheckedId(H5Oopen(place, name.c_str(), H5P_DEFAULT), "opening " + path);
+  Hdf5Id object = CheckedReadId(H5Oopen(place, name.c_str(), H5P_DEFAULT), "opening " + path);
   H5O_info_t info;
-  Checked(H5Oget_info2(object.Get(), &info, H5O_INFO_BASIC), "looking at " + path);
+  CheckedRead(H5Oget_info2(object.Get(), &info, H5O_INFO_BASIC), "looking at " + path);
   if (info.rc != 1) throw DamageFound{path + " has " + std::to_string(info.rc) + " links, expected 1"};
   return object;
 }
@@ -26,13 +26,13 @@ Hdf5Id OpenOwned(hid_t place, std::string const& name, std::string const& path) 
 Hdf5Id OpenGroup(hid_t file, std::string const& path) { return OpenOwned(file, path, path); }
 
 bool LinkExists(hid_t place, std::string const& name) {
-  return Checked(H5Lexists(place, name.c_str(), H5P_DEFAULT), "looking for " + name) > 0;
+  return CheckedRead(H5Lexists(place, name.c_str(), H5P_DEFAULT), "looking for " + name) > 0;
 }
 
 /// Whether the elements of a dataset are in the file, one beside the other: what is compressed or left out
 /// may be larger than any memory.
 bool IsStoredWhole(DatabaseFile const& file, hid_t dataset, hid_t type, hssize_t count) {
-  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of labels");
+  Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of labels");
   std::uint64_t const stored = H5Dget_storage_size(dataset);
   return H5Pget_nfilters(creation.Get()) == 0 && H5Pget_external_count(creation.Get()) <= 0 &&
          stored <= file.Bytes().EndOfAllocation() &&
@@ -42,15 +42,15 @@ bool IsStoredWhole(DatabaseFile const& file, hid_t dataset, hid_t type, hssize_t
 std::vector<int> ReadLabels(DatabaseFile const& file, hid_t group, std::string const& path) {
   std::string const what = "reading the labels of " + path;
   Hdf5Id const dataset = OpenOwned(group, "labels", path + "/labels");
-  Hdf5Id const space = CheckedId(H5Dget_space(dataset.Get()), what);
-  Hdf5Id const type = CheckedId(H5Dget_type(dataset.Get()), what);
-  hssize_t const count = Checked(H5Sget_simple_extent_npoints(space.Get()), what);
+  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset.Get()), what);
+  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset.Get()), what);
+  hssize_t const count = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), what);
   if (H5Tget_class(type.Get()) != H5T_INTEGER || count > std::numeric_limits<int>::max() ||
       !IsStoredWhole(file, dataset.Get(), type.Get(), count))
     throw DamageFound{"the labels of " + path + " are not a list of integers"};
   std::vector<int> labels(static_cast<std::size_t>(count));
   if (count > 0)
-    Checked(H5Dread(dataset.Get(), H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, labels.data()), what);
+    CheckedRead(H5Dread(dataset.Get(), H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, labels.data()), what);
   if (HasAttribute(dataset.Get(), "checksum")) {
     auto const saved = ReadWords(dataset.Get(), "checksum");
     if (saved.size() != 1 || saved[0] != Checksum(labels.data(), labels.size() * sizeof(int), 1))
@@ -125,7 +125,7 @@ void LoadSerialization(hid_t object, sim::DistributionRecord const& record, sim:
 std::shared_ptr<sim::Drawer> LoadDrawer(DatabaseFile& file, sim::Context& context,
                                         sim::DistributionRecord const& record, std::string const& path) {
   auto drawer = std::make_shared<sim::Drawer>();
-  Hdf5Id const object = CheckedId(H5Oopen(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  Hdf5Id const object = CheckedReadId(H5Oopen(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
   drawer->sets = ReadIntegers(object.Get(), "sets");
   CheckRank(drawer->sets, "sets", path, record.grid.size());
   for (std::size_t dim = 0; dim < record.grid.size(); ++dim) {

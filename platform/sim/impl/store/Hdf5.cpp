@@ -106,31 +106,32 @@ void WriteValues(hid_t object, char const* name, hid_t fileType, hid_t memoryTyp
 
 [[noreturn]] void RaiseUnexpected(char const* name, char const* expected) {
   throw Hdf5Failure{.what = std::string("reading the attribute ") + name,
-                    .cause = std::string("it is not ") + expected};
+                    .cause = std::string("it is not ") + expected,
+                    .kind = Hdf5Failure::Kind::Damage};
 }
 
 Hdf5Id OpenAttribute(hid_t object, char const* name) {
-  return CheckedId(H5Aopen(object, name, H5P_DEFAULT), std::string("reading the attribute ") + name);
+  return CheckedReadId(H5Aopen(object, name, H5P_DEFAULT), std::string("reading the attribute ") + name);
 }
 
 template<class Value>
 std::vector<Value> ReadNumbers(hid_t object, char const* name, hid_t memoryType) {
   std::string const what = std::string("reading the attribute ") + name;
   Hdf5Id const attribute = OpenAttribute(object, name);
-  Hdf5Id const type = CheckedId(H5Aget_type(attribute.Get()), what);
+  Hdf5Id const type = CheckedReadId(H5Aget_type(attribute.Get()), what);
   if (H5Tget_class(type.Get()) != H5T_INTEGER) RaiseUnexpected(name, "of integers");
-  Hdf5Id const space = CheckedId(H5Aget_space(attribute.Get()), what);
-  hssize_t const count = Checked(H5Sget_simple_extent_npoints(space.Get()), what);
+  Hdf5Id const space = CheckedReadId(H5Aget_space(attribute.Get()), what);
+  hssize_t const count = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), what);
   if (static_cast<hsize_t>(count) > mostElements) RaiseUnexpected(name, "a short list");
   std::vector<Value> values(static_cast<std::size_t>(count));
-  if (count > 0) Checked(H5Aread(attribute.Get(), memoryType, values.data()), what);
+  if (count > 0) CheckedRead(H5Aread(attribute.Get(), memoryType, values.data()), what);
   return values;
 }
 
 /// Other programs write texts so.
 std::string ReadTextOfAnyLength(hid_t attribute, hid_t type, std::string const& what) {
   char* chars = nullptr;
-  Checked(H5Aread(attribute, type, static_cast<void*>(&chars)), what);
+  CheckedRead(H5Aread(attribute, type, static_cast<void*>(&chars)), what);
   std::string text = chars != nullptr ? chars : "";
   H5free_memory(chars);
   return text;
@@ -155,8 +156,8 @@ void WriteAttribute(hid_t object, char const* name, std::int64_t value) {
 }
 
 void WriteAttribute(hid_t object, char const* name, std::string const& text) {
-  Hdf5Id const type = CheckedId(H5Tcopy(H5T_C_S1), "copying a type");
-  Checked(H5Tset_size(type.Get(), text.size() + 1), "sizing a type");
+  Hdf5Id const type = CheckedReadId(H5Tcopy(H5T_C_S1), "copying a type");
+  CheckedRead(H5Tset_size(type.Get(), text.size() + 1), "sizing a type");
   WriteValues(object, name, type.Get(), type.Get(), {}, text.c_str());
 }
 
@@ -166,7 +167,7 @@ void WriteTableAttribute(hid_t object, char const* name, std::span<int const> va
 }
 
 bool HasAttribute(hid_t object, char const* name) {
-  return Checked(H5Aexists(object, name), std::string("looking for the attribute ") + name) > 0;
+  return CheckedRead(H5Aexists(object, name), std::string("looking for the attribute ") + name) > 0;
 }
 
 std::vector<int> ReadIntegers(hid_t object, char const* name) {
@@ -186,15 +187,15 @@ std::vector<std::uint64_t> ReadWords(hid_t object, char const* name) {
 std::string ReadText(hid_t object, char const* name) {
   std::string const what = std::string("reading the attribute ") + name;
   Hdf5Id const attribute = OpenAttribute(object, name);
-  Hdf5Id const type = CheckedId(H5Aget_type(attribute.Get()), what);
+  Hdf5Id const type = CheckedReadId(H5Aget_type(attribute.Get()), what);
   if (H5Tget_class(type.Get()) != H5T_STRING) RaiseUnexpected(name, "a text");
-  Hdf5Id const space = CheckedId(H5Aget_space(attribute.Get()), what);
+  Hdf5Id const space = CheckedReadId(H5Aget_space(attribute.Get()), what);
   if (H5Sget_simple_extent_npoints(space.Get()) != 1) RaiseUnexpected(name, "one text");
   if (H5Tis_variable_str(type.Get()) > 0) return ReadTextOfAnyLength(attribute.Get(), type.Get(), what);
   std::size_t const size = H5Tget_size(type.Get());
   if (size > mostElements) RaiseUnexpected(name, "a short text");
   std::string text(size, '\0');
-  Checked(H5Aread(attribute.Get(), type.Get(), text.data()), what);
+  CheckedRead(H5Aread(attribute.Get(), type.Get(), text.data()), what);
   text.resize(std::min(text.size(), text.find('\0')));
   return text;
 }
@@ -204,8 +205,8 @@ std::string ReadText(hid_t object, char const* name) {
 Hdf5Id AccessInsideFile(hid_t kind, std::string const& path) {
   auto const refuse = [](char const*, char const*, char const*, char const*, unsigned*, hid_t,
                          void*) -> herr_t { return -1; };
-  Hdf5Id access = CheckedId(H5Pcreate(kind), "opening " + path);
-  Checked(H5Pset_elink_cb(access.Get(), refuse, nullptr), "opening " + path);
+  Hdf5Id access = CheckedReadId(H5Pcreate(kind), "opening " + path);
+  CheckedRead(H5Pset_elink_cb(access.Get(), refuse, nullptr), "opening " + path);
   return access;
 }
 
@@ -216,7 +217,7 @@ void RequireOwnValues(hid_t creation, std::string const& path) {
 
 std::uint64_t MostStoredBytes(hid_t dataset, std::uint64_t fileBytes) {
   constexpr std::uint64_t bestCompression = 1 << 16; // deflate reaches 1032, others more with constant values
-  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of a dataset");
+  Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of a dataset");
   std::uint64_t const stored = std::min<std::uint64_t>(H5Dget_storage_size(dataset), fileBytes);
   return H5Pget_nfilters(creation.Get()) > 0 ? stored * bestCompression : stored;
 }

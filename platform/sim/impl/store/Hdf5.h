@@ -61,6 +61,12 @@ struct DamageFound {
 /// The failure of the last call. To be asked at once: any further call that succeeds forgets it.
 Hdf5Failure LastHdf5Failure(std::string const& what);
 
+/// A failure that is not a shortage of memory as one of the file.
+inline Hdf5Failure AsDamage(Hdf5Failure failure) {
+  if (failure.kind == Hdf5Failure::Kind::Other) failure.kind = Hdf5Failure::Kind::Damage;
+  return failure;
+}
+
 /// Passes a result on, or raises an Hdf5Failure when it is negative.
 template<class Result>
 Result Checked(Result result, std::string const& what) {
@@ -68,6 +74,13 @@ Result Checked(Result result, std::string const& what) {
   return result;
 }
 inline Hdf5Id CheckedId(hid_t id, std::string const& what) { return Hdf5Id(Checked(id, what)); }
+/// The same for calls that read what is in the file: what HDF5 cannot read is damaged.
+template<class Result>
+Result CheckedRead(Result result, std::string const& what) {
+  if (result < 0) throw AsDamage(LastHdf5Failure(what));
+  return result;
+}
+inline Hdf5Id CheckedReadId(hid_t id, std::string const& what) { return Hdf5Id(CheckedRead(id, what)); }
 
 /// A list that a callback fills. No exception passes through C, so a shortage of memory waits until HDF5 has
 /// returned.
@@ -87,7 +100,7 @@ public:
   }
   std::vector<Item> Take(herr_t result, std::string const& what) {
     if (m_isOutOfMemory) throw std::bad_alloc();
-    Checked(result, what);
+    CheckedRead(result, what);
     return std::move(m_items);
   }
 

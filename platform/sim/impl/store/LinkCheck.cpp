@@ -44,23 +44,24 @@ std::vector<Linked> LinkedObjects(hid_t file) {
 }
 
 void AddChunks(hid_t dataset, std::string const& path, std::vector<Extent>& extents) {
-  Hdf5Id const space = CheckedId(H5Dget_space(dataset), "reading the shape of " + path);
+  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset), "reading the shape of " + path);
   hsize_t chunks = 0;
-  Checked(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks of " + path);
+  CheckedRead(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks of " + path);
   for (hsize_t k = 0; k < chunks; ++k) {
     std::array<hsize_t, H5S_MAX_RANK> corner{};
     unsigned skippedFilters = 0;
     haddr_t place = HADDR_UNDEF;
     hsize_t bytes = 0;
-    Checked(H5Dget_chunk_info(dataset, space.Get(), k, corner.data(), &skippedFilters, &place, &bytes),
-            "looking a chunk up");
+    CheckedRead(H5Dget_chunk_info(dataset, space.Get(), k, corner.data(), &skippedFilters, &place, &bytes),
+                "looking a chunk up");
     extents.push_back({.first = place, .bytes = bytes, .owner = "the cells of " + path});
   }
 }
 
 void AddCells(hid_t file, std::string const& path, std::vector<Extent>& extents) {
-  Hdf5Id const dataset = CheckedId(H5Dopen2(file, path.c_str(), H5P_DEFAULT), "opening " + path);
-  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset.Get()), "reading the properties of " + path);
+  Hdf5Id const dataset = CheckedReadId(H5Dopen2(file, path.c_str(), H5P_DEFAULT), "opening " + path);
+  Hdf5Id const creation =
+      CheckedReadId(H5Dget_create_plist(dataset.Get()), "reading the properties of " + path);
   if (H5Pget_layout(creation.Get()) == H5D_CHUNKED) return AddChunks(dataset.Get(), path, extents);
   haddr_t const place = H5Dget_offset(dataset.Get());
   if (place != HADDR_UNDEF)

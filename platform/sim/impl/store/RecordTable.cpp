@@ -23,7 +23,7 @@ Hdf5Id RowType(RecordTable::Columns columns) {
 int Width(RecordTable::Columns columns) { return columns.empty() ? 1 : static_cast<int>(columns.size()); }
 
 bool IsExternal(hid_t dataset) {
-  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset), "reading the properties of a table");
+  Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of a table");
   return H5Pget_layout(creation.Get()) != H5D_CONTIGUOUS || H5Pget_external_count(creation.Get()) != 0;
 }
 
@@ -61,15 +61,15 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
 }
 
 std::optional<RecordTable> RecordTable::Open(DatabaseFile& file, std::string const& path, Columns columns) {
-  if (Checked(H5Lexists(file.Id(), path.c_str(), H5P_DEFAULT), "looking for " + path) == 0) return {};
+  if (CheckedRead(H5Lexists(file.Id(), path.c_str(), H5P_DEFAULT), "looking for " + path) == 0) return {};
   RecordTable table(file, path, Width(columns));
-  Hdf5Id const dataset = CheckedId(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
-  Hdf5Id const type = CheckedId(H5Dget_type(dataset.Get()), "reading the type of " + path);
-  Hdf5Id const space = CheckedId(H5Dget_space(dataset.Get()), "reading the shape of " + path);
-  if (Checked(H5Tequal(type.Get(), RowType(columns).Get()), "reading the type of " + path) == 0 ||
+  Hdf5Id const dataset = CheckedReadId(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset.Get()), "reading the type of " + path);
+  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset.Get()), "reading the shape of " + path);
+  if (CheckedRead(H5Tequal(type.Get(), RowType(columns).Get()), "reading the type of " + path) == 0 ||
       H5Sget_simple_extent_ndims(space.Get()) != 1 || IsExternal(dataset.Get()))
     throw DamageFound{path + " is not a table as it was written"};
-  table.m_room = Checked(H5Sget_simple_extent_npoints(space.Get()), "reading the shape of " + path);
+  table.m_room = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), "reading the shape of " + path);
   table.m_rows = RowsAttribute(dataset.Get(), path);
   table.m_place = H5Dget_offset(dataset.Get());
   std::uint64_t const end = file.Bytes().EndOfAllocation();
@@ -106,8 +106,9 @@ void RecordTable::Overwrite(std::int64_t first, std::span<int const> rows) {
 void RecordTable::CutTo(std::int64_t rows) { SetRows(rows); }
 
 void RecordTable::SetRows(std::int64_t rows) {
-  Hdf5Id const dataset = CheckedId(H5Dopen2(m_file->Id(), m_path.c_str(), H5P_DEFAULT), "opening " + m_path);
-  Hdf5Id const attribute = CheckedId(H5Aopen(dataset.Get(), "rows", H5P_DEFAULT), "opening " + m_path);
+  Hdf5Id const dataset =
+      CheckedReadId(H5Dopen2(m_file->Id(), m_path.c_str(), H5P_DEFAULT), "opening " + m_path);
+  Hdf5Id const attribute = CheckedReadId(H5Aopen(dataset.Get(), "rows", H5P_DEFAULT), "opening " + m_path);
   Checked(H5Awrite(attribute.Get(), H5T_NATIVE_INT64, &rows), "writing the attribute rows");
   m_rows = rows;
 }

@@ -53,14 +53,14 @@ void RequireStored(DatabaseFile const& file, hid_t dataset, std::int64_t bytes, 
 Hdf5Id OpenArray(DatabaseFile const& file, hid_t group, char const* name, std::int64_t& count) {
   std::string const what = std::string("reading the sparse array ") + name;
   Hdf5Id const access = AccessInsideFile(H5P_DATASET_ACCESS, name);
-  Hdf5Id dataset = CheckedId(H5Dopen2(group, name, access.Get()), what);
-  Hdf5Id const creation = CheckedId(H5Dget_create_plist(dataset.Get()), what);
+  Hdf5Id dataset = CheckedReadId(H5Dopen2(group, name, access.Get()), what);
+  Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset.Get()), what);
   RequireOwnValues(creation.Get(), std::string("the sparse array ") + name);
-  Hdf5Id const space = CheckedId(H5Dget_space(dataset.Get()), what);
+  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset.Get()), what);
   if (H5Sget_simple_extent_ndims(space.Get()) != 1)
     throw DamageFound{std::string("the sparse array ") + name + " has not one dimension"};
-  count = Checked(H5Sget_simple_extent_npoints(space.Get()), what);
-  Hdf5Id const type = CheckedId(H5Dget_type(dataset.Get()), what);
+  count = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), what);
+  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset.Get()), what);
   H5T_class_t const kind = H5Tget_class(type.Get());
   if (kind != H5T_FLOAT && kind != H5T_INTEGER)
     throw DamageFound{std::string("the sparse array ") + name + " does not hold numbers"};
@@ -81,8 +81,8 @@ void ReadArray(DatabaseFile const& file, hid_t group, char const* name, Value* v
     throw DamageFound{std::string("the sparse array ") + name + " has " + std::to_string(count) +
                       " elements, expected " + std::to_string(expected)};
   if (count > 0)
-    Checked(H5Dread(dataset.Get(), MemoryType<Value>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, values),
-            std::string("reading the sparse array ") + name);
+    CheckedRead(H5Dread(dataset.Get(), MemoryType<Value>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, values),
+                std::string("reading the sparse array ") + name);
   if (!HasAttribute(dataset.Get(), "checksum")) return;
   auto const saved = ReadWords(dataset.Get(), "checksum");
   if (saved.size() != 1 || saved[0] != ChecksumOf(values, count))
@@ -162,7 +162,8 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Open(DatabaseFile& file, std::string
   Guarded(file, [&] {
     hid_t const group = drawer->Group();
     OpenArray(file, group, "data", drawer->m_entries);
-    drawer->m_hasDiagonal = Checked(H5Lexists(group, "diagonal", H5P_DEFAULT), "looking for a diagonal") > 0;
+    drawer->m_hasDiagonal =
+        CheckedRead(H5Lexists(group, "diagonal", H5P_DEFAULT), "looking for a diagonal") > 0;
     drawer->ReleaseHandle();
   });
   return drawer;
@@ -171,7 +172,7 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Open(DatabaseFile& file, std::string
 std::int64_t SparseDrawer::Group() {
   if (m_hdf5->group.IsValid()) return m_hdf5->group.Get();
   Hdf5Id const access = AccessInsideFile(H5P_GROUP_ACCESS, m_path);
-  m_hdf5->group = CheckedId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
+  m_hdf5->group = CheckedReadId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
   return m_hdf5->group.Get();
 }
 
