@@ -225,7 +225,7 @@ TEST(DecimalText, RoundsAtHalfwayPointsToEven) {
     std::string above = text;
     above[end - 1] = '1'; // 780 digits are more than any halfway point has
     std::string farAbove = text;
-    farAbove.insert(end, std::string(500, '0') + "1");
+    farAbove.insert(end, std::string(500, '0').append("1"));
     std::string const below = LastDigitLowered(text);
 
     EXPECT_EQ(ReadsDouble(text), DoubleIs(isEven ? value : next, text.size())) << text;
