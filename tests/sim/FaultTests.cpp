@@ -32,19 +32,19 @@ struct FailingAllocation {
 
 } // namespace
 
-void* operator new(std::size_t bytes) { return FailingAllocation::Allocate(bytes); }
-void* operator new[](std::size_t bytes) { return FailingAllocation::Allocate(bytes); }
-void* operator new(std::size_t bytes, std::nothrow_t const&) noexcept {
+// Not inlined: g++ 12 takes what is left of a pair, such as new and free, for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t bytes) { return FailingAllocation::Allocate(bytes); }
+[[gnu::noinline]] void* operator new[](std::size_t bytes) { return FailingAllocation::Allocate(bytes); }
+[[gnu::noinline]] void* operator new(std::size_t bytes, std::nothrow_t const&) noexcept {
   try {
     return FailingAllocation::Allocate(bytes);
   } catch (std::bad_alloc const&) {
     return nullptr;
   }
 }
-void* operator new[](std::size_t bytes, std::nothrow_t const& tag) noexcept {
+[[gnu::noinline]] void* operator new[](std::size_t bytes, std::nothrow_t const& tag) noexcept {
   return operator new(bytes, tag);
 }
-// Not inlined: g++ 12 would take the new of a test and this free for a mismatch.
 [[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
 [[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
