@@ -4,7 +4,7 @@ add_library(orx_build_flags INTERFACE)
 target_compile_features(orx_build_flags INTERFACE cxx_std_20)
 target_compile_options(orx_build_flags INTERFACE
   "$<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Wpedantic;-Wshadow;-Wconversion;-Wno-sign-conversion;-Wcast-qual;-Werror>"
-  "$<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast;-Wnon-virtual-dtor;-Woverloaded-virtual>"
+  "$<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast;-Wnon-virtual-dtor;-Woverloaded-virtual;-Wzero-as-null-pointer-constant;-Wredundant-decls>"
   "$<$<COMPILE_LANGUAGE:Fortran>:-Wall;-Wextra;-Werror>"
   # Results are the same bits on every instruction set: no fused multiply-add unless a source asks for it.
   -ffp-contract=off
