@@ -1,7 +1,7 @@
 #include "bench/Claims.h"
-#include "bench/Hdf5Peer.h"
 #include "bench/Process.h"
 #include "bench/Python.h"
+#include "bench/peers/Hdf5Peer.h"
 
 #include "core/ORXUnicodeString.h"
 #include "mtx/ORXSrvUtilities.h"

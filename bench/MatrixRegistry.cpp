@@ -1,6 +1,6 @@
 #include "bench/Claims.h"
-#include "bench/Hdf5Peer.h"
 #include "bench/Process.h"
+#include "bench/peers/Hdf5Peer.h"
 
 #include "mtx/ORXSrvMatrixContainer.h"
 

@@ -3,6 +3,7 @@
 #include "core/cow_List.h"
 #include "core/mem_Allocator.h"
 #include "core/orx_export.h"
+#include "mtx/ORXSrvSparseMatrixEntry.h"
 #include "sim/ORXSimIdentifiers.h"
 
 #include <cstdint>
@@ -18,13 +19,6 @@ struct CompressedRows;
 struct SparseContent;
 struct SparseView;
 } // namespace orx
-
-/// One entry of a sparse matrix; indices are zero-based.
-struct ORXSrvSparseMatrixEntry {
-  std::uint32_t row;
-  std::uint32_t column;
-  double value;
-};
 
 /// A real sparse matrix in compressed rows.
 ///

@@ -1,14 +1,14 @@
 // orxmtx: what is in a matrix file or a database file, conversion and comparison of matrix files, and the
 // natural frequencies of a pair of matrices.
 
-#include "tools/Compare.h"
-#include "tools/Convert.h"
-#include "tools/Database.h"
-#include "tools/Info.h"
-#include "tools/Modes.h"
-#include "tools/OutputFile.h"
-#include "tools/Spy.h"
-#include "tools/ToolError.h"
+#include "tools/commands/Compare.h"
+#include "tools/commands/Convert.h"
+#include "tools/commands/Database.h"
+#include "tools/commands/Info.h"
+#include "tools/commands/Modes.h"
+#include "tools/commands/Spy.h"
+#include "tools/formats/OutputFile.h"
+#include "tools/terminal/ToolError.h"
 
 #include "core/ORXBasException.h"
 #include "core/mem_Allocator.h"

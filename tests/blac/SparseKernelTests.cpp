@@ -1,7 +1,7 @@
 #include "BlacSupport.h"
 #include "blac/BLAC.h"
-#include "blac/impl/PackedSweeps.h"
-#include "blac/impl/SparseSweeps.h"
+#include "blac/sparse/PackedSweeps.h"
+#include "blac/sparse/SparseSweeps.h"
 
 #include <algorithm>
 #include <bit>

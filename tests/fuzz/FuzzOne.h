@@ -1,7 +1,7 @@
 #pragma once
 
 #include "mtx/ORXSrvMtxOpenFileException.h"
-#include "mtx/impl/SparseContent.h"
+#include "mtx/impl/exchange/SparseContent.h"
 
 #include <algorithm>
 #include <cstdint>

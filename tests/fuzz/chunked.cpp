@@ -1,4 +1,4 @@
-#include "mtx/impl/SparseBlocks.h"
+#include "mtx/impl/exchange/SparseBlocks.h"
 #include "tests/fuzz/FuzzOne.h"
 
 using namespace orx;

@@ -1,4 +1,4 @@
-#include "mtx/impl/DenseBinary.h"
+#include "mtx/impl/exchange/DenseBinary.h"
 #include "tests/fuzz/FuzzOne.h"
 
 using namespace orx;

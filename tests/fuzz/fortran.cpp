@@ -1,4 +1,4 @@
-#include "mtx/impl/FortranRecords.h"
+#include "mtx/impl/exchange/FortranRecords.h"
 #include "tests/fuzz/FuzzOne.h"
 
 using namespace orx;

@@ -1,4 +1,4 @@
-#include "mtx/impl/TextTriplets.h"
+#include "mtx/impl/exchange/TextTriplets.h"
 #include "tests/fuzz/FuzzOne.h"
 
 using namespace orx;

@@ -29,28 +29,35 @@ function exists(path,    line, found) {
   close(path)
   return found
 }
-function check(file, line, included,    target, unit, other) {
+function check(file, line, included,    target, unit, other, owner) {
   folder = file; sub(/[^\/]*$/, "", folder)
   target = exists(included) ? included : exists("platform/" included) ? "platform/" included : folder included
   unit = unit_for(file); other = unit_for(target)
-  if (other == "") return fail(file ":" line ": " included " belongs to no unit of docs/architecture.md")
-  if (index(allowed[unit], " " other " ") || index(allowed[unit], " all ")) return
-  if (index(allowed[unit], " public ") && target !~ /\/impl\//) return
+  if (other == "") return fail(file ":" line ": " included " belongs to no room of docs/architecture.md")
+  if (index(allowed[unit], " all ")) return
+  owner = target
+  if (sub(/\/impl\/.*/, "/", owner) && index(file, owner) != 1 && unit != "module")
+    return fail(file ":" line ": " included " is private to " owner)
+  if (index(allowed[unit], " " other " ")) return
+  if (index(allowed[unit], " public ") && target ~ /^(platform\/core|platform\/sim|blac|mtx|module)\/[^\/]+$/) return
   fail(file ":" line ": " unit " may not include " included " of " other)
 }
 function check_foreign(file, line, header) {
+  if (exists(header) || exists("platform/" header)) fail(file ":" line ": " header " is ours, and included with quotes")
   if (header == "blis.h" && file !~ /^blac\/impl\//) fail(file ":" line ": only blac/impl/ includes blis.h")
-  if (header == "hdf5.h" && file !~ /^platform\/sim\/impl\/store\/|^tests\/sim\/|^bench\/Hdf5Peer/)
+  if (header == "hdf5.h" && file !~ /^platform\/sim\/impl\/store\/|^tests\/sim\/|^bench\/peers\/Hdf5Peer/)
     fail(file ":" line ": only platform/sim/impl/store/ includes hdf5.h")
   if (header == "png.h" && file !~ /^(tests\/)?tools?\//) fail(file ":" line ": only tools/ includes png.h")
   if (header ~ /^CLI\// && file !~ /^tools\//) fail(file ":" line ": only tools/ includes CLI")
 }
 FILENAME == "-" {
   file = $0; ++files
-  if (unit_for(file) == "") fail(file " belongs to no unit of docs/architecture.md")
+  if (unit_for(file) == "") fail(file " belongs to no room of docs/architecture.md")
   for (line = 1; (getline text < file) > 0; ++line) {
+    if (text !~ /^[ \t]*#[ \t]*(include|import)/) continue
     if (match(text, /^#include "[^"]+"/)) check(file, line, substr(text, 11, RLENGTH - 11))
-    if (match(text, /^#include <[^>]+>/)) check_foreign(file, line, substr(text, 11, RLENGTH - 11))
+    else if (match(text, /^#include <[^>]+>/)) check_foreign(file, line, substr(text, 11, RLENGTH - 11))
+    else fail(file ":" line ": an include is written as #include \"...\" or #include <...>")
   }
   close(file)
 }

@@ -1,7 +1,7 @@
 #include "MatrixSupport.h"
 #include "SparseSupport.h"
-#include "mtx/impl/DenseBinary.h"
-#include "mtx/impl/SparseBlocks.h"
+#include "mtx/impl/exchange/DenseBinary.h"
+#include "mtx/impl/exchange/SparseBlocks.h"
 #include "tests/support/FileBytes.h"
 #include "tests/support/TemporaryFolder.h"
 

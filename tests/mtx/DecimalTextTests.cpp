@@ -1,4 +1,4 @@
-#include "mtx/impl/DecimalText.h"
+#include "mtx/impl/exchange/DecimalText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "tests/mtx/DenseSupport.h"
 
-#include "sim/impl/store/PositionedFile.h"
+#include "file/PositionedFile.h"
 
 #include <gtest/gtest.h>
 
@@ -159,14 +159,14 @@ protected:
 class FailingWrites {
 public:
   explicit FailingWrites(std::uint16_t code) {
-    orx::store::SetFaultHook([code](orx::store::FileStep const& step) -> int {
-      if (step.kind == orx::store::FileStep::Kind::Write) throw ORXSimException(code, "on purpose");
+    orx::file::SetFaultHook([code](orx::file::FileStep const& step) -> int {
+      if (step.kind == orx::file::FileStep::Kind::Write) throw ORXSimException(code, "on purpose");
       return 0;
     });
   }
   FailingWrites(FailingWrites const&) = delete;
   FailingWrites& operator=(FailingWrites const&) = delete;
-  ~FailingWrites() { orx::store::SetFaultHook(nullptr); }
+  ~FailingWrites() { orx::file::SetFaultHook(nullptr); }
 };
 
 TEST_F(DenseValues, AWriteThatFailsIsReportedWhateverFailed) {

@@ -1,7 +1,7 @@
 #include "tests/mtx/DenseSupport.h"
 
 #include "mtx/ORXSrvProgress.h"
-#include "mtx/impl/ProductTiles.h"
+#include "mtx/impl/blocks/ProductTiles.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include "mtx/ORXSrvMtxOpenFileException.h"
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 #include "mtx/ORXSrvSparseMatrix.h"
-#include "mtx/impl/ORXSrvMtxErrors.h"
+#include "mtx/impl/matrix/ORXSrvMtxErrors.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "MatrixSupport.h"
 #include "SparseSupport.h"
-#include "mtx/impl/TripletCollector.h"
+#include "mtx/impl/exchange/TripletCollector.h"
 #include "tests/support/Shortage.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "DenseSupport.h"
 #include "SparseOracle.h"
-#include "blac/impl/RowPatterns.h"
+#include "blac/sparse/RowPatterns.h"
 
 #include <bit>
 #include <functional>

@@ -2,7 +2,7 @@
 
 #include "core/mem_Allocator.h"
 #include "mtx/ORXSrvSparseMatrix.h"
-#include "mtx/impl/SparseContent.h"
+#include "mtx/impl/exchange/SparseContent.h"
 
 #include <algorithm>
 #include <cstring>

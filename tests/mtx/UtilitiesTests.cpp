@@ -1,7 +1,7 @@
 #include "mtx/ORXSrvUtilities.h"
 
 #include "core/mem_Allocator.h"
-#include "mtx/impl/ORXSrvUtilitiesChunks.h"
+#include "mtx/impl/blocks/ORXSrvUtilitiesChunks.h"
 #include "sim/ORXSimCSet.h"
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"

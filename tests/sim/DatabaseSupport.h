@@ -1,6 +1,6 @@
 #pragma once
 
-#include "store/StoreSupport.h"
+#include "tests/file/FileSupport.h"
 
 #include "core/ORXUnicodeString.h"
 #include "sim/ORXSimCSet.h"

@@ -1,6 +1,6 @@
 #include "DatabaseSupport.h"
 
-#include "sim/impl/store/PositionedFile.h"
+#include "file/PositionedFile.h"
 
 #include <cerrno>
 #include <csignal>
@@ -13,7 +13,7 @@
 
 namespace {
 
-using orx::store::FileStep;
+using orx::file::FileStep;
 
 class DatabaseFiles : public testing::Test {
 protected:
@@ -183,13 +183,13 @@ TEST_F(DatabaseFiles, WriteNothingWhileACommitWaitsForItsDisk) {
   ORXSimTransaction transaction(field.context);
   ORXSimDistributionID const later = CreateField(ORXSimContext(field.context), {3});
   CreateDrawer(later, {}, 7.0);
-  orx::store::SetFaultHook([](FileStep const& step) {
+  orx::file::SetFaultHook([](FileStep const& step) {
     bool const isInPlace = step.kind == FileStep::Kind::Write && step.offset == 8;
     return isInPlace ? EIO : 0;
   });
   EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), 0);
   EXPECT_EQ(CodeOf([&] { WriteCells(field, sevens); }), ORXSimException::writeFailed);
-  orx::store::SetFaultHook(nullptr);
+  orx::file::SetFaultHook(nullptr);
   EXPECT_EQ(CellsOf(field), threes);
   WriteCells(field, sevens);
   EXPECT_EQ(CodeOf([&] { database.Close(); }), 0);

@@ -1,6 +1,6 @@
 #include "ToolSupport.h"
 
-#include "tools/Compare.h"
+#include "tools/commands/Compare.h"
 
 #include <limits>
 

@@ -1,8 +1,8 @@
 #include "ToolSupport.h"
 
-#include "tools/Compare.h"
-#include "tools/Convert.h"
-#include "tools/OutputFile.h"
+#include "tools/commands/Compare.h"
+#include "tools/commands/Convert.h"
+#include "tools/formats/OutputFile.h"
 
 #include <fcntl.h>
 #include <map>

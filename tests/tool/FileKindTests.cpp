@@ -1,6 +1,6 @@
 #include "ToolSupport.h"
 
-#include "tools/FileKind.h"
+#include "tools/formats/FileKind.h"
 
 #include <sys/stat.h>
 

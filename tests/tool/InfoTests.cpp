@@ -1,6 +1,6 @@
 #include "ToolSupport.h"
 
-#include "tools/Info.h"
+#include "tools/commands/Info.h"
 
 #include <limits>
 

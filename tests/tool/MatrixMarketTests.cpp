@@ -1,6 +1,6 @@
 #include "ToolSupport.h"
 
-#include "tools/MatrixMarket.h"
+#include "tools/formats/MatrixMarket.h"
 
 #include <bit>
 #include <limits>

@@ -1,7 +1,7 @@
 #include "ToolSupport.h"
 
-#include "tools/Memory.h"
-#include "tools/Progress.h"
+#include "tools/terminal/Memory.h"
+#include "tools/terminal/Progress.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "ToolSupport.h"
 
-#include "tools/ModalProblem.h"
+#include "tools/numerics/ModalProblem.h"
 
 #include <cmath>
 #include <numbers>

@@ -1,7 +1,7 @@
 #include "ToolSupport.h"
 
-#include "tools/Picture.h"
-#include "tools/Spy.h"
+#include "tools/commands/Spy.h"
+#include "tools/formats/Picture.h"
 
 #include <png.h>
 

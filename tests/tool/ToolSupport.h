@@ -2,10 +2,10 @@
 
 #include "tests/support/FileBytes.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tools/MatrixFile.h"
-#include "tools/Symmetry.h"
-#include "tools/Text.h"
-#include "tools/ToolError.h"
+#include "tools/formats/MatrixFile.h"
+#include "tools/numerics/Symmetry.h"
+#include "tools/terminal/Text.h"
+#include "tools/terminal/ToolError.h"
 
 #include <gtest/gtest.h>
 

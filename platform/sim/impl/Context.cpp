@@ -1,8 +1,8 @@
 #include "sim/impl/Context.h"
 
 #include "sim/ORXSimException.h"
+#include "sim/impl/CatalogStorage.h"
 #include "sim/impl/OpenDatabase.h"
-#include "sim/impl/store/CatalogStorage.h"
 #include "sim/impl/store/DenseDrawer.h"
 #include "sim/impl/store/SparseDrawer.h"
 

@@ -83,7 +83,7 @@ public:
   /// Temporary distributions lose their drawers. No transaction is open.
   void DropTemporaries() noexcept;
 
-  // Saving and loading: see store/CatalogStorage.h
+  // Saving and loading: see CatalogStorage.h
 
   struct Unsaved {
     bool isContext = true; ///< the context itself

@@ -1,7 +1,7 @@
 #include "sim/impl/OpenDatabase.h"
 
 #include "sim/ORXSimException.h"
-#include "sim/impl/store/CatalogStorage.h"
+#include "sim/impl/CatalogStorage.h"
 
 #include <algorithm>
 #include <unordered_map>

@@ -1,12 +1,12 @@
 #include "sim/impl/store/DatabaseFile.h"
 
+#include "file/ScratchFiles.h"
+#include "file/TransactionalFile.h"
 #include "sim/ORXSimException.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/Hdf5.h"
 #include "sim/impl/store/Hdf5Driver.h"
 #include "sim/impl/store/LinkCheck.h"
-#include "sim/impl/store/ScratchFiles.h"
-#include "sim/impl/store/TransactionalFile.h"
 
 #include <cerrno>
 #include <exception>
@@ -20,11 +20,11 @@ constexpr char formatName[] = "orx simulation database";
 constexpr char trashGroup[] = "/trash";
 constexpr char pendingGroup[] = "/pending";
 
-std::uint16_t CodeOf(FileError const& error) {
+std::uint16_t CodeOf(file::FileError const& error) {
   int const reason = error.Error();
-  if (error.Kind() == FileError::Access::Write) return ORXSimException::writeFailed;
+  if (error.Kind() == file::FileError::Access::Write) return ORXSimException::writeFailed;
   if (reason == EUCLEAN) return ORXSimException::damaged;
-  if (error.Kind() == FileError::Access::Read) return ORXSimException::readFailed;
+  if (error.Kind() == file::FileError::Access::Read) return ORXSimException::readFailed;
   return reason == EWOULDBLOCK || reason == EBUSY ? ORXSimException::fileInUse : ORXSimException::notOpened;
 }
 
@@ -36,7 +36,7 @@ std::uint16_t CodeOf(FileError const& error) {
 [[noreturn]] void RaiseFileFailure(std::exception_ptr const& failure) {
   try {
     std::rethrow_exception(failure);
-  } catch (FileError const& error) {
+  } catch (file::FileError const& error) {
     Raise(CodeOf(error), error.what());
   }
 }
@@ -90,12 +90,12 @@ DatabaseFile::~DatabaseFile() {
 
 std::unique_ptr<DatabaseFile> DatabaseFile::Create(std::string const& path, bool isScratch,
                                                    bool replacesExisting) {
-  if (isScratch) SweepFolderOf(path);
+  if (isScratch) file::SweepFolderOf(path);
   std::unique_ptr<DatabaseFile> file(new DatabaseFile(path, false, isScratch));
-  Guarded(*file, [&] { file->m_bytes = TransactionalFile::Create(path, isScratch, replacesExisting); });
+  Guarded(*file, [&] { file->m_bytes = file::TransactionalFile::Create(path, isScratch, replacesExisting); });
   try {
     file->MakeFormat();
-    if (isScratch) Guarded(*file, [&] { MarkAsScratch(file->m_bytes->File()); });
+    if (isScratch) Guarded(*file, [&] { file::MarkAsScratch(file->m_bytes->File()); });
     file->Commit();
   } catch (...) {
     if (isScratch) file->Unlink(); // it was never a database
@@ -107,7 +107,7 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Create(std::string const& path, bool
 std::unique_ptr<DatabaseFile> DatabaseFile::Open(std::string const& path, bool readOnly) {
   std::unique_ptr<DatabaseFile> file(new DatabaseFile(path, readOnly, false));
   Guarded(*file, [&] {
-    file->m_bytes = TransactionalFile::Open(path, readOnly);
+    file->m_bytes = file::TransactionalFile::Open(path, readOnly);
     Hdf5Id const access(MakeFileAccess(*file->m_bytes));
     unsigned const mode = readOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
     hid_t const id = H5Fopen(path.c_str(), mode, access.Get());
@@ -170,7 +170,7 @@ void DatabaseFile::ForgetFailure() const noexcept {
 void DatabaseFile::RaiseTranslated() const {
   try {
     throw;
-  } catch (FileError const&) {
+  } catch (file::FileError const&) {
     RaiseFileFailure(std::current_exception());
   } catch (DamageFound const& damage) {
     Raise(ORXSimException::damaged, "Reading " + m_path + " failed: " + damage.text + ".");

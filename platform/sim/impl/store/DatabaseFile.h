@@ -4,9 +4,11 @@
 #include <memory>
 #include <string>
 
-namespace orx::store {
-
+namespace orx::file {
 class TransactionalFile;
+}
+
+namespace orx::store {
 
 /// Of the files that are written. Those of version 1 are read, and rewritten at their first change.
 constexpr int formatVersion = 2;
@@ -32,7 +34,7 @@ public:
   std::int64_t Id() const noexcept;
   /// Of its format: 1, or formatVersion.
   int Version() const noexcept { return m_version; }
-  TransactionalFile& Bytes() const noexcept { return *m_bytes; }
+  file::TransactionalFile& Bytes() const noexcept { return *m_bytes; }
 
   /// Inside a catch clause: raises what was caught as an ORXSimException. See Guarded.h.
   [[noreturn]] void RaiseTranslated() const;
@@ -86,7 +88,7 @@ private:
   int m_trashed = 0;               ///< number of the next object in the trash
   int m_pending = 0;               ///< number of the next object that waits for a commit
   int m_pendingChecked = 0;        ///< the same when their group was last removed
-  std::unique_ptr<TransactionalFile> m_bytes;
+  std::unique_ptr<file::TransactionalFile> m_bytes;
   std::unique_ptr<Hdf5> m_hdf5;
 };
 

@@ -1,9 +1,9 @@
 #include "sim/impl/store/DenseDrawer.h"
 
+#include "file/Checksum.h"
+#include "file/TransactionalFile.h"
 #include "sim/ORXSimException.h"
-#include "sim/impl/store/Checksum.h"
 #include "sim/impl/store/Guarded.h"
-#include "sim/impl/store/TransactionalFile.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,7 +20,7 @@ constexpr std::int64_t uncutPiece = 64 << 10;     // so small a chunk keeps its 
 constexpr std::int64_t largestWholePiece = 64 << 20;
 constexpr std::int64_t largestDrawer = std::int64_t{1} << 60;
 constexpr std::int64_t largestPiece = std::int64_t{2} << 30; // HDF5 refuses 4 GiB
-constexpr auto pageBytes = std::int64_t{PageOverlay::pageBytes};
+constexpr auto pageBytes = std::int64_t{file::PageOverlay::pageBytes};
 constexpr std::int64_t metadataAllowance = 64 << 10;
 constexpr std::int64_t largestNumber = std::numeric_limits<std::int64_t>::max();
 
@@ -345,7 +345,7 @@ std::uint64_t DenseDrawer::PlaceOfPiece(std::int64_t dataset, Indices const& cor
   std::vector<hsize_t> const first(corner.begin(), corner.begin() + m_rank);
   std::uint32_t filters = 0;
   char nothing = 0;
-  FileRange const place = m_file.Bytes().PlaceOfValues([&] {
+  file::FileRange const place = m_file.Bytes().PlaceOfValues([&] {
     CheckedRead(H5Dread_chunk(dataset, H5P_DEFAULT, first.data(), &filters, &nothing), "looking a chunk up");
   });
   if (static_cast<std::int64_t>(place.bytes) != PieceBytes())
@@ -377,8 +377,8 @@ void DenseDrawer::CheckPlaces() const {
 }
 
 std::uint64_t DenseDrawer::LayoutChecksum() const {
-  std::uint64_t sum = Checksum(m_extents.data(), m_extents.size() * sizeof m_extents[0], 1);
-  return Checksum(m_places.data(), m_places.size() * sizeof m_places[0], sum);
+  std::uint64_t sum = file::Checksum(m_extents.data(), m_extents.size() * sizeof m_extents[0], 1);
+  return file::Checksum(m_places.data(), m_places.size() * sizeof m_places[0], sum);
 }
 
 namespace {
@@ -502,7 +502,8 @@ namespace {
 
 /// Reads the cells of a box that lie from `place` of the file on, run by run.
 template<class Cell>
-void ReadByCalls(PositionedFile const& file, std::uint64_t place, TwoStridedBox const& cells, Cell* buffer) {
+void ReadByCalls(file::PositionedFile const& file, std::uint64_t place, TwoStridedBox const& cells,
+                 Cell* buffer) {
   std::size_t const bytes = static_cast<std::size_t>(cells.counts[cells.rank - 1]) * sizeof(Cell);
   ForEachRun(cells, [&](std::int64_t to, std::int64_t from) {
     file.ReadAt(place + static_cast<std::uint64_t>(from) * sizeof(Cell), buffer + to, bytes);
@@ -522,7 +523,7 @@ bool IsOneRunInTarget(TwoStridedBox const& cells) {
 /// Writes them. What is one run in the file goes by large calls, packed before where it is not one run in the
 /// buffer: large calls make large pages in the system's cache, which are faster ever after.
 template<class Cell>
-void WriteByCalls(PositionedFile& file, std::uint64_t place, TwoStridedBox cells, Cell const* buffer) {
+void WriteByCalls(file::PositionedFile& file, std::uint64_t place, TwoStridedBox cells, Cell const* buffer) {
   constexpr std::int64_t packedAtOnce = (1 << 20) / static_cast<std::int64_t>(sizeof(Cell));
   int slowest = 0;
   while (slowest < cells.rank - 1 && cells.counts[slowest] == 1)
@@ -570,7 +571,7 @@ void DenseDrawer::Move(DrawerBox const& box, std::span<std::int64_t const> buffe
   PackedStrides(bufferCounts, bufferStrides);
   PackedStrides(m_pieceLengths, pieceStrides);
   auto const pieceBytes = static_cast<std::uint64_t>(PieceBytes());
-  PositionedFile& file = m_file.Bytes().File();
+  file::PositionedFile& file = m_file.Bytes().File();
   ForEachPiece(
       box, [&](std::size_t index, Indices const& inPiece, Indices const& counts, Indices const& inBuffer) {
         TwoStridedBox cells;

@@ -1,6 +1,6 @@
 #include "sim/impl/store/Hdf5Driver.h"
 
-#include "sim/impl/store/TransactionalFile.h"
+#include "file/TransactionalFile.h"
 
 #include <exception>
 
@@ -11,16 +11,16 @@ namespace {
 /// What HDF5 holds of an open file. HDF5's part comes first: it is handed around as that.
 struct AdoptedFile {
   H5FD_t hdf5;
-  TransactionalFile* file;
+  file::TransactionalFile* file;
 };
 
 /// The driver's entry in a file access list.
 struct DriverInfo {
-  TransactionalFile* file;
+  file::TransactionalFile* file;
 };
 
-TransactionalFile& FileOf(H5FD_t* driver) { return *reinterpret_cast<AdoptedFile*>(driver)->file; }
-TransactionalFile const& FileOf(H5FD_t const* driver) {
+file::TransactionalFile& FileOf(H5FD_t* driver) { return *reinterpret_cast<AdoptedFile*>(driver)->file; }
+file::TransactionalFile const& FileOf(H5FD_t const* driver) {
   return *reinterpret_cast<AdoptedFile const*>(driver)->file;
 }
 
@@ -30,7 +30,7 @@ void PushError(char const* text) {
 
 /// Runs what may raise inside a callback of HDF5, which is C and knows only success and failure.
 template<class Work>
-herr_t Answer(TransactionalFile& file, Work work) noexcept {
+herr_t Answer(file::TransactionalFile& file, Work work) noexcept {
   try {
     work();
     return 0;
@@ -44,7 +44,7 @@ herr_t Answer(TransactionalFile& file, Work work) noexcept {
 // Callbacks
 
 /// What keeps HDF5 from opening the file with these flags; null if nothing does.
-char const* Obstacle(TransactionalFile const& file, unsigned flags) {
+char const* Obstacle(file::TransactionalFile const& file, unsigned flags) {
   bool const isToBeCreated = (flags & (H5F_ACC_TRUNC | H5F_ACC_CREAT)) != 0;
   bool const isEmpty = file.EndOfFile() == 0;
   if (file.IsAttached()) return "the file is open already";
@@ -77,7 +77,7 @@ herr_t CloseFile(H5FD_t* driver) {
 
 /// Two openings are never the same for HDF5: each belongs to its own TransactionalFile.
 int CompareFiles(H5FD_t const* left, H5FD_t const* right) {
-  std::less<TransactionalFile const*> const isBefore;
+  std::less<file::TransactionalFile const*> const isBefore;
   if (isBefore(&FileOf(left), &FileOf(right))) return -1;
   return isBefore(&FileOf(right), &FileOf(left)) ? 1 : 0;
 }
@@ -100,7 +100,7 @@ haddr_t RoundUp(haddr_t value, hsize_t unit) { return (value + unit - 1) / unit 
 haddr_t EndOfAllocation(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfAllocation(); }
 
 herr_t SetEndOfAllocation(H5FD_t* driver, H5FD_mem_t type, haddr_t end) {
-  TransactionalFile& file = FileOf(driver);
+  file::TransactionalFile& file = FileOf(driver);
   // Other programs end files anywhere; HDF5 would put what it aligns itself behind what Allocate has aligned.
   if (!file.IsReadOnly()) end = RoundUp(end, largestCell);
   return Answer(file,
@@ -117,19 +117,19 @@ haddr_t Allocate(H5FD_t* driver, H5FD_mem_t type, hid_t, hsize_t bytes) {
 haddr_t EndOfFile(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfFile(); }
 
 herr_t Free(H5FD_t* driver, H5FD_mem_t, hid_t, haddr_t offset, hsize_t bytes) {
-  TransactionalFile& file = FileOf(driver);
+  file::TransactionalFile& file = FileOf(driver);
   return Answer(file, [&] { file.Free(offset, bytes); });
 }
 
 herr_t Read(H5FD_t* driver, H5FD_mem_t type, hid_t, haddr_t offset, std::size_t bytes, void* to) {
-  TransactionalFile& file = FileOf(driver);
+  file::TransactionalFile& file = FileOf(driver);
   return Answer(file, [&] {
     type == H5FD_MEM_DRAW ? file.ReadValues(offset, to, bytes) : file.ReadStructure(offset, to, bytes);
   });
 }
 
 herr_t Write(H5FD_t* driver, H5FD_mem_t type, hid_t, haddr_t offset, std::size_t bytes, void const* from) {
-  TransactionalFile& file = FileOf(driver);
+  file::TransactionalFile& file = FileOf(driver);
   return Answer(file, [&] {
     type == H5FD_MEM_DRAW ? file.WriteValues(offset, from, bytes) : file.WriteStructure(offset, from, bytes);
   });
@@ -169,7 +169,7 @@ H5FD_class_t DriverClass() {
 
 /// Registered anew for each list, which then keeps the registration: an identifier that we kept would mean
 /// nothing, or another driver, once a host has shut HDF5 down and used it again.
-bool SetDriver(hid_t access, TransactionalFile& file) {
+bool SetDriver(hid_t access, file::TransactionalFile& file) {
   H5FD_class_t const description = DriverClass();
   DriverInfo const info{.file = &file};
   hid_t const driver = H5FDregister(&description);
@@ -179,7 +179,7 @@ bool SetDriver(hid_t access, TransactionalFile& file) {
   return isSet;
 }
 
-bool SetAccess(hid_t access, TransactionalFile& file) {
+bool SetAccess(hid_t access, file::TransactionalFile& file) {
   return SetDriver(access, file) &&
          // The newest format leaves a file refused after its writer was killed.
          H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18) >= 0 &&
@@ -195,7 +195,7 @@ bool SetCreation(hid_t creation) {
 
 } // namespace
 
-hid_t MakeFileAccess(TransactionalFile& file) {
+hid_t MakeFileAccess(file::TransactionalFile& file) {
   hid_t const access = H5Pcreate(H5P_FILE_ACCESS);
   if (access < 0 || SetAccess(access, file)) return access;
   H5Pclose(access);

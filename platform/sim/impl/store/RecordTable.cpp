@@ -1,8 +1,8 @@
 #include "sim/impl/store/RecordTable.h"
 
+#include "file/TransactionalFile.h"
 #include "sim/impl/store/DatabaseFile.h"
 #include "sim/impl/store/Hdf5.h"
-#include "sim/impl/store/TransactionalFile.h"
 
 namespace orx::store {
 
@@ -39,7 +39,7 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
                                 std::int64_t room) {
   RecordTable table(file, path, Width(columns));
   std::string const what = "creating " + path;
-  TransactionalFile& bytes = file.Bytes();
+  file::TransactionalFile& bytes = file.Bytes();
   bytes.ReserveGrowth(table.BytesOf(room) + metadataAllowance);
   std::uint64_t const freshFrom = bytes.FreshFrom();
   auto const extent = static_cast<hsize_t>(room);

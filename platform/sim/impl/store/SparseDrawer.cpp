@@ -1,9 +1,9 @@
 #include "sim/impl/store/SparseDrawer.h"
 
+#include "file/Checksum.h"
+#include "file/TransactionalFile.h"
 #include "sim/ORXSimException.h"
-#include "sim/impl/store/Checksum.h"
 #include "sim/impl/store/Guarded.h"
-#include "sim/impl/store/TransactionalFile.h"
 
 #include <limits>
 
@@ -24,7 +24,7 @@ hid_t MemoryType() {
 
 template<class Value>
 std::uint64_t ChecksumOf(Value const* values, std::int64_t count) {
-  return Checksum(values, static_cast<std::size_t>(count) * sizeof(Value), 1);
+  return file::Checksum(values, static_cast<std::size_t>(count) * sizeof(Value), 1);
 }
 
 template<class Value>

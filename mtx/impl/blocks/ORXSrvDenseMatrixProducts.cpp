@@ -1,0 +1,553 @@
+#include "mtx/ORXSrvDenseMatrix.h"
+
+#include "blac/BLAC.h"
+#include "core/mem_Allocator.h"
+#include "mtx/impl/blocks/BlockProgress.h"
+#include "mtx/impl/blocks/BlockRanges.h"
+#include "mtx/impl/blocks/ProductTiles.h"
+#include "mtx/impl/matrix/ORXSrvMtxErrors.h"
+#include "mtx/impl/matrix/ProductMemory.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <vector>
+
+using namespace orx;
+
+// The products stream this matrix, A, through a work area: a block or a group of blocks is read, multiplied
+// by DGEMM and, where the result is a block matrix too, written. Blocks in the work area have no gaps: their
+// leading dimension is their number of rows.
+//
+// What can be seen to fail later (a rectangle that an operand does not have, a matrix in memory whose buffer
+// is too short) fails before the first block, with the error that the access itself would raise or with 206.
+// Raw arrays are trusted.
+
+namespace {
+
+constexpr auto& sourceFile = orx::denseMatrixSource;
+constexpr char multiply[] = "ORXSrvDenseMatrix::Multiply";
+constexpr char multiplyAssign[] = "ORXSrvDenseMatrix::MultiplyAssign";
+constexpr char transposeMultiply[] = "ORXSrvDenseMatrix::TransposeMultiply";
+constexpr char indexedMultiply[] = "ORXSrvDenseMatrix::IndexedMultiply";
+
+// ---- checks
+
+/// Error 206 for `operation`, as of `line`, unless the condition holds.
+void RequireInput(bool condition, char const* operation, int line) {
+  if (!condition) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, line);
+}
+
+/// Error 203 unless the leading rows x columns can be read from the matrix.
+void RequireReadable(ORXSrvDenseMatrix const& matrix, int rows, int columns, int line) {
+  if (rows > matrix.NumberOfRows() || columns > matrix.NumberOfColumns())
+    ORXSrvMtxInvalidGetRange().Throw(sourceFile, line);
+}
+
+/// Error 204 unless the leading rows x columns can be written to the matrix.
+void RequireWritable(ORXSrvDenseMatrix const& matrix, int rows, int columns, int line) {
+  if (rows > matrix.NumberOfRows() || columns > matrix.NumberOfColumns())
+    ORXSrvMtxInvalidSetRange().Throw(sourceFile, line);
+}
+
+/// Error 206 when what is read in memory and what is written there, rows x columns values with a leading
+/// dimension, have values in common: the first block of the result would change the operand of the next.
+void RequireApart(double const* from, std::int64_t count, double const* to, std::int64_t leadingDimension,
+                  std::int64_t rows, std::int64_t columns, char const* operation, int line) {
+  if (count == 0 || rows == 0 || columns == 0) return;
+  std::int64_t const written = leadingDimension * (columns - 1) + rows;
+  std::less<double const*> const isBefore;
+  RequireInput(!isBefore(from, to + written) || !isBefore(to, from + count), operation, line);
+}
+
+// ---- strips
+//
+// A matrix that is stored whole, or in long chunks, is one block. Work areas of 64 MB keep DGEMM at its
+// speed, so a larger block is worked on in strips.
+
+std::int64_t WorkMemoryValues() {
+  return ORXSrvDenseMatrix::WorkMemory() / static_cast<std::int64_t>(sizeof(double));
+}
+
+/// Lines of `length` values in the memory for work; at least one.
+int LargestStrip(std::int64_t length) {
+  std::int64_t const lines = WorkMemoryValues() / std::max<std::int64_t>(length, 1);
+  return static_cast<int>(std::clamp<std::int64_t>(lines, 1, std::numeric_limits<int>::max()));
+}
+
+/// Lines of `length` values in 64 MB; more, where that is less than `least` and the memory for work has them.
+int StripSize(std::int64_t length, int least) {
+  std::int64_t const lines = (std::int64_t{1} << 23) / std::max<std::int64_t>(length, 1);
+  return std::min(LargestStrip(length), static_cast<int>(std::max<std::int64_t>(lines, least)));
+}
+
+/// The row blocks, cut where `columns` values for each row take too much.
+std::vector<BlockRange> RowBlocks(ORXSrvDenseMatrix const& matrix, int columns) {
+  return Cut(RowGroups(matrix), StripSize(columns, 1024));
+}
+std::vector<BlockRange> ColumnBlocks(ORXSrvDenseMatrix const& matrix, int rows) {
+  return Cut(ColumnGroups(matrix), StripSize(rows, 64));
+}
+
+/// Whether the buffer of a matrix has rows x columns values.
+bool Holds(ORXSrvMatrix const& matrix, std::int64_t rows, std::int64_t columns) {
+  return matrix.NumberOfStoredValues() >= rows * columns;
+}
+
+/// Whether a full matrix has at least that many rows and columns.
+bool Covers(ORXSrvMatrix const& matrix, int rows, int columns) {
+  return !matrix.IsDiagonal() && matrix.NumberOfRows() >= rows && matrix.NumberOfColumns() >= columns;
+}
+
+// ---- block products
+
+/// Column-major values with a leading dimension.
+struct Values {
+  double const* values = nullptr;
+  int leadingDimension = 0;
+};
+struct Target {
+  double* values;
+  int leadingDimension;
+};
+
+/// The leading dimension as DGEMM wants it, which refuses the 0 of a matrix without rows.
+int const* Leading(int const& dimension) {
+  static constexpr int one = 1;
+  return dimension > 0 ? &dimension : &one;
+}
+
+/// c = alpha * a * b + beta * c; a is m x k, b k x n.
+void Gemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
+  RequireProductMemory();
+  BLAC_DGEMM("N", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
+             Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
+}
+
+/// c = alpha * a^T * b + beta * c; a is k x m, b k x n. Without values of a and b (k = 0) c = beta * c.
+void TransposedGemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
+  RequireProductMemory();
+  BLAC_DGEMM("T", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
+             Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
+}
+
+/// c = beta * c, m x n; what is left of a product whose factors have no values. A c that is not a number goes
+/// with a beta of 0.
+void ScaleBy(double beta, int m, int n, Target c) { Gemm(m, n, 0, 1.0, {nullptr, m}, {}, beta, c); }
+
+Values Packed(ORXSrvMatrix const& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
+Target Into(ORXSrvMatrix& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
+
+/// Columns of a strip of A, at least: narrower ones make DGEMM slow.
+constexpr int leastStripWidth = 64;
+
+/// Rows of A times a matrix in memory.
+class RowProduct {
+public:
+  /// For at most `largestRows` rows at a time.
+  RowProduct(ORXSrvDenseMatrix const& a, int largestRows)
+      : m_a(a), m_strips(ColumnStrips(a, StripWidth(largestRows))),
+        m_work(largestRows, LargestSize(m_strips)) {}
+
+  /// c = alpha * (these rows of A) * b + beta * c; b is A's columns x n.
+  void Compute(BlockRange const& rows, int n, double alpha, Values b, double beta, Target c) const {
+    if (m_strips.empty()) ScaleBy(beta, rows.Size(), n, c);
+    for (BlockRange const& columns : m_strips) {
+      ORXSrvMatrix const strip = Read(rows, columns);
+      Gemm(rows.Size(), n, columns.Size(), alpha, Packed(strip),
+           {b.values + columns.first, b.leadingDimension}, beta, c);
+      beta = 1.0;
+    }
+  }
+
+  /// c = beta * c + (these rows of A) * diagonal, in the leading columns of c.
+  void ComputeDiagonal(BlockRange const& rows, double const* diagonal, double beta, ORXSrvMatrix& c) const {
+    if (beta == 0.0) {
+      c = 0.0;
+    } else if (beta != 1.0) {
+      c.Multiply(beta);
+    }
+    std::int64_t const count = rows.Size();
+    for (BlockRange const& columns : m_strips) {
+      ORXSrvMatrix const strip = Read(rows, columns);
+      for (std::int64_t j = columns.first; j <= columns.last; ++j) {
+        double const* const from = strip.Values() + (j - columns.first) * count;
+        double* const to = c.Values() + j * count;
+        for (std::int64_t i = 0; i < count; ++i)
+          to[i] += diagonal[j] * from[i];
+      }
+    }
+  }
+
+private:
+  // What is read stays in the second-level cache until DGEMM has packed it. With 8192 columns and 64 columns
+  // of b, whole rows of blocks, which do not, take 1.15 times as long.
+  static int StripWidth(int rows) {
+    constexpr int stripValues = (1 << 20) / sizeof(double);
+    return std::max(leastStripWidth, stripValues / std::max(rows, 1));
+  }
+
+  ORXSrvMatrix Read(BlockRange const& rows, BlockRange const& columns) const {
+    ORXSrvMatrix strip = m_work.As(rows.Size(), columns.Size());
+    m_a.GetValues(rows.first, rows.last, columns.first, columns.last, strip);
+    return strip;
+  }
+
+  ORXSrvDenseMatrix const& m_a;
+  std::vector<BlockRange> m_strips;
+  WorkArea m_work;
+};
+
+/// c = A * b + beta * c, with b columns x n and c rows x n.
+void MultiplyInMemory(ORXSrvDenseMatrix const& a, double const* b, int n, double beta, double* c) {
+  std::vector<BlockRange> const blocks = RowBlocks(a, leastStripWidth);
+  RowProduct const product(a, LargestSize(blocks));
+  BlockProgress progress(multiply, static_cast<std::int64_t>(blocks.size()));
+  for (BlockRange const& rows : blocks) {
+    product.Compute(rows, n, 1.0, {b, a.NumberOfColumns()}, beta, {c + rows.first, a.NumberOfRows()});
+    progress.BlockDone();
+  }
+}
+
+// ---- both factors out of core
+
+/// A * B, tile by tile, see ProductTiles.h.
+class TiledProduct {
+public:
+  /// Error 203 when B has fewer rows than A has columns.
+  TiledProduct(ORXSrvDenseMatrix const& a, ORXSrvDenseMatrix const& b) : m_a(a), m_b(b) {
+    if (a.NumberOfRows() == 0 || b.NumberOfColumns() == 0) return;
+    RequireReadable(b, a.NumberOfColumns(), b.NumberOfColumns(), __LINE__);
+    ProductShape const shape{
+        a.NumberOfRows(),           a.NumberOfColumns(),           b.NumberOfColumns(),
+        a.MaxNumberOfRowsInBlock(), a.MaxNumberOfColumnsInBlock(), b.MaxNumberOfColumnsInBlock()};
+    ProductGroups const groups = GroupsWithinBudget(shape);
+    m_rows = RowGroups(a, groups.row);
+    m_inner = ColumnGroups(a, groups.inner);
+    m_columns = ColumnGroups(b, groups.column);
+    if (WorkSize() + TileSize() > WorkMemoryValues()) CutTo(TileWithin(WorkMemoryValues(), shape));
+  }
+
+  /// No rows or no columns.
+  bool HasNoResult() const { return m_rows.empty() || m_columns.empty(); }
+
+  std::vector<BlockRange> const& RowGroupsOfA() const { return m_rows; }
+  std::vector<BlockRange> const& ColumnGroupsOfB() const { return m_columns; }
+  /// Values in the largest tile of the result.
+  std::int64_t TileSize() const { return std::int64_t{LargestSize(m_rows)} * LargestSize(m_columns); }
+  /// Values that Compute works with.
+  std::int64_t WorkSize() const {
+    return std::int64_t{LargestSize(m_inner)} * (LargestSize(m_rows) + std::int64_t{LargestSize(m_columns)});
+  }
+  std::int64_t Steps() const {
+    return static_cast<std::int64_t>(m_rows.size() * m_inner.size() * m_columns.size());
+  }
+
+  /// c = the tile of the result; `work` has WorkSize() values.
+  void Compute(BlockRange const& rows, BlockRange const& columns, double* work, Target c,
+               BlockProgress& progress) const {
+    double beta = 0.0;
+    if (m_inner.empty()) ScaleBy(beta, rows.Size(), columns.Size(), c);
+    for (BlockRange const& inner : m_inner) {
+      ORXSrvMatrix a(rows.Size(), inner.Size(), work);
+      ORXSrvMatrix b(inner.Size(), columns.Size(), work + std::int64_t{rows.Size()} * inner.Size());
+      m_a.GetValues(rows.first, rows.last, inner.first, inner.last, a);
+      m_b.GetValues(inner.first, inner.last, columns.first, columns.last, b);
+      Gemm(rows.Size(), columns.Size(), inner.Size(), 1.0, Packed(a), Packed(b), beta, c);
+      beta = 1.0;
+      progress.BlockDone();
+    }
+  }
+
+private:
+  void CutTo(ProductTile const& tile) {
+    m_rows = RowStrips(m_a, tile.rows);
+    m_inner = ColumnStrips(m_a, tile.inner);
+    m_columns = ColumnStrips(m_b, tile.columns);
+  }
+
+  ORXSrvDenseMatrix const& m_a;
+  ORXSrvDenseMatrix const& m_b;
+  std::vector<BlockRange> m_rows;
+  std::vector<BlockRange> m_inner;
+  std::vector<BlockRange> m_columns;
+};
+
+// ---- transposed products
+
+/// Row blocks that are taken together, so that the work area is about a column block of A by B's rows.
+int RowBlocksTogether(ORXSrvDenseMatrix const& a, int rowsOfB) {
+  std::int64_t const rowBlock = std::int64_t{a.MaxNumberOfRowsInBlock()} * a.NumberOfColumns();
+  std::int64_t const columnBlock = std::int64_t{a.MaxNumberOfColumnsInBlock()} * rowsOfB;
+  if (rowBlock == 0 || a.NumberOfRowBlocks() == 0) return 1;
+  return static_cast<int>(std::clamp<std::int64_t>(columnBlock / rowBlock, 1, a.NumberOfRowBlocks()));
+}
+
+/// What reading these leading rows of B would raise.
+void RequireReadableRows(ORXSrvDenseMatrix const& b, int rows) {
+  RequireReadable(b, rows, b.NumberOfColumns(), __LINE__);
+}
+void RequireReadableRows(ORXSrvMatrix const& b, int rows) {
+  RequireInput(Covers(b, rows, 0), "GetValues", __LINE__);
+}
+
+void RequireApartFrom(ORXSrvDenseMatrix const&, ORXSrvMatrix const&, int) {}
+void RequireApartFrom(ORXSrvMatrix const& b, ORXSrvMatrix const& c, int rows) {
+  RequireApart(b.Values(), b.NumberOfStoredValues(), c.Values(), c.NumberOfRows(), rows, b.NumberOfColumns(),
+               "TransposeMultiply", __LINE__);
+}
+
+/// Zeros in the leading rows x columns.
+void Clear(ORXSrvMatrix& matrix, int rows, int columns) {
+  for (std::int64_t j = 0; j < columns; ++j)
+    std::fill_n(matrix.Values() + j * matrix.NumberOfRows(), rows, 0.0);
+}
+
+/// c = A^T * B, the sum over groups of row blocks; B in memory or a block matrix.
+template<class Operand>
+void MultiplyTransposed(ORXSrvDenseMatrix const& a, Operand const& b, ORXSrvMatrix& c, bool symmetric) {
+  int const columns = a.NumberOfColumns();
+  RequireInput(Covers(c, columns, b.NumberOfColumns()) && (!symmetric || c.NumberOfRows() == columns),
+               "TransposeMultiply", __LINE__);
+  RequireReadableRows(b, a.NumberOfRows());
+  RequireApartFrom(b, c, columns);
+  if (columns == 0 || b.NumberOfColumns() == 0) return;
+  std::vector<BlockRange> const groups = Cut(RowGroups(a, RowBlocksTogether(a, b.NumberOfRows())),
+                                             LargestStrip(std::int64_t{columns} + b.NumberOfColumns()));
+  if (groups.empty()) Clear(c, columns, b.NumberOfColumns());
+  WorkArea const workA(LargestSize(groups), columns);
+  WorkArea const workB(LargestSize(groups), b.NumberOfColumns());
+  BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(groups.size()));
+  int accumulate = 0;
+  for (BlockRange const& rows : groups) {
+    ORXSrvMatrix blockA = workA.As(rows.Size(), columns);
+    ORXSrvMatrix blockB = workB.As(rows.Size(), b.NumberOfColumns());
+    a.GetRows(rows.first, rows.last, blockA);
+    b.GetRows(rows.first, rows.last, blockB);
+    blockA.TransposeMultiply(blockB, c, symmetric ? 1 : 0, accumulate);
+    accumulate = 1;
+    progress.BlockDone();
+  }
+  if (symmetric) c.SetSymmetricResults();
+}
+
+// ---- indexed products
+
+/// Positions of group g of an IndexedMultiply in the result.
+BlockRange Positions(int const* groupStart, int g) { return {groupStart[g], groupStart[g + 1] - 1}; }
+
+/// The rows of A for these positions; error 206 unless there are as many.
+BlockRange IndexedRows(int const* rowIndex, BlockRange positions) {
+  BlockRange const rows{rowIndex[positions.first], rowIndex[positions.last]};
+  RequireInput(rows.Size() == positions.Size(), "IndexedMultiply", __LINE__);
+  return rows;
+}
+
+/// Checks all groups before the first is computed; returns the positions in the largest.
+int CheckGroups(ORXSrvDenseMatrix const& a, ORXSrvDenseMatrix const& c, int const* rowIndex,
+                int const* groupStart, int groups) {
+  int largest = 0;
+  for (int g = 0; g < groups; ++g) {
+    BlockRange const positions = Positions(groupStart, g);
+    if (positions.Size() <= 0) continue;
+    BlockRange const rows = IndexedRows(rowIndex, positions);
+    if (rows.first < 0 || rows.last >= a.NumberOfRows())
+      ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
+    if (positions.first < 0 || positions.last >= c.NumberOfRows())
+      ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
+    largest = std::max(largest, positions.Size());
+  }
+  return largest;
+}
+
+/// Whether every row goes to the position that it comes from.
+bool AreInPlace(int const* rowIndex, int const* groupStart, int groups) {
+  for (int g = 0; g < groups; ++g) {
+    BlockRange const positions = Positions(groupStart, g);
+    if (positions.Size() > 0 && rowIndex[positions.first] != positions.first) return false;
+  }
+  return true;
+}
+
+} // namespace
+
+// ---- A * B
+
+void ORXSrvDenseMatrix::Multiply(double const* x, int n, double* y) const {
+  RequireApart(x, std::int64_t{NumberOfColumns()} * n, y, NumberOfRows(), NumberOfRows(), n, "Multiply",
+               __LINE__);
+  MultiplyInMemory(*this, x, n, 1.0, y);
+}
+
+void ORXSrvDenseMatrix::Multiply(ORXSrvMatrix const& b, ORXSrvMatrix& c) const {
+  RequireInput(Holds(b, NumberOfColumns(), b.NumberOfColumns()), "Multiply", __LINE__);
+  RequireInput(Holds(c, NumberOfRows(), b.NumberOfColumns()), "Multiply", __LINE__);
+  RequireApart(b.Values(), std::int64_t{NumberOfColumns()} * b.NumberOfColumns(), c.Values(), NumberOfRows(),
+               NumberOfRows(), b.NumberOfColumns(), "Multiply", __LINE__);
+  MultiplyInMemory(*this, b.Values(), b.NumberOfColumns(), 0.0, c.Values());
+}
+
+void ORXSrvDenseMatrix::Multiply(ORXSrvDenseMatrix const* b, double* y) const {
+  TiledProduct const product(*this, *b);
+  std::fill_n(y, std::int64_t{NumberOfRows()} * b->NumberOfColumns(), 0.0);
+  mem_Array<double> const work = mem_MakeArray<double>(product.WorkSize());
+  BlockProgress progress(multiply, product.Steps());
+  for (BlockRange const& columns : product.ColumnGroupsOfB())
+    for (BlockRange const& rows : product.RowGroupsOfA()) {
+      double* const tile = y + std::int64_t{columns.first} * NumberOfRows() + rows.first;
+      product.Compute(rows, columns, work.get(), {tile, NumberOfRows()}, progress);
+    }
+}
+
+void ORXSrvDenseMatrix::Multiply(ORXSrvDenseMatrix const& b, ORXSrvDenseMatrix& c) const {
+  TiledProduct const product(*this, b);
+  if (product.HasNoResult()) return;
+  RequireWritable(c, NumberOfRows(), b.NumberOfColumns(), __LINE__);
+  RequireInput(!Meets(Whole(), c) && !b.Meets(b.Whole(), c), "Multiply", __LINE__);
+  mem_Array<double> const work = mem_MakeArray<double>(product.WorkSize() + product.TileSize());
+  double* const tile = work.get() + product.WorkSize();
+  BlockProgress progress(multiply, product.Steps());
+  for (BlockRange const& columns : product.ColumnGroupsOfB())
+    for (BlockRange const& rows : product.RowGroupsOfA()) {
+      product.Compute(rows, columns, work.get(), {tile, rows.Size()}, progress);
+      ORXSrvMatrix const values(rows.Size(), columns.Size(), tile);
+      c.SetValues(rows.first, rows.last, columns.first, columns.last, values);
+    }
+}
+
+void ORXSrvDenseMatrix::Multiply(double alpha, ORXSrvMatrix const& b, double beta,
+                                 ORXSrvDenseMatrix& c) const {
+  int const inner = NumberOfColumns();
+  int const columns = c.NumberOfColumns();
+  int const columnsOfB = b.IsDiagonal() ? inner : b.NumberOfColumns();
+  RequireInput(b.NumberOfRows() >= inner && columnsOfB <= columns, "Multiply", __LINE__);
+  RequireReadable(*this, c.NumberOfRows(), inner, __LINE__);
+  RequireNotShifted(Whole(), c, "Multiply");
+  if (columns == 0) return;
+  std::vector<BlockRange> const blocks = RowBlocks(c, columns);
+  RowProduct const product(*this, LargestSize(blocks));
+  WorkArea const work(LargestSize(blocks), columns);
+  BlockProgress progress(multiply, static_cast<std::int64_t>(blocks.size()));
+  for (BlockRange const& rows : blocks) {
+    ORXSrvMatrix block = work.As(rows.Size(), columns);
+    if (beta != 0.0) c.GetRows(rows.first, rows.last, block);
+    if (b.IsDiagonal()) {
+      product.ComputeDiagonal(rows, b.Values(), beta, block);
+    } else {
+      // Columns of C beyond those of B get no product: what earlier blocks left there must not be written.
+      if (beta == 0.0 && columnsOfB < columns) block = 0.0;
+      product.Compute(rows, columnsOfB, alpha, Packed(b), beta, Into(block));
+    }
+    c.SetRows(rows.first, rows.last, block);
+    progress.BlockDone();
+  }
+}
+
+void ORXSrvDenseMatrix::MultiplyAssign(ORXSrvMatrix const& b) {
+  int const columns = NumberOfColumns();
+  RequireInput(Holds(b, columns, columns), "MultiplyAssign", __LINE__);
+  if (columns == 0) return;
+  std::vector<BlockRange> const blocks = RowBlocks(*this, columns);
+  RowProduct const product(*this, LargestSize(blocks));
+  WorkArea const work(LargestSize(blocks), columns);
+  BlockProgress progress(multiplyAssign, static_cast<std::int64_t>(blocks.size()));
+  for (BlockRange const& rows : blocks) {
+    ORXSrvMatrix result = work.As(rows.Size(), columns);
+    product.Compute(rows, columns, 1.0, {b.Values(), columns}, 0.0, Into(result));
+    SetRows(rows.first, rows.last, result);
+    progress.BlockDone();
+  }
+}
+
+void ORXSrvDenseMatrix::IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix& c, int const* rowIndex,
+                                        int const* groupStart, int groups) const {
+  int const columns = NumberOfColumns();
+  int const columnsOfB = b.NumberOfColumns();
+  RequireInput(Holds(b, columns, columnsOfB), "IndexedMultiply", __LINE__);
+  RequireWritable(c, 0, columnsOfB, __LINE__);
+  int const largest = CheckGroups(*this, c, rowIndex, groupStart, groups);
+  // Over itself only where each row takes its own place: others would be overwritten before they are read.
+  RequireNotShifted(Whole(), c, "IndexedMultiply");
+  RequireInput(!Meets(Whole(), c) || AreInPlace(rowIndex, groupStart, groups), "IndexedMultiply", __LINE__);
+  if (columnsOfB == 0) return;
+  RowProduct const product(*this, largest);
+  WorkArea const work(largest, columnsOfB);
+  BlockProgress progress(indexedMultiply, groups);
+  for (int g = 0; g < groups; ++g) {
+    BlockRange const positions = Positions(groupStart, g);
+    if (positions.Size() > 0) {
+      ORXSrvMatrix result = work.As(positions.Size(), columnsOfB);
+      product.Compute(IndexedRows(rowIndex, positions), columnsOfB, 1.0, {b.Values(), columns}, 0.0,
+                      Into(result));
+      c.SetValues(positions.first, positions.last, 0, columnsOfB - 1, result);
+    }
+    progress.BlockDone();
+  }
+}
+
+// ---- A^T * B
+
+void ORXSrvDenseMatrix::TransposeMultiply(double const* x, int n, double* y, int k) const {
+  std::vector<BlockRange> const blocks = ColumnBlocks(*this, k);
+  if (k < 1 || k > NumberOfRows()) ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
+  RequireApart(x, std::int64_t{k} * n, y, NumberOfColumns(), NumberOfColumns(), n, "TransposeMultiply",
+               __LINE__);
+  WorkArea const work(k, LargestSize(blocks));
+  BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(blocks.size()));
+  for (BlockRange const& columns : blocks) {
+    ORXSrvMatrix block = work.As(k, columns.Size());
+    GetValues(0, k - 1, columns.first, columns.last, block);
+    TransposedGemm(columns.Size(), n, k, 1.0, Packed(block), {x, k}, 1.0,
+                   {y + columns.first, NumberOfColumns()});
+    progress.BlockDone();
+  }
+}
+
+void ORXSrvDenseMatrix::TransposeMultiply(int const* permutation, ORXSrvMatrix const& b, ORXSrvMatrix& c,
+                                          double alpha, double beta) {
+  int const rows = NumberOfRows();
+  RequireInput(Covers(b, 0, 0) && b.NumberOfRows() <= rows, "TransposeMultiply", __LINE__);
+  RequireInput(Covers(c, NumberOfColumns(), b.NumberOfColumns()), "TransposeMultiply", __LINE__);
+  RequireApartFrom(b, c, NumberOfColumns());
+  std::vector<BlockRange> const blocks = ColumnBlocks(*this, rows);
+  WorkArea const work(rows, LargestSize(blocks));
+  BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(blocks.size()));
+  for (BlockRange const& columns : blocks) {
+    ORXSrvMatrix block = work.As(rows, columns.Size());
+    if (rows > 0) GetColumns(columns.first, columns.last, block);
+    if (permutation != nullptr) block.PermuteRowsInPlace(permutation, rows);
+    TransposedGemm(columns.Size(), b.NumberOfColumns(), b.NumberOfRows(), alpha, Packed(block), Packed(b),
+                   beta, {c.Values() + columns.first, c.NumberOfRows()});
+    progress.BlockDone();
+  }
+}
+
+void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvMatrix const& b, double* y, int symmetric) const {
+  ORXSrvMatrix c(NumberOfColumns(), b.NumberOfColumns(), y);
+  TransposeMultiply(b, c, symmetric);
+}
+
+void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int symmetric) const {
+  MultiplyTransposed(*this, b, c, symmetric != 0);
+}
+
+void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvDenseMatrix const* b, ORXSrvDenseMatrix* c,
+                                          int symmetric) const {
+  int const columns = b->NumberOfColumns();
+  // The rows must be exactly as many: all rows of C are written from the packed result.
+  if (c->NumberOfRows() != NumberOfColumns() || columns > c->NumberOfColumns())
+    ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
+  ORXSrvMatrix work(NumberOfColumns(), columns);
+  TransposeMultiply(b, work, symmetric);
+  if (work.NumberOfStoredValues() > 0) c->SetColumns(0, columns - 1, work);
+}
+
+void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvDenseMatrix const* b, double* y, int symmetric) const {
+  ORXSrvMatrix c(NumberOfColumns(), b->NumberOfColumns(), y);
+  TransposeMultiply(b, c, symmetric);
+}
+
+void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvDenseMatrix const* b, ORXSrvMatrix& c, int symmetric) const {
+  MultiplyTransposed(*this, *b, c, symmetric != 0);
+}

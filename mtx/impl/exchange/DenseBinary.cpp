@@ -1,0 +1,195 @@
+#include "mtx/impl/exchange/DenseBinary.h"
+
+#include "core/mem_Allocator.h"
+#include "mtx/impl/exchange/FileInput.h"
+#include "mtx/impl/exchange/FileOutput.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <span>
+
+namespace orx {
+
+namespace {
+
+/// Values up to this magnitude are zeros to the reader.
+constexpr double largestZero = 1e-16;
+/// Nothing in the file stands behind the rows of a matrix without columns: twenty bytes should not take
+/// gigabytes of row pointers.
+constexpr std::int32_t mostRowsWithoutColumns = 1 << 24;
+/// Values moved at once, 1 MiB.
+constexpr std::int64_t windowLength = std::int64_t{1} << 17;
+
+struct Header {
+  std::int32_t rows;
+  std::int32_t columns;
+  std::int32_t rowsAgain;
+  std::int32_t columnsAgain;
+};
+static_assert(sizeof(Header) == 16);
+
+/// The transpose of compressed rows. Rows of the result ascend whatever the order within the rows was, and
+/// equal positions keep theirs.
+CompressedRows Transposed(SparseView const& matrix) {
+  CompressedRows result;
+  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{matrix.columns} + 1);
+  result.nonzeros = matrix.Entries();
+  result.Resize(result.nonzeros);
+  // Counts, then sums, stand one place further on, so that filling moves them to where they belong.
+  std::int32_t* const ends = result.rowPointers.get();
+  std::fill_n(ends, std::int64_t{matrix.columns} + 1, 0);
+  for (std::int32_t k = 0; k < result.nonzeros; ++k)
+    if (matrix.columnIndices[k] + 1 < static_cast<std::uint32_t>(matrix.columns))
+      ++ends[matrix.columnIndices[k] + 2];
+  for (std::int32_t j = 0; j < matrix.columns; ++j)
+    ends[j + 1] += ends[j];
+  for (std::int32_t i = 0; i < matrix.storedRows; ++i)
+    for (std::int32_t k = matrix.starts[i]; k < matrix.starts[i + 1]; ++k) {
+      std::int32_t const to = ends[matrix.columnIndices[k] + 1]++;
+      result.columns[to] = static_cast<std::uint32_t>(i);
+      result.values[to] = matrix.values[k];
+    }
+  return result;
+}
+
+// ---- reading
+
+/// Takes the values of the file in their order and keeps those that are not zeros, by columns.
+class ColumnCollector {
+public:
+  ColumnCollector(std::int32_t rows, std::int32_t columns) : m_rows(rows), m_columns(columns) {
+    m_entries.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{columns} + 1);
+    m_entries.rowPointers[0] = 0;
+  }
+
+  /// False when there are more entries than an int counts.
+  bool Add(std::span<double const> values) {
+    while (!values.empty()) {
+      auto const inColumn = std::min(values.size(), static_cast<std::size_t>(m_rows - m_row));
+      MakeRoom(static_cast<std::int64_t>(inColumn));
+      m_count = Keep(values.first(inColumn));
+      if (m_count > INT_MAX) return false;
+      values = values.subspan(inColumn);
+      m_row += static_cast<std::int32_t>(inColumn);
+      if (m_row == m_rows) {
+        m_row = 0;
+        m_entries.rowPointers[++m_column] = static_cast<std::int32_t>(m_count);
+      }
+    }
+    return true;
+  }
+
+  CompressedRows Finish() const {
+    return Transposed({m_columns, m_rows, m_columns, m_entries.rowPointers.get(), m_entries.columns.get(),
+                       m_entries.values.get(), nullptr});
+  }
+
+private:
+  void MakeRoom(std::int64_t more) {
+    if (m_room - m_count >= more) return;
+    m_room = std::max(m_count + more, m_room + m_room / 2);
+    m_entries.Resize(m_room);
+  }
+
+  /// Writes every value and keeps its place only where it is to stay: no branch to be mispredicted.
+  std::int64_t Keep(std::span<double const> values) {
+    std::uint32_t* const rows = m_entries.columns.get();
+    double* const kept = m_entries.values.get();
+    std::int64_t count = m_count;
+    auto row = static_cast<std::uint32_t>(m_row);
+    for (double const value : values) {
+      rows[count] = row++;
+      kept[count] = value;
+      count += std::abs(value) > largestZero ? 1 : 0;
+    }
+    return count;
+  }
+
+  std::int32_t m_rows;
+  std::int32_t m_columns;
+  std::int32_t m_row = 0;    ///< of the next value
+  std::int32_t m_column = 0; ///< of the next value
+  CompressedRows m_entries;  ///< of the transpose
+  std::int64_t m_count = 0;
+  std::int64_t m_room = 0;
+};
+
+CompressedRows ReadValues(FileInput& file, std::int32_t rows, std::int32_t columns) {
+  auto const window = mem_MakeArray<double>(windowLength);
+  ColumnCollector collector(rows, columns);
+  for (std::int64_t left = std::int64_t{rows} * columns; left > 0;) {
+    std::int64_t const count = std::min(left, windowLength);
+    std::int64_t const offset = file.Offset();
+    file.Read(window.get(), count, "values");
+    if (!collector.Add({window.get(), static_cast<std::size_t>(count)}))
+      file.Fail(offset, "at most 2147483647 values that are not zero expected, found more");
+    left -= count;
+  }
+  return collector.Finish();
+}
+
+// ---- writing
+
+/// Writes the image of a matrix given by columns, of `rows` rows, through a window that slides over it.
+void WriteImage(FileOutput& file, CompressedRows const& byColumns, std::int32_t rows, std::int32_t columns) {
+  auto const window = mem_MakeArray<double>(windowLength);
+  std::int32_t column = 0;
+  std::int32_t entry = 0;
+  std::int64_t const cells = std::int64_t{rows} * columns;
+  for (std::int64_t first = 0; first < cells; first += windowLength) {
+    std::int64_t const end = std::min(first + windowLength, cells);
+    std::fill_n(window.get(), end - first, 0.0);
+    for (; entry < byColumns.nonzeros; ++entry) {
+      while (entry == byColumns.rowPointers[column + 1])
+        ++column;
+      std::int64_t const cell = std::int64_t{column} * rows + byColumns.columns[entry];
+      if (cell >= end) break;
+      window[cell - first] = byColumns.values[entry];
+    }
+    file.Write(window.get(), end - first);
+  }
+}
+
+} // namespace
+
+SparseContent ReadDenseBinary(char const* path) {
+  FileInput file(path);
+  Header header{};
+  file.Read(&header, 1, "headers");
+  if (header.rows < 0)
+    file.Fail(0, "a number of rows of at least 0 expected, found " + std::to_string(header.rows));
+  if (header.columns < 0)
+    file.Fail(4, "a number of columns of at least 0 expected, found " + std::to_string(header.columns));
+  std::int64_t const cells = std::int64_t{header.rows} * header.columns;
+  file.Require(cells, sizeof(double), "values");
+  if (header.columns == 0 && header.rows > mostRowsWithoutColumns)
+    file.Fail(0, "at most " + std::to_string(mostRowsWithoutColumns) +
+                     " rows for a matrix without columns expected, found " + std::to_string(header.rows));
+  SparseContent content;
+  content.rows = header.rows;
+  content.columns = header.columns;
+  if (cells > 0) {
+    content.entries = ReadValues(file, header.rows, header.columns);
+  } else {
+    content.entries.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{header.rows} + 1);
+    std::fill_n(content.entries.rowPointers.get(), std::int64_t{header.rows} + 1, 0);
+  }
+  content.nonzeros = content.entries.nonzeros;
+  return content;
+}
+
+void WriteDenseBinary(char const* path, SparseView const& matrix) {
+  auto const cells = static_cast<std::uint64_t>(matrix.rows) * static_cast<std::uint64_t>(matrix.columns);
+  FileOutput file(path, FileOutput::Existing::KeepTail);
+  // The header is as long as two values; what no 64-bit size can say is asked for as the largest one.
+  file.RequireSpace(mem_ArrayBytes(static_cast<std::int64_t>(cells) + 2, sizeof(double)));
+  CompressedRows const byColumns = cells > 0 ? Transposed(matrix) : CompressedRows();
+  Header const header{matrix.rows, matrix.columns, matrix.rows, matrix.columns};
+  file.Write(&header, 1);
+  WriteImage(file, byColumns, matrix.rows, matrix.columns);
+  file.Close();
+}
+
+} // namespace orx

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "mtx/impl/exchange/SparseContent.h"
+
+namespace orx {
+
+// A matrix with all its zeros: four integers (rows, columns, rows, columns), then the values by columns; see
+// docs/formats/.
+
+/// Keeps the values whose magnitude exceeds 1e-16, in general form.
+SparseContent ReadDenseBinary(char const* path);
+
+/// Writes the entries of the arrays, without the diagonal of the symmetric form. Takes memory for the
+/// entries, not for the image.
+void WriteDenseBinary(char const* path, SparseView const& matrix);
+
+} // namespace orx

@@ -1,0 +1,193 @@
+#include "mtx/impl/exchange/FortranRecords.h"
+
+#include "mtx/ORXSrvMtxOpenFileException.h"
+#include "mtx/impl/exchange/FileInput.h"
+#include "mtx/impl/matrix/ORXSrvMtxErrors.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace orx {
+
+// fortran/record_reader.f90: 0 done, 1 the runtime could not read (see the message), 2 a count out of range.
+extern "C" {
+std::int32_t orx_fortran_open(char const* path, std::int32_t length, std::int32_t* isBigEndian,
+                              char* message);
+std::int32_t orx_fortran_read_order(std::int32_t* order, char* message);
+std::int32_t orx_fortran_read_rows(std::int32_t order, std::int64_t room, std::int32_t* starts,
+                                   std::uint32_t* columns, double* values, double* diagonal,
+                                   std::int32_t* row, std::int32_t* pairs, char* message);
+void orx_fortran_close();
+}
+
+namespace {
+
+constexpr auto& sourceFile = orx::exchangeSource;
+constexpr int messageSize = 256;
+constexpr std::int32_t miscounted = 2;
+
+[[noreturn]] void Fail(std::string const& path, std::int64_t record, std::string const& fault) {
+  ORXSrvMtxOpenFileException((path + ", record " + std::to_string(record) + ": " + fault).c_str())
+      .Throw(sourceFile, __LINE__);
+}
+
+/// Walks along the lengths that frame each record, before the runtime relies on them: where a file ends
+/// within a record that is to be continued, gfortran's looks for the continuation for ever.
+///
+///     | 28 | 28 bytes | 28 |          a record                   | -64 | 64 bytes | 64 | 8 | 8 bytes | -8 |
+///                                                    one in two subrecords: negative means another one there
+class RecordFrames {
+public:
+  explicit RecordFrames(char const* path)
+      : m_path(path), m_file(path), m_window(mem_MakeArray<char>(windowBytes)) {}
+
+  std::int64_t FileSize() const noexcept { return m_file.Size(); }
+
+  /// Raises the error of the first record that is not whole.
+  void CheckNext(bool isBigEndian) {
+    ++m_record;
+    bool isContinued = true;
+    while (isContinued) {
+      std::int64_t const leading = MarkerAt(m_next, isBigEndian);
+      std::int64_t const length = std::abs(leading);
+      std::int64_t const end = m_next + markerBytes + length;
+      bool const isCutOff = end > m_file.Size() - markerBytes;
+      std::int64_t const trailing = isCutOff ? 0 : MarkerAt(end, isBigEndian);
+      if (isCutOff || std::abs(trailing) != length)
+        Fail(m_path, m_record,
+             "a record of " + std::to_string(length) + " bytes at byte " + std::to_string(m_next) +
+                 " expected to end at byte " + std::to_string(end) + ", found " +
+                 (isCutOff ? "the end of the file" : "a length of " + std::to_string(trailing)));
+      isContinued = leading < 0;
+      m_next = end + markerBytes;
+    }
+  }
+
+private:
+  static constexpr std::int64_t markerBytes = 4;
+  static constexpr std::int64_t windowBytes = std::int64_t{1} << 18;
+
+  std::int64_t MarkerAt(std::int64_t offset, bool isBigEndian) {
+    if (offset > m_file.Size() - markerBytes)
+      Fail(m_path, m_record,
+           "a record at byte " + std::to_string(offset) + " expected, found the end of the file");
+    if (offset < m_windowStart || offset + markerBytes > m_file.Offset()) {
+      m_file.MoveTo(offset);
+      m_windowStart = offset;
+      m_file.Read(m_window.get(), std::min(windowBytes, m_file.Size() - offset), "characters");
+    }
+    std::uint32_t bytes = 0;
+    std::memcpy(&bytes, m_window.get() + (offset - m_windowStart), sizeof bytes);
+    return static_cast<std::int32_t>(isBigEndian ? __builtin_bswap32(bytes) : bytes);
+  }
+
+  std::string m_path;
+  FileInput m_file;
+  mem_Array<char> m_window; ///< what stands from m_windowStart on
+  std::int64_t m_windowStart = 0;
+  std::int64_t m_next = 0;   ///< where the next record begins
+  std::int64_t m_record = 0; ///< the last one that was looked at, counted from 1
+};
+
+/// The file on unit 81.
+class Records {
+public:
+  explicit Records(char const* path) : m_path(path), m_frames(path) {
+    // The runtime drops blanks at the end of a name, and would open another file.
+    if (m_path.ends_with(' ') || m_path.size() > INT_MAX)
+      ORXSrvMtxOpenFileException((m_path + ": Fortran cannot open a path that ends in a blank").c_str())
+          .Throw(sourceFile, __LINE__);
+    std::int32_t isBigEndian = 0;
+    if (orx_fortran_open(path, static_cast<std::int32_t>(m_path.size()), &isBigEndian, m_message) != 0)
+      Fail(m_path, 1, std::string("the order of the matrix expected, found \"") + m_message + '"');
+    m_isBigEndian = isBigEndian != 0;
+  }
+  Records(Records const&) = delete;
+  Records& operator=(Records const&) = delete;
+  ~Records() { orx_fortran_close(); }
+
+  SparseContent Read() {
+    ReadOrder();
+    for (std::int32_t row = 0; row < m_order; ++row)
+      m_frames.CheckNext(m_isBigEndian);
+    SparseContent content;
+    content.rows = content.columns = m_order;
+    content.entries.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_order} + 1);
+    content.diagonal = mem_MakeArray<double>(m_order);
+    ReadRows(content);
+    CountFromZero(content);
+    return content;
+  }
+
+private:
+  // With its two markers the first record takes 12 bytes, a row 24 and another 12 for each entry besides the
+  // diagonal; more if the runtime cuts it into subrecords.
+  static constexpr std::int64_t orderBytes = 12;
+  static constexpr std::int64_t rowBytes = 24;
+  static constexpr std::int64_t entryBytes = 12;
+
+  void ReadOrder() {
+    m_frames.CheckNext(m_isBigEndian);
+    if (orx_fortran_read_order(&m_order, m_message) != 0)
+      Fail(m_path, 1, std::string("the order of the matrix expected, found \"") + m_message + '"');
+    std::int64_t const most = (m_frames.FileSize() - orderBytes) / rowBytes;
+    if (m_order < 0 || m_order > most)
+      Fail(m_path, 1,
+           "an order of 0 to " + std::to_string(most) + " expected in a file of " +
+               std::to_string(m_frames.FileSize()) + " bytes, found " + std::to_string(m_order));
+  }
+
+  void ReadRows(SparseContent& content) {
+    CompressedRows& entries = content.entries;
+    std::int64_t const room =
+        std::min<std::int64_t>((m_frames.FileSize() - orderBytes - rowBytes * m_order) / entryBytes, INT_MAX);
+    entries.Resize(room);
+    std::int32_t row = 0;
+    std::int32_t pairs = 0;
+    std::int32_t const status =
+        orx_fortran_read_rows(m_order, room, entries.rowPointers.get(), entries.columns.get(),
+                              entries.values.get(), content.diagonal.get(), &row, &pairs, m_message);
+    std::int64_t const record = std::int64_t{row} + 1;
+    if (status == miscounted)
+      Fail(m_path, record,
+           "1 to " + std::to_string(m_order) + " pairs expected, found " + std::to_string(pairs));
+    if (status != 0)
+      Fail(m_path, record,
+           "row " + std::to_string(row) + " of " + std::to_string(m_order) + " expected, found \"" +
+               m_message + '"');
+    entries.nonzeros = content.nonzeros = entries.rowPointers[m_order];
+    entries.Resize(entries.nonzeros);
+  }
+
+  /// Columns count from one in the file.
+  void CountFromZero(SparseContent& content) const {
+    auto const order = static_cast<std::uint32_t>(m_order);
+    std::uint32_t* const columns = content.entries.columns.get();
+    std::uint32_t largest = 0;
+    for (std::int32_t k = 0; k < content.entries.nonzeros; ++k)
+      largest = std::max(largest, --columns[k]);
+    if (content.entries.nonzeros == 0 || largest < order) return;
+    auto const bad = std::find_if(columns, columns + content.entries.nonzeros,
+                                  [=](std::uint32_t column) { return column >= order; });
+    std::int32_t const* const starts = content.entries.rowPointers.get();
+    std::int64_t const row = std::upper_bound(starts, starts + m_order + 1, bad - columns) - starts;
+    Fail(m_path, row + 1,
+         "a column of 1 to " + std::to_string(m_order) + " expected, found " +
+             std::to_string(static_cast<std::int32_t>(*bad + 1)));
+  }
+
+  std::string m_path;
+  RecordFrames m_frames;
+  bool m_isBigEndian = false;
+  std::int32_t m_order = 0;
+  char m_message[messageSize] = "";
+};
+
+} // namespace
+
+SparseContent ReadFortranRecords(char const* path) { return Records(path).Read(); }
+
+} // namespace orx

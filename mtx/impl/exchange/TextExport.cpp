@@ -1,0 +1,117 @@
+#include "mtx/impl/exchange/TextExport.h"
+
+#include "mtx/impl/exchange/DecimalText.h"
+#include "mtx/impl/exchange/FileOutput.h"
+#include "sim/ORXSrvSystemDofDefinition.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace orx {
+
+namespace {
+
+/// A text file that is written in lines.
+class LineWriter {
+public:
+  explicit LineWriter(char const* path) : m_file(path, FileOutput::Existing::Truncate) {}
+
+  LineWriter& Begin() {
+    m_next = m_file.Room(longestLine);
+    return *this;
+  }
+  LineWriter& Put(std::int64_t number) {
+    if (number < 0) *m_next++ = '-';
+    m_next = WriteUnsigned(m_next, static_cast<std::uint64_t>(number < 0 ? -number : number));
+    return *this;
+  }
+  LineWriter& Put(char separator) {
+    *m_next++ = separator;
+    return *this;
+  }
+  void End(double value) {
+    m_next = WriteScientific15(m_next, value);
+    *m_next++ = '\n';
+    m_file.Take(m_next);
+  }
+  void Close() { m_file.Close(); }
+
+private:
+  /// Four numbers of 32 bits, the separators, and what WriteUnsigned may touch behind a number.
+  static constexpr std::size_t longestLine = 4 * 12 + maxUnsignedLength + maxScientific15Length + 8;
+
+  FileOutput m_file;
+  char* m_next = nullptr;
+};
+
+/// Calls visit(row, column, value) for the entries of a row.
+template<class Visit>
+void ForEachEntry(SparseView const& matrix, std::int32_t row, Visit visit) {
+  for (std::int32_t k = matrix.starts[row]; k < matrix.starts[row + 1]; ++k)
+    visit(row, static_cast<std::int32_t>(matrix.columnIndices[k]), matrix.values[k]);
+}
+template<class Visit>
+void ForEachEntry(SparseView const& matrix, Visit visit) {
+  for (std::int32_t row = 0; row < matrix.storedRows; ++row)
+    ForEachEntry(matrix, row, visit);
+}
+
+/// The equations 0 to the last one that the lines will name. Asked for once each, before the file is opened.
+std::vector<ORXSrvNodeDof> NodeDofs(SparseView const& matrix, ORXSrvSystemDofDefinition const& dofs) {
+  std::int32_t const defined = dofs.NumberOfDofs();
+  std::int32_t last = -1;
+  ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double) {
+    last = std::max(last, matrix.rows == matrix.columns ? std::max(row, column) : row);
+  });
+  if (last >= defined) dofs.NodeDofFromSolverDof(last); // raises the error
+  std::vector<ORXSrvNodeDof> equations;
+  for (std::int32_t k = 0; k <= last; ++k)
+    equations.push_back(dofs.NodeDofFromSolverDof(k));
+  return equations;
+}
+
+} // namespace
+
+void WriteOneBasedText(char const* path, SparseView const& matrix) {
+  LineWriter lines(path);
+  auto const write = [&](std::int32_t row, std::int32_t column, double value) {
+    lines.Begin().Put(std::int64_t{row} + 1).Put(' ').Put(std::int64_t{column} + 1).Put(' ').End(value);
+  };
+  bool const isSymmetricForm = matrix.diagonal != nullptr;
+  if (isSymmetricForm)
+    for (std::int32_t i = 0; i < matrix.storedRows; ++i)
+      write(i, i, matrix.diagonal[i]);
+  ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double value) {
+    write(row, column, value);
+    if (isSymmetricForm) write(column, row, value);
+  });
+  lines.Close();
+}
+
+void WriteZeroBasedText(char const* path, SparseView const& matrix) {
+  LineWriter lines(path);
+  auto const write = [&](std::int32_t row, std::int32_t column, double value) {
+    lines.Begin().Put(std::int64_t{row}).Put(',').Put(std::int64_t{column}).Put(',').Put(' ').End(value);
+  };
+  for (std::int32_t i = 0; i < matrix.storedRows; ++i) {
+    if (matrix.diagonal != nullptr) write(i, i, matrix.diagonal[i]);
+    ForEachEntry(matrix, i, write);
+  }
+  lines.Close();
+}
+
+void WriteNodeDofText(char const* path, SparseView const& matrix, ORXSrvSystemDofDefinition const& dofs) {
+  std::vector<ORXSrvNodeDof> const equations = NodeDofs(matrix, dofs);
+  bool const isSquare = matrix.rows == matrix.columns;
+  LineWriter lines(path);
+  ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double value) {
+    ORXSrvNodeDof const ofRow = equations[static_cast<std::size_t>(row)];
+    ORXSrvNodeDof const ofColumn =
+        isSquare ? equations[static_cast<std::size_t>(column)] : ORXSrvNodeDof{column, 0};
+    lines.Begin().Put(std::int64_t{ofRow.node}).Put(',').Put(std::int64_t{ofRow.dof}).Put(',');
+    lines.Put(std::int64_t{ofColumn.node}).Put(',').Put(std::int64_t{ofColumn.dof}).Put(',').End(value);
+  });
+  lines.Close();
+}
+
+} // namespace orx

@@ -1,0 +1,294 @@
+#include "mtx/impl/exchange/TripletCompressor.h"
+
+#include <algorithm>
+#include <bit>
+#include <climits>
+#include <functional>
+#include <vector>
+
+namespace orx {
+
+namespace {
+
+/// Triplets aimed at per bucket: with their ordered copy they stay in a second-level cache of 1 MB.
+constexpr std::int64_t bucketTriplets = 32768;
+
+/// Up to this many triplets sorting a row is cheaper than looking its columns up.
+constexpr std::size_t shortRow = 24;
+
+} // namespace
+
+/// A link of a bucket's chain, filled from the front.
+struct TripletCompressor::Chunk {
+  static constexpr int capacity = 63; ///< makes a chunk as large as the suite's largest small object
+  Chunk* next;
+  ORXSrvSparseMatrixEntry triplets[capacity];
+};
+
+struct TripletCompressor::Bucket {
+  Chunk* first;
+  Chunk* last;
+  std::int64_t chunks;
+  ORXSrvSparseMatrixEntry* next; ///< where the next triplet goes, in the last chunk
+  ORXSrvSparseMatrixEntry* end;  ///< behind the last chunk
+
+  std::int64_t Triplets() const noexcept { return chunks * Chunk::capacity - (end - next); }
+  /// Calls visit(triplet) in the order in which they were added.
+  template<class Visit>
+  void ForEach(Visit visit) const {
+    for (Chunk const* chunk = first; chunk != nullptr; chunk = chunk->next) {
+      // Triplets in scattered order leave a bucket's chunks scattered over all memory.
+      for (std::size_t offset = 0; chunk->next != nullptr && offset < sizeof(Chunk); offset += 64)
+        __builtin_prefetch(reinterpret_cast<char const*>(chunk->next) + offset);
+      ORXSrvSparseMatrixEntry const* const chunkEnd =
+          chunk == last ? next : chunk->triplets + Chunk::capacity;
+      for (ORXSrvSparseMatrixEntry const* t = chunk->triplets; t != chunkEnd; ++t)
+        visit(*t);
+    }
+  }
+};
+
+/// Work arrays, reused from bucket to bucket and row to row.
+struct TripletCompressor::Scratch {
+  // A bucket ordered by row: row r holds [r == 0 ? 0 : rowEnds[r - 1], rowEnds[r]).
+  std::vector<std::int32_t> rowEnds;
+  std::vector<std::uint32_t> columns;
+  std::vector<double> values;
+
+  // The row for which slots were found last, and its pattern, the distinct columns. A row with the same
+  // columns in the same order, as the unknowns of one node have, takes the slots; one with the same pattern
+  // saves the sort.
+  std::span<std::uint32_t const> slotColumns;
+  std::vector<std::uint32_t> slots;    ///< by triplet: place of its column among the row's distinct columns
+  std::int32_t distinct = 0;           ///< number of distinct columns
+  std::int32_t patternStart = 0;       ///< where they stand in the result, ascending
+  std::vector<std::uint8_t> isTouched; ///< by slot
+
+  std::vector<std::uint64_t> order; ///< column << 32 | number, to be sorted
+  std::vector<std::uint32_t> rank;
+  /// By column: the position in the result where it was last put, or -1. Positions only grow, so one below
+  /// the current row's start means "not in this row", and nothing is cleared between rows. Null when the
+  /// matrix has so many more columns than triplets that the array would cost more than sorting.
+  mem_Array<std::int32_t> lastPosition;
+
+  /// Takes what buckets of so many rows and triplets can need: from then on, nothing fails.
+  void Reserve(std::int64_t rows, std::int64_t triplets) {
+    auto const most = static_cast<std::size_t>(triplets);
+    rowEnds.reserve(static_cast<std::size_t>(rows) + 1);
+    columns.resize(most);
+    values.resize(most);
+    slots.reserve(most);
+    isTouched.reserve(most);
+    order.reserve(most);
+    rank.reserve(most);
+  }
+};
+
+TripletCompressor::TripletCompressor(std::int32_t rows, std::int32_t columns, std::int64_t expected) {
+  std::int64_t const wanted = std::max<std::int64_t>(1, expected / bucketTriplets);
+  std::int64_t const rowsPerBucket = (std::max(rows, 1) + wanted - 1) / wanted;
+  m_bucketShift = static_cast<int>(std::bit_width(static_cast<std::uint64_t>(rowsPerBucket - 1)));
+  Grow(rows, columns);
+}
+
+void TripletCompressor::Grow(std::int32_t rows, std::int32_t columns) {
+  std::int64_t const buckets = (std::int64_t{rows} + (std::int64_t{1} << m_bucketShift) - 1) >> m_bucketShift;
+  auto grown = mem_MakeArray<Bucket>(buckets);
+  std::copy_n(m_buckets.get(), m_bucketCount, grown.get());
+  std::fill(grown.get() + m_bucketCount, grown.get() + buckets, Bucket{});
+  m_buckets = std::move(grown);
+  m_bucketCount = buckets;
+  m_rows = rows;
+  m_columns = columns;
+}
+
+TripletCompressor::~TripletCompressor() {
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
+    FreeChunks(m_buckets[b]);
+}
+
+void TripletCompressor::FreeChunks(Bucket& bucket) noexcept {
+  while (bucket.first != nullptr) {
+    Chunk* const next = bucket.first->next;
+    mem_Free(bucket.first);
+    bucket.first = next;
+  }
+}
+
+void TripletCompressor::OpenChunk(Bucket& bucket) {
+  auto* const chunk = static_cast<Chunk*>(mem_OperatorNewTinyThrow(sizeof(Chunk)));
+  chunk->next = nullptr;
+  (bucket.first == nullptr ? bucket.first : bucket.last->next) = chunk;
+  bucket.last = chunk;
+  ++bucket.chunks;
+  bucket.next = chunk->triplets;
+  bucket.end = chunk->triplets + Chunk::capacity;
+}
+
+inline void TripletCompressor::Put(ORXSrvSparseMatrixEntry const& triplet) {
+  Bucket& bucket = m_buckets[triplet.row >> m_bucketShift];
+  if (bucket.next == bucket.end) OpenChunk(bucket);
+  *bucket.next++ = triplet;
+}
+
+void TripletCompressor::Add(std::span<ORXSrvSparseMatrixEntry const> triplets) {
+  for (ORXSrvSparseMatrixEntry const& triplet : triplets)
+    Put(triplet);
+}
+
+void TripletCompressor::Add(TripletCompressor const& other) {
+  for (std::int64_t b = 0; b < other.m_bucketCount; ++b)
+    other.m_buckets[b].ForEach([&](ORXSrvSparseMatrixEntry const& triplet) { Put(triplet); });
+}
+
+void TripletCompressor::AddAndDrop(cow_List<ORXSrvSparseMatrixEntry>& triplets) {
+  while (triplets.Count() > 0) {
+    std::span<ORXSrvSparseMatrixEntry const> const run = triplets.RunFrom(0);
+    int added = 0;
+    try {
+      for (; added < static_cast<int>(run.size()); ++added)
+        Put(run[static_cast<std::size_t>(added)]);
+    } catch (mem_OutOfMemory const&) {
+      triplets.DropFront(added);
+      throw;
+    }
+    triplets.DropFront(added);
+  }
+}
+
+std::int64_t TripletCompressor::TripletsOfLargestBucket() const noexcept {
+  std::int64_t most = 0;
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
+    most = std::max(most, m_buckets[b].Triplets());
+  return most;
+}
+
+CompressedRows TripletCompressor::Compress() {
+  std::int64_t count = 0;
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
+    count += m_buckets[b].Triplets();
+  CompressedRows result;
+  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_rows} + 1);
+  std::fill_n(result.rowPointers.get(), std::int64_t{m_rows} + 1, 0);
+  if (count == 0) return result;
+  // Room for the case without duplicates; pages that are not needed are never touched, and given back at the
+  // end.
+  result.Resize(count <= INT_MAX ? count : -1);
+  Scratch scratch;
+  scratch.Reserve(std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, m_rows),
+                  TripletsOfLargestBucket());
+  if (m_columns <= 4 * count) {
+    scratch.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
+    std::fill_n(scratch.lastPosition.get(), m_columns, -1);
+  }
+  for (std::int64_t b = 0; b < m_bucketCount; ++b)
+    CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
+  result.Resize(result.nonzeros); // which memory is always enough for, as it only gives some back
+  return result;
+}
+
+void TripletCompressor::CompressBucket(std::int32_t firstRow, Bucket& bucket, Scratch& scratch,
+                                       CompressedRows& result) {
+  auto const rowsHere = static_cast<std::int32_t>(
+      std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, std::int64_t{m_rows} - firstRow));
+  OrderByRow(firstRow, rowsHere, bucket, scratch);
+  FreeChunks(bucket);
+  scratch.slotColumns = {};
+  std::int32_t begin = 0;
+  for (std::int32_t r = 0; r < rowsHere; ++r) {
+    std::int32_t const end = scratch.rowEnds[r];
+    std::size_t const length = static_cast<std::size_t>(end - begin);
+    CompressRow({scratch.columns.data() + begin, length}, scratch.values.data() + begin, scratch, result);
+    result.rowPointers[std::int64_t{firstRow} + r + 1] = result.nonzeros;
+    begin = end;
+  }
+}
+
+/// Counting sort, stable.
+void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket,
+                                   Scratch& scratch) const {
+  std::vector<std::int32_t>& ends = scratch.rowEnds;
+  ends.assign(static_cast<std::size_t>(rowsHere) + 1, 0);
+  bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) { ++ends[t.row - firstRow + 1]; });
+  for (std::int32_t r = 0; r < rowsHere; ++r)
+    ends[r + 1] += ends[r];
+  // ends[r] is the start of row r here; putting a triplet advances it, up to the row's end.
+  bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) {
+    std::int32_t const p = ends[t.row - firstRow]++;
+    scratch.columns[p] = t.column;
+    scratch.values[p] = t.value;
+  });
+}
+
+void TripletCompressor::CompressRow(std::span<std::uint32_t const> columns, double const* values,
+                                    Scratch& scratch, CompressedRows& result) const {
+  if (std::adjacent_find(columns.begin(), columns.end(), std::greater_equal<>()) == columns.end())
+    return result.AppendAscending(columns, values);
+  bool const isLikeLast = std::ranges::equal(columns, scratch.slotColumns);
+  if (!isLikeLast && (columns.size() <= shortRow || scratch.lastPosition == nullptr))
+    return result.AppendSorted(columns, values, scratch.order);
+  if (isLikeLast || FindSlotsInPattern(columns, scratch)) {
+    std::copy_n(result.columns.get() + scratch.patternStart, scratch.distinct,
+                result.columns.get() + result.nonzeros);
+  } else {
+    FindSlots(columns, scratch, result);
+  }
+  double* const sums = result.values.get() + result.nonzeros;
+  std::fill_n(sums, scratch.distinct, -0.0); // the one start that leaves every first value as it is
+  for (std::size_t e = 0; e < columns.size(); ++e)
+    sums[scratch.slots[e]] += values[e];
+  result.nonzeros += scratch.distinct;
+}
+
+/// Whether the row's distinct columns are those of the pattern found last; scratch.slots then has the places.
+bool TripletCompressor::FindSlotsInPattern(std::span<std::uint32_t const> columns, Scratch& scratch) {
+  if (scratch.slots.size() < columns.size()) scratch.slots.resize(columns.size());
+  scratch.isTouched.assign(static_cast<std::size_t>(scratch.distinct), 0);
+  std::int32_t untouched = scratch.distinct;
+  for (std::size_t e = 0; e < columns.size(); ++e) {
+    std::int32_t const slot = scratch.lastPosition[columns[e]] - scratch.patternStart;
+    if (slot < 0 || slot >= scratch.distinct) return false;
+    scratch.slots[e] = static_cast<std::uint32_t>(slot);
+    untouched -= scratch.isTouched[slot] == 0 ? 1 : 0;
+    scratch.isTouched[slot] = 1;
+  }
+  if (untouched != 0) return false;
+  scratch.slotColumns = columns;
+  return true;
+}
+
+/// Puts the row's distinct columns, ascending, behind the result, and the place of each triplet's column in
+/// scratch.slots.
+void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
+                                  CompressedRows const& result) const {
+  std::int32_t const start = result.nonzeros;
+  std::int32_t* const lastPosition = scratch.lastPosition.get();
+  scratch.order.clear();
+  if (scratch.slots.size() < columns.size()) scratch.slots.resize(columns.size());
+  for (std::size_t e = 0; e < columns.size(); ++e) {
+    std::int32_t& position = lastPosition[columns[e]];
+    if (position < start) {
+      std::size_t const number = scratch.order.size();
+      position = start + static_cast<std::int32_t>(number);
+      scratch.order.push_back(std::uint64_t{columns[e]} << 32 | number);
+    }
+    scratch.slots[e] = static_cast<std::uint32_t>(position - start);
+  }
+
+  std::sort(scratch.order.begin(), scratch.order.end());
+  std::size_t const distinct = scratch.order.size();
+  if (scratch.rank.size() < distinct) scratch.rank.resize(distinct);
+  for (std::size_t k = 0; k < distinct; ++k) {
+    auto const column = static_cast<std::uint32_t>(scratch.order[k] >> 32);
+    scratch.rank[scratch.order[k] & UINT32_MAX] = static_cast<std::uint32_t>(k);
+    result.columns[start + k] = column;
+    lastPosition[column] = start + static_cast<std::int32_t>(k);
+  }
+  for (std::size_t e = 0; e < columns.size(); ++e)
+    scratch.slots[e] = scratch.rank[scratch.slots[e]];
+  scratch.slotColumns = columns;
+  scratch.distinct = static_cast<std::int32_t>(distinct);
+  scratch.patternStart = start;
+}
+
+} // namespace orx

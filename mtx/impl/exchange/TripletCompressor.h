@@ -1,0 +1,63 @@
+#pragma once
+
+#include "core/cow_List.h"
+#include "core/mem_Allocator.h"
+#include "mtx/ORXSrvSparseMatrixEntry.h"
+#include "mtx/impl/exchange/CompressedRows.h"
+
+#include <cstdint>
+#include <span>
+
+namespace orx {
+
+/// Turns triplets in any order into compressed rows; equal positions are summed in the order they came.
+///
+///     Add        appends each triplet to the bucket of its range of rows           (one pass, streaming)
+///     Compress   per bucket, in cache: orders it by row, and per row gives every
+///                triplet the slot of its column, then adds the values up
+///
+/// A bucket is a chain of small chunks of the suite allocator, so a caller that frees its triplets as it
+/// adds them needs no memory beside them: the chunks take over the slabs that become free.
+/// When memory runs out, no triplet is lost: those that were added stay, and each step can be repeated.
+class TripletCompressor {
+public:
+  /// For some `expected` triplets with rows below `rows` and columns below `columns`, all three at least 0.
+  TripletCompressor(std::int32_t rows, std::int32_t columns, std::int64_t expected);
+  TripletCompressor(TripletCompressor const&) = delete;
+  TripletCompressor& operator=(TripletCompressor const&) = delete;
+  ~TripletCompressor();
+
+  /// Makes room for triplets in further rows and columns. REQUIRES no fewer of either than before.
+  void Grow(std::int32_t rows, std::int32_t columns);
+  void Add(std::span<ORXSrvSparseMatrixEntry const> triplets);
+  void Add(TripletCompressor const& other);
+  /// Adds a whole list, whose memory is given back on the way. A triplet is always in one of the two.
+  void AddAndDrop(cow_List<ORXSrvSparseMatrixEntry>& triplets);
+  /// The result; the triplets are used up. More than an int counts are a mem_OutOfMemory.
+  CompressedRows Compress();
+
+private:
+  struct Chunk;
+  struct Bucket;
+  struct Scratch;
+
+  void Put(ORXSrvSparseMatrixEntry const& triplet);
+  static void OpenChunk(Bucket& bucket);
+  static void FreeChunks(Bucket& bucket) noexcept;
+  std::int64_t TripletsOfLargestBucket() const noexcept;
+  void CompressBucket(std::int32_t firstRow, Bucket& bucket, Scratch& scratch, CompressedRows& result);
+  void OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket, Scratch& scratch) const;
+  void CompressRow(std::span<std::uint32_t const> columns, double const* values, Scratch& scratch,
+                   CompressedRows& result) const;
+  static bool FindSlotsInPattern(std::span<std::uint32_t const> columns, Scratch& scratch);
+  void FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
+                 CompressedRows const& result) const;
+
+  std::int32_t m_rows = 0;
+  std::int32_t m_columns = 0;
+  int m_bucketShift; ///< a bucket holds 2^m_bucketShift rows
+  std::int64_t m_bucketCount = 0;
+  mem_Array<Bucket> m_buckets;
+};
+
+} // namespace orx

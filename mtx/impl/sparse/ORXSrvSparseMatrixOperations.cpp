@@ -1,0 +1,326 @@
+#include "mtx/ORXSrvSparseMatrix.h"
+
+#include "mtx/impl/exchange/CompressedRows.h"
+#include "mtx/impl/exchange/TripletCompressor.h"
+#include "mtx/impl/matrix/ORXSrvMtxErrors.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+using namespace orx;
+
+namespace {
+
+constexpr auto& sourceFile = orx::sparseMatrixSource;
+
+/// An array of the caller's.
+mem_Array<unsigned> NewList(std::int32_t length) { return mem_MakeArray<unsigned>(length); }
+
+// ---- difference
+
+/// The compressed arrays of a general form.
+struct Rows {
+  std::int32_t const* rowPointers;
+  std::uint32_t const* columns;
+  double const* values;
+  std::int32_t count;
+
+  std::int32_t Entries() const { return rowPointers[count]; }
+};
+
+struct Row {
+  std::uint32_t const* columns = nullptr;
+  double const* values = nullptr;
+  std::int32_t length = 0;
+
+  Row() = default;
+  /// Row i, which is empty behind the last one.
+  Row(Rows const& rows, std::int32_t i) {
+    if (i >= rows.count) return;
+    columns = rows.columns + rows.rowPointers[i];
+    values = rows.values + rows.rowPointers[i];
+    length = rows.rowPointers[i + 1] - rows.rowPointers[i];
+  }
+  bool IsAscending() const {
+    bool ascending = true;
+    for (std::int32_t k = 1; k < length; ++k)
+      ascending &= columns[k - 1] < columns[k];
+    return ascending;
+  }
+  bool HasColumnsOf(Row const& other) const {
+    return length == other.length && std::equal(columns, columns + length, other.columns);
+  }
+};
+
+/// Dimensions that grow to hold entries.
+struct Dimensions {
+  std::int32_t rows, columns;
+
+  void Hold(std::uint32_t row, std::uint32_t column) {
+    rows = std::max(rows, static_cast<std::int32_t>(row) + 1);
+    columns = std::max(columns, static_cast<std::int32_t>(column) + 1);
+  }
+};
+
+/// Appends a - b, of other columns than each other's. REQUIRES: ascending columns.
+void AppendMerged(Row const& a, Row const& b, CompressedRows& result) {
+  std::uint32_t* columns = result.columns.get() + result.nonzeros;
+  double* values = result.values.get() + result.nonzeros;
+  std::int32_t ka = 0;
+  std::int32_t kb = 0;
+  while (ka < a.length && kb < b.length) {
+    std::uint32_t const ca = a.columns[ka];
+    std::uint32_t const cb = b.columns[kb];
+    if (ca < cb) {
+      *values++ = a.values[ka];
+    } else {
+      *values++ = ca == cb ? a.values[ka] - b.values[kb] : -b.values[kb];
+    }
+    *columns++ = std::min(ca, cb);
+    ka += static_cast<std::int32_t>(ca <= cb);
+    kb += static_cast<std::int32_t>(cb <= ca);
+  }
+  columns = std::copy(a.columns + ka, a.columns + a.length, columns);
+  values = std::copy(a.values + ka, a.values + a.length, values);
+  columns = std::copy(b.columns + kb, b.columns + b.length, columns);
+  std::transform(b.values + kb, b.values + b.length, values, [](double value) { return -value; });
+  result.nonzeros = static_cast<std::int32_t>(columns - result.columns.get());
+}
+
+void AppendDifference(Row const& a, Row const& b, CompressedRows& result) {
+  if (!a.HasColumnsOf(b)) return AppendMerged(a, b, result);
+  std::copy_n(a.columns, a.length, result.columns.get() + result.nonzeros);
+  double* const values = result.values.get() + result.nonzeros;
+  for (std::int32_t k = 0; k < a.length; ++k)
+    values[k] = a.values[k] - b.values[k];
+  result.nonzeros += a.length;
+}
+
+/// a - b row by row, as assembly of their entries would give it; nothing when columns do not ascend. The
+/// dimensions grow to hold the entries.
+std::optional<CompressedRows> DifferenceOfRows(Rows const& a, Rows const& b, Dimensions& dimensions) {
+  std::int64_t const largest = std::int64_t{a.Entries()} + b.Entries();
+  CompressedRows result;
+  // Memory that is not written costs nothing until it is given back. More than an int counts is refused as
+  // what no memory can hold.
+  result.Resize(largest <= INT_MAX ? largest : -1);
+  result.rowPointers =
+      mem_MakeArray<std::int32_t>(std::int64_t{std::max({a.count, b.count, dimensions.rows})} + 1);
+  result.rowPointers[0] = 0;
+  Dimensions grown = dimensions;
+  for (std::int32_t i = 0; i < std::max(a.count, b.count); ++i) {
+    Row const rowA(a, i);
+    Row const rowB(b, i);
+    if (!rowA.IsAscending() || !rowB.IsAscending()) return std::nullopt;
+    AppendDifference(rowA, rowB, result);
+    result.rowPointers[i + 1] = result.nonzeros;
+    if (result.nonzeros > result.rowPointers[i])
+      grown.Hold(static_cast<std::uint32_t>(i), result.columns[result.nonzeros - 1]);
+  }
+  for (std::int32_t i = std::max(a.count, b.count); i < grown.rows; ++i)
+    result.rowPointers[i + 1] = result.nonzeros;
+  dimensions = grown;
+  result.Resize(result.nonzeros);
+  return result;
+}
+
+/// The same for entries in any order, behind those that wait for assembly: `ordered`, which may be null, and
+/// `list`.
+CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
+                                   cow_List<ORXSrvSparseMatrixEntry> const& list,
+                                   std::span<ORXSrvSparseMatrixEntry const> a,
+                                   std::span<ORXSrvSparseMatrixEntry> b, Dimensions& dimensions) {
+  Dimensions grown = dimensions;
+  for (ORXSrvSparseMatrixEntry const& entry : a)
+    grown.Hold(entry.row, entry.column);
+  for (ORXSrvSparseMatrixEntry& entry : b) {
+    grown.Hold(entry.row, entry.column);
+    entry.value = -entry.value;
+  }
+  auto const expected = list.Count() + static_cast<std::int64_t>(a.size() + b.size());
+  TripletCompressor compressor(grown.rows, grown.columns, expected);
+  if (ordered != nullptr) compressor.Add(*ordered);
+  for (int i = 0; i < list.Count();) {
+    auto const run = list.RunFrom(i);
+    compressor.Add(run);
+    i += static_cast<int>(run.size());
+  }
+  compressor.Add(a);
+  compressor.Add(b);
+  dimensions = grown;
+  return compressor.Compress();
+}
+
+// ---- symmetry
+
+/// `upper` and `lower` are in mirrored places.
+bool AreMirrored(double upper, double lower) {
+  if (upper == lower) return true;
+  double const weight = upper == 0.0 ? 1.0 : 1.0 / upper;
+  return !(std::abs((upper - lower) * weight) > 1e-16); // a NaN passes
+}
+
+} // namespace
+
+// ---- checks
+
+void ORXSrvSparseMatrix::RequireAssembled(char const* operation) const {
+  if (m_rowPointers != nullptr && m_arrayRows == m_rows) return;
+  std::string const detail = std::string(operation) + ", a matrix assembled with all its rows expected";
+  ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
+}
+
+void ORXSrvSparseMatrix::RequireAllAssembled(char const* operation) const {
+  RequireAssembled(operation);
+  if (!HasPendingEntries()) return;
+  std::string const detail =
+      std::string(operation) + ", a matrix without entries added since its assembly expected";
+  ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
+}
+
+void ORXSrvSparseMatrix::RequireGeneralForm(char const* operation) const {
+  if (IsSymmetricForm()) ORXSrvMtxNoSymmetricTrue(operation).Throw(sourceFile, __LINE__);
+}
+
+void ORXSrvSparseMatrix::RequireNoMoreColumnsThanRows(char const* operation) const {
+  if (m_columns <= m_rows) return;
+  std::string const detail = std::string(operation) + ", " + std::to_string(m_rows) + " rows and " +
+                             std::to_string(m_columns) + " columns, no more columns than rows expected";
+  ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
+}
+
+// ---- updates
+
+void ORXSrvSparseMatrix::Scale(double s) {
+  RequireAssembled("Scale");
+  for (std::int32_t k = 0; k < StoredEntries(); ++k)
+    m_values[k] *= s;
+  if (!IsSymmetricForm()) return;
+  for (std::int32_t i = 0; i < m_rows; ++i)
+    m_diagonal[i] *= s;
+}
+
+void ORXSrvSparseMatrix::Subtract(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b) {
+  a.RequireAssembled("Subtract");
+  b.RequireAssembled("Subtract");
+  auto const rowsOf = [](ORXSrvSparseMatrix const& matrix) {
+    return Rows{matrix.m_rowPointers.get(), matrix.m_columnIndices.get(), matrix.m_values.get(),
+                matrix.m_rows};
+  };
+  Dimensions dimensions{m_rows, m_columns};
+  std::optional<CompressedRows> difference;
+  bool const areRowsEnough = !HasPendingEntries() && !a.IsSymmetricForm() && !b.IsSymmetricForm();
+  if (areRowsEnough) difference = DifferenceOfRows(rowsOf(a), rowsOf(b), dimensions);
+  if (!difference) {
+    int countA = 0;
+    int countB = 0;
+    mem_Array<ORXSrvSparseMatrixEntry> const entriesA(a.GetEntries(countA));
+    mem_Array<ORXSrvSparseMatrixEntry> const entriesB(b.GetEntries(countB));
+    difference =
+        DifferenceOfEntries(m_ordered.get(), m_entries, {entriesA.get(), static_cast<std::size_t>(countA)},
+                            {entriesB.get(), static_cast<std::size_t>(countB)}, dimensions);
+  }
+  // The state goes where one AddData for each entry of the operands would take it.
+  std::int64_t const added = a.NumberOfEntries() + b.NumberOfEntries();
+  if (added > 0) m_symmetryState = added == 1 && m_symmetryState == symmetric ? unsymmetric : unknown;
+  m_entries.Resize(0);
+  m_ordered.reset();
+  m_rows = dimensions.rows;
+  m_columns = dimensions.columns;
+  Adopt(std::move(*difference));
+  m_isAssembled = 1;
+}
+
+void ORXSrvSparseMatrix::SetColumnsToZero(int const* list, int n) {
+  RequireGeneralForm("SetcolumnsToZero");
+  RequireAssembled("SetColumnsToZero");
+  std::vector<char> isListed(static_cast<std::size_t>(m_columns));
+  for (int p = 0; p < n; ++p) {
+    if (list[p] < 0 || list[p] >= m_columns) {
+      std::string const detail = "SetColumnsToZero, list[" + std::to_string(p) +
+                                 "] = " + std::to_string(list[p]) + ", columns 0 to " +
+                                 std::to_string(m_columns - 1) + " expected";
+      ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
+    }
+    isListed[static_cast<std::size_t>(list[p])] = 1;
+  }
+  for (std::int32_t k = 0; k < StoredEntries(); ++k)
+    if (isListed[m_columnIndices[k]] != 0) m_values[k] = 0.0;
+}
+
+unsigned* ORXSrvSparseMatrix::EliminateTrivialColumns(int& count) {
+  RequireGeneralForm("EliminateTrivialColumns");
+  RequireAssembled("EliminateTrivialColumns");
+  int kept = 0;
+  mem_Array<unsigned> list(FindNontrivialColumns(kept));
+  auto const newNumbers = NewList(m_columns);
+  for (int p = 0; p < kept; ++p)
+    newNumbers[list[p]] = static_cast<unsigned>(p);
+  for (std::int32_t k = 0; k < StoredEntries(); ++k)
+    m_columnIndices[k] = newNumbers[m_columnIndices[k]];
+  m_columns = kept;
+  m_symmetryState = unknown;
+  m_rowPattern = {};
+  count = kept;
+  return list.release();
+}
+
+// ---- tests of the pattern
+
+bool ORXSrvSparseMatrix::IsSymmetric() const {
+  if (m_symmetryState == unknown) {
+    RequireAssembled("IsSymmetric");
+    m_symmetryState = IsSymmetricForm() || CompareTriangles() ? symmetric : unsymmetric;
+  }
+  return m_symmetryState == symmetric;
+}
+
+/// Of a general form, in one pass. Below the diagonal, the entries of a column come in the order in which
+/// their mirror images lie in their row: each row has a cursor on the next of its entries above the diagonal
+/// that must meet its image. At the end no row may have one left.
+bool ORXSrvSparseMatrix::CompareTriangles() const {
+  auto const cursors = mem_MakeArray<std::int32_t>(m_rows);
+  for (std::int32_t i = 0; i < m_rows; ++i) {
+    auto const row = static_cast<std::uint32_t>(i);
+    std::int32_t const end = m_rowPointers[i + 1];
+    std::int32_t k = m_rowPointers[i];
+    for (; k < end && m_columnIndices[k] < row; ++k) {
+      std::uint32_t const j = m_columnIndices[k];
+      std::int32_t const image = cursors[j]++;
+      if (image >= m_rowPointers[j + 1] || m_columnIndices[image] != row) return false;
+      if (!AreMirrored(m_values[image], m_values[k])) return false;
+    }
+    if (k < end && m_columnIndices[k] == row) ++k;
+    cursors[i] = k;
+  }
+  for (std::int32_t i = 0; i < m_rows; ++i)
+    if (cursors[i] != m_rowPointers[i + 1]) return false;
+  return true;
+}
+
+unsigned* ORXSrvSparseMatrix::FindNontrivialRows(int& count) const {
+  RequireAssembled("FindNontrivialRows");
+  auto list = NewList(m_rows);
+  count = 0;
+  for (std::int32_t i = 0; i < m_rows; ++i)
+    if (m_rowPointers[i] < m_rowPointers[i + 1]) list[count++] = static_cast<unsigned>(i);
+  return list.release();
+}
+
+unsigned* ORXSrvSparseMatrix::FindNontrivialColumns(int& count) const {
+  RequireAssembled("FindNontrivialColumns");
+  auto list = NewList(m_columns);
+  std::fill_n(list.get(), m_columns, 0U);
+  for (std::int32_t k = 0; k < StoredEntries(); ++k)
+    list[m_columnIndices[k]] = 1;
+  count = 0;
+  for (std::int32_t j = 0; j < m_columns; ++j)
+    if (list[j] != 0) list[count++] = static_cast<unsigned>(j);
+  return list.release();
+}

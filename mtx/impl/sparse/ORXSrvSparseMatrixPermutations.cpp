@@ -1,0 +1,340 @@
+#include "mtx/ORXSrvSparseMatrix.h"
+
+#include "blac/sparse/RowPatterns.h"
+#include "mtx/impl/exchange/CompressedRows.h"
+#include "mtx/impl/matrix/ORXSrvMtxErrors.h"
+
+#include <algorithm>
+#include <numeric>
+#include <string>
+#include <utility>
+#include <vector>
+
+using namespace orx;
+
+// Rows and columns in other places. Neighbouring rows with the same columns, as the unknowns of one node have
+// them, are moved together: what is found out about the columns of one holds for all.
+
+namespace {
+
+constexpr auto& sourceFile = orx::sparseMatrixSource;
+
+/// inverse[perm[k]] = k. Error 206 for what is no permutation of 0 ... rows - 1.
+mem_Array<std::int32_t> Inverse(int const* perm, std::int32_t rows, char const* operation) {
+  auto inverse = mem_MakeArray<std::int32_t>(rows);
+  std::fill_n(inverse.get(), rows, -1);
+  for (std::int32_t k = 0; k < rows; ++k) {
+    if (perm[k] < 0 || perm[k] >= rows || inverse[perm[k]] >= 0) {
+      std::string const detail = std::string(operation) + ", perm[" + std::to_string(k) +
+                                 "] = " + std::to_string(perm[k]) + ", each of 0 to " +
+                                 std::to_string(rows - 1) + " once expected";
+      ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
+    }
+    inverse[perm[k]] = k;
+  }
+  return inverse;
+}
+
+/// Turns counts[i + 1], the entries of row i, into the row pointers.
+void SumUp(std::int32_t* counts, std::int32_t rows) {
+  counts[0] = 0;
+  for (std::int32_t i = 0; i < rows; ++i)
+    counts[i + 1] += counts[i];
+}
+
+/// The row pointers when old row i is row newRow[i].
+mem_Array<std::int32_t> MovedRowPointers(std::int32_t const* rowPointers, std::int32_t rows,
+                                         std::int32_t const* newRow) {
+  auto moved = mem_MakeArray<std::int32_t>(std::int64_t{rows} + 1);
+  for (std::int32_t i = 0; i < rows; ++i)
+    moved[newRow[i] + 1] = rowPointers[i + 1] - rowPointers[i];
+  SumUp(moved.get(), rows);
+  return moved;
+}
+
+std::int32_t LongestRow(std::int32_t const* rowPointers, std::int32_t rows) {
+  std::int32_t longest = 0;
+  for (std::int32_t i = 0; i < rows; ++i)
+    longest = std::max(longest, rowPointers[i + 1] - rowPointers[i]);
+  return longest;
+}
+
+/// The arrays of compressed rows, whoever owns them.
+struct RowsView {
+  std::int32_t const* rowPointers;
+  std::uint32_t const* columns;
+  std::int32_t rows;
+
+  std::int32_t Length(std::int32_t i) const { return rowPointers[i + 1] - rowPointers[i]; }
+  std::uint32_t const* ColumnsOf(std::int32_t i) const { return columns + rowPointers[i]; }
+  /// The rows from `first` on that have the same columns, `most` at most.
+  std::int32_t RowsAlike(std::int32_t first, std::int32_t most) const {
+    std::int32_t alike = 1;
+    std::int32_t const length = Length(first);
+    while (alike < most && first + alike < rows && Length(first + alike) == length &&
+           std::equal(ColumnsOf(first), ColumnsOf(first) + length, ColumnsOf(first + alike)))
+      ++alike;
+    return alike;
+  }
+};
+constexpr std::int32_t mostRowsAlike = 8;
+
+/// The columns of a row under their new numbers, in ascending order, each with its place in the old row.
+class RenumberedRow {
+public:
+  /// `newNumber` is for columns. Rows have up to `longest` entries.
+  RenumberedRow(std::int32_t const* newNumber, std::int32_t longest)
+      : m_newNumber(newNumber), m_keys(mem_MakeArray<std::uint64_t>(longest)) {}
+
+  void Set(std::uint32_t const* columns, std::int32_t length) noexcept {
+    m_length = length;
+    bool ascending = true;
+    for (std::int32_t k = 0; k < length; ++k) {
+      m_keys[k] = static_cast<std::uint64_t>(m_newNumber[columns[k]]) << 32 | static_cast<std::uint32_t>(k);
+      ascending = ascending && (k == 0 || m_keys[k - 1] < m_keys[k]);
+    }
+    if (ascending) return;
+    if (length <= longestInserted) return InsertKeys();
+    std::sort(m_keys.get(), m_keys.get() + length);
+  }
+  void StoreColumns(std::uint32_t* columns) const noexcept {
+    for (std::int32_t k = 0; k < m_length; ++k)
+      columns[k] = static_cast<std::uint32_t>(m_keys[k] >> 32);
+  }
+  /// Values of an old row, which do not overlap the new ones.
+  void StoreValues(double const* old, double* values) const noexcept {
+    for (std::int32_t k = 0; k < m_length; ++k)
+      values[k] = old[static_cast<std::uint32_t>(m_keys[k])];
+  }
+  std::int32_t ColumnsNeeded() const noexcept {
+    return m_length > 0 ? static_cast<std::int32_t>(m_keys[m_length - 1] >> 32) + 1 : 0;
+  }
+
+private:
+  static constexpr std::int32_t longestInserted = 16;
+
+  /// Insertion sort. std::sort would move a few keys at a time by memmove, which takes longer than the
+  /// sorting.
+  void InsertKeys() noexcept {
+    for (std::int32_t k = 1; k < m_length; ++k) {
+      std::uint64_t const key = m_keys[k];
+      std::int32_t to = k;
+      for (; to > 0 && m_keys[to - 1] > key; --to)
+        m_keys[to] = m_keys[to - 1];
+      m_keys[to] = key;
+    }
+  }
+
+  std::int32_t const* m_newNumber;
+  mem_Array<std::uint64_t> m_keys; ///< new number above, place below
+  std::int32_t m_length = 0;
+};
+
+/// Moves element source[p] to p for all p, along the cycles, which leaves source[p] = p.
+void GatherInPlace(std::uint32_t* columns, double* values, std::int32_t* source,
+                   std::int32_t count) noexcept {
+  for (std::int32_t p = 0; p < count; ++p) {
+    if (source[p] == p) continue;
+    std::uint32_t const column = columns[p];
+    double const value = values[p];
+    std::int32_t to = p;
+    for (std::int32_t from = source[p]; from != p; from = source[to]) {
+      columns[to] = columns[from];
+      values[to] = values[from];
+      source[to] = to;
+      to = from;
+    }
+    columns[to] = column;
+    values[to] = value;
+    source[to] = to;
+  }
+}
+
+// ---- transposition
+
+/// Puts each entry where the next one of its column goes.
+void TransposeByRows(RowsView const& rows, double const* values, std::int32_t* next, CompressedRows& result) {
+  for (std::int32_t first = 0; first < rows.rows;) {
+    std::int32_t const alike = rows.RowsAlike(first, mostRowsAlike);
+    std::int32_t const length = rows.Length(first);
+    double const* const firstValues = values + rows.rowPointers[first];
+    for (std::int32_t k = 0; k < length; ++k) {
+      std::int32_t& to = next[rows.ColumnsOf(first)[k]];
+      for (std::int32_t r = 0; r < alike; ++r, ++to) {
+        result.columns[to] = static_cast<std::uint32_t>(first + r);
+        result.values[to] = firstValues[std::int64_t{r} * length + k];
+      }
+    }
+    first += alike;
+  }
+}
+
+/// Entries of a bucket, 16 bytes each: as many as the second-level cache holds.
+constexpr std::int32_t entriesOfBucket = 1 << 15;
+
+/// The same for columns all over the place, which would miss the cache with each entry: first to the range of
+/// columns, a bucket, then from place to place in the cache. A bucket's entries lie from the start where they
+/// lie in the end, only not in order.
+void TransposeByBuckets(RowsView const& rows, double const* values, std::int32_t columns, std::int32_t* next,
+                        CompressedRows& result) {
+  std::int32_t const entries = rows.rowPointers[rows.rows];
+  int shift = 0;
+  while ((columns >> shift) > entries / entriesOfBucket)
+    ++shift;
+  std::int32_t const buckets = ((columns - 1) >> shift) + 1;
+  auto ends = mem_MakeArray<std::int32_t>(buckets);
+  for (std::int32_t b = 0; b < buckets; ++b)
+    ends[b] = next[std::int64_t{b} << shift];
+  auto const columnOf = mem_MakeArray<std::uint32_t>(entries);
+  for (std::int32_t i = 0; i < rows.rows; ++i)
+    for (std::int32_t k = rows.rowPointers[i]; k < rows.rowPointers[i + 1]; ++k) {
+      std::int32_t const to = ends[rows.columns[k] >> shift]++;
+      columnOf[to] = rows.columns[k];
+      result.columns[to] = static_cast<std::uint32_t>(i);
+      result.values[to] = values[k];
+    }
+  std::vector<std::uint32_t> bucketRows;
+  std::vector<double> bucketValues;
+  for (std::int32_t b = 0, begin = 0; b < buckets; begin = ends[b++]) {
+    bucketRows.assign(result.columns.get() + begin, result.columns.get() + ends[b]);
+    bucketValues.assign(result.values.get() + begin, result.values.get() + ends[b]);
+    for (std::int32_t k = begin; k < ends[b]; ++k) {
+      std::int32_t const to = next[columnOf[k]]++;
+      result.columns[to] = bucketRows[static_cast<std::size_t>(k - begin)];
+      result.values[to] = bucketValues[static_cast<std::size_t>(k - begin)];
+    }
+  }
+}
+
+} // namespace
+
+ORXSrvSparseMatrix* ORXSrvSparseMatrix::NewOfSameForm(CompressedRows&& compressed,
+                                                      mem_Array<double>&& diagonal, int rows,
+                                                      int columns) const {
+  auto* const matrix =
+      new ORXSrvSparseMatrix(reinterpret_cast<unsigned*>(compressed.rowPointers.get()),
+                             reinterpret_cast<int*>(compressed.columns.get()), compressed.values.get(),
+                             diagonal.get(), m_nonzeros, rows, columns);
+  static_cast<void>(compressed.rowPointers.release());
+  static_cast<void>(compressed.columns.release());
+  static_cast<void>(compressed.values.release());
+  static_cast<void>(diagonal.release());
+  return matrix;
+}
+
+// ---- permutations
+
+void ORXSrvSparseMatrix::PermuteRows(int const* perm) {
+  RequireGeneralForm("PermuteRows");
+  RequireAssembled("PermuteRows");
+  static_cast<void>(Inverse(perm, m_rows, "PermuteRows"));
+  CompressedRows moved;
+  moved.rowPointers = MovedRowPointers(m_rowPointers.get(), m_rows, perm);
+  moved.nonzeros = m_nonzeros;
+  moved.Resize(StoredEntries());
+  for (std::int32_t i = 0; i < m_rows; ++i) {
+    std::int32_t const from = m_rowPointers[i];
+    std::int32_t const to = moved.rowPointers[perm[i]];
+    std::int32_t const length = m_rowPointers[i + 1] - from;
+    std::copy_n(m_columnIndices.get() + from, length, moved.columns.get() + to);
+    std::copy_n(m_values.get() + from, length, moved.values.get() + to);
+  }
+  m_symmetryState = unknown;
+  Adopt(std::move(moved));
+}
+
+ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
+  RequireAssembled("Permute");
+  RequireNoMoreColumnsThanRows("Permute");
+  auto const inverse = Inverse(perm, m_rows, "Permute");
+  RenumberedRow row(inverse.get(), LongestRow(m_rowPointers.get(), m_rows));
+  CompressedRows moved;
+  moved.rowPointers = MovedRowPointers(m_rowPointers.get(), m_rows, inverse.get());
+  moved.Resize(StoredEntries());
+  RowsView const old{m_rowPointers.get(), m_columnIndices.get(), m_rows};
+  constexpr std::int32_t rowsAhead = 16; // where rows go is anywhere in the row pointers
+  std::int32_t columns = m_columns;
+  for (std::int32_t first = 0; first < m_rows;) {
+    std::int32_t const end = first + old.RowsAlike(first, mostRowsAlike);
+    if (rowsAhead < m_rows - first) __builtin_prefetch(moved.rowPointers.get() + inverse[first + rowsAhead]);
+    row.Set(old.ColumnsOf(first), old.Length(first));
+    columns = std::max(columns, row.ColumnsNeeded());
+    for (; first < end; ++first) {
+      std::int32_t const to = moved.rowPointers[inverse[first]];
+      row.StoreColumns(moved.columns.get() + to);
+      row.StoreValues(m_values.get() + m_rowPointers[first], moved.values.get() + to);
+    }
+  }
+  return NewOfSameForm(std::move(moved), PermutedDiagonal(perm), m_rows, columns);
+}
+
+/// diagonal[perm[k]], null in general form.
+mem_Array<double> ORXSrvSparseMatrix::PermutedDiagonal(int const* perm) const {
+  if (!IsSymmetricForm()) return nullptr;
+  auto permuted = mem_MakeArray<double>(m_rows);
+  for (std::int32_t k = 0; k < m_rows; ++k)
+    permuted[k] = m_diagonal[perm[k]];
+  return permuted;
+}
+
+void ORXSrvSparseMatrix::PermuteInPlace(int const* perm) {
+  RequireAssembled("PermuteInPlace");
+  RequireNoMoreColumnsThanRows("PermuteInPlace");
+  auto const inverse = Inverse(perm, m_rows, "PermuteInPlace");
+  std::int32_t const longest = LongestRow(m_rowPointers.get(), m_rows);
+  RenumberedRow row(inverse.get(), longest);
+  auto const rowValues = mem_MakeArray<double>(longest);
+  auto const source = mem_MakeArray<std::int32_t>(StoredEntries());
+  auto rowPointers = MovedRowPointers(m_rowPointers.get(), m_rows, inverse.get());
+  auto diagonal = PermutedDiagonal(perm);
+  // From here on nothing can fail.
+  for (std::int32_t i = 0; i < m_rows; ++i) {
+    std::uint32_t* const columns = m_columnIndices.get() + m_rowPointers[i];
+    double* const values = m_values.get() + m_rowPointers[i];
+    std::int32_t const length = m_rowPointers[i + 1] - m_rowPointers[i];
+    row.Set(columns, length);
+    row.StoreColumns(columns);
+    std::copy_n(values, length, rowValues.get());
+    row.StoreValues(rowValues.get(), values);
+    m_columns = std::max(m_columns, row.ColumnsNeeded());
+    std::iota(source.get() + rowPointers[inverse[i]], source.get() + rowPointers[inverse[i]] + length,
+              m_rowPointers[i]);
+  }
+  GatherInPlace(m_columnIndices.get(), m_values.get(), source.get(), StoredEntries());
+  m_rowPointers = std::move(rowPointers);
+  m_diagonal = std::move(diagonal);
+  m_symmetryState = IsSymmetricForm() ? symmetric : unknown;
+  m_rowPattern = {};
+}
+
+// ---- transposition
+
+ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
+  RequireAssembled("Transpose");
+  if (IsSymmetricForm()) RequireNoMoreColumnsThanRows("Transpose");
+  std::int32_t const entries = StoredEntries();
+  CompressedRows result;
+  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_columns} + 1);
+  result.Resize(entries);
+  mem_Array<double> diagonal;
+  if (IsSymmetricForm()) {
+    diagonal = mem_MakeArray<double>(m_columns);
+    std::copy_n(m_diagonal.get(), m_columns, diagonal.get());
+  }
+  // While the entries are stored, next[j] is where the next one of row j goes; at the end, where row j + 1
+  // begins.
+  std::int32_t* const next = result.rowPointers.get();
+  std::fill_n(next, std::int64_t{m_columns} + 1, 0);
+  for (std::int32_t k = 0; k < entries; ++k)
+    ++next[m_columnIndices[k] + 1];
+  SumUp(next, m_columns);
+  RowsView const rows{m_rowPointers.get(), m_columnIndices.get(), m_rows};
+  if (HasScatteredColumns(m_rowPointers.get(), m_columnIndices.get(), m_rows) && entries > entriesOfBucket) {
+    TransposeByBuckets(rows, m_values.get(), m_columns, next, result);
+  } else {
+    TransposeByRows(rows, m_values.get(), next, result);
+  }
+  std::copy_backward(next, next + m_columns, next + m_columns + 1);
+  next[0] = 0;
+  return NewOfSameForm(std::move(result), std::move(diagonal), m_columns, m_rows);
+}

@@ -1,0 +1,564 @@
+#include "file/PositionedFile.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <linux/falloc.h>
+#include <linux/magic.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace orx::file {
+
+namespace {
+
+using Access = FileError::Access;
+
+constexpr std::uint64_t pageBytes = 4096;
+constexpr std::uint64_t mappingUnit = std::uint64_t{2} << 20;
+constexpr std::uint64_t smallestMapping = std::uint64_t{64} << 20;
+constexpr std::size_t mostAtOnce = std::size_t{1} << 30; // one system call moves less than 2 GiB
+constexpr std::uint64_t zerosAtOnce = std::uint64_t{1} << 20;
+
+FaultHook& Hook() {
+  static FaultHook hook;
+  return hook;
+}
+
+int FaultAt(FileStep const& step) { return Hook() ? Hook()(step) : 0; }
+
+std::uint64_t RoundUp(std::uint64_t value, std::uint64_t unit) { return (value + unit - 1) / unit * unit; }
+
+/// A write beyond the file-size limit would end the process; ignored, it is an error like any other. The
+/// signal belongs to the whole process: a handler of the host stays, and without one the default is back when
+/// the last writer is gone.
+class SizeLimitSignal {
+public:
+  static void Ignore() {
+    struct sigaction action {};
+    if (s_writers++ > 0 || sigaction(SIGXFSZ, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
+    s_isIgnored = signal(SIGXFSZ, SIG_IGN) != SIG_ERR;
+  }
+  static void Restore() {
+    struct sigaction action {};
+    if (--s_writers > 0 || !std::exchange(s_isIgnored, false)) return;
+    bool const isOurs = sigaction(SIGXFSZ, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+    if (isOurs) signal(SIGXFSZ, SIG_DFL);
+  }
+
+private:
+  static int s_writers;
+  static bool s_isIgnored;
+};
+int SizeLimitSignal::s_writers = 0;
+bool SizeLimitSignal::s_isIgnored = false;
+
+unsigned long FileSystemOf(int descriptor) {
+  struct statfs facts {};
+  return fstatfs(descriptor, &facts) == 0 ? static_cast<unsigned long>(facts.f_type) : 0;
+}
+
+bool IsDisk(unsigned long fileSystem) {
+  constexpr unsigned long xfs = 0x58465342;
+  // ext2 and ext3 have the number of ext4.
+  return fileSystem == EXT4_SUPER_MAGIC || fileSystem == xfs;
+}
+
+/// Whether space that was reserved stays with the file. An overlay keeps what the file system under it keeps,
+/// which its number does not tell. Those that write in place are those that can also take a range out of a
+/// file; asked for an impossible one they say so, the others that they do not know the operation.
+bool KeepsReservations(int descriptor, unsigned long fileSystem) {
+  if (fileSystem == TMPFS_MAGIC) return true;
+  if (!IsDisk(fileSystem) && fileSystem != OVERLAYFS_SUPER_MAGIC) return false;
+  return fallocate(descriptor, FALLOC_FL_COLLAPSE_RANGE, 1, 1) != 0 && errno == EINVAL;
+}
+
+/// Bytes of the file that have no space. Exact on tmpfs; elsewhere at least so many.
+std::uint64_t MissingSpace(int descriptor, std::uint64_t size) {
+  struct stat facts {};
+  if (fstat(descriptor, &facts) != 0) return size;
+  std::uint64_t const present = static_cast<std::uint64_t>(facts.st_blocks) * 512;
+  return present < size ? size - present : 0;
+}
+
+std::uint64_t FreeSpace(int descriptor) {
+  struct statfs facts {};
+  return fstatfs(descriptor, &facts) == 0 ? facts.f_bavail * static_cast<std::uint64_t>(facts.f_bsize) : 0;
+}
+
+int Allocate(int descriptor, int flags, std::uint64_t from, std::uint64_t to) {
+  int const result = fallocate(descriptor, flags, static_cast<off_t>(from), static_cast<off_t>(to - from));
+  return result == 0 ? 0 : errno;
+}
+
+std::string Sentence(char const* operation, std::string const& path, std::string const& reason) {
+  std::string text = std::string(operation) + " " + path + " failed: " + reason + ".";
+  text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+std::string Reason(int error, FileRange range, std::optional<std::uint64_t> freeBytes) {
+  std::string text = std::strerror(error);
+  if (range.bytes > 0)
+    text += ", " + std::to_string(range.bytes) + " bytes at offset " + std::to_string(range.offset);
+  if (freeBytes) text += ", " + std::to_string(*freeBytes) + " bytes are free";
+  return text;
+}
+
+/// Without blocking: opening a pipe would wait for its other end.
+int OpenQuickly(std::string const& path, int flags) {
+  return open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
+}
+
+/// Calls a function that returns -1 and sets errno, again while a signal interrupts it; 0 or an errno.
+template<class Call>
+int Uninterrupted(Call call) {
+  for (;;) {
+    if (call() == 0) return 0;
+    if (errno != EINTR) return errno;
+  }
+}
+
+std::string FolderOf(std::string const& path) {
+  std::size_t const slash = path.rfind('/');
+  return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+}
+
+/// The file that a path means, behind symbolic links. What is not there is taken as it is named.
+std::string Resolved(std::string const& path) {
+  char* const real = realpath(path.c_str(), nullptr);
+  std::string resolved = real != nullptr ? real : path;
+  free(real); // NOLINT(cppcoreguidelines-no-malloc): realpath's
+  return resolved;
+}
+
+/// Where a file is built that will have this name. It is the same name each time, so that what a killed
+/// process has left is taken up by the next creation.
+std::string StagedName(std::string const& target) {
+  constexpr char suffix[] = ".orx-new";
+  constexpr std::size_t longestName = 255;
+  std::string const folder = FolderOf(target);
+  return folder + target.substr(folder.size()).substr(0, longestName + 1 - sizeof suffix) + suffix;
+}
+
+/// As it is when the current directory is unknown.
+std::string Absolute(std::string const& path) {
+  std::error_code failure;
+  std::filesystem::path const absolute = std::filesystem::absolute(path, failure);
+  return failure ? path : absolute.string();
+}
+
+} // namespace
+
+std::uint64_t PositionedFile::s_forks = 0;
+
+void SetFaultHook(FaultHook hook) { Hook() = std::move(hook); }
+
+FileError::FileError(Access access, char const* operation, std::string const& path, int error,
+                     FileRange range, std::optional<std::uint64_t> freeBytes)
+    : m_text(Sentence(operation, path, Reason(error, range, freeBytes))), m_error(error), m_access(access) {}
+
+FileError::FileError(Access access, char const* operation, std::string const& path, int error,
+                     std::string const& reason)
+    : m_text(Sentence(operation, path, reason)), m_error(error), m_access(access) {}
+
+// Opening
+
+PositionedFile::PositionedFile(std::string path, Mode mode)
+    : m_path(std::move(path)), m_absolutePath(Absolute(m_path)), m_mode(mode) {
+  [[maybe_unused]] static int const isCounting = pthread_atfork(nullptr, nullptr, [] { ++s_forks; });
+  m_forks = s_forks;
+  SizeLimitSignal::Ignore();
+  try {
+    Open();
+  } catch (...) {
+    CloseAll();
+    throw;
+  }
+}
+
+PositionedFile::~PositionedFile() {
+  if (m_mapping != nullptr) munmap(m_mapping, m_mapped);
+  CloseAll();
+}
+
+void PositionedFile::CloseAll() noexcept {
+  if (m_descriptor >= 0 && IsOwner()) {
+    if (!IsPublished() && !m_isExchanged) unlink(m_stagedPath.c_str());
+    // A child that is still there has the lock, too.
+    flock(m_descriptor, LOCK_UN);
+  }
+  for (int const descriptor : {m_descriptor, m_predecessor})
+    if (descriptor >= 0) close(descriptor);
+  SizeLimitSignal::Restore();
+}
+
+void PositionedFile::Raise(Access access, char const* operation, int error, FileRange range) const {
+  std::optional<std::uint64_t> freeBytes;
+  if (error == ENOSPC || error == EDQUOT) freeBytes = FreeSpace(m_descriptor);
+  throw FileError(access, operation, m_path, error, range, freeBytes);
+}
+
+void PositionedFile::RaiseOutside(char const* operation, FileRange range) const {
+  throw FileError(Access::Read, operation, m_path, EFAULT,
+                  std::to_string(range.bytes) + " bytes at offset " + std::to_string(range.offset) +
+                      " are wanted, the file has " + std::to_string(m_size));
+}
+
+void PositionedFile::Open() {
+  if (IsCreating()) {
+    OpenStaged();
+  } else {
+    int const creation = m_mode == Mode::Scratch ? O_CREAT | O_EXCL : 0;
+    int const flags = creation | (IsReadOnly() ? O_RDONLY : O_RDWR);
+    m_descriptor = OpenQuickly(m_path, flags);
+    if (m_descriptor < 0)
+      throw FileError(Access::Open, m_mode == Mode::Scratch ? "creating" : "opening", m_path, errno);
+    Lock(m_descriptor);
+    CheckIdentity();
+  }
+  if (m_mode != Mode::Scratch && !IsCreating()) return;
+  if (m_size > 0) Resize(0);
+  PrepareMapping();
+}
+
+/// Opens the file under the name that it has until Publish, and locks the one that it will replace.
+void PositionedFile::OpenStaged() {
+  struct stat named {};
+  bool const isThere = lstat(m_path.c_str(), &named) == 0;
+  if (isThere && m_mode == Mode::Create) throw FileError(Access::Open, "creating", m_path, EEXIST);
+  m_target = Resolved(m_path);
+  if (isThere) LockPredecessor();
+  m_stagedPath = StagedName(m_target);
+  m_descriptor = OpenQuickly(m_stagedPath, O_RDWR | O_CREAT | O_NOFOLLOW);
+  if (m_descriptor < 0) {
+    int const error = errno;
+    m_stagedPath.clear();
+    throw FileError(Access::Open, "creating", m_path, error);
+  }
+  try {
+    Lock(m_descriptor);
+    CheckIdentity();
+  } catch (FileError const&) {
+    m_stagedPath.clear(); // it is another one's
+    throw;
+  }
+  if (m_predecessor >= 0 && fstat(m_predecessor, &named) == 0) {
+    // The file keeps its rights and its owner where that is permitted.
+    [[maybe_unused]] int ignored = fchmod(m_descriptor, named.st_mode & 07777U);
+    ignored = fchown(m_descriptor, named.st_uid, named.st_gid);
+  }
+}
+
+void PositionedFile::LockPredecessor() {
+  m_predecessor = OpenQuickly(m_target, O_RDWR);
+  if (m_predecessor < 0 && errno == ENOENT) return; // a link to nowhere
+  if (m_predecessor < 0) throw FileError(Access::Open, "creating", m_path, errno);
+  struct stat facts {};
+  if (fstat(m_predecessor, &facts) == 0 && !S_ISREG(facts.st_mode))
+    throw FileError(Access::Open, "opening", m_path, ENODEV, "it is not a regular file");
+  Lock(m_predecessor);
+}
+
+void PositionedFile::Lock(int descriptor) const {
+  int const kind = IsReadOnly() ? LOCK_SH : LOCK_EX;
+  int const error = Uninterrupted([&] { return flock(descriptor, kind | LOCK_NB); });
+  if (error == 0) return;
+  if (error != EWOULDBLOCK) throw FileError(Access::Open, "locking", m_path, error);
+  throw FileError(Access::Open, "opening", m_path, EWOULDBLOCK,
+                  IsReadOnly() ? "another process, or this one, has it open for writing"
+                               : "another process, or this one, has it open for reading or writing");
+}
+
+/// The name must still be that of the file that was locked: it may have been deleted or renamed in between.
+void PositionedFile::CheckIdentity() {
+  struct stat mine {};
+  struct stat named {};
+  if (fstat(m_descriptor, &mine) != 0) throw FileError(Access::Open, "opening", m_path, errno);
+  if (!S_ISREG(mine.st_mode))
+    throw FileError(Access::Open, "opening", m_path, ENODEV, "it is not a regular file");
+  std::string const& name = IsPublished() ? m_path : m_stagedPath;
+  if (stat(name.c_str(), &named) != 0 || named.st_ino != mine.st_ino || named.st_dev != mine.st_dev)
+    throw FileError(Access::Open, "opening", m_path, ENOENT, "it was deleted or replaced meanwhile");
+  m_size = static_cast<std::uint64_t>(mine.st_size);
+}
+
+void PositionedFile::RequireOwner(char const* operation) const {
+  if (IsOwner()) return;
+  throw FileError(Access::Write, operation, m_path, EPERM,
+                  "this process was forked from the one that has it open");
+}
+
+void PositionedFile::RequireIntact(char const* operation) const {
+  struct stat facts {};
+  if (fstat(m_descriptor, &facts) != 0) Raise(Access::Write, operation, errno, {});
+  if (facts.st_nlink == 0 && IsPublished())
+    throw FileError(Access::Write, operation, m_path, ENOENT, "another program has deleted or replaced it");
+  auto const size = static_cast<std::uint64_t>(facts.st_size);
+  if (size < m_size)
+    throw FileError(Access::Write, operation, m_path, ENODATA,
+                    "another program has cut it to " + std::to_string(size) + " bytes, expected " +
+                        std::to_string(m_size));
+}
+
+// Publishing
+
+void PositionedFile::Publish() {
+  if (IsPublished()) return;
+  RequireOwner("creating");
+  int error = FaultAt({FileStep::Kind::Rename, m_descriptor, 0, nullptr, 0});
+  if (error == 0) error = TakeName();
+  if (error != 0) throw FileError(error == EEXIST ? Access::Open : Access::Write, "creating", m_path, error);
+  try {
+    SyncFolder();
+  } catch (...) {
+    GiveNameBack();
+    throw;
+  }
+  // An exchange has left the former file there.
+  unlink(m_stagedPath.c_str());
+  m_stagedPath.clear();
+  if (m_predecessor >= 0) close(std::exchange(m_predecessor, -1));
+}
+
+/// Returns 0 or an errno.
+int PositionedFile::TakeName() {
+  char const* const staged = m_stagedPath.c_str();
+  char const* const target = m_target.c_str();
+  if (m_predecessor >= 0) {
+    m_isExchanged = renameat2(AT_FDCWD, staged, AT_FDCWD, target, RENAME_EXCHANGE) == 0;
+    if (m_isExchanged) return 0;
+  } else if (m_mode == Mode::Create) {
+    // A second name, which is never given twice.
+    if (link(staged, target) == 0) return 0;
+    if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return errno;
+  }
+  // Where the file system cannot do these, a file of that name that came meanwhile, or the former one, is
+  // lost.
+  return rename(staged, target) == 0 ? 0 : errno;
+}
+
+void PositionedFile::GiveNameBack() noexcept {
+  char const* const staged = m_stagedPath.c_str();
+  char const* const target = m_target.c_str();
+  if (m_isExchanged) {
+    m_isExchanged = renameat2(AT_FDCWD, staged, AT_FDCWD, target, RENAME_EXCHANGE) != 0;
+  } else if (m_predecessor < 0) {
+    rename(target, staged); // of two names of one file, both stay
+    unlink(target);
+  }
+}
+
+void PositionedFile::SyncFolder() const {
+  std::string const folder = FolderOf(m_target);
+  int const descriptor = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return; // a folder that may be entered but not read
+  int error = FaultAt({FileStep::Kind::Sync, descriptor, 0, nullptr, 0});
+  if (error == 0) error = Uninterrupted([&] { return fsync(descriptor); });
+  close(descriptor);
+  if (error != 0 && error != EINVAL) Raise(Access::Write, "flushing the folder of", error, {});
+}
+
+// Space that mappings need
+
+/// A copied file may have holes where the original was reserved only, or share its blocks with the original.
+/// Touching them through a mapping needs space, and a full disk would then be a signal: so the space is
+/// reserved now.
+bool PositionedFile::CanMapSafely() {
+  unsigned long const fileSystem = FileSystemOf(m_descriptor);
+  // tmpfs fills holes even when they are read.
+  std::uint64_t const missing = MissingSpace(m_descriptor, m_size);
+  if (IsReadOnly()) {
+    bool const isKnown = fileSystem == TMPFS_MAGIC || fileSystem == OVERLAYFS_SUPER_MAGIC;
+    return IsDisk(fileSystem) || (isKnown && missing == 0);
+  }
+  if (!KeepsReservations(m_descriptor, fileSystem)) return false;
+  if (m_size == 0) return true;
+  // tmpfs looks at each page, which takes long for large files.
+  if (fileSystem == TMPFS_MAGIC && missing == 0) return true;
+  // A damaged file may say that it is larger than the disk.
+  if (missing > FreeSpace(m_descriptor)) return false;
+  constexpr int unshare = FALLOC_FL_UNSHARE_RANGE | FALLOC_FL_KEEP_SIZE;
+  return Allocate(m_descriptor, unshare, 0, m_size) == 0 || TryReserve(0, m_size) == 0;
+}
+
+void PositionedFile::PrepareMapping() { m_mapsSafely = CanMapSafely(); }
+
+// Reading and writing
+
+void PositionedFile::ReadZeroFilled(std::uint64_t offset, void* to, std::size_t bytes) const {
+  if (int const error = FaultAt({FileStep::Kind::Read, m_descriptor, offset, nullptr, bytes}))
+    Raise(Access::Read, "reading", error, {offset, bytes});
+  auto* at = static_cast<char*>(to);
+  while (bytes > 0) {
+    ssize_t const done = pread(m_descriptor, at, std::min(bytes, mostAtOnce), static_cast<off_t>(offset));
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0) Raise(Access::Read, "reading", errno, {offset, bytes});
+    if (done == 0) break;
+    at += done;
+    offset += static_cast<std::uint64_t>(done);
+    bytes -= static_cast<std::size_t>(done);
+  }
+  std::memset(at, 0, bytes);
+}
+
+void PositionedFile::ReadAt(std::uint64_t offset, void* to, std::size_t bytes) const {
+  if (offset > m_size || bytes > m_size - offset) RaiseOutside("reading", {offset, bytes});
+  ReadZeroFilled(offset, to, bytes);
+}
+
+void PositionedFile::WriteAt(std::uint64_t offset, void const* from, std::size_t bytes) {
+  RequireOwner("writing to");
+  if (int const error = FaultAt({FileStep::Kind::Write, m_descriptor, offset, from, bytes}))
+    Raise(Access::Write, "writing", error, {offset, bytes});
+  auto const* at = static_cast<char const*>(from);
+  while (bytes > 0) {
+    ssize_t const done = pwrite(m_descriptor, at, std::min(bytes, mostAtOnce), static_cast<off_t>(offset));
+    if (done < 0 && errno == EINTR) continue;
+    if (done <= 0) Raise(Access::Write, "writing", done < 0 ? errno : EIO, {offset, bytes});
+    at += done;
+    offset += static_cast<std::uint64_t>(done);
+    bytes -= static_cast<std::size_t>(done);
+    m_size = std::max(m_size, offset);
+  }
+}
+
+void PositionedFile::Zero(std::uint64_t offset, std::uint64_t bytes) {
+  RequireOwner("writing to");
+  std::uint64_t const end = offset + bytes;
+  std::uint64_t const firstPage = std::min(RoundUp(offset, pageBytes), end);
+  std::uint64_t const lastPage = std::max(end / pageBytes * pageBytes, firstPage);
+  WriteZeros(offset, firstPage);
+  if (lastPage > firstPage) ZeroPages(firstPage, lastPage);
+  WriteZeros(lastPage, end);
+}
+
+void PositionedFile::ZeroPages(std::uint64_t from, std::uint64_t to) {
+  if (Allocate(m_descriptor, FALLOC_FL_ZERO_RANGE, from, to) == 0) {
+    m_size = std::max(m_size, to);
+    return;
+  }
+  // tmpfs has no zero ranges. Between the two steps another process may take the space of the hole.
+  if (FileSystemOf(m_descriptor) == TMPFS_MAGIC &&
+      Allocate(m_descriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, from, to) == 0) {
+    bool const wasSafe = std::exchange(m_mapsSafely, false);
+    Reserve(from, to);
+    m_mapsSafely = wasSafe;
+    return;
+  }
+  WriteZeros(from, to);
+}
+
+void PositionedFile::WriteZeros(std::uint64_t from, std::uint64_t to) {
+  if (from == to) return;
+  std::vector<char> const zeros(std::min(zerosAtOnce, to - from));
+  for (std::uint64_t at = from; at < to; at += zeros.size())
+    WriteAt(at, zeros.data(), std::min<std::uint64_t>(zeros.size(), to - at));
+}
+
+// Size and durability
+
+void PositionedFile::Resize(std::uint64_t size) {
+  RequireOwner("resizing");
+  int error = FaultAt({FileStep::Kind::Resize, m_descriptor, size, nullptr, 0});
+  if (error == 0) error = Uninterrupted([&] { return ftruncate(m_descriptor, static_cast<off_t>(size)); });
+  if (error != 0) Raise(Access::Write, "resizing", error, {size, 0});
+  m_size = size;
+}
+
+/// Returns 0 or an errno.
+int PositionedFile::TryReserve(std::uint64_t from, std::uint64_t to) const {
+  if (int const error = FaultAt({FileStep::Kind::Reserve, m_descriptor, from, nullptr, to - from}))
+    return error;
+  // tmpfs starts anew after a signal, so a host with a fast timer would never see a large range done.
+  constexpr std::uint64_t smallestStep = 256 * pageBytes;
+  std::uint64_t step = to - from;
+  while (from < to) {
+    std::uint64_t const stepEnd = from + std::min(step, to - from);
+    int const error = Allocate(m_descriptor, 0, from, stepEnd);
+    if (error != 0 && error != EINTR) return error;
+    if (error == 0) from = stepEnd;
+    if (error == EINTR) step = std::max(step / 2, smallestStep);
+  }
+  return 0;
+}
+
+bool PositionedFile::Reserve(std::uint64_t from, std::uint64_t to) {
+  if (to <= from) return true;
+  RequireOwner("reserving space in");
+  RequireIntact("reserving space in"); // or what is gone would be filled with zeros
+  int const error = TryReserve(from, to);
+  if (error == EOPNOTSUPP || error == ENOSYS) {
+    m_mapsSafely = false;
+    if (to > m_size) Resize(to);
+    return false;
+  }
+  if (error != 0) {
+    // Some file systems leave what they could get. Should cutting it off fail too, it is only wasted.
+    [[maybe_unused]] int const ignored = ftruncate(m_descriptor, static_cast<off_t>(m_size));
+    Raise(Access::Write, "reserving space in", error, {from, to - from});
+  }
+  m_size = std::max(m_size, to);
+  return true;
+}
+
+void PositionedFile::Sync() {
+  RequireOwner("flushing");
+  int error = FaultAt({FileStep::Kind::Sync, m_descriptor, 0, nullptr, 0});
+  // fdatasync: the size and the places of the blocks are made durable, only the time of change is not.
+  if (error == 0) error = Uninterrupted([&] { return fdatasync(m_descriptor); });
+  if (error != 0) Raise(Access::Write, "flushing", error, {});
+}
+
+void PositionedFile::Unlink() const noexcept {
+  struct stat mine {};
+  struct stat named {};
+  bool const isMine = fstat(m_descriptor, &mine) == 0 && lstat(m_absolutePath.c_str(), &named) == 0 &&
+                      mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
+  if (isMine && IsOwner()) unlink(m_absolutePath.c_str());
+}
+
+// Mapping
+
+std::byte* PositionedFile::MapFurther(std::uint64_t offset, std::uint64_t bytes) {
+  if (!TryToMapFurther(offset, bytes)) Raise(Access::Read, "mapping", errno, {0, m_size});
+  return m_mapping + offset;
+}
+
+bool PositionedFile::TryToMapFurther(std::uint64_t offset, std::uint64_t bytes) {
+  if (offset > m_size || bytes > m_size - offset) RaiseOutside("mapping", {offset, bytes});
+  // Twice what is there, so that a growing file is not mapped anew each time. Addresses behind the end of the
+  // file are not touched before the file has them.
+  std::uint64_t const needed = RoundUp(std::max<std::uint64_t>(m_size, 1), mappingUnit);
+  std::uint64_t const wanted = IsReadOnly() ? needed : std::max(2 * needed, smallestMapping);
+  if (TryToMap(wanted) || TryToMap(needed)) return true;
+  m_mapsSafely = false;
+  return false;
+}
+
+bool PositionedFile::TryToMap(std::uint64_t bytes) {
+  errno = FaultAt({FileStep::Kind::Map, m_descriptor, 0, nullptr, bytes});
+  if (errno != 0) return false;
+  int const protection = IsReadOnly() ? PROT_READ : PROT_READ | PROT_WRITE;
+  // A mapping that is moved keeps its page tables; a new one would fault for each page again.
+  void* const place = m_mapping != nullptr ? mremap(m_mapping, m_mapped, bytes, MREMAP_MAYMOVE)
+                                           : mmap(nullptr, bytes, protection, MAP_SHARED, m_descriptor, 0);
+  if (place == MAP_FAILED) return false;
+  m_mapping = static_cast<std::byte*>(place);
+  m_mapped = bytes;
+  return true;
+}
+
+} // namespace orx::file

@@ -1,0 +1,441 @@
+#include "file/TransactionalFile.h"
+
+#include "file/ScratchFiles.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+namespace orx::file {
+
+namespace {
+
+using Access = FileError::Access;
+using Page = PageOverlay::Page;
+
+constexpr std::uint64_t pageBytes = PageOverlay::pageBytes;
+constexpr std::uint64_t signatureBytes = 8;
+
+/// In place of the signature while a journal is due.
+constexpr std::array<char, signatureBytes> applyingMark = {'o', 'r', 'x', 'a', 'p', 'p', 'l', 'y'};
+
+/// HDF5 grows the file by a few kB at a time; one reservation for many of them is cheaper. Large growth is
+/// what it is.
+constexpr std::uint64_t largeGrowth = std::uint64_t{1} << 20;
+constexpr std::uint64_t lookAhead = std::uint64_t{64} << 10;
+
+/// File offsets are signed 64-bit numbers.
+constexpr std::uint64_t largestEnd = std::uint64_t{1} << 62;
+
+std::uint64_t RoundUpToPage(std::uint64_t value) { return (value + pageBytes - 1) / pageBytes * pageBytes; }
+
+/// Puts images, given from the last page to the first, in their places, and then the signature, which makes
+/// the file one that others read. Neighbours go with one call.
+class PageApplier {
+public:
+  PageApplier(PositionedFile& file, bool isDurable)
+      : m_file(file), m_isDurable(isDurable), m_run(mostInRun * pageBytes) {}
+
+  void Put(std::uint64_t number, std::byte const* image) {
+    if (m_pages == mostInRun || (m_pages > 0 && number + 1 != m_first)) Flush();
+    ++m_pages;
+    m_first = number;
+    std::memcpy(Start(), image, pageBytes);
+  }
+  void Finish() {
+    Flush();
+    Sync();
+    m_file.WriteAt(0, m_signature.data(), m_signature.size());
+    Sync();
+  }
+
+private:
+  static constexpr std::size_t mostInRun = 256;
+
+  /// The run is filled from its end.
+  std::byte* Start() { return m_run.data() + (mostInRun - m_pages) * pageBytes; }
+  void Sync() {
+    if (m_isDurable) m_file.Sync();
+  }
+  void Flush() {
+    if (m_pages == 0) return;
+    std::size_t const skipped = m_first == 0 ? signatureBytes : 0;
+    if (skipped > 0) std::memcpy(m_signature.data(), Start(), skipped);
+    m_file.WriteAt(m_first * pageBytes + skipped, Start() + skipped, m_pages * pageBytes - skipped);
+    m_pages = 0;
+  }
+
+  PositionedFile& m_file;
+  bool m_isDurable;
+  std::vector<std::byte> m_run;
+  std::uint64_t m_first = 0; ///< page number of the run's front
+  std::size_t m_pages = 0;   ///< in the run
+  std::array<std::byte, signatureBytes> m_signature{};
+};
+
+void ApplyJournal(PositionedFile& file, Journal::Trailer const& trailer) {
+  PageApplier applier(file, true);
+  Journal::ForEachPageFromLast(
+      file, trailer, [&](std::uint64_t number, std::byte const* image) { applier.Put(number, image); });
+  applier.Finish();
+}
+
+} // namespace
+
+// Opening and closing
+
+TransactionalFile::TransactionalFile(std::string const& path, PositionedFile::Mode mode, bool isScratch)
+    : m_file(path, mode), m_isScratch(isScratch) {}
+
+std::unique_ptr<TransactionalFile> TransactionalFile::Create(std::string const& path, bool isScratch,
+                                                             bool replacesExisting) {
+  if (isScratch) MakeWayForScratch(path, replacesExisting);
+  using Mode = PositionedFile::Mode;
+  Mode const mode = isScratch ? Mode::Scratch : replacesExisting ? Mode::Replace : Mode::Create;
+  return std::unique_ptr<TransactionalFile>(new TransactionalFile(path, mode, isScratch));
+}
+
+std::unique_ptr<TransactionalFile> TransactionalFile::Open(std::string const& path, bool readOnly) {
+  auto const mode = readOnly ? PositionedFile::Mode::Read : PositionedFile::Mode::Write;
+  std::unique_ptr<TransactionalFile> file(new TransactionalFile(path, mode, false));
+  // Where the last committed state ends only HDF5 knows; until it commits, all of the file counts.
+  file->m_committedEnd = file->m_usedEnd = file->m_file.Size();
+  file->Recover();
+  return file;
+}
+
+TransactionalFile::~TransactionalFile() { DropUncommitted(); }
+
+void TransactionalFile::Recover() {
+  std::array<char, signatureBytes> start{};
+  m_file.ReadZeroFilled(0, start.data(), start.size());
+  if (start != applyingMark) return;
+  m_due = Journal::Find(m_file);
+  if (!m_due)
+    throw FileError(Access::Read, "opening", m_file.Path(), EUCLEAN,
+                    "a commit was interrupted, and the journal that would finish it is damaged");
+  ++m_counts.replays;
+  if (!IsReadOnly()) return FinishCommit();
+  LoadJournal(*m_due);
+  m_committedEnd = m_due->end;
+  m_due.reset();
+}
+
+void TransactionalFile::LoadJournal(Journal::Trailer const& trailer) {
+  Journal::ForEachPageFromLast(m_file, trailer, [this](std::uint64_t number, std::byte const* image) {
+    m_overlay.Write(number * pageBytes, image, pageBytes);
+  });
+}
+
+/// What lies behind the committed end was never committed. Not when a journal waits there.
+void TransactionalFile::DropUncommitted() noexcept {
+  if (IsReadOnly() || !m_file.IsOwner()) return;
+  m_overlay.Clear();
+  if (!TryToFinishCommit()) return;
+  m_usedEnd = m_committedEnd;
+  if (m_file.Size() > m_committedEnd) CutTo(m_committedEnd);
+}
+
+void TransactionalFile::Attach() noexcept {
+  m_isAttached = true;
+  m_end = 0;
+  m_isDiscarding = false;
+}
+
+void TransactionalFile::Detach() noexcept {
+  m_isAttached = false;
+  DropUncommitted();
+  m_end = 0;
+}
+
+// Transactions
+
+/// Raises unless the file may be written to. Finishes a commit that is due.
+void TransactionalFile::RequireUsable(char const* operation) {
+  m_file.RequireOwner(operation);
+  if (m_isBroken)
+    throw FileError(Access::Write, operation, m_file.Path(), EIO,
+                    "an earlier failure has left it in an unknown state; close it and open it again");
+  if (m_due) FinishCommit();
+}
+
+void TransactionalFile::Sync() {
+  if (m_isScratch) return;
+  m_isBroken = true; // a failed sync cannot be repeated: the system has dropped what it could not write
+  m_file.Sync();
+  m_isBroken = false;
+  m_hasNewValues = false;
+}
+
+void TransactionalFile::Commit() {
+  if (IsReadOnly() || m_isDiscarding)
+    throw FileError(Access::Write, "committing", m_file.Path(), EROFS,
+                    IsReadOnly() ? "it was opened for reading" : "the transaction was discarded");
+  RequireUsable("committing");
+  if (m_isScratch) return;
+  m_file.RequireIntact("committing");
+  if (!m_file.IsPublished()) {
+    CommitFirst();
+  } else if (!m_overlay.IsEmpty()) {
+    CommitPages();
+  } else if (m_hasNewValues) {
+    Sync();
+  }
+  ++m_counts.commits;
+}
+
+/// Nobody knows of the file yet: no journal is needed.
+void TransactionalFile::CommitFirst() {
+  if (!m_overlay.IsEmpty()) {
+    std::vector<Page const*> const pages = m_overlay.CompleteImages(m_file);
+    m_file.Reserve(m_file.Size(), std::max(m_end, (pages.back()->number + 1) * pageBytes));
+    m_isBroken = true; // should a sync fail, values would be lost
+    Apply(pages);
+    m_isBroken = false;
+    m_overlay.Clear();
+  }
+  CutTo(m_end);
+  m_file.Publish();
+}
+
+void TransactionalFile::CommitPages() {
+  HoldSignature();
+  std::vector<Page const*> const pages = m_overlay.CompleteImages(m_file);
+  PageApplier applier(m_file, true); // takes its memory now, while the commit can still fail
+  Journal::Trailer const journal = WriteJournal(pages);
+  MarkDue();
+  m_due = journal;
+  try {
+    for (std::size_t k = pages.size(); k-- > 0;)
+      applier.Put(pages[k]->number, pages[k]->bytes.data());
+    applier.Finish();
+    m_due.reset();
+    CutTo(m_end);
+  } catch (...) {
+    // What was written is not known any more, so all of it is written once more.
+    if (!TryToFinishCommit()) return;
+  }
+  m_overlay.Clear();
+}
+
+void TransactionalFile::CommitForClose() {
+  if (!m_isScratch) return Commit();
+  RequireUsable("writing to");
+  if (m_overlay.IsEmpty()) return;
+  HoldSignature();
+  Apply(m_overlay.CompleteImages(m_file));
+  m_file.Resize(m_end);
+  m_committedEnd = m_usedEnd = m_end;
+  m_overlay.Clear();
+}
+
+/// Page 0 is part of every commit, because its signature is wiped meanwhile; what HDF5 reads after a failure
+/// must still have it.
+void TransactionalFile::HoldSignature() {
+  std::array<std::byte, signatureBytes> signature{};
+  ReadStructure(0, signature.data(), signature.size());
+  m_overlay.Write(0, signature.data(), signature.size());
+}
+
+/// Durable once it returns, and the values with it, but not due.
+Journal::Trailer TransactionalFile::WriteJournal(Pages pages) {
+  std::uint64_t const lastPageEnd = (pages.back()->number + 1) * pageBytes;
+  std::uint64_t const position = RoundUpToPage(std::max({m_end, m_committedEnd, lastPageEnd}));
+  std::uint64_t const bytes = Journal::BytesFor(pages.size());
+  try {
+    // All inside of the file has space; with the rest, applying the pages cannot meet a full disk.
+    m_file.Reserve(m_file.Size(), position + bytes);
+    if (m_file.Size() > position + bytes) m_file.Resize(position + bytes);
+    Journal::Trailer const journal = Journal::Write(m_file, position, pages, m_end, ++m_sequence);
+    Sync();
+    m_counts.journalBytes += bytes;
+    m_counts.pages += pages.size();
+    return journal;
+  } catch (...) {
+    DropJournal(position);
+    throw;
+  }
+}
+
+/// Gives the space of a journal back that will not be due. It may also stay: it means nothing.
+void TransactionalFile::DropJournal(std::uint64_t position) noexcept {
+  m_usedEnd = std::max(m_usedEnd, m_file.Size());
+  try {
+    if (m_file.Size() > position) m_file.Resize(position);
+  } catch (...) {
+    return;
+  }
+}
+
+/// After this the commit has happened.
+void TransactionalFile::MarkDue() {
+  try {
+    m_file.WriteAt(0, applyingMark.data(), applyingMark.size());
+    Sync();
+  } catch (...) {
+    TakeMarkBack();
+    throw;
+  }
+}
+
+/// The mark may be on the disk, even where its writing failed. The journal stays in case that it is: a power
+/// cut before the signature is there, too, then leaves the new state.
+void TransactionalFile::TakeMarkBack() {
+  std::array<std::byte, signatureBytes> signature{};
+  m_overlay.LayOver(0, signature.data(), signature.size());
+  m_committedEnd = std::max(m_committedEnd, m_file.Size());
+  m_usedEnd = std::max(m_usedEnd, m_file.Size());
+  try {
+    m_file.WriteAt(0, signature.data(), signature.size());
+  } catch (...) {
+    m_isBroken = true;
+    throw FileError(Access::Write, "committing", m_file.Path(), EIO,
+                    "the disk fails; only the next opening can tell whether it has the commit");
+  }
+}
+
+void TransactionalFile::Apply(Pages pages) {
+  PageApplier applier(m_file, !m_isScratch);
+  for (std::size_t k = pages.size(); k-- > 0;)
+    applier.Put(pages[k]->number, pages[k]->bytes.data());
+  applier.Finish();
+}
+
+/// Puts the commit that is due in its place, from its journal.
+void TransactionalFile::FinishCommit() {
+  ApplyJournal(m_file, *m_due);
+  std::uint64_t const end = m_due->end;
+  m_due.reset();
+  CutTo(end);
+}
+
+/// True when no commit is due any more.
+bool TransactionalFile::TryToFinishCommit() noexcept {
+  try {
+    if (m_due) FinishCommit();
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+/// Ends the file where the committed state ends. What cannot be cut off is only space, until the next commit.
+void TransactionalFile::CutTo(std::uint64_t end) noexcept {
+  m_committedEnd = end;
+  m_usedEnd = end;
+  try {
+    m_file.Resize(end);
+  } catch (...) {
+    m_usedEnd = std::max(end, m_file.Size());
+  }
+}
+
+void TransactionalFile::CopyTo(std::string const& path, bool replacesExisting) {
+  if (!IsReadOnly()) RequireUsable("copying");
+  PositionedFile copy(path, replacesExisting ? PositionedFile::Mode::Replace : PositionedFile::Mode::Create);
+  constexpr std::uint64_t atOnce = std::uint64_t{1} << 20;
+  std::vector<std::byte> bytes(std::min(atOnce, m_committedEnd));
+  for (std::uint64_t at = 0; at < m_committedEnd; at += bytes.size()) {
+    std::size_t const here = std::min<std::uint64_t>(bytes.size(), m_committedEnd - at);
+    m_file.ReadZeroFilled(at, bytes.data(), here);
+    // A reader's overlay is a commit that is due in the file.
+    if (IsReadOnly()) m_overlay.LayOver(at, bytes.data(), here);
+    copy.WriteAt(at, bytes.data(), here);
+  }
+  copy.Sync();
+  copy.Publish();
+}
+
+// Space
+
+void TransactionalFile::ReserveGrowth(std::uint64_t bytes) {
+  if (IsReadOnly() || m_isDiscarding) return;
+  RequireUsable("reserving space in");
+  if (bytes > largestEnd - m_end)
+    throw FileError(Access::Write, "reserving space in", m_file.Path(), EFBIG, FileRange{m_end, bytes});
+  m_file.Reserve(m_file.Size(), m_end + bytes);
+}
+
+void TransactionalFile::SetEndOfAllocation(std::uint64_t end) {
+  if (!IsReadOnly() && end < m_end) m_overlay.Release(end, m_end - end);
+  if (!IsReadOnly() && !m_isDiscarding && m_file.IsOwner() && end > m_end) {
+    RequireUsable("reserving space in"); // a journal that is due lies behind the end
+    if (end > m_file.Size()) ReserveUpTo(end);
+  }
+  m_end = end;
+  m_usedEnd = std::max(m_usedEnd, end);
+}
+
+void TransactionalFile::SetEndOfStructure(std::uint64_t end) {
+  try {
+    SetEndOfAllocation(end);
+  } catch (...) {
+    m_end = end; // the file may now end before; WriteJournal reserves what is missing
+    m_usedEnd = std::max(m_usedEnd, end);
+  }
+}
+
+void TransactionalFile::ReserveUpTo(std::uint64_t end) {
+  std::uint64_t const size = m_file.Size();
+  bool const isSmall = end - size < largeGrowth;
+  try {
+    m_file.Reserve(size, isSmall ? end + lookAhead : end);
+  } catch (FileError const&) {
+    if (!isSmall) throw;
+    m_file.Reserve(size, end);
+  }
+}
+
+void TransactionalFile::Free(std::uint64_t offset, std::uint64_t bytes) {
+  // Space of the committed state must keep its bytes until the next commit no longer needs them.
+  if (offset + bytes == m_end && offset >= m_committedEnd) SetEndOfAllocation(offset);
+}
+
+std::uint64_t TransactionalFile::EndOfFile() const noexcept {
+  // A reader does not see a waiting journal.
+  return std::max(m_end, IsReadOnly() ? m_committedEnd : m_file.Size());
+}
+
+// Bytes
+
+void TransactionalFile::ReadStructure(std::uint64_t offset, void* to, std::size_t bytes) const {
+  m_file.ReadZeroFilled(offset, to, bytes);
+  m_overlay.LayOver(offset, to, bytes);
+}
+
+void TransactionalFile::WriteStructure(std::uint64_t offset, void const* from, std::size_t bytes) {
+  m_overlay.Write(offset, from, bytes);
+}
+
+FileRange TransactionalFile::PlaceOfValues(std::function<void()> const& read) {
+  FileRange place{};
+  m_asked = &place;
+  try {
+    read();
+  } catch (...) {
+    m_asked = nullptr;
+    throw;
+  }
+  m_asked = nullptr;
+  return place;
+}
+
+void TransactionalFile::ReadValues(std::uint64_t offset, void* to, std::size_t bytes) const {
+  if (m_asked != nullptr) {
+    *m_asked = {offset, bytes};
+    return;
+  }
+  m_file.ReadZeroFilled(offset, to, bytes);
+}
+
+void TransactionalFile::WriteValues(std::uint64_t offset, void const* from, std::size_t bytes) {
+  // HDF5 also writes when a forked process exits.
+  if (m_isDiscarding || !m_file.IsOwner()) return;
+  WillWriteValues();
+  m_overlay.Release(offset, bytes);
+  m_file.WriteAt(offset, from, bytes);
+}
+
+} // namespace orx::file

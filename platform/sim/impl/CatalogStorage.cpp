@@ -1,0 +1,343 @@
+#include "sim/impl/CatalogStorage.h"
+
+#include "file/Checksum.h"
+#include "file/TransactionalFile.h"
+#include "sim/impl/store/DatabaseFile.h"
+#include "sim/impl/store/DenseDrawer.h"
+#include "sim/impl/store/Guarded.h"
+#include "sim/impl/store/SparseDrawer.h"
+
+#include <algorithm>
+
+namespace orx::store {
+
+int tables::CheckOf(std::int64_t index, std::span<int const> columns, std::span<int const> list) {
+  std::uint64_t const rowSum =
+      file::Checksum(columns.data(), columns.size_bytes(), static_cast<std::uint64_t>(index) + 1);
+  return static_cast<int>(file::Checksum(list.data(), list.size_bytes(), rowSum) & 0x7fffffffu);
+}
+
+// Tables
+
+CatalogWriter::Growing& CatalogWriter::Table(TableForm const& form) {
+  auto const [entry, isNew] = m_tables.try_emplace(form.name);
+  if (isNew) entry->second.table = RecordTable::Open(m_file, TablePath(form), form.columns);
+  return entry->second;
+}
+
+namespace {
+std::int64_t RowsOf(std::optional<RecordTable> const& table) { return table ? table->Rows() : 0; }
+} // namespace
+
+std::int64_t CatalogWriter::AddRow(TableForm const& form, std::vector<int> row, std::span<int const> list) {
+  Growing& growing = Table(form);
+  std::int64_t const index =
+      RowsOf(growing.table) + static_cast<std::int64_t>(growing.rows.size() / form.columns.size());
+  row.push_back(tables::CheckOf(index, row, list));
+  growing.rows.insert(growing.rows.end(), row.begin(), row.end());
+  return index;
+}
+
+int CatalogWriter::AddNumbers(std::span<int const> numbers) {
+  Growing& growing = Table(tables::numbers);
+  std::int64_t const at = RowsOf(growing.table) + static_cast<std::int64_t>(growing.rows.size());
+  if (at + static_cast<std::int64_t>(numbers.size()) > sim::mostSavedLabels)
+    sim::RefuseBeyond(sim::mostSavedLabels, "The lists of labels of a context are too long");
+  growing.rows.insert(growing.rows.end(), numbers.begin(), numbers.end());
+  return static_cast<int>(at);
+}
+
+void CatalogWriter::OverwriteRow(TableForm const& form, std::int64_t index, std::vector<int> row,
+                                 std::span<int const> list) {
+  row.push_back(tables::CheckOf(index, row, list));
+  Overwrite(form, index, row);
+}
+
+void CatalogWriter::Overwrite(TableForm const& form, std::int64_t first, std::span<int const> rows) {
+  RecordTable& table = *Table(form).table;
+  auto const width = std::max<std::size_t>(form.columns.size(), 1);
+  std::vector<int> const former = table.Read(first, static_cast<std::int64_t>(rows.size() / width));
+  if (std::ranges::equal(former, rows)) return;
+  m_reversals.emplace_back([table, first, former]() mutable { table.Overwrite(first, former); });
+  table.Overwrite(first, rows);
+}
+
+/// A table twice as long takes its place, so that rows are copied seldom.
+void CatalogWriter::Enlarge(TableForm const& form, Growing& growing, std::int64_t rows) {
+  constexpr std::int64_t smallestRoom = 16;
+  std::string const path = TablePath(form);
+  std::string const pending = m_file.PendingPath();
+  std::int64_t const former = RowsOf(growing.table);
+  std::int64_t const room = growing.table ? std::max(2 * former, rows) : rows;
+  RemoveOnRevert(pending);
+  RecordTable larger = RecordTable::Create(m_file, pending, form.columns, std::max(room, smallestRoom));
+  m_reversals.emplace_back([larger] { larger.Forget(); });
+  if (growing.table) {
+    larger.Append(growing.table->Read(0, former));
+    ReplaceObject(path);
+  }
+  Move(pending, path);
+  larger.MovedTo(path);
+  growing.table = larger;
+}
+
+void CatalogWriter::WriteTable(TableForm const& form, Growing& growing) {
+  if (growing.rows.empty()) return;
+  std::int64_t const former = RowsOf(growing.table);
+  auto const width = std::max<std::size_t>(form.columns.size(), 1);
+  std::int64_t const rows = former + static_cast<std::int64_t>(growing.rows.size() / width);
+  if (!growing.table || rows > growing.table->Room()) Enlarge(form, growing, rows);
+  m_reversals.emplace_back([table = *growing.table, former]() mutable { table.CutTo(former); });
+  growing.table->Append(growing.rows);
+}
+
+void CatalogWriter::WriteTables() {
+  for (TableForm const& form : {tables::collections, tables::members, tables::colors, tables::sets,
+                                tables::distributions, tables::numbers})
+    if (auto const found = m_tables.find(form.name); found != m_tables.end()) WriteTable(form, found->second);
+  m_tables.clear();
+}
+
+// Reversals. Each is noted before what it takes back, so that none is lost when memory is short in between.
+
+void CatalogWriter::RemoveOnRevert(std::string const& path) {
+  m_reversals.emplace_back([this, path] { m_file.Remove(path); });
+}
+
+void CatalogWriter::ReplaceObject(std::string const& path) { Move(path, m_file.TrashPath()); }
+
+void CatalogWriter::Move(std::string const& from, std::string const& to) {
+  m_reversals.emplace_back([this, from, to] {
+    if (m_file.Has(to)) m_file.Move(to, from);
+  });
+  m_file.Move(from, to);
+}
+
+void CatalogWriter::RemoveAttributes(std::string const& path, std::span<char const* const> names) {
+  Hdf5Id const object = CheckedReadId(H5Oopen(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  for (char const* const name : names) {
+    if (!HasAttribute(object.Get(), name)) continue;
+    m_reversals.emplace_back([this, path, name, former = ReadIntegers(object.Get(), name)] {
+      Hdf5Id const there(H5Oopen(m_file.Id(), path.c_str(), H5P_DEFAULT));
+      WriteAttribute(there.Get(), name, std::span(former));
+    });
+    Checked(H5Adelete(object.Get(), name), "removing the attribute " + std::string(name));
+  }
+}
+
+void CatalogWriter::Revert() noexcept {
+  QuietErrors const quiet;
+  for (auto step = m_reversals.rbegin(); step != m_reversals.rend(); ++step)
+    try {
+      (*step)();
+    } catch (...) {
+      m_file.Bytes().RefuseToCommit(); // half of it would be there
+    }
+  m_reversals.clear();
+}
+
+// Records
+
+void CatalogWriter::Save(sim::Context& context) {
+  m_context = &context;
+  m_tables.clear();
+  m_writtenSets.clear();
+  sim::Context::Unsaved const& unsaved = context.WhatIsUnsaved();
+  Guarded(m_file, [&] {
+    if (unsaved.isContext) SaveContext();
+    SaveTypes();
+    for (int const k : unsaved.collections)
+      SaveCollection(k);
+    for (int const k : unsaved.sets)
+      SaveSet(k);
+    for (std::uint32_t const handle : unsaved.distributions)
+      SaveDistribution(handle);
+    WriteTables();
+  });
+}
+
+void CatalogWriter::SaveContext() {
+  std::string const path = m_context->Path();
+  RemoveOnRevert(path);
+  Hdf5Id const group = CheckedId(H5Gcreate2(m_file.Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
+                                 "creating " + path);
+  int const words[] = {m_context->Namespace().first, m_context->Namespace().second};
+  WriteAttribute(group.Get(), "namespace", std::span<int const>(words));
+}
+
+/// Attributes of a group, by their numbers; they are only ever added.
+void CatalogWriter::SaveTypes() {
+  std::size_t const saved = m_context->SavedTypes();
+  if (saved == m_context->Types().size()) return;
+  std::string const path = m_context->Path() + "/types";
+  if (saved == 0) {
+    RemoveOnRevert(path);
+    CheckedId(H5Gcreate2(m_file.Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
+              "creating " + path);
+  }
+  Hdf5Id const group = CheckedReadId(H5Gopen2(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  for (std::size_t k = saved; k < m_context->Types().size(); ++k) {
+    std::string const name = std::to_string(k);
+    m_reversals.emplace_back(
+        [this, path, name] { H5Adelete_by_name(m_file.Id(), path.c_str(), name.c_str(), H5P_DEFAULT); });
+    WriteAttribute(group.Get(), name.c_str(), std::string(m_context->Types()[k].AsText()));
+  }
+}
+
+void CatalogWriter::SaveCollection(int number) {
+  sim::CollectionRecord const& record = m_context->CollectionAt(number);
+  if (!record.isSaved) AddRow(tables::collections, {number, record.type.type});
+  int const leading = record.members.Leading();
+  if (record.savedMembers < leading) AddRow(tables::members, {number, leading - record.savedMembers, -1});
+  std::span<int const> const further =
+      record.members.Further().subspan(static_cast<std::size_t>(std::max(0, record.savedMembers - leading)));
+  if (!further.empty())
+    AddRow(tables::members, {number, static_cast<int>(further.size()), AddNumbers(further)}, further);
+  for (std::size_t k = record.savedColors; k < record.colors.size(); ++k)
+    AddRow(tables::colors, {number, record.colors[k]});
+}
+
+void CatalogWriter::SaveSet(int number) {
+  std::vector<int> chain;
+  for (int next = number; next != -1 && !m_context->IsSetSaved(next) && !m_writtenSets.contains(next);
+       next = m_context->SavedHeadOf(next))
+    chain.push_back(next);
+  for (std::size_t k = chain.size(); k-- > 0;)
+    AddSetRow(chain[k]);
+}
+
+/// What the set has more than the one that it continues, which is there already.
+void CatalogWriter::AddSetRow(int number) {
+  sim::SetRecord const& record = m_context->SetAt(number);
+  int const head = m_context->SavedHeadOf(number);
+  int const from = head != -1 ? m_context->SizeOfSet(head) : 0;
+  int const count = record.size - from;
+  std::vector<int> labels;
+  if (from > 0 || !record.members->IsStrided()) {
+    labels.resize(static_cast<std::size_t>(count));
+    record.members->CopyTo(from, count, labels.data());
+  }
+  ORXSimIndexSet const own = from > 0 ? ORXSimIndexSet::Listed(labels) : *record.members;
+  if (own.IsStrided()) labels.clear();
+  std::vector<int> row{m_context->FileNumberOf(number), record.collection,
+                       head != -1 ? m_context->FileNumberOf(head) : -1, count};
+  row.insert(row.end(), {own.Start(), own.Stride(), own.IsStrided() ? -1 : AddNumbers(labels)});
+  AddRow(tables::sets, std::move(row), labels);
+  m_writtenSets.insert(number);
+}
+
+namespace {
+
+int CodeOf(sim::Drawer const& drawer) {
+  switch (drawer.serialization.Kind()) {
+  case ORXSimSerializationType::Layout::Sparse:
+    return tables::sparseGeneral;
+  case ORXSimSerializationType::Layout::SparseSym:
+    return tables::sparseSymmetric;
+  default:
+    return tables::dense;
+  }
+}
+
+} // namespace
+
+void CatalogWriter::SaveDistribution(std::uint32_t handle) {
+  sim::DistributionRecord& record = *m_context->DistributionAt(handle);
+  if (record.drawer != nullptr) {
+    for (int const set : record.drawer->sets)
+      SaveSet(set);
+    SaveDrawer(record);
+  }
+  SaveDistributionRow(record, record.drawer != nullptr ? CodeOf(*record.drawer) : tables::noDrawer);
+}
+
+/// With its list: collection and colour of each dimension, then their sets, then the chunk lengths (0: stored
+/// whole).
+void CatalogWriter::SaveDistributionRow(sim::DistributionRecord& record, int drawerCode) {
+  auto const rank = record.grid.size();
+  std::vector<int> list;
+  for (ORXSimIDMinor const& minor : record.grid)
+    list.insert(list.end(), {minor.collection, minor.color});
+  list.resize(4 * rank);
+  if (record.drawer != nullptr) {
+    std::ranges::transform(record.drawer->sets, list.begin() + static_cast<std::ptrdiff_t>(2 * rank),
+                           [this](int set) { return m_context->FileNumberOf(set); });
+    std::ranges::copy(record.drawer->chunks, list.begin() + static_cast<std::ptrdiff_t>(3 * rank));
+  }
+  bool const isNew = record.row < 0;
+  if (isNew) {
+    m_reversals.emplace_back([&record] { record.row = record.numbers = -1; });
+    record.numbers = AddNumbers(list);
+  } else {
+    Overwrite(tables::numbers, record.numbers, list);
+  }
+  std::vector<int> row{static_cast<int>(record.id.handle - 1),
+                       static_cast<int>(record.range.Key()),
+                       record.type.type,
+                       static_cast<int>(rank),
+                       drawerCode,
+                       record.numbers};
+  if (isNew) {
+    record.row = static_cast<int>(AddRow(tables::distributions, std::move(row), list));
+  } else {
+    OverwriteRow(tables::distributions, record.row, std::move(row), list);
+  }
+}
+
+void CatalogWriter::SaveDrawer(sim::DistributionRecord& distribution) {
+  sim::Drawer& drawer = *distribution.drawer;
+  std::string const path = distribution.Path() + "/drawer";
+  if (drawer.mayBeLonger) distribution.OpenDrawer();
+  if (drawer.dense != nullptr) {
+    drawer.dense->CutTo(drawer.sizes);
+    drawer.dense->SaveLayout();
+  }
+  if (drawer.isSaved) return;
+  if (distribution.hasSavedDrawer) ReplaceObject(path);
+  if (drawer.dense != nullptr) {
+    m_reversals.emplace_back([&drawer] { drawer.dense->TakeBack(); });
+    drawer.dense->PutAt(path);
+  } else {
+    m_reversals.emplace_back([&drawer] { drawer.sparse->TakeBack(); });
+    drawer.sparse->PutAt(path);
+  }
+}
+
+void CatalogWriter::NoteExtensions(sim::Context& context) {
+  m_context = &context;
+  m_tables.clear();
+  constexpr std::size_t drawerColumn = 4;
+  Guarded(m_file, [&] {
+    for (std::uint32_t const handle : context.WhatIsUnsaved().distributions) {
+      sim::DistributionRecord const& record = *context.DistributionAt(handle);
+      if (record.row < 0) continue;
+      std::vector<int> row = Table(tables::distributions).table->Read(record.row, 1);
+      if (row[drawerColumn] != tables::dense) continue;
+      row[drawerColumn] = tables::denseBeingExtended;
+      row.pop_back();
+      OverwriteRow(tables::distributions, record.row, row,
+                   Table(tables::numbers).table->Read(record.numbers, 4 * std::int64_t{record.Rank()}));
+    }
+  });
+}
+
+void CatalogWriter::RemoveFormerFormat(sim::Context const& context) {
+  constexpr char const* distributionAttributes[] = {"grid", "range", "type"};
+  constexpr char const* drawerAttributes[] = {"sets", "chunks", "serialization"};
+  Guarded(m_file, [&] {
+    for (char const* const kind : {"collection_", "set_"})
+      for (auto const& [number, path] : NumberedLinks(m_file.Id(), context.Path(), kind))
+        ReplaceObject(path);
+    for (auto const& [handle, record] : context.AllDistributions()) {
+      RemoveAttributes(record->Path(), distributionAttributes);
+      if (record->hasSavedDrawer) RemoveAttributes(record->Path() + "/drawer", drawerAttributes);
+    }
+  });
+}
+
+void CatalogWriter::WriteVersion(int version, int former) {
+  m_reversals.emplace_back([this, former] { m_file.WriteVersion(former); });
+  Guarded(m_file, [&] { m_file.WriteVersion(version); });
+}
+
+} // namespace orx::store

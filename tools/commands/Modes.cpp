@@ -1,0 +1,305 @@
+#include "tools/commands/Modes.h"
+
+#include "tools/formats/MatrixExport.h"
+#include "tools/formats/OutputFile.h"
+#include "tools/numerics/ModalProblem.h"
+#include "tools/terminal/Progress.h"
+#include "tools/terminal/Text.h"
+#include "tools/terminal/ToolError.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <system_error>
+
+namespace orx::tool {
+namespace {
+
+/// Below this the terms of x^T K x cancel so far that a file of ten digits could not tell the rest from 0.
+/// The lowest modes of common structures are at 1e-4, those of a beam of a hundred elements at 1e-8.
+constexpr double weakShare = 1e-9;
+
+/// A factor between neighbouring eigenvalues that structures do not have by their own stiffness.
+constexpr double farAbove = 1e6;
+
+/// The relative error of an eigenvalue of which no digit is known.
+constexpr double noDigit = 0.5;
+
+/// A matrix of the pair as it was found in its file.
+struct Source {
+  std::string name; ///< K or M
+  std::string path; ///< as messages call it
+  MatrixEntries entries;
+  Symmetry symmetry;
+
+  Source(char const* letter, std::string const& file) : Source(letter, InputFile(file)) {}
+  Source(char const* letter, InputFile const& file)
+      : name(letter), path(file.Name()), entries(LoadMatrix(file)), symmetry(MeasureSymmetry(entries)) {
+    if (Order() == 0)
+      throw ToolError(ExitCode::UnusableInput,
+                      name + " ('" + path + "') is empty; expected row column value items");
+  }
+  int Order() const { return std::max(entries.Rows(), entries.Columns()); }
+};
+
+std::string Note(std::string const& text) { return "# " + text + "\n"; }
+
+std::string FormText(Symmetry const& symmetry) {
+  switch (symmetry.form) {
+  case Symmetry::Form::Diagonal:
+    return "diagonal";
+  case Symmetry::Form::LowerTriangle:
+    return "lower triangle, taken as half of a symmetric matrix";
+  case Symmetry::Form::UpperTriangle:
+    return "upper triangle, taken as half of a symmetric matrix";
+  case Symmetry::Form::BothTriangles:
+    break;
+  }
+  if (symmetry.IsExact()) return "both triangles, exactly symmetric";
+  return Format("both triangles, averaged: relative difference %.3g, worst pair ", symmetry.worstDifference) +
+         Describe(*symmetry.worst);
+}
+
+/// A file that holds both triangles is unsymmetric when one of them is empty and the other is not.
+void RefuseHalf(Source const& source) {
+  if (source.symmetry.form == Symmetry::Form::BothTriangles) return;
+  for (Entry const& e : source.entries.Items())
+    if (e.row != e.column && e.value != 0.0)
+      throw ToolError(
+          ExitCode::UnusableInput,
+          Format("%s ('%s'): the file says that it holds both triangles, and it is not symmetric: "
+                 "(%u, %u) = %s, (%u, %u) is not stored. If one triangle stands for both, "
+                 "orxmtx convert --triangle full makes a file that says so",
+                 source.name.c_str(), source.path.c_str(), e.row + 1, e.column + 1, Number(e.value).c_str(),
+                 e.column + 1, e.row + 1));
+}
+
+/// What a file says of itself is believed: it is not continued by zeros, nor is its triangle mirrored.
+void RequireAsStated(Source const& source) {
+  if (!source.entries.IsWhole()) return;
+  if (source.entries.Rows() != source.entries.Columns())
+    throw ToolError(ExitCode::UnusableInput,
+                    Format("%s ('%s'): the file says that the matrix is %d x %d; expected a square",
+                           source.name.c_str(), source.path.c_str(), source.entries.Rows(),
+                           source.entries.Columns()));
+  RefuseHalf(source);
+}
+
+/// Only text without a header may end before the other matrix does.
+void RequireOneOrder(Source const& k, Source const& m) {
+  Source const& shorter = k.Order() < m.Order() ? k : m;
+  Source const& longer = k.Order() < m.Order() ? m : k;
+  if (shorter.Order() == longer.Order() || !shorter.entries.IsWhole()) return;
+  throw ToolError(ExitCode::UnusableInput,
+                  Format("%s ('%s'): the file says that the matrix has order %d; %s ('%s') has order %d, "
+                         "expected the same",
+                         shorter.name.c_str(), shorter.path.c_str(), shorter.Order(), longer.name.c_str(),
+                         longer.path.c_str(), longer.Order()));
+}
+
+std::string SourceText(Source const& source, int order) {
+  std::string text = Note(
+      Format("%s: %s, order %d, %s, %s", source.name.c_str(), source.path.c_str(), source.Order(),
+             Counted(static_cast<std::int64_t>(source.entries.Items().size()), "entry", "entries").c_str(),
+             FormText(source.symmetry).c_str()));
+  if (source.Order() < order)
+    text += Note(Format("%s ends at row %d, the other matrix at row %d: what follows is taken as zero",
+                        source.name.c_str(), source.Order(), order));
+  return text;
+}
+
+std::string ShiftsText(ModalSolution const& s) {
+  std::string text;
+  for (double const shift : s.shifts)
+    text += (text.empty() ? "" : " and ") + Format("%.6g", shift);
+  return text;
+}
+
+std::string MethodText(ModalSolution const& s) {
+  std::string const mass = s.isMassDefinite ? "M is positive definite" : "M is not positive definite";
+  std::string text = s.isStiffnessDefinite
+                         ? (s.isMassDefinite ? "M and K are positive definite" : mass + ", K is")
+                         : (s.isMassDefinite ? mass + ", K is not" : "neither M nor K is positive definite") +
+                               ", K + sigma M is";
+  if (s.shifts == std::vector<double>{0.0})
+    return Note(text + ": solved as M x = nu K x, lambda = 1/nu, which keeps the low end accurate");
+  text += ": solved as M x = nu (K + sigma M) x, lambda = 1/nu - sigma, sigma = " + ShiftsText(s);
+  return Note(text + (s.shifts.size() > 1 ? ", each mode with the one that serves it best" : ""));
+}
+
+std::string ExceptionsText(ModalSolution const& s) {
+  std::string text;
+  auto const say = [&](std::int64_t count, char const* one, char const* many, std::string const& rest) {
+    if (count > 0) text += Note(Counted(count, one, many) + rest);
+  };
+  say(static_cast<std::int64_t>(s.emptyUnknowns.size()), "unknown", "unknowns",
+      " without stiffness and mass left out: " + ShortList(s.emptyUnknowns));
+  say(static_cast<std::int64_t>(s.heldUnknowns.size()), "motion", "motions",
+      " of several unknowns without stiffness and mass left out, their eigenvalue is 0/0; held at 0 is "
+      "unknown " +
+          ShortList(s.heldUnknowns));
+  say(s.infiniteEigenvalues, "eigenvalue", "eigenvalues", " infinite to rounding: motions without mass");
+  say(s.negativeMasses, "eigenvalue", "eigenvalues",
+      " with negative mass, x^T M x < 0: M is indefinite, modes are in order of magnitude");
+  return text;
+}
+
+std::string WeakModesText(ModalSolution const& s) {
+  std::int64_t count = 0;
+  double largest = 0.0;
+  for (Mode const& mode : s.modes) {
+    if (mode.isRigid || mode.stiffnessShare >= weakShare) continue;
+    ++count;
+    largest = std::max(largest, mode.stiffnessShare);
+  }
+  if (count == 0) return {};
+  return Note(
+      Counted(count, "mode", "modes") +
+      Format(" with x^T K x at most %.1e of its terms: rigid, if the values of K have errors of that size",
+             largest));
+}
+
+/// Where the modes of a body that is held by next to nothing end and its elastic ones begin.
+std::string GroupsText(ModalSolution const& s) {
+  std::string text;
+  for (std::size_t i = 1; i < s.modes.size(); ++i) {
+    Mode const& below = s.modes[i - 1];
+    Mode const& above = s.modes[i];
+    bool const isComparable = !below.isRigid && below.eigenvalue > 0.0 && above.eigenvalue > 0.0;
+    if (isComparable && above.eigenvalue > farAbove * below.eigenvalue)
+      text +=
+          Note(Format("%s far below the others: the eigenvalue of mode %zu is %.1e times that of mode %zu",
+                      i == 1 ? "mode 1 lies" : Format("modes 1 to %zu lie", i).c_str(), i + 1,
+                      above.eigenvalue / below.eigenvalue, i));
+  }
+  return text;
+}
+
+std::string LostModesText(ModalSolution const& s) {
+  auto const lost = std::count_if(s.modes.begin(), s.modes.end(),
+                                  [](Mode const& mode) { return !mode.isRigid && !(mode.error < noDigit); });
+  if (lost == 0) return {};
+  return Note(Counted(lost, "mode", "modes") +
+              " lost in rounding errors: no digit of the eigenvalue is known");
+}
+
+std::string ModeNotesText(ModalSolution const& s, int count) {
+  std::string text;
+  auto const countModes = [&](auto const& test) {
+    return std::count_if(s.modes.begin(), s.modes.end(), test);
+  };
+  auto const rigid = countModes([](Mode const& mode) { return mode.isRigid; });
+  auto const negative = countModes([](Mode const& mode) { return !mode.isRigid && mode.eigenvalue < 0.0; });
+  if (rigid > 0)
+    text += Note(Counted(rigid, "mode", "modes") + " rigid: eigenvalue 0 to rounding, shown as 0 Hz");
+  if (negative > 0)
+    text += Note(Counted(negative, "mode", "modes") +
+                 " with a negative eigenvalue: the frequency is imaginary, shown with a minus sign");
+  text += WeakModesText(s) + LostModesText(s) + GroupsText(s);
+  if (s.finiteEigenvalues < count)
+    text += Note(Format("%d modes asked for, there are %d", count, s.finiteEigenvalues));
+  return text;
+}
+
+/// Digits that the estimated error leaves, and one more.
+int Digits(double error) {
+  if (!(error < 1.0)) return 1;
+  return std::clamp(1 + static_cast<int>(std::ceil(-std::log10(error))), 1, 16);
+}
+
+std::string ModeLine(int number, Mode const& mode) {
+  int const digits = Digits(mode.isRigid ? 1.0 : mode.error);
+  return Format("%6d %22.*g %24.*e %10.2e %10.1e\n", number, std::min(digits, 15), Frequency(mode),
+                digits - 1, mode.eigenvalue, mode.residual, mode.error);
+}
+
+std::string TableText(ModalSolution const& solution) {
+  std::string text =
+      Note("residual: ||K x - lambda M x|| / || |K||x| + |lambda||M||x| ||; if rigid ||K x|| / || |K||x| + "
+           "sigma |M||x| ||") +
+      Note("error: of the eigenvalue, relative, as estimated; that of the frequency is half of it") +
+      Format("#%5s %22s %24s %10s %10s\n", "mode", "frequency_hz", "eigenvalue", "residual", "error");
+  int number = 0;
+  for (Mode const& mode : solution.modes)
+    text += ModeLine(++number, mode);
+  return text;
+}
+
+FileKind KindOfShapes(std::string const& path) {
+  FileKind kind = FileKind::Triplets;
+  for (FileKindDescription const& description : FileKinds())
+    if (description.extension != nullptr && path.ends_with(description.extension)) kind = description.kind;
+  for (FileKind const known : {FileKind::Triplets, FileKind::Commas, FileKind::MatrixMarket, FileKind::Dense})
+    if (kind == known) return kind;
+  throw ToolError(ExitCode::WrongUsage, "--shapes '" + path + "': a file of type " + Describe(kind).name +
+                                            " cannot hold them; expected .txt, .csv, .mtx or .bin");
+}
+
+MatrixEntries ShapesOf(ModalSolution const& solution, int order, std::string const& path) {
+  EntryAssembly assembly(path);
+  auto const count = static_cast<std::int64_t>(solution.modes.size());
+  for (std::int64_t mode = 0; mode < count; ++mode)
+    for (std::int64_t i = 0; i < order; ++i)
+      assembly.Add(i, mode, solution.modes[mode].shape[i]);
+  MatrixEntries shapes = assembly.Finish();
+  shapes.Enlarge(order, static_cast<int>(count));
+  return shapes;
+}
+
+/// The file of shapes, from before the modes are known.
+class ShapesFile {
+public:
+  explicit ShapesFile(std::string const& path) : m_kind(KindOfShapes(path)), m_file(path) {}
+
+  void Write(MatrixEntries const& shapes) {
+    WriteOptions options;
+    options.kind = m_kind;
+    options.isLargeAllowed = true;
+    m_file.Let([&](std::string const& path) { SaveMatrix(path, shapes, options); });
+    m_file.TakePlace();
+  }
+
+private:
+  FileKind m_kind;
+  ReplacedFile m_file;
+};
+
+void RefuseToOverwriteInput(ModesOptions const& options) {
+  std::error_code ignored;
+  for (std::string const& input : {std::cref(options.stiffnessPath), std::cref(options.massPath)})
+    if (!options.shapesPath.empty() && std::filesystem::equivalent(options.shapesPath, input, ignored))
+      throw ToolError(ExitCode::WrongUsage,
+                      "--shapes names the input file '" + input + "'; expected another file");
+}
+
+} // namespace
+
+void PrintModes(ModesOptions const& options, std::function<void(std::string const&)> const& print) {
+  RefuseTwoStandardInputs(options.stiffnessPath, options.massPath);
+  RefuseToOverwriteInput(options);
+  std::optional<ShapesFile> shapes;
+  if (!options.shapesPath.empty()) shapes.emplace(options.shapesPath);
+  Source const k("K", options.stiffnessPath);
+  Source const m("M", options.massPath);
+  RequireAsStated(k);
+  RequireAsStated(m);
+  RequireOneOrder(k, m);
+
+  int const order = std::max(k.Order(), m.Order());
+  SymmetricMatrix const stiffness = MakeSymmetric(k.entries, k.symmetry, order, "K ('" + k.path + "')");
+  SymmetricMatrix const mass = MakeSymmetric(m.entries, m.symmetry, order, "M ('" + m.path + "')");
+  ModalSolution const solution = [&] {
+    Progress const progress(Format("solving the eigenproblem of order %d", order));
+    return SolveModes(stiffness, mass, options.count, k.symmetry.worstDifference);
+  }();
+
+  print(SourceText(k, order) + SourceText(m, order) + MethodText(solution) + ExceptionsText(solution) +
+        ModeNotesText(solution, options.count) + TableText(solution));
+  if (!shapes) return;
+  shapes->Write(ShapesOf(solution, order, options.shapesPath));
+  print(Note("shapes: " + options.shapesPath + ", rows by modes, scaled to |x^T M x| = 1"));
+}
+
+} // namespace orx::tool

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "tools/numerics/Symmetry.h"
+
+#include <functional>
+#include <string>
+
+namespace orx::tool {
+
+struct ModesOptions {
+  std::string stiffnessPath;
+  std::string massPath;
+  int count = 10;
+  std::string shapesPath; ///< of a type by its extension, else triplets; empty: the shapes are not written
+};
+
+/// Prints what `orxmtx modes` prints, by `print`: lines starting with '#' that say what was found and done,
+/// then one line per mode. Then writes the shapes file when one is asked for, which is begun before all else:
+/// it shows at once when it cannot be, and when it cannot be written later, the modes have been printed.
+void PrintModes(ModesOptions const& options, std::function<void(std::string const&)> const& print);
+
+} // namespace orx::tool

@@ -1,0 +1,268 @@
+#include "tools/formats/FileKind.h"
+
+#include "tools/terminal/Text.h"
+#include "tools/terminal/ToolError.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace orx::tool {
+namespace {
+
+constexpr FileKindDescription kinds[] = {
+    {FileKind::Triplets, "triplets", ".txt", "text, lines \"row column value\", from 1"},
+    {FileKind::Commas, "commas", ".csv", "text, lines \"row,column, value\", from 0"},
+    {FileKind::NodeDofs, "nodedofs", ".dof", "text, lines \"node,dof,node,dof,value\""},
+    {FileKind::MatrixMarket, "mtx", ".mtx", "Matrix Market, coordinate"},
+    {FileKind::MatrixMarketArray, "mtx-array", nullptr, "Matrix Market, array"},
+    {FileKind::Fortran, "fortran", ".unf", "Fortran unformatted, symmetric"},
+    {FileKind::Blocks, "blocks", ".blk", "block binary, symmetric or unsymmetric"},
+    {FileKind::Chunks, "chunks", ".chk", "chunked binary, symmetric"},
+    {FileKind::Dense, "dense", ".bin", "dense binary"},
+};
+
+/// A file whose bytes are looked at here and there. What is no regular file is not opened: a pipe can be
+/// opened only once.
+class Probe {
+public:
+  explicit Probe(std::string const& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    m_file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    m_isRegular = m_file >= 0;
+    m_size = status.st_size;
+  }
+  Probe(Probe const&) = delete;
+  Probe& operator=(Probe const&) = delete;
+  ~Probe() {
+    if (m_file >= 0) close(m_file);
+  }
+
+  bool IsRegular() const noexcept { return m_isRegular; }
+  std::int64_t Size() const noexcept { return m_size; }
+  std::string Begin(std::size_t length) const {
+    std::string bytes(length, '\0');
+    ssize_t const read = pread(m_file, bytes.data(), length, 0);
+    bytes.resize(read > 0 ? static_cast<std::size_t>(read) : 0);
+    return bytes;
+  }
+  /// False where the file ends before.
+  template<std::size_t count>
+  bool Read(std::int64_t offset, std::array<std::int32_t, count>& words) const {
+    return pread(m_file, words.data(), sizeof words, offset) == static_cast<ssize_t>(sizeof words);
+  }
+
+private:
+  int m_file = -1;
+  std::int64_t m_size = 0;
+  bool m_isRegular = false;
+};
+
+// ---- text
+
+bool IsTextCharacter(char c) { return (c >= ' ' && c <= '~') || (c >= '\t' && c <= '\r'); }
+
+bool BeginsWithBanner(std::string const& text) {
+  constexpr char banner[] = "%%matrixmarket";
+  return text.size() >= sizeof banner - 1 &&
+         std::equal(banner, banner + sizeof banner - 1, text.begin(), [](char expected, char found) {
+           return expected == std::tolower(static_cast<unsigned char>(found));
+         });
+}
+
+FileKind KindOfBanner(std::string text) {
+  text.resize(std::min(text.find('\n'), text.size()));
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text.find(" array") != std::string::npos ? FileKind::MatrixMarketArray : FileKind::MatrixMarket;
+}
+
+FileKind KindOfFirstLine(std::string const& text) {
+  std::size_t const first = text.find_first_not_of(" \t\n\v\f\r");
+  if (first == std::string::npos) return FileKind::Triplets;
+  std::size_t const end = std::min(text.find('\n', first), text.size());
+  auto const begin = text.begin() + static_cast<std::ptrdiff_t>(first);
+  auto const commas = std::count(begin, text.begin() + static_cast<std::ptrdiff_t>(end), ',');
+  if (commas == 2) return FileKind::Commas;
+  return commas == 4 ? FileKind::NodeDofs : FileKind::Triplets;
+}
+
+// ---- binary
+
+/// Every record lies between two copies of its length, and the last one ends the file.
+bool IsFortran(Probe const& file) {
+  std::array<std::int32_t, 3> first{};
+  if (!file.Read(0, first) || first[0] != 4 || first[2] != 4 || first[1] < 0) return false;
+  std::int32_t const order = first[1];
+  std::int64_t at = sizeof first;
+  for (std::int32_t row = 0; row < order; ++row) {
+    std::array<std::int32_t, 2> begin{};
+    std::array<std::int32_t, 1> end{};
+    if (!file.Read(at, begin) || begin[1] < 1 || begin[1] > order) return false;
+    std::int64_t const length = 4 + std::int64_t{12} * begin[1];
+    if (begin[0] != length || !file.Read(at + 4 + length, end) || end[0] != length) return false;
+    at += length + 8;
+  }
+  return at == file.Size();
+}
+
+/// What block and chunked files begin with.
+struct BlockHeader {
+  std::int64_t order;
+  std::int64_t entries;
+  std::int64_t blocks;
+  bool isUnsymmetric;
+  int exponent;
+  int last;
+
+  std::int64_t BlockLength() const noexcept { return std::int64_t{1} << exponent; }
+  /// Header, row starts and diagonal.
+  std::int64_t HeadBytes() const noexcept { return 24 + 4 * (order + 1) + 8 * order; }
+};
+
+/// False unless the words can be a header and the row starts begin with 0 and end with the entries.
+bool ReadBlockHeader(Probe const& file, BlockHeader& header) {
+  std::array<std::int32_t, 6> words{};
+  if (!file.Read(0, words)) return false;
+  bool const isPossible = words[0] >= 0 && words[1] >= 0 && words[2] >= 0 && words[4] >= 0 && words[4] <= 30;
+  if (!isPossible) return false;
+  header = {words[0], words[1], words[2], words[3] != 0, words[4], words[5]};
+  std::array<std::int32_t, 1> firstStart{};
+  std::array<std::int32_t, 1> lastStart{};
+  return file.Read(24, firstStart) && firstStart[0] == 0 && file.Read(24 + 4 * header.order, lastStart) &&
+         lastStart[0] == header.entries;
+}
+
+/// The last block may end with the last value.
+bool IsBlocks(Probe const& file) {
+  BlockHeader header{};
+  if (!ReadBlockHeader(file, header)) return false;
+  std::int64_t const length = header.BlockLength();
+  std::int64_t const needed = (header.entries + length - 1) / length;
+  if (header.blocks < needed || header.blocks > file.Size() / length) return false;
+  std::int64_t const sections = header.isUnsymmetric ? 2 : 1;
+  std::int64_t const sectionLength =
+      length * (header.isUnsymmetric ? std::max<std::int64_t>(needed, 1) : header.blocks);
+  std::int64_t const values =
+      header.HeadBytes() + 4 * length * header.blocks + 8 * sectionLength * (sections - 1);
+  return file.Size() == values + 8 * header.entries || file.Size() == values + 8 * sectionLength;
+}
+
+bool IsChunks(Probe const& file) {
+  BlockHeader header{};
+  if (!ReadBlockHeader(file, header)) return false;
+  constexpr std::int64_t chunk = std::int64_t{1} << 17;
+  std::int64_t const chunks = (header.entries - 1) / chunk + 1;
+  if (header.blocks != chunks || header.isUnsymmetric || header.exponent != 17 || header.last != 1)
+    return false;
+  std::int64_t const trailer = 4 + 4 * (header.order + 1) + 4 * header.entries + 8 * header.order;
+  return file.Size() == header.HeadBytes() + 12 * chunk * chunks + trailer;
+}
+
+bool IsDense(Probe const& file) {
+  std::array<std::int32_t, 4> words{};
+  return file.Read(0, words) && words[0] >= 0 && words[1] >= 0 && words[2] == words[0] &&
+         words[3] == words[1] && (file.Size() - 16) % 8 == 0 &&
+         (file.Size() - 16) / 8 == std::int64_t{words[0]} * words[1];
+}
+
+std::string NamesText(std::vector<FileKind> const& among) {
+  std::string text;
+  for (FileKind const kind : among)
+    text += (text.empty() ? "" : ", ") + std::string(Describe(kind).name);
+  return text;
+}
+
+std::string AllNamesText() {
+  std::vector<FileKind> all;
+  for (FileKindDescription const& description : kinds)
+    all.push_back(description.kind);
+  return NamesText(all);
+}
+
+} // namespace
+
+std::span<FileKindDescription const> FileKinds() { return kinds; }
+
+bool HasHeader(FileKind kind) {
+  return kind != FileKind::Triplets && kind != FileKind::Commas && kind != FileKind::NodeDofs;
+}
+
+FileKindDescription const& Describe(FileKind kind) { return kinds[static_cast<int>(kind)]; }
+
+FileKind KindOfName(std::string const& name) {
+  for (FileKindDescription const& description : kinds)
+    if (name == description.name) return description.kind;
+  throw ToolError(ExitCode::WrongUsage,
+                  "there is no file type '" + name + "'; expected one of " + AllNamesText());
+}
+
+FileKind KindOfExtension(std::string const& path) {
+  if (path == "-")
+    throw ToolError(ExitCode::WrongUsage,
+                    "standard output has no extension; expected --to, with one of " + AllNamesText());
+  std::string const extension = std::filesystem::path(path).extension().string();
+  std::string known;
+  for (FileKindDescription const& description : kinds) {
+    if (description.extension == nullptr) continue;
+    if (extension == description.extension) return description.kind;
+    known += (known.empty() ? "" : ", ") + std::string(description.extension);
+  }
+  throw ToolError(ExitCode::WrongUsage, "'" + path + "' has the extension '" + extension +
+                                            "', which names no file type; expected one of " + known +
+                                            ", or --to");
+}
+
+std::vector<FileKind> CandidateKinds(std::string const& path) {
+  Probe const file(path);
+  if (!file.IsRegular()) return {FileKind::Triplets};
+  std::string begin = file.Begin(std::size_t{1} << 16);
+  if (begin.starts_with(byteOrderMark)) begin.erase(0, byteOrderMark.size());
+  if (BeginsWithBanner(begin)) return {KindOfBanner(begin)};
+
+  std::vector<FileKind> candidates;
+  if (std::all_of(begin.begin(), begin.end(), IsTextCharacter)) candidates.push_back(KindOfFirstLine(begin));
+  if (IsFortran(file)) candidates.push_back(FileKind::Fortran);
+  if (IsBlocks(file)) candidates.push_back(FileKind::Blocks);
+  if (IsChunks(file)) candidates.push_back(FileKind::Chunks);
+  if (IsDense(file)) candidates.push_back(FileKind::Dense);
+  return candidates;
+}
+
+bool BeginsWithByteOrderMark(std::string const& path) {
+  Probe const file(path);
+  return file.IsRegular() && file.Begin(byteOrderMark.size()) == byteOrderMark;
+}
+
+FileKind RecognizeKind(std::string const& path) {
+  RequireReadable(path);
+  std::vector<FileKind> const candidates = CandidateKinds(path);
+  if (candidates.size() == 1) return candidates.front();
+  std::string const howToGoOn = "orxmtx convert with --from reads it as the type that it is said to be";
+  if (candidates.empty())
+    throw ToolError(
+        ExitCode::UnusableInput,
+        "'" + path + "' is no matrix file: it is not text, and its size of " +
+            Counted(static_cast<std::int64_t>(std::filesystem::file_size(path)), "byte", "bytes") +
+            " does not fit the header of a binary type; " + howToGoOn);
+  throw ToolError(ExitCode::UnusableInput,
+                  "'" + path + "' can be of several types: " + NamesText(candidates) + "; " + howToGoOn);
+}
+
+void RequireReadable(std::string const& path) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored))
+    errno = EISDIR;
+  else if (access(path.c_str(), R_OK) == 0)
+    return;
+  throw ToolError(ExitCode::UnusableInput, "cannot read '" + path + "': " + std::strerror(errno));
+}
+
+} // namespace orx::tool
