@@ -292,6 +292,18 @@ TEST_F(DenseGeometry, RowsAndColumnsOfOneCollectionGrowApart) {
   EXPECT_EQ(a.NumberOfColumns(), 5);
 }
 
+TEST_F(DenseGeometry, WhatGrewThroughAnotherHandleGrowsBehindItsOwnLabels) {
+  DensePtr const a = m_database.New(3, 2, 4, 4);
+  ORXSrvDenseMatrix other(a->DistributionID());
+  Ints const firstLabels = {20, 30};
+  Ints const secondLabels = {40};
+  EXPECT_EQ(other.ExtendDim(1, 2, firstLabels.data()), 0);
+  EXPECT_EQ(a->ExtendDim(1, 1, secondLabels.data()), 0);
+  EXPECT_EQ(a->NumberOfRows(), 4);
+  EXPECT_EQ(Labels(a->RowCSetID()), (Ints{0, 1, 2, 40}));
+  EXPECT_EQ(Labels(ORXSrvDenseMatrix(a->DistributionID()).RowCSetID()), (Ints{0, 1, 2, 20, 30, 40}));
+}
+
 TEST_F(DenseGeometry, FailedGrowthLeavesTheMatrixUsable) {
   DensePtr const a = m_database.New(600, 2, 100, 2);
   Number(*a);

@@ -40,6 +40,19 @@ TEST(TextImport, SumsDuplicatesAndTakesTheLargestIndicesAsShape) {
   }
 }
 
+TEST(TextImport, TakesEntriesInAnyOrder) {
+  Entries const sorted = {{0, 0, 1.0}, {0, 1, 2.0}, {1, 0, 3.0}, {2, 2, 4.0}};
+  for (std::size_t last = 0; last < sorted.size(); ++last) { // one entry stands behind all others
+    Entries given = sorted;
+    std::rotate(given.begin() + static_cast<std::ptrdiff_t>(last),
+                given.begin() + static_cast<std::ptrdiff_t>(last) + 1, given.end());
+    std::string text;
+    for (auto const& e : given)
+      text += std::to_string(e.row + 1) + " " + std::to_string(e.column + 1) + " " + std::to_string(e.value) + "\n";
+    EXPECT_EQ(Imported(text), sorted) << text;
+  }
+}
+
 TEST(TextImport, EmptyFilesAreEmptyMatrices) {
   for (char const* content : {"", "\n", " \t\r\n\n  "}) {
     File const file(content);
