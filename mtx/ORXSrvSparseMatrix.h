@@ -1,8 +1,8 @@
 #pragma once
 
 #include "core/cow_List.h"
-#include "core/mem_Allocator.h"
 #include "core/orx_export.h"
+#include "mtx/CompressedRows.h"
 #include "mtx/ORXSrvSparseMatrixEntry.h"
 #include "sim/ORXSimIdentifiers.h"
 
@@ -15,9 +15,6 @@ class ORXSrvSystemDofDefinition;
 namespace orx {
 class TripletCompressor;
 enum class RowPattern : std::uint8_t;
-struct CompressedRows;
-struct SparseContent;
-struct SparseView;
 } // namespace orx
 
 /// A real sparse matrix in compressed rows.
@@ -52,7 +49,7 @@ public:
   /// Stored entries, as of the last assembly or import. In symmetric form the diagonal counts where the
   /// matrix comes from block or chunked binary, and does not where it comes from Fortran records or a
   /// database.
-  int NumberOfNonzeros() const noexcept { return m_nonzeros; }
+  int NumberOfNonzeros() const noexcept { return m_stored.numberOfNonzeros; }
   /// Whether there is nothing stored (general form; a stored zero counts as an entry), or no off-diagonal
   /// entry and a zero diagonal (symmetric form).
   bool IsNull() const noexcept;
@@ -186,25 +183,21 @@ public:
   void Export(ORXSimCSetID rows, ORXSimCSetID columns, ORXSimDistributionID id) const;
 
 private:
-  friend class ORXSrvSparseImExPorter;
   friend struct ORXSrvSparseMatrixTestAccess;
 
   enum SymmetryState : std::int32_t { unknown = 0, symmetric = 1, unsymmetric = 2 };
 
-  /// Adopts the arrays. With a diagonal the matrix is in symmetric form.
-  ORX_LOCAL ORXSrvSparseMatrix(unsigned* rowPointers, int* columnIndices, double* values, double* diagonal,
-                               int nonzeros, int rows, int columns);
+  /// An assembled matrix, in symmetric form if the content has a diagonal.
+  ORX_LOCAL explicit ORXSrvSparseMatrix(orx::CompressedRows&& content) noexcept;
   void AddBeyondDimensions(std::uint32_t row, std::uint32_t column, double value);
-  /// Replaces the content by what a reader has put together, in either form.
-  ORX_LOCAL void Replace(orx::SparseContent&& content) noexcept;
-  ORX_LOCAL orx::SparseView View() const noexcept;
+  /// Replaces the arrays and the dimensions, and makes the matrix an assembled one. The symmetry state stays.
+  ORX_LOCAL void Store(orx::CompressedRows&& content) noexcept;
+  /// The same for content in either form that knows no more than itself.
+  ORX_LOCAL void Replace(orx::CompressedRows&& content) noexcept;
+  ORX_LOCAL orx::CompressedRowsView View() const noexcept;
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
   /// changes how the arrays are read.
-  bool IsSymmetricForm() const noexcept { return m_diagonal != nullptr; }
-  ORX_LOCAL void Adopt(orx::CompressedRows&& compressed) noexcept;
-  /// A matrix of the same kind as this one with these arrays.
-  ORX_LOCAL ORXSrvSparseMatrix* NewOfSameForm(orx::CompressedRows&& compressed, mem_Array<double>&& diagonal,
-                                              int rows, int columns) const;
+  bool IsSymmetricForm() const noexcept { return m_stored.diagonal != nullptr; }
   /// out := A^T * x, with x given on `count` listed rows only; without `transpose` error 211.
   ORX_LOCAL void MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int count,
                                  unsigned const* indices) const;
@@ -216,18 +209,16 @@ private:
   ORX_LOCAL void RequireNoMoreColumnsThanRows(char const* operation) const;
   ORX_LOCAL bool CompareTriangles() const;
   ORX_LOCAL mem_Array<double> PermutedDiagonal(int const* perm) const;
-  int StoredEntries() const noexcept { return m_rowPointers != nullptr ? m_rowPointers[m_arrayRows] : 0; }
+  int StoredEntries() const noexcept { return m_stored.View().Entries(); }
   /// As GetEntries counts them.
   ORX_LOCAL std::int64_t NumberOfEntries() const noexcept;
 
   cow_List<ORXSrvSparseMatrixEntry> m_entries; ///< added since the last EndAssembly
   /// Earlier ones, which an EndAssembly that ran out of memory had begun to put in order; mostly null.
   std::unique_ptr<orx::TripletCompressor> m_ordered;
-  mem_Array<double> m_values;               ///< of the stored entries
-  mem_Array<std::uint32_t> m_columnIndices; ///< of the stored entries
-  mem_Array<std::int32_t> m_rowPointers;    ///< m_arrayRows + 1; row i begins at m_rowPointers[i]
-  mem_Array<double> m_diagonal;             ///< symmetric form only, m_arrayRows values
-  std::int32_t m_nonzeros = 0;              ///< stored entries; in symmetric form as its builder counted
+  /// As of the last assembly or import; under assembly without row pointers, columns and values. It has
+  /// `rows` rows, which AddData may have made fewer than the matrix has.
+  orx::CompressedRows m_stored;
   std::int32_t m_rows;
   std::int32_t m_columns;
   mutable SymmetryState m_symmetryState = unknown; ///< IsSymmetric keeps its answer here
@@ -235,5 +226,4 @@ private:
   mutable orx::RowPattern m_rowPattern{}; ///< Multiply keeps here what it has found; 0: not looked at
   ORXSimCSetID m_rowCSetID;
   ORXSimCSetID m_columnCSetID;
-  std::int32_t m_arrayRows = 0; ///< rows of the arrays; AddData may have made m_rows larger since
 };

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "mtx/CompressedRows.h"
 #include "mtx/ORXSrvMtxOpenFileException.h"
-#include "mtx/impl/exchange/SparseContent.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -39,17 +39,16 @@ inline void Require(bool holds, char const* what) {
 }
 
 /// Touches all of the matrix.
-inline void RequireSound(orx::SparseContent const& matrix) {
-  orx::CompressedRows const& entries = matrix.entries;
-  std::int32_t const* const starts = entries.rowPointers.get();
+inline void RequireSound(orx::CompressedRows const& matrix) {
+  std::int32_t const* const starts = matrix.rowPointers.get();
   Require(matrix.rows >= 0 && matrix.columns >= 0, "dimensions are not negative");
-  Require(starts[0] == 0 && starts[matrix.rows] == entries.nonzeros, "row pointers go from 0 to the count");
+  Require(starts[0] == 0 && starts[matrix.rows] == matrix.entries, "row pointers go from 0 to the count");
   for (std::int32_t i = 0; i < matrix.rows; ++i)
     Require(starts[i] <= starts[i + 1], "row pointers do not decrease");
   double sum = 0.0;
-  for (std::int32_t k = 0; k < entries.nonzeros; ++k) {
-    Require(entries.columns[k] < static_cast<std::uint32_t>(matrix.columns), "columns are in range");
-    sum += entries.values[k];
+  for (std::int32_t k = 0; k < matrix.entries; ++k) {
+    Require(matrix.columnIndices[k] < static_cast<std::uint32_t>(matrix.columns), "columns are in range");
+    sum += matrix.values[k];
   }
   if (matrix.diagonal != nullptr) {
     Require(matrix.rows == matrix.columns, "the symmetric form is square");
@@ -68,7 +67,7 @@ template<class Read>
 int FuzzOne(std::uint8_t const* bytes, std::size_t size, Read read) {
   MemoryFile const file(bytes, size);
   try {
-    orx::SparseContent const matrix = read(file.Path().c_str());
+    orx::CompressedRows const matrix = read(file.Path().c_str());
     if (std::max(matrix.rows, matrix.columns) > largestDimension) return notForTheCorpus;
     RequireSound(matrix);
   } catch (ORXSrvMtxOpenFileException const& error) {

@@ -44,23 +44,13 @@ MatrixPtr SymmetricOfLength(int entries) {
   return Access::Adopt(starts, columns, values, &diagonal, entries + 1000, 1000);
 }
 
-bool AreSame(SparseView const& a, SparseView const& b) {
+bool AreSame(CompressedRowsView const& a, CompressedRowsView const& b) {
   auto const equal = [](auto const* x, auto const* y, std::int64_t count) {
     return (x == nullptr) == (y == nullptr) && (x == nullptr || std::equal(x, x + count, y));
   };
-  return a.rows == b.rows && a.columns == b.columns && a.storedRows == b.storedRows &&
-         equal(a.starts, b.starts, a.storedRows + 1) && equal(a.values, b.values, a.Entries()) &&
-         equal(a.columnIndices, b.columnIndices, a.Entries()) && equal(a.diagonal, b.diagonal, a.storedRows);
-}
-
-SparseView ViewOf(SparseContent const& content) {
-  return {content.rows,
-          content.columns,
-          content.rows,
-          content.entries.rowPointers.get(),
-          content.entries.columns.get(),
-          content.entries.values.get(),
-          content.diagonal.get()};
+  return a.rows == b.rows && a.columns == b.columns && equal(a.rowPointers, b.rowPointers, a.rows + 1) &&
+         equal(a.values, b.values, a.Entries()) && equal(a.columnIndices, b.columnIndices, a.Entries()) &&
+         equal(a.diagonal, b.diagonal, a.rows);
 }
 
 ORXSrvSparseMatrix& Imported(ORXSrvSparseMatrix& matrix, File const& file, int format) {
@@ -96,16 +86,16 @@ TEST(ChunkedRoundTrip, KeepsAllButTheLastChunkOfAMultiple) {
       MatrixPtr const matrix = SymmetricOfLength(entries);
       int const lost = entries > 0 && entries % chunk == 0 ? chunk : 0;
       MatrixPtr const expected = SymmetricOfLength(entries);
-      SparseView const view = Access::View(*expected);
+      CompressedRowsView const view = Access::View(*expected);
       std::fill_n(const_cast<std::uint32_t*>(view.columnIndices) + entries - lost, lost, 0);
       std::fill_n(const_cast<double*>(view.values) + entries - lost, lost, 0.0);
 
       File const file;
       WriteChunkedBinary(file.Path(), Access::View(*matrix), exponent);
-      SparseContent const read = ReadChunkedBinary(file.Path(), exponent);
+      CompressedRows const read = ReadChunkedBinary(file.Path(), exponent);
 
-      EXPECT_TRUE(AreSame(ViewOf(read), view)) << entries << " entries in chunks of " << chunk;
-      EXPECT_EQ(read.nonzeros, entries + 1000);
+      EXPECT_TRUE(AreSame(read.View(), view)) << entries << " entries in chunks of " << chunk;
+      EXPECT_EQ(read.numberOfNonzeros, entries + 1000);
     }
 }
 
@@ -129,7 +119,7 @@ TEST(ChunkedRoundTrip, FullSizedChunks) {
     MatrixPtr const matrix = SymmetricOfLength(entries);
     matrix->Export(file.Path(), 6, nullptr);
     ORXSrvSparseMatrix read(0, 0);
-    SparseView const view = Access::View(Imported(read, file, 6));
+    CompressedRowsView const view = Access::View(Imported(read, file, 6));
     if (entries == fullChunk) {
       EXPECT_TRUE(std::all_of(view.values, view.values + entries, [](double v) { return v == 0.0; }));
       EXPECT_TRUE(
@@ -384,7 +374,7 @@ TEST(DenseExport, AnImageThatNoDiskHoldsIsRefusedBeforeAnythingIsWritten) {
     File const file("as before");
     EXPECT_EQ(
         Raised([&] {
-          WriteDenseBinary(file.Path(), {order, order, 1, starts, &last, &value, nullptr});
+          WriteDenseBinary(file.Path(), {order, order, starts, &last, &value, nullptr});
         }).find("208 Error at writing to file: " + std::string(file.Path()) + ": No space left on device, "),
         0u);
     EXPECT_EQ(file.Content(), "as before");

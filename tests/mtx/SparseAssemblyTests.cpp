@@ -41,9 +41,11 @@ void ExpectAssemblyIs(Entries const& triplets, std::string const& what) {
     TripletCollector collector;
     collector.Add(input);
     CompressedRows const collected = collector.Finish(matrix.NumberOfRows(), matrix.NumberOfColumns());
-    SparseView const view = Access::View(matrix);
-    EXPECT_TRUE(std::equal(view.starts, view.starts + view.rows + 1, collected.rowPointers.get())) << what;
-    EXPECT_TRUE(std::equal(view.columnIndices, view.columnIndices + view.Entries(), collected.columns.get()))
+    CompressedRowsView const view = Access::View(matrix);
+    EXPECT_TRUE(std::equal(view.rowPointers, view.rowPointers + view.rows + 1, collected.rowPointers.get()))
+        << what;
+    EXPECT_TRUE(
+        std::equal(view.columnIndices, view.columnIndices + view.Entries(), collected.columnIndices.get()))
         << what;
     EXPECT_EQ(std::memcmp(view.values, collected.values.get(), expected.size() * sizeof(double)), 0) << what;
   }

@@ -2,7 +2,6 @@
 
 #include "core/mem_Allocator.h"
 #include "mtx/ORXSrvSparseMatrix.h"
-#include "mtx/impl/exchange/SparseContent.h"
 
 #include <algorithm>
 #include <cstring>
@@ -17,25 +16,30 @@ struct ORXSrvSparseMatrixTestAccess {
                                                    std::vector<double> const& values,
                                                    std::vector<double> const* diagonal, int nonzeros,
                                                    int numColumns) {
-    auto const copy = []<class T>(std::vector<T> const& v) {
-      T* const array = mem_NewArray<T>(static_cast<std::int64_t>(v.size()));
-      std::copy(v.begin(), v.end(), array);
-      return array;
+    auto const copy = []<class To, class From>(mem_Array<To>& to, std::vector<From> const& from) {
+      to = mem_MakeArray<To>(static_cast<std::int64_t>(from.size()));
+      std::copy(from.begin(), from.end(), to.get());
     };
-    return std::unique_ptr<ORXSrvSparseMatrix>(
-        new ORXSrvSparseMatrix(reinterpret_cast<unsigned*>(copy(rowPointers)), copy(columns), copy(values),
-                               diagonal != nullptr ? copy(*diagonal) : nullptr, nonzeros,
-                               static_cast<int>(rowPointers.size()) - 1, numColumns));
+    orx::CompressedRows content;
+    content.rows = static_cast<int>(rowPointers.size()) - 1;
+    content.columns = numColumns;
+    content.entries = rowPointers.back();
+    content.numberOfNonzeros = nonzeros;
+    copy(content.rowPointers, rowPointers);
+    copy(content.columnIndices, columns);
+    copy(content.values, values);
+    if (diagonal != nullptr) copy(content.diagonal, *diagonal);
+    return std::unique_ptr<ORXSrvSparseMatrix>(new ORXSrvSparseMatrix(std::move(content)));
   }
   static int SymmetryState(ORXSrvSparseMatrix const& matrix) { return matrix.m_symmetryState; }
   static void SetSymmetryState(ORXSrvSparseMatrix& matrix, int state) {
     matrix.m_symmetryState = static_cast<ORXSrvSparseMatrix::SymmetryState>(state);
   }
-  static orx::SparseView View(ORXSrvSparseMatrix const& matrix) { return matrix.View(); }
+  static orx::CompressedRowsView View(ORXSrvSparseMatrix const& matrix) { return matrix.View(); }
   static orx::RowPattern RowPattern(ORXSrvSparseMatrix const& matrix) { return matrix.m_rowPattern; }
   static std::vector<int> RowPointers(ORXSrvSparseMatrix const& matrix) {
-    if (matrix.m_rowPointers == nullptr) return {};
-    return {matrix.m_rowPointers.get(), matrix.m_rowPointers.get() + matrix.m_arrayRows + 1};
+    if (matrix.m_stored.rowPointers == nullptr) return {};
+    return {matrix.m_stored.rowPointers.get(), matrix.m_stored.rowPointers.get() + matrix.m_stored.rows + 1};
   }
 };
 

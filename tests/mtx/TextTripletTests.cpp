@@ -48,7 +48,8 @@ TEST(TextImport, TakesEntriesInAnyOrder) {
                 given.begin() + static_cast<std::ptrdiff_t>(last) + 1, given.end());
     std::string text;
     for (auto const& e : given)
-      text += std::to_string(e.row + 1) + " " + std::to_string(e.column + 1) + " " + std::to_string(e.value) + "\n";
+      text += std::to_string(e.row + 1) + " " + std::to_string(e.column + 1) + " " + std::to_string(e.value) +
+              "\n";
     EXPECT_EQ(Imported(text), sorted) << text;
   }
 }

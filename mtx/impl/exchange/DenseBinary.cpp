@@ -3,6 +3,7 @@
 #include "core/mem_Allocator.h"
 #include "mtx/impl/exchange/FileInput.h"
 #include "mtx/impl/exchange/FileOutput.h"
+#include "mtx/impl/exchange/RowAppender.h"
 
 #include <algorithm>
 #include <climits>
@@ -32,23 +33,23 @@ static_assert(sizeof(Header) == 16);
 
 /// The transpose of compressed rows. Rows of the result ascend whatever the order within the rows was, and
 /// equal positions keep theirs.
-CompressedRows Transposed(SparseView const& matrix) {
+CompressedRows Transposed(CompressedRowsView const& matrix) {
   CompressedRows result;
-  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{matrix.columns} + 1);
-  result.nonzeros = matrix.Entries();
-  result.Resize(result.nonzeros);
+  AllocateRowPointers(result, matrix.columns, matrix.rows);
+  result.entries = result.numberOfNonzeros = matrix.Entries();
+  ResizeEntries(result, result.entries);
   // Counts, then sums, stand one place further on, so that filling moves them to where they belong.
   std::int32_t* const ends = result.rowPointers.get();
   std::fill_n(ends, std::int64_t{matrix.columns} + 1, 0);
-  for (std::int32_t k = 0; k < result.nonzeros; ++k)
+  for (std::int32_t k = 0; k < result.entries; ++k)
     if (matrix.columnIndices[k] + 1 < static_cast<std::uint32_t>(matrix.columns))
       ++ends[matrix.columnIndices[k] + 2];
   for (std::int32_t j = 0; j < matrix.columns; ++j)
     ends[j + 1] += ends[j];
-  for (std::int32_t i = 0; i < matrix.storedRows; ++i)
-    for (std::int32_t k = matrix.starts[i]; k < matrix.starts[i + 1]; ++k) {
+  for (std::int32_t i = 0; i < matrix.rows; ++i)
+    for (std::int32_t k = matrix.rowPointers[i]; k < matrix.rowPointers[i + 1]; ++k) {
       std::int32_t const to = ends[matrix.columnIndices[k] + 1]++;
-      result.columns[to] = static_cast<std::uint32_t>(i);
+      result.columnIndices[to] = static_cast<std::uint32_t>(i);
       result.values[to] = matrix.values[k];
     }
   return result;
@@ -60,7 +61,7 @@ CompressedRows Transposed(SparseView const& matrix) {
 class ColumnCollector {
 public:
   ColumnCollector(std::int32_t rows, std::int32_t columns) : m_rows(rows), m_columns(columns) {
-    m_entries.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{columns} + 1);
+    AllocateRowPointers(m_entries, columns, rows);
     m_entries.rowPointers[0] = 0;
   }
 
@@ -81,21 +82,18 @@ public:
     return true;
   }
 
-  CompressedRows Finish() const {
-    return Transposed({m_columns, m_rows, m_columns, m_entries.rowPointers.get(), m_entries.columns.get(),
-                       m_entries.values.get(), nullptr});
-  }
+  CompressedRows Finish() const { return Transposed(m_entries.View()); }
 
 private:
   void MakeRoom(std::int64_t more) {
     if (m_room - m_count >= more) return;
     m_room = std::max(m_count + more, m_room + m_room / 2);
-    m_entries.Resize(m_room);
+    ResizeEntries(m_entries, m_room);
   }
 
   /// Writes every value and keeps its place only where it is to stay: no branch to be mispredicted.
   std::int64_t Keep(std::span<double const> values) {
-    std::uint32_t* const rows = m_entries.columns.get();
+    std::uint32_t* const rows = m_entries.columnIndices.get();
     double* const kept = m_entries.values.get();
     std::int64_t count = m_count;
     auto row = static_cast<std::uint32_t>(m_row);
@@ -141,10 +139,10 @@ void WriteImage(FileOutput& file, CompressedRows const& byColumns, std::int32_t 
   for (std::int64_t first = 0; first < cells; first += windowLength) {
     std::int64_t const end = std::min(first + windowLength, cells);
     std::fill_n(window.get(), end - first, 0.0);
-    for (; entry < byColumns.nonzeros; ++entry) {
+    for (; entry < byColumns.entries; ++entry) {
       while (entry == byColumns.rowPointers[column + 1])
         ++column;
-      std::int64_t const cell = std::int64_t{column} * rows + byColumns.columns[entry];
+      std::int64_t const cell = std::int64_t{column} * rows + byColumns.columnIndices[entry];
       if (cell >= end) break;
       window[cell - first] = byColumns.values[entry];
     }
@@ -154,7 +152,7 @@ void WriteImage(FileOutput& file, CompressedRows const& byColumns, std::int32_t 
 
 } // namespace
 
-SparseContent ReadDenseBinary(char const* path) {
+CompressedRows ReadDenseBinary(char const* path) {
   FileInput file(path);
   Header header{};
   file.Read(&header, 1, "headers");
@@ -167,20 +165,17 @@ SparseContent ReadDenseBinary(char const* path) {
   if (header.columns == 0 && header.rows > mostRowsWithoutColumns)
     file.Fail(0, "at most " + std::to_string(mostRowsWithoutColumns) +
                      " rows for a matrix without columns expected, found " + std::to_string(header.rows));
-  SparseContent content;
-  content.rows = header.rows;
-  content.columns = header.columns;
+  CompressedRows content;
   if (cells > 0) {
-    content.entries = ReadValues(file, header.rows, header.columns);
+    content = ReadValues(file, header.rows, header.columns);
   } else {
-    content.entries.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{header.rows} + 1);
-    std::fill_n(content.entries.rowPointers.get(), std::int64_t{header.rows} + 1, 0);
+    AllocateRowPointers(content, header.rows, header.columns);
+    std::fill_n(content.rowPointers.get(), std::int64_t{header.rows} + 1, 0);
   }
-  content.nonzeros = content.entries.nonzeros;
   return content;
 }
 
-void WriteDenseBinary(char const* path, SparseView const& matrix) {
+void WriteDenseBinary(char const* path, CompressedRowsView const& matrix) {
   auto const cells = static_cast<std::uint64_t>(matrix.rows) * static_cast<std::uint64_t>(matrix.columns);
   FileOutput file(path, FileOutput::Existing::KeepTail);
   // The header is as long as two values; what no 64-bit size can say is asked for as the largest one.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "mtx/impl/exchange/SparseContent.h"
+#include "mtx/CompressedRows.h"
 
 namespace orx {
 
@@ -8,10 +8,10 @@ namespace orx {
 // docs/formats/.
 
 /// Keeps the values whose magnitude exceeds 1e-16, in general form.
-SparseContent ReadDenseBinary(char const* path);
+CompressedRows ReadDenseBinary(char const* path);
 
 /// Writes the entries of the arrays, without the diagonal of the symmetric form. Takes memory for the
 /// entries, not for the image.
-void WriteDenseBinary(char const* path, SparseView const& matrix);
+void WriteDenseBinary(char const* path, CompressedRowsView const& matrix);
 
 } // namespace orx

@@ -2,6 +2,7 @@
 
 #include "mtx/ORXSrvMtxOpenFileException.h"
 #include "mtx/impl/exchange/FileInput.h"
+#include "mtx/impl/exchange/RowAppender.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
 
 #include <algorithm>
@@ -109,13 +110,12 @@ public:
   Records& operator=(Records const&) = delete;
   ~Records() { orx_fortran_close(); }
 
-  SparseContent Read() {
+  CompressedRows Read() {
     ReadOrder();
     for (std::int32_t row = 0; row < m_order; ++row)
       m_frames.CheckNext(m_isBigEndian);
-    SparseContent content;
-    content.rows = content.columns = m_order;
-    content.entries.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_order} + 1);
+    CompressedRows content;
+    AllocateRowPointers(content, m_order, m_order);
     content.diagonal = mem_MakeArray<double>(m_order);
     ReadRows(content);
     CountFromZero(content);
@@ -140,16 +140,15 @@ private:
                std::to_string(m_frames.FileSize()) + " bytes, found " + std::to_string(m_order));
   }
 
-  void ReadRows(SparseContent& content) {
-    CompressedRows& entries = content.entries;
+  void ReadRows(CompressedRows& content) {
     std::int64_t const room =
         std::min<std::int64_t>((m_frames.FileSize() - orderBytes - rowBytes * m_order) / entryBytes, INT_MAX);
-    entries.Resize(room);
+    ResizeEntries(content, room);
     std::int32_t row = 0;
     std::int32_t pairs = 0;
     std::int32_t const status =
-        orx_fortran_read_rows(m_order, room, entries.rowPointers.get(), entries.columns.get(),
-                              entries.values.get(), content.diagonal.get(), &row, &pairs, m_message);
+        orx_fortran_read_rows(m_order, room, content.rowPointers.get(), content.columnIndices.get(),
+                              content.values.get(), content.diagonal.get(), &row, &pairs, m_message);
     std::int64_t const record = std::int64_t{row} + 1;
     if (status == miscounted)
       Fail(m_path, record,
@@ -158,21 +157,21 @@ private:
       Fail(m_path, record,
            "row " + std::to_string(row) + " of " + std::to_string(m_order) + " expected, found \"" +
                m_message + '"');
-    entries.nonzeros = content.nonzeros = entries.rowPointers[m_order];
-    entries.Resize(entries.nonzeros);
+    content.entries = content.numberOfNonzeros = content.rowPointers[m_order];
+    ResizeEntries(content, content.entries);
   }
 
   /// Columns count from one in the file.
-  void CountFromZero(SparseContent& content) const {
+  void CountFromZero(CompressedRows& content) const {
     auto const order = static_cast<std::uint32_t>(m_order);
-    std::uint32_t* const columns = content.entries.columns.get();
+    std::uint32_t* const columns = content.columnIndices.get();
     std::uint32_t largest = 0;
-    for (std::int32_t k = 0; k < content.entries.nonzeros; ++k)
+    for (std::int32_t k = 0; k < content.entries; ++k)
       largest = std::max(largest, --columns[k]);
-    if (content.entries.nonzeros == 0 || largest < order) return;
-    auto const bad = std::find_if(columns, columns + content.entries.nonzeros,
+    if (content.entries == 0 || largest < order) return;
+    auto const bad = std::find_if(columns, columns + content.entries,
                                   [=](std::uint32_t column) { return column >= order; });
-    std::int32_t const* const starts = content.entries.rowPointers.get();
+    std::int32_t const* const starts = content.rowPointers.get();
     std::int64_t const row = std::upper_bound(starts, starts + m_order + 1, bad - columns) - starts;
     Fail(m_path, row + 1,
          "a column of 1 to " + std::to_string(m_order) + " expected, found " +
@@ -188,6 +187,6 @@ private:
 
 } // namespace
 
-SparseContent ReadFortranRecords(char const* path) { return Records(path).Read(); }
+CompressedRows ReadFortranRecords(char const* path) { return Records(path).Read(); }
 
 } // namespace orx

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "mtx/impl/exchange/SparseContent.h"
+#include "mtx/CompressedRows.h"
 
 namespace orx {
 
@@ -8,6 +8,6 @@ namespace orx {
 /// record per row with a count k, k one-based columns and k values, the diagonal first. Unit 81 is connected
 /// while it reads. Errors name the path and the record, counted from 1.
 /// The diagonal does not count in the number of entries that the matrix reports.
-SparseContent ReadFortranRecords(char const* path);
+CompressedRows ReadFortranRecords(char const* path);
 
 } // namespace orx

@@ -2,6 +2,7 @@
 
 #include "mtx/impl/exchange/FileInput.h"
 #include "mtx/impl/exchange/FileOutput.h"
+#include "mtx/impl/exchange/RowAppender.h"
 #include "mtx/impl/exchange/TripletCompressor.h"
 
 #include <algorithm>
@@ -78,11 +79,11 @@ void RequireCountable(FileInput const& file, std::int64_t total) {
 }
 
 /// What both formats have in the same place; the entries are still missing.
-SparseContent ReadRowsAndDiagonal(FileInput& file, Header const& header, std::int64_t lastStart) {
-  SparseContent content;
+CompressedRows ReadRowsAndDiagonal(FileInput& file, Header const& header, std::int64_t lastStart) {
+  CompressedRows content;
   content.rows = content.columns = header.order;
-  content.entries.rowPointers = ReadRowStarts(file, header, lastStart);
-  content.entries.nonzeros = content.entries.rowPointers[header.order];
+  content.rowPointers = ReadRowStarts(file, header, lastStart);
+  content.entries = content.rowPointers[header.order];
   content.diagonal = file.ReadArray<double>(header.order, "diagonal values");
   return content;
 }
@@ -104,21 +105,21 @@ std::int64_t StoredColumns(FileInput const& file, Header const& header) {
   return stored;
 }
 
-void ReadBlockColumns(FileInput& file, Header const& header, std::int64_t stored, CompressedRows& entries) {
+void ReadBlockColumns(FileInput& file, Header const& header, std::int64_t stored, CompressedRows& content) {
   std::int64_t const offset = file.Offset();
   file.Require(stored, sizeof(std::uint32_t), "column indices");
-  entries.columns = file.ReadArray<std::uint32_t>(entries.nonzeros, "column indices");
-  file.Skip(stored - entries.nonzeros, sizeof(std::uint32_t), "column indices");
-  auto const count = static_cast<std::size_t>(entries.nonzeros);
-  CheckColumns(file, offset, {entries.columns.get(), count}, header.order);
+  content.columnIndices = file.ReadArray<std::uint32_t>(content.entries, "column indices");
+  file.Skip(stored - content.entries, sizeof(std::uint32_t), "column indices");
+  auto const count = static_cast<std::size_t>(content.entries);
+  CheckColumns(file, offset, {content.columnIndices.get(), count}, header.order);
 }
 
 /// Where the entries of a pattern lie, if all rows ascend.
 enum class Triangle : std::uint8_t { Lower, Upper, Neither };
 
-Triangle TriangleOf(SparseContent const& pattern) {
-  std::int32_t const* const starts = pattern.entries.rowPointers.get();
-  std::uint32_t const* const columns = pattern.entries.columns.get();
+Triangle TriangleOf(CompressedRows const& pattern) {
+  std::int32_t const* const starts = pattern.rowPointers.get();
+  std::uint32_t const* const columns = pattern.columnIndices.get();
   bool isLower = true;
   bool isUpper = true;
   bool ascends = true;
@@ -139,36 +140,36 @@ Triangle TriangleOf(SparseContent const& pattern) {
 ///
 ///     upper   row i:   mirrored, from the rows above | diagonal | stored
 ///     lower   row i:   stored | diagonal | mirrored, from the rows below
-CompressedRows Mirror(SparseContent const& pattern, Triangle triangle, double const* mirrored,
+CompressedRows Mirror(CompressedRows const& pattern, Triangle triangle, double const* mirrored,
                       double const* stored) {
   std::int32_t const n = pattern.rows;
-  std::int32_t const* const starts = pattern.entries.rowPointers.get();
-  std::uint32_t const* const columns = pattern.entries.columns.get();
+  std::int32_t const* const starts = pattern.rowPointers.get();
+  std::uint32_t const* const columns = pattern.columnIndices.get();
   auto const next = mem_MakeArray<std::int32_t>(n); // where the next mirrored entry of the row goes
   std::fill_n(next.get(), n, 0);
-  for (std::int32_t k = 0; k < pattern.entries.nonzeros; ++k)
+  for (std::int32_t k = 0; k < pattern.entries; ++k)
     ++next[columns[k]];
   CompressedRows result;
-  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{n} + 1);
+  AllocateRowPointers(result, n, n);
   result.rowPointers[0] = 0;
   for (std::int32_t i = 0; i < n; ++i) {
     std::int32_t const ownEntries = starts[i + 1] - starts[i] + 1;
     result.rowPointers[i + 1] = result.rowPointers[i] + ownEntries + next[i];
     next[i] = result.rowPointers[i] + (triangle == Triangle::Lower ? ownEntries : 0);
   }
-  result.nonzeros = result.rowPointers[n];
-  result.Resize(result.nonzeros);
+  result.entries = result.numberOfNonzeros = result.rowPointers[n];
+  ResizeEntries(result, result.entries);
   for (std::int32_t i = 0; i < n; ++i) {
     std::int32_t const length = starts[i + 1] - starts[i];
     std::int32_t const first = triangle == Triangle::Lower ? result.rowPointers[i] : next[i] + 1;
     std::int32_t const diagonal = triangle == Triangle::Lower ? first + length : next[i];
-    std::copy_n(columns + starts[i], length, result.columns.get() + first);
+    std::copy_n(columns + starts[i], length, result.columnIndices.get() + first);
     std::copy_n(stored + starts[i], length, result.values.get() + first);
-    result.columns[diagonal] = static_cast<std::uint32_t>(i);
+    result.columnIndices[diagonal] = static_cast<std::uint32_t>(i);
     result.values[diagonal] = pattern.diagonal[i];
     for (std::int32_t k = starts[i]; k < starts[i + 1]; ++k) {
       std::int32_t const to = next[columns[k]]++;
-      result.columns[to] = static_cast<std::uint32_t>(i);
+      result.columnIndices[to] = static_cast<std::uint32_t>(i);
       result.values[to] = mirrored[k];
     }
   }
@@ -196,11 +197,11 @@ private:
 };
 
 /// The same for a pattern in any order.
-CompressedRows Assemble(SparseContent const& pattern, double const* transposed, double const* stored) {
+CompressedRows Assemble(CompressedRows const& pattern, double const* transposed, double const* stored) {
   auto const rows = static_cast<std::uint32_t>(pattern.rows);
-  std::int32_t const* const starts = pattern.entries.rowPointers.get();
-  std::uint32_t const* const columns = pattern.entries.columns.get();
-  TripletCompressor compressor(pattern.rows, pattern.columns, pattern.rows + 2 * pattern.entries.nonzeros);
+  std::int32_t const* const starts = pattern.rowPointers.get();
+  std::uint32_t const* const columns = pattern.columnIndices.get();
+  TripletCompressor compressor(pattern.rows, pattern.columns, pattern.rows + 2 * pattern.entries);
   TripletBatch batch(compressor);
   for (std::uint32_t i = 0; i < rows; ++i)
     batch.Add(i, i, pattern.diagonal[i]);
@@ -214,7 +215,7 @@ CompressedRows Assemble(SparseContent const& pattern, double const* transposed, 
   return compressor.Compress();
 }
 
-SparseContent ReadUnsymmetric(FileInput& file, Header const& header, SparseContent&& pattern) {
+CompressedRows ReadUnsymmetric(FileInput& file, Header const& header, CompressedRows&& pattern) {
   std::int64_t const block = std::int64_t{1} << header.exponent;
   std::int64_t const section = std::max<std::int64_t>(1, (header.entries + block - 1) / block) * block;
   RequireCountable(file, header.order + std::int64_t{2} * header.entries);
@@ -222,31 +223,27 @@ SparseContent ReadUnsymmetric(FileInput& file, Header const& header, SparseConte
   mem_Array<double> const transposed = file.ReadArray<double>(header.entries, "values");
   file.Skip(section - header.entries, sizeof(double), "values");
   mem_Array<double> const stored = file.ReadArray<double>(header.entries, "values of the stored positions");
-  SparseContent content;
-  content.rows = content.columns = header.order;
   Triangle const triangle = TriangleOf(pattern);
-  content.entries = triangle == Triangle::Neither ? Assemble(pattern, transposed.get(), stored.get())
-                                                  : Mirror(pattern, triangle, transposed.get(), stored.get());
-  content.nonzeros = content.entries.nonzeros;
-  return content;
+  return triangle == Triangle::Neither ? Assemble(pattern, transposed.get(), stored.get())
+                                       : Mirror(pattern, triangle, transposed.get(), stored.get());
 }
 
 // ---- chunked binary
 
-void ReadChunk(FileInput& file, SparseContent& content, std::int32_t first, std::int64_t count,
+void ReadChunk(FileInput& file, CompressedRows& content, std::int32_t first, std::int64_t count,
                std::int64_t padding) {
   std::int64_t const offset = file.Offset();
-  std::uint32_t* const columns = content.entries.columns.get() + first;
+  std::uint32_t* const columns = content.columnIndices.get() + first;
   file.Read(columns, count, "column indices");
   CheckColumns(file, offset, {columns, static_cast<std::size_t>(count)}, content.columns);
   file.Skip(padding, sizeof(std::uint32_t), "padding column indices");
-  file.Read(content.entries.values.get() + first, count, "values");
+  file.Read(content.values.get() + first, count, "values");
 }
 
-void WriteTrailer(FileOutput& file, SparseView const& matrix) {
-  std::int32_t const n = matrix.storedRows;
+void WriteTrailer(FileOutput& file, CompressedRowsView const& matrix) {
+  std::int32_t const n = matrix.rows;
   file.Write(&n, 1);
-  file.Write(matrix.starts, std::int64_t{n} + 1);
+  file.Write(matrix.rowPointers, std::int64_t{n} + 1);
   file.Write(matrix.columnIndices, matrix.Entries());
   std::int32_t const one = 1;
   for (std::int32_t i = 0; i < n; ++i)
@@ -257,41 +254,41 @@ void WriteTrailer(FileOutput& file, SparseView const& matrix) {
 
 } // namespace
 
-SparseContent ReadBlockBinary(char const* path) {
+CompressedRows ReadBlockBinary(char const* path) {
   FileInput file(path);
   Header const header = ReadHeader(file);
   std::int64_t const stored = StoredColumns(file, header);
   std::int64_t const withDiagonal = std::int64_t{header.order} + header.entries;
   bool const isSymmetric = header.variant == 0;
-  SparseContent content =
+  CompressedRows content =
       ReadRowsAndDiagonal(file, header, isSymmetric ? std::min(stored, withDiagonal) : header.entries);
-  ReadBlockColumns(file, header, stored, content.entries);
+  ReadBlockColumns(file, header, stored, content);
   if (!isSymmetric) return ReadUnsymmetric(file, header, std::move(content));
   RequireCountable(file, withDiagonal);
-  content.entries.values = file.ReadArray<double>(content.entries.nonzeros, "values");
-  content.nonzeros = header.order + header.entries;
+  content.values = file.ReadArray<double>(content.entries, "values");
+  content.numberOfNonzeros = header.order + header.entries;
   return content;
 }
 
-SparseContent ReadChunkedBinary(char const* path, int exponent) {
+CompressedRows ReadChunkedBinary(char const* path, int exponent) {
   FileInput file(path);
   Header const header = ReadHeader(file);
   RequireCountable(file, std::int64_t{header.order} + header.entries);
-  SparseContent content = ReadRowsAndDiagonal(file, header, header.entries);
+  CompressedRows content = ReadRowsAndDiagonal(file, header, header.entries);
   std::int32_t const chunk = std::int32_t{1} << exponent;
   std::int32_t const rest = header.entries % chunk;
   file.Require(header.entries, sizeof(std::uint32_t) + sizeof(double), "entries");
-  content.entries.Resize(header.entries);
+  ResizeEntries(content, header.entries);
   std::int32_t first = 0;
   for (; header.entries - first >= chunk; first += chunk)
     ReadChunk(file, content, first, chunk, 0);
   if (rest > 0) ReadChunk(file, content, first, rest, chunk - rest);
-  content.nonzeros = header.order + header.entries;
+  content.numberOfNonzeros = header.order + header.entries;
   return content;
 }
 
-void WriteChunkedBinary(char const* path, SparseView const& matrix, int exponent) {
-  std::int32_t const n = matrix.storedRows;
+void WriteChunkedBinary(char const* path, CompressedRowsView const& matrix, int exponent) {
+  std::int32_t const n = matrix.rows;
   std::int32_t const entries = matrix.Entries();
   std::int32_t const chunk = std::int32_t{1} << exponent;
   std::int32_t const chunks = (entries - 1) / chunk + 1;
@@ -299,7 +296,7 @@ void WriteChunkedBinary(char const* path, SparseView const& matrix, int exponent
   FileOutput file(path, FileOutput::Existing::KeepTail);
   Header const header{n, entries, chunks, 0, exponent, 1};
   file.Write(&header, 1);
-  file.Write(matrix.starts, std::int64_t{n} + 1);
+  file.Write(matrix.rowPointers, std::int64_t{n} + 1);
   file.Write(matrix.diagonal, n);
   std::int32_t first = 0;
   for (std::int32_t c = 1; c < chunks; ++c, first += chunk) {

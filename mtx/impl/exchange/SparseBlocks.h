@@ -1,6 +1,6 @@
 #pragma once
 
-#include "mtx/impl/exchange/SparseContent.h"
+#include "mtx/CompressedRows.h"
 
 namespace orx {
 
@@ -14,13 +14,13 @@ namespace orx {
 /// The chunk that files are written and read with: 2^17 elements. Tests use smaller ones.
 constexpr int chunkExponent = 17;
 
-SparseContent ReadBlockBinary(char const* path);
+CompressedRows ReadBlockBinary(char const* path);
 
 /// The reader takes the length of chunks from its caller, not from the file, whose header it ignores.
-SparseContent ReadChunkedBinary(char const* path, int exponent = chunkExponent);
+CompressedRows ReadChunkedBinary(char const* path, int exponent = chunkExponent);
 
 /// REQUIRES the symmetric form. When the number of entries is a multiple of the chunk length, those of the
 /// last chunk are written as zeros.
-void WriteChunkedBinary(char const* path, SparseView const& matrix, int exponent = chunkExponent);
+void WriteChunkedBinary(char const* path, CompressedRowsView const& matrix, int exponent = chunkExponent);
 
 } // namespace orx

@@ -46,18 +46,18 @@ private:
 
 /// Calls visit(row, column, value) for the entries of a row.
 template<class Visit>
-void ForEachEntry(SparseView const& matrix, std::int32_t row, Visit visit) {
-  for (std::int32_t k = matrix.starts[row]; k < matrix.starts[row + 1]; ++k)
+void ForEachEntry(CompressedRowsView const& matrix, std::int32_t row, Visit visit) {
+  for (std::int32_t k = matrix.rowPointers[row]; k < matrix.rowPointers[row + 1]; ++k)
     visit(row, static_cast<std::int32_t>(matrix.columnIndices[k]), matrix.values[k]);
 }
 template<class Visit>
-void ForEachEntry(SparseView const& matrix, Visit visit) {
-  for (std::int32_t row = 0; row < matrix.storedRows; ++row)
+void ForEachEntry(CompressedRowsView const& matrix, Visit visit) {
+  for (std::int32_t row = 0; row < matrix.rows; ++row)
     ForEachEntry(matrix, row, visit);
 }
 
 /// The equations 0 to the last one that the lines will name. Asked for once each, before the file is opened.
-std::vector<ORXSrvNodeDof> NodeDofs(SparseView const& matrix, ORXSrvSystemDofDefinition const& dofs) {
+std::vector<ORXSrvNodeDof> NodeDofs(CompressedRowsView const& matrix, ORXSrvSystemDofDefinition const& dofs) {
   std::int32_t const defined = dofs.NumberOfDofs();
   std::int32_t last = -1;
   ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double) {
@@ -72,14 +72,14 @@ std::vector<ORXSrvNodeDof> NodeDofs(SparseView const& matrix, ORXSrvSystemDofDef
 
 } // namespace
 
-void WriteOneBasedText(char const* path, SparseView const& matrix) {
+void WriteOneBasedText(char const* path, CompressedRowsView const& matrix) {
   LineWriter lines(path);
   auto const write = [&](std::int32_t row, std::int32_t column, double value) {
     lines.Begin().Put(std::int64_t{row} + 1).Put(' ').Put(std::int64_t{column} + 1).Put(' ').End(value);
   };
   bool const isSymmetricForm = matrix.diagonal != nullptr;
   if (isSymmetricForm)
-    for (std::int32_t i = 0; i < matrix.storedRows; ++i)
+    for (std::int32_t i = 0; i < matrix.rows; ++i)
       write(i, i, matrix.diagonal[i]);
   ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double value) {
     write(row, column, value);
@@ -88,19 +88,20 @@ void WriteOneBasedText(char const* path, SparseView const& matrix) {
   lines.Close();
 }
 
-void WriteZeroBasedText(char const* path, SparseView const& matrix) {
+void WriteZeroBasedText(char const* path, CompressedRowsView const& matrix) {
   LineWriter lines(path);
   auto const write = [&](std::int32_t row, std::int32_t column, double value) {
     lines.Begin().Put(std::int64_t{row}).Put(',').Put(std::int64_t{column}).Put(',').Put(' ').End(value);
   };
-  for (std::int32_t i = 0; i < matrix.storedRows; ++i) {
+  for (std::int32_t i = 0; i < matrix.rows; ++i) {
     if (matrix.diagonal != nullptr) write(i, i, matrix.diagonal[i]);
     ForEachEntry(matrix, i, write);
   }
   lines.Close();
 }
 
-void WriteNodeDofText(char const* path, SparseView const& matrix, ORXSrvSystemDofDefinition const& dofs) {
+void WriteNodeDofText(char const* path, CompressedRowsView const& matrix,
+                      ORXSrvSystemDofDefinition const& dofs) {
   std::vector<ORXSrvNodeDof> const equations = NodeDofs(matrix, dofs);
   bool const isSquare = matrix.rows == matrix.columns;
   LineWriter lines(path);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "mtx/impl/exchange/SparseContent.h"
+#include "mtx/CompressedRows.h"
 
 class ORXSrvSystemDofDefinition;
 
@@ -9,14 +9,15 @@ namespace orx {
 // Text files of a matrix, one line per entry; see docs/formats/.
 
 /// "%ld %ld %18.15e": row and column from one. Symmetric form: the diagonal, then each entry and its mirror.
-void WriteOneBasedText(char const* path, SparseView const& matrix);
+void WriteOneBasedText(char const* path, CompressedRowsView const& matrix);
 
 /// "%d,%d, %18.15e": row and column from zero. Symmetric form: each row's diagonal, then its entries.
-void WriteZeroBasedText(char const* path, SparseView const& matrix);
+void WriteZeroBasedText(char const* path, CompressedRowsView const& matrix);
 
 /// "%d,%d,%d,%d,%18.15e": node and degree of freedom of the row and of the column, or the zero-based column
 /// and 0 where the matrix is not square. The diagonal of the symmetric form is not written. A row or column
 /// that is not in `dofs` is its ORXSimException, and the file then as before.
-void WriteNodeDofText(char const* path, SparseView const& matrix, ORXSrvSystemDofDefinition const& dofs);
+void WriteNodeDofText(char const* path, CompressedRowsView const& matrix,
+                      ORXSrvSystemDofDefinition const& dofs);
 
 } // namespace orx

@@ -72,19 +72,14 @@ public:
     std::setvbuf(m_file.get(), nullptr, _IONBF, 0); // the window is the buffer
   }
 
-  SparseContent Read() {
+  CompressedRows Read() {
     while (GoToNextItem()) {
       if (m_count == batch) HandOver();
       TakeItem();
     }
     HandOver();
     RequireItemsForRows();
-    SparseContent content;
-    content.rows = m_rows;
-    content.columns = m_columns;
-    content.entries = m_collector.Finish(m_rows, m_columns);
-    content.nonzeros = content.entries.nonzeros;
-    return content;
+    return m_collector.Finish(m_rows, m_columns);
   }
 
 private:
@@ -233,7 +228,7 @@ private:
 
 } // namespace
 
-SparseContent ReadTextTriplets(char const* path, char const* mode) {
+CompressedRows ReadTextTriplets(char const* path, char const* mode) {
   return TripletReader(path, mode).Read();
 }
 

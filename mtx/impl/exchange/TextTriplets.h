@@ -1,12 +1,12 @@
 #pragma once
 
-#include "mtx/impl/exchange/SparseContent.h"
+#include "mtx/CompressedRows.h"
 
 namespace orx {
 
 /// Reads a text file of items "row column value" with one-based indices, separated by blanks and line ends,
 /// opened with fopen's `mode`. What is not an item is an ORXSrvMtxOpenFileException with path, line, what was
 /// expected and what was found.
-SparseContent ReadTextTriplets(char const* path, char const* mode);
+CompressedRows ReadTextTriplets(char const* path, char const* mode);
 
 } // namespace orx

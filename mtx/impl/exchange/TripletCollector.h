@@ -1,8 +1,8 @@
 #pragma once
 
 #include "core/cow_List.h"
+#include "mtx/CompressedRows.h"
 #include "mtx/ORXSrvSparseMatrixEntry.h"
-#include "mtx/impl/exchange/CompressedRows.h"
 
 #include <cstdint>
 #include <span>
@@ -31,12 +31,12 @@ private:
   void BeginRow(std::uint32_t row);
   void EndRow();
   void MakeRoom();
-  CompressedRows FinishOrdered(std::int32_t rows);
+  CompressedRows FinishOrdered(std::int32_t rows, std::int32_t columns);
   CompressedRows FinishUnordered(std::int32_t rows, std::int32_t columns);
 
   CompressedRows m_ordered; ///< without row pointers
   std::vector<RowStart> m_rowStarts;
-  std::int32_t m_end = 0; ///< behind the entries of the open row, which begin at m_ordered.nonzeros
+  std::int32_t m_end = 0; ///< behind the entries of the open row, which begin at m_ordered.entries
   std::int32_t m_room = 0;
   bool m_isAscending = true; ///< the open row's columns, so far
   cow_List<ORXSrvSparseMatrixEntry> m_rest;

@@ -1,5 +1,6 @@
 #include "mtx/impl/exchange/TripletCompressor.h"
 
+#include "mtx/impl/exchange/RowAppender.h"
 #include <algorithm>
 #include <bit>
 #include <climits>
@@ -168,12 +169,12 @@ CompressedRows TripletCompressor::Compress() {
   for (std::int64_t b = 0; b < m_bucketCount; ++b)
     count += m_buckets[b].Triplets();
   CompressedRows result;
-  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_rows} + 1);
+  AllocateRowPointers(result, m_rows, m_columns);
   std::fill_n(result.rowPointers.get(), std::int64_t{m_rows} + 1, 0);
   if (count == 0) return result;
   // Room for the case without duplicates; pages that are not needed are never touched, and given back at the
   // end.
-  result.Resize(count <= INT_MAX ? count : -1);
+  ResizeEntries(result, count <= INT_MAX ? count : -1);
   Scratch scratch;
   scratch.Reserve(std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, m_rows),
                   TripletsOfLargestBucket());
@@ -183,7 +184,8 @@ CompressedRows TripletCompressor::Compress() {
   }
   for (std::int64_t b = 0; b < m_bucketCount; ++b)
     CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
-  result.Resize(result.nonzeros); // which memory is always enough for, as it only gives some back
+  result.numberOfNonzeros = result.entries;
+  ResizeEntries(result, result.entries); // which memory is always enough for, as it only gives some back
   return result;
 }
 
@@ -199,7 +201,7 @@ void TripletCompressor::CompressBucket(std::int32_t firstRow, Bucket& bucket, Sc
     std::int32_t const end = scratch.rowEnds[r];
     std::size_t const length = static_cast<std::size_t>(end - begin);
     CompressRow({scratch.columns.data() + begin, length}, scratch.values.data() + begin, scratch, result);
-    result.rowPointers[std::int64_t{firstRow} + r + 1] = result.nonzeros;
+    result.rowPointers[std::int64_t{firstRow} + r + 1] = result.entries;
     begin = end;
   }
 }
@@ -223,21 +225,21 @@ void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere,
 void TripletCompressor::CompressRow(std::span<std::uint32_t const> columns, double const* values,
                                     Scratch& scratch, CompressedRows& result) const {
   if (std::adjacent_find(columns.begin(), columns.end(), std::greater_equal<>()) == columns.end())
-    return result.AppendAscending(columns, values);
+    return AppendAscending(result, columns, values);
   bool const isLikeLast = std::ranges::equal(columns, scratch.slotColumns);
   if (!isLikeLast && (columns.size() <= shortRow || scratch.lastPosition == nullptr))
-    return result.AppendSorted(columns, values, scratch.order);
+    return AppendSorted(result, columns, values, scratch.order);
   if (isLikeLast || FindSlotsInPattern(columns, scratch)) {
-    std::copy_n(result.columns.get() + scratch.patternStart, scratch.distinct,
-                result.columns.get() + result.nonzeros);
+    std::copy_n(result.columnIndices.get() + scratch.patternStart, scratch.distinct,
+                result.columnIndices.get() + result.entries);
   } else {
     FindSlots(columns, scratch, result);
   }
-  double* const sums = result.values.get() + result.nonzeros;
+  double* const sums = result.values.get() + result.entries;
   std::fill_n(sums, scratch.distinct, -0.0); // the one start that leaves every first value as it is
   for (std::size_t e = 0; e < columns.size(); ++e)
     sums[scratch.slots[e]] += values[e];
-  result.nonzeros += scratch.distinct;
+  result.entries += scratch.distinct;
 }
 
 /// Whether the row's distinct columns are those of the pattern found last; scratch.slots then has the places.
@@ -261,7 +263,7 @@ bool TripletCompressor::FindSlotsInPattern(std::span<std::uint32_t const> column
 /// scratch.slots.
 void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
                                   CompressedRows const& result) const {
-  std::int32_t const start = result.nonzeros;
+  std::int32_t const start = result.entries;
   std::int32_t* const lastPosition = scratch.lastPosition.get();
   scratch.order.clear();
   if (scratch.slots.size() < columns.size()) scratch.slots.resize(columns.size());
@@ -281,7 +283,7 @@ void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Scratc
   for (std::size_t k = 0; k < distinct; ++k) {
     auto const column = static_cast<std::uint32_t>(scratch.order[k] >> 32);
     scratch.rank[scratch.order[k] & UINT32_MAX] = static_cast<std::uint32_t>(k);
-    result.columns[start + k] = column;
+    result.columnIndices[start + k] = column;
     lastPosition[column] = start + static_cast<std::int32_t>(k);
   }
   for (std::size_t e = 0; e < columns.size(); ++e)

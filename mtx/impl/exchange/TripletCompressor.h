@@ -2,8 +2,8 @@
 
 #include "core/cow_List.h"
 #include "core/mem_Allocator.h"
+#include "mtx/CompressedRows.h"
 #include "mtx/ORXSrvSparseMatrixEntry.h"
-#include "mtx/impl/exchange/CompressedRows.h"
 
 #include <cstdint>
 #include <span>

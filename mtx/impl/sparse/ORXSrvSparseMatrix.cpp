@@ -1,10 +1,9 @@
 #include "mtx/ORXSrvSparseMatrix.h"
 
-#include "mtx/impl/exchange/SparseContent.h"
+#include "mtx/impl/exchange/ORXSrvSparseImExPorter.h"
 #include "mtx/impl/exchange/TripletCollector.h"
 #include "mtx/impl/exchange/TripletCompressor.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
-#include "mtx/impl/sparse/ORXSrvSparseImExPorter.h"
 
 #include <algorithm>
 #include <climits>
@@ -25,31 +24,30 @@ ORXSrvSparseMatrix::ORXSrvSparseMatrix(int rows, int columns)
     ORXSrvMtxIllegalInput("ORXSrvSparseMatrix, negative dimension").Throw(sourceFile, __LINE__);
 }
 
-ORXSrvSparseMatrix::ORXSrvSparseMatrix(unsigned* rowPointers, int* columnIndices, double* values,
-                                       double* diagonal, int nonzeros, int rows, int columns)
-    : m_values(values), m_columnIndices(reinterpret_cast<std::uint32_t*>(columnIndices)),
-      m_rowPointers(reinterpret_cast<std::int32_t*>(rowPointers)), m_diagonal(diagonal), m_nonzeros(nonzeros),
-      m_rows(rows), m_columns(columns), m_symmetryState(diagonal != nullptr ? symmetric : unknown),
-      m_isAssembled(1), m_arrayRows(rows) {}
+ORXSrvSparseMatrix::ORXSrvSparseMatrix(CompressedRows&& content) noexcept
+    : m_entries(0), m_rows(0), m_columns(0) {
+  Replace(std::move(content));
+}
 
 ORXSrvSparseMatrix::~ORXSrvSparseMatrix() = default;
 
 // ---- queries
 
 bool ORXSrvSparseMatrix::IsNull() const noexcept {
-  if (!IsSymmetricForm()) return m_nonzeros == 0;
-  return m_nonzeros == m_rows &&
-         std::all_of(m_diagonal.get(), m_diagonal.get() + m_arrayRows, [](double d) { return d == 0.0; });
+  if (!IsSymmetricForm()) return m_stored.numberOfNonzeros == 0;
+  return m_stored.numberOfNonzeros == m_rows &&
+         std::all_of(m_stored.diagonal.get(), m_stored.diagonal.get() + m_stored.rows,
+                     [](double d) { return d == 0.0; });
 }
 
 std::int64_t ORXSrvSparseMatrix::NumberOfEntries() const noexcept {
   std::int64_t const stored = StoredEntries();
   if (!IsSymmetricForm()) return stored;
-  return (m_rowPointers != nullptr ? m_arrayRows : 0) + 2 * stored;
+  return (m_stored.rowPointers != nullptr ? m_stored.rows : 0) + 2 * stored;
 }
 
 ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
-  std::int32_t const rows = m_rowPointers != nullptr ? m_arrayRows : 0;
+  std::int32_t const rows = m_stored.rowPointers != nullptr ? m_stored.rows : 0;
   bool const bothTriangles = IsSymmetricForm();
   std::int64_t const total = NumberOfEntries();
   // More entries than the count can say are refused as a request that no memory can meet.
@@ -57,11 +55,11 @@ ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
   ORXSrvSparseMatrixEntry* next = entries.get();
   if (bothTriangles)
     for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(rows); ++i)
-      *next++ = {i, i, m_diagonal[i]};
+      *next++ = {i, i, m_stored.diagonal[i]};
   for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(rows); ++i)
-    for (std::int32_t k = m_rowPointers[i]; k < m_rowPointers[i + 1]; ++k) {
-      *next++ = {i, m_columnIndices[k], m_values[k]};
-      if (bothTriangles) *next++ = {m_columnIndices[k], i, m_values[k]};
+    for (std::int32_t k = m_stored.rowPointers[i]; k < m_stored.rowPointers[i + 1]; ++k) {
+      *next++ = {i, m_stored.columnIndices[k], m_stored.values[k]};
+      if (bothTriangles) *next++ = {m_stored.columnIndices[k], i, m_stored.values[k]};
     }
   count = static_cast<int>(total);
   return entries.release();
@@ -70,9 +68,9 @@ ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
 // ---- assembly
 
 void ORXSrvSparseMatrix::BeginAssembly() noexcept {
-  m_values.reset();
-  m_columnIndices.reset();
-  m_rowPointers.reset();
+  m_stored.values.reset();
+  m_stored.columnIndices.reset();
+  m_stored.rowPointers.reset();
   m_isAssembled = 0;
 }
 
@@ -96,54 +94,52 @@ void ORXSrvSparseMatrix::EndAssembly() {
     m_ordered->Grow(m_rows, m_columns);
   }
   m_ordered->AddAndDrop(m_entries);
-  Adopt(m_ordered->Compress());
+  Store(m_ordered->Compress());
   m_ordered.reset();
+}
+
+void ORXSrvSparseMatrix::Store(CompressedRows&& content) noexcept {
+  m_stored = std::move(content);
+  m_rows = m_stored.rows;
+  m_columns = m_stored.columns;
+  m_rowPattern = {};
   m_isAssembled = 1;
 }
 
-/// Takes over arrays in general form, for m_rows rows.
-void ORXSrvSparseMatrix::Adopt(CompressedRows&& compressed) noexcept {
-  m_values = std::move(compressed.values);
-  m_columnIndices = std::move(compressed.columns);
-  m_rowPointers = std::move(compressed.rowPointers);
-  m_rowPattern = {};
-  m_diagonal.reset();
-  m_nonzeros = compressed.nonzeros;
-  m_arrayRows = m_rows;
+void ORXSrvSparseMatrix::Replace(CompressedRows&& content) noexcept {
+  Store(std::move(content));
+  m_symmetryState = IsSymmetricForm() ? symmetric : unknown;
+}
+
+CompressedRowsView ORXSrvSparseMatrix::View() const noexcept {
+  CompressedRowsView view = m_stored.View();
+  if (view.rowPointers == nullptr) view.rows = 0;
+  view.columns = m_columns;
+  return view;
 }
 
 // ---- files
 
-void ORXSrvSparseMatrix::Replace(SparseContent&& content) noexcept {
-  m_rows = content.rows;
-  m_columns = content.columns;
-  Adopt(std::move(content.entries));
-  m_nonzeros = content.nonzeros;
-  m_diagonal = std::move(content.diagonal);
-  m_symmetryState = m_diagonal != nullptr ? symmetric : unknown;
-  m_isAssembled = 1;
-}
-
-SparseView ORXSrvSparseMatrix::View() const noexcept {
-  return {.rows = m_rows,
-          .columns = m_columns,
-          .storedRows = m_rowPointers != nullptr ? m_arrayRows : 0,
-          .starts = m_rowPointers.get(),
-          .columnIndices = m_columnIndices.get(),
-          .values = m_values.get(),
-          .diagonal = m_diagonal.get()};
-}
-
 void ORXSrvSparseMatrix::Import(char const* path, int format) {
-  ORXSrvSparseImExPorter().Import(*this, path, format);
+  Replace(ORXSrvSparseImExPorter().Import(path, format));
 }
 
-void ORXSrvSparseMatrix::Import(ORXSimDistributionID id) { ORXSrvSparseImExPorter().Import(*this, id); }
+void ORXSrvSparseMatrix::Import(ORXSimDistributionID id) {
+  ORXSrvSparseImExPorter::Drawer drawer = ORXSrvSparseImExPorter().Import(id);
+  Replace(std::move(drawer.content));
+  m_rowCSetID = drawer.rows;
+  m_columnCSetID = drawer.columns;
+}
 
 void ORXSrvSparseMatrix::Export(char const* path, int format, ORXSrvSystemDofDefinition const* dofs) const {
-  ORXSrvSparseImExPorter().Export(*this, path, format, dofs);
+  // A general form that was found to be symmetric has no diagonal to be written.
+  ORXSrvSparseImExPorter const porter;
+  porter.RequireExportable(format, m_symmetryState == symmetric && IsSymmetricForm(), dofs);
+  RequireAllAssembled("Export");
+  porter.Export(View(), path, format, dofs);
 }
 
 void ORXSrvSparseMatrix::Export(ORXSimCSetID rows, ORXSimCSetID columns, ORXSimDistributionID id) const {
-  ORXSrvSparseImExPorter().Export(*this, rows, columns, id);
+  RequireAllAssembled("Export");
+  ORXSrvSparseImExPorter().Export(View(), rows, columns, id);
 }

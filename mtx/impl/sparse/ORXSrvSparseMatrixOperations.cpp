@@ -1,6 +1,6 @@
 #include "mtx/ORXSrvSparseMatrix.h"
 
-#include "mtx/impl/exchange/CompressedRows.h"
+#include "mtx/impl/exchange/RowAppender.h"
 #include "mtx/impl/exchange/TripletCompressor.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
 
@@ -24,16 +24,6 @@ mem_Array<unsigned> NewList(std::int32_t length) { return mem_MakeArray<unsigned
 
 // ---- difference
 
-/// The compressed arrays of a general form.
-struct Rows {
-  std::int32_t const* rowPointers;
-  std::uint32_t const* columns;
-  double const* values;
-  std::int32_t count;
-
-  std::int32_t Entries() const { return rowPointers[count]; }
-};
-
 struct Row {
   std::uint32_t const* columns = nullptr;
   double const* values = nullptr;
@@ -41,11 +31,11 @@ struct Row {
 
   Row() = default;
   /// Row i, which is empty behind the last one.
-  Row(Rows const& rows, std::int32_t i) {
-    if (i >= rows.count) return;
-    columns = rows.columns + rows.rowPointers[i];
-    values = rows.values + rows.rowPointers[i];
-    length = rows.rowPointers[i + 1] - rows.rowPointers[i];
+  Row(CompressedRowsView const& matrix, std::int32_t i) {
+    if (i >= matrix.rows) return;
+    columns = matrix.ColumnsOf(i);
+    values = matrix.values + matrix.rowPointers[i];
+    length = matrix.Length(i);
   }
   bool IsAscending() const {
     bool ascending = true;
@@ -70,8 +60,8 @@ struct Dimensions {
 
 /// Appends a - b, of other columns than each other's. REQUIRES: ascending columns.
 void AppendMerged(Row const& a, Row const& b, CompressedRows& result) {
-  std::uint32_t* columns = result.columns.get() + result.nonzeros;
-  double* values = result.values.get() + result.nonzeros;
+  std::uint32_t* columns = result.columnIndices.get() + result.entries;
+  double* values = result.values.get() + result.entries;
   std::int32_t ka = 0;
   std::int32_t kb = 0;
   while (ka < a.length && kb < b.length) {
@@ -90,43 +80,44 @@ void AppendMerged(Row const& a, Row const& b, CompressedRows& result) {
   values = std::copy(a.values + ka, a.values + a.length, values);
   columns = std::copy(b.columns + kb, b.columns + b.length, columns);
   std::transform(b.values + kb, b.values + b.length, values, [](double value) { return -value; });
-  result.nonzeros = static_cast<std::int32_t>(columns - result.columns.get());
+  result.entries = static_cast<std::int32_t>(columns - result.columnIndices.get());
 }
 
 void AppendDifference(Row const& a, Row const& b, CompressedRows& result) {
   if (!a.HasColumnsOf(b)) return AppendMerged(a, b, result);
-  std::copy_n(a.columns, a.length, result.columns.get() + result.nonzeros);
-  double* const values = result.values.get() + result.nonzeros;
+  std::copy_n(a.columns, a.length, result.columnIndices.get() + result.entries);
+  double* const values = result.values.get() + result.entries;
   for (std::int32_t k = 0; k < a.length; ++k)
     values[k] = a.values[k] - b.values[k];
-  result.nonzeros += a.length;
+  result.entries += a.length;
 }
 
-/// a - b row by row, as assembly of their entries would give it; nothing when columns do not ascend. The
-/// dimensions grow to hold the entries.
-std::optional<CompressedRows> DifferenceOfRows(Rows const& a, Rows const& b, Dimensions& dimensions) {
+/// a - b row by row, as assembly of their entries would give it; nothing when columns do not ascend.
+/// `dimensions` grow to hold the entries.
+std::optional<CompressedRows> DifferenceOfRows(CompressedRowsView const& a, CompressedRowsView const& b,
+                                               Dimensions dimensions) {
   std::int64_t const largest = std::int64_t{a.Entries()} + b.Entries();
   CompressedRows result;
   // Memory that is not written costs nothing until it is given back. More than an int counts is refused as
   // what no memory can hold.
-  result.Resize(largest <= INT_MAX ? largest : -1);
-  result.rowPointers =
-      mem_MakeArray<std::int32_t>(std::int64_t{std::max({a.count, b.count, dimensions.rows})} + 1);
+  ResizeEntries(result, largest <= INT_MAX ? largest : -1);
+  AllocateRowPointers(result, std::max({a.rows, b.rows, dimensions.rows}), dimensions.columns);
   result.rowPointers[0] = 0;
-  Dimensions grown = dimensions;
-  for (std::int32_t i = 0; i < std::max(a.count, b.count); ++i) {
+  for (std::int32_t i = 0; i < std::max(a.rows, b.rows); ++i) {
     Row const rowA(a, i);
     Row const rowB(b, i);
     if (!rowA.IsAscending() || !rowB.IsAscending()) return std::nullopt;
     AppendDifference(rowA, rowB, result);
-    result.rowPointers[i + 1] = result.nonzeros;
-    if (result.nonzeros > result.rowPointers[i])
-      grown.Hold(static_cast<std::uint32_t>(i), result.columns[result.nonzeros - 1]);
+    result.rowPointers[i + 1] = result.entries;
+    if (result.entries > result.rowPointers[i])
+      dimensions.Hold(static_cast<std::uint32_t>(i), result.columnIndices[result.entries - 1]);
   }
-  for (std::int32_t i = std::max(a.count, b.count); i < grown.rows; ++i)
-    result.rowPointers[i + 1] = result.nonzeros;
-  dimensions = grown;
-  result.Resize(result.nonzeros);
+  for (std::int32_t i = std::max(a.rows, b.rows); i < dimensions.rows; ++i)
+    result.rowPointers[i + 1] = result.entries;
+  result.rows = dimensions.rows;
+  result.columns = dimensions.columns;
+  result.numberOfNonzeros = result.entries;
+  ResizeEntries(result, result.entries);
   return result;
 }
 
@@ -135,16 +126,15 @@ std::optional<CompressedRows> DifferenceOfRows(Rows const& a, Rows const& b, Dim
 CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
                                    cow_List<ORXSrvSparseMatrixEntry> const& list,
                                    std::span<ORXSrvSparseMatrixEntry const> a,
-                                   std::span<ORXSrvSparseMatrixEntry> b, Dimensions& dimensions) {
-  Dimensions grown = dimensions;
+                                   std::span<ORXSrvSparseMatrixEntry> b, Dimensions dimensions) {
   for (ORXSrvSparseMatrixEntry const& entry : a)
-    grown.Hold(entry.row, entry.column);
+    dimensions.Hold(entry.row, entry.column);
   for (ORXSrvSparseMatrixEntry& entry : b) {
-    grown.Hold(entry.row, entry.column);
+    dimensions.Hold(entry.row, entry.column);
     entry.value = -entry.value;
   }
   auto const expected = list.Count() + static_cast<std::int64_t>(a.size() + b.size());
-  TripletCompressor compressor(grown.rows, grown.columns, expected);
+  TripletCompressor compressor(dimensions.rows, dimensions.columns, expected);
   if (ordered != nullptr) compressor.Add(*ordered);
   for (int i = 0; i < list.Count();) {
     auto const run = list.RunFrom(i);
@@ -153,7 +143,6 @@ CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
   }
   compressor.Add(a);
   compressor.Add(b);
-  dimensions = grown;
   return compressor.Compress();
 }
 
@@ -171,7 +160,7 @@ bool AreMirrored(double upper, double lower) {
 // ---- checks
 
 void ORXSrvSparseMatrix::RequireAssembled(char const* operation) const {
-  if (m_rowPointers != nullptr && m_arrayRows == m_rows) return;
+  if (m_stored.rowPointers != nullptr && m_stored.rows == m_rows) return;
   std::string const detail = std::string(operation) + ", a matrix assembled with all its rows expected";
   ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
 }
@@ -200,23 +189,19 @@ void ORXSrvSparseMatrix::RequireNoMoreColumnsThanRows(char const* operation) con
 void ORXSrvSparseMatrix::Scale(double s) {
   RequireAssembled("Scale");
   for (std::int32_t k = 0; k < StoredEntries(); ++k)
-    m_values[k] *= s;
+    m_stored.values[k] *= s;
   if (!IsSymmetricForm()) return;
   for (std::int32_t i = 0; i < m_rows; ++i)
-    m_diagonal[i] *= s;
+    m_stored.diagonal[i] *= s;
 }
 
 void ORXSrvSparseMatrix::Subtract(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b) {
   a.RequireAssembled("Subtract");
   b.RequireAssembled("Subtract");
-  auto const rowsOf = [](ORXSrvSparseMatrix const& matrix) {
-    return Rows{matrix.m_rowPointers.get(), matrix.m_columnIndices.get(), matrix.m_values.get(),
-                matrix.m_rows};
-  };
-  Dimensions dimensions{m_rows, m_columns};
+  Dimensions const dimensions{m_rows, m_columns};
   std::optional<CompressedRows> difference;
   bool const areRowsEnough = !HasPendingEntries() && !a.IsSymmetricForm() && !b.IsSymmetricForm();
-  if (areRowsEnough) difference = DifferenceOfRows(rowsOf(a), rowsOf(b), dimensions);
+  if (areRowsEnough) difference = DifferenceOfRows(a.View(), b.View(), dimensions);
   if (!difference) {
     int countA = 0;
     int countB = 0;
@@ -231,10 +216,7 @@ void ORXSrvSparseMatrix::Subtract(ORXSrvSparseMatrix const& a, ORXSrvSparseMatri
   if (added > 0) m_symmetryState = added == 1 && m_symmetryState == symmetric ? unsymmetric : unknown;
   m_entries.Resize(0);
   m_ordered.reset();
-  m_rows = dimensions.rows;
-  m_columns = dimensions.columns;
-  Adopt(std::move(*difference));
-  m_isAssembled = 1;
+  Store(std::move(*difference));
 }
 
 void ORXSrvSparseMatrix::SetColumnsToZero(int const* list, int n) {
@@ -251,7 +233,7 @@ void ORXSrvSparseMatrix::SetColumnsToZero(int const* list, int n) {
     isListed[static_cast<std::size_t>(list[p])] = 1;
   }
   for (std::int32_t k = 0; k < StoredEntries(); ++k)
-    if (isListed[m_columnIndices[k]] != 0) m_values[k] = 0.0;
+    if (isListed[m_stored.columnIndices[k]] != 0) m_stored.values[k] = 0.0;
 }
 
 unsigned* ORXSrvSparseMatrix::EliminateTrivialColumns(int& count) {
@@ -263,8 +245,8 @@ unsigned* ORXSrvSparseMatrix::EliminateTrivialColumns(int& count) {
   for (int p = 0; p < kept; ++p)
     newNumbers[list[p]] = static_cast<unsigned>(p);
   for (std::int32_t k = 0; k < StoredEntries(); ++k)
-    m_columnIndices[k] = newNumbers[m_columnIndices[k]];
-  m_columns = kept;
+    m_stored.columnIndices[k] = newNumbers[m_stored.columnIndices[k]];
+  m_columns = m_stored.columns = kept;
   m_symmetryState = unknown;
   m_rowPattern = {};
   count = kept;
@@ -288,19 +270,19 @@ bool ORXSrvSparseMatrix::CompareTriangles() const {
   auto const cursors = mem_MakeArray<std::int32_t>(m_rows);
   for (std::int32_t i = 0; i < m_rows; ++i) {
     auto const row = static_cast<std::uint32_t>(i);
-    std::int32_t const end = m_rowPointers[i + 1];
-    std::int32_t k = m_rowPointers[i];
-    for (; k < end && m_columnIndices[k] < row; ++k) {
-      std::uint32_t const j = m_columnIndices[k];
+    std::int32_t const end = m_stored.rowPointers[i + 1];
+    std::int32_t k = m_stored.rowPointers[i];
+    for (; k < end && m_stored.columnIndices[k] < row; ++k) {
+      std::uint32_t const j = m_stored.columnIndices[k];
       std::int32_t const image = cursors[j]++;
-      if (image >= m_rowPointers[j + 1] || m_columnIndices[image] != row) return false;
-      if (!AreMirrored(m_values[image], m_values[k])) return false;
+      if (image >= m_stored.rowPointers[j + 1] || m_stored.columnIndices[image] != row) return false;
+      if (!AreMirrored(m_stored.values[image], m_stored.values[k])) return false;
     }
-    if (k < end && m_columnIndices[k] == row) ++k;
+    if (k < end && m_stored.columnIndices[k] == row) ++k;
     cursors[i] = k;
   }
   for (std::int32_t i = 0; i < m_rows; ++i)
-    if (cursors[i] != m_rowPointers[i + 1]) return false;
+    if (cursors[i] != m_stored.rowPointers[i + 1]) return false;
   return true;
 }
 
@@ -309,7 +291,7 @@ unsigned* ORXSrvSparseMatrix::FindNontrivialRows(int& count) const {
   auto list = NewList(m_rows);
   count = 0;
   for (std::int32_t i = 0; i < m_rows; ++i)
-    if (m_rowPointers[i] < m_rowPointers[i + 1]) list[count++] = static_cast<unsigned>(i);
+    if (m_stored.rowPointers[i] < m_stored.rowPointers[i + 1]) list[count++] = static_cast<unsigned>(i);
   return list.release();
 }
 
@@ -318,7 +300,7 @@ unsigned* ORXSrvSparseMatrix::FindNontrivialColumns(int& count) const {
   auto list = NewList(m_columns);
   std::fill_n(list.get(), m_columns, 0U);
   for (std::int32_t k = 0; k < StoredEntries(); ++k)
-    list[m_columnIndices[k]] = 1;
+    list[m_stored.columnIndices[k]] = 1;
   count = 0;
   for (std::int32_t j = 0; j < m_columns; ++j)
     if (list[j] != 0) list[count++] = static_cast<unsigned>(j);

@@ -1,7 +1,7 @@
 #include "mtx/ORXSrvSparseMatrix.h"
 
 #include "blac/sparse/RowPatterns.h"
-#include "mtx/impl/exchange/CompressedRows.h"
+#include "mtx/impl/exchange/RowAppender.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
 
 #include <algorithm>
@@ -35,6 +35,17 @@ mem_Array<std::int32_t> Inverse(int const* perm, std::int32_t rows, char const* 
   return inverse;
 }
 
+/// Without row pointers and diagonal.
+CompressedRows NewOfSameEntries(CompressedRows const& matrix, std::int32_t columns) {
+  CompressedRows made;
+  made.rows = matrix.rows;
+  made.columns = columns;
+  made.entries = matrix.View().Entries();
+  made.numberOfNonzeros = matrix.numberOfNonzeros;
+  ResizeEntries(made, made.entries);
+  return made;
+}
+
 /// Turns counts[i + 1], the entries of row i, into the row pointers.
 void SumUp(std::int32_t* counts, std::int32_t rows) {
   counts[0] = 0;
@@ -59,25 +70,18 @@ std::int32_t LongestRow(std::int32_t const* rowPointers, std::int32_t rows) {
   return longest;
 }
 
-/// The arrays of compressed rows, whoever owns them.
-struct RowsView {
-  std::int32_t const* rowPointers;
-  std::uint32_t const* columns;
-  std::int32_t rows;
-
-  std::int32_t Length(std::int32_t i) const { return rowPointers[i + 1] - rowPointers[i]; }
-  std::uint32_t const* ColumnsOf(std::int32_t i) const { return columns + rowPointers[i]; }
-  /// The rows from `first` on that have the same columns, `most` at most.
-  std::int32_t RowsAlike(std::int32_t first, std::int32_t most) const {
-    std::int32_t alike = 1;
-    std::int32_t const length = Length(first);
-    while (alike < most && first + alike < rows && Length(first + alike) == length &&
-           std::equal(ColumnsOf(first), ColumnsOf(first) + length, ColumnsOf(first + alike)))
-      ++alike;
-    return alike;
-  }
-};
 constexpr std::int32_t mostRowsAlike = 8;
+
+/// Number of rows from `first` on that have the same columns, mostRowsAlike at most.
+std::int32_t RowsAlike(CompressedRowsView const& matrix, std::int32_t first) {
+  std::int32_t alike = 1;
+  std::int32_t const length = matrix.Length(first);
+  std::uint32_t const* const columns = matrix.ColumnsOf(first);
+  while (alike < mostRowsAlike && first + alike < matrix.rows && matrix.Length(first + alike) == length &&
+         std::equal(columns, columns + length, matrix.ColumnsOf(first + alike)))
+    ++alike;
+  return alike;
+}
 
 /// The columns of a row under their new numbers, in ascending order, each with its place in the old row.
 class RenumberedRow {
@@ -153,15 +157,15 @@ void GatherInPlace(std::uint32_t* columns, double* values, std::int32_t* source,
 // ---- transposition
 
 /// Puts each entry where the next one of its column goes.
-void TransposeByRows(RowsView const& rows, double const* values, std::int32_t* next, CompressedRows& result) {
+void TransposeByRows(CompressedRowsView const& rows, std::int32_t* next, CompressedRows& result) {
   for (std::int32_t first = 0; first < rows.rows;) {
-    std::int32_t const alike = rows.RowsAlike(first, mostRowsAlike);
+    std::int32_t const alike = RowsAlike(rows, first);
     std::int32_t const length = rows.Length(first);
-    double const* const firstValues = values + rows.rowPointers[first];
+    double const* const firstValues = rows.values + rows.rowPointers[first];
     for (std::int32_t k = 0; k < length; ++k) {
       std::int32_t& to = next[rows.ColumnsOf(first)[k]];
       for (std::int32_t r = 0; r < alike; ++r, ++to) {
-        result.columns[to] = static_cast<std::uint32_t>(first + r);
+        result.columnIndices[to] = static_cast<std::uint32_t>(first + r);
         result.values[to] = firstValues[std::int64_t{r} * length + k];
       }
     }
@@ -175,32 +179,31 @@ constexpr std::int32_t entriesOfBucket = 1 << 15;
 /// The same for columns all over the place, which would miss the cache with each entry: first to the range of
 /// columns, a bucket, then from place to place in the cache. A bucket's entries lie from the start where they
 /// lie in the end, only not in order.
-void TransposeByBuckets(RowsView const& rows, double const* values, std::int32_t columns, std::int32_t* next,
-                        CompressedRows& result) {
+void TransposeByBuckets(CompressedRowsView const& rows, std::int32_t* next, CompressedRows& result) {
   std::int32_t const entries = rows.rowPointers[rows.rows];
   int shift = 0;
-  while ((columns >> shift) > entries / entriesOfBucket)
+  while ((rows.columns >> shift) > entries / entriesOfBucket)
     ++shift;
-  std::int32_t const buckets = ((columns - 1) >> shift) + 1;
+  std::int32_t const buckets = ((rows.columns - 1) >> shift) + 1;
   auto ends = mem_MakeArray<std::int32_t>(buckets);
   for (std::int32_t b = 0; b < buckets; ++b)
     ends[b] = next[std::int64_t{b} << shift];
   auto const columnOf = mem_MakeArray<std::uint32_t>(entries);
   for (std::int32_t i = 0; i < rows.rows; ++i)
     for (std::int32_t k = rows.rowPointers[i]; k < rows.rowPointers[i + 1]; ++k) {
-      std::int32_t const to = ends[rows.columns[k] >> shift]++;
-      columnOf[to] = rows.columns[k];
-      result.columns[to] = static_cast<std::uint32_t>(i);
-      result.values[to] = values[k];
+      std::int32_t const to = ends[rows.columnIndices[k] >> shift]++;
+      columnOf[to] = rows.columnIndices[k];
+      result.columnIndices[to] = static_cast<std::uint32_t>(i);
+      result.values[to] = rows.values[k];
     }
   std::vector<std::uint32_t> bucketRows;
   std::vector<double> bucketValues;
   for (std::int32_t b = 0, begin = 0; b < buckets; begin = ends[b++]) {
-    bucketRows.assign(result.columns.get() + begin, result.columns.get() + ends[b]);
+    bucketRows.assign(result.columnIndices.get() + begin, result.columnIndices.get() + ends[b]);
     bucketValues.assign(result.values.get() + begin, result.values.get() + ends[b]);
     for (std::int32_t k = begin; k < ends[b]; ++k) {
       std::int32_t const to = next[columnOf[k]]++;
-      result.columns[to] = bucketRows[static_cast<std::size_t>(k - begin)];
+      result.columnIndices[to] = bucketRows[static_cast<std::size_t>(k - begin)];
       result.values[to] = bucketValues[static_cast<std::size_t>(k - begin)];
     }
   }
@@ -208,64 +211,46 @@ void TransposeByBuckets(RowsView const& rows, double const* values, std::int32_t
 
 } // namespace
 
-ORXSrvSparseMatrix* ORXSrvSparseMatrix::NewOfSameForm(CompressedRows&& compressed,
-                                                      mem_Array<double>&& diagonal, int rows,
-                                                      int columns) const {
-  auto* const matrix =
-      new ORXSrvSparseMatrix(reinterpret_cast<unsigned*>(compressed.rowPointers.get()),
-                             reinterpret_cast<int*>(compressed.columns.get()), compressed.values.get(),
-                             diagonal.get(), m_nonzeros, rows, columns);
-  static_cast<void>(compressed.rowPointers.release());
-  static_cast<void>(compressed.columns.release());
-  static_cast<void>(compressed.values.release());
-  static_cast<void>(diagonal.release());
-  return matrix;
-}
-
 // ---- permutations
 
 void ORXSrvSparseMatrix::PermuteRows(int const* perm) {
   RequireGeneralForm("PermuteRows");
   RequireAssembled("PermuteRows");
   static_cast<void>(Inverse(perm, m_rows, "PermuteRows"));
-  CompressedRows moved;
-  moved.rowPointers = MovedRowPointers(m_rowPointers.get(), m_rows, perm);
-  moved.nonzeros = m_nonzeros;
-  moved.Resize(StoredEntries());
+  CompressedRows moved = NewOfSameEntries(m_stored, m_columns);
+  moved.rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, perm);
   for (std::int32_t i = 0; i < m_rows; ++i) {
-    std::int32_t const from = m_rowPointers[i];
+    std::int32_t const from = m_stored.rowPointers[i];
     std::int32_t const to = moved.rowPointers[perm[i]];
-    std::int32_t const length = m_rowPointers[i + 1] - from;
-    std::copy_n(m_columnIndices.get() + from, length, moved.columns.get() + to);
-    std::copy_n(m_values.get() + from, length, moved.values.get() + to);
+    std::int32_t const length = m_stored.rowPointers[i + 1] - from;
+    std::copy_n(m_stored.columnIndices.get() + from, length, moved.columnIndices.get() + to);
+    std::copy_n(m_stored.values.get() + from, length, moved.values.get() + to);
   }
-  m_symmetryState = unknown;
-  Adopt(std::move(moved));
+  Replace(std::move(moved));
 }
 
 ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
   RequireAssembled("Permute");
   RequireNoMoreColumnsThanRows("Permute");
   auto const inverse = Inverse(perm, m_rows, "Permute");
-  RenumberedRow row(inverse.get(), LongestRow(m_rowPointers.get(), m_rows));
-  CompressedRows moved;
-  moved.rowPointers = MovedRowPointers(m_rowPointers.get(), m_rows, inverse.get());
-  moved.Resize(StoredEntries());
-  RowsView const old{m_rowPointers.get(), m_columnIndices.get(), m_rows};
+  RenumberedRow row(inverse.get(), LongestRow(m_stored.rowPointers.get(), m_rows));
+  CompressedRows moved = NewOfSameEntries(m_stored, m_columns);
+  moved.rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, inverse.get());
+  moved.diagonal = PermutedDiagonal(perm);
+  CompressedRowsView const old = View();
   constexpr std::int32_t rowsAhead = 16; // where rows go is anywhere in the row pointers
-  std::int32_t columns = m_columns;
   for (std::int32_t first = 0; first < m_rows;) {
-    std::int32_t const end = first + old.RowsAlike(first, mostRowsAlike);
+    std::int32_t const end = first + RowsAlike(old, first);
     if (rowsAhead < m_rows - first) __builtin_prefetch(moved.rowPointers.get() + inverse[first + rowsAhead]);
     row.Set(old.ColumnsOf(first), old.Length(first));
-    columns = std::max(columns, row.ColumnsNeeded());
+    moved.columns = std::max(moved.columns, row.ColumnsNeeded());
     for (; first < end; ++first) {
       std::int32_t const to = moved.rowPointers[inverse[first]];
-      row.StoreColumns(moved.columns.get() + to);
-      row.StoreValues(m_values.get() + m_rowPointers[first], moved.values.get() + to);
+      row.StoreColumns(moved.columnIndices.get() + to);
+      row.StoreValues(m_stored.values.get() + m_stored.rowPointers[first], moved.values.get() + to);
     }
   }
-  return NewOfSameForm(std::move(moved), PermutedDiagonal(perm), m_rows, columns);
+  return new ORXSrvSparseMatrix(std::move(moved));
 }
 
 /// diagonal[perm[k]], null in general form.
@@ -273,7 +258,7 @@ mem_Array<double> ORXSrvSparseMatrix::PermutedDiagonal(int const* perm) const {
   if (!IsSymmetricForm()) return nullptr;
   auto permuted = mem_MakeArray<double>(m_rows);
   for (std::int32_t k = 0; k < m_rows; ++k)
-    permuted[k] = m_diagonal[perm[k]];
+    permuted[k] = m_stored.diagonal[perm[k]];
   return permuted;
 }
 
@@ -281,28 +266,28 @@ void ORXSrvSparseMatrix::PermuteInPlace(int const* perm) {
   RequireAssembled("PermuteInPlace");
   RequireNoMoreColumnsThanRows("PermuteInPlace");
   auto const inverse = Inverse(perm, m_rows, "PermuteInPlace");
-  std::int32_t const longest = LongestRow(m_rowPointers.get(), m_rows);
+  std::int32_t const longest = LongestRow(m_stored.rowPointers.get(), m_rows);
   RenumberedRow row(inverse.get(), longest);
   auto const rowValues = mem_MakeArray<double>(longest);
   auto const source = mem_MakeArray<std::int32_t>(StoredEntries());
-  auto rowPointers = MovedRowPointers(m_rowPointers.get(), m_rows, inverse.get());
+  auto rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, inverse.get());
   auto diagonal = PermutedDiagonal(perm);
   // From here on nothing can fail.
   for (std::int32_t i = 0; i < m_rows; ++i) {
-    std::uint32_t* const columns = m_columnIndices.get() + m_rowPointers[i];
-    double* const values = m_values.get() + m_rowPointers[i];
-    std::int32_t const length = m_rowPointers[i + 1] - m_rowPointers[i];
+    std::uint32_t* const columns = m_stored.columnIndices.get() + m_stored.rowPointers[i];
+    double* const values = m_stored.values.get() + m_stored.rowPointers[i];
+    std::int32_t const length = m_stored.rowPointers[i + 1] - m_stored.rowPointers[i];
     row.Set(columns, length);
     row.StoreColumns(columns);
     std::copy_n(values, length, rowValues.get());
     row.StoreValues(rowValues.get(), values);
     m_columns = std::max(m_columns, row.ColumnsNeeded());
     std::iota(source.get() + rowPointers[inverse[i]], source.get() + rowPointers[inverse[i]] + length,
-              m_rowPointers[i]);
+              m_stored.rowPointers[i]);
   }
-  GatherInPlace(m_columnIndices.get(), m_values.get(), source.get(), StoredEntries());
-  m_rowPointers = std::move(rowPointers);
-  m_diagonal = std::move(diagonal);
+  GatherInPlace(m_stored.columnIndices.get(), m_stored.values.get(), source.get(), StoredEntries());
+  m_stored.rowPointers = std::move(rowPointers);
+  m_stored.diagonal = std::move(diagonal);
   m_symmetryState = IsSymmetricForm() ? symmetric : unknown;
   m_rowPattern = {};
 }
@@ -313,28 +298,27 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
   RequireAssembled("Transpose");
   if (IsSymmetricForm()) RequireNoMoreColumnsThanRows("Transpose");
   std::int32_t const entries = StoredEntries();
-  CompressedRows result;
-  result.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{m_columns} + 1);
-  result.Resize(entries);
-  mem_Array<double> diagonal;
+  CompressedRows result = NewOfSameEntries(m_stored, m_rows);
+  AllocateRowPointers(result, m_columns, m_rows);
   if (IsSymmetricForm()) {
-    diagonal = mem_MakeArray<double>(m_columns);
-    std::copy_n(m_diagonal.get(), m_columns, diagonal.get());
+    result.diagonal = mem_MakeArray<double>(m_columns);
+    std::copy_n(m_stored.diagonal.get(), m_columns, result.diagonal.get());
   }
   // While the entries are stored, next[j] is where the next one of row j goes; at the end, where row j + 1
   // begins.
   std::int32_t* const next = result.rowPointers.get();
   std::fill_n(next, std::int64_t{m_columns} + 1, 0);
   for (std::int32_t k = 0; k < entries; ++k)
-    ++next[m_columnIndices[k] + 1];
+    ++next[m_stored.columnIndices[k] + 1];
   SumUp(next, m_columns);
-  RowsView const rows{m_rowPointers.get(), m_columnIndices.get(), m_rows};
-  if (HasScatteredColumns(m_rowPointers.get(), m_columnIndices.get(), m_rows) && entries > entriesOfBucket) {
-    TransposeByBuckets(rows, m_values.get(), m_columns, next, result);
+  CompressedRowsView const rows = View();
+  if (HasScatteredColumns(m_stored.rowPointers.get(), m_stored.columnIndices.get(), m_rows) &&
+      entries > entriesOfBucket) {
+    TransposeByBuckets(rows, next, result);
   } else {
-    TransposeByRows(rows, m_values.get(), next, result);
+    TransposeByRows(rows, next, result);
   }
   std::copy_backward(next, next + m_columns, next + m_columns + 1);
   next[0] = 0;
-  return NewOfSameForm(std::move(result), std::move(diagonal), m_columns, m_rows);
+  return new ORXSrvSparseMatrix(std::move(result));
 }

@@ -65,16 +65,17 @@ private:
 } // namespace
 
 void ORXSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool transpose) const {
-  if (m_nonzeros == 0) return;
+  if (m_stored.numberOfNonzeros == 0) return;
   RequireAssembled("Multiply");
-  auto const* const columnIndices = reinterpret_cast<int const*>(m_columnIndices.get());
+  auto const* const columnIndices = reinterpret_cast<int const*>(m_stored.columnIndices.get());
   if (m_rowPattern == RowPattern::Unknown)
-    m_rowPattern = FindRowPattern(m_rowPointers.get(), m_columnIndices.get(), m_rows, IsSymmetricForm());
-  PackedProducts const products(m_values.get(), m_rowPointers.get(), columnIndices, m_rows, m_columns,
-                                m_rowPattern);
+    m_rowPattern =
+        FindRowPattern(m_stored.rowPointers.get(), m_stored.columnIndices.get(), m_rows, IsSymmetricForm());
+  PackedProducts const products(m_stored.values.get(), m_stored.rowPointers.get(), columnIndices, m_rows,
+                                m_columns, m_rowPattern);
   if (IsSymmetricForm()) {
     RequireNoMoreColumnsThanRows("Multiply");
-    products.MultiplySymmetric(m_diagonal.get(), x, nvec, y);
+    products.MultiplySymmetric(m_stored.diagonal.get(), x, nvec, y);
   } else {
     transpose ? products.MultiplyTransposed(x, nvec, y) : products.Multiply(x, nvec, y);
   }
@@ -83,14 +84,14 @@ void ORXSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool tra
 void ORXSrvSparseMatrix::MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int count,
                                          unsigned const* indices) const {
   if (!transpose) ORXSrvMtxNoTranspose().Throw(sourceFile, __LINE__);
-  if (m_nonzeros == 0) return;
-  BLAC_SPARSE_SPARSE_UMTV(m_values.get(), x, m_rowPointers.get(),
-                          reinterpret_cast<int const*>(m_columnIndices.get()), y, &count, &m_columns, &nvec,
-                          reinterpret_cast<int const*>(indices));
+  if (m_stored.numberOfNonzeros == 0) return;
+  BLAC_SPARSE_SPARSE_UMTV(m_stored.values.get(), x, m_stored.rowPointers.get(),
+                          reinterpret_cast<int const*>(m_stored.columnIndices.get()), y, &count, &m_columns,
+                          &nvec, reinterpret_cast<int const*>(indices));
 }
 
 void ORXSrvSparseMatrix::MultiplyDense(ORXSrvDenseMatrix const& d, double* out, bool transpose) const {
-  if (m_nonzeros == 0) return;
+  if (m_stored.numberOfNonzeros == 0) return;
   RequireGeneralForm("MultiplyDense");
   RequireAssembled("MultiplyDense");
   int count = 0;
@@ -108,7 +109,7 @@ void ORXSrvSparseMatrix::MultiplyDense(ORXSrvDenseMatrix const& d, double* out, 
 
 void ORXSrvSparseMatrix::MultiplyDense(ORXSrvDenseMatrix const& d, ORXSrvDenseMatrix& r,
                                        bool transpose) const {
-  if (m_nonzeros == 0) return;
+  if (m_stored.numberOfNonzeros == 0) return;
   RequireAssembled("MultiplyDense");
   if (IsSymmetricForm()) RequireNoMoreColumnsThanRows("MultiplyDense");
   int const rowsIn = transpose || IsSymmetricForm() ? m_rows : m_columns;

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "core/mem_Allocator.h"
+
+#include <cstdint>
+
+namespace orx {
+
+/// The arrays of a sparse matrix, which lie elsewhere. Indices are zero-based. Row i has the entries
+/// rowPointers[i] to rowPointers[i + 1] - 1. In general form columns ascend within a row, each once. In
+/// symmetric form the diagonal has an array of its own, and each pair of mirrored entries is stored once.
+struct CompressedRowsView {
+  std::int32_t rows = 0;
+  std::int32_t columns = 0;
+  std::int32_t const* rowPointers = nullptr; ///< rows + 1 elements; null for a matrix that has no arrays
+  std::uint32_t const* columnIndices = nullptr;
+  double const* values = nullptr;
+  double const* diagonal = nullptr; ///< symmetric form only, `rows` values
+
+  std::int32_t Entries() const noexcept { return rowPointers != nullptr ? rowPointers[rows] : 0; }
+  std::int32_t Length(std::int32_t row) const noexcept { return rowPointers[row + 1] - rowPointers[row]; }
+  std::uint32_t const* ColumnsOf(std::int32_t row) const noexcept { return columnIndices + rowPointers[row]; }
+};
+
+/// The arrays of a sparse matrix, and their owner. Builders append entries row by row (see
+/// impl/exchange/RowAppender.h); `entries` is then the number of those that are there already.
+struct CompressedRows {
+  std::int32_t rows = 0;
+  std::int32_t columns = 0;
+  std::int32_t entries = 0; ///< stored entries
+  std::int32_t numberOfNonzeros =
+      0; ///< what the matrix reports; formats differ in whether the diagonal counts
+  mem_Array<std::int32_t> rowPointers;
+  mem_Array<std::uint32_t> columnIndices;
+  mem_Array<double> values;
+  mem_Array<double> diagonal; ///< null in general form
+
+  CompressedRowsView View() const noexcept {
+    return {rows, columns, rowPointers.get(), columnIndices.get(), values.get(), diagonal.get()};
+  }
+};
+
+} // namespace orx

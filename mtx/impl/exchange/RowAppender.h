@@ -1,0 +1,29 @@
+#pragma once
+
+#include "mtx/CompressedRows.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace orx {
+
+/// Allocates the row pointers for so many rows, and sets the dimensions.
+void AllocateRowPointers(CompressedRows& matrix, std::int32_t rows, std::int32_t columns);
+/// Changes the length of the column indices and values, keeping what they hold.
+void ResizeEntries(CompressedRows& matrix, std::int64_t entries);
+
+// The functions that append write behind the entries that are there, where ResizeEntries has made room.
+
+/// Appends a row whose columns ascend, each once.
+void AppendAscending(CompressedRows& matrix, std::span<std::uint32_t const> columns, double const* values);
+/// Appends a row with columns in any order; values of equal columns are added up in their order. `workspace`
+/// is overwritten.
+void AppendSorted(CompressedRows& matrix, std::span<std::uint32_t const> columns, double const* values,
+                  std::vector<std::uint64_t>& workspace);
+
+/// Makes a general form of rows whose columns come in any order; values of equal columns are added up in
+/// their order. On failure nothing is changed.
+void SortRows(CompressedRows& matrix);
+
+} // namespace orx
