@@ -7,6 +7,7 @@
 #include <ctime>
 #include <hdf5.h>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <sys/resource.h>
 
@@ -109,6 +110,16 @@ TEST_F(DrawerFile, AMinusZeroStaysOne) {
   Extend(field, 0, 3);
   for (double const cell : CellsOf(field))
     EXPECT_TRUE(cell == 0.0 && std::signbit(cell));
+}
+
+// New chunks are filled by write calls of a megabyte, which are put together where the buffer has gaps.
+TEST_F(DrawerFile, FirstValuesOfLargeChunksAreThoseOfTheBuffer) {
+  ORXSimDistributionID const field = CreateField(Context(), {600, 1300});
+  CreateDrawer(field, {600, 650});
+  std::vector<double> cells(600 * 1300);
+  std::iota(cells.begin(), cells.end(), 1.0);
+  WriteCells(field, cells);
+  EXPECT_TRUE(CellsOf(field) == cells);
 }
 
 // Cells at odd places would lie in two sectors, of which a power cut may leave one old and one new.
