@@ -129,25 +129,27 @@ TEST_F(DenseProducts, TransposedWithOperandsInMemoryEqualPlainLoops) {
 }
 
 TEST_F(DenseProducts, PermutedRowsGoWhereThePermutationSays) {
-  Dense const a = Integers(11, 7, 1);
-  int const permutation[] = {3, 0, 9, 1, 10, 2, 4, 8, 7, 6, 5};
-  Dense permuted = Constant(11, 7, 0.0);
-  for (int j = 0; j < 7; ++j)
-    for (int i = 0; i < 11; ++i)
-      permuted(permutation[i], j) = a(i, j);
-  ForEveryCut(a, [&](DensePtr const& blocks) {
-    for (int const rowsOfB : {11, 4}) {
-      Dense b = Integers(rowsOfB, 3, 2);
-      Dense const old = Integers(7, 3, 5);
-      Dense c = old;
-      ORXSrvMatrix target = Lent(c);
-      blocks->TransposeMultiply(permutation, Lent(b), target, 2.0, -1.0);
-      EXPECT_EQ(c, 2.0 * (Transposed(LeadingRows(permuted, rowsOfB)) * b) + -1.0 * old);
-      blocks->TransposeMultiply(nullptr, Lent(b), target, 1.0, 0.0);
-      EXPECT_EQ(c, Transposed(LeadingRows(a, rowsOfB)) * b);
-    }
-    EXPECT_EQ(Contents(*blocks), a);
-  });
+  for (auto const& permutation : {std::vector<int>{3, 0, 9, 1, 10, 2, 4, 8, 7, 6, 5}, std::vector<int>{0}}) {
+    auto const rows = static_cast<int>(permutation.size());
+    Dense const a = Integers(rows, 7, 1);
+    Dense permuted = Constant(rows, 7, 0.0);
+    for (int j = 0; j < 7; ++j)
+      for (int i = 0; i < rows; ++i)
+        permuted(permutation[static_cast<std::size_t>(i)], j) = a(i, j);
+    ForEveryCut(a, [&](DensePtr const& blocks) {
+      for (int const rowsOfB : {rows, (rows + 1) / 2}) {
+        Dense b = Integers(rowsOfB, 3, 2);
+        Dense const old = Integers(7, 3, 5);
+        Dense c = old;
+        ORXSrvMatrix target = Lent(c);
+        blocks->TransposeMultiply(permutation.data(), Lent(b), target, 2.0, -1.0);
+        EXPECT_EQ(c, 2.0 * (Transposed(LeadingRows(permuted, rowsOfB)) * b) + -1.0 * old);
+        blocks->TransposeMultiply(nullptr, Lent(b), target, 1.0, 0.0);
+        EXPECT_EQ(c, Transposed(LeadingRows(a, rowsOfB)) * b);
+      }
+      EXPECT_EQ(Contents(*blocks), a);
+    });
+  }
 }
 
 // ---- products into block matrices

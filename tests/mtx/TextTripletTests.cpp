@@ -107,6 +107,8 @@ TEST(TextImport, MalformedItemsAreErrorsWithPathAndLineAndLeaveTheMatrix) {
       {"1 1 1\r\n1 1 1,5\r\n", 2, "a value expected, found \"1,5\""},
       {"1 1 0x10\n", 1, "a value expected, found \"0x10\""},
       {"1 1 1e\n", 1, "a value expected, found \"1e\""},
+      {"1 1 1e:2\n", 1, "a value expected, found \"1e:2\""},
+      {"1 1 1e-/2\n", 1, "a value expected, found \"1e-/2\""},
       {"1 1 .\n", 1, "a value expected, found \".\""},
       {"1 1 --1\n", 1, "a value expected, found \"--1\""},
       {"1 1 1e999\n", 1, "a value that fits a double expected, found \"1e999\""},
