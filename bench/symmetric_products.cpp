@@ -14,13 +14,14 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 
 /// Reaches the private builder and what it has built.
 struct ORXSrvSparseMatrixTestAccess {
   static void MultiplyPlainly(ORXSrvSparseMatrix const& m, double const* x, double* y) {
-    std::int32_t const* const ia = m.m_rowPointers.get();
-    std::uint32_t const* const ja = m.m_columnIndices.get();
-    double const* const a = m.m_values.get();
+    std::int32_t const* const ia = m.m_stored.rowPointers.get();
+    std::uint32_t const* const ja = m.m_stored.columnIndices.get();
+    double const* const a = m.m_stored.values.get();
     std::fill_n(y, m.m_rows, 0.0);
     for (int i = 0; i < m.m_rows; ++i) {
       double sum = 0.0;
@@ -28,7 +29,7 @@ struct ORXSrvSparseMatrixTestAccess {
         sum += a[k] * x[ja[k]];
         y[ja[k]] += a[k] * x[i];
       }
-      y[i] += m.m_diagonal[i] * x[i] + sum;
+      y[i] += m.m_stored.diagonal[i] * x[i] + sum;
     }
   }
   static std::unique_ptr<ORXSrvSparseMatrix> NewSymmetric(bench::RowsOfFolder const& whole) {
@@ -36,24 +37,26 @@ struct ORXSrvSparseMatrixTestAccess {
     int const* const ia = whole.ia.Data();
     int const* const ja = whole.ja.Data();
     double const* const a = whole.a.Data();
-    int const stored = (ia[rows] - rows) / 2;
-    auto* const rowPointers = mem_NewArray<unsigned>(std::int64_t{rows} + 1);
-    int* const columns = mem_NewArray<int>(stored);
-    double* const values = mem_NewArray<double>(stored);
-    double* const diagonal = mem_NewArray<double>(rows);
-    unsigned next = 0;
+    orx::CompressedRows half;
+    half.rows = half.columns = rows;
+    half.entries = (ia[rows] - rows) / 2;
+    half.numberOfNonzeros = rows + half.entries;
+    half.rowPointers = mem_MakeArray<std::int32_t>(std::int64_t{rows} + 1);
+    half.columnIndices = mem_MakeArray<std::uint32_t>(half.entries);
+    half.values = mem_MakeArray<double>(half.entries);
+    half.diagonal = mem_MakeArray<double>(rows);
+    std::int32_t next = 0;
     for (int i = 0; i < rows; ++i) {
-      rowPointers[i] = next;
+      half.rowPointers[i] = next;
       for (int k = ia[i]; k < ia[i + 1]; ++k) {
-        if (ja[k] == i) diagonal[i] = a[k];
+        if (ja[k] == i) half.diagonal[i] = a[k];
         if (ja[k] >= i) continue;
-        columns[next] = ja[k];
-        values[next++] = a[k];
+        half.columnIndices[next] = static_cast<std::uint32_t>(ja[k]);
+        half.values[next++] = a[k];
       }
     }
-    rowPointers[rows] = next;
-    return std::unique_ptr<ORXSrvSparseMatrix>(
-        new ORXSrvSparseMatrix(rowPointers, columns, values, diagonal, rows + stored, rows, rows));
+    half.rowPointers[rows] = next;
+    return std::unique_ptr<ORXSrvSparseMatrix>(new ORXSrvSparseMatrix(std::move(half)));
   }
 };
 
