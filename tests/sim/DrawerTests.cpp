@@ -17,7 +17,7 @@ namespace {
 
 constexpr int largestSize = std::numeric_limits<int>::max();
 
-TEST(Pieces, TakeLittleMoreSpaceThanTheCells) {
+TEST(Chunks, TakeLittleMoreSpaceThanTheCells) {
   std::mt19937 random(1);
   auto const draw = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
   for (int trial = 0; trial < 2000; ++trial) {
@@ -34,16 +34,16 @@ TEST(Pieces, TakeLittleMoreSpaceThanTheCells) {
     bool const isWhole = trial % 4 == 0;
     double stored = 8.0;
     auto const lengths =
-        orx::store::PieceLengths(sizes, isWhole ? std::span<int const>() : std::span<int const>(chunks), 8);
+        orx::store::ChunkLengths(sizes, isWhole ? std::span<int const>() : std::span<int const>(chunks), 8);
     for (std::size_t dim = 0; dim < sizes.size(); ++dim)
       stored *= static_cast<double>((sizes[dim] + lengths[dim] - 1) / lengths[dim] * lengths[dim]);
     EXPECT_LE(stored, allowed * bytes + 65536.0) << "trial " << trial;
   }
 }
 
-TEST(Pieces, OfTheLongestDimensionsAreCounted) {
+TEST(Chunks, OfTheLongestDimensionsAreCounted) {
   std::vector<int> const sizes(3, largestSize);
-  for (std::int64_t const length : orx::store::PieceLengths(sizes, std::vector<int>{1, 1, 1}, 8))
+  for (std::int64_t const length : orx::store::ChunkLengths(sizes, std::vector<int>{1, 1, 1}, 8))
     EXPECT_GE(length, 1);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "sim/impl/store/BoxCopy.h"
+#include "sim/impl/store/CellCopier.h"
+#include "sim/impl/store/ChunkTable.h"
 
 #include <cstdint>
 #include <memory>
@@ -12,76 +13,61 @@ namespace orx::store {
 
 class DatabaseFile;
 
-enum class CellType : std::uint8_t { Int32, Double };
-
-/// Cells that are moved: from `first` on in the drawer, `bufferFirst` on in a packed buffer of the shape
-/// `bufferCounts`, `counts` of them along each dimension. The last dimension varies fastest everywhere.
-struct DrawerBox {
-  Indices first;
-  Indices counts;
-  Indices bufferFirst;
-};
-
-/// The cells of a dense drawer: an HDF5 dataset that is chunked into pieces whose bytes lie in the file where
-/// HDF5 says, in one run each. Cells go straight between these runs and the caller's buffer; HDF5 never sees
-/// them. A piece is a logical chunk of the drawer, with these exceptions: lengths end at the drawer's size;
-/// small chunks are grouped until a piece has 256 KiB and there are at most 1024 of them, because each piece
-/// costs HDF5 metadata; pieces that would reach beyond the size by more than an eighth of it are shortened; a
-/// drawer stored whole is cut into pieces of at most 64 MiB, so that extending it does not double it.
+/// The cells of a dense drawer: a chunked HDF5 dataset. HDF5 decides where in the file each chunk lies
+/// (ChunkTable), and CellCopier moves cells straight between the chunks and the caller's buffer. ChunkLengths
+/// chooses how long the chunks of a new drawer are.
 ///
-///       piece (p0, p1, ...) holds the cells from p[d] * length[d] on; inside, the last dimension is
-///       contiguous
-///
-/// A dataset of another program may not be so (compressed, other number types, pieces without space): its
-/// cells are read through HDF5, and it can neither be written nor extended.
-///
-/// All pieces have their space reserved from the start, so that a full disk is met when a drawer is created
+/// All chunks have their space reserved from the start. A full disk is therefore met when a drawer is created
 /// or extended, and not while cells are written through the mapping.
+///
+/// A dataset of another program may be compressed, hold other number types, or have chunks without space: its
+/// cells are read through HDF5, and it can neither be written nor extended.
 class DenseDrawer {
 public:
-  /// A new dataset that waits for its place, all cells `fill`. `chunks` are the logical lengths; empty:
-  /// stored whole.
+  /// Makes a new dataset whose cells are all `fill`, under a pending path until PutAt. `chunks` are the
+  /// lengths of the logical chunks; empty for a drawer that is stored whole.
   static std::unique_ptr<DenseDrawer> Create(DatabaseFile& file, CellType cell, std::span<int const> sizes,
                                              std::span<int const> chunks, double fill);
-  /// An existing dataset of `rank` dimensions. Its pieces are looked up when cells are first asked for.
+  /// Opens an existing dataset of `rank` dimensions. Its chunks are looked up when cells are first asked for.
   static std::unique_ptr<DenseDrawer> Open(DatabaseFile& file, std::string const& path, CellType cell,
                                            int rank);
 
   DenseDrawer(DenseDrawer const&) = delete;
   DenseDrawer& operator=(DenseDrawer const&) = delete;
-  /// Space of a dataset that still waits is given back.
+  /// Removes a dataset that is still pending, which frees its space.
   ~DenseDrawer();
 
   int Rank() const noexcept { return m_rank; }
   /// Extent of the dataset, at least the size of the drawer: after an abandoned extension it is longer.
-  std::int64_t Extent(int dim) const noexcept { return m_extents[static_cast<std::size_t>(dim)]; }
+  std::int64_t Extent(int dim) const noexcept { return m_chunks.Extents()[static_cast<std::size_t>(dim)]; }
   double Fill() const noexcept { return m_fill; }
   bool IsExtendable() const noexcept { return m_isExtendable; }
-  int CellBytes() const noexcept { return m_cell == CellType::Double ? 8 : 4; }
+  int CellBytes() const noexcept { return BytesOf(m_cell); }
 
   // Cells; boxes lie inside the drawer
 
+  /// `bufferCounts` is the shape of the buffer.
   void Read(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void* buffer);
   void Write(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void const* buffer);
-  /// Raises writeFailed when cells cannot be written for good.
+  /// Raises writeFailed when no cell of this drawer can ever be written.
   void RequireWritable();
-  /// Longer along one dimension, from `from` to `to` cells; the new ones are `fill`. `sizes` are the
-  /// drawer's.
+  /// Makes the drawer longer along one dimension, to `to` cells; the new cells are `fill`. `sizes` are the
+  /// sizes of the drawer before.
   void Extend(std::span<int const> sizes, int dim, std::int64_t to, double fill);
 
   // Saving; inside Guarded
 
-  /// The dataset's hid_t, opened when it is not.
+  /// The dataset's hid_t. Opens the dataset when it is closed.
   std::int64_t Dataset();
-  /// Cuts the dataset to the drawer's sizes.
+  /// Cuts the dataset to the sizes of the drawer.
   void CutTo(std::span<int const> sizes);
-  /// Writes the attribute that lets Open find out whether the places of the pieces were damaged.
+  /// Writes the attribute by which a later opening finds out whether the chunks' offsets were damaged.
   void SaveLayout();
-  /// Gives the dataset its place.
+  /// Moves the dataset from its pending path to its own.
   void PutAt(std::string const& path);
-  /// Takes PutAt back.
+  /// Undoes PutAt.
   void TakeBack();
-  /// The dataset needs not be held open for now.
+  /// Closes the dataset unless its cells are read through HDF5. The next use opens it again.
   void ReleaseHandle() noexcept;
 
 private:
@@ -90,50 +76,39 @@ private:
 
   DenseDrawer(DatabaseFile& file, CellType cell, int rank);
 
+  void CreateFilled(double fill);
+  void RequirePossibleSize() const;
+  std::uint64_t ReserveChunks(std::int64_t count);
   void CreateDataset(double fill);
   void ReadShape();
-  void LookUpPieces();
-  bool LookUpChunks(std::int64_t dataset);
+  void ReadExtents(std::int64_t dataset);
+  void RequireNumbers(std::int64_t dataset) const;
+  void ReadProperties(std::int64_t dataset);
+  void LookUpChunks();
+  bool LookUpOffsets(std::int64_t dataset);
+  bool LookUpChunkOffsets(std::int64_t dataset, bool areUnwritten);
   bool LookUpContiguous(std::int64_t dataset);
-  std::uint64_t PlaceOfPiece(std::int64_t dataset, Indices const& corner) const;
-  DrawerBox AllCells() const;
-  void CheckPlaces() const;
+  std::uint64_t OffsetOfChunk(std::int64_t dataset, Indices const& firstCell) const;
+  void CheckOffsets() const;
   void CheckSavedLayout(std::int64_t dataset) const;
-  std::uint64_t LayoutChecksum() const;
-  std::vector<std::uint64_t> SetExtents(std::vector<std::int64_t> const& wanted, double fill);
+  std::vector<std::uint64_t> SetExtents(std::vector<std::int64_t> const& wanted, bool areUnwritten);
   void ForgetLayout() noexcept;
-  std::vector<std::uint64_t> PlacesOfNewPieces(std::span<std::int64_t const> formerExtents, double fill);
-  std::int64_t PieceCount(int dim) const;
-  std::int64_t PieceCount() const;
-  std::int64_t PieceBytes() const;
-  void FillPiece(std::uint64_t place, std::uint64_t freshFrom, double fill);
-  void WriteFill(std::uint64_t place, std::int64_t cells, double fill);
-  void FillBox(DrawerBox const& box, double fill);
   void ReadThroughHdf5(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void* buffer);
-  bool GoesByCalls(std::size_t piece, bool isWrite, TwoStridedBox const& cells) const;
-  template<class Visit>
-  void ForEachPiece(DrawerBox const& box, Visit&& visit) const;
-  template<class Cell, bool isWrite>
-  void Move(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, Cell* buffer);
+  void AddChunks(std::span<int const> sizes, int dim, std::int64_t to, double fill);
+  void FillBox(DrawerBox const& box, double fill);
 
   DatabaseFile& m_file;
   CellType m_cell;
   int m_rank;
-  std::vector<std::int64_t> m_extents;
-  std::vector<std::int64_t> m_pieceLengths;
-  std::vector<std::uint64_t> m_places; ///< file offset of each piece, the last dimension varying fastest
-  std::vector<bool> m_isNew;           ///< of each piece: zeros that were never written, at least not whole
+  ChunkTable m_chunks;
+  CellCopier m_copier;
   double m_fill = 0.0;
   bool m_isExtendable = true;
   bool m_isLayoutSaved = false;
   Access m_access = Access::Unknown;
-  std::string m_path;    ///< where it is now
-  std::string m_pending; ///< path before it got its place; "" for one that was there
+  std::string m_path;    ///< present path of the dataset
+  std::string m_pending; ///< path before PutAt; "" for a dataset that was opened
   std::unique_ptr<Hdf5> m_hdf5;
 };
-
-/// The piece lengths of a new drawer, see DenseDrawer.
-std::vector<std::int64_t> PieceLengths(std::span<int const> sizes, std::span<int const> chunks,
-                                       int cellBytes);
 
 } // namespace orx::store
