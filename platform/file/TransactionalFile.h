@@ -37,10 +37,23 @@ namespace orx::file {
 /// structure is written once, when it is closed for good.
 ///
 /// Created by Create or Open, used by one thread, lent to HDF5 through MakeFileAccess; it must outlive that
-/// use. Errors are FileError. States, besides open: discarding (what HDF5 still writes is dropped, until it
-/// closes the file), due (see above), and broken (the values, or the mark, could not be brought to the disk,
-/// or a failed commit could not be taken back: only reading and closing are left). In a process that was
-/// forked from the owner nothing is written.
+/// use. Errors are FileError. In a process that was forked from the owner nothing is written.
+///
+/// Reading is possible in every state. Writing, reserving and committing depend on the state:
+///
+///     Open         they are possible
+///                  -> Due         steps 3 and 4 of a commit have failed, and failed once more
+///                  -> Broken      values or the mark could not be brought to the disk, or RefuseToCommit
+///                  -> Discarding  Discard
+///     Due          the first of them finishes the commit from its journal, or raises that failure
+///                  -> Open        the commit is finished
+///                  -> Broken, Discarding as above
+///     Broken       they raise; what the disk has is unknown
+///                  -> Discarding  as above
+///     Discarding   what HDF5 writes is dropped, since HDF5 does not survive that closing a file fails; all
+///                  else raises. Nothing leads out of this state
+///
+/// When HDF5 closes the file, a commit that is due is finished if that is possible, in every state.
 class TransactionalFile {
 public:
   struct Statistics {
@@ -70,9 +83,11 @@ public:
   /// The same, and for a scratch file the structure is written.
   void CommitForClose();
   /// From now on nothing is written; the structure goes back to the last commit when HDF5 closes the file.
-  void Discard() noexcept { m_isDiscarding = true; }
+  void Discard() noexcept { m_state = State::Discarding; }
   /// From now on only reading and closing are left: the structure is not what it should be.
-  void RefuseToCommit() noexcept { m_isBroken = true; }
+  void RefuseToCommit() noexcept {
+    if (!IsDiscarding()) m_state = State::Broken;
+  }
   /// Writes the last committed structure, with the values as they are now, to a new file.
   void CopyTo(std::string const& path, bool replacesExisting);
 
@@ -82,7 +97,7 @@ public:
   PositionedFile& File() noexcept { return m_file; }
   /// To be called before values are written to File(): raises when that may not be.
   void WillWriteValues() {
-    if (m_due || m_isBroken || !m_file.IsOwner()) RequireUsable("writing to");
+    if (m_state != State::Open || !m_file.IsOwner()) RequireUsable("writing to");
     m_hasNewValues = true;
   }
   /// The values that `read` makes HDF5 ask for; they are not read.
@@ -129,8 +144,10 @@ public:
 
 private:
   using Pages = std::span<PageOverlay::Page const* const>;
+  enum class State : std::uint8_t { Open, Due, Broken, Discarding }; ///< see the class comment
 
   TransactionalFile(std::string const& path, PositionedFile::Mode mode, bool isScratch);
+  bool IsDiscarding() const noexcept { return m_state == State::Discarding; }
   void Recover();
   void LoadJournal(Journal::Trailer const& trailer);
   void RequireUsable(char const* operation);
@@ -143,6 +160,7 @@ private:
   void MarkDue();
   void TakeMarkBack();
   void Apply(Pages pages);
+  void EndDueCommit(std::uint64_t end) noexcept;
   void FinishCommit();
   bool TryToFinishCommit() noexcept;
   void CutTo(std::uint64_t end) noexcept;
@@ -152,14 +170,13 @@ private:
   PositionedFile m_file;
   PageOverlay m_overlay; ///< structure that is not in the file; read-only: that of a journal
   bool m_isScratch;
-  bool m_isAttached = false;
-  bool m_isDiscarding = false;
+  bool m_isAttached = false; ///< HDF5 has the file open
   bool m_hasNewValues = false;
-  bool m_isBroken = false; ///< a failed sync has left nobody knows what on the disk, or see RefuseToCommit
-  std::optional<Journal::Trailer> m_due; ///< a commit that is not in its place yet
-  std::uint64_t m_end = 0;               ///< of allocation, as HDF5 has it
-  std::uint64_t m_committedEnd = 0;      ///< the last committed state lies before it
-  std::uint64_t m_usedEnd = 0;           ///< behind it the file has never held anything
+  State m_state = State::Open;
+  std::optional<Journal::Trailer> m_dueJournal; ///< set in Due, and in the states that follow it
+  std::uint64_t m_end = 0;                      ///< of allocation, as HDF5 has it
+  std::uint64_t m_committedEnd = 0;             ///< the last committed state lies before it
+  std::uint64_t m_usedEnd = 0;                  ///< behind it the file has never held anything
   std::uint64_t m_sequence = 0;
   FileRange* m_asked = nullptr; ///< set: values are not read, it learns which were asked for
   Statistics m_counts;

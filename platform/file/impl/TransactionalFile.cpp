@@ -112,15 +112,15 @@ void TransactionalFile::Recover() {
   std::array<char, signatureBytes> start{};
   m_file.ReadZeroFilled(0, start.data(), start.size());
   if (start != applyingMark) return;
-  m_due = Journal::Find(m_file);
-  if (!m_due)
+  m_dueJournal = Journal::Find(m_file);
+  if (!m_dueJournal)
     throw FileError(Access::Read, "opening", m_file.Path(), EUCLEAN,
                     "a commit was interrupted, and the journal that would finish it is damaged");
   ++m_counts.replays;
   if (!IsReadOnly()) return FinishCommit();
-  LoadJournal(*m_due);
-  m_committedEnd = m_due->end;
-  m_due.reset();
+  LoadJournal(*m_dueJournal);
+  m_committedEnd = m_dueJournal->end;
+  m_dueJournal.reset();
 }
 
 void TransactionalFile::LoadJournal(Journal::Trailer const& trailer) {
@@ -141,7 +141,6 @@ void TransactionalFile::DropUncommitted() noexcept {
 void TransactionalFile::Attach() noexcept {
   m_isAttached = true;
   m_end = 0;
-  m_isDiscarding = false;
 }
 
 void TransactionalFile::Detach() noexcept {
@@ -155,24 +154,30 @@ void TransactionalFile::Detach() noexcept {
 /// Raises unless the file may be written to. Finishes a commit that is due.
 void TransactionalFile::RequireUsable(char const* operation) {
   m_file.RequireOwner(operation);
-  if (m_isBroken)
+  switch (m_state) {
+  case State::Open:
+    return;
+  case State::Due:
+    return FinishCommit();
+  case State::Broken:
     throw FileError(Access::Write, operation, m_file.Path(), EIO,
                     "an earlier failure has left it in an unknown state; close it and open it again");
-  if (m_due) FinishCommit();
+  case State::Discarding:
+    throw FileError(Access::Write, operation, m_file.Path(), EROFS, "the transaction was discarded");
+  }
 }
 
 void TransactionalFile::Sync() {
   if (m_isScratch) return;
-  m_isBroken = true; // a failed sync cannot be repeated: the system has dropped what it could not write
+  m_state = State::Broken; // a failed sync cannot be repeated: the system has dropped what it could not write
   m_file.Sync();
-  m_isBroken = false;
+  m_state = State::Open;
   m_hasNewValues = false;
 }
 
 void TransactionalFile::Commit() {
-  if (IsReadOnly() || m_isDiscarding)
-    throw FileError(Access::Write, "committing", m_file.Path(), EROFS,
-                    IsReadOnly() ? "it was opened for reading" : "the transaction was discarded");
+  if (IsReadOnly())
+    throw FileError(Access::Write, "committing", m_file.Path(), EROFS, "it was opened for reading");
   RequireUsable("committing");
   if (m_isScratch) return;
   m_file.RequireIntact("committing");
@@ -191,9 +196,9 @@ void TransactionalFile::CommitFirst() {
   if (!m_overlay.IsEmpty()) {
     std::vector<Page const*> const pages = m_overlay.CompleteImages(m_file);
     m_file.Reserve(m_file.Size(), std::max(m_end, (pages.back()->number + 1) * pageBytes));
-    m_isBroken = true; // should a sync fail, values would be lost
+    m_state = State::Broken; // should a sync fail, values would be lost
     Apply(pages);
-    m_isBroken = false;
+    m_state = State::Open;
     m_overlay.Clear();
   }
   CutTo(m_end);
@@ -206,13 +211,13 @@ void TransactionalFile::CommitPages() {
   PageApplier applier(m_file, true); // takes its memory now, while the commit can still fail
   Journal::Trailer const journal = WriteJournal(pages);
   MarkDue();
-  m_due = journal;
+  m_dueJournal = journal;
+  m_state = State::Due;
   try {
     for (std::size_t k = pages.size(); k-- > 0;)
       applier.Put(pages[k]->number, pages[k]->bytes.data());
     applier.Finish();
-    m_due.reset();
-    CutTo(m_end);
+    EndDueCommit(m_end);
   } catch (...) {
     // What was written is not known any more, so all of it is written once more.
     if (!TryToFinishCommit()) return;
@@ -290,7 +295,7 @@ void TransactionalFile::TakeMarkBack() {
   try {
     m_file.WriteAt(0, signature.data(), signature.size());
   } catch (...) {
-    m_isBroken = true;
+    m_state = State::Broken;
     throw FileError(Access::Write, "committing", m_file.Path(), EIO,
                     "the disk fails; only the next opening can tell whether it has the commit");
   }
@@ -305,16 +310,21 @@ void TransactionalFile::Apply(Pages pages) {
 
 /// Puts the commit that is due in its place, from its journal.
 void TransactionalFile::FinishCommit() {
-  ApplyJournal(m_file, *m_due);
-  std::uint64_t const end = m_due->end;
-  m_due.reset();
+  ApplyJournal(m_file, *m_dueJournal);
+  EndDueCommit(m_dueJournal->end);
+}
+
+/// The commit that was due is in its place and ends at `end`.
+void TransactionalFile::EndDueCommit(std::uint64_t end) noexcept {
+  m_dueJournal.reset();
+  if (m_state == State::Due) m_state = State::Open;
   CutTo(end);
 }
 
 /// True when no commit is due any more.
 bool TransactionalFile::TryToFinishCommit() noexcept {
   try {
-    if (m_due) FinishCommit();
+    if (m_dueJournal) FinishCommit();
     return true;
   } catch (...) {
     return false;
@@ -351,7 +361,7 @@ void TransactionalFile::CopyTo(std::string const& path, bool replacesExisting) {
 // Space
 
 void TransactionalFile::ReserveGrowth(std::uint64_t bytes) {
-  if (IsReadOnly() || m_isDiscarding) return;
+  if (IsReadOnly() || IsDiscarding()) return;
   RequireUsable("reserving space in");
   if (bytes > largestEnd - m_end)
     throw FileError(Access::Write, "reserving space in", m_file.Path(), EFBIG, FileRange{m_end, bytes});
@@ -360,7 +370,7 @@ void TransactionalFile::ReserveGrowth(std::uint64_t bytes) {
 
 void TransactionalFile::SetEndOfAllocation(std::uint64_t end) {
   if (!IsReadOnly() && end < m_end) m_overlay.Release(end, m_end - end);
-  if (!IsReadOnly() && !m_isDiscarding && m_file.IsOwner() && end > m_end) {
+  if (!IsReadOnly() && !IsDiscarding() && m_file.IsOwner() && end > m_end) {
     RequireUsable("reserving space in"); // a journal that is due lies behind the end
     if (end > m_file.Size()) ReserveUpTo(end);
   }
@@ -432,7 +442,7 @@ void TransactionalFile::ReadValues(std::uint64_t offset, void* to, std::size_t b
 
 void TransactionalFile::WriteValues(std::uint64_t offset, void const* from, std::size_t bytes) {
   // HDF5 also writes when a forked process exits.
-  if (m_isDiscarding || !m_file.IsOwner()) return;
+  if (IsDiscarding() || !m_file.IsOwner()) return;
   WillWriteValues();
   m_overlay.Release(offset, bytes);
   m_file.WriteAt(offset, from, bytes);
