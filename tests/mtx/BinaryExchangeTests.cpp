@@ -243,7 +243,7 @@ TEST(BlockImport, UnsymmetricPatternsOfAnyKindAreAssembled) {
        {Kind{"upper", false, true, false, false}, Kind{"lower", true, false, false, false},
         Kind{"both", true, true, false, false}, Kind{"upper, descending", false, true, true, false},
         Kind{"lower, each twice", true, false, false, true}}) {
-    constexpr std::uint32_t n = 30;
+    constexpr std::uint32_t n = 60; // more triplets than are handed over at once
     std::vector<std::int32_t> starts{0};
     std::vector<std::int32_t> columns;
     std::vector<double> diagonal, below, above;
