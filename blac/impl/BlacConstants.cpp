@@ -6,9 +6,9 @@
 
 namespace {
 
-/// Bit patterns rather than decimal numbers: these values are compared bit for bit.
+/// Bit patterns rather than decimal numbers: hosts compare these values bit for bit.
 constexpr std::array<std::uint64_t, 16> constants = {
-    0x7FFFFFFFFFFFFFFF, // NaN with all bits set, not the one that arithmetic makes
+    0x7FFFFFFFFFFFFFFF, // a NaN with all bits set, which differs from the NaN of an arithmetic operation
     0x7FD0000000000000, // 2^1022
     0x7FEFFFFFFFFFFFFF, // largest finite
     0x0010000000000000, // smallest normalized

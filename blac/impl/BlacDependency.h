@@ -2,8 +2,9 @@
 
 #include <cstddef>
 
-/// The routines that the layer calls, as a Fortran compiler names and calls them: a trailing underscore, and
-/// behind the arguments the length of each character argument, by value.
+// The routines that the layer calls, under the names and with the arguments that a Fortran compiler gives
+// them: a name ends with an underscore, and the lengths of the character arguments follow the other
+// arguments, by value.
 
 #define BLAC_UNWRAP(...) __VA_ARGS__
 #define BLAC_LENGTH_TYPES_0

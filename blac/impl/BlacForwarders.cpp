@@ -1,6 +1,9 @@
 #include "blac/BLAC.h"
 #include "blac/impl/BlacDependency.h"
 
+// Each routine of the list calls the routine of the BLAS or LAPACK library with the same arguments. The
+// length of each character argument is 1.
+
 #define BLAC_LENGTHS_0
 #define BLAC_LENGTHS_1 , 1
 #define BLAC_LENGTHS_2 , 1, 1

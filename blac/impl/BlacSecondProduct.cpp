@@ -1,5 +1,5 @@
-// The second product is BLIS, called through its own interface: its BLAS-named one would clash with the
-// first.
+// The second product is the one of BLIS, which is called through its native interface: the names of its BLAS
+// interface are those of the first product.
 
 #include "blac/BLAC.h"
 
@@ -10,9 +10,11 @@
 
 namespace {
 
-/// Blocking and kernels for this processor. BLIS takes processors that are newer than itself for generic ones
-/// (no vector instructions, a third of the speed), and AVX-512 ones whose name it cannot read for AVX2 ones.
-/// What the processor can do is asked here instead; the environment and BLIS's own choice stay as they are.
+/// Returns the block sizes and kernels for this processor. BLIS does not recognize processors that are newer
+/// than itself: it uses generic kernels for them, without vector instructions and at a third of the speed, or
+/// kernels for AVX2 where the processor has AVX-512. In these two cases the choice is made from the
+/// instruction sets of the processor. Any other choice of BLIS stays, and so does one that the environment
+/// makes.
 cntx_t* ChooseKernels() {
   bli_init();
   arch_t architecture = bli_arch_query_id();
@@ -26,8 +28,8 @@ cntx_t* ChooseKernels() {
   return bli_gks_lookup_nat_cntx(architecture);
 }
 
-/// Nothing when the option is none of N, T and C.
-std::optional<trans_t> Transposition(char option) {
+/// The transposition that an option stands for; nothing when the option is none of N, T and C.
+std::optional<trans_t> ParseTransposition(char option) {
   switch (option) {
   case 'N':
   case 'n':
@@ -42,7 +44,7 @@ std::optional<trans_t> Transposition(char option) {
   }
 }
 
-/// C := beta*C, where beta = 0 overwrites even what is not a number.
+/// C := beta*C. With beta = 0 all of C is overwritten, infinities and NaN included.
 void Scale(int m, int n, double beta, double* c, int ldc) {
   if (beta == 1) return;
   for (int j = 0; j < n; ++j) {
@@ -57,8 +59,8 @@ void Scale(int m, int n, double beta, double* c, int ldc) {
 void BLAC_DGEMM2(char const* transa, char const* transb, int const* m, int const* n, int const* k,
                  double const* alpha, double const* a, int const* lda, double const* b, int const* ldb,
                  double const* beta, double* c, int const* ldc) {
-  auto const transposeA = Transposition(*transa);
-  auto const transposeB = Transposition(*transb);
+  auto const transposeA = ParseTransposition(*transa);
+  auto const transposeB = ParseTransposition(*transb);
   int const rowsA = transposeA == BLIS_NO_TRANSPOSE ? *m : *k;
   int const rowsB = transposeB == BLIS_NO_TRANSPOSE ? *k : *n;
   int const illegal = !transposeA                 ? 1
@@ -72,12 +74,12 @@ void BLAC_DGEMM2(char const* transa, char const* transb, int const* m, int const
                                                   : 0;
   if (illegal != 0) return BLAC_XERBLA("DGEMM ", &illegal);
 
-  // A and B are not read when they do not count: they may hold anything then.
+  // Without a product A and B are not read: they may hold anything.
   if (*alpha == 0 || *k == 0) return Scale(*m, *n, *beta, c, *ldc);
   if (*m == 0 || *n == 0) return;
 
   static cntx_t* const kernels = ChooseKernels();
-  // BLIS knows no const, but only reads these.
+  // The interface of BLIS lacks const for arguments that are only read.
   auto const readOnly = [](double const* x) { return const_cast<double*>(x); };
   bli_dgemm_ex(*transposeA, *transposeB, *m, *n, *k, readOnly(alpha), readOnly(a), 1, *lda, readOnly(b), 1,
                *ldb, readOnly(beta), c, 1, *ldc, kernels, nullptr);

@@ -1,15 +1,22 @@
 #pragma once
 
+#include "blac/sparse/CacheSizes.h"
+#include "blac/sparse/RowArrays.h"
+#include "blac/sparse/SpmvKernels.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstdint>
 
-namespace orx {
+// What the rows of a matrix have in common, found by looking at a sample of them.
 
-/// Visits some of the rows, but not the first one; returns how many. They are spread evenly but lie in no
-/// step that could be that of the matrix, as the length of a grid's lines.
+namespace orx::blac {
+
+/// Calls visit(i) for a sample of the rows, which never includes row 0: visit may look at row i - 1. Returns
+/// the number of calls. The sample is spread evenly, but not in equal steps, which could be those of the
+/// matrix, as the length of a grid's lines.
 template<class Visit>
-std::int64_t ForSomeRows(std::int32_t rows, Visit visit) {
+std::int64_t VisitSampleRows(std::int32_t rows, Visit visit) {
   constexpr std::int32_t samples = 1000;
   if (rows <= samples) {
     for (std::int64_t i = 1; i < rows; ++i)
@@ -23,89 +30,88 @@ std::int64_t ForSomeRows(std::int32_t rows, Visit visit) {
   return samples;
 }
 
-/// Whether rows have more than one entry, on average over some of them, that lies far from the entries beside
-/// it and from those of the row before: which uses a line of the cache that nothing has announced. Then it
-/// pays to make a pass over the columns more, so that an entry misses the cache once rather than several
-/// times.
-inline bool HasScatteredColumns(std::int32_t const* rowPointers, std::uint32_t const* columns,
-                                std::int32_t rows) {
-  constexpr std::int64_t near = 16; // one line of the cache of doubles, or the next one
+/// True when the sampled rows have, on average, more than one entry that is far from the entry before it and
+/// from all entries of the row before. Such an entry uses a cache line that nothing has announced. When it is
+/// met for several vectors, one more pass that brings their elements together costs less than to miss the
+/// cache for each vector. REQUIRES: the columns of a row ascend; otherwise the answer may be wrong.
+inline bool HasScatteredColumns(RowArrays const& matrix, std::int32_t rows) {
+  constexpr std::int64_t near = 2 * doublesInCacheLine; // the same cache line or the next one
+  int const* const columns = matrix.columnIndices;
   std::int64_t far = 0;
-  std::int64_t const visited = ForSomeRows(rows, [&](std::int64_t i) {
-    std::int32_t before = rowPointers[i - 1];
-    for (std::int32_t k = rowPointers[i]; k < rowPointers[i + 1]; ++k) {
+  std::int64_t const visited = VisitSampleRows(rows, [&](std::int64_t i) {
+    int const begin = matrix.rowPointers[i];
+    int before = matrix.rowPointers[i - 1];
+    for (int k = begin; k < matrix.rowPointers[i + 1]; ++k) {
       std::int64_t const column = columns[k];
-      while (before < rowPointers[i] && columns[before] < column - near)
+      while (before < begin && columns[before] < column - near)
         ++before;
-      bool const isNearRowBefore = before < rowPointers[i] && columns[before] <= column + near;
-      bool const isNearEntryBefore = k > rowPointers[i] && column - columns[k - 1] <= near;
+      bool const isNearRowBefore = before < begin && columns[before] <= column + near;
+      bool const isNearEntryBefore = k > begin && column - columns[k - 1] <= near;
       far += static_cast<std::int64_t>(!isNearRowBefore && !isNearEntryBefore);
     }
   });
   return far > visited;
 }
 
-/// Whether vectors of this length, as many as a group of products takes at once, leave the cache no room, so
-/// that an entry anywhere misses it for each of them.
-inline bool AreBeyondCache(std::int64_t length, int vectors) {
-  constexpr std::int64_t doublesInCache = std::int64_t{1} << 18;
-  constexpr int vectorsInGroup = 8;
-  return length * static_cast<std::int64_t>(
-                      std::bit_ceil(static_cast<unsigned>(std::min(vectors, vectorsInGroup)))) >=
-         doublesInCache;
+/// True when a vector group of this length is larger than the cache, so that an access to an arbitrary
+/// element misses it for each vector. REQUIRES: vectors > 0.
+inline bool IsBeyondCache(std::int64_t length, int vectors) {
+  auto const lanes =
+      static_cast<std::int64_t>(std::bit_ceil(static_cast<unsigned>(std::min(vectors, vectorsInGroup))));
+  return length * lanes >= scatteredAccessBytes / std::int64_t{sizeof(double)};
 }
 
-/// Whether most rows have, first, the columns of the row before: several unknowns a node.
-inline bool HasRowsAlike(std::int32_t const* rowPointers, std::uint32_t const* columns, std::int32_t rows) {
-  constexpr std::int64_t leastAlike = 12; // shorter rows are not worth comparing
-  std::int64_t alike = 0;
-  std::int64_t const visited = ForSomeRows(rows, [&](std::int64_t i) {
-    std::uint32_t const* const before = columns + rowPointers[i - 1];
-    std::uint32_t const* const row = columns + rowPointers[i];
-    std::uint32_t const* const end = columns + rowPointers[i + 1];
-    alike += static_cast<std::int64_t>(row - before >= leastAlike && end - row >= row - before &&
-                                       std::equal(before, row, row));
+/// True when most sampled rows begin with the columns of the row before: several unknowns a node.
+inline bool HasSharedColumns(RowArrays const& matrix, std::int32_t rows) {
+  constexpr std::int64_t leastSharedColumns = 12; // in shorter rows, comparing costs more than a group saves
+  std::int64_t sharing = 0;
+  std::int64_t const visited = VisitSampleRows(rows, [&](std::int64_t i) {
+    int const* const before = matrix.ColumnsOf(i - 1);
+    int const* const row = matrix.ColumnsOf(i);
+    int const* const end = matrix.ColumnsOf(i + 1);
+    sharing += static_cast<std::int64_t>(row - before >= leastSharedColumns && end - row >= row - before &&
+                                         std::equal(before, row, row));
   });
-  return alike * 2 > visited;
+  return sharing * 2 > visited;
 }
 
-/// Whether most rows have the columns of the row before plus one: grids with one unknown a node. In symmetric
-/// form, rows count where they lie before the diagonal.
-inline bool HasShiftedRows(std::int32_t const* rowPointers, std::uint32_t const* columns, std::int32_t rows,
-                           bool isSymmetricForm) {
-  constexpr std::int64_t leastShifted = 4;
+/// True when most sampled rows have the columns of the row before plus one: a grid with one unknown a node.
+/// In symmetric form only rows count whose last column lies before the diagonal.
+inline bool HasShiftedColumns(RowArrays const& matrix, std::int32_t rows, bool isSymmetricForm) {
+  constexpr std::int64_t leastShiftedColumns = 4;
   std::int64_t shifted = 0;
-  std::int64_t const visited = ForSomeRows(rows, [&](std::int64_t i) {
-    std::uint32_t const* const before = columns + rowPointers[i - 1];
-    std::uint32_t const* const row = columns + rowPointers[i];
-    std::uint32_t const* const end = columns + rowPointers[i + 1];
-    auto const isNext = [](std::uint32_t columnBefore, std::uint32_t column) {
-      return column == columnBefore + 1;
-    };
+  std::int64_t const visited = VisitSampleRows(rows, [&](std::int64_t i) {
+    int const* const before = matrix.ColumnsOf(i - 1);
+    int const* const row = matrix.ColumnsOf(i);
+    int const* const end = matrix.ColumnsOf(i + 1);
+    auto const isNext = [](int columnBefore, int column) { return column == columnBefore + 1; };
     shifted +=
-        static_cast<std::int64_t>(end - row >= leastShifted && end - row == row - before &&
+        static_cast<std::int64_t>(end - row >= leastShiftedColumns && end - row == row - before &&
                                   (!isSymmetricForm || end[-1] < i) && std::equal(before, row, row, isNext));
   });
   return shifted * 4 > visited * 3;
 }
 
-/// What the rows of a matrix have in common, as far as products make use of it. A matrix keeps it with its
-/// pattern.
+} // namespace orx::blac
+
+namespace orx {
+
+/// What the rows of a matrix have in common, as far as products make use of it. A matrix keeps it beside its
+/// arrays.
 enum class RowPattern : std::uint8_t {
-  Unknown,   ///< nobody has looked
-  Alike,     ///< HasRowsAlike
-  Shifted,   ///< HasShiftedRows
-  Scattered, ///< HasScatteredColumns
-  Irregular  ///< none of these: other meshes
+  Unknown,        ///< nobody has looked yet
+  SharedColumns,  ///< HasSharedColumns
+  ShiftedColumns, ///< HasShiftedColumns
+  Scattered,      ///< HasScatteredColumns
+  Irregular       ///< none of these: other meshes
 };
 
-/// Looks at some of the rows, which takes a small part of a product's time.
-inline RowPattern FindRowPattern(std::int32_t const* rowPointers, std::uint32_t const* columns,
-                                 std::int32_t rows, bool isSymmetricForm) {
-  if (HasScatteredColumns(rowPointers, columns, rows)) return RowPattern::Scattered;
-  if (HasRowsAlike(rowPointers, columns, rows)) return RowPattern::Alike;
-  return HasShiftedRows(rowPointers, columns, rows, isSymmetricForm) ? RowPattern::Shifted
-                                                                     : RowPattern::Irregular;
+/// Looks at a sample of the rows, which takes a small part of the time of a product.
+inline RowPattern FindRowPattern(blac::RowArrays const& matrix, std::int32_t rows, bool isSymmetricForm) {
+  if (blac::HasScatteredColumns(matrix, rows)) return RowPattern::Scattered;
+  if (blac::HasSharedColumns(matrix, rows)) return RowPattern::SharedColumns;
+  return blac::HasShiftedColumns(matrix, rows, isSymmetricForm) ? RowPattern::ShiftedColumns
+                                                                : RowPattern::Irregular;
 }
 
 } // namespace orx

@@ -1,7 +1,7 @@
 #include "BlacSupport.h"
 #include "blac/BLAC.h"
-#include "blac/sparse/PackedSweeps.h"
-#include "blac/sparse/SparseSweeps.h"
+#include "blac/sparse/InterleavedKernels.h"
+#include "blac/sparse/SpmvKernels.h"
 
 #include <algorithm>
 #include <bit>
@@ -12,27 +12,29 @@
 
 namespace {
 
-using orx::blac::SparseSweep;
-using orx::blac::SparseSweepSet;
+using orx::blac::SpmvKernel;
+using orx::blac::SpmvKernels;
+using orx::blac::SpmvOperands;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-/// Compressed rows; the arrays have no room behind their last element, so that reads beyond it are noticed.
+/// Compressed rows. The arrays end with their last element, so that sanitizers notice reads beyond it.
 struct Sparse {
   explicit Sparse(int columnCount) : columns(columnCount) {}
 
-  int Rows() const { return static_cast<int>(ia.size()) - 1; }
-  void AppendRow(std::vector<int> const& rowColumns, std::vector<double> const& values) {
-    ja.insert(ja.end(), rowColumns.begin(), rowColumns.end());
-    a.insert(a.end(), values.begin(), values.end());
-    ia.push_back(static_cast<int>(ja.size()));
-    ja.shrink_to_fit();
-    a.shrink_to_fit();
+  int Rows() const { return static_cast<int>(rowPointers.size()) - 1; }
+  orx::blac::RowArrays Arrays() const { return {values.data(), rowPointers.data(), columnIndices.data()}; }
+  void AppendRow(std::vector<int> const& rowColumns, std::vector<double> const& rowValues) {
+    columnIndices.insert(columnIndices.end(), rowColumns.begin(), rowColumns.end());
+    values.insert(values.end(), rowValues.begin(), rowValues.end());
+    rowPointers.push_back(static_cast<int>(columnIndices.size()));
+    columnIndices.shrink_to_fit();
+    values.shrink_to_fit();
   }
 
   int columns;
-  std::vector<int> ia{0}, ja;
-  std::vector<double> a;
+  std::vector<int> rowPointers{0}, columnIndices;
+  std::vector<double> values;
 };
 
 /// Random values and patterns.
@@ -136,10 +138,10 @@ testing::AssertionResult SameBits(std::vector<double> const& expected, std::vect
                                      << " and should be " << *e;
 }
 
-std::vector<double> Perform(SparseSweepSet::Sweep sweep, SparseSweep arguments, std::ptrdiff_t length) {
+std::vector<double> Perform(SpmvKernel kernel, SpmvOperands operands, std::ptrdiff_t length) {
   std::vector<double> y = Stale(length);
-  arguments.y = y.data();
-  sweep(arguments);
+  operands.y = y.data();
+  kernel(operands);
   return y;
 }
 
@@ -151,8 +153,7 @@ std::vector<double> Call(Kernel kernel, Sparse const& matrix, std::vector<double
   int const rows = kernel == Kernel::Listed ? static_cast<int>(list.size()) : matrix.Rows();
   std::vector<double> y =
       Stale(std::ptrdiff_t{std::max(vectors, 1)} * (kernel == Kernel::Product ? rows : matrix.columns));
-  double const* const a = matrix.a.data();
-  int const *const ia = matrix.ia.data(), *const ja = matrix.ja.data();
+  auto const [a, ia, ja] = matrix.Arrays();
   if (kernel == Kernel::Product)
     BLAC_SPARSE_UMV(a, x.data(), ia, ja, y.data(), &rows, &matrix.columns, &vectors);
   else if (kernel == Kernel::Transposed)
@@ -176,73 +177,71 @@ Sparse Example() {
 #ifdef __x86_64__
 struct NamedSet {
   char const* name;
-  SparseSweepSet const* set;
+  SpmvKernels const* set;
   bool isSupported;
 };
 
 /// Each set for a kind of processor must give the bits of the plain one.
-class SweepsForProcessors : public testing::TestWithParam<NamedSet> {
+class KernelsForProcessors : public testing::TestWithParam<NamedSet> {
 protected:
   void SetUp() override {
     if (!GetParam().isSupported) GTEST_SKIP() << "this processor has no " << GetParam().name;
   }
 
-  /// Both sweeps for each number of vectors.
+  /// Product and transposed product, with a row list and without, for each number of vectors.
   static void Compare(Sparse const& matrix, std::vector<int> const& list, Maker& maker) {
     std::ptrdiff_t const rows = matrix.Rows();
     auto const listed = static_cast<std::ptrdiff_t>(list.size());
     for (int vectors = 1; vectors <= orx::blac::vectorsInGroup; ++vectors) {
       SCOPED_TRACE(testing::Message() << rows << " x " << matrix.columns << ", " << vectors << " vectors");
       auto const n = static_cast<std::size_t>(vectors - 1);
-      SparseSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, rows,
-                        matrix.columns,  nullptr,          nullptr};
-      auto const compare = [&](auto sweeps, std::size_t lengthX, std::ptrdiff_t lengthY) {
+      SpmvOperands operands{matrix.Arrays(), nullptr, rows, matrix.columns, nullptr, nullptr};
+      auto const compare = [&](auto kernels, std::size_t lengthX, std::ptrdiff_t lengthY) {
         std::vector<double> const x = maker.SpecialValues(lengthX * vectors);
-        sweep.x = x.data();
-        ASSERT_TRUE(SameBits(Perform((orx::blac::plainSparseSweeps.*sweeps)[n], sweep, lengthY * vectors),
-                             Perform((GetParam().set->*sweeps)[n], sweep, lengthY * vectors)));
+        operands.x = x.data();
+        ASSERT_TRUE(SameBits(Perform((orx::blac::plainSpmvKernels.*kernels)[n], operands, lengthY * vectors),
+                             Perform((GetParam().set->*kernels)[n], operands, lengthY * vectors)));
       };
-      compare(&SparseSweepSet::product, static_cast<std::size_t>(matrix.columns), rows);
-      compare(&SparseSweepSet::transposedProduct, static_cast<std::size_t>(rows), matrix.columns);
-      sweep.rows = listed;
-      sweep.list = list.data();
-      compare(&SparseSweepSet::transposedProduct, list.size(), matrix.columns);
+      compare(&SpmvKernels::product, static_cast<std::size_t>(matrix.columns), rows);
+      compare(&SpmvKernels::transposedProduct, static_cast<std::size_t>(rows), matrix.columns);
+      operands.rows = listed;
+      operands.rowList = list.data();
+      compare(&SpmvKernels::transposedProduct, list.size(), matrix.columns);
     }
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(X86, SweepsForProcessors,
-                         testing::Values(NamedSet{"AVX2", &orx::blac::avx2SparseSweeps,
+INSTANTIATE_TEST_SUITE_P(X86, KernelsForProcessors,
+                         testing::Values(NamedSet{"AVX2", &orx::blac::avx2SpmvKernels,
                                                   __builtin_cpu_supports("avx2") != 0}),
                          [](auto const& set) { return set.param.name; });
 #endif
 
 } // namespace
 
-// The order of the additions is part of the contract; the plain sweep of one vector is its definition.
+// The order of the additions is part of the contract; the plain kernel for one vector defines it.
 TEST(SparseKernels, GiveEachVectorWhatItGetsAlone) {
   Maker maker(2);
   Sparse scattered(40000); // beyond the cache with eight vectors
   for (int entries = 3; entries <= 117000; entries += 3) {
-    scattered.ja.insert(scattered.ja.end(),
-                        {maker.Below(9000), 9000 + maker.Below(9000), maker.Below(40000)});
-    scattered.ia.push_back(entries);
+    scattered.columnIndices.insert(scattered.columnIndices.end(),
+                                   {maker.Below(9000), 9000 + maker.Below(9000), maker.Below(40000)});
+    scattered.rowPointers.push_back(entries);
   }
-  scattered.a = maker.Values(scattered.ja.size());
+  scattered.values = maker.Values(scattered.columnIndices.size());
   auto const compare = [&](Sparse const& matrix, int vectors) {
     std::ptrdiff_t const rows = matrix.Rows(), columns = matrix.columns;
-    SparseSweep sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, rows,
-                      columns,         nullptr,          nullptr};
+    SpmvOperands operands{matrix.Arrays(), nullptr, rows, columns, nullptr, nullptr};
     std::vector<double> const x = maker.Values(static_cast<std::size_t>(columns * vectors));
     std::vector<double> const z = maker.Values(static_cast<std::size_t>(rows * vectors));
     std::vector<double> y, w;
     for (int v = 0; v < vectors; ++v) {
-      sweep.x = x.data() + columns * v;
-      std::vector<double> const one = Perform(orx::blac::plainSparseSweeps.product[0], sweep, rows);
+      operands.x = x.data() + columns * v;
+      std::vector<double> const one = Perform(orx::blac::plainSpmvKernels.product[0], operands, rows);
       y.insert(y.end(), one.begin(), one.end());
-      sweep.x = z.data() + rows * v;
+      operands.x = z.data() + rows * v;
       std::vector<double> const other =
-          Perform(orx::blac::plainSparseSweeps.transposedProduct[0], sweep, columns);
+          Perform(orx::blac::plainSpmvKernels.transposedProduct[0], operands, columns);
       w.insert(w.end(), other.begin(), other.end());
     }
     EXPECT_TRUE(SameBits(y, Call(Kernel::Product, matrix, x, vectors))) << vectors;
@@ -286,7 +285,7 @@ TEST(SparseKernels, WriteNothingForNoVectorsAndZerosForNoRows) {
 }
 
 #ifdef __x86_64__
-TEST_P(SweepsForProcessors, GiveTheBitsOfThePlainOnesForAllPatterns) {
+TEST_P(KernelsForProcessors, GiveTheBitsOfThePlainOnesForAllPatterns) {
   Maker maker(4);
   for (int const columns : {1, 2, 3, 4, 5, 12, 13, 20, 37, 64, 300, 1100})
     for (int repetition = 0; repetition < 4; ++repetition) {
@@ -303,7 +302,7 @@ TEST_P(SweepsForProcessors, GiveTheBitsOfThePlainOnesForAllPatterns) {
     }
 }
 
-TEST_P(SweepsForProcessors, LookAtWhereRowsBegin) {
+TEST_P(KernelsForProcessors, LookAtWhereRowsBegin) {
   Maker maker(8);
   Sparse matrix(10);
   for (std::vector<int> const& row :
@@ -314,7 +313,7 @@ TEST_P(SweepsForProcessors, LookAtWhereRowsBegin) {
 
 // The transposed product clears y some way ahead of the columns that it has met; each of these rows is the
 // first to reach behind that.
-TEST_P(SweepsForProcessors, ClearWhatFourRowsReach) {
+TEST_P(KernelsForProcessors, ClearWhatFourRowsReach) {
   Maker maker(9);
   for (int last = 200; last < 300; ++last) {
     Sparse matrix(320);
@@ -326,7 +325,7 @@ TEST_P(SweepsForProcessors, ClearWhatFourRowsReach) {
 }
 #endif
 
-// ---- sweeps over packed vectors
+// Interleaved vectors
 
 namespace {
 
@@ -336,9 +335,9 @@ std::vector<double> StatedSymmetricProduct(Sparse const& matrix, std::vector<dou
   std::vector<double> y(diagonal.size());
   for (int i = 0; i < matrix.Rows(); ++i) {
     double sum = 0.0;
-    for (int k = matrix.ia[i]; k < matrix.ia[i + 1]; ++k) {
-      sum += matrix.a[k] * x[matrix.ja[k]];
-      y[matrix.ja[k]] += matrix.a[k] * x[i];
+    for (int k = matrix.rowPointers[i]; k < matrix.rowPointers[i + 1]; ++k) {
+      sum += matrix.values[k] * x[matrix.columnIndices[k]];
+      y[matrix.columnIndices[k]] += matrix.values[k] * x[i];
     }
     y[i] += diagonal[i] * x[i] + sum;
   }
@@ -382,8 +381,8 @@ Sparse GridBelowDiagonal(Maker& maker, int rows) {
   return matrix;
 }
 
-struct AlignedScratch {
-  explicit AlignedScratch(std::ptrdiff_t size) : values(static_cast<std::size_t>(size) + 8, stale) {}
+struct AlignedWorkspace {
+  explicit AlignedWorkspace(std::ptrdiff_t size) : values(static_cast<std::size_t>(size) + 8, stale) {}
   double* Begin() { return values.data() + (-reinterpret_cast<std::uintptr_t>(values.data()) & 63) / 8; }
   std::vector<double> values;
 };
@@ -398,71 +397,68 @@ std::vector<double> StatedSymmetricProduct(Sparse const& matrix, std::vector<dou
   return y;
 }
 
-struct NamedPackedSet {
+struct NamedInterleaved {
   char const* name;
-  orx::blac::PackedSweepSet const* set;
+  orx::blac::InterleavedKernels const* set;
   bool isSupported;
 };
 
-class PackedSweeps : public testing::TestWithParam<NamedPackedSet> {
+class VectorsInterleaved : public testing::TestWithParam<NamedInterleaved> {
 protected:
   void SetUp() override {
     if (!GetParam().isSupported) GTEST_SKIP() << "this processor has no " << GetParam().name;
   }
 };
 
-std::vector<NamedPackedSet> PackedSets() {
-  std::vector<NamedPackedSet> sets{{"Plain", &orx::blac::plainPackedSweeps, true}};
+std::vector<NamedInterleaved> InterleavedSets() {
+  std::vector<NamedInterleaved> sets{{"Plain", &orx::blac::plainInterleavedKernels, true}};
 #ifdef __x86_64__
-  sets.push_back({"AVX2", &orx::blac::avx2PackedSweeps, __builtin_cpu_supports("avx2") != 0});
+  sets.push_back({"AVX2", &orx::blac::avx2InterleavedKernels, __builtin_cpu_supports("avx2") != 0});
 #endif
   return sets;
 }
 
-INSTANTIATE_TEST_SUITE_P(Sets, PackedSweeps, testing::ValuesIn(PackedSets()),
+INSTANTIATE_TEST_SUITE_P(Sets, VectorsInterleaved, testing::ValuesIn(InterleavedSets()),
                          [](auto const& set) { return set.param.name; });
 
 } // namespace
 
-TEST_P(PackedSweeps, GiveTheBitsOfThePlainKernels) {
+TEST_P(VectorsInterleaved, GiveTheBitsOfThePlainKernels) {
   Maker maker(6);
   Sparse const matrix = maker.Matrix(60, 45);
-  for (int width = 0; width < orx::blac::PackedSweepSet::widths; ++width)
+  for (int width = 0; width < orx::blac::InterleavedKernels::widths; ++width)
     for (int vectors = 1 + (1 << width); vectors <= 2 << width; ++vectors) {
       std::vector<double> const x = maker.SpecialValues(60U * vectors);
-      AlignedScratch scratch(orx::blac::PackedScratch(45, 2 << width));
-      orx::blac::PackedSweep sweep{
-          matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr,         60, 45,
-          vectors,         x.data(),         nullptr,          scratch.Begin(), 0};
-      SparseSweep const plain{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr, 60, 45,
-                              x.data(),        nullptr};
-      auto const compare = [&](auto const& packed, auto const& kernel, int length) {
+      AlignedWorkspace workspace(orx::blac::InterleavedWorkspace(45, 2 << width));
+      orx::blac::InterleavedOperands operands{matrix.Arrays(), nullptr,           60, 45, vectors, x.data(),
+                                              nullptr,         workspace.Begin(), 0};
+      SpmvOperands const plain{matrix.Arrays(), nullptr, 60, 45, x.data(), nullptr};
+      auto const compare = [&](auto const& interleaved, auto const& plainKernels, int length) {
         std::vector<double> y = Stale(length * vectors);
-        sweep.y = y.data();
-        packed[width](sweep);
-        EXPECT_TRUE(SameBits(Perform(kernel[vectors - 1], plain, length * vectors), y)) << vectors;
+        operands.y = y.data();
+        interleaved[width](operands);
+        EXPECT_TRUE(SameBits(Perform(plainKernels[vectors - 1], plain, length * vectors), y)) << vectors;
       };
-      compare(GetParam().set->product, orx::blac::plainSparseSweeps.product, 60);
-      compare(GetParam().set->transposedProduct, orx::blac::plainSparseSweeps.transposedProduct, 45);
+      compare(GetParam().set->product, orx::blac::plainSpmvKernels.product, 60);
+      compare(GetParam().set->transposedProduct, orx::blac::plainSpmvKernels.transposedProduct, 45);
     }
 }
 
 // Rings from too small to larger than the matrix.
-TEST_P(PackedSweeps, MultiplyTheSymmetricFormInTheStatedOrder) {
+TEST_P(VectorsInterleaved, MultiplyTheSymmetricFormInTheStatedOrder) {
   Maker maker(7);
   for (int const nodes : {1, 2, 9, 40}) {
     Sparse const matrix = NodesBelowDiagonal(maker, nodes);
     int const rows = 3 * nodes;
     std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(rows));
-    for (int width = 0; width < orx::blac::PackedSweepSet::widths; ++width)
+    for (int width = 0; width < orx::blac::InterleavedKernels::widths; ++width)
       for (int vectors = 1 + (1 << width); vectors <= 2 << width; ++vectors)
         for (int const slots : {4, 16, 64, 256}) {
           std::vector<double> const x = maker.SpecialValues(static_cast<std::size_t>(rows) * vectors);
           std::vector<double> y = Stale(std::ptrdiff_t{rows} * vectors);
-          AlignedScratch scratch(orx::blac::SymmetricScratch(slots, 2 << width));
-          GetParam().set->symmetricProduct[width]({matrix.a.data(), matrix.ia.data(), matrix.ja.data(),
-                                                   diagonal.data(), rows, rows, vectors, x.data(), y.data(),
-                                                   scratch.Begin(), slots});
+          AlignedWorkspace workspace(orx::blac::RingWorkspace(slots, 2 << width));
+          GetParam().set->symmetricProduct[width]({matrix.Arrays(), diagonal.data(), rows, rows, vectors,
+                                                   x.data(), y.data(), workspace.Begin(), slots});
           EXPECT_TRUE(SameBits(StatedSymmetricProduct(matrix, diagonal, x, vectors), y))
               << rows << " rows, " << vectors << " vectors, " << slots;
         }
@@ -470,7 +466,7 @@ TEST_P(PackedSweeps, MultiplyTheSymmetricFormInTheStatedOrder) {
 }
 
 #ifdef __x86_64__
-TEST_P(SweepsForProcessors, MultiplyTheSymmetricFormInTheStatedOrder) {
+TEST_P(KernelsForProcessors, MultiplyTheSymmetricFormInTheStatedOrder) {
   Maker maker(10);
   for (int const rows : {1, 4, 5, 30, 100, 400, 700, 900, 1000}) {
     Sparse const matrix = rows != 5 ? GridBelowDiagonal(maker, rows) : NodesBelowDiagonal(maker, rows);
@@ -478,11 +474,12 @@ TEST_P(SweepsForProcessors, MultiplyTheSymmetricFormInTheStatedOrder) {
     std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(length));
     for (int vectors = 1; vectors <= orx::blac::vectorsInGroup; ++vectors) {
       std::vector<double> const x = maker.SpecialValues(diagonal.size() * static_cast<std::size_t>(vectors));
-      SparseSweep const sweep{matrix.a.data(), matrix.ia.data(), matrix.ja.data(), nullptr,        length,
-                              matrix.Rows(),   x.data(),         nullptr,          diagonal.data()};
+      SpmvOperands const operands{matrix.Arrays(), nullptr, length,         matrix.Rows(),
+                                  x.data(),        nullptr, diagonal.data()};
       std::vector<double> const expected = StatedSymmetricProduct(matrix, diagonal, x, vectors);
-      for (SparseSweepSet const* const set : {&orx::blac::plainSparseSweeps, GetParam().set})
-        EXPECT_TRUE(SameBits(expected, Perform(set->symmetricProduct[vectors - 1], sweep, length * vectors)))
+      for (SpmvKernels const* const set : {&orx::blac::plainSpmvKernels, GetParam().set})
+        EXPECT_TRUE(
+            SameBits(expected, Perform(set->symmetricProduct[vectors - 1], operands, length * vectors)))
             << rows << " rows, " << vectors << " vectors";
     }
   }

@@ -157,8 +157,8 @@ TEST(SparseMultiply, SymmetricFormAddsInTheStatedOrderWhateverThePattern) {
 
 TEST(SparseMultiply, FindsOutOnceWhatTheRowsHaveInCommon) {
   std::map<std::string, orx::RowPattern> const patterns{
-      {"three unknowns a node", orx::RowPattern::Alike},
-      {"one unknown a node", orx::RowPattern::Shifted},
+      {"three unknowns a node", orx::RowPattern::SharedColumns},
+      {"one unknown a node", orx::RowPattern::ShiftedColumns},
       {"a mesh without structure", orx::RowPattern::Irregular},
       {"anywhere", orx::RowPattern::Scattered}};
   for (auto const& [name, entries, n] : LargePatterns()) {

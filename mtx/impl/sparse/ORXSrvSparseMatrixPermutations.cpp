@@ -1,8 +1,10 @@
 #include "mtx/ORXSrvSparseMatrix.h"
 
+#include "blac/sparse/CacheSizes.h"
 #include "blac/sparse/RowPatterns.h"
 #include "mtx/impl/exchange/RowAppender.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
+#include "mtx/impl/sparse/KernelArrays.h"
 
 #include <algorithm>
 #include <numeric>
@@ -173,8 +175,8 @@ void TransposeByRows(CompressedRowsView const& rows, std::int32_t* next, Compres
   }
 }
 
-/// Entries of a bucket, 16 bytes each: as many as the second-level cache holds.
-constexpr std::int32_t entriesOfBucket = 1 << 15;
+/// Entries of a bucket, 16 bytes each: as many as half of the second-level cache holds.
+constexpr auto entriesOfBucket = static_cast<std::int32_t>(blac::secondLevelCacheBytes / 2 / 16);
 
 /// The same for columns all over the place, which would miss the cache with each entry: first to the range of
 /// columns, a bucket, then from place to place in the cache. A bucket's entries lie from the start where they
@@ -312,8 +314,7 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
     ++next[m_stored.columnIndices[k] + 1];
   SumUp(next, m_columns);
   CompressedRowsView const rows = View();
-  if (HasScatteredColumns(m_stored.rowPointers.get(), m_stored.columnIndices.get(), m_rows) &&
-      entries > entriesOfBucket) {
+  if (HasScatteredColumns(KernelArrays(rows), m_rows) && entries > entriesOfBucket) {
     TransposeByBuckets(rows, next, result);
   } else {
     TransposeByRows(rows, next, result);

@@ -1,12 +1,13 @@
 #include "mtx/ORXSrvSparseMatrix.h"
 
 #include "blac/BLAC.h"
+#include "blac/sparse/KernelChoice.h"
 #include "mtx/ORXSrvDenseMatrix.h"
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvUtilities.h"
 #include "mtx/impl/blocks/BlockRanges.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
-#include "mtx/impl/sparse/PackedProducts.h"
+#include "mtx/impl/sparse/KernelArrays.h"
 
 #include <algorithm>
 #include <climits>
@@ -17,7 +18,7 @@ namespace {
 
 constexpr auto& sourceFile = orx::sparseMatrixSource;
 
-/// Listed rows of a block matrix, ascending, packed one below the other.
+/// Listed rows of a block matrix, ascending, gathered one below the other.
 class ListedRows {
 public:
   ListedRows(ORXSrvDenseMatrix const& matrix, unsigned const* list, int count)
@@ -67,18 +68,15 @@ private:
 void ORXSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool transpose) const {
   if (m_stored.numberOfNonzeros == 0) return;
   RequireAssembled("Multiply");
-  auto const* const columnIndices = reinterpret_cast<int const*>(m_stored.columnIndices.get());
-  if (m_rowPattern == RowPattern::Unknown)
-    m_rowPattern =
-        FindRowPattern(m_stored.rowPointers.get(), m_stored.columnIndices.get(), m_rows, IsSymmetricForm());
-  PackedProducts const products(m_stored.values.get(), m_stored.rowPointers.get(), columnIndices, m_rows,
-                                m_columns, m_rowPattern);
-  if (IsSymmetricForm()) {
-    RequireNoMoreColumnsThanRows("Multiply");
-    products.MultiplySymmetric(m_stored.diagonal.get(), x, nvec, y);
-  } else {
-    transpose ? products.MultiplyTransposed(x, nvec, y) : products.Multiply(x, nvec, y);
-  }
+  blac::RowArrays const arrays = KernelArrays(View());
+  if (m_rowPattern == RowPattern::Unknown) m_rowPattern = FindRowPattern(arrays, m_rows, IsSymmetricForm());
+  if (IsSymmetricForm()) RequireNoMoreColumnsThanRows("Multiply");
+  using Kind = blac::SparseProduct::Kind;
+  Kind const kind = IsSymmetricForm() ? Kind::Symmetric : transpose ? Kind::Transposed : Kind::General;
+  blac::SparseProduct const product(kind, arrays, m_rows, m_columns, m_rowPattern, nvec);
+  std::int64_t const size = product.WorkspaceSize();
+  auto const workspace = size > 0 ? mem_MakeArray<double>(size) : mem_Array<double>();
+  product.Multiply(m_stored.diagonal.get(), x, y, workspace.get());
 }
 
 void ORXSrvSparseMatrix::MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int count,
