@@ -13,8 +13,7 @@ namespace {
 /// Returns the block sizes and kernels for this processor. BLIS does not recognize processors that are newer
 /// than itself: it uses generic kernels for them, without vector instructions and at a third of the speed, or
 /// kernels for AVX2 where the processor has AVX-512. In these two cases the choice is made from the
-/// instruction sets of the processor. Any other choice of BLIS stays, and so does one that the environment
-/// makes.
+/// instruction sets of the processor. The global setting of BLIS and the environment are not changed.
 cntx_t* ChooseKernels() {
   bli_init();
   arch_t architecture = bli_arch_query_id();
