@@ -2,19 +2,18 @@
 
 #include <cstdint>
 
-// What the products assume of the processor's caches. On a processor with other caches the results are the
-// same, and only come later.
+// Assumptions about the processor's caches. On a processor with other caches the products give the same
+// results, possibly in more time.
 
 namespace orx::blac {
 
 constexpr std::int64_t cacheLineBytes = 64;
 constexpr std::int64_t doublesInCacheLine = cacheLineBytes / std::int64_t{sizeof(double)};
 
-/// What many server processors have for each core.
+/// Many server processors have this much for each core.
 constexpr std::int64_t secondLevelCacheBytes = std::int64_t{1} << 20;
 
-/// From this size on, accesses to arbitrary elements of an array miss the caches that are fast enough for
-/// them: twice the second level, because a part of the array is always there.
+/// From this size on, most accesses to arbitrary elements of an array miss the second-level cache.
 constexpr std::int64_t scatteredAccessBytes = 2 * secondLevelCacheBytes;
 
 } // namespace orx::blac

@@ -177,7 +177,7 @@ public:
     for (int v = 0; v < m_s.vectors; ++v)
       m_s.y[v * m_s.rows + j] += term[v];
   }
-  /// Lets all elements enter, and stores those that are in the ring at the end to y.
+  /// Lets all elements enter, and stores the elements of y that are in the ring at the end.
   BLAC_INTERLEAVED void Finish() {
     EnterUpTo(m_s.rows);
     for (std::ptrdiff_t j = std::max<std::ptrdiff_t>(0, m_end - m_s.ringSlots); j < m_end; ++j)
@@ -227,8 +227,6 @@ public:
 
 private:
   static constexpr int rowsInGroup = 3;
-  /// In shorter rows, comparing the columns costs more than a group saves.
-  static constexpr std::ptrdiff_t leastSharedColumns = 12;
 
   BLAC_INTERLEAVED_INLINE std::ptrdiff_t Length(std::ptrdiff_t i) const {
     return m_s.matrix.rowPointers[i + 1] - m_s.matrix.rowPointers[i];

@@ -26,9 +26,6 @@ int CountInterleaved(int vectors, int fewest) {
   return rest >= fewest ? vectors : vectors - rest;
 }
 
-/// Workspace is aligned to a slot of eight lanes, which is a cache line.
-constexpr std::uintptr_t alignment = cacheLineBytes;
-
 /// The table of kernels for a kind of product.
 template<class Kernels>
 auto KernelsFor(SparseProduct::Kind kind, Kernels const& kernels) {
@@ -42,6 +39,9 @@ auto KernelsFor(SparseProduct::Kind kind, Kernels const& kernels) {
   }
   return &kernels.symmetricProduct[0];
 }
+
+/// Interleaved kernels want a workspace that begins with a cache line: a slot of eight lanes then fills one.
+constexpr std::uintptr_t alignment = cacheLineBytes;
 
 double* Align(double* workspace) {
   auto const address = reinterpret_cast<std::uintptr_t>(workspace);

@@ -19,4 +19,10 @@ struct RowArrays {
   int const* ColumnsOf(std::ptrdiff_t i) const { return columnIndices + rowPointers[i]; }
 };
 
+/// Neighbouring rows with the same columns are multiplied together when they have at least this number of
+/// entries; in shorter rows, comparing the columns costs more than it saves. The same for rows that have the
+/// columns of the row before plus one.
+constexpr int leastSharedColumns = 12;
+constexpr int leastShiftedColumns = 4;
+
 } // namespace orx::blac

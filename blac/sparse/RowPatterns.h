@@ -8,7 +8,7 @@
 #include <bit>
 #include <cstdint>
 
-// What the rows of a matrix have in common, found by looking at a sample of them.
+// Properties that the rows of a matrix have in common, found by looking at a sample of the rows.
 
 namespace orx::blac {
 
@@ -63,7 +63,6 @@ inline bool IsBeyondCache(std::int64_t length, int vectors) {
 
 /// True when most sampled rows begin with the columns of the row before: several unknowns a node.
 inline bool HasSharedColumns(RowArrays const& matrix, std::int32_t rows) {
-  constexpr std::int64_t leastSharedColumns = 12; // in shorter rows, comparing costs more than a group saves
   std::int64_t sharing = 0;
   std::int64_t const visited = VisitSampleRows(rows, [&](std::int64_t i) {
     int const* const before = matrix.ColumnsOf(i - 1);
@@ -78,7 +77,6 @@ inline bool HasSharedColumns(RowArrays const& matrix, std::int32_t rows) {
 /// True when most sampled rows have the columns of the row before plus one: a grid with one unknown a node.
 /// In symmetric form only rows count whose last column lies before the diagonal.
 inline bool HasShiftedColumns(RowArrays const& matrix, std::int32_t rows, bool isSymmetricForm) {
-  constexpr std::int64_t leastShiftedColumns = 4;
   std::int64_t shifted = 0;
   std::int64_t const visited = VisitSampleRows(rows, [&](std::int64_t i) {
     int const* const before = matrix.ColumnsOf(i - 1);
@@ -96,14 +94,13 @@ inline bool HasShiftedColumns(RowArrays const& matrix, std::int32_t rows, bool i
 
 namespace orx {
 
-/// What the rows of a matrix have in common, as far as products make use of it. A matrix keeps it beside its
-/// arrays.
+/// The property of the rows that products make use of. A matrix keeps it beside its arrays.
 enum class RowPattern : std::uint8_t {
   Unknown,        ///< nobody has looked yet
   SharedColumns,  ///< HasSharedColumns
   ShiftedColumns, ///< HasShiftedColumns
   Scattered,      ///< HasScatteredColumns
-  Irregular       ///< none of these: other meshes
+  Irregular       ///< none of these, as in unstructured meshes
 };
 
 /// Looks at a sample of the rows, which takes a small part of the time of a product.

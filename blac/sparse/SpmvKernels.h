@@ -15,8 +15,8 @@ namespace orx::blac {
 /// A product with more vectors makes one pass for each group.
 constexpr int vectorsInGroup = 8;
 
-/// The operands of a kernel. The vectors of x lie one behind the other without gaps, those of y too. Their
-/// lengths follow from the product:
+/// The operands of a kernel. The vectors of x lie one behind the other without gaps, and so do the vectors of
+/// y. Their lengths follow from the product:
 ///
 ///     product              y(i) = sum of a(i, j) * x(j)           x: `columns` long, y: `rows` long
 ///     transposed product   y(j) = sum of x(p) * a(row(p), j)      x: `rows` long, y: `columns` long

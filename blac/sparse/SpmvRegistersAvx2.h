@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <immintrin.h>
 
-// Registers of four doubles, how they are filled from memory, and prefetches: what all kernels for processors
-// with AVX2 use. Only functions that are marked BLAC_AVX2 are compiled for these processors.
+// Registers of four doubles, how they are filled from memory, and prefetches, for all kernels for processors
+// with AVX2. Only functions that are marked BLAC_AVX2 are compiled for these processors.
 
 #define BLAC_AVX2 [[gnu::target("avx2")]]
 #define BLAC_AVX2_INLINE [[gnu::target("avx2"), gnu::always_inline]] inline
@@ -18,7 +18,7 @@ constexpr int lanes = 4;
 
 // Prefetches
 
-/// The number of bytes between the values that are used and those that are prefetched; column indices are
+/// The number of bytes between the values in use and the values being prefetched; column indices are
 /// prefetched half as far ahead. One vector uses an entry at once, and its entries are prefetched to the
 /// first level of the cache. Several vectors leave time to prefetch to the second level, which can wait for
 /// more lines at a time. (With a non-temporal hint, which bypasses the second level, one vector takes up to
@@ -26,7 +26,7 @@ constexpr int lanes = 4;
 template<int vectors>
 constexpr std::ptrdiff_t bytesAhead = vectors == 1 ? 2048 : 8192;
 
-/// The number of elements between those of x and y that are used and those that are prefetched, a cache line
+/// The number of elements of x and y between the ones in use and the ones being prefetched, a cache line
 /// of each vector at a time. Short rows and many vectors gain by it: there are more streams than the
 /// processor's own prefetching follows.
 constexpr std::ptrdiff_t elementsAhead = 32;

@@ -23,9 +23,6 @@
 
 namespace orx::blac {
 
-/// In shorter rows, comparing the columns costs more than a group saves.
-constexpr int leastSharedColumns = 12;
-constexpr int leastShiftedColumns = 4;
 constexpr int mostRowsWithSharedColumns = 3;
 
 /// The entries of `rows` neighbouring rows of equal length, whose columns are alike.
@@ -77,8 +74,8 @@ BLAC_AVX2_INLINE __m256i Difference(int const* a, int const* b, __m256i shift) {
   return _mm256_xor_si256(_mm256_add_epi32(fromA, shift), fromB);
 }
 
-/// True when b[k] = a[k] + shift for all k < length. REQUIRES: length >= 4. The last registers overlap those
-/// before, which is faster than to compare the rest one by one.
+/// True when b[k] = a[k] + shift for all k < length. REQUIRES: length >= 4. The last register overlaps with
+/// the one before it, which is faster than comparing the remaining columns one by one.
 BLAC_AVX2_INLINE bool HasShift(int const* a, int const* b, std::ptrdiff_t length, int shift) {
   if (length < 8) {
     __m128i const shifts = _mm_set1_epi32(shift);
@@ -152,7 +149,7 @@ public:
 private:
   static constexpr std::ptrdiff_t mostSingleRows = 16;
   static constexpr std::ptrdiff_t longestPause = 4096;
-  std::ptrdiff_t m_singleRows = 0; ///< outside of groups, less those in groups
+  std::ptrdiff_t m_singleRows = 0; ///< rows outside of groups minus rows in groups, not negative
   std::ptrdiff_t m_pause = 32;
 };
 

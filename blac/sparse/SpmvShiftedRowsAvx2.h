@@ -103,8 +103,8 @@ private:
 };
 
 /// y(columns[k] + r) += x(r) * entry k of row r, for the `length` entries of four rows that LoadFourRows has
-/// loaded. Goes from the last entry to the first: an element that several rows meet then gets their products
-/// in the order of the rows, because row r + 1 meets with an earlier entry what row r meets with a later one.
+/// loaded. Goes from the last entry to the first: an element of y that several rows add to then gets their
+/// products in the order of the rows, because the entry of row r + 1 comes before the entry of row r.
 /// REQUIRES: the columns ascend; length > 0.
 template<int vectors>
 BLAC_AVX2_INLINE void AddFourRows(__m256d const* entries, int const* columns, std::ptrdiff_t length,

@@ -138,8 +138,8 @@ BLAC_AVX2_INLINE void AddSharedColumnsToOne(RowGroup<rows> const& group, double 
 }
 
 /// Adds the rows at positions begin ... end - 1 one by one, entry by entry. Consecutive columns are not taken
-/// together: they overlap with those of the row before, and a load that covers two earlier stores waits until
-/// both have reached the cache.
+/// together: they overlap with consecutive columns of the row before, and a load that covers two earlier
+/// stores waits until both have reached the cache.
 template<int vectors>
 [[gnu::noinline]] BLAC_AVX2 void AddRows(SpmvOperands const s, std::ptrdiff_t begin, std::ptrdiff_t end,
                                          GradualClearing<vectors>& clearing) {
