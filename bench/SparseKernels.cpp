@@ -48,7 +48,8 @@ Timings TimeProducts(Problem const& problem, Product const& product, Directions 
   return timings;
 }
 
-/// The matrix's own product where the pattern is bad, which may take memory to pack x; else the kernels.
+/// The product of the matrix class where the pattern is bad, which may interleave vectors; otherwise the
+/// kernels.
 Timings TimeOurs(Problem const& p, bool withKernels) {
   return TimeProducts(p, [&](bool transposed, double const* x, double* y, int count) {
     if (!withKernels) return p.matrix->Multiply(x, count, y, transposed);
