@@ -12,34 +12,37 @@ namespace orx::file {
 
 class PositionedFile;
 
-/// Writes to a file that are held back in memory.
+/// Holds writes to the metadata of a file in memory, by pages.
 ///
-///     file       ........rrrrrrrr........rrrr....      r: values, which go straight to the file
-///     overlay    mmmm............mmmm........mm        m: held bytes, each with a bit that it is held
+///     file       ........rrrrrrrr........rrrr....      r: raw data, which is written to the file at once
+///     overlay    mmmm............mmmm........mm        m: held bytes of metadata; a bit marks each of them
 ///
-/// Values are also written through a mapping, unseen by us. So a page that holds both kinds never keeps a
-/// copy of values: they are taken from the file when the page's image is completed.
+/// Raw data may also be written through a mapping, which the overlay does not see. A page with both kinds
+/// therefore never keeps a copy of raw data: CompleteImages reads it from the file.
 class PageOverlay {
 public:
   static constexpr std::size_t pageBytes = 4096;
 
   struct Page {
-    std::uint64_t number;                           ///< offset in the file / pageBytes
-    std::array<std::uint64_t, pageBytes / 64> held; ///< bit per byte
-    std::array<std::byte, pageBytes> bytes;         ///< where not held: anything, until completed
+    std::uint64_t number;                           ///< file offset / pageBytes
+    std::array<std::uint64_t, pageBytes / 64> held; ///< a bit for each byte: the overlay holds the byte
+    std::array<std::byte, pageBytes> bytes;         ///< bytes that are not held are undefined until completed
   };
 
   bool IsEmpty() const noexcept { return m_pages.empty(); }
 
+  /// Holds copies of the bytes at a file offset.
   void Write(std::uint64_t offset, void const* from, std::size_t bytes);
-  /// Puts the held ones of the bytes [offset, offset + bytes) over those in `buffer`.
+  /// Copies the held bytes of the file range [offset, offset + bytes) to their positions in `buffer`, and
+  /// leaves the others as they are there.
   void LayOver(std::uint64_t offset, void* buffer, std::size_t bytes) const;
-  /// The bytes are no longer held; they may become values.
+  /// Drops the held bytes of a file range, which may become raw data.
   void Release(std::uint64_t offset, std::uint64_t bytes);
   void Clear() noexcept;
 
-  /// Fills what the pages do not hold from the file, zero behind its end; returns the pages by number. They
-  /// are whole images until the file or the overlay changes.
+  /// Reads the bytes that the pages do not hold from the file, as zeros behind its end, and returns the pages
+  /// in ascending order. The pages stay complete until the file or the overlay changes, and are owned by the
+  /// overlay.
   std::vector<Page const*> CompleteImages(PositionedFile const& file);
 
 private:

@@ -6,20 +6,21 @@ namespace orx::file {
 
 class PositionedFile;
 
-// Scratch files: of no use once their process is gone. They begin with a mark, in place of HDF5's signature,
-// until their structure is written when they are closed.
+// Scratch files are of no use once their process has ended. They begin with a mark, in place of HDF5's
+// signature, until their metadata is written when they are closed.
 
-/// Takes away what has the name that a new scratch file is to have: the file of a process that died, or a
-/// symbolic link, not what it points to. What is not there to be taken is an error (FileError): a file that
-/// somebody has open (EWOULDBLOCK); a database that is not scratch (EEXIST), unless `replacesDatabase`; a
-/// file of another user that cannot be looked into.
+/// Deletes the file at the path of a new scratch file: one that a dead process has left, or a symbolic link
+/// (but not its target). Does nothing when there is no file. Raises FileError when the file must stay: a
+/// process has it open (EWOULDBLOCK); it is a database that is not scratch (EEXIST), unless
+/// `replacesDatabase`; it is not a regular file (ENODEV); it cannot be opened.
 void MakeWayForScratch(std::string const& path, bool replacesDatabase);
 
-/// Writes the mark.
+/// Writes the mark of scratch files at the start of a file.
 void MarkAsScratch(PositionedFile& file);
 
-/// Deletes what processes of this machine that died have left of scratch files in a folder: the files *.sim
-/// that have the mark and that nobody has open. A folder is swept once by each process. Failures are ignored.
+/// Deletes the scratch files that dead processes of this machine have left in the folder of `path`: the files
+/// *.sim that have this machine's mark and that no process has open. Each process does so once for each
+/// folder. Failures are ignored.
 void SweepFolderOf(std::string const& path) noexcept;
 
 } // namespace orx::file

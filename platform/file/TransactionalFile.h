@@ -14,44 +14,46 @@
 
 namespace orx::file {
 
-/// An open file whose structure (what HDF5 calls metadata) changes only at commits, each atomic and durable,
-/// while values (raw data) are written in place at once.
+/// An open file whose metadata changes only at commits, each atomic and durable, while raw data is written to
+/// the file at once. (HDF5 uses the same two words.)
 ///
-///     between commits   structure is held in memory; the file on disk is the last committed state, and what
-///                       was allocated since, behind its end
-///     commit            1  a journal of the structure behind the end of the file; it and the values to disk
-///                       2  in place of HDF5's signature, the first 8 bytes, a mark that the journal is due;
-///                          to disk: from here on the commit has happened
-///                       3  the structure to its places, to disk
-///                       4  the signature, to disk; the journal is cut off
-///     opening           with the mark, the journal is finished, or it is an error that it is not whole;
-///                       read-only, it is read into memory and the file is not touched. Without the mark
-///                       what lies behind the end means nothing
+///     between commits   metadata is held in memory; the file on disk has the last committed state, and
+///                       behind its end the space that was allocated since
+///     commit            1  writes a journal of the metadata behind the end of the file, and syncs the
+///     journal
+///                          and the raw data
+///                       2  writes a mark that the journal is due over HDF5's signature, the first 8 bytes of
+///                          the file, and syncs it: from here on the commit has happened
+///                       3  writes the metadata to its file offsets, and syncs it
+///                       4  writes the signature, syncs it, and cuts the journal off
+///     opening           with the mark, finishes the commit from the journal; a journal that is not whole is
+///                       an error. A read-only opening reads the journal into memory and leaves the file as
+///                       it is. Without the mark, bytes behind the end have no meaning
 ///
-/// So a commit that raises an error has not happened, and one that returns has. When steps 3 and 4 fail, and
-/// fail once more, it returns all the same: the next use that writes tries to finish it and raises that
-/// failure, and so does the next opening. Other programs refuse the file as long as it has the mark, instead
-/// of reading one that is half old and half new.
+/// A commit that raises an error has not happened; a commit that returns has happened. When steps 3 and 4
+/// fail twice, the commit returns all the same. The next use that writes, or the next opening, then tries to
+/// finish it and raises that failure. Other programs refuse the file as long as it has the mark, so they
+/// never read one that is half old and half new.
 ///
-/// A new file has its name from the first commit on. A scratch file has no journal and is not synced: its
-/// structure is written once, when it is closed for good.
+/// A new file gets its name at the first commit. A scratch file has no journal and is never synced: its
+/// metadata is written once, when the file is closed for good.
 ///
 /// Created by Create or Open, used by one thread, lent to HDF5 through MakeFileAccess; it must outlive that
-/// use. Errors are FileError. In a process that was forked from the owner nothing is written.
+/// use. Errors are FileError. A process that was forked from the owner writes nothing.
 ///
 /// Reading is possible in every state. Writing, reserving and committing depend on the state:
 ///
 ///     Open         they are possible
 ///                  -> Due         steps 3 and 4 of a commit have failed, and failed once more
-///                  -> Broken      values or the mark could not be brought to the disk, or RefuseToCommit
+///                  -> Broken      raw data or the mark could not be synced, or RefuseToCommit
 ///                  -> Discarding  Discard
 ///     Due          the first of them finishes the commit from its journal, or raises that failure
 ///                  -> Open        the commit is finished
 ///                  -> Broken, Discarding as above
-///     Broken       they raise; what the disk has is unknown
+///     Broken       they raise; the state of the disk is unknown
 ///                  -> Discarding  as above
-///     Discarding   what HDF5 writes is dropped, since HDF5 does not survive that closing a file fails; all
-///                  else raises. Nothing leads out of this state
+///     Discarding   writes by HDF5 are dropped without an error, because HDF5 does not survive a failure of
+///                  closing; the others raise. This state is final
 ///
 /// When HDF5 closes the file, a commit that is due is finished if that is possible, in every state.
 class TransactionalFile {
@@ -65,81 +67,85 @@ public:
 
   // Opening and closing
 
-  /// An empty file; an existing one is replaced, at the first commit, or an error.
+  /// Makes an empty file. An existing file of that name is replaced at the first commit if
+  /// `replacesExisting`, and is an error otherwise.
   static std::unique_ptr<TransactionalFile> Create(std::string const& path, bool isScratch,
                                                    bool replacesExisting);
   static std::unique_ptr<TransactionalFile> Open(std::string const& path, bool readOnly);
   TransactionalFile(TransactionalFile const&) = delete;
   TransactionalFile& operator=(TransactionalFile const&) = delete;
-  /// Drops what was not committed, and its space. Of a new file that was never committed nothing is left.
+  /// Drops all changes since the last commit, and their space. Deletes a new file that was never committed.
   ~TransactionalFile();
 
   // Transactions
 
-  /// Makes durable what the structure is now, and all values. HDF5 must have flushed its caches. An error
-  /// leaves the last committed state, and the commit may be tried again (once there is space, say) or
-  /// discarded. For a scratch file nothing happens.
+  /// Makes the present metadata and all raw data durable. HDF5 must have flushed its caches. After an error
+  /// the file has the last committed state; the commit may be repeated, for instance once there is space, or
+  /// discarded. Does nothing for a scratch file.
   void Commit();
-  /// The same, and for a scratch file the structure is written.
+  /// Does the same, and writes the metadata of a scratch file.
   void CommitForClose();
-  /// From now on nothing is written; the structure goes back to the last commit when HDF5 closes the file.
+  /// Stops all writing. The metadata returns to the last commit when HDF5 closes the file.
   void Discard() noexcept { m_state = State::Discarding; }
-  /// From now on only reading and closing are left: the structure is not what it should be.
+  /// Allows only reading and closing from now on, because the metadata in memory is wrong.
   void RefuseToCommit() noexcept {
     if (!IsDiscarding()) m_state = State::Broken;
   }
-  /// Writes the last committed structure, with the values as they are now, to a new file.
+  /// Writes the last committed metadata, with the present raw data, to a new file.
   void CopyTo(std::string const& path, bool replacesExisting);
 
-  // Values
+  // Raw data
 
-  /// The file itself, for values: they lie inside of it wherever HDF5 has allocated them.
+  /// The file itself, for raw data, which lies where HDF5 has allocated it.
   PositionedFile& File() noexcept { return m_file; }
-  /// To be called before values are written to File(): raises when that may not be.
-  void WillWriteValues() {
+  /// Call this before writing raw data to File(); raises FileError when writing is not allowed.
+  void WillWriteRawData() {
     if (m_state != State::Open || !m_file.IsOwner()) RequireUsable("writing to");
-    m_hasNewValues = true;
+    m_hasNewRawData = true;
   }
-  /// The values that `read` makes HDF5 ask for; they are not read.
-  FileRange PlaceOfValues(std::function<void()> const& read);
-  /// Makes sure that HDF5 can allocate so much behind the present end without meeting a full disk; holds
-  /// until the next commit.
+  /// Calls `read`, which makes HDF5 read raw data, and returns the range that HDF5 asks for. Nothing is read
+  /// from the file.
+  FileRange FindRawData(std::function<void()> const& read);
+  /// Reserves so many bytes behind the present end of allocation, so that HDF5 can allocate them without
+  /// meeting a full disk; holds until the next commit.
   void ReserveGrowth(std::uint64_t bytes);
-  /// From here on the file has never held anything: what is allocated there reads as zero. To be asked before
-  /// allocating.
+  /// The offset from which on the file has never held anything: space that is allocated there reads as zeros.
+  /// Call this before allocating.
   std::uint64_t FreshFrom() const noexcept { return m_usedEnd; }
 
-  /// What is held of this range is forgotten: its space is given up.
-  void ReleaseStructure(std::uint64_t offset, std::uint64_t bytes) { m_overlay.Release(offset, bytes); }
+  /// Drops the held metadata of a range whose space is given up.
+  void ReleaseMetadata(std::uint64_t offset, std::uint64_t bytes) { m_overlay.Release(offset, bytes); }
 
   // Queries
 
   bool IsReadOnly() const noexcept { return m_file.IsReadOnly(); }
   Statistics const& Counts() const noexcept { return m_counts; }
-  /// The last exception that could not pass through HDF5; null: there was none.
+  /// The last exception that could not pass through HDF5, or null.
   std::exception_ptr const& LastFailure() const noexcept { return m_lastFailure; }
   void ForgetFailure() noexcept { m_lastFailure = nullptr; }
 
   // For the driver
 
-  /// HDF5 opens the file, and closes it.
+  /// To be called when HDF5 opens the file, and when it closes the file.
   void Attach() noexcept;
   void Detach() noexcept;
   bool IsAttached() const noexcept { return m_isAttached; }
   std::uint64_t EndOfAllocation() const noexcept { return m_end; }
-  /// Growth is reserved, with some more for the next small one.
+  /// Reserves the growth, and after a small growth some space for the next.
   void SetEndOfAllocation(std::uint64_t end);
-  /// The same for structure. It is in memory, so its space can wait for the commit; and HDF5 leaves its
-  /// caches locked when it is refused space in the midst of a change of structure.
-  void SetEndOfStructure(std::uint64_t end);
-  /// Takes the space at the end back, if no committed state has it; other space is lost until HDF5 reuses it.
+  /// Does the same for metadata, but does not fail on a full disk: metadata is in memory, and its space can
+  /// wait for the commit. HDF5 would leave its caches locked when it gets no space during a change of
+  /// metadata.
+  void SetEndOfMetadata(std::uint64_t end);
+  /// Gives space back when it is the last of the allocation and not part of the committed state. Other space
+  /// is lost until HDF5 uses it again.
   void Free(std::uint64_t offset, std::uint64_t bytes);
   std::uint64_t EndOfFile() const noexcept;
-  void ReadStructure(std::uint64_t offset, void* to, std::size_t bytes) const;
-  void WriteStructure(std::uint64_t offset, void const* from, std::size_t bytes);
-  void ReadValues(std::uint64_t offset, void* to, std::size_t bytes) const;
-  void WriteValues(std::uint64_t offset, void const* from, std::size_t bytes);
-  /// Inside a catch clause.
+  void ReadMetadata(std::uint64_t offset, void* to, std::size_t bytes) const;
+  void WriteMetadata(std::uint64_t offset, void const* from, std::size_t bytes);
+  void ReadRawData(std::uint64_t offset, void* to, std::size_t bytes) const;
+  void WriteRawData(std::uint64_t offset, void const* from, std::size_t bytes);
+  /// Keeps the exception that is being handled; to be called inside a catch clause.
   void KeepFailure() noexcept { m_lastFailure = std::current_exception(); }
 
 private:
@@ -158,8 +164,8 @@ private:
   Journal::Trailer WriteJournal(Pages pages);
   void DropJournal(std::uint64_t position) noexcept;
   void MarkDue();
-  void TakeMarkBack();
-  void Apply(Pages pages);
+  void RestoreSignature();
+  void ApplyPages(Pages pages);
   void EndDueCommit(std::uint64_t end) noexcept;
   void FinishCommit();
   bool TryToFinishCommit() noexcept;
@@ -168,17 +174,17 @@ private:
   void ReserveUpTo(std::uint64_t end);
 
   PositionedFile m_file;
-  PageOverlay m_overlay; ///< structure that is not in the file; read-only: that of a journal
+  PageOverlay m_overlay; ///< metadata that is not in the file; in a read-only file the journal's
   bool m_isScratch;
   bool m_isAttached = false; ///< HDF5 has the file open
-  bool m_hasNewValues = false;
+  bool m_hasNewRawData = false;
   State m_state = State::Open;
   std::optional<Journal::Trailer> m_dueJournal; ///< set in Due, and in the states that follow it
-  std::uint64_t m_end = 0;                      ///< of allocation, as HDF5 has it
-  std::uint64_t m_committedEnd = 0;             ///< the last committed state lies before it
-  std::uint64_t m_usedEnd = 0;                  ///< behind it the file has never held anything
+  std::uint64_t m_end = 0;                      ///< end of allocation as HDF5 has it
+  std::uint64_t m_committedEnd = 0;             ///< end of the last committed state
+  std::uint64_t m_usedEnd = 0;                  ///< the file has never held anything behind this offset
   std::uint64_t m_sequence = 0;
-  FileRange* m_asked = nullptr; ///< set: values are not read, it learns which were asked for
+  FileRange* m_asked = nullptr; ///< during FindRawData: gets the range that HDF5 asks for; else null
   Statistics m_counts;
   std::exception_ptr m_lastFailure;
 };

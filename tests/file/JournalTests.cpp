@@ -26,7 +26,7 @@ constexpr std::uint64_t page = orx::file::PageOverlay::pageBytes;
 
 void PutPage(TransactionalFile& file, std::uint64_t number, char content) {
   std::string const bytes(page, content);
-  file.WriteStructure(number * page, bytes.data(), bytes.size());
+  file.WriteMetadata(number * page, bytes.data(), bytes.size());
 }
 
 class JournalAtTheEnd : public testing::Test {
@@ -42,7 +42,7 @@ protected:
     s_old = ReadWhole(path);
     file->SetEndOfAllocation(5 * page);
     std::string const values(page, 'v');
-    file->WriteValues(3 * page, values.data(), page);
+    file->WriteRawData(3 * page, values.data(), page);
     for (std::uint64_t const number : {0U, 2U, 4U})
       PutPage(*file, number, 'n');
     orx::file::SetFaultHook([&](FileStep const& step) {
@@ -133,7 +133,7 @@ TEST_F(JournalAtTheEnd, IsReadWithoutTouchingTheFile) {
     auto const file = TransactionalFile::Open(m_path, true);
     std::string seen(5 * page, '~');
 
-    file->ReadStructure(0, seen.data(), seen.size());
+    file->ReadMetadata(0, seen.data(), seen.size());
 
     EXPECT_EQ(seen, s_new);
     EXPECT_EQ(file->EndOfFile(), 5 * page);

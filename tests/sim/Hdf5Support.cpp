@@ -129,7 +129,7 @@ Hdf5Id WriteSmall(hid_t group, std::string const& name) {
 void MapCell(Session const& session, Hdf5Id const& dataset, int cell, double value) {
   std::uint64_t const offset = H5Dget_offset(dataset.Get()) + static_cast<std::uint64_t>(cell) * sizeof value;
   std::memcpy(session.File().File().Bytes(offset, sizeof value), &value, sizeof value);
-  session.File().WillWriteValues();
+  session.File().WillWriteRawData();
 }
 
 } // namespace

@@ -93,7 +93,7 @@ TEST_F(Transactions, ThatFailAreNotThereAfterwards) {
       EXPECT_EQ(DescribeWithPlainHdf5(m_path), committed) << what;
       // After a failed sync nobody knows what the disk has of the values; otherwise it may be tried again.
       bool const isOver = fails({FileStep::Kind::Sync, -1, 0, nullptr, 0});
-      EXPECT_EQ(isOver, ErrorOf([&] { session.File().WillWriteValues(); }) != 0) << what;
+      EXPECT_EQ(isOver, ErrorOf([&] { session.File().WillWriteRawData(); }) != 0) << what;
       EXPECT_EQ(isOver, ErrorOf([&] { session.File().Commit(); }) != 0) << what;
       if (!isOver) committed = Describe(session.Id());
     }
@@ -137,14 +137,14 @@ TEST_F(Transactions, ThatStickAfterTheirMarkAreFinishedByTheNextWriteOrOpening) 
         FailWhere(IsInPlace);
         session.Commit();
         // A value that was written now would be overwritten by the page that waits.
-        EXPECT_EQ(ErrorOf([&] { session.File().WillWriteValues(); }), EIO);
+        EXPECT_EQ(ErrorOf([&] { session.File().WillWriteRawData(); }), EIO);
         EXPECT_EQ(ErrorOf([&] { session.Commit(); }), EIO);
         EXPECT_EQ(ErrorOf([&] { session.File().ReserveGrowth(1); }), EIO);
         EXPECT_EQ(Describe(session.Id()), expected);
         EXPECT_EQ(DescribeWithPlainHdf5(m_path), "refused");
         if (isFinishedHere) {
           orx::file::SetFaultHook(nullptr);
-          session.File().WillWriteValues();
+          session.File().WillWriteRawData();
           EXPECT_EQ(DescribeWithPlainHdf5(m_path), expected);
         }
       }
@@ -190,9 +190,9 @@ TEST_F(Transactions, AreNotForgedByValues) {
     auto const other = TransactionalFile::Create(m_folder.Path("other"), false, false);
     std::string const page(4096, 'p');
     other->SetEndOfAllocation(2 * page.size());
-    other->WriteStructure(0, page.data(), page.size());
+    other->WriteMetadata(0, page.data(), page.size());
     other->Commit();
-    other->WriteStructure(0, page.data(), page.size());
+    other->WriteMetadata(0, page.data(), page.size());
     FailWhere(IsInPlace);
     other->Commit();
     forged = ReadWhole(m_folder.Path("other")).substr(2 * page.size());
@@ -201,8 +201,8 @@ TEST_F(Transactions, AreNotForgedByValues) {
   auto file = TransactionalFile::Create(m_path, false, false);
   std::string const page(4096, 's');
   file->SetEndOfAllocation(2 * page.size() + forged.size());
-  file->WriteStructure(0, page.data(), page.size());
-  file->WriteValues(2 * page.size(), forged.data(), forged.size());
+  file->WriteMetadata(0, page.data(), page.size());
+  file->WriteRawData(2 * page.size(), forged.data(), forged.size());
   file->Commit();
   file.reset();
   std::string const bytes = ReadWhole(m_path);
@@ -210,7 +210,7 @@ TEST_F(Transactions, AreNotForgedByValues) {
   for (bool const readOnly : {true, false}) {
     auto const again = TransactionalFile::Open(m_path, readOnly);
     std::string seen(page.size(), '~');
-    again->ReadStructure(0, seen.data(), seen.size());
+    again->ReadMetadata(0, seen.data(), seen.size());
     EXPECT_EQ(seen, page);
     EXPECT_EQ(again->Counts().replays, 0U);
   }
@@ -261,13 +261,13 @@ TEST_F(Transactions, OfAScratchFileCostNothingBeforeItsEnd) {
 TEST_F(Transactions, ThatAreDiscardedWriteNoValues) {
   auto const file = TransactionalFile::Create(m_path, false, false);
   file->SetEndOfAllocation(100);
-  file->WriteValues(0, "before", 6);
+  file->WriteRawData(0, "before", 6);
 
   file->Discard();
-  file->WriteValues(0, "after", 6);
+  file->WriteRawData(0, "after", 6);
 
   char seen[6];
-  file->ReadValues(0, seen, 6);
+  file->ReadRawData(0, seen, 6);
   EXPECT_EQ(std::string(seen, 6), "before");
 }
 
@@ -295,8 +295,8 @@ TEST_F(Transactions, MayHoldStructureThatHasNoSpaceYet) {
   std::string const structure(100000, 's');
   {
     FaultPlan const plan(FaultPlan::Effect::FailOn, 1, ENOSPC);
-    file->SetEndOfStructure(structure.size());
-    file->WriteStructure(0, structure.data(), structure.size());
+    file->SetEndOfMetadata(structure.size());
+    file->WriteMetadata(0, structure.data(), structure.size());
     EXPECT_THROW(file->Commit(), FileError);
   }
   EXPECT_EQ(file->File().Size(), 0U); // a longer one would not have the space
@@ -310,7 +310,7 @@ TEST_F(Transactions, TakeSpaceBackOnlyIfNoCommittedStateHasIt) {
   auto const file = TransactionalFile::Create(m_path, false, false);
   std::string const structure(5000, 's');
   file->SetEndOfAllocation(5000);
-  file->WriteStructure(0, structure.data(), structure.size());
+  file->WriteMetadata(0, structure.data(), structure.size());
   file->Commit();
 
   file->Free(4000, 1000);
@@ -325,8 +325,8 @@ TEST_F(Transactions, KnowWhereTheFileReadsAsZero) {
   auto const file = TransactionalFile::Create(m_path, false, false);
   EXPECT_EQ(file->FreshFrom(), 0U);
   file->SetEndOfAllocation(9000);
-  file->WriteStructure(0, text.data(), text.size());
-  file->WriteValues(6000, text.data(), text.size());
+  file->WriteMetadata(0, text.data(), text.size());
+  file->WriteRawData(6000, text.data(), text.size());
   file->Free(6000, 3000);
   EXPECT_EQ(file->FreshFrom(), 9000U); // values may have been there
   file->Commit();
@@ -335,7 +335,7 @@ TEST_F(Transactions, KnowWhereTheFileReadsAsZero) {
   file->SetEndOfAllocation(100000);
 
   std::string zeros(94000, '~');
-  file->ReadValues(6000, zeros.data(), zeros.size());
+  file->ReadRawData(6000, zeros.data(), zeros.size());
   EXPECT_EQ(zeros, std::string(94000, '\0'));
 }
 
@@ -344,12 +344,12 @@ TEST_F(Transactions, DoNotPutOldStructureOverValuesThatTookItsPlace) {
   std::string const structure(4000, 's');
   std::string const values(1000, 'v');
   file->SetEndOfAllocation(4000);
-  file->WriteStructure(0, structure.data(), structure.size());
+  file->WriteMetadata(0, structure.data(), structure.size());
   file->Free(1000, 3000);
   file->SetEndOfAllocation(4000);
-  file->WriteStructure(2000, structure.data(), 2000);
+  file->WriteMetadata(2000, structure.data(), 2000);
   std::memcpy(file->File().Bytes(1000, 1000), values.data(), 1000); // past us
-  file->WriteValues(3000, values.data(), 1000);
+  file->WriteRawData(3000, values.data(), 1000);
 
   file->Commit();
 

@@ -30,14 +30,14 @@ std::uint64_t ChecksumOf(Trailer const& trailer) {
   return Checksum(&trailer, offsetof(Trailer, checksum), 1);
 }
 
-/// Writes whole pages one behind another, many with one call, and sums them up one by one.
+/// Writes consecutive pages, many with one call, and computes the checksum over all of them.
 class PageWriter {
 public:
   PageWriter(PositionedFile& file, std::uint64_t position) : m_file(file), m_position(position) {
     m_pending.reserve(atOnce);
   }
 
-  void Add(void const* page) {
+  void AddPage(void const* page) {
     if (m_pending.size() == atOnce) Flush();
     auto const* const bytes = static_cast<std::byte const*>(page);
     m_pending.insert(m_pending.end(), bytes, bytes + pageBytes);
@@ -65,16 +65,17 @@ NumberPage ReadNumbers(PositionedFile const& file, Trailer const& trailer, std::
   return numbers;
 }
 
-/// Whether the numbers can be those of a commit: from 0 on, ascending, in front of the journal.
-bool AreNumbersSound(PositionedFile const& file, Trailer const& trailer) {
-  std::uint64_t const behind = trailer.position / pageBytes;
+/// True when the page numbers can be those of a commit: they begin with 0, ascend, and lie before the
+/// journal.
+bool HasSoundNumbers(PositionedFile const& file, Trailer const& trailer) {
+  std::uint64_t const journalPage = trailer.position / pageBytes;
   std::uint64_t smallest = 0;
   for (std::uint64_t page = 0; page < NumberPages(trailer.pages); ++page) {
     NumberPage const numbers = ReadNumbers(file, trailer, page);
     if (page == 0 && numbers[0] != 0) return false;
     std::uint64_t const here = std::min(numbersInPage, trailer.pages - page * numbersInPage);
     for (std::uint64_t k = 0; k < here; ++k) {
-      if (numbers[k] < smallest || numbers[k] >= behind) return false;
+      if (numbers[k] < smallest || numbers[k] >= journalPage) return false;
       smallest = numbers[k] + 1;
     }
   }
@@ -92,7 +93,7 @@ std::uint64_t BodyChecksum(PositionedFile const& file, Trailer const& trailer) {
   return sum;
 }
 
-/// Whether these are fields that Write makes, for a file of this size.
+/// True when Write can have written these fields to a file of this size.
 bool IsSound(Trailer const& trailer, std::uint64_t size) {
   return trailer.magic == magic && trailer.checksum == ChecksumOf(trailer) && trailer.pages > 0 &&
          trailer.pages <= size / pageBytes && trailer.bytes == Journal::BytesFor(trailer.pages) &&
@@ -111,13 +112,13 @@ Trailer Journal::Write(PositionedFile& file, std::uint64_t position,
                        std::uint64_t sequence) {
   PageWriter writer(file, position);
   for (PageOverlay::Page const* const page : pages)
-    writer.Add(page->bytes.data());
+    writer.AddPage(page->bytes.data());
   for (std::size_t first = 0; first < pages.size(); first += numbersInPage) {
     NumberPage numbers{};
     std::size_t const here = std::min<std::size_t>(numbersInPage, pages.size() - first);
     for (std::size_t k = 0; k < here; ++k)
       numbers[k] = pages[first + k]->number;
-    writer.Add(numbers.data());
+    writer.AddPage(numbers.data());
   }
   Trailer trailer{.magic = magic,
                   .sequence = sequence,
@@ -130,7 +131,7 @@ Trailer Journal::Write(PositionedFile& file, std::uint64_t position,
   trailer.checksum = ChecksumOf(trailer);
   BytePage last{};
   std::memcpy(last.data(), &trailer, sizeof trailer);
-  writer.Add(last.data());
+  writer.AddPage(last.data());
   writer.Flush();
   return trailer;
 }
@@ -141,7 +142,7 @@ std::optional<Trailer> Journal::Find(PositionedFile const& file) {
   Trailer trailer;
   file.ReadAt(size - pageBytes, &trailer, sizeof trailer);
   if (!IsSound(trailer, size)) return {};
-  bool const isWhole = AreNumbersSound(file, trailer) && BodyChecksum(file, trailer) == trailer.bodyChecksum;
+  bool const isWhole = HasSoundNumbers(file, trailer) && BodyChecksum(file, trailer) == trailer.bodyChecksum;
   return isWhole ? std::optional(trailer) : std::nullopt;
 }
 

@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::uint64_t allBits = ~std::uint64_t{0};
 
-/// A part of a range that lies in one page.
-struct Part {
+/// The bytes of a file range that lie in one page.
+struct PageRange {
   std::uint64_t page;
   std::size_t inPage;
   std::size_t inRange;
@@ -21,32 +21,33 @@ struct Part {
 };
 
 template<class Visit>
-void ForEachPart(std::uint64_t offset, std::size_t bytes, Visit visit) {
+void ForEachPage(std::uint64_t offset, std::size_t bytes, Visit visit) {
   for (std::size_t done = 0; done < bytes;) {
     std::uint64_t const at = offset + done;
     std::size_t const inPage = at % PageOverlay::pageBytes;
     std::size_t const here = std::min(PageOverlay::pageBytes - inPage, bytes - done);
-    visit(Part{.page = at / PageOverlay::pageBytes, .inPage = inPage, .inRange = done, .bytes = here});
+    visit(PageRange{.page = at / PageOverlay::pageBytes, .inPage = inPage, .inRange = done, .bytes = here});
     done += here;
   }
 }
 
-/// Calls visit(word, mask) with the words of a page's bits that [begin, end) touches.
+/// Calls visit(word, mask) for each 64-bit word of a page's bits that has bits of [begin, end); the mask has
+/// these bits.
 template<class Visit>
 void ForEachWord(std::size_t begin, std::size_t end, Visit visit) {
   for (std::size_t word = begin / 64; word * 64 < end; ++word) {
     std::size_t const first = std::max(begin, word * 64) - word * 64;
-    std::size_t const last = std::min(end, word * 64 + 64) - word * 64; // behind, up to 64
+    std::size_t const last = std::min(end, word * 64 + 64) - word * 64; // one past the last bit, at most 64
     visit(word, (allBits << first) & (allBits >> (64 - last)));
   }
 }
 
-/// Copies the bytes of [begin, end) whose bit is `wanted`.
-void CopyWhere(bool wanted, PageOverlay::Page const& page, std::size_t begin, std::size_t end,
+/// Copies the bytes of [begin, end) in a page that are held (`isHeld`), or those that are not.
+void CopyWhere(bool isHeld, PageOverlay::Page const& page, std::size_t begin, std::size_t end,
                std::byte const* from, std::byte* to) {
   ForEachWord(begin, end, [&](std::size_t word, std::uint64_t mask) {
     std::uint64_t const held = page.held[word];
-    std::uint64_t const chosen = (wanted ? held : ~held) & mask;
+    std::uint64_t const chosen = (isHeld ? held : ~held) & mask;
     if (chosen == 0) return;
     std::size_t const first = std::max(begin, word * 64);
     if (chosen == mask) {
@@ -58,8 +59,9 @@ void CopyWhere(bool wanted, PageOverlay::Page const& page, std::size_t begin, st
   });
 }
 
-/// Whether nothing of the page is held any longer. The page touches [offset, end).
-bool ReleaseIn(PageOverlay::Page& page, std::uint64_t offset, std::uint64_t end) {
+/// Drops the held bytes of the file range [offset, end), which begins before the end of the page and ends
+/// behind its start. Returns true when the page holds nothing any longer.
+bool ReleaseRange(PageOverlay::Page& page, std::uint64_t offset, std::uint64_t end) {
   std::uint64_t const start = page.number * PageOverlay::pageBytes;
   std::size_t const first = std::max(offset, start) - start;
   std::size_t const last = std::min(end, start + PageOverlay::pageBytes) - start;
@@ -87,10 +89,10 @@ PageOverlay::Page& PageOverlay::FindOrAdd(std::uint64_t number) {
 
 void PageOverlay::Write(std::uint64_t offset, void const* from, std::size_t bytes) {
   auto const* const source = static_cast<std::byte const*>(from);
-  ForEachPart(offset, bytes, [&](Part const& part) {
-    Page& page = FindOrAdd(part.page);
-    std::memcpy(page.bytes.data() + part.inPage, source + part.inRange, part.bytes);
-    ForEachWord(part.inPage, part.inPage + part.bytes,
+  ForEachPage(offset, bytes, [&](PageRange const& range) {
+    Page& page = FindOrAdd(range.page);
+    std::memcpy(page.bytes.data() + range.inPage, source + range.inRange, range.bytes);
+    ForEachWord(range.inPage, range.inPage + range.bytes,
                 [&](std::size_t word, std::uint64_t mask) { page.held[word] |= mask; });
   });
 }
@@ -98,13 +100,13 @@ void PageOverlay::Write(std::uint64_t offset, void const* from, std::size_t byte
 void PageOverlay::LayOver(std::uint64_t offset, void* buffer, std::size_t bytes) const {
   if (IsEmpty()) return;
   auto* const target = static_cast<std::byte*>(buffer);
-  ForEachPart(offset, bytes, [&](Part const& part) {
-    Page const* const page = Find(part.page);
+  ForEachPage(offset, bytes, [&](PageRange const& range) {
+    Page const* const page = Find(range.page);
     if (page == nullptr) return;
     std::array<std::byte, pageBytes> merged;
-    std::memcpy(merged.data() + part.inPage, target + part.inRange, part.bytes);
-    CopyWhere(true, *page, part.inPage, part.inPage + part.bytes, page->bytes.data(), merged.data());
-    std::memcpy(target + part.inRange, merged.data() + part.inPage, part.bytes);
+    std::memcpy(merged.data() + range.inPage, target + range.inRange, range.bytes);
+    CopyWhere(true, *page, range.inPage, range.inPage + range.bytes, page->bytes.data(), merged.data());
+    std::memcpy(target + range.inRange, merged.data() + range.inPage, range.bytes);
   });
 }
 
@@ -115,12 +117,12 @@ void PageOverlay::Release(std::uint64_t offset, std::uint64_t bytes) {
   std::uint64_t const lastPage = (end - 1) / pageBytes;
   if (lastPage - firstPage < m_pages.size()) {
     for (std::uint64_t number = firstPage; number <= lastPage; ++number)
-      if (Page* const page = Find(number); page != nullptr && ReleaseIn(*page, offset, end))
+      if (Page* const page = Find(number); page != nullptr && ReleaseRange(*page, offset, end))
         m_pages.erase(number);
     return;
   }
   std::erase_if(m_pages, [&](auto const& entry) {
-    return entry.first >= firstPage && entry.first <= lastPage && ReleaseIn(*entry.second, offset, end);
+    return entry.first >= firstPage && entry.first <= lastPage && ReleaseRange(*entry.second, offset, end);
   });
 }
 

@@ -29,7 +29,7 @@ using Access = FileError::Access;
 constexpr std::uint64_t pageBytes = 4096;
 constexpr std::uint64_t mappingUnit = std::uint64_t{2} << 20;
 constexpr std::uint64_t smallestMapping = std::uint64_t{64} << 20;
-constexpr std::size_t mostAtOnce = std::size_t{1} << 30; // one system call moves less than 2 GiB
+constexpr std::size_t mostAtOnce = std::size_t{1} << 30; // bytes; a system call moves less than 2 GiB
 constexpr std::uint64_t zerosAtOnce = std::uint64_t{1} << 20;
 
 FaultHook& Hook() {
@@ -41,9 +41,9 @@ int FaultAt(FileStep const& step) { return Hook() ? Hook()(step) : 0; }
 
 std::uint64_t RoundUp(std::uint64_t value, std::uint64_t unit) { return (value + unit - 1) / unit * unit; }
 
-/// A write beyond the file-size limit would end the process; ignored, it is an error like any other. The
-/// signal belongs to the whole process: a handler of the host stays, and without one the default is back when
-/// the last writer is gone.
+/// Ignores the signal of a write beyond the file-size limit, which would end the process, so that the write
+/// fails with an error instead. The signal belongs to the whole process: a handler of the host is left alone,
+/// and otherwise the default handler returns with the end of the last writer.
 class SizeLimitSignal {
 public:
   static void Ignore() {
@@ -76,16 +76,16 @@ bool IsDisk(unsigned long fileSystem) {
   return fileSystem == EXT4_SUPER_MAGIC || fileSystem == xfs;
 }
 
-/// Whether space that was reserved stays with the file. An overlay keeps what the file system under it keeps,
-/// which its number does not tell. Those that write in place are those that can also take a range out of a
-/// file; asked for an impossible one they say so, the others that they do not know the operation.
+/// True when the file system keeps reserved space for the file. An overlay file system keeps what the one
+/// under it keeps, and its number does not name that one. File systems that write in place can also remove a
+/// range from a file: they answer an impossible range with EINVAL, the others do not know the operation.
 bool KeepsReservations(int descriptor, unsigned long fileSystem) {
   if (fileSystem == TMPFS_MAGIC) return true;
   if (!IsDisk(fileSystem) && fileSystem != OVERLAYFS_SUPER_MAGIC) return false;
   return fallocate(descriptor, FALLOC_FL_COLLAPSE_RANGE, 1, 1) != 0 && errno == EINVAL;
 }
 
-/// Bytes of the file that have no space. Exact on tmpfs; elsewhere at least so many.
+/// Number of bytes of the file that have no space. Exact on tmpfs, elsewhere a lower bound.
 std::uint64_t MissingSpace(int descriptor, std::uint64_t size) {
   struct stat facts {};
   if (fstat(descriptor, &facts) != 0) return size;
@@ -117,14 +117,15 @@ std::string Reason(int error, FileRange range, std::optional<std::uint64_t> free
   return text;
 }
 
-/// Without blocking: opening a pipe would wait for its other end.
-int OpenQuickly(std::string const& path, int flags) {
+/// Opens a path without blocking: the opening of a pipe would wait for its other end.
+int OpenWithoutBlocking(std::string const& path, int flags) {
   return open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
 }
 
-/// Calls a function that returns -1 and sets errno, again while a signal interrupts it; 0 or an errno.
+/// Calls a function that returns 0, or -1 with errno set, and repeats the call while signals interrupt it.
+/// Returns 0 or an errno.
 template<class Call>
-int Uninterrupted(Call call) {
+int CallUninterrupted(Call call) {
   for (;;) {
     if (call() == 0) return 0;
     if (errno != EINTR) return errno;
@@ -136,7 +137,7 @@ std::string FolderOf(std::string const& path) {
   return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
-/// The file that a path means, behind symbolic links. What is not there is taken as it is named.
+/// The path with symbolic links followed; the same path when the file does not exist.
 std::string Resolved(std::string const& path) {
   char* const real = realpath(path.c_str(), nullptr);
   std::string resolved = real != nullptr ? real : path;
@@ -144,8 +145,8 @@ std::string Resolved(std::string const& path) {
   return resolved;
 }
 
-/// Where a file is built that will have this name. It is the same name each time, so that what a killed
-/// process has left is taken up by the next creation.
+/// The path of a new file until it is published at `target`. It is the same each time, so that the next
+/// creation uses the file that a killed process has left.
 std::string StagedName(std::string const& target) {
   constexpr char suffix[] = ".orx-new";
   constexpr std::size_t longestName = 255;
@@ -153,7 +154,7 @@ std::string StagedName(std::string const& target) {
   return folder + target.substr(folder.size()).substr(0, longestName + 1 - sizeof suffix) + suffix;
 }
 
-/// As it is when the current directory is unknown.
+/// The absolute path; the same path when the current directory is unknown.
 std::string Absolute(std::string const& path) {
   std::error_code failure;
   std::filesystem::path const absolute = std::filesystem::absolute(path, failure);
@@ -197,7 +198,7 @@ PositionedFile::~PositionedFile() {
 void PositionedFile::CloseAll() noexcept {
   if (m_descriptor >= 0 && IsOwner()) {
     if (!IsPublished() && !m_isExchanged) unlink(m_stagedPath.c_str());
-    // A child that is still there has the lock, too.
+    // A forked child that still runs shares the lock, which closing would not end.
     flock(m_descriptor, LOCK_UN);
   }
   for (int const descriptor : {m_descriptor, m_predecessor})
@@ -223,7 +224,7 @@ void PositionedFile::Open() {
   } else {
     int const creation = m_mode == Mode::Scratch ? O_CREAT | O_EXCL : 0;
     int const flags = creation | (IsReadOnly() ? O_RDONLY : O_RDWR);
-    m_descriptor = OpenQuickly(m_path, flags);
+    m_descriptor = OpenWithoutBlocking(m_path, flags);
     if (m_descriptor < 0)
       throw FileError(Access::Open, m_mode == Mode::Scratch ? "creating" : "opening", m_path, errno);
     Lock(m_descriptor);
@@ -234,7 +235,7 @@ void PositionedFile::Open() {
   PrepareMapping();
 }
 
-/// Opens the file under the name that it has until Publish, and locks the one that it will replace.
+/// Opens a new file at its staged path, and locks the file that Publish will replace.
 void PositionedFile::OpenStaged() {
   struct stat named {};
   bool const isThere = lstat(m_path.c_str(), &named) == 0;
@@ -242,7 +243,7 @@ void PositionedFile::OpenStaged() {
   m_target = Resolved(m_path);
   if (isThere) LockPredecessor();
   m_stagedPath = StagedName(m_target);
-  m_descriptor = OpenQuickly(m_stagedPath, O_RDWR | O_CREAT | O_NOFOLLOW);
+  m_descriptor = OpenWithoutBlocking(m_stagedPath, O_RDWR | O_CREAT | O_NOFOLLOW);
   if (m_descriptor < 0) {
     int const error = errno;
     m_stagedPath.clear();
@@ -252,18 +253,18 @@ void PositionedFile::OpenStaged() {
     Lock(m_descriptor);
     CheckIdentity();
   } catch (FileError const&) {
-    m_stagedPath.clear(); // it is another one's
+    m_stagedPath.clear(); // the staged file belongs to another process
     throw;
   }
   if (m_predecessor >= 0 && fstat(m_predecessor, &named) == 0) {
-    // The file keeps its rights and its owner where that is permitted.
+    // The new file gets the permissions and, where allowed, the owner of the one that it replaces.
     [[maybe_unused]] int ignored = fchmod(m_descriptor, named.st_mode & 07777U);
     ignored = fchown(m_descriptor, named.st_uid, named.st_gid);
   }
 }
 
 void PositionedFile::LockPredecessor() {
-  m_predecessor = OpenQuickly(m_target, O_RDWR);
+  m_predecessor = OpenWithoutBlocking(m_target, O_RDWR);
   if (m_predecessor < 0 && errno == ENOENT) return; // a link to nowhere
   if (m_predecessor < 0) throw FileError(Access::Open, "creating", m_path, errno);
   struct stat facts {};
@@ -274,7 +275,7 @@ void PositionedFile::LockPredecessor() {
 
 void PositionedFile::Lock(int descriptor) const {
   int const kind = IsReadOnly() ? LOCK_SH : LOCK_EX;
-  int const error = Uninterrupted([&] { return flock(descriptor, kind | LOCK_NB); });
+  int const error = CallUninterrupted([&] { return flock(descriptor, kind | LOCK_NB); });
   if (error == 0) return;
   if (error != EWOULDBLOCK) throw FileError(Access::Open, "locking", m_path, error);
   throw FileError(Access::Open, "opening", m_path, EWOULDBLOCK,
@@ -282,7 +283,8 @@ void PositionedFile::Lock(int descriptor) const {
                                : "another process, or this one, has it open for reading or writing");
 }
 
-/// The name must still be that of the file that was locked: it may have been deleted or renamed in between.
+/// Raises FileError when the path no longer names the file that was locked: another process may have deleted
+/// or renamed the file after it was opened here.
 void PositionedFile::CheckIdentity() {
   struct stat mine {};
   struct stat named {};
@@ -319,44 +321,45 @@ void PositionedFile::Publish() {
   if (IsPublished()) return;
   RequireOwner("creating");
   int error = FaultAt({FileStep::Kind::Rename, m_descriptor, 0, nullptr, 0});
-  if (error == 0) error = TakeName();
+  if (error == 0) error = MoveToTarget();
   if (error != 0) throw FileError(error == EEXIST ? Access::Open : Access::Write, "creating", m_path, error);
   try {
     SyncFolder();
   } catch (...) {
-    GiveNameBack();
+    MoveBackToStaged();
     throw;
   }
-  // An exchange has left the former file there.
+  // After an exchange the former file has the staged path.
   unlink(m_stagedPath.c_str());
   m_stagedPath.clear();
   if (m_predecessor >= 0) close(std::exchange(m_predecessor, -1));
 }
 
-/// Returns 0 or an errno.
-int PositionedFile::TakeName() {
+/// Gives the staged file its name. Returns 0 or an errno.
+int PositionedFile::MoveToTarget() {
   char const* const staged = m_stagedPath.c_str();
   char const* const target = m_target.c_str();
   if (m_predecessor >= 0) {
     m_isExchanged = renameat2(AT_FDCWD, staged, AT_FDCWD, target, RENAME_EXCHANGE) == 0;
     if (m_isExchanged) return 0;
   } else if (m_mode == Mode::Create) {
-    // A second name, which is never given twice.
+    // A link never replaces a file that another process has created meanwhile.
     if (link(staged, target) == 0) return 0;
     if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return errno;
   }
-  // Where the file system cannot do these, a file of that name that came meanwhile, or the former one, is
+  // The file system can neither exchange nor link: a file that was created meanwhile, or the former one, is
   // lost.
   return rename(staged, target) == 0 ? 0 : errno;
 }
 
-void PositionedFile::GiveNameBack() noexcept {
+/// Undoes MoveToTarget.
+void PositionedFile::MoveBackToStaged() noexcept {
   char const* const staged = m_stagedPath.c_str();
   char const* const target = m_target.c_str();
   if (m_isExchanged) {
     m_isExchanged = renameat2(AT_FDCWD, staged, AT_FDCWD, target, RENAME_EXCHANGE) != 0;
   } else if (m_predecessor < 0) {
-    rename(target, staged); // of two names of one file, both stay
+    rename(target, staged); // does nothing when both names are links to the file
     unlink(target);
   }
 }
@@ -364,21 +367,21 @@ void PositionedFile::GiveNameBack() noexcept {
 void PositionedFile::SyncFolder() const {
   std::string const folder = FolderOf(m_target);
   int const descriptor = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return; // a folder that may be entered but not read
+  if (descriptor < 0) return; // the folder may be entered but not read
   int error = FaultAt({FileStep::Kind::Sync, descriptor, 0, nullptr, 0});
-  if (error == 0) error = Uninterrupted([&] { return fsync(descriptor); });
+  if (error == 0) error = CallUninterrupted([&] { return fsync(descriptor); });
   close(descriptor);
   if (error != 0 && error != EINVAL) Raise(Access::Write, "flushing the folder of", error, {});
 }
 
-// Space that mappings need
+// Space for mappings
 
-/// A copied file may have holes where the original was reserved only, or share its blocks with the original.
-/// Touching them through a mapping needs space, and a full disk would then be a signal: so the space is
-/// reserved now.
+/// True when no access through a mapping can meet a full disk, which would be a signal. A copied file may
+/// have holes, or share its blocks with the original, and writing to those through a mapping needs space;
+/// this function reserves that space.
 bool PositionedFile::CanMapSafely() {
   unsigned long const fileSystem = FileSystemOf(m_descriptor);
-  // tmpfs fills holes even when they are read.
+  // Reading a hole on tmpfs needs space, too.
   std::uint64_t const missing = MissingSpace(m_descriptor, m_size);
   if (IsReadOnly()) {
     bool const isKnown = fileSystem == TMPFS_MAGIC || fileSystem == OVERLAYFS_SUPER_MAGIC;
@@ -386,9 +389,9 @@ bool PositionedFile::CanMapSafely() {
   }
   if (!KeepsReservations(m_descriptor, fileSystem)) return false;
   if (m_size == 0) return true;
-  // tmpfs looks at each page, which takes long for large files.
+  // Reserving visits each page on tmpfs, which takes long for large files.
   if (fileSystem == TMPFS_MAGIC && missing == 0) return true;
-  // A damaged file may say that it is larger than the disk.
+  // The size of a damaged file may exceed the disk.
   if (missing > FreeSpace(m_descriptor)) return false;
   constexpr int unshare = FALLOC_FL_UNSHARE_RANGE | FALLOC_FL_KEEP_SIZE;
   return Allocate(m_descriptor, unshare, 0, m_size) == 0 || TryReserve(0, m_size) == 0;
@@ -450,7 +453,8 @@ void PositionedFile::ZeroPages(std::uint64_t from, std::uint64_t to) {
     m_size = std::max(m_size, to);
     return;
   }
-  // tmpfs has no zero ranges. Between the two steps another process may take the space of the hole.
+  // tmpfs cannot zero a range, but can cut a hole and reserve it again. In between, another process may take
+  // the space.
   if (FileSystemOf(m_descriptor) == TMPFS_MAGIC &&
       Allocate(m_descriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, from, to) == 0) {
     bool const wasSafe = std::exchange(m_mapsSafely, false);
@@ -473,7 +477,8 @@ void PositionedFile::WriteZeros(std::uint64_t from, std::uint64_t to) {
 void PositionedFile::Resize(std::uint64_t size) {
   RequireOwner("resizing");
   int error = FaultAt({FileStep::Kind::Resize, m_descriptor, size, nullptr, 0});
-  if (error == 0) error = Uninterrupted([&] { return ftruncate(m_descriptor, static_cast<off_t>(size)); });
+  if (error == 0)
+    error = CallUninterrupted([&] { return ftruncate(m_descriptor, static_cast<off_t>(size)); });
   if (error != 0) Raise(Access::Write, "resizing", error, {size, 0});
   m_size = size;
 }
@@ -482,7 +487,8 @@ void PositionedFile::Resize(std::uint64_t size) {
 int PositionedFile::TryReserve(std::uint64_t from, std::uint64_t to) const {
   if (int const error = FaultAt({FileStep::Kind::Reserve, m_descriptor, from, nullptr, to - from}))
     return error;
-  // tmpfs starts anew after a signal, so a host with a fast timer would never see a large range done.
+  // tmpfs begins again after a signal. In a host with a fast timer a large range would never be finished, so
+  // the steps become smaller.
   constexpr std::uint64_t smallestStep = 256 * pageBytes;
   std::uint64_t step = to - from;
   while (from < to) {
@@ -498,7 +504,7 @@ int PositionedFile::TryReserve(std::uint64_t from, std::uint64_t to) const {
 bool PositionedFile::Reserve(std::uint64_t from, std::uint64_t to) {
   if (to <= from) return true;
   RequireOwner("reserving space in");
-  RequireIntact("reserving space in"); // or what is gone would be filled with zeros
+  RequireIntact("reserving space in"); // a range that another program has cut off would become zeros
   int const error = TryReserve(from, to);
   if (error == EOPNOTSUPP || error == ENOSYS) {
     m_mapsSafely = false;
@@ -506,7 +512,7 @@ bool PositionedFile::Reserve(std::uint64_t from, std::uint64_t to) {
     return false;
   }
   if (error != 0) {
-    // Some file systems leave what they could get. Should cutting it off fail too, it is only wasted.
+    // Some file systems keep the space that they could get. It is wasted if this fails, too.
     [[maybe_unused]] int const ignored = ftruncate(m_descriptor, static_cast<off_t>(m_size));
     Raise(Access::Write, "reserving space in", error, {from, to - from});
   }
@@ -517,8 +523,8 @@ bool PositionedFile::Reserve(std::uint64_t from, std::uint64_t to) {
 void PositionedFile::Sync() {
   RequireOwner("flushing");
   int error = FaultAt({FileStep::Kind::Sync, m_descriptor, 0, nullptr, 0});
-  // fdatasync: the size and the places of the blocks are made durable, only the time of change is not.
-  if (error == 0) error = Uninterrupted([&] { return fdatasync(m_descriptor); });
+  // fdatasync makes the size and the block addresses durable, but not the time of the change.
+  if (error == 0) error = CallUninterrupted([&] { return fdatasync(m_descriptor); });
   if (error != 0) Raise(Access::Write, "flushing", error, {});
 }
 
@@ -532,15 +538,15 @@ void PositionedFile::Unlink() const noexcept {
 
 // Mapping
 
-std::byte* PositionedFile::MapFurther(std::uint64_t offset, std::uint64_t bytes) {
-  if (!TryToMapFurther(offset, bytes)) Raise(Access::Read, "mapping", errno, {0, m_size});
+std::byte* PositionedFile::MapMore(std::uint64_t offset, std::uint64_t bytes) {
+  if (!TryToMapMore(offset, bytes)) Raise(Access::Read, "mapping", errno, {0, m_size});
   return m_mapping + offset;
 }
 
-bool PositionedFile::TryToMapFurther(std::uint64_t offset, std::uint64_t bytes) {
+bool PositionedFile::TryToMapMore(std::uint64_t offset, std::uint64_t bytes) {
   if (offset > m_size || bytes > m_size - offset) RaiseOutside("mapping", {offset, bytes});
-  // Twice what is there, so that a growing file is not mapped anew each time. Addresses behind the end of the
-  // file are not touched before the file has them.
+  // The mapping is twice as long as the file, so that a growing file is not mapped again each time. Nobody
+  // touches addresses behind the end of the file.
   std::uint64_t const needed = RoundUp(std::max<std::uint64_t>(m_size, 1), mappingUnit);
   std::uint64_t const wanted = IsReadOnly() ? needed : std::max(2 * needed, smallestMapping);
   if (TryToMap(wanted) || TryToMap(needed)) return true;
@@ -552,11 +558,11 @@ bool PositionedFile::TryToMap(std::uint64_t bytes) {
   errno = FaultAt({FileStep::Kind::Map, m_descriptor, 0, nullptr, bytes});
   if (errno != 0) return false;
   int const protection = IsReadOnly() ? PROT_READ : PROT_READ | PROT_WRITE;
-  // A mapping that is moved keeps its page tables; a new one would fault for each page again.
-  void* const place = m_mapping != nullptr ? mremap(m_mapping, m_mapped, bytes, MREMAP_MAYMOVE)
-                                           : mmap(nullptr, bytes, protection, MAP_SHARED, m_descriptor, 0);
-  if (place == MAP_FAILED) return false;
-  m_mapping = static_cast<std::byte*>(place);
+  // A mapping that is moved keeps its page tables; a new mapping would fault for each page again.
+  void* const address = m_mapping != nullptr ? mremap(m_mapping, m_mapped, bytes, MREMAP_MAYMOVE)
+                                             : mmap(nullptr, bytes, protection, MAP_SHARED, m_descriptor, 0);
+  if (address == MAP_FAILED) return false;
+  m_mapping = static_cast<std::byte*>(address);
   m_mapped = bytes;
   return true;
 }

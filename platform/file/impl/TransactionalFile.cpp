@@ -18,11 +18,11 @@ using Page = PageOverlay::Page;
 constexpr std::uint64_t pageBytes = PageOverlay::pageBytes;
 constexpr std::uint64_t signatureBytes = 8;
 
-/// In place of the signature while a journal is due.
+/// The mark over the signature while a journal is due.
 constexpr std::array<char, signatureBytes> applyingMark = {'o', 'r', 'x', 'a', 'p', 'p', 'l', 'y'};
 
-/// HDF5 grows the file by a few kB at a time; one reservation for many of them is cheaper. Large growth is
-/// what it is.
+/// HDF5 often grows the file by a few kB. After a small growth `lookAhead` more bytes are reserved, because
+/// one reservation for many of them is cheaper. A growth from `largeGrowth` on is reserved exactly.
 constexpr std::uint64_t largeGrowth = std::uint64_t{1} << 20;
 constexpr std::uint64_t lookAhead = std::uint64_t{64} << 10;
 
@@ -31,14 +31,14 @@ constexpr std::uint64_t largestEnd = std::uint64_t{1} << 62;
 
 std::uint64_t RoundUpToPage(std::uint64_t value) { return (value + pageBytes - 1) / pageBytes * pageBytes; }
 
-/// Puts images, given from the last page to the first, in their places, and then the signature, which makes
-/// the file one that others read. Neighbours go with one call.
+/// Writes page images, which come from the last page to the first, to their file offsets, and at the end the
+/// signature, which lets other programs read the file. Consecutive pages are written by one call.
 class PageApplier {
 public:
   PageApplier(PositionedFile& file, bool isDurable)
       : m_file(file), m_isDurable(isDurable), m_run(mostInRun * pageBytes) {}
 
-  void Put(std::uint64_t number, std::byte const* image) {
+  void AddPage(std::uint64_t number, std::byte const* image) {
     if (m_pages == mostInRun || (m_pages > 0 && number + 1 != m_first)) Flush();
     ++m_pages;
     m_first = number;
@@ -54,7 +54,7 @@ public:
 private:
   static constexpr std::size_t mostInRun = 256;
 
-  /// The run is filled from its end.
+  /// First byte of the run, which fills its memory from the end.
   std::byte* Start() { return m_run.data() + (mostInRun - m_pages) * pageBytes; }
   void Sync() {
     if (m_isDurable) m_file.Sync();
@@ -70,15 +70,15 @@ private:
   PositionedFile& m_file;
   bool m_isDurable;
   std::vector<std::byte> m_run;
-  std::uint64_t m_first = 0; ///< page number of the run's front
-  std::size_t m_pages = 0;   ///< in the run
+  std::uint64_t m_first = 0; ///< number of the run's first page
+  std::size_t m_pages = 0;   ///< number of pages in the run
   std::array<std::byte, signatureBytes> m_signature{};
 };
 
 void ApplyJournal(PositionedFile& file, Journal::Trailer const& trailer) {
   PageApplier applier(file, true);
   Journal::ForEachPageFromLast(
-      file, trailer, [&](std::uint64_t number, std::byte const* image) { applier.Put(number, image); });
+      file, trailer, [&](std::uint64_t number, std::byte const* image) { applier.AddPage(number, image); });
   applier.Finish();
 }
 
@@ -100,7 +100,7 @@ std::unique_ptr<TransactionalFile> TransactionalFile::Create(std::string const& 
 std::unique_ptr<TransactionalFile> TransactionalFile::Open(std::string const& path, bool readOnly) {
   auto const mode = readOnly ? PositionedFile::Mode::Read : PositionedFile::Mode::Write;
   std::unique_ptr<TransactionalFile> file(new TransactionalFile(path, mode, false));
-  // Where the last committed state ends only HDF5 knows; until it commits, all of the file counts.
+  // Only HDF5 knows where the committed state ends; until the first commit it is taken to be the whole file.
   file->m_committedEnd = file->m_usedEnd = file->m_file.Size();
   file->Recover();
   return file;
@@ -129,7 +129,8 @@ void TransactionalFile::LoadJournal(Journal::Trailer const& trailer) {
   });
 }
 
-/// What lies behind the committed end was never committed. Not when a journal waits there.
+/// Drops the held metadata, and cuts off the bytes behind the committed end, which were never committed.
+/// Leaves them where they are the journal of a commit that cannot be finished now.
 void TransactionalFile::DropUncommitted() noexcept {
   if (IsReadOnly() || !m_file.IsOwner()) return;
   m_overlay.Clear();
@@ -151,7 +152,7 @@ void TransactionalFile::Detach() noexcept {
 
 // Transactions
 
-/// Raises unless the file may be written to. Finishes a commit that is due.
+/// Raises FileError unless the state allows writing. Finishes a commit that is due.
 void TransactionalFile::RequireUsable(char const* operation) {
   m_file.RequireOwner(operation);
   switch (m_state) {
@@ -169,10 +170,11 @@ void TransactionalFile::RequireUsable(char const* operation) {
 
 void TransactionalFile::Sync() {
   if (m_isScratch) return;
-  m_state = State::Broken; // a failed sync cannot be repeated: the system has dropped what it could not write
+  m_state =
+      State::Broken; // a failed sync cannot be repeated: the system drops the bytes that it could not write
   m_file.Sync();
   m_state = State::Open;
-  m_hasNewValues = false;
+  m_hasNewRawData = false;
 }
 
 void TransactionalFile::Commit() {
@@ -185,19 +187,19 @@ void TransactionalFile::Commit() {
     CommitFirst();
   } else if (!m_overlay.IsEmpty()) {
     CommitPages();
-  } else if (m_hasNewValues) {
+  } else if (m_hasNewRawData) {
     Sync();
   }
   ++m_counts.commits;
 }
 
-/// Nobody knows of the file yet: no journal is needed.
+/// Needs no journal, because a file that was never committed does not have its name yet.
 void TransactionalFile::CommitFirst() {
   if (!m_overlay.IsEmpty()) {
     std::vector<Page const*> const pages = m_overlay.CompleteImages(m_file);
     m_file.Reserve(m_file.Size(), std::max(m_end, (pages.back()->number + 1) * pageBytes));
-    m_state = State::Broken; // should a sync fail, values would be lost
-    Apply(pages);
+    m_state = State::Broken; // raw data is lost when a sync fails
+    ApplyPages(pages);
     m_state = State::Open;
     m_overlay.Clear();
   }
@@ -208,18 +210,18 @@ void TransactionalFile::CommitFirst() {
 void TransactionalFile::CommitPages() {
   HoldSignature();
   std::vector<Page const*> const pages = m_overlay.CompleteImages(m_file);
-  PageApplier applier(m_file, true); // takes its memory now, while the commit can still fail
+  PageApplier applier(m_file, true); // allocates its memory now, while the commit can still fail
   Journal::Trailer const journal = WriteJournal(pages);
   MarkDue();
   m_dueJournal = journal;
   m_state = State::Due;
   try {
     for (std::size_t k = pages.size(); k-- > 0;)
-      applier.Put(pages[k]->number, pages[k]->bytes.data());
+      applier.AddPage(pages[k]->number, pages[k]->bytes.data());
     applier.Finish();
     EndDueCommit(m_end);
   } catch (...) {
-    // What was written is not known any more, so all of it is written once more.
+    // It is unknown which pages were written, so all of them are written once more.
     if (!TryToFinishCommit()) return;
   }
   m_overlay.Clear();
@@ -230,27 +232,29 @@ void TransactionalFile::CommitForClose() {
   RequireUsable("writing to");
   if (m_overlay.IsEmpty()) return;
   HoldSignature();
-  Apply(m_overlay.CompleteImages(m_file));
+  ApplyPages(m_overlay.CompleteImages(m_file));
   m_file.Resize(m_end);
   m_committedEnd = m_usedEnd = m_end;
   m_overlay.Clear();
 }
 
-/// Page 0 is part of every commit, because its signature is wiped meanwhile; what HDF5 reads after a failure
-/// must still have it.
+/// Makes page 0 a part of the commit. The mark overwrites the signature in the file, but HDF5 must still read
+/// the signature after a failure.
 void TransactionalFile::HoldSignature() {
   std::array<std::byte, signatureBytes> signature{};
-  ReadStructure(0, signature.data(), signature.size());
+  ReadMetadata(0, signature.data(), signature.size());
   m_overlay.Write(0, signature.data(), signature.size());
 }
 
-/// Durable once it returns, and the values with it, but not due.
+/// Writes the journal of a commit. The journal and the raw data are durable when this returns; the journal is
+/// not due yet.
 Journal::Trailer TransactionalFile::WriteJournal(Pages pages) {
   std::uint64_t const lastPageEnd = (pages.back()->number + 1) * pageBytes;
   std::uint64_t const position = RoundUpToPage(std::max({m_end, m_committedEnd, lastPageEnd}));
   std::uint64_t const bytes = Journal::BytesFor(pages.size());
   try {
-    // All inside of the file has space; with the rest, applying the pages cannot meet a full disk.
+    // The bytes inside the file have their space. With the space up to the journal's end reserved, too,
+    // applying the pages cannot meet a full disk.
     m_file.Reserve(m_file.Size(), position + bytes);
     if (m_file.Size() > position + bytes) m_file.Resize(position + bytes);
     Journal::Trailer const journal = Journal::Write(m_file, position, pages, m_end, ++m_sequence);
@@ -264,7 +268,7 @@ Journal::Trailer TransactionalFile::WriteJournal(Pages pages) {
   }
 }
 
-/// Gives the space of a journal back that will not be due. It may also stay: it means nothing.
+/// Cuts off a journal that will not become due. When that fails, the bytes stay; they have no meaning.
 void TransactionalFile::DropJournal(std::uint64_t position) noexcept {
   m_usedEnd = std::max(m_usedEnd, m_file.Size());
   try {
@@ -274,20 +278,21 @@ void TransactionalFile::DropJournal(std::uint64_t position) noexcept {
   }
 }
 
-/// After this the commit has happened.
+/// Writes and syncs the mark. The commit has happened when this returns, and has not when this raises.
 void TransactionalFile::MarkDue() {
   try {
     m_file.WriteAt(0, applyingMark.data(), applyingMark.size());
     Sync();
   } catch (...) {
-    TakeMarkBack();
+    RestoreSignature();
     throw;
   }
 }
 
-/// The mark may be on the disk, even where its writing failed. The journal stays in case that it is: a power
-/// cut before the signature is there, too, then leaves the new state.
-void TransactionalFile::TakeMarkBack() {
+/// Writes the signature over a mark whose writing or syncing has failed. The mark may be on the disk
+/// nevertheless. The journal therefore stays: a power cut before the signature is on the disk leaves the new
+/// state.
+void TransactionalFile::RestoreSignature() {
   std::array<std::byte, signatureBytes> signature{};
   m_overlay.LayOver(0, signature.data(), signature.size());
   m_committedEnd = std::max(m_committedEnd, m_file.Size());
@@ -301,20 +306,20 @@ void TransactionalFile::TakeMarkBack() {
   }
 }
 
-void TransactionalFile::Apply(Pages pages) {
+void TransactionalFile::ApplyPages(Pages pages) {
   PageApplier applier(m_file, !m_isScratch);
   for (std::size_t k = pages.size(); k-- > 0;)
-    applier.Put(pages[k]->number, pages[k]->bytes.data());
+    applier.AddPage(pages[k]->number, pages[k]->bytes.data());
   applier.Finish();
 }
 
-/// Puts the commit that is due in its place, from its journal.
+/// Writes the pages of the commit that is due from its journal to their file offsets.
 void TransactionalFile::FinishCommit() {
   ApplyJournal(m_file, *m_dueJournal);
   EndDueCommit(m_dueJournal->end);
 }
 
-/// The commit that was due is in its place and ends at `end`.
+/// Notes that all pages of the commit that was due are written; its state ends at `end`.
 void TransactionalFile::EndDueCommit(std::uint64_t end) noexcept {
   m_dueJournal.reset();
   if (m_state == State::Due) m_state = State::Open;
@@ -331,7 +336,7 @@ bool TransactionalFile::TryToFinishCommit() noexcept {
   }
 }
 
-/// Ends the file where the committed state ends. What cannot be cut off is only space, until the next commit.
+/// Ends the file where the committed state ends. When that fails, space is wasted until the next commit.
 void TransactionalFile::CutTo(std::uint64_t end) noexcept {
   m_committedEnd = end;
   m_usedEnd = end;
@@ -350,7 +355,7 @@ void TransactionalFile::CopyTo(std::string const& path, bool replacesExisting) {
   for (std::uint64_t at = 0; at < m_committedEnd; at += bytes.size()) {
     std::size_t const here = std::min<std::uint64_t>(bytes.size(), m_committedEnd - at);
     m_file.ReadZeroFilled(at, bytes.data(), here);
-    // A reader's overlay is a commit that is due in the file.
+    // The overlay of a reader has the pages of a journal that is due.
     if (IsReadOnly()) m_overlay.LayOver(at, bytes.data(), here);
     copy.WriteAt(at, bytes.data(), here);
   }
@@ -371,18 +376,18 @@ void TransactionalFile::ReserveGrowth(std::uint64_t bytes) {
 void TransactionalFile::SetEndOfAllocation(std::uint64_t end) {
   if (!IsReadOnly() && end < m_end) m_overlay.Release(end, m_end - end);
   if (!IsReadOnly() && !IsDiscarding() && m_file.IsOwner() && end > m_end) {
-    RequireUsable("reserving space in"); // a journal that is due lies behind the end
+    RequireUsable("reserving space in"); // the journal of a due commit lies behind the end
     if (end > m_file.Size()) ReserveUpTo(end);
   }
   m_end = end;
   m_usedEnd = std::max(m_usedEnd, end);
 }
 
-void TransactionalFile::SetEndOfStructure(std::uint64_t end) {
+void TransactionalFile::SetEndOfMetadata(std::uint64_t end) {
   try {
     SetEndOfAllocation(end);
   } catch (...) {
-    m_end = end; // the file may now end before; WriteJournal reserves what is missing
+    m_end = end; // the file may end before; WriteJournal reserves the missing space
     m_usedEnd = std::max(m_usedEnd, end);
   }
 }
@@ -399,29 +404,29 @@ void TransactionalFile::ReserveUpTo(std::uint64_t end) {
 }
 
 void TransactionalFile::Free(std::uint64_t offset, std::uint64_t bytes) {
-  // Space of the committed state must keep its bytes until the next commit no longer needs them.
+  // The committed state must keep its bytes until a next commit has replaced it.
   if (offset + bytes == m_end && offset >= m_committedEnd) SetEndOfAllocation(offset);
 }
 
 std::uint64_t TransactionalFile::EndOfFile() const noexcept {
-  // A reader does not see a waiting journal.
+  // A reader must not see the journal behind the committed end.
   return std::max(m_end, IsReadOnly() ? m_committedEnd : m_file.Size());
 }
 
 // Bytes
 
-void TransactionalFile::ReadStructure(std::uint64_t offset, void* to, std::size_t bytes) const {
+void TransactionalFile::ReadMetadata(std::uint64_t offset, void* to, std::size_t bytes) const {
   m_file.ReadZeroFilled(offset, to, bytes);
   m_overlay.LayOver(offset, to, bytes);
 }
 
-void TransactionalFile::WriteStructure(std::uint64_t offset, void const* from, std::size_t bytes) {
+void TransactionalFile::WriteMetadata(std::uint64_t offset, void const* from, std::size_t bytes) {
   m_overlay.Write(offset, from, bytes);
 }
 
-FileRange TransactionalFile::PlaceOfValues(std::function<void()> const& read) {
-  FileRange place{};
-  m_asked = &place;
+FileRange TransactionalFile::FindRawData(std::function<void()> const& read) {
+  FileRange range{};
+  m_asked = &range;
   try {
     read();
   } catch (...) {
@@ -429,10 +434,10 @@ FileRange TransactionalFile::PlaceOfValues(std::function<void()> const& read) {
     throw;
   }
   m_asked = nullptr;
-  return place;
+  return range;
 }
 
-void TransactionalFile::ReadValues(std::uint64_t offset, void* to, std::size_t bytes) const {
+void TransactionalFile::ReadRawData(std::uint64_t offset, void* to, std::size_t bytes) const {
   if (m_asked != nullptr) {
     *m_asked = {offset, bytes};
     return;
@@ -440,10 +445,10 @@ void TransactionalFile::ReadValues(std::uint64_t offset, void* to, std::size_t b
   m_file.ReadZeroFilled(offset, to, bytes);
 }
 
-void TransactionalFile::WriteValues(std::uint64_t offset, void const* from, std::size_t bytes) {
-  // HDF5 also writes when a forked process exits.
+void TransactionalFile::WriteRawData(std::uint64_t offset, void const* from, std::size_t bytes) {
+  // HDF5 also writes when a forked process exits, which must not change the file.
   if (IsDiscarding() || !m_file.IsOwner()) return;
-  WillWriteValues();
+  WillWriteRawData();
   m_overlay.Release(offset, bytes);
   m_file.WriteAt(offset, from, bytes);
 }

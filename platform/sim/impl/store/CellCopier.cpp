@@ -54,7 +54,7 @@ void CellCopier::FillChunk(std::uint64_t offset, std::uint64_t freshFrom, double
   } else if (offset < freshFrom) {
     m_file.File().Zero(offset, static_cast<std::uint64_t>(ChunkBytes()));
   }
-  m_file.WillWriteValues();
+  m_file.WillWriteRawData();
 }
 
 void CellCopier::WriteFill(std::uint64_t offset, double fill) {
@@ -211,7 +211,7 @@ void CellCopier::Read(DrawerBox const& box, std::span<std::int64_t const> buffer
 }
 
 void CellCopier::Write(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void const* buffer) {
-  m_file.WillWriteValues();
+  m_file.WillWriteRawData();
   if (m_cell == CellType::Double) {
     Move<double, true>(box, bufferCounts, static_cast<double const*>(buffer));
   } else {

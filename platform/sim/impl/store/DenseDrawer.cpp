@@ -165,7 +165,7 @@ void DenseDrawer::RequireNumbers(std::int64_t dataset) const {
 
 void DenseDrawer::ReadProperties(std::int64_t dataset) {
   Hdf5Id const creation = CreationOf(dataset, m_path);
-  RequireOwnValues(creation.Get(), m_path);
+  RequireOwnRawData(creation.Get(), m_path);
   CheckedRead(H5Pget_fill_value(creation.Get(), H5T_NATIVE_DOUBLE, &m_fill),
               "reading the fill value of " + m_path);
   H5D_alloc_time_t allocation = H5D_ALLOC_TIME_ERROR;
@@ -232,7 +232,7 @@ std::uint64_t DenseDrawer::OffsetOfChunk(std::int64_t dataset, Indices const& fi
   std::vector<hsize_t> const first(firstCell.begin(), firstCell.begin() + m_rank);
   std::uint32_t filters = 0;
   char nothing = 0;
-  file::FileRange const range = m_file.Bytes().PlaceOfValues([&] {
+  file::FileRange const range = m_file.Bytes().FindRawData([&] {
     CheckedRead(H5Dread_chunk(dataset, H5P_DEFAULT, first.data(), &filters, &nothing), "looking a chunk up");
   });
   if (static_cast<std::int64_t>(range.bytes) != m_copier.ChunkBytes())

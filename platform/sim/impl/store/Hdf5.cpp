@@ -91,7 +91,7 @@ namespace {
 
 constexpr hsize_t mostElements = 65536;
 
-void WriteValues(hid_t object, char const* name, hid_t fileType, hid_t memoryType, std::vector<hsize_t> shape,
+void WriteNewAttribute(hid_t object, char const* name, hid_t fileType, hid_t memoryType, std::vector<hsize_t> shape,
                  void const* values) {
   std::string const what = std::string("writing the attribute ") + name;
   if (HasAttribute(object, name)) Checked(H5Adelete(object, name), what);
@@ -140,30 +140,30 @@ std::string ReadTextOfAnyLength(hid_t attribute, hid_t type, std::string const& 
 } // namespace
 
 void WriteAttribute(hid_t object, char const* name, std::span<int const> values) {
-  WriteValues(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {values.size()}, values.data());
+  WriteNewAttribute(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {values.size()}, values.data());
 }
 
 void WriteAttribute(hid_t object, char const* name, int value) {
-  WriteValues(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {}, &value);
+  WriteNewAttribute(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {}, &value);
 }
 
 void WriteAttribute(hid_t object, char const* name, std::span<std::uint64_t const> values) {
-  WriteValues(object, name, H5T_STD_U64LE, H5T_NATIVE_UINT64, {values.size()}, values.data());
+  WriteNewAttribute(object, name, H5T_STD_U64LE, H5T_NATIVE_UINT64, {values.size()}, values.data());
 }
 
 void WriteAttribute(hid_t object, char const* name, std::int64_t value) {
-  WriteValues(object, name, H5T_STD_I64LE, H5T_NATIVE_INT64, {}, &value);
+  WriteNewAttribute(object, name, H5T_STD_I64LE, H5T_NATIVE_INT64, {}, &value);
 }
 
 void WriteAttribute(hid_t object, char const* name, std::string const& text) {
   Hdf5Id const type = CheckedReadId(H5Tcopy(H5T_C_S1), "copying a type");
   CheckedRead(H5Tset_size(type.Get(), text.size() + 1), "sizing a type");
-  WriteValues(object, name, type.Get(), type.Get(), {}, text.c_str());
+  WriteNewAttribute(object, name, type.Get(), type.Get(), {}, text.c_str());
 }
 
 void WriteTableAttribute(hid_t object, char const* name, std::span<int const> values, int width) {
   auto const columns = static_cast<hsize_t>(width);
-  WriteValues(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {values.size() / columns, columns}, values.data());
+  WriteNewAttribute(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {values.size() / columns, columns}, values.data());
 }
 
 bool HasAttribute(hid_t object, char const* name) {
@@ -210,7 +210,7 @@ Hdf5Id AccessInsideFile(hid_t kind, std::string const& path) {
   return access;
 }
 
-void RequireOwnValues(hid_t creation, std::string const& path) {
+void RequireOwnRawData(hid_t creation, std::string const& path) {
   bool const isElsewhere = H5Pget_layout(creation) == H5D_VIRTUAL || H5Pget_external_count(creation) != 0;
   if (isElsewhere) throw DamageFound{path + " has its values in another file, which is not opened"};
 }

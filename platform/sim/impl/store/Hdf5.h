@@ -115,7 +115,7 @@ private:
 /// An access list, of H5P_DATASET_ACCESS or H5P_GROUP_ACCESS, with which a link to another file is a failure.
 Hdf5Id AccessInsideFile(hid_t kind, std::string const& path);
 /// Raises DamageFound when the values of the dataset with these properties lie in other files.
-void RequireOwnValues(hid_t creation, std::string const& path);
+void RequireOwnRawData(hid_t creation, std::string const& path);
 /// Bytes that a dataset may have: its space in the file of `fileBytes`, or what that may be unpacked to.
 std::uint64_t MostStoredBytes(hid_t dataset, std::uint64_t fileBytes);
 

@@ -104,7 +104,7 @@ herr_t SetEndOfAllocation(H5FD_t* driver, H5FD_mem_t type, haddr_t end) {
   // Other programs end files anywhere; HDF5 would put what it aligns itself behind what Allocate has aligned.
   if (!file.IsReadOnly()) end = RoundUp(end, largestCell);
   return Answer(file,
-                [&] { type == H5FD_MEM_DRAW ? file.SetEndOfAllocation(end) : file.SetEndOfStructure(end); });
+                [&] { type == H5FD_MEM_DRAW ? file.SetEndOfAllocation(end) : file.SetEndOfMetadata(end); });
 }
 
 /// HDF5 knows one alignment for everything, the smaller one, which it keeps where it uses space again.
@@ -124,14 +124,14 @@ herr_t Free(H5FD_t* driver, H5FD_mem_t, hid_t, haddr_t offset, hsize_t bytes) {
 herr_t Read(H5FD_t* driver, H5FD_mem_t type, hid_t, haddr_t offset, std::size_t bytes, void* to) {
   file::TransactionalFile& file = FileOf(driver);
   return Answer(file, [&] {
-    type == H5FD_MEM_DRAW ? file.ReadValues(offset, to, bytes) : file.ReadStructure(offset, to, bytes);
+    type == H5FD_MEM_DRAW ? file.ReadRawData(offset, to, bytes) : file.ReadMetadata(offset, to, bytes);
   });
 }
 
 herr_t Write(H5FD_t* driver, H5FD_mem_t type, hid_t, haddr_t offset, std::size_t bytes, void const* from) {
   file::TransactionalFile& file = FileOf(driver);
   return Answer(file, [&] {
-    type == H5FD_MEM_DRAW ? file.WriteValues(offset, from, bytes) : file.WriteStructure(offset, from, bytes);
+    type == H5FD_MEM_DRAW ? file.WriteRawData(offset, from, bytes) : file.WriteMetadata(offset, from, bytes);
   });
 }
 

@@ -54,7 +54,7 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
       what);
   table.m_place = Checked(H5Dget_offset(dataset.Get()), what);
   table.m_room = room;
-  bytes.WillWriteValues();
+  bytes.WillWriteRawData();
   if (table.m_place < freshFrom) bytes.File().Zero(table.m_place, table.BytesOf(room));
   WriteAttribute(dataset.Get(), "rows", std::int64_t{0});
   return table;
@@ -85,22 +85,22 @@ std::optional<RecordTable> RecordTable::Open(DatabaseFile& file, std::string con
 std::vector<int> RecordTable::Read(std::int64_t first, std::int64_t count) const {
   std::vector<int> rows(static_cast<std::size_t>(count) * static_cast<std::size_t>(m_width));
   if (count > 0)
-    m_file->Bytes().ReadStructure(m_place + BytesOf(first), rows.data(), rows.size() * sizeof(int));
+    m_file->Bytes().ReadMetadata(m_place + BytesOf(first), rows.data(), rows.size() * sizeof(int));
   return rows;
 }
 
 void RecordTable::Append(std::span<int const> rows) {
   std::uint64_t const place = m_place + BytesOf(m_rows);
   if (rows.size_bytes() > heldBytes) {
-    m_file->Bytes().WriteValues(place, rows.data(), rows.size_bytes());
+    m_file->Bytes().WriteRawData(place, rows.data(), rows.size_bytes());
   } else {
-    m_file->Bytes().WriteStructure(place, rows.data(), rows.size_bytes());
+    m_file->Bytes().WriteMetadata(place, rows.data(), rows.size_bytes());
   }
   SetRows(m_rows + static_cast<std::int64_t>(rows.size()) / m_width);
 }
 
 void RecordTable::Overwrite(std::int64_t first, std::span<int const> rows) {
-  m_file->Bytes().WriteStructure(m_place + BytesOf(first), rows.data(), rows.size_bytes());
+  m_file->Bytes().WriteMetadata(m_place + BytesOf(first), rows.data(), rows.size_bytes());
 }
 
 void RecordTable::CutTo(std::int64_t rows) { SetRows(rows); }
@@ -113,6 +113,6 @@ void RecordTable::SetRows(std::int64_t rows) {
   m_rows = rows;
 }
 
-void RecordTable::Forget() const noexcept { m_file->Bytes().ReleaseStructure(m_place, BytesOf(m_room)); }
+void RecordTable::Forget() const noexcept { m_file->Bytes().ReleaseMetadata(m_place, BytesOf(m_room)); }
 
 } // namespace orx::store

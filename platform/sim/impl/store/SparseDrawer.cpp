@@ -55,7 +55,7 @@ Hdf5Id OpenArray(DatabaseFile const& file, hid_t group, char const* name, std::i
   Hdf5Id const access = AccessInsideFile(H5P_DATASET_ACCESS, name);
   Hdf5Id dataset = CheckedReadId(H5Dopen2(group, name, access.Get()), what);
   Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset.Get()), what);
-  RequireOwnValues(creation.Get(), std::string("the sparse array ") + name);
+  RequireOwnRawData(creation.Get(), std::string("the sparse array ") + name);
   Hdf5Id const space = CheckedReadId(H5Dget_space(dataset.Get()), what);
   if (H5Sget_simple_extent_ndims(space.Get()) != 1)
     throw DamageFound{std::string("the sparse array ") + name + " has not one dimension"};
