@@ -36,7 +36,7 @@ public:
     std::uint64_t checksum;     ///< of the fields above
   };
 
-  /// Size of a journal of so many pages.
+  /// Size of a journal with `pages` pages, in bytes.
   static std::uint64_t BytesFor(std::uint64_t pages) noexcept;
 
   /// Writes a journal at `position`, a multiple of the page size. Find sees the journal only when the file

@@ -19,9 +19,8 @@ namespace orx::file {
 ///
 ///     between commits   metadata is held in memory; the file on disk has the last committed state, and
 ///                       behind its end the space that was allocated since
-///     commit            1  writes a journal of the metadata behind the end of the file, and syncs the
-///     journal
-///                          and the raw data
+///     commit            1  writes a journal of the metadata behind the end of the file, and syncs it and
+///                          the raw data
 ///                       2  writes a mark that the journal is due over HDF5's signature, the first 8 bytes of
 ///                          the file, and syncs it: from here on the commit has happened
 ///                       3  writes the metadata to its file offsets, and syncs it
@@ -52,8 +51,8 @@ namespace orx::file {
 ///                  -> Broken, Discarding as above
 ///     Broken       they raise; the state of the disk is unknown
 ///                  -> Discarding  as above
-///     Discarding   writes by HDF5 are dropped without an error, because HDF5 does not survive a failure of
-///                  closing; the others raise. This state is final
+///     Discarding   writes by HDF5 and reservations are skipped without an error, because HDF5 does not
+///                  survive a failure of closing; the others raise. This state is final
 ///
 /// When HDF5 closes the file, a commit that is due is finished if that is possible, in every state.
 class TransactionalFile {
@@ -106,8 +105,8 @@ public:
   /// Calls `read`, which makes HDF5 read raw data, and returns the range that HDF5 asks for. Nothing is read
   /// from the file.
   FileRange FindRawData(std::function<void()> const& read);
-  /// Reserves so many bytes behind the present end of allocation, so that HDF5 can allocate them without
-  /// meeting a full disk; holds until the next commit.
+  /// Reserves `bytes` behind the present end of allocation, so that HDF5 can allocate them without meeting a
+  /// full disk; holds until the next commit.
   void ReserveGrowth(std::uint64_t bytes);
   /// The offset from which on the file has never held anything: space that is allocated there reads as zeros.
   /// Call this before allocating.
@@ -184,7 +183,7 @@ private:
   std::uint64_t m_committedEnd = 0;             ///< end of the last committed state
   std::uint64_t m_usedEnd = 0;                  ///< the file has never held anything behind this offset
   std::uint64_t m_sequence = 0;
-  FileRange* m_asked = nullptr; ///< during FindRawData: gets the range that HDF5 asks for; else null
+  FileRange* m_requested = nullptr; ///< during FindRawData: gets the range that HDF5 asks for; else null
   Statistics m_counts;
   std::exception_ptr m_lastFailure;
 };

@@ -16,7 +16,7 @@ Session::Session(std::unique_ptr<orx::file::TransactionalFile> file, std::string
 
 namespace {
 
-/// With smaller blocks of structure than programs have, so that most pages hold values too.
+/// With smaller blocks of metadata than programs have, so that most pages hold values too.
 Hdf5Id MixingAccess(orx::file::TransactionalFile& file) {
   Hdf5Id access = CheckedId(orx::store::MakeFileAccess(file), "access");
   Checked(H5Pset_meta_block_size(access.Get(), 700), "access");
@@ -114,7 +114,7 @@ Hdf5Id WriteChunked(hid_t group, std::string const& name, hsize_t cells, double 
   return dataset;
 }
 
-/// A few values, small enough to lie on pages with structure.
+/// A few values, small enough to lie on pages with metadata.
 Hdf5Id WriteSmall(hid_t group, std::string const& name) {
   hsize_t const cells = 20;
   Hdf5Id const space = CheckedId(H5Screate_simple(1, &cells, nullptr), name);
@@ -148,7 +148,7 @@ void Change(Session const& session, int number) {
     small.push_back(WriteSmall(group.Get(), std::string("small") + std::to_string(k)));
   }
   WriteChunked(group.Get(), "values", 2 * chunkCells, number);
-  session.Flush(); // now the structure beside the small values is held
+  session.Flush(); // now the metadata beside the small values is held
   for (Hdf5Id const& dataset : small)
     MapCell(session, dataset, 3, number);
   if (number == 0) {

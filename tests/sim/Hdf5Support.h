@@ -35,7 +35,7 @@ private:
 };
 
 /// One of a row of transactions 0, 1, 2, ..., not committed yet. It makes groups, attributes, small sets
-/// inside of the structure, chunked values, and a few values that share pages with structure and are written
+/// inside of the metadata, chunked values, and a few values that share pages with metadata and are written
 /// past HDF5; it extends a dataset of its forerunner, and deletes the forerunner's group in two steps.
 void Change(Session const& session, int number);
 

@@ -183,7 +183,7 @@ TEST_F(Transactions, BringTheMarkToTheDiskBetweenJournalAndPages) {
   EXPECT_EQ(order, "jsmspshsc"); // journal, mark, pages, head, each on the disk before the next; the cut
 }
 
-TEST_F(Transactions, AreNotForgedByValues) {
+TEST_F(Transactions, AreNotForgedByRawData) {
   // A journal of one page at the end of a file, as values, and a commit that ends the file with them.
   std::string forged(3 * 4096, '\0');
   {
@@ -290,27 +290,27 @@ TEST_F(Transactions, ReserveWhatTheyAllocate) {
   EXPECT_EQ(file->EndOfAllocation(), 1U << 20);
 }
 
-TEST_F(Transactions, MayHoldStructureThatHasNoSpaceYet) {
+TEST_F(Transactions, MayHoldMetadataThatHasNoSpaceYet) {
   auto const file = TransactionalFile::Create(m_path, false, false);
-  std::string const structure(100000, 's');
+  std::string const metadata(100000, 's');
   {
     FaultPlan const plan(FaultPlan::Effect::FailOn, 1, ENOSPC);
-    file->SetEndOfMetadata(structure.size());
-    file->WriteMetadata(0, structure.data(), structure.size());
+    file->SetEndOfMetadata(metadata.size());
+    file->WriteMetadata(0, metadata.data(), metadata.size());
     EXPECT_THROW(file->Commit(), FileError);
   }
   EXPECT_EQ(file->File().Size(), 0U); // a longer one would not have the space
 
   file->Commit();
 
-  EXPECT_EQ(ReadWhole(m_path), structure);
+  EXPECT_EQ(ReadWhole(m_path), metadata);
 }
 
 TEST_F(Transactions, TakeSpaceBackOnlyIfNoCommittedStateHasIt) {
   auto const file = TransactionalFile::Create(m_path, false, false);
-  std::string const structure(5000, 's');
+  std::string const metadata(5000, 's');
   file->SetEndOfAllocation(5000);
-  file->WriteMetadata(0, structure.data(), structure.size());
+  file->WriteMetadata(0, metadata.data(), metadata.size());
   file->Commit();
 
   file->Free(4000, 1000);
@@ -339,21 +339,21 @@ TEST_F(Transactions, KnowWhereTheFileReadsAsZero) {
   EXPECT_EQ(zeros, std::string(94000, '\0'));
 }
 
-TEST_F(Transactions, DoNotPutOldStructureOverValuesThatTookItsPlace) {
+TEST_F(Transactions, DoNotPutOldMetadataOverRawDataInItsSpace) {
   auto const file = TransactionalFile::Create(m_path, false, false);
-  std::string const structure(4000, 's');
+  std::string const metadata(4000, 's');
   std::string const values(1000, 'v');
   file->SetEndOfAllocation(4000);
-  file->WriteMetadata(0, structure.data(), structure.size());
+  file->WriteMetadata(0, metadata.data(), metadata.size());
   file->Free(1000, 3000);
   file->SetEndOfAllocation(4000);
-  file->WriteMetadata(2000, structure.data(), 2000);
+  file->WriteMetadata(2000, metadata.data(), 2000);
   std::memcpy(file->File().Bytes(1000, 1000), values.data(), 1000); // past us
   file->WriteRawData(3000, values.data(), 1000);
 
   file->Commit();
 
-  EXPECT_EQ(ReadWhole(m_path), structure.substr(0, 1000) + values + structure.substr(0, 1000) + values);
+  EXPECT_EQ(ReadWhole(m_path), metadata.substr(0, 1000) + values + metadata.substr(0, 1000) + values);
 }
 
 // Misuse

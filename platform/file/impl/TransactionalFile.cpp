@@ -426,20 +426,20 @@ void TransactionalFile::WriteMetadata(std::uint64_t offset, void const* from, st
 
 FileRange TransactionalFile::FindRawData(std::function<void()> const& read) {
   FileRange range{};
-  m_asked = &range;
+  m_requested = &range;
   try {
     read();
   } catch (...) {
-    m_asked = nullptr;
+    m_requested = nullptr;
     throw;
   }
-  m_asked = nullptr;
+  m_requested = nullptr;
   return range;
 }
 
 void TransactionalFile::ReadRawData(std::uint64_t offset, void* to, std::size_t bytes) const {
-  if (m_asked != nullptr) {
-    *m_asked = {offset, bytes};
+  if (m_requested != nullptr) {
+    *m_requested = {offset, bytes};
     return;
   }
   m_file.ReadZeroFilled(offset, to, bytes);

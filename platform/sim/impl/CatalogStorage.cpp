@@ -71,13 +71,13 @@ void CatalogWriter::Enlarge(TableForm const& form, Growing& growing, std::int64_
   std::int64_t const room = growing.table ? std::max(2 * former, rows) : rows;
   RemoveOnRevert(pending);
   RecordTable larger = RecordTable::Create(m_file, pending, form.columns, std::max(room, smallestRoom));
-  m_reversals.emplace_back([larger] { larger.Forget(); });
+  m_reversals.emplace_back([larger] { larger.DropHeldRows(); });
   if (growing.table) {
     larger.Append(growing.table->Read(0, former));
     ReplaceObject(path);
   }
   Move(pending, path);
-  larger.MovedTo(path);
+  larger.SetPath(path);
   growing.table = larger;
 }
 
@@ -86,7 +86,7 @@ void CatalogWriter::WriteTable(TableForm const& form, Growing& growing) {
   std::int64_t const former = RowsOf(growing.table);
   auto const width = std::max<std::size_t>(form.columns.size(), 1);
   std::int64_t const rows = former + static_cast<std::int64_t>(growing.rows.size() / width);
-  if (!growing.table || rows > growing.table->Room()) Enlarge(form, growing, rows);
+  if (!growing.table || rows > growing.table->Capacity()) Enlarge(form, growing, rows);
   m_reversals.emplace_back([table = *growing.table, former]() mutable { table.CutTo(former); });
   growing.table->Append(growing.rows);
 }
@@ -295,11 +295,11 @@ void CatalogWriter::SaveDrawer(sim::DistributionRecord& distribution) {
   if (drawer.isSaved) return;
   if (distribution.hasSavedDrawer) ReplaceObject(path);
   if (drawer.dense != nullptr) {
-    m_reversals.emplace_back([&drawer] { drawer.dense->TakeBack(); });
-    drawer.dense->PutAt(path);
+    m_reversals.emplace_back([&drawer] { drawer.dense->MoveBack(); });
+    drawer.dense->MoveTo(path);
   } else {
-    m_reversals.emplace_back([&drawer] { drawer.sparse->TakeBack(); });
-    drawer.sparse->PutAt(path);
+    m_reversals.emplace_back([&drawer] { drawer.sparse->MoveBack(); });
+    drawer.sparse->MoveTo(path);
   }
 }
 

@@ -379,8 +379,8 @@ void ORXSimTransfer::WriteSparse() {
 
 orx::store::SparseArrays ORXSimTransfer::SparseArrays() const {
   return {.values = static_cast<double*>(m_buffers[0].data),
-          .columns = static_cast<std::int32_t*>(m_buffers[1].data),
-          .starts = static_cast<std::int32_t*>(m_buffers[2].data),
+          .columnIndices = static_cast<std::int32_t*>(m_buffers[1].data),
+          .rowPointers = static_cast<std::int32_t*>(m_buffers[2].data),
           .diagonal = static_cast<double*>(m_buffers[3].data)};
 }
 

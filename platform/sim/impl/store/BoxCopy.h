@@ -7,13 +7,13 @@
 
 namespace orx::store {
 
-/// HDF5 knows no more dimensions.
+/// Largest number of dimensions that HDF5 supports.
 constexpr int maxRank = 32;
 
-/// One number per dimension; those beyond the rank mean nothing.
+/// One number for each dimension; numbers beyond the rank are undefined.
 using Indices = std::array<std::int64_t, maxRank>;
 
-/// A box of cells that lies in two arrays with different strides (in cells).
+/// A box of cells that is copied from one array to another. Strides are in cells.
 ///
 ///     cell (i0, i1, ...) of the box   is at   base + i0 * stride[0] + i1 * stride[1] + ...
 struct TwoStridedBox {
@@ -22,12 +22,12 @@ struct TwoStridedBox {
   Indices toStrides;
   Indices fromStrides;
 
-  /// Drops dimensions of one cell and joins neighbours that are one run in both arrays.
+  /// Drops dimensions of one cell, and joins neighbouring dimensions that are one run in both arrays.
   void Simplify() noexcept;
 };
 
-/// Calls run(to offset, from offset) for each innermost run of a simplified box, in order; the run has
-/// counts[rank-1] cells with strides of the last dimension.
+/// Calls run(to, from) for each run along the last dimension, in order: `to` and `from` are the positions of
+/// its first cell in the two arrays. A run has counts[rank-1] cells with the strides of the last dimension.
 template<class Run>
 void ForEachRun(TwoStridedBox const& box, Run&& run) {
   int const outer = box.rank - 1;
@@ -53,9 +53,9 @@ void ForEachRun(TwoStridedBox const& box, Run&& run) {
   }
 }
 
-constexpr std::size_t copiedAtOnce = 64 << 10;
+constexpr std::size_t bytesPerCopy = 64 << 10;
 
-/// Copies the cells of a box. Either array may lie at any address, as other programs' values do in a file.
+/// Copies the cells of a box. Neither array needs to be aligned: other programs put cells at any file offset.
 template<class Cell>
 void CopyBox(TwoStridedBox box, void* to, void const* from) {
   constexpr auto cellBytes = static_cast<std::int64_t>(sizeof(Cell));
@@ -69,14 +69,14 @@ void CopyBox(TwoStridedBox box, void* to, void const* from) {
   std::int64_t const cells = box.counts[box.rank - 1];
   std::int64_t const toStride = box.toStrides[box.rank - 1];
   std::int64_t const fromStride = box.fromStrides[box.rank - 1];
-  constexpr std::int64_t worthACall = 128 / cellBytes;
-  if (toStride == 1 && fromStride == 1 && cells >= worthACall) {
+  constexpr std::int64_t cellsWorthACall = 128 / cellBytes;
+  if (toStride == 1 && fromStride == 1 && cells >= cellsWorthACall) {
     auto const bytes = static_cast<std::size_t>(cells * cellBytes);
     ForEachRun(box, [=](std::int64_t a, std::int64_t b) {
-      // A long memcpy writes past the caches, where the caller's next step would have found the cells.
-      for (std::size_t done = 0; done < bytes; done += copiedAtOnce)
+      // A long memcpy writes past the caches, but the caller's next step should find the cells there.
+      for (std::size_t done = 0; done < bytes; done += bytesPerCopy)
         std::memcpy(target + a * cellBytes + done, source + b * cellBytes + done,
-                    std::min(copiedAtOnce, bytes - done));
+                    std::min(bytesPerCopy, bytes - done));
     });
   } else {
     ForEachRun(box, [=](std::int64_t a, std::int64_t b) {

@@ -32,7 +32,7 @@ std::uint16_t CodeOf(file::FileError const& error) {
   ORXSimException(code, text).Throw(__FILE__, __LINE__);
 }
 
-/// Raises an exception of the file itself as what callers know.
+/// Raises an exception of the file unit as an ORXSimException.
 [[noreturn]] void RaiseFileFailure(std::exception_ptr const& failure) {
   try {
     std::rethrow_exception(failure);
@@ -45,8 +45,8 @@ bool Exists(hid_t file, char const* path) {
   return CheckedRead(H5Lexists(file, path, H5P_DEFAULT), std::string("looking for ") + path) > 0;
 }
 
-/// Raises DamageFound for groups inside of more than `depth` others: HDF5 goes down to the innermost one, and
-/// the stack ends before some files do.
+/// Raises DamageFound when a group lies inside more than `depth` others: HDF5 visits nested groups
+/// recursively, and a damaged file could exhaust the stack.
 void RequireShallow(hid_t file, std::string const& path, int depth) {
   H5O_info_t info;
   for (auto const& name : NamesIn(file, path)) {
@@ -66,8 +66,8 @@ void RemoveGroup(hid_t file, char const* path) {
   if (Exists(file, path)) Checked(H5Ldelete(file, path, H5P_DEFAULT), std::string("removing ") + path);
 }
 
-/// One that was in the file. What we leave there has sparse drawers and, of a former format, groups of
-/// labels.
+/// Removes a group that was in the file when it was opened. Such a group may hold sparse drawers and, in the
+/// former format, groups of labels, but nothing deeper.
 void RemoveForeignGroup(hid_t file, char const* path) {
   if (!Exists(file, path)) return;
   RequireShallow(file, path, 1);
@@ -98,7 +98,7 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Create(std::string const& path, bool
     if (isScratch) Guarded(*file, [&] { file::MarkAsScratch(file->m_bytes->File()); });
     file->Commit();
   } catch (...) {
-    if (isScratch) file->Unlink(); // it was never a database
+    if (isScratch) file->Unlink(); // the file was never a database
     throw;
   }
   return file;
@@ -150,7 +150,7 @@ void DatabaseFile::CheckFormat() {
   Hdf5Id const creation = CheckedReadId(H5Fget_create_plist(Id()), "reading the properties of the file");
   hsize_t userBlock = 0;
   CheckedRead(H5Pget_userblock(creation.Get(), &userBlock), "reading the properties of the file");
-  // HDF5 1.10 leaves it out when it says where chunks are.
+  // HDF5 1.10 does not add the user block to the offsets of chunks that it returns.
   if (userBlock != 0)
     throw DamageFound{"it begins with a user block of " + std::to_string(userBlock) +
                       " bytes, expected none"};
@@ -181,7 +181,7 @@ void DatabaseFile::RaiseTranslated() const {
                                                     : ORXSimException::internalError,
           m_path + ": " + failure.what + " failed: " + failure.cause + ".");
   }
-  // An ORXSimException, or out of memory.
+  // An ORXSimException or std::bad_alloc passes through unchanged.
 }
 
 std::string DatabaseFile::PendingPath() {
@@ -210,7 +210,7 @@ std::string DatabaseFile::TrashPath() {
   return std::string(trashGroup) + "/" + std::to_string(m_trashed++);
 }
 
-/// The group of waiting objects is seen in the file only as long as there are some.
+/// Removes the group of pending objects when it is empty, so that it does not stay in the file.
 void DatabaseFile::RemovePendingGroupWhenEmpty() {
   H5G_info_t info;
   if (m_pending == m_pendingChecked || !Exists(Id(), pendingGroup)) return;
@@ -220,8 +220,8 @@ void DatabaseFile::RemovePendingGroupWhenEmpty() {
   m_pendingChecked = m_pending;
 }
 
-/// Not before something is to take space: what a session leaves in the trash, the next one finds and uses
-/// again. A failure costs space only, until the next opening.
+/// Removes the trash. Called only when a new object needs space: trash that a session leaves is removed by
+/// the next opening for writing, which can then use the space. A failure wastes space until the next opening.
 void DatabaseFile::EmptyCommittedTrash() noexcept {
   if (!m_isTrashCommitted) return;
   m_isTrashCommitted = false;
@@ -238,7 +238,7 @@ void DatabaseFile::WriteVersion(int version) {
 void DatabaseFile::PrepareCommit() {
   RemovePendingGroupWhenEmpty();
   if (checksEveryCommit) CheckLinks(Id());
-  // HDF5 gives the rest of its last block of metadata back when it is flushed once more.
+  // With the second flush HDF5 frees the rest of its last block of metadata.
   for (int k = 0; k < 2; ++k)
     Checked(H5Fflush(Id(), H5F_SCOPE_LOCAL), "writing the structure");
 }

@@ -277,15 +277,15 @@ void DenseDrawer::SaveLayout() {
   m_isLayoutSaved = true;
 }
 
-void DenseDrawer::PutAt(std::string const& path) {
+void DenseDrawer::MoveTo(std::string const& path) {
   m_hdf5->dataset.Close();
   std::string now = path;
   m_file.Move(m_path, now);
   m_path.swap(now);
 }
 
-void DenseDrawer::TakeBack() {
-  if (m_path != m_pending) PutAt(m_pending);
+void DenseDrawer::MoveBack() {
+  if (m_path != m_pending) MoveTo(m_pending);
 }
 
 void DenseDrawer::CutTo(std::span<int const> sizes) {
@@ -310,8 +310,8 @@ std::vector<std::uint64_t> DenseDrawer::SetExtents(std::vector<std::int64_t> con
   try {
     m_isLayoutSaved = false;
     Checked(H5Dset_extent(Dataset(), extents.data()), "changing the extents of a drawer");
-    // HDF5 has filled the cells that are cut off, in its cache. Writing them later would undo what is written
-    // past HDF5 until then.
+    // HDF5's cache may hold fill values for the cells that are cut off. They must be written now: later, they
+    // would overwrite cells that CellCopier has written.
     m_hdf5->dataset.Close();
     std::vector<std::uint64_t> added = m_chunks.Resize(
         wanted, [&](Indices const& firstCell) { return OffsetOfChunk(Dataset(), firstCell); }, areUnwritten);

@@ -24,7 +24,7 @@ class DatabaseFile;
 /// cells are read through HDF5, and it can neither be written nor extended.
 class DenseDrawer {
 public:
-  /// Makes a new dataset whose cells are all `fill`, under a pending path until PutAt. `chunks` are the
+  /// Makes a new dataset whose cells are all `fill`, under a pending path until MoveTo. `chunks` are the
   /// lengths of the logical chunks; empty for a drawer that is stored whole.
   static std::unique_ptr<DenseDrawer> Create(DatabaseFile& file, CellType cell, std::span<int const> sizes,
                                              std::span<int const> chunks, double fill);
@@ -64,9 +64,9 @@ public:
   /// Writes the attribute by which a later opening finds out whether the chunks' offsets were damaged.
   void SaveLayout();
   /// Moves the dataset from its pending path to its own.
-  void PutAt(std::string const& path);
-  /// Undoes PutAt.
-  void TakeBack();
+  void MoveTo(std::string const& path);
+  /// Undoes MoveTo.
+  void MoveBack();
   /// Closes the dataset unless its cells are read through HDF5. The next use opens it again.
   void ReleaseHandle() noexcept;
 
@@ -107,7 +107,7 @@ private:
   bool m_isLayoutSaved = false;
   Access m_access = Access::Unknown;
   std::string m_path;    ///< present path of the dataset
-  std::string m_pending; ///< path before PutAt; "" for a dataset that was opened
+  std::string m_pending; ///< path before MoveTo; "" for a dataset that was opened
   std::unique_ptr<Hdf5> m_hdf5;
 };
 

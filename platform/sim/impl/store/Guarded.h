@@ -5,8 +5,8 @@
 
 namespace orx::store {
 
-/// Runs what calls HDF5 or touches the file. Failures of the file system and of HDF5, and what was read and
-/// did not make sense, become ORXSimExceptions that name the file.
+/// Runs work that calls HDF5. Failures of the file system and of HDF5, and damage that was found, become
+/// ORXSimExceptions that name the file.
 template<class Work>
 auto Guarded(DatabaseFile const& file, Work&& work) {
   QuietErrors const quiet;
@@ -18,7 +18,7 @@ auto Guarded(DatabaseFile const& file, Work&& work) {
   }
 }
 
-/// The same for what only touches the file.
+/// Does the same for work that accesses the file without HDF5.
 template<class Work>
 void GuardedBytes(DatabaseFile const& file, Work&& work) {
   try {

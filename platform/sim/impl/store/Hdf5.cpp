@@ -8,9 +8,10 @@ namespace orx::store {
 
 namespace {
 
-/// Stands in for HDF5's own handler of the process's exit. That one ends HDF5 before static objects of the
-/// host are destroyed, which may own databases; it dies of a file that could not be closed, and complains of
-/// what a failed call has left behind. This one is run after them and closes what a host has left open.
+/// Replaces HDF5's own handler of the process's exit. HDF5's handler ends HDF5 before the host's static
+/// objects are destroyed, which may own databases; it crashes on a file that could not be closed, and prints
+/// errors about the leftovers of failed calls. This handler runs after the host's objects and closes the
+/// files that are still open.
 class ExitHandler {
 public:
   ExitHandler() { H5dont_atexit(); }
@@ -20,7 +21,7 @@ public:
     if (!s_isHdf5Damaged) CloseFiles();
   }
 
-  static bool s_isHdf5Damaged; ///< its list of open files has one that is not there any more
+  static bool s_isHdf5Damaged; ///< HDF5's list of open files has one that was freed
 
 private:
   static void CloseFiles() {
@@ -41,7 +42,7 @@ ExitHandler const exitHandler;
 void Hdf5Id::Close() noexcept {
   if (m_id < 0) return;
   QuietErrors const quiet;
-  // After a failure HDF5 1.10 keeps the identifier of what it has freed already.
+  // After a failure HDF5 1.10 keeps the identifier of an object that it has freed.
   if (H5Idec_ref(m_id) < 0) ExitHandler::s_isHdf5Damaged = true;
   m_id = -1;
 }
@@ -55,7 +56,7 @@ QuietErrors::~QuietErrors() { H5Eset_auto2(H5E_DEFAULT, m_handler, m_handlerData
 
 namespace {
 
-/// The first error of an upward walk is the root; those further up tell what it is about.
+/// Notes one error of an upward walk. The first error is the root cause; later errors show its kind.
 herr_t NoteError(unsigned number, H5E_error2_t const* error, void* into) {
   auto& failure = *static_cast<Hdf5Failure*>(into);
   try {
@@ -82,17 +83,18 @@ std::vector<std::string> NamesIn(hid_t file, std::string const& path) {
   auto const collect = [](hid_t, char const* name, H5L_info_t const*, void* list) {
     return static_cast<CollectedItems<std::string>*>(list)->Add(name);
   };
-  return names.Take(H5Literate_by_name(file, path.c_str(), H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect,
-                                       &names, H5P_DEFAULT),
-                    "listing " + path);
+  return names.TakeItems(H5Literate_by_name(file, path.c_str(), H5_INDEX_NAME, H5_ITER_NATIVE, nullptr,
+                                            collect, &names, H5P_DEFAULT),
+                         "listing " + path);
 }
 
 namespace {
 
-constexpr hsize_t mostElements = 65536;
+constexpr hsize_t mostValues = 65536;
 
-void WriteNewAttribute(hid_t object, char const* name, hid_t fileType, hid_t memoryType, std::vector<hsize_t> shape,
-                 void const* values) {
+/// Writes an attribute with the given shape; an empty shape is a scalar.
+void WriteAttributeOfShape(hid_t object, char const* name, hid_t fileType, hid_t memoryType,
+                           std::vector<hsize_t> shape, void const* values) {
   std::string const what = std::string("writing the attribute ") + name;
   if (HasAttribute(object, name)) Checked(H5Adelete(object, name), what);
   Hdf5Id const space =
@@ -122,13 +124,13 @@ std::vector<Value> ReadNumbers(hid_t object, char const* name, hid_t memoryType)
   if (H5Tget_class(type.Get()) != H5T_INTEGER) RaiseUnexpected(name, "of integers");
   Hdf5Id const space = CheckedReadId(H5Aget_space(attribute.Get()), what);
   hssize_t const count = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), what);
-  if (static_cast<hsize_t>(count) > mostElements) RaiseUnexpected(name, "a short list");
+  if (static_cast<hsize_t>(count) > mostValues) RaiseUnexpected(name, "a short list");
   std::vector<Value> values(static_cast<std::size_t>(count));
   if (count > 0) CheckedRead(H5Aread(attribute.Get(), memoryType, values.data()), what);
   return values;
 }
 
-/// Other programs write texts so.
+/// Reads a text of variable length, as other programs write it.
 std::string ReadTextOfAnyLength(hid_t attribute, hid_t type, std::string const& what) {
   char* chars = nullptr;
   CheckedRead(H5Aread(attribute, type, static_cast<void*>(&chars)), what);
@@ -140,30 +142,31 @@ std::string ReadTextOfAnyLength(hid_t attribute, hid_t type, std::string const& 
 } // namespace
 
 void WriteAttribute(hid_t object, char const* name, std::span<int const> values) {
-  WriteNewAttribute(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {values.size()}, values.data());
+  WriteAttributeOfShape(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {values.size()}, values.data());
 }
 
 void WriteAttribute(hid_t object, char const* name, int value) {
-  WriteNewAttribute(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {}, &value);
+  WriteAttributeOfShape(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {}, &value);
 }
 
 void WriteAttribute(hid_t object, char const* name, std::span<std::uint64_t const> values) {
-  WriteNewAttribute(object, name, H5T_STD_U64LE, H5T_NATIVE_UINT64, {values.size()}, values.data());
+  WriteAttributeOfShape(object, name, H5T_STD_U64LE, H5T_NATIVE_UINT64, {values.size()}, values.data());
 }
 
 void WriteAttribute(hid_t object, char const* name, std::int64_t value) {
-  WriteNewAttribute(object, name, H5T_STD_I64LE, H5T_NATIVE_INT64, {}, &value);
+  WriteAttributeOfShape(object, name, H5T_STD_I64LE, H5T_NATIVE_INT64, {}, &value);
 }
 
 void WriteAttribute(hid_t object, char const* name, std::string const& text) {
   Hdf5Id const type = CheckedReadId(H5Tcopy(H5T_C_S1), "copying a type");
   CheckedRead(H5Tset_size(type.Get(), text.size() + 1), "sizing a type");
-  WriteNewAttribute(object, name, type.Get(), type.Get(), {}, text.c_str());
+  WriteAttributeOfShape(object, name, type.Get(), type.Get(), {}, text.c_str());
 }
 
 void WriteTableAttribute(hid_t object, char const* name, std::span<int const> values, int width) {
   auto const columns = static_cast<hsize_t>(width);
-  WriteNewAttribute(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {values.size() / columns, columns}, values.data());
+  WriteAttributeOfShape(object, name, H5T_STD_I32LE, H5T_NATIVE_INT, {values.size() / columns, columns},
+                        values.data());
 }
 
 bool HasAttribute(hid_t object, char const* name) {
@@ -193,7 +196,7 @@ std::string ReadText(hid_t object, char const* name) {
   if (H5Sget_simple_extent_npoints(space.Get()) != 1) RaiseUnexpected(name, "one text");
   if (H5Tis_variable_str(type.Get()) > 0) return ReadTextOfAnyLength(attribute.Get(), type.Get(), what);
   std::size_t const size = H5Tget_size(type.Get());
-  if (size > mostElements) RaiseUnexpected(name, "a short text");
+  if (size > mostValues) RaiseUnexpected(name, "a short text");
   std::string text(size, '\0');
   CheckedRead(H5Aread(attribute.Get(), type.Get(), text.data()), what);
   text.resize(std::min(text.size(), text.find('\0')));

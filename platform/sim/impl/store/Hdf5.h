@@ -31,7 +31,7 @@ private:
   hid_t m_id;
 };
 
-/// While it lives HDF5 prints nothing in this thread; afterwards the host's handler is back.
+/// Keeps HDF5 from printing errors in this thread; the destructor restores the host's handler.
 class QuietErrors {
 public:
   QuietErrors() noexcept;
@@ -44,37 +44,37 @@ private:
   void* m_handlerData = nullptr;
 };
 
-/// What a failed call raises inside the storage layer; DatabaseFile turns it into an ORXSimException.
+/// Raised inside the storage layer by a failed call; DatabaseFile turns it into an ORXSimException.
 struct Hdf5Failure {
   enum class Kind : std::uint8_t { Other, Damage, Memory };
 
-  std::string what;  ///< "creating the group /context_0"
-  std::string cause; ///< in HDF5's words; "" when it gives none
+  std::string what;  ///< the failed operation: "creating the group /context_0"
+  std::string cause; ///< HDF5's description; "" when it gives none
   Kind kind = Kind::Other;
 };
 
-/// Raised inside the storage layer: something read does not make sense.
+/// Raised inside the storage layer when the content of the file cannot be right; `text` says what is wrong.
 struct DamageFound {
   std::string text;
 };
 
-/// The failure of the last call. To be asked at once: any further call that succeeds forgets it.
+/// The failure of the last call. Call this at once: the next successful call of HDF5 erases the failure.
 Hdf5Failure LastHdf5Failure(std::string const& what);
 
-/// A failure that is not a shortage of memory as one of the file.
+/// Returns the failure as damage of the file, unless it is a shortage of memory.
 inline Hdf5Failure AsDamage(Hdf5Failure failure) {
   if (failure.kind == Hdf5Failure::Kind::Other) failure.kind = Hdf5Failure::Kind::Damage;
   return failure;
 }
 
-/// Passes a result on, or raises an Hdf5Failure when it is negative.
+/// Returns the result of a call; raises an Hdf5Failure when it is negative.
 template<class Result>
 Result Checked(Result result, std::string const& what) {
   if (result < 0) throw LastHdf5Failure(what);
   return result;
 }
 inline Hdf5Id CheckedId(hid_t id, std::string const& what) { return Hdf5Id(Checked(id, what)); }
-/// The same for calls that read what is in the file: what HDF5 cannot read is damaged.
+/// Does the same for calls that read from the file: content that HDF5 cannot read is damaged.
 template<class Result>
 Result CheckedRead(Result result, std::string const& what) {
   if (result < 0) throw AsDamage(LastHdf5Failure(what));
@@ -82,23 +82,24 @@ Result CheckedRead(Result result, std::string const& what) {
 }
 inline Hdf5Id CheckedReadId(hid_t id, std::string const& what) { return Hdf5Id(CheckedRead(id, what)); }
 
-/// A list that a callback fills. No exception passes through C, so a shortage of memory waits until HDF5 has
-/// returned.
+/// A list that a callback of HDF5 fills. No exception may pass through C, so a shortage of memory is raised
+/// only after HDF5 has returned.
 template<class Item>
 class CollectedItems {
 public:
-  /// What the callback returns.
-  template<class... Parts>
-  herr_t Add(Parts&&... parts) noexcept {
+  /// Adds an item; the callback returns the result to HDF5.
+  template<class... Fields>
+  herr_t Add(Fields&&... fields) noexcept {
     try {
-      m_items.push_back(Item{std::forward<Parts>(parts)...});
+      m_items.push_back(Item{std::forward<Fields>(fields)...});
       return 0;
     } catch (std::bad_alloc const&) {
       m_isOutOfMemory = true;
       return -1;
     }
   }
-  std::vector<Item> Take(herr_t result, std::string const& what) {
+  /// Moves the list out. `result` is what HDF5 has returned, `what` names the operation.
+  std::vector<Item> TakeItems(herr_t result, std::string const& what) {
     if (m_isOutOfMemory) throw std::bad_alloc();
     CheckedRead(result, what);
     return std::move(m_items);
@@ -109,28 +110,30 @@ private:
   bool m_isOutOfMemory = false;
 };
 
-// Other files. A database is read from its own file alone: what a stranger's file names elsewhere is not
-// opened.
+// A database is read from its own file alone: a file may come from a stranger, and other files that it names
+// are not opened.
 
-/// An access list, of H5P_DATASET_ACCESS or H5P_GROUP_ACCESS, with which a link to another file is a failure.
+/// An access list of the class H5P_DATASET_ACCESS or H5P_GROUP_ACCESS. With it, opening a link to another
+/// file fails.
 Hdf5Id AccessInsideFile(hid_t kind, std::string const& path);
-/// Raises DamageFound when the values of the dataset with these properties lie in other files.
+/// Raises DamageFound when the raw data of the dataset with these properties lies in other files.
 void RequireOwnRawData(hid_t creation, std::string const& path);
-/// Bytes that a dataset may have: its space in the file of `fileBytes`, or what that may be unpacked to.
+/// Upper bound for the bytes of a dataset in a file of `fileBytes`: its space, or for a compressed dataset
+/// the most that this space can unpack to.
 std::uint64_t MostStoredBytes(hid_t dataset, std::uint64_t fileBytes);
 
 /// The names of the links in a group.
 std::vector<std::string> NamesIn(hid_t file, std::string const& path);
 
-// Attributes of an object. A present one is replaced. Reading raises an Hdf5Failure when the attribute is not
-// there or has another type or more than 65536 elements.
+// Attributes of an object. Writing replaces an existing attribute. Reading raises an Hdf5Failure when the
+// attribute does not exist, has another type, or has more than 65536 values.
 
 void WriteAttribute(hid_t object, char const* name, std::span<int const> values);
 void WriteAttribute(hid_t object, char const* name, int value);
 void WriteAttribute(hid_t object, char const* name, std::span<std::uint64_t const> values);
 void WriteAttribute(hid_t object, char const* name, std::int64_t value);
 void WriteAttribute(hid_t object, char const* name, std::string const& text);
-/// Values in rows of `width`.
+/// Writes a two-dimensional attribute with `width` values in each row.
 void WriteTableAttribute(hid_t object, char const* name, std::span<int const> values, int width);
 
 bool HasAttribute(hid_t object, char const* name);

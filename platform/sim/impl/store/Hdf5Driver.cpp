@@ -8,7 +8,7 @@ namespace orx::store {
 
 namespace {
 
-/// What HDF5 holds of an open file. HDF5's part comes first: it is handed around as that.
+/// An open file as HDF5 holds it. HDF5's own fields come first, because HDF5 passes their address around.
 struct AdoptedFile {
   H5FD_t hdf5;
   file::TransactionalFile* file;
@@ -28,9 +28,10 @@ void PushError(char const* text) {
   H5Epush2(H5E_DEFAULT, "Hdf5Driver", "driver", 0, H5E_ERR_CLS, H5E_VFL, H5E_CANTOPERATE, "%s", text);
 }
 
-/// Runs what may raise inside a callback of HDF5, which is C and knows only success and failure.
+/// Runs the work of a callback. An exception may not pass through HDF5, which is C: the file keeps it, and
+/// HDF5 gets a failure.
 template<class Work>
-herr_t Answer(file::TransactionalFile& file, Work work) noexcept {
+herr_t RunCallback(file::TransactionalFile& file, Work work) noexcept {
   try {
     work();
     return 0;
@@ -43,13 +44,13 @@ herr_t Answer(file::TransactionalFile& file, Work work) noexcept {
 
 // Callbacks
 
-/// What keeps HDF5 from opening the file with these flags; null if nothing does.
-char const* Obstacle(file::TransactionalFile const& file, unsigned flags) {
+/// The reason why HDF5 cannot open the file with these flags, or null.
+char const* FindObstacle(file::TransactionalFile const& file, unsigned flags) {
   bool const isToBeCreated = (flags & (H5F_ACC_TRUNC | H5F_ACC_CREAT)) != 0;
   bool const isEmpty = file.EndOfFile() == 0;
   if (file.IsAttached()) return "the file is open already";
   if (isToBeCreated && !isEmpty) return "the file to be created is not empty";
-  if (!isToBeCreated && isEmpty) return "the file is empty"; // HDF5 would make it one of its own
+  if (!isToBeCreated && isEmpty) return "the file is empty"; // HDF5 would create a file in it
   if ((flags & H5F_ACC_RDWR) != 0 && file.IsReadOnly()) return "the file is open for reading only";
   return nullptr;
 }
@@ -57,7 +58,7 @@ char const* Obstacle(file::TransactionalFile const& file, unsigned flags) {
 H5FD_t* OpenFile(char const*, unsigned flags, hid_t access, haddr_t) {
   auto const* const info = static_cast<DriverInfo const*>(H5Pget_driver_info(access));
   if (info == nullptr || info->file == nullptr) return nullptr;
-  if (char const* const obstacle = Obstacle(*info->file, flags)) {
+  if (char const* const obstacle = FindObstacle(*info->file, flags)) {
     PushError(obstacle);
     return nullptr;
   }
@@ -67,7 +68,7 @@ H5FD_t* OpenFile(char const*, unsigned flags, hid_t access, haddr_t) {
   return &adopted->hdf5;
 }
 
-/// Never commits, because HDF5 closes files also when the process exits in the middle of things; never fails,
+/// Never commits, because HDF5 also closes files when the process exits during a transaction. Never fails,
 /// because HDF5 1.10 does not survive that.
 herr_t CloseFile(H5FD_t* driver) {
   FileOf(driver).Detach();
@@ -75,22 +76,22 @@ herr_t CloseFile(H5FD_t* driver) {
   return 0;
 }
 
-/// Two openings are never the same for HDF5: each belongs to its own TransactionalFile.
+/// Two openings are always different files for HDF5, because each belongs to its own TransactionalFile.
 int CompareFiles(H5FD_t const* left, H5FD_t const* right) {
   std::less<file::TransactionalFile const*> const isBefore;
   if (isBefore(&FileOf(left), &FileOf(right))) return -1;
   return isBefore(&FileOf(right), &FileOf(left)) ? 1 : 0;
 }
 
-/// Small structures are allocated together. Values reach us inside the call that writes them: no sieve
-/// buffer.
+/// HDF5 allocates small metadata together. It gets no sieve buffer, so raw data is written during the call
+/// that writes it.
 herr_t QueryFeatures(H5FD_t const*, unsigned long* features) {
   *features = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_DEFAULT_VFD_COMPATIBLE;
   return 0;
 }
 
-/// Larger objects begin on a page, so that what is mapped or zeroed has few edges. All others begin at
-/// multiples of a cell's size: a cell that lay in two sectors could be torn by a power cut.
+/// Large objects begin on a page, so that zeroing them needs few partial pages. All others begin at multiples
+/// of the largest cell: a power cut could tear a cell that lies in two sectors.
 constexpr hsize_t largeObject = 65536;
 constexpr hsize_t pageBytes = 4096;
 constexpr hsize_t largestCell = 8;
@@ -101,41 +102,43 @@ haddr_t EndOfAllocation(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver
 
 herr_t SetEndOfAllocation(H5FD_t* driver, H5FD_mem_t type, haddr_t end) {
   file::TransactionalFile& file = FileOf(driver);
-  // Other programs end files anywhere; HDF5 would put what it aligns itself behind what Allocate has aligned.
+  // Other programs end files at any offset. Without the rounding, HDF5 would align the object behind the
+  // offset that Allocate has already aligned.
   if (!file.IsReadOnly()) end = RoundUp(end, largestCell);
-  return Answer(file,
-                [&] { type == H5FD_MEM_DRAW ? file.SetEndOfAllocation(end) : file.SetEndOfMetadata(end); });
+  return RunCallback(
+      file, [&] { type == H5FD_MEM_DRAW ? file.SetEndOfAllocation(end) : file.SetEndOfMetadata(end); });
 }
 
-/// HDF5 knows one alignment for everything, the smaller one, which it keeps where it uses space again.
+/// Allocates at the end of the file. HDF5 supports one alignment for all objects; it is the smaller one, and
+/// HDF5 applies it where it uses freed space again.
 haddr_t Allocate(H5FD_t* driver, H5FD_mem_t type, hid_t, hsize_t bytes) {
   haddr_t const end = FileOf(driver).EndOfAllocation();
-  haddr_t const place = RoundUp(end, bytes >= largeObject ? pageBytes : largestCell);
-  return SetEndOfAllocation(driver, type, place + bytes) < 0 ? HADDR_UNDEF : place;
+  haddr_t const offset = RoundUp(end, bytes >= largeObject ? pageBytes : largestCell);
+  return SetEndOfAllocation(driver, type, offset + bytes) < 0 ? HADDR_UNDEF : offset;
 }
 
 haddr_t EndOfFile(H5FD_t const* driver, H5FD_mem_t) { return FileOf(driver).EndOfFile(); }
 
 herr_t Free(H5FD_t* driver, H5FD_mem_t, hid_t, haddr_t offset, hsize_t bytes) {
   file::TransactionalFile& file = FileOf(driver);
-  return Answer(file, [&] { file.Free(offset, bytes); });
+  return RunCallback(file, [&] { file.Free(offset, bytes); });
 }
 
 herr_t Read(H5FD_t* driver, H5FD_mem_t type, hid_t, haddr_t offset, std::size_t bytes, void* to) {
   file::TransactionalFile& file = FileOf(driver);
-  return Answer(file, [&] {
+  return RunCallback(file, [&] {
     type == H5FD_MEM_DRAW ? file.ReadRawData(offset, to, bytes) : file.ReadMetadata(offset, to, bytes);
   });
 }
 
 herr_t Write(H5FD_t* driver, H5FD_mem_t type, hid_t, haddr_t offset, std::size_t bytes, void const* from) {
   file::TransactionalFile& file = FileOf(driver);
-  return Answer(file, [&] {
+  return RunCallback(file, [&] {
     type == H5FD_MEM_DRAW ? file.WriteRawData(offset, from, bytes) : file.WriteMetadata(offset, from, bytes);
   });
 }
 
-/// Flushing and truncating are part of a commit, which HDF5 knows nothing of.
+/// Flushing and truncating are steps of a commit, which TransactionalFile does.
 herr_t DoNothing(H5FD_t*, hid_t, hbool_t) { return 0; }
 
 // Registration
@@ -159,7 +162,7 @@ H5FD_class_t DriverClass() {
   driver.write = Write;
   driver.flush = DoNothing;
   driver.truncate = DoNothing;
-  // Values and structure keep separate free lists: held structure must never lie where values are.
+  // Raw data and metadata have separate free lists: held metadata must never cover raw data.
   for (H5FD_mem_t& list : driver.fl_map)
     list = H5FD_MEM_SUPER;
   driver.fl_map[H5FD_MEM_DEFAULT] = H5FD_MEM_DEFAULT;
@@ -167,8 +170,8 @@ H5FD_class_t DriverClass() {
   return driver;
 }
 
-/// Registered anew for each list, which then keeps the registration: an identifier that we kept would mean
-/// nothing, or another driver, once a host has shut HDF5 down and used it again.
+/// Registers the driver for each list, which then keeps the registration. An identifier kept here would be
+/// invalid, or name another driver, after a host has shut HDF5 down and used it again.
 bool SetDriver(hid_t access, file::TransactionalFile& file) {
   H5FD_class_t const description = DriverClass();
   DriverInfo const info{.file = &file};
@@ -181,10 +184,10 @@ bool SetDriver(hid_t access, file::TransactionalFile& file) {
 
 bool SetAccess(hid_t access, file::TransactionalFile& file) {
   return SetDriver(access, file) &&
-         // The newest format leaves a file refused after its writer was killed.
+         // HDF5 refuses a file in the newest format after its writer was killed.
          H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18) >= 0 &&
          H5Pset_fclose_degree(access, H5F_CLOSE_STRONG) >= 0 &&
-         // No chunk cache: a write that fails fails in its call.
+         // Without a chunk cache, a failed write fails in its own call.
          H5Pset_cache(access, 0, 521, 0, 0.75) >= 0 &&
          H5Pset_alignment(access, largestCell, largestCell) >= 0;
 }

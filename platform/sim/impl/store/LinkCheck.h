@@ -4,12 +4,13 @@
 
 namespace orx::store {
 
-/// Whether every commit runs CheckLinks first: in debug builds, and where tests ask for it. It looks at all
-/// objects of the file.
+/// True when every commit runs CheckLinks first: in debug builds, and where tests ask for it. CheckLinks
+/// visits all objects of the file, which is slow.
 extern bool checksEveryCommit;
 
-/// For a file's hid_t; inside Guarded. Raises an Hdf5Failure when an object has other than one link, or when
-/// two objects, or the cells of two datasets, share bytes of the file: one of them will be overwritten.
+/// Checks the file with the given hid_t; to be called inside Guarded. Raises an Hdf5Failure when an object
+/// does not have exactly one link, or when two objects or the raw data of two datasets share bytes of the
+/// file, of which one would be overwritten.
 void CheckLinks(std::int64_t file);
 
 } // namespace orx::store

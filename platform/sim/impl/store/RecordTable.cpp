@@ -9,7 +9,8 @@ namespace orx::store {
 namespace {
 
 constexpr std::uint64_t metadataAllowance = 16 << 10;
-/// So much at once is better not held in memory until the commit: it is written behind what is committed.
+/// Larger appends are written at once, behind the committed rows, instead of being held in memory until the
+/// commit.
 constexpr std::size_t heldBytes = 256 << 10;
 
 Hdf5Id RowType(RecordTable::Columns columns) {
@@ -36,13 +37,13 @@ std::int64_t RowsAttribute(hid_t dataset, std::string const& path) {
 } // namespace
 
 RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Columns columns,
-                                std::int64_t room) {
+                                std::int64_t capacity) {
   RecordTable table(file, path, Width(columns));
   std::string const what = "creating " + path;
   file::TransactionalFile& bytes = file.Bytes();
-  bytes.ReserveGrowth(table.BytesOf(room) + metadataAllowance);
+  bytes.ReserveGrowth(table.BytesOf(capacity) + metadataAllowance);
   std::uint64_t const freshFrom = bytes.FreshFrom();
-  auto const extent = static_cast<hsize_t>(room);
+  auto const extent = static_cast<hsize_t>(capacity);
   Hdf5Id const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
   Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
   Checked(H5Pset_layout(creation.Get(), H5D_CONTIGUOUS), what);
@@ -52,10 +53,10 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
   Hdf5Id const dataset = CheckedId(
       H5Dcreate2(file.Id(), path.c_str(), type.Get(), space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
       what);
-  table.m_place = Checked(H5Dget_offset(dataset.Get()), what);
-  table.m_room = room;
+  table.m_offset = Checked(H5Dget_offset(dataset.Get()), what);
+  table.m_capacity = capacity;
   bytes.WillWriteRawData();
-  if (table.m_place < freshFrom) bytes.File().Zero(table.m_place, table.BytesOf(room));
+  if (table.m_offset < freshFrom) bytes.File().Zero(table.m_offset, table.BytesOf(capacity));
   WriteAttribute(dataset.Get(), "rows", std::int64_t{0});
   return table;
 }
@@ -69,14 +70,15 @@ std::optional<RecordTable> RecordTable::Open(DatabaseFile& file, std::string con
   if (CheckedRead(H5Tequal(type.Get(), RowType(columns).Get()), "reading the type of " + path) == 0 ||
       H5Sget_simple_extent_ndims(space.Get()) != 1 || IsExternal(dataset.Get()))
     throw DamageFound{path + " is not a table as it was written"};
-  table.m_room = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), "reading the shape of " + path);
+  table.m_capacity = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), "reading the shape of " + path);
   table.m_rows = RowsAttribute(dataset.Get(), path);
-  table.m_place = H5Dget_offset(dataset.Get());
+  table.m_offset = H5Dget_offset(dataset.Get());
   std::uint64_t const end = file.Bytes().EndOfAllocation();
-  bool const isInside = table.m_place != HADDR_UNDEF && table.m_place <= end &&
-                        static_cast<std::uint64_t>(table.m_room) <=
-                            (end - table.m_place) / (static_cast<std::uint64_t>(table.m_width) * sizeof(int));
-  if (!isInside || table.m_rows < 0 || table.m_rows > table.m_room)
+  bool const isInside =
+      table.m_offset != HADDR_UNDEF && table.m_offset <= end &&
+      static_cast<std::uint64_t>(table.m_capacity) <=
+          (end - table.m_offset) / (static_cast<std::uint64_t>(table.m_width) * sizeof(int));
+  if (!isInside || table.m_rows < 0 || table.m_rows > table.m_capacity)
     throw DamageFound{path + " has " + std::to_string(table.m_rows) +
                       " rows, more than there are in the file"};
   return table;
@@ -85,22 +87,22 @@ std::optional<RecordTable> RecordTable::Open(DatabaseFile& file, std::string con
 std::vector<int> RecordTable::Read(std::int64_t first, std::int64_t count) const {
   std::vector<int> rows(static_cast<std::size_t>(count) * static_cast<std::size_t>(m_width));
   if (count > 0)
-    m_file->Bytes().ReadMetadata(m_place + BytesOf(first), rows.data(), rows.size() * sizeof(int));
+    m_file->Bytes().ReadMetadata(m_offset + BytesOf(first), rows.data(), rows.size() * sizeof(int));
   return rows;
 }
 
 void RecordTable::Append(std::span<int const> rows) {
-  std::uint64_t const place = m_place + BytesOf(m_rows);
+  std::uint64_t const offset = m_offset + BytesOf(m_rows);
   if (rows.size_bytes() > heldBytes) {
-    m_file->Bytes().WriteRawData(place, rows.data(), rows.size_bytes());
+    m_file->Bytes().WriteRawData(offset, rows.data(), rows.size_bytes());
   } else {
-    m_file->Bytes().WriteMetadata(place, rows.data(), rows.size_bytes());
+    m_file->Bytes().WriteMetadata(offset, rows.data(), rows.size_bytes());
   }
   SetRows(m_rows + static_cast<std::int64_t>(rows.size()) / m_width);
 }
 
 void RecordTable::Overwrite(std::int64_t first, std::span<int const> rows) {
-  m_file->Bytes().WriteMetadata(m_place + BytesOf(first), rows.data(), rows.size_bytes());
+  m_file->Bytes().WriteMetadata(m_offset + BytesOf(first), rows.data(), rows.size_bytes());
 }
 
 void RecordTable::CutTo(std::int64_t rows) { SetRows(rows); }
@@ -113,6 +115,8 @@ void RecordTable::SetRows(std::int64_t rows) {
   m_rows = rows;
 }
 
-void RecordTable::Forget() const noexcept { m_file->Bytes().ReleaseMetadata(m_place, BytesOf(m_room)); }
+void RecordTable::DropHeldRows() const noexcept {
+  m_file->Bytes().ReleaseMetadata(m_offset, BytesOf(m_capacity));
+}
 
 } // namespace orx::store

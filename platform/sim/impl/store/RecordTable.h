@@ -10,34 +10,36 @@ namespace orx::store {
 
 class DatabaseFile;
 
-/// Rows of 32-bit integers in a dataset of the file, with room for more behind them; its attribute `rows`
-/// says how many there are. Rows count as structure: they are seen in the file once a commit has put them
-/// there, all or none. To be used inside Guarded.
+/// Rows of 32-bit integers in a contiguous dataset, with unused space behind them. The attribute `rows` of
+/// the dataset has their number. Rows are metadata of the file: a commit writes all changes of them or none.
+/// To be used inside Guarded.
 ///
-///     dataset   row 0   row 1   ...   row rows-1   room, zeros
+///     dataset   row 0   row 1   ...   row rows-1   zeros, up to the capacity
 class RecordTable {
 public:
-  /// Names of the columns; none: plain integers, one a row.
+  /// Names of the columns; empty for a table of plain integers, one in each row.
   using Columns = std::span<char const* const>;
 
-  /// A new one at a path, with room for so many rows.
-  static RecordTable Create(DatabaseFile& file, std::string const& path, Columns columns, std::int64_t room);
-  /// The one at a path, if there is one. What says that it has more rows than the file has bytes is damaged.
+  /// Makes an empty table at a path, with space for `capacity` rows.
+  static RecordTable Create(DatabaseFile& file, std::string const& path, Columns columns,
+                            std::int64_t capacity);
+  /// Opens the table at a path; returns nothing when the path does not exist. Raises DamageFound when the
+  /// dataset has another type, or more rows than fit in the file.
   static std::optional<RecordTable> Open(DatabaseFile& file, std::string const& path, Columns columns);
 
   std::int64_t Rows() const noexcept { return m_rows; }
-  std::int64_t Room() const noexcept { return m_room; }
+  std::int64_t Capacity() const noexcept { return m_capacity; }
   std::vector<int> Read(std::int64_t first, std::int64_t count) const;
 
-  /// Behind the last row, where there is room.
+  /// Adds rows behind the last one. REQUIRES that the capacity suffices.
   void Append(std::span<int const> rows);
   void Overwrite(std::int64_t first, std::span<int const> rows);
-  /// Takes the last rows back.
+  /// Removes the rows from `rows` on.
   void CutTo(std::int64_t rows);
-  /// Its dataset has another path now.
-  void MovedTo(std::string const& path) { m_path = path; }
-  /// Nothing of it is written any more; to be called before it is removed.
-  void Forget() const noexcept;
+  /// Notes that the dataset has another path.
+  void SetPath(std::string const& path) { m_path = path; }
+  /// Drops rows that are not in the file yet; to be called before the dataset is removed.
+  void DropHeldRows() const noexcept;
 
 private:
   RecordTable(DatabaseFile& file, std::string path, int width)
@@ -49,10 +51,10 @@ private:
 
   DatabaseFile* m_file;
   std::string m_path;
-  int m_width; ///< integers a row
-  std::uint64_t m_place = 0;
+  int m_width;                ///< integers in each row
+  std::uint64_t m_offset = 0; ///< file offset of row 0
   std::int64_t m_rows = 0;
-  std::int64_t m_room = 0;
+  std::int64_t m_capacity = 0; ///< in rows
 };
 
 } // namespace orx::store

@@ -44,12 +44,14 @@ void WriteArray(hid_t group, char const* name, Value const* values, std::int64_t
   WriteAttribute(dataset.Get(), "checksum", std::span<std::uint64_t const>(&sum, 1));
 }
 
-/// Callers take memory for what they are told is there, so it must take space in the file as well.
+/// Raises DamageFound when a dataset is larger than its space in the file allows. Callers allocate as much
+/// memory as the dataset claims to need.
 void RequireStored(DatabaseFile const& file, hid_t dataset, std::int64_t bytes, std::string const& name) {
   if (static_cast<std::uint64_t>(bytes) <= MostStoredBytes(dataset, file.Bytes().EndOfAllocation())) return;
   throw DamageFound{name + " has " + std::to_string(bytes) + " bytes, more than the file can hold"};
 }
 
+/// Opens a dataset of the group and sets `count` to the number of its values.
 Hdf5Id OpenArray(DatabaseFile const& file, hid_t group, char const* name, std::int64_t& count) {
   std::string const what = std::string("reading the sparse array ") + name;
   Hdf5Id const access = AccessInsideFile(H5P_DATASET_ACCESS, name);
@@ -90,23 +92,25 @@ void ReadArray(DatabaseFile const& file, hid_t group, char const* name, Value* v
                       " does not have the checksum it was written with"};
 }
 
-/// What is not right with the structure, or "".
-std::string Fault(SparseArrays const& arrays, std::int64_t rows, std::int64_t columns, std::int64_t entries) {
-  std::int32_t const* const starts = arrays.starts;
-  if (starts != nullptr) {
-    if (starts[0] != 0) return "the first row start is " + std::to_string(starts[0]) + ", expected 0";
+/// Describes the first fault of the row pointers and column indices; "" when there is none.
+std::string FindFault(SparseArrays const& arrays, std::int64_t rows, std::int64_t columns,
+                      std::int64_t entries) {
+  std::int32_t const* const rowPointers = arrays.rowPointers;
+  if (rowPointers != nullptr) {
+    if (rowPointers[0] != 0)
+      return "the first row start is " + std::to_string(rowPointers[0]) + ", expected 0";
     for (std::int64_t row = 0; row < rows; ++row)
-      if (starts[row + 1] < starts[row])
-        return "the row starts decrease from " + std::to_string(starts[row]) + " to " +
-               std::to_string(starts[row + 1]) + " at row " + std::to_string(row);
-    if (starts[rows] != entries)
-      return "the last row start is " + std::to_string(starts[rows]) +
+      if (rowPointers[row + 1] < rowPointers[row])
+        return "the row starts decrease from " + std::to_string(rowPointers[row]) + " to " +
+               std::to_string(rowPointers[row + 1]) + " at row " + std::to_string(row);
+    if (rowPointers[rows] != entries)
+      return "the last row start is " + std::to_string(rowPointers[rows]) +
              ", expected the number of stored entries, " + std::to_string(entries);
   }
-  if (arrays.columns != nullptr) {
+  if (arrays.columnIndices != nullptr) {
     for (std::int64_t k = 0; k < entries; ++k)
-      if (arrays.columns[k] < 0 || arrays.columns[k] >= columns)
-        return "entry " + std::to_string(k) + " has column " + std::to_string(arrays.columns[k]) +
+      if (arrays.columnIndices[k] < 0 || arrays.columnIndices[k] >= columns)
+        return "entry " + std::to_string(k) + " has column " + std::to_string(arrays.columnIndices[k]) +
                ", expected 0 to " + std::to_string(columns - 1);
   }
   return "";
@@ -130,7 +134,7 @@ SparseDrawer::~SparseDrawer() {
 std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int64_t rows,
                                                    std::int64_t columns, std::int64_t entries,
                                                    SparseArrays const& arrays) {
-  if (std::string const fault = Fault(arrays, rows, columns, entries); !fault.empty()) {
+  if (std::string const fault = FindFault(arrays, rows, columns, entries); !fault.empty()) {
     ORXSimException(ORXSimException::invalidArgument,
                     "Writing a sparse matrix is not possible: " + fault + ".")
         .Throw(__FILE__, __LINE__);
@@ -147,8 +151,8 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int6
     hid_t const group = drawer->m_hdf5->group.Get();
     WriteAttribute(group, "MATLAB_sparse", columns);
     WriteArray(group, "data", arrays.values, entries);
-    WriteArray(group, "ir", arrays.columns, entries);
-    WriteArray(group, "jc", arrays.starts, rows + 1);
+    WriteArray(group, "ir", arrays.columnIndices, entries);
+    WriteArray(group, "jc", arrays.rowPointers, rows + 1);
     if (arrays.diagonal != nullptr) WriteArray(group, "diagonal", arrays.diagonal, rows);
     drawer->ReleaseHandle();
   });
@@ -178,26 +182,26 @@ std::int64_t SparseDrawer::Group() {
 
 void SparseDrawer::ReleaseHandle() noexcept { m_hdf5->group.Close(); }
 
-void SparseDrawer::PutAt(std::string const& path) {
+void SparseDrawer::MoveTo(std::string const& path) {
   ReleaseHandle();
   std::string now = path;
   m_file.Move(m_path, now);
   m_path.swap(now);
 }
 
-void SparseDrawer::TakeBack() {
-  if (m_path != m_pending) PutAt(m_pending);
+void SparseDrawer::MoveBack() {
+  if (m_path != m_pending) MoveTo(m_pending);
 }
 
 void SparseDrawer::Read(SparseArrays const& arrays) {
   Guarded(m_file, [&] {
     hid_t const group = Group();
     ReadArray(m_file, group, "data", arrays.values, m_entries);
-    ReadArray(m_file, group, "ir", arrays.columns, m_entries);
-    ReadArray(m_file, group, "jc", arrays.starts, m_rows + 1);
+    ReadArray(m_file, group, "ir", arrays.columnIndices, m_entries);
+    ReadArray(m_file, group, "jc", arrays.rowPointers, m_rows + 1);
     ReadArray(m_file, group, "diagonal", arrays.diagonal, m_rows);
     ReleaseHandle();
-    if (std::string const fault = Fault(arrays, m_rows, m_columns, m_entries); !fault.empty())
+    if (std::string const fault = FindFault(arrays, m_rows, m_columns, m_entries); !fault.empty())
       throw DamageFound{fault};
   });
 }

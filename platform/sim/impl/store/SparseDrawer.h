@@ -9,20 +9,22 @@ namespace orx::store {
 
 class DatabaseFile;
 
-/// What a sparse drawer holds, in the caller's memory; null: not there or not asked for.
+/// The arrays of a sparse drawer, in the caller's memory. An array that does not exist or is not wanted is
+/// null.
 struct SparseArrays {
-  double* values = nullptr;        ///< one per stored entry
-  std::int32_t* columns = nullptr; ///< one per stored entry, zero-based
-  std::int32_t* starts = nullptr;  ///< rows + 1, zero-based
-  double* diagonal = nullptr;      ///< one per row
+  double* values = nullptr;              ///< one for each stored entry
+  std::int32_t* columnIndices = nullptr; ///< one for each stored entry, zero-based
+  std::int32_t* rowPointers = nullptr;   ///< rows + 1, zero-based
+  double* diagonal = nullptr;            ///< one for each row
 };
 
-/// A matrix in compressed rows: a group with the datasets data, ir, jc and, for the symmetric form, diagonal,
-/// the arrays of MATLAB's sparse matrices, which are stored by columns: it reads the transpose. Written once,
-/// as a whole; each dataset carries a checksum of its bytes.
+/// A matrix in compressed rows: a group with the datasets data (values), ir (column indices), jc (row
+/// pointers) and, for the symmetric form, diagonal. These are the arrays of MATLAB's sparse matrices, which
+/// are stored by columns, so MATLAB reads the transpose. The matrix is written once, as a whole; each dataset
+/// has a checksum of its bytes as an attribute.
 class SparseDrawer {
 public:
-  /// A new group that waits for its place. The diagonal may be null.
+  /// Writes a new group, under a pending path until MoveTo. The diagonal may be null.
   static std::unique_ptr<SparseDrawer> Create(DatabaseFile& file, std::int64_t rows, std::int64_t columns,
                                               std::int64_t entries, SparseArrays const& arrays);
   static std::unique_ptr<SparseDrawer> Open(DatabaseFile& file, std::string const& path, std::int64_t rows,
@@ -30,18 +32,19 @@ public:
 
   SparseDrawer(SparseDrawer const&) = delete;
   SparseDrawer& operator=(SparseDrawer const&) = delete;
-  /// Space of a group that still waits is given back.
+  /// Removes a group that is still pending, which frees its space.
   ~SparseDrawer();
 
   std::int64_t Entries() const noexcept { return m_entries; }
   bool HasDiagonal() const noexcept { return m_hasDiagonal; }
+  /// Reads the arrays that are not null.
   void Read(SparseArrays const& arrays);
 
-  /// The group's hid_t.
+  /// The group's hid_t. Opens the group when it is closed.
   std::int64_t Group();
-  /// Gives the group its place; TakeBack undoes it.
-  void PutAt(std::string const& path);
-  void TakeBack();
+  /// Moves the group from its pending path to its own; MoveBack undoes this.
+  void MoveTo(std::string const& path);
+  void MoveBack();
   void ReleaseHandle() noexcept;
 
 private:
@@ -54,8 +57,8 @@ private:
   std::int64_t m_columns;
   std::int64_t m_entries = 0;
   bool m_hasDiagonal = false;
-  std::string m_path;    ///< where it is now
-  std::string m_pending; ///< path before it got its place; "" for one that was there
+  std::string m_path;    ///< present path of the group
+  std::string m_pending; ///< path before MoveTo; "" for a group that was opened
   std::unique_ptr<Hdf5> m_hdf5;
 };
 
