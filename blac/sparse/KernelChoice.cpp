@@ -64,8 +64,8 @@ bool SparseProduct::IsScattered() const {
 }
 
 /// The fewest vectors of a group for which interleaving is faster than the SpMV kernels. These make use of
-/// shared and of shifted columns. In irregular rows the SpMV kernels are as fast for few vectors, the more so
-/// in short rows, which use a slot only a few times. The numbers are measured.
+/// shared and of shifted columns. In irregular rows the SpMV kernels are as fast for few vectors, and in
+/// short rows, which use a slot only a few times, for any number. The numbers are measured.
 int SparseProduct::FewestToInterleave() const {
   constexpr std::int64_t longRow = 10;
   bool const isScattered = IsScattered();
@@ -76,7 +76,7 @@ int SparseProduct::FewestToInterleave() const {
   }
   if (isScattered) return 2;
   if (m_pattern != RowPattern::Irregular) return noneIsInterleaved;
-  return m_matrix.rowPointers[m_rows] > longRow * m_rows ? 5 : 7;
+  return m_matrix.rowPointers[m_rows] > longRow * m_rows ? 5 : noneIsInterleaved;
 }
 
 /// A ring that stays in the second-level cache. When such a ring is too small for more than one entry of a
