@@ -59,7 +59,7 @@ ORXSimCSetID Joined(ORXSimCSet const& front, ORXSimCSet const& back) {
 
 } // namespace
 
-// ---- creation and destruction
+// Creation and destruction
 
 ORXSrvDenseMatrix::ORXSrvDenseMatrix() = default;
 
@@ -150,7 +150,7 @@ std::unique_ptr<ORXSimTransfer> ORXSrvDenseMatrix::NewTransfer() const {
   return transfer;
 }
 
-// ---- queries
+// Queries
 
 ORXSimCSetID ORXSrvDenseMatrix::RowCSetID() const { return LabelsAlong(rowDirection, m_rowCSetID); }
 
@@ -203,7 +203,7 @@ int ORXSrvDenseMatrix::BlockContaining(Direction direction, int index) const noe
   return (index - m_firstBlockSize[direction]) / m_blockSize[direction] + 1;
 }
 
-// ---- operands that share values
+// Operands that share values
 
 ORXSrvDenseMatrix::Rectangle ORXSrvDenseMatrix::InDistribution(Rectangle const& range) const noexcept {
   int const row = m_first[rowDirection];
@@ -230,7 +230,7 @@ void ORXSrvDenseMatrix::RequireNotShifted(Rectangle const& range, ORXSrvDenseMat
   if (Meets(range, other) && !haveSameOrigin) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, __LINE__);
 }
 
-// ---- growth
+// Growth
 
 namespace {
 enum ExtendStatus : int { done = 0, isView = 1, nothingToAppend = 2, noSuchDimension = 3, labelExists = 4 };

@@ -37,7 +37,7 @@ void ReportWriteFailure(ORXSimException const& failure) {
 
 } // namespace
 
-// ---- rectangles
+// Rectangles
 
 bool ORXSrvDenseMatrix::Contains(Rectangle const& range) const noexcept {
   return range.firstRow >= 0 && range.firstColumn >= 0 && range.lastRow < NumberOfRows() &&
@@ -94,7 +94,7 @@ void ORXSrvDenseMatrix::SetColumns(int firstColumn, int lastColumn, ORXSrvMatrix
   SetValues(0, NumberOfRows() - 1, firstColumn, lastColumn, source);
 }
 
-// ---- whole matrix into memory
+// Whole matrix into memory
 
 void ORXSrvDenseMatrix::GetAllValues(double* out) const {
   ORXSrvMatrix all(NumberOfRows(), NumberOfColumns(), out);
@@ -157,7 +157,7 @@ void ORXSrvDenseMatrix::GetSymmetricValues(double* out) const {
   }
 }
 
-// ---- copies between block matrices
+// Copies between block matrices
 
 void ORXSrvDenseMatrix::GetSubmatrix(ORXSrvDenseMatrix& target, int firstRow, int lastRow, int firstColumn,
                                      int lastColumn) const {

@@ -32,7 +32,7 @@ constexpr char multiplyAssign[] = "ORXSrvDenseMatrix::MultiplyAssign";
 constexpr char transposeMultiply[] = "ORXSrvDenseMatrix::TransposeMultiply";
 constexpr char indexedMultiply[] = "ORXSrvDenseMatrix::IndexedMultiply";
 
-// ---- checks
+// Checks
 
 /// Error 206 for `operation`, as of `line`, unless the condition holds.
 void RequireInput(bool condition, char const* operation, int line) {
@@ -61,7 +61,7 @@ void RequireApart(double const* from, std::int64_t count, double const* to, std:
   RequireInput(!isBefore(from, to + written) || !isBefore(to, from + count), operation, line);
 }
 
-// ---- strips
+// Strips
 //
 // A matrix that is stored whole, or in long chunks, is one block. Work areas of 64 MB keep DGEMM at its
 // speed, so a larger block is worked on in strips.
@@ -100,7 +100,7 @@ bool Covers(ORXSrvMatrix const& matrix, int rows, int columns) {
   return !matrix.IsDiagonal() && matrix.NumberOfRows() >= rows && matrix.NumberOfColumns() >= columns;
 }
 
-// ---- block products
+// Block products
 
 /// Column-major values with a leading dimension.
 struct Values {
@@ -210,7 +210,7 @@ void MultiplyInMemory(ORXSrvDenseMatrix const& a, double const* b, int n, double
   }
 }
 
-// ---- both factors out of core
+// Both factors out of core
 
 /// A * B, tile by tile, see ProductTiles.h.
 class TiledProduct {
@@ -274,7 +274,7 @@ private:
   std::vector<BlockRange> m_columns;
 };
 
-// ---- transposed products
+// Transposed products
 
 /// Row blocks that are taken together, so that the work area is about a column block of A by B's rows.
 int RowBlocksTogether(ORXSrvDenseMatrix const& a, int rowsOfB) {
@@ -332,7 +332,7 @@ void MultiplyTransposed(ORXSrvDenseMatrix const& a, Operand const& b, ORXSrvMatr
   if (symmetric) c.SetSymmetricResults();
 }
 
-// ---- indexed products
+// Indexed products
 
 /// Positions of group g of an IndexedMultiply in the result.
 BlockRange Positions(int const* groupStart, int g) { return {groupStart[g], groupStart[g + 1] - 1}; }
@@ -372,7 +372,7 @@ bool AreInPlace(int const* rowIndex, int const* groupStart, int groups) {
 
 } // namespace
 
-// ---- A * B
+// A * B
 
 void ORXSrvDenseMatrix::Multiply(double const* x, int n, double* y) const {
   RequireApart(x, std::int64_t{NumberOfColumns()} * n, y, NumberOfRows(), NumberOfRows(), n, "Multiply",
@@ -486,7 +486,7 @@ void ORXSrvDenseMatrix::IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix
   }
 }
 
-// ---- A^T * B
+// A^T * B
 
 void ORXSrvDenseMatrix::TransposeMultiply(double const* x, int n, double* y, int k) const {
   std::vector<BlockRange> const blocks = ColumnBlocks(*this, k);

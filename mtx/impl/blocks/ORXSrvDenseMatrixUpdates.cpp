@@ -19,7 +19,7 @@ namespace {
 
 constexpr auto& sourceFile = orx::denseMatrixSource;
 
-// ---- updates
+// Updates
 
 /// Columns of a piece of a row block: 256 kB.
 int PieceWidth(int rows) {
@@ -48,7 +48,7 @@ void VisitPieces(ORXSrvDenseMatrix const& matrix, char const* operation, Visit v
     }
 }
 
-// ---- symmetry
+// Symmetry
 
 /// Compares rectangles of a square matrix with their mirror images.
 class MirrorTest {

@@ -29,7 +29,7 @@ ORXSimCSetID MembersOf(ORXSimCollectionID const& collection, int count, int cons
 
 } // namespace
 
-// ---- creation and destruction
+// Creation and destruction
 
 ORXSrvScratchDenseMatrix::ORXSrvScratchDenseMatrix() = default;
 
@@ -74,7 +74,7 @@ void ORXSrvScratchDenseMatrix::Build(int rows, int columns, int const* rowLabels
   Attach(ORXSimDistribution(id));
 }
 
-// ---- queries and views
+// Queries and views
 
 ORXSimCSetID ORXSrvScratchDenseMatrix::RowCSetID() const {
   return m_externalRowCSetID.IsNull() ? ORXSrvDenseMatrix::RowCSetID() : m_externalRowCSetID;

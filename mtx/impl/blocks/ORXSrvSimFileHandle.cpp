@@ -28,7 +28,7 @@ std::unique_ptr<ORXSimDatabase> CreateScratchFile(atr_String const& name) {
 
 } // namespace
 
-// ---- ORXSrvSimFileHandleRepr
+// ORXSrvSimFileHandleRepr
 
 ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(std::unique_ptr<ORXSimDatabase> database)
     : m_database(std::move(database)) {}
@@ -41,7 +41,7 @@ ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(atr_String const& fileName)
 
 ORXSrvSimFileHandleRepr::~ORXSrvSimFileHandleRepr() { m_database->Discard(); }
 
-// ---- ORXSrvSimFileHandle
+// ORXSrvSimFileHandle
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): callers are compiled against it
 void ORXSrvSimFileHandle::Associate(atr_String fileName) {

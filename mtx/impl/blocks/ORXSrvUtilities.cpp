@@ -28,7 +28,7 @@ struct Place {
   int typeIndex; ///< negative: untyped
 };
 
-// ---- member sets of one collection
+// Member sets of one collection
 
 bool AreOfOneCollection(ORXSimCSetID const& a, ORXSimCSetID const& b) {
   return a.Collection().Equal(b.Collection());
@@ -56,7 +56,7 @@ int MakeAllDistinct(Sets& sets) {
   return moved;
 }
 
-// ---- creation
+// Creation
 
 ORXSimGrid GridOf(Sets const& sets) {
   ORXSimArray<ORXSimCollectionID> collections;
@@ -81,7 +81,7 @@ ORXSimDistributionID CreateTemporaryAt(Place const& place, Sets const& sets) {
   return context.CreateTempDistribution(GridOf(sets), ORXSimRangeType(ORXSimTypeKey::Double), type);
 }
 
-// ---- drawers
+// Drawers
 
 /// None when no dimension is chunked; else a dimension that is not gets its size.
 Chunks ChunksFor(Sets const& sets, Chunks lengths) {
@@ -114,7 +114,7 @@ int ChunkWithin(ORXSimCSetID const& set, int chunk) {
 
 } // namespace
 
-// ---- ORXSrvUtilities
+// ORXSrvUtilities
 
 void ORXSrvUtilities::LimitChunkSize2GB(int& chunkA, int& chunkB, int sizeB, int sizeA) {
   constexpr int doublesIn2GB = 1 << 28;
@@ -202,7 +202,7 @@ ORXSimDistributionID ORXSrvUtilities::Write1DIntDistribution(ORXSimCSetID set, i
   return id;
 }
 
-// ---- ORXSrvFindContiguousRanges
+// ORXSrvFindContiguousRanges
 
 namespace {
 

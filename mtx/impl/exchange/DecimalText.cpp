@@ -13,8 +13,8 @@
 
 namespace orx {
 
-// Both directions are one multiplication, of a significand w of 64 bits by the leading 128 bits of a power of
-// ten, and one rounding:
+// Both directions multiply a significand w of 64 bits by the leading 128 bits of a power of ten, and round
+// the product once:
 //
 //     w         [1.......]                            w 2^a: the double, or the digits of the text
 //     10^q      [1.......|........]...                cut off
@@ -22,13 +22,13 @@ namespace orx {
 //                 high      middle    low
 //               [ kept |r| rest    ]                  kept: 16 decimal digits, or the 53 bits of a double
 //
-// What was cut off carries at most 1 into middle. So the round bit r and all above it are right unless rest
-// is all ones, and there is a tie only if rest is all zeros: then the reader turns to exact arithmetic if it
-// must. The writer never must: see Scale.
+// The bits of 10^q that were cut off carry at most 1 into middle. The round bit r and all bits above it are
+// therefore right unless rest is all ones, and there is a tie only if rest is all zeros. Where these cases
+// are not decided, the reader turns to exact arithmetic. The writer never needs it: see Scale.
 //
-// Text is handled eight digits at a time, as the bytes of one word, first digit lowest. The idea to decide by
-// 128 bits of a precomputed power is from D. Lemire, Number parsing at a gigabyte per second, Software:
-// Practice and Experience 51 (2021).
+// Text is handled eight digits at a time, as the bytes of one word, the first digit in the lowest byte. The
+// idea to decide by 128 bits of a precomputed power is from D. Lemire, Number parsing at a gigabyte per
+// second, Software: Practice and Experience 51 (2021).
 
 static_assert(std::endian::native == std::endian::little, "digits are handled as bytes of a word");
 
@@ -44,8 +44,7 @@ constexpr int exponentBias = 1023;
 constexpr std::uint64_t tenTo8 = 100'000'000;
 constexpr std::uint64_t tenTo15 = 1'000'000'000'000'000;
 
-/// The product as drawn above without low, which is as good as cut off. Exact for 10^0 to 10^27, whose
-/// leading 64 bits are all.
+/// Up to 10^27 the leading 64 bits are the whole power, and the product drawn above is exact without low.
 constexpr int largestExactPower = 27;
 struct Product {
   std::uint64_t high;
@@ -57,10 +56,10 @@ Product Multiply(std::uint64_t w, PowerOfTen const& power) {
   return {static_cast<std::uint64_t>(upper >> 64), static_cast<std::uint64_t>(upper)};
 }
 
-// ---- eight digits in a word
+// Eight digits in a word
 
-/// The eight digits of number < 10^8 as values 0 to 9. Splits all parts at once, into halves of 4, 2 and
-/// 1 digits; the factors are 1/100 and 1/10 in binary, exact enough for the values they meet.
+/// Returns the eight digits of number < 10^8, each 0 to 9 in one byte. Splits all parts at once, into halves
+/// of 4, 2 and 1 digits. The factors are 1/100 and 1/10 in binary, exact enough for parts of 4 and 2 digits.
 std::uint64_t SplitEightDigits(std::uint64_t number) {
   std::uint64_t const fours = number / 10000 | (number % 10000) << 32;
   std::uint64_t const hundreds = (fours * 10486 >> 20) & 0x0000007F0000007F;
@@ -85,7 +84,7 @@ char* WriteEightDigits(char* out, std::uint64_t number) {
   return out + 8;
 }
 
-// ---- writing
+// Writing
 
 /// 10^15 <= digits < 10^16, value = digits 10^(exponent - 15).
 struct SixteenDigits {
@@ -93,23 +92,24 @@ struct SixteenDigits {
   int exponent;
 };
 
-/// The decimal exponent of w 2^(binaryExponent - 63), w having its top bit set: that of 2^binaryExponent or,
-/// if a power of ten lies between, the next. Just below that power the result may be one too large, harmless
-/// because the digits round up to the power.
+/// Returns the decimal exponent of w 2^(binaryExponent - 63), where w has its top bit set: the decimal
+/// exponent of 2^binaryExponent or, if a power of ten lies between the two numbers, one more. Just below that
+/// power the result may be one too large, which is harmless because the digits round up to the power.
 int DecimalExponent(std::uint64_t w, int binaryExponent) {
   int const smaller = (binaryExponent * 78913) >> 18; // log10(2)
   bool const powerBetween = BinaryExponent(smaller + 1) == binaryExponent;
   return smaller + static_cast<int>(powerBetween & (w >= powersOfTen[smaller + 1].high));
 }
 
-/// The 16 digits of w 2^(binaryExponent - 63). For q from 0 to 27 the product is exact, and with it a tie.
-/// For others it is too small by less than 2^-71 of the last digit, and a search of each binade by continued
-/// fractions finds no double closer to a tie than 2^-63: rounding is always decided.
+/// Returns w 2^(binaryExponent - 63) rounded to 16 digits, ties to even. For q from 0 to 27 the product is
+/// exact, and a tie is recognised. For other q it is too small by less than 2^-71 of the last digit, and a
+/// search of each binade by continued fractions finds no double closer to a tie than 2^-63: rounding is
+/// always decided.
 SixteenDigits Scale(std::uint64_t w, int binaryExponent) {
   int const exponent = DecimalExponent(w, binaryExponent);
   int const q = 15 - exponent;
   auto const [high, middle] = Multiply(w, powersOfTen[q]);
-  int const restBits = 61 - binaryExponent - BinaryExponent(q); // in high: 8 to 13
+  int const restBits = 61 - binaryExponent - BinaryExponent(q); // bits of high below the round bit: 8 to 13
   std::uint64_t kept = high >> restBits;                        // and the round bit
   bool const tie = middle == 0 && high << (64 - restBits) == 0;
   if (tie && (kept & 3) == 1) --kept;
@@ -165,14 +165,14 @@ char* WriteScientific15(char* out, double value) {
 char* WriteUnsigned(char* out, std::uint64_t value) {
   if (value >= tenTo8) return WriteEightDigits(WriteUnsigned(out, value / tenTo8), value % tenTo8);
   std::uint64_t const digits = SplitEightDigits(value);
-  int const leadingZeros = std::countr_zero(digits | std::uint64_t{1} << 56) / 8; // the last digit stays
+  int const leadingZeros = std::countr_zero(digits | std::uint64_t{1} << 56) / 8; // 0 keeps one digit
   StoreWord(out, (digits + eightZeros) >> (8 * leadingZeros));
   return out + 8 - leadingZeros;
 }
 
 namespace {
 
-// ---- reading digits
+// Reading digits
 
 unsigned Digit(char c) { return static_cast<unsigned>(c) - '0'; }
 bool IsDigit(char c) { return Digit(c) <= 9; }
@@ -185,23 +185,26 @@ constexpr std::array<std::uint32_t, 8> smallPowersOfTen = [] {
   return powers;
 }();
 
-/// Eight characters with digits made 0 to 9.
+/// Returns the eight characters at p as one word, with '0' to '9' turned into 0 to 9.
 std::uint64_t LoadWord(char const* p) {
   std::uint64_t word;
   std::memcpy(&word, p, sizeof word);
   return word ^ eightZeros;
 }
 
-/// Has the top bit of the bytes above 9. A carry spoils the bytes behind the first such, but not that one.
+/// Returns a word with the top bit set in each byte that is above 9 in `word`. A carry may falsify bytes
+/// after the first such byte, but not that byte.
 std::uint64_t OtherThanDigits(std::uint64_t word) {
   return ((word + 0x7676767676767676) | word) & 0x8080808080808080;
 }
 
-/// Appends the digits at p, up to eight, and returns how many. REQUIRES eight readable characters.
+/// Appends the digits at p, at most eight, to the number and returns how many there are. REQUIRES eight
+/// readable characters.
 [[gnu::always_inline]] inline int AppendGroup(char const* p, std::uint64_t& number) {
   std::uint64_t const word = LoadWord(p);
   std::uint64_t const others = OtherThanDigits(word);
-  // A case of its own: a processor that predicts it goes on behind the group without awaiting the count.
+  // Eight digits have a branch of their own: when it is predicted, the processor goes on after the group
+  // without waiting for the count.
   if (others == 0) {
     number = number * tenTo8 + JoinEightDigits(word);
     return 8;
@@ -230,15 +233,16 @@ bool SkipSign(char const*& p, char const* last) {
   return negative;
 }
 
-// ---- reading doubles
+// Reading doubles
 
-/// As many digits always fit into 64 bits.
+/// Numbers of up to 19 digits always fit into 64 bits.
 constexpr std::int64_t maxExactDigits = 19;
 
-/// Not decided by 128 bits of the power of ten. No double has these bits without its sign.
+/// The result when 128 bits of the power of ten do not decide. No double without its sign has these bits.
 constexpr std::uint64_t undecided = ~std::uint64_t{0};
 
-/// The bits of the double nearest to number 10^q, those of infinity if it is too large, or undecided.
+/// Returns the bits of the double nearest to number 10^q, the bits of infinity if no double is large enough,
+/// or `undecided`.
 [[gnu::always_inline]] inline std::uint64_t NearestDouble(std::uint64_t number, std::int64_t q) {
   if (number == 0 || q < smallestPowerOfTen) return 0;
   if (q > std::numeric_limits<double>::max_exponent10) return infinityBits;
@@ -247,11 +251,11 @@ constexpr std::uint64_t undecided = ~std::uint64_t{0};
   auto const [high, middle] = Multiply(number << leadingZeros, powersOfTen[static_cast<int>(q)]);
   int const top = static_cast<int>(high >> 63);
   int exponent = BinaryExponent(static_cast<int>(q)) + top - leadingZeros + exponentBias + 62;
-  int restBits = 9 + top; // in high
+  int restBits = 9 + top; // bits of high below the round bit
   if (exponent < 0) [[unlikely]] {
-    restBits -= exponent; // a denormal
+    restBits -= exponent; // a denormal has fewer bits
     exponent = 0;
-    if (restBits > 63) return 0; // below 2^-1075, and not by so little that 19 digits could express it
+    if (restBits > 63) return 0; // below 2^-1075 by more than the error of the product
   }
   std::uint64_t kept = high >> restBits; // and the round bit
   if (middle + 1 <= 1) [[unlikely]] {    // all zeros or all ones
@@ -260,21 +264,21 @@ constexpr std::uint64_t undecided = ~std::uint64_t{0};
     if (!roundBit && middle != 0 && (high & ones) == ones) return undecided;
     if (roundBit && middle == 0 && (high & ones) == 0) {
       if (q < 0 || q > largestExactPower) return undecided;
-      if ((kept & 2) == 0) --kept; // the product is exact, a tie: to even
+      if ((kept & 2) == 0) --kept; // a tie, as the product is exact: to even
     }
   }
-  // The top bit of kept adds 1 to the exponent, as a carry out of it does.
+  // The top bit of kept adds 1 to the exponent, and a carry of the rounding does as well.
   return std::min((static_cast<std::uint64_t>(exponent) << 52) + ((kept + 1) >> 1), infinityBits);
 }
 
 /// The text of a finite number, without sign.
 struct Decimal {
-  char const* first; ///< of the digits, among which may be a point
+  char const* first; ///< start of the digits, which may include a point
   char const* end;
   std::int64_t exponent; ///< of the last digit
 };
 
-/// Calls visit(digit) for all digits from the first that is not 0.
+/// Calls visit(digit) for each digit from the first that is not 0 on.
 template<class Visit>
 void ForEachSignificantDigit(Decimal const& decimal, Visit visit) {
   char const* p = decimal.first;
@@ -284,8 +288,8 @@ void ForEachSignificantDigit(Decimal const& decimal, Visit visit) {
     if (*p != '.') visit(*p);
 }
 
-/// All digits lie between their first 19, as a number, and the next number. Decided if both round to the
-/// same.
+/// Returns the double nearest to the decimal, or `undecided`. The decimal lies between its first 19 digits,
+/// read as a number, and the next larger number: the result is decided if both round to the same double.
 std::uint64_t NearestDoubleByLeadingDigits(Decimal const& decimal) {
   std::uint64_t leading = 0;
   std::int64_t count = 0;
@@ -299,7 +303,8 @@ std::uint64_t NearestDoubleByLeadingDigits(Decimal const& decimal) {
 }
 
 /// Leaves exact arithmetic to the standard library, in a form that it reads: digits without a point. A number
-/// halfway between doubles has 768 of them at most, so that one more stands for all others.
+/// halfway between two doubles has at most 768 digits: further digits matter only by not being all 0, and a
+/// single 1 stands for them.
 std::uint64_t NearestDoubleExactly(Decimal const& decimal) {
   constexpr int maxDigits = 768;
   std::array<char, maxDigits + 32> text;
@@ -324,13 +329,13 @@ std::uint64_t NearestDoubleExactly(Decimal const& decimal) {
 
   double value = 0;
   if (std::from_chars(text.data(), end, value).ec == std::errc()) return std::bit_cast<std::uint64_t>(value);
-  return isSmall ? 0 : infinityBits; // which the library does not tell apart
+  return isSmall ? 0 : infinityBits; // the library reports both as out of range
 }
 
 bool BeginsExponent(char c) { return Lower(c) == 'e' || Lower(c) == 'd'; }
 
-/// Adds the exponent at p, if there is one, to that of the digits. Stops adding up where the number is out of
-/// range with any digits that fit into memory.
+/// Adds the exponent at p, if there is one, to `exponent`. Ignores its further digits from 2^56 on: the
+/// number is out of range then, with any digits that fit into memory.
 DecimalResult ReadExponent(char const* p, char const* last, std::int64_t& exponent) {
   constexpr std::int64_t enough = std::int64_t{1} << 56;
   if (p == last || !BeginsExponent(*p)) return {p, DecimalStatus::Ok};
@@ -368,7 +373,7 @@ double WithSign(std::uint64_t bits, bool negative) {
 
 char const* SkipDigits(char const* p, char const* last) { return std::find_if_not(p, last, IsDigit); }
 
-/// Any text, with a look at `last` before each character.
+/// Reads any text; compares with `last` before each character.
 [[gnu::noinline]] DecimalResult ReadAnyDouble(char const* p, char const* last, double& value) {
   bool const negative = SkipSign(p, last);
   Decimal decimal{p, p, 0};
@@ -394,8 +399,8 @@ char const* SkipDigits(char const* p, char const* last) { return std::find_if_no
   return result;
 }
 
-/// A number as it commonly is, read without a look at `last`: digits that fit into 64 bits, no plus before
-/// them, an exponent of three digits at most.
+/// A number in its common form, which is read without a comparison with `last`: digits that fit into 64 bits,
+/// no plus sign before them, an exponent of three digits at most.
 struct CommonDecimal {
   char const* p;
   std::int64_t digitCount = 0;
@@ -403,10 +408,12 @@ struct CommonDecimal {
   std::int64_t exponent = 0; ///< of the last digit
 };
 
-/// The characters looked at: a sign, 1 + 8 digits, a point, 3 * 8 digits, an exponent, the one behind it.
+/// Most characters that reading a CommonDecimal looks at: a sign, 1 + 8 digits, a point, 3 * 8 digits, an
+/// exponent, and the character after it.
 constexpr std::ptrdiff_t commonLength = 1 + 9 + 1 + 24 + 5 + 1;
 
-/// Appends the up to 24 digits of a fraction. First tries the 15 of the writer, in two words that overlap.
+/// Appends up to 24 digits of a fraction. First tries the 15 digits that WriteScientific15 writes, in two
+/// words that overlap.
 [[gnu::always_inline]] inline void ReadFraction(CommonDecimal& decimal) {
   char const* const first = decimal.p;
   std::uint64_t const front = LoadWord(first);
@@ -426,7 +433,7 @@ constexpr std::ptrdiff_t commonLength = 1 + 9 + 1 + 24 + 5 + 1;
   decimal.digitCount += decimal.p - first;
 }
 
-/// Returns false if no digit follows.
+/// Reads an exponent of up to three digits. Returns false if it has no digit.
 [[gnu::always_inline]] inline bool ReadShortExponent(CommonDecimal& decimal) {
   char const* p = decimal.p + 1;
   bool const negative = *p == '-';
@@ -441,7 +448,7 @@ constexpr std::ptrdiff_t commonLength = 1 + 9 + 1 + 24 + 5 + 1;
   return true;
 }
 
-/// Any text, as ReadAnyDouble.
+/// Reads any text, as ReadAnyDouble does.
 [[gnu::noinline]] DecimalResult ReadAnyInt32(char const* p, char const* last, std::int32_t& value) {
   bool const negative = SkipSign(p, last);
   char const* digits = p;

@@ -15,12 +15,12 @@ namespace orx {
 
 namespace {
 
-/// Values up to this magnitude are zeros to the reader.
+/// The reader takes values up to this magnitude for zeros.
 constexpr double largestZero = 1e-16;
-/// Nothing in the file stands behind the rows of a matrix without columns: twenty bytes should not take
-/// gigabytes of row pointers.
+/// The rows of a matrix without columns take no bytes in the file: without a limit, twenty bytes could ask
+/// for gigabytes of row pointers.
 constexpr std::int32_t mostRowsWithoutColumns = 1 << 24;
-/// Values moved at once, 1 MiB.
+/// Number of values that are read or written at once: 1 MiB.
 constexpr std::int64_t windowLength = std::int64_t{1} << 17;
 
 struct Header {
@@ -31,14 +31,15 @@ struct Header {
 };
 static_assert(sizeof(Header) == 16);
 
-/// The transpose of compressed rows. Rows of the result ascend whatever the order within the rows was, and
-/// equal positions keep theirs.
+/// Returns the transpose. The columns in its rows ascend, whatever the order in the rows of `matrix` is, and
+/// entries at equal positions keep their order.
 CompressedRows Transposed(CompressedRowsView const& matrix) {
   CompressedRows result;
   AllocateRowPointers(result, matrix.columns, matrix.rows);
   result.entries = result.numberOfNonzeros = matrix.Entries();
   ResizeEntries(result, result.entries);
-  // Counts, then sums, stand one place further on, so that filling moves them to where they belong.
+  // Column j is counted in element j + 2. After summing, element j + 1 is the column's start, and storing its
+  // entries advances the element to the column's end.
   std::int32_t* const ends = result.rowPointers.get();
   std::fill_n(ends, std::int64_t{matrix.columns} + 1, 0);
   for (std::int32_t k = 0; k < result.entries; ++k)
@@ -55,9 +56,9 @@ CompressedRows Transposed(CompressedRowsView const& matrix) {
   return result;
 }
 
-// ---- reading
+// Reading
 
-/// Takes the values of the file in their order and keeps those that are not zeros, by columns.
+/// Receives the values in the order of the file and keeps those that are not zeros, as compressed columns.
 class ColumnCollector {
 public:
   ColumnCollector(std::int32_t rows, std::int32_t columns) : m_rows(rows), m_columns(columns) {
@@ -65,7 +66,7 @@ public:
     m_entries.rowPointers[0] = 0;
   }
 
-  /// False when there are more entries than an int counts.
+  /// Returns false when there are more entries than an int counts.
   bool Add(std::span<double const> values) {
     while (!values.empty()) {
       auto const inColumn = std::min(values.size(), static_cast<std::size_t>(m_rows - m_row));
@@ -91,7 +92,8 @@ private:
     ResizeEntries(m_entries, m_room);
   }
 
-  /// Writes every value and keeps its place only where it is to stay: no branch to be mispredicted.
+  /// Appends the values that are not zeros and returns the number of entries. Writes every value, and the
+  /// next value overwrites a zero: no branch can be mispredicted.
   std::int64_t Keep(std::span<double const> values) {
     std::uint32_t* const rows = m_entries.columnIndices.get();
     double* const kept = m_entries.values.get();
@@ -107,9 +109,9 @@ private:
 
   std::int32_t m_rows;
   std::int32_t m_columns;
-  std::int32_t m_row = 0;    ///< of the next value
-  std::int32_t m_column = 0; ///< of the next value
-  CompressedRows m_entries;  ///< of the transpose
+  std::int32_t m_row = 0;    ///< row of the next value
+  std::int32_t m_column = 0; ///< column of the next value
+  CompressedRows m_entries;  ///< the transpose
   std::int64_t m_count = 0;
   std::int64_t m_room = 0;
 };
@@ -128,9 +130,9 @@ CompressedRows ReadValues(FileInput& file, std::int32_t rows, std::int32_t colum
   return collector.Finish();
 }
 
-// ---- writing
+// Writing
 
-/// Writes the image of a matrix given by columns, of `rows` rows, through a window that slides over it.
+/// Writes all values of the matrix whose transpose is `byColumns`, column by column through a buffer.
 void WriteImage(FileOutput& file, CompressedRows const& byColumns, std::int32_t rows, std::int32_t columns) {
   auto const window = mem_MakeArray<double>(windowLength);
   std::int32_t column = 0;
@@ -178,7 +180,7 @@ CompressedRows ReadDenseBinary(char const* path) {
 void WriteDenseBinary(char const* path, CompressedRowsView const& matrix) {
   auto const cells = static_cast<std::uint64_t>(matrix.rows) * static_cast<std::uint64_t>(matrix.columns);
   FileOutput file(path, FileOutput::Existing::KeepTail);
-  // The header is as long as two values; what no 64-bit size can say is asked for as the largest one.
+  // The header is as long as two values. A size beyond 64 bits becomes the largest one.
   file.RequireSpace(mem_ArrayBytes(static_cast<std::int64_t>(cells) + 2, sizeof(double)));
   CompressedRows const byColumns = cells > 0 ? Transposed(matrix) : CompressedRows();
   Header const header{matrix.rows, matrix.columns, matrix.rows, matrix.columns};

@@ -16,7 +16,7 @@ namespace {
 constexpr auto& sourceFile = orx::exchangeSource;
 }
 
-// A pipe without a writer is to be refused, not waited for.
+// Does not wait for the writer of a pipe (O_NONBLOCK): pipes are refused.
 FileInput::FileInput(char const* path) : m_path(path), m_file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
   if (m_file < 0) ORXSrvMtxOpenFileException(path).Throw(sourceFile, __LINE__);
   struct stat facts {};
@@ -33,7 +33,7 @@ FileInput::FileInput(char const* path) : m_path(path), m_file(open(path, O_RDONL
 FileInput::~FileInput() { close(m_file); }
 
 void FileInput::ReadBytes(void* out, std::int64_t bytes) {
-  // The system reads up to 2 GiB at once.
+  // The system reads at most 2 GiB at once.
   constexpr std::int64_t longest = std::int64_t{1} << 30;
   auto* to = static_cast<char*>(out);
   for (std::int64_t left = bytes; left > 0;) {

@@ -7,24 +7,24 @@
 
 namespace orx {
 
-/// A binary file that is read from front to back in large pieces, in the machine's byte order. Every read is
-/// checked against the file's size before memory is taken for it. Errors are ORXSrvMtxOpenFileException, with
-/// path, byte offset, what was expected and what was found.
+/// A binary file that is read from front to back in large reads, in the machine's byte order. Every read is
+/// checked against the size of the file before memory is taken for it. Errors are ORXSrvMtxOpenFileException
+/// with the path, the file offset, what was expected and what was found.
 class FileInput {
 public:
-  /// Only regular files have a size to check against; another one is an error.
+  /// Opens a regular file; any other file is an error, because it has no size to check reads against.
   explicit FileInput(char const* path);
   FileInput(FileInput const&) = delete;
   FileInput& operator=(FileInput const&) = delete;
   ~FileInput();
 
   std::int64_t Size() const noexcept { return m_size; }
-  /// Of the next byte to be read.
+  /// File offset of the next byte to be read.
   std::int64_t Offset() const noexcept { return m_offset; }
-  /// How many whole elements the rest of the file holds.
+  /// Number of whole elements in the rest of the file.
   std::int64_t Holds(std::int64_t elementBytes) const noexcept { return (m_size - m_offset) / elementBytes; }
-  /// Raises the error that the file ends too early unless it holds `count` more elements; `what` is their
-  /// name in plural. REQUIRES count >= 0; the product may be beyond 64 bits.
+  /// Raises an error unless the rest of the file has `count` elements; `what` is their name in plural.
+  /// REQUIRES count >= 0; count * elementBytes may exceed 64 bits.
   void Require(std::int64_t count, std::int64_t elementBytes, char const* what) const {
     if (count > Holds(elementBytes)) FailShort(count, elementBytes, what);
   }
@@ -48,7 +48,7 @@ public:
   /// REQUIRES offset <= Size().
   void MoveTo(std::int64_t offset) noexcept { m_offset = offset; }
 
-  /// Raises the error for a fault at `offset`; `fault` says what was expected and what was found.
+  /// Raises the error for a fault at file offset `offset`; `fault` says what was expected and what was found.
   [[noreturn]] void Fail(std::int64_t offset, std::string const& fault) const;
 
 private:

@@ -23,17 +23,17 @@ constexpr auto& sourceFile = orx::exchangeSource;
 constexpr auto keepOwner = static_cast<uid_t>(-1);
 constexpr auto keepGroup = static_cast<gid_t>(-1);
 
-/// A regular file that may be written, and that has the name `target`, which another one can take. A file
-/// that has no name any more can still be the path of a descriptor.
+/// True when a new file can replace the file: it is regular and writable, and has the name `target`. A path
+/// of a descriptor may lead to a file that has no name any more.
 bool IsReplaceable(std::string const& target, struct stat const& facts) {
   struct stat named {};
   return S_ISREG(facts.st_mode) && stat(target.c_str(), &named) == 0 && named.st_ino == facts.st_ino &&
          named.st_dev == facts.st_dev && faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
-/// What the path stands for behind symbolic links, also those that lead nowhere yet.
+/// Follows symbolic links, also those whose target does not exist.
 std::string BehindLinks(char const* path) {
-  constexpr int mostLinks = 40; // as the system has it
+  constexpr int mostLinks = 40; // the limit of the system
   std::error_code none;
   std::filesystem::path target = path;
   for (int k = 0; k < mostLinks && std::filesystem::is_symlink(target, none); ++k)
@@ -41,10 +41,10 @@ std::string BehindLinks(char const* path) {
   return target.string();
 }
 
-/// Opens a new file beside the target and sets `name`, which no file had before. Negative when there cannot
-/// be one.
+/// Creates a file beside the target under a free name, which `name` receives. Returns its descriptor, on
+/// failure a negative number with the reason in errno.
 int CreateBeside(std::string const& target, mode_t mode, std::string& name) {
-  constexpr int mostNames = 100; // one that a killed process has left keeps its name
+  constexpr int mostNames = 100; // a killed process may have left files with our names
   std::string const stem = target + ".new" + std::to_string(getpid());
   int file = -1;
   for (int k = 0; k < mostNames && file < 0 && (k == 0 || errno == EEXIST); ++k) {
@@ -54,7 +54,7 @@ int CreateBeside(std::string const& target, mode_t mode, std::string& name) {
   return file;
 }
 
-/// Whether the folder takes no new file, which does not keep an old one from being written.
+/// True when the error says that the folder takes no new file. An existing file may still be writable.
 bool IsRefusalOfFolder(int error) {
   return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
 }
@@ -81,13 +81,13 @@ mode_t FileOutput::ModeOfNewFile() const noexcept { return m_existing == Existin
 
 void FileOutput::OpenBeside(struct stat const* older) {
   std::string name;
-  // Nobody may read more of the new file than of the older one, at any moment.
+  // At no moment may the new file be readable for anybody who cannot read the older one.
   m_file = CreateBeside(m_target, older != nullptr ? S_IRUSR | S_IWUSR : ModeOfNewFile(), name);
   if (m_file < 0) return;
   m_newName = name;
   if (older == nullptr) return;
   bool const hasGroup = fchown(m_file, keepOwner, older->st_gid) == 0;
-  static_cast<void>(fchown(m_file, older->st_uid, keepGroup) == 0); // root alone may
+  static_cast<void>(fchown(m_file, older->st_uid, keepGroup) == 0); // only root can
   static_cast<void>(fchmod(m_file, older->st_mode & (hasGroup ? 0777 : 0707)));
 }
 
@@ -128,7 +128,7 @@ void FileOutput::WriteZeros(std::int64_t bytes) {
 }
 
 void FileOutput::WriteThrough(char const* bytes, std::size_t count) {
-  constexpr std::size_t longest = std::size_t{1} << 30; // the system writes up to 2 GiB at once
+  constexpr std::size_t longest = std::size_t{1} << 30; // the system writes at most 2 GiB at once
   while (count > 0) {
     ssize_t const written = write(m_file, bytes, std::min(count, longest));
     if (written < 0 && errno == EINTR) continue;
@@ -152,7 +152,7 @@ void FileOutput::Close() {
   m_newName.clear();
 }
 
-/// Appends what the older file, if there is one, holds beyond the bytes written.
+/// Appends the bytes of the older file, if there is one, beyond the bytes written.
 void FileOutput::CopyTail() {
   struct Older {
     int file;

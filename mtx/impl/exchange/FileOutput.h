@@ -8,18 +8,19 @@
 
 namespace orx {
 
-/// A file that is written from front to back. Small pieces are gathered, large ones written as they are.
-/// Failures are ORXSrvMtxFileWriteFailure with the path and the system's reason.
+/// A file that is written from front to back. Small writes are collected in a buffer, large writes go
+/// directly to the file. Failures are ORXSrvMtxFileWriteFailure with the path and the system's reason.
 ///
-/// The bytes go to a new file beside, "<target>.new<process>", which Close gives the target's name: until
-/// then, and after a failure, the path holds what it held. Symbolic links stay; permissions, and where the
-/// system allows it the owner, are those of the older file. Devices, pipes, files in a folder that takes no
-/// new ones, and files without a name that are given by a descriptor in /proc are written in place.
+/// The bytes go to a new file "<target>.new<process>" in the folder of the target. Close renames it to the
+/// target: until then, and after a failure, the path holds its old content. Symbolic links stay. The new file
+/// gets the permissions and, where the system allows it, the owner of the older file. Devices, pipes, files
+/// in a folder that takes no new files, and files without a name that are given by a descriptor in /proc are
+/// written in place.
 class FileOutput {
 public:
   enum class Existing : std::uint8_t {
     Truncate, ///< nothing of an older file stays
-    KeepTail  ///< what an older file holds beyond the bytes written stays
+    KeepTail  ///< the bytes of an older file beyond the bytes written stay
   };
   static constexpr std::size_t bufferSize = std::size_t{1} << 16;
 
@@ -28,7 +29,7 @@ public:
   FileOutput& operator=(FileOutput const&) = delete;
   ~FileOutput();
 
-  /// Raises the failure of a full disk when the file system cannot hold a file of so many bytes at the path.
+  /// Raises the failure of a full disk when the file system cannot hold a file of `bytes` bytes at the path.
   void RequireSpace(std::uint64_t bytes) const;
 
   template<class T>
@@ -37,14 +38,16 @@ public:
   }
   void WriteZeros(std::int64_t bytes);
 
-  /// A place for the next `bytes` bytes; Take says where they ended. REQUIRES bytes <= bufferSize.
+  /// Returns the start of `bytes` free bytes of the buffer; the caller fills them and passes their end to
+  /// Take. REQUIRES bytes <= bufferSize.
   char* Room(std::size_t bytes) {
     if (m_buffer.get() + bufferSize - m_next < static_cast<std::ptrdiff_t>(bytes)) Flush();
     return m_next;
   }
   void Take(char* end) noexcept { m_next = end; }
 
-  /// Writes what is still held back, closes, and lets the file take its place; without it nothing changes.
+  /// Writes the buffer, closes the file and renames it to the target. Without Close only a file that is
+  /// written in place changes.
   void Close();
 
 private:
@@ -60,8 +63,8 @@ private:
 
   std::string m_path;
   Existing m_existing;
-  std::string m_target;  ///< the path behind symbolic links
-  std::string m_newName; ///< of the file beside; empty when the file is written in place or has taken it
+  std::string m_target;  ///< the path with symbolic links followed
+  std::string m_newName; ///< name of the new file; empty in place and after renaming
   int m_file;
   mem_Array<char> m_buffer;
   char* m_next;

@@ -13,7 +13,8 @@
 
 namespace orx {
 
-// fortran/record_reader.f90: 0 done, 1 the runtime could not read (see the message), 2 a count out of range.
+// Implemented in fortran/record_reader.f90. Results: 0 success, 1 the runtime could not read (`message` has
+// its reason), 2 a count is out of range.
 extern "C" {
 std::int32_t orx_fortran_open(char const* path, std::int32_t length, std::int32_t* isBigEndian,
                               char* message);
@@ -35,11 +36,12 @@ constexpr std::int32_t miscounted = 2;
       .Throw(sourceFile, __LINE__);
 }
 
-/// Walks along the lengths that frame each record, before the runtime relies on them: where a file ends
-/// within a record that is to be continued, gfortran's looks for the continuation for ever.
+/// Checks the lengths that frame each record before the runtime relies on them: where a file ends within a
+/// record that is to be continued, gfortran's runtime searches for the continuation forever.
 ///
-///     | 28 | 28 bytes | 28 |          a record                   | -64 | 64 bytes | 64 | 8 | 8 bytes | -8 |
-///                                                    one in two subrecords: negative means another one there
+///     | 28 | 28 bytes | 28 |                        a record
+///     | -64 | 64 bytes | 64 | 8 | 8 bytes | -8 |    a record of two subrecords: -64, another one follows;
+///                                                   -8, another one precedes
 class RecordFrames {
 public:
   explicit RecordFrames(char const* path)
@@ -47,7 +49,7 @@ public:
 
   std::int64_t FileSize() const noexcept { return m_file.Size(); }
 
-  /// Raises the error of the first record that is not whole.
+  /// Checks the next record; raises an error unless it is whole.
   void CheckNext(bool isBigEndian) {
     ++m_record;
     bool isContinued = true;
@@ -87,13 +89,13 @@ private:
 
   std::string m_path;
   FileInput m_file;
-  mem_Array<char> m_window; ///< what stands from m_windowStart on
+  mem_Array<char> m_window; ///< the bytes of the file from m_windowStart on
   std::int64_t m_windowStart = 0;
-  std::int64_t m_next = 0;   ///< where the next record begins
-  std::int64_t m_record = 0; ///< the last one that was looked at, counted from 1
+  std::int64_t m_next = 0;   ///< file offset of the next record
+  std::int64_t m_record = 0; ///< the last record checked, counted from 1
 };
 
-/// The file on unit 81.
+/// Reads the file through the Fortran runtime, on unit 81.
 class Records {
 public:
   explicit Records(char const* path) : m_path(path), m_frames(path) {
@@ -123,8 +125,8 @@ public:
   }
 
 private:
-  // With its two markers the first record takes 12 bytes, a row 24 and another 12 for each entry besides the
-  // diagonal; more if the runtime cuts it into subrecords.
+  // Record lengths with both markers: the first record has 12 bytes, a row 24 and 12 more for each entry off
+  // the diagonal. A row that the runtime cuts into subrecords is longer.
   static constexpr std::int64_t orderBytes = 12;
   static constexpr std::int64_t rowBytes = 24;
   static constexpr std::int64_t entryBytes = 12;
@@ -161,7 +163,8 @@ private:
     ResizeEntries(content, content.entries);
   }
 
-  /// Columns count from one in the file.
+  /// Turns the one-based column indices of the file into zero-based ones; raises an error for an index out of
+  /// range.
   void CountFromZero(CompressedRows& content) const {
     auto const order = static_cast<std::uint32_t>(m_order);
     std::uint32_t* const columns = content.columnIndices.get();

@@ -38,7 +38,7 @@ CompressedRows ReadFile(char const* path, int format) {
   }
 }
 
-// The buffers of a sparse transfer.
+// Indices of the buffers of a sparse transfer.
 constexpr int valuesBuffer = 0;
 constexpr int columnsBuffer = 1;
 constexpr int rowPointersBuffer = 2;
@@ -50,7 +50,7 @@ bool IsSymmetric(ORXSimSerializationType const& type) {
 
 } // namespace
 
-// ---- files
+// Files
 
 CompressedRows ORXSrvSparseImExPorter::Import(char const* path, int format) const {
   return ReadFile(path, format);
@@ -81,7 +81,7 @@ void ORXSrvSparseImExPorter::Export(CompressedRowsView const& matrix, char const
   }
 }
 
-// ---- database
+// Database
 
 void ORXSrvSparseImExPorter::Export(CompressedRowsView const& matrix, ORXSimCSetID const& rows,
                                     ORXSimCSetID const& columns, ORXSimDistributionID const& id) const {
@@ -111,7 +111,7 @@ ORXSrvSparseImExPorter::Drawer ORXSrvSparseImExPorter::Import(ORXSimDistribution
   ORXSimTransfer transfer(distribution);
   transfer.SetRead().SetBufferPadding(false);
   if (drawers.Size() == 0 || !drawers[0].Serialization().IsSparse())
-    transfer.SetSerialization(ORXSimSerializationType().SetSparse()).CheckView(); // raises what is missing
+    transfer.SetSerialization(ORXSimSerializationType().SetSparse()).CheckView(); // raises the error
   ORXSimPersistentDrawerDesc const& drawer = drawers[0];
   ORXSimCSetID const rowSet = drawer.DimensionCSetID(0);
   ORXSimCSetID const columnSet = drawer.DimensionCSetID(1);

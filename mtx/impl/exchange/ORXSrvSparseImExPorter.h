@@ -5,11 +5,11 @@
 
 class ORXSrvSystemDofDefinition;
 
-/// Moves the arrays of sparse matrices from and to files, by format code, and the database. Holds no state:
-/// made for one call.
+/// Reads the arrays of sparse matrices from files, by format code, and from the database, and writes them
+/// there. Has no state.
 class ORXSrvSparseImExPorter {
 public:
-  /// A sparse drawer, and the sets of its rows and columns.
+  /// The content of a sparse drawer, and the member sets of its rows and columns.
   struct Drawer {
     orx::CompressedRows content;
     ORXSimCSetID rows;
@@ -18,8 +18,8 @@ public:
 
   orx::CompressedRows Import(char const* path, int format) const;
   Drawer Import(ORXSimDistributionID const& id) const;
-  /// Raises what speaks against the format, whatever the matrix holds; `hasTriangle` says that the matrix is
-  /// in symmetric form.
+  /// Raises an error for a format that the matrix cannot be exported to, whatever its entries are.
+  /// `hasTriangle`: the matrix is in symmetric form.
   void RequireExportable(int format, bool hasTriangle, ORXSrvSystemDofDefinition const* dofs) const;
   /// REQUIRES a format that RequireExportable passes. `dofs` is used by format 4 only.
   void Export(orx::CompressedRowsView const& matrix, char const* path, int format,

@@ -6,20 +6,20 @@
 
 namespace orx {
 
-/// The 128 leading bits of a power of ten, cut off: 10^q = (high 2^64 + low + f) 2^(BinaryExponent(q) - 127)
-/// with 0 <= f < 1, and the top bit of high set. f is 0 exactly for 0 <= q <= 55.
+/// The 128 leading bits of a power of ten, without rounding: 10^q = (high 2^64 + low + f)
+/// 2^(BinaryExponent(q) - 127) with 0 <= f < 1, and the top bit of high set. f is 0 exactly for 0 <= q <= 55.
 struct PowerOfTen {
   std::uint64_t high;
   std::uint64_t low;
 };
 
-constexpr int smallestPowerOfTen = -342; ///< below, 19 digits make no double but zero
-constexpr int largestPowerOfTen = 339;   ///< brings the smallest denormal to 16 digits before the point
+constexpr int smallestPowerOfTen = -342; ///< 19 digits times a smaller power are zero as a double
+constexpr int largestPowerOfTen = 339;   ///< scales the smallest denormal to 16 digits
 
 /// floor(log2(10^q)), in the range of the table.
 constexpr int BinaryExponent(int q) { return (q * 217706) >> 16; }
 
-/// A natural number below 2^1024 that becomes the next power of five, up or down.
+/// A natural number below 2^1024 that is multiplied or divided by five, step by step.
 class PowerOfTenMaker {
 public:
   /// 2^exponent
@@ -33,7 +33,7 @@ public:
       carry >>= 32;
     }
   }
-  /// Rounds down. Doing so at each step loses nothing: floor(floor(x / 5) / 5) = floor(x / 25).
+  /// Rounds down. Rounding at each step loses nothing: floor(floor(x / 5) / 5) = floor(x / 25).
   constexpr void DivideByFive() {
     std::uint64_t remainder = 0;
     for (int k = wordCount - 1; k >= 0; --k) {
@@ -55,7 +55,7 @@ private:
     return top;
   }
   constexpr std::uint64_t Word(int k) const { return k < 0 ? 0 : m_words[k]; }
-  /// From word k down, beginning as many bits below its top as the number does below that of its top word.
+  /// Returns 64 bits from word k down, shifted left by the number of leading zeros of the top word.
   constexpr std::uint64_t SixtyFourBits(int k) const {
     int const shift = std::countl_zero(m_words[TopWord()]);
     return (Word(k) << 32 | Word(k - 1)) << shift | Word(k - 2) >> (32 - shift);
@@ -72,7 +72,7 @@ public:
     PowerOfTenMaker up(0);
     for (int q = 0; q <= largestPowerOfTen; ++q, up.MultiplyByFive())
       Store(q, up, q);
-    // 5^342 has 795 bits, so that 2^1000 / 5^342 keeps more than the 128 that count.
+    // 5^342 has 795 bits: 2^1000 / 5^342 keeps 205 bits, more than the 128 that count.
     PowerOfTenMaker down(1000);
     for (int q = 0; q >= smallestPowerOfTen; --q, down.DivideByFive())
       Store(q, down, q - 1000);
@@ -82,7 +82,8 @@ public:
   constexpr PowerOfTen const& operator[](int q) const { return m_powers[q - smallestPowerOfTen]; }
 
 private:
-  /// 10^q is the maker's number times 2^exponent. A wrong BinaryExponent stops the compiler here.
+  /// Stores 10^q, which is the maker's number times 2^exponent. A wrong BinaryExponent stops the compiler
+  /// here.
   consteval void Store(int q, PowerOfTenMaker const& maker, int exponent) {
     if (maker.TopBit() + exponent != BinaryExponent(q)) throw "BinaryExponent is not floor(log2(10^q))";
     m_powers[q - smallestPowerOfTen] = maker.LeadingBits();

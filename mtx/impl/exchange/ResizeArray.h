@@ -6,7 +6,7 @@
 
 namespace orx {
 
-/// Changes the length of an array, keeping the leading values. On failure the array is as before.
+/// Changes the length of an array; the leading values stay. On failure the array is as before.
 template<class T>
 void ResizeArray(mem_Array<T>& array, std::int64_t count) {
   void* const resized = mem_ReallocThrowBuiltin(array.get(), mem_ArrayBytes(count, sizeof(T)));

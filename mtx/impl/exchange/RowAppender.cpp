@@ -27,7 +27,7 @@ void AppendAscending(CompressedRows& matrix, std::span<std::uint32_t const> colu
 
 void AppendSorted(CompressedRows& matrix, std::span<std::uint32_t const> columns, double const* values,
                   std::vector<std::uint64_t>& workspace) {
-  // The number of the entry in the lower half keeps equal columns in their order.
+  // The position of the entry in the lower half keeps equal columns in their order.
   workspace.clear();
   for (std::size_t e = 0; e < columns.size(); ++e)
     workspace.push_back(std::uint64_t{columns[e]} << 32 | e);

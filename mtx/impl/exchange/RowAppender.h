@@ -8,12 +8,12 @@
 
 namespace orx {
 
-/// Allocates the row pointers for so many rows, and sets the dimensions.
+/// Allocates the row pointers for `rows` rows, and sets the dimensions.
 void AllocateRowPointers(CompressedRows& matrix, std::int32_t rows, std::int32_t columns);
-/// Changes the length of the column indices and values, keeping what they hold.
+/// Changes the length of the column indices and of the values; the leading ones stay.
 void ResizeEntries(CompressedRows& matrix, std::int64_t entries);
 
-// The functions that append write behind the entries that are there, where ResizeEntries has made room.
+// The Append functions write after the last entry, into memory that ResizeEntries has allocated before.
 
 /// Appends a row whose columns ascend, each once.
 void AppendAscending(CompressedRows& matrix, std::span<std::uint32_t const> columns, double const* values);
@@ -22,8 +22,8 @@ void AppendAscending(CompressedRows& matrix, std::span<std::uint32_t const> colu
 void AppendSorted(CompressedRows& matrix, std::span<std::uint32_t const> columns, double const* values,
                   std::vector<std::uint64_t>& workspace);
 
-/// Makes a general form of rows whose columns come in any order; values of equal columns are added up in
-/// their order. On failure nothing is changed.
+/// Sorts the columns of each row; values of equal columns are added up in their order. On failure nothing is
+/// changed.
 void SortRows(CompressedRows& matrix);
 
 } // namespace orx

@@ -39,7 +39,8 @@ Header ReadHeader(FileInput& file) {
   return header;
 }
 
-/// Offsets that begin with 0, do not decrease and end with the number of entries, or up to `last`.
+/// Reads the row pointers. Raises an error unless they begin with 0, do not decrease and end with the number
+/// of entries, or with up to `last`.
 mem_Array<std::int32_t> ReadRowStarts(FileInput& file, Header const& header, std::int64_t last) {
   std::int64_t const offset = file.Offset();
   auto starts = file.ReadArray<std::int32_t>(std::int64_t{header.order} + 1, "row starts");
@@ -57,10 +58,10 @@ mem_Array<std::int32_t> ReadRowStarts(FileInput& file, Header const& header, std
   return starts;
 }
 
-/// `offset` is where the indices stand in the file.
+/// Raises an error for a column index outside of 0 ... order - 1. `offset` is the file offset of the indices.
 void CheckColumns(FileInput const& file, std::int64_t offset, std::span<std::uint32_t const> columns,
                   std::int32_t order) {
-  // The largest one is found several times faster than the first one that is too large.
+  // Finding the largest index is several times faster than finding the first that is too large.
   std::uint32_t largest = 0;
   for (std::uint32_t const column : columns)
     largest = std::max(largest, column);
@@ -78,7 +79,7 @@ void RequireCountable(FileInput const& file, std::int64_t total) {
               "at most 2147483647 entries with the diagonal expected, found " + std::to_string(total));
 }
 
-/// What both formats have in the same place; the entries are still missing.
+/// Reads the part that both formats have in common; column indices and values are not read yet.
 CompressedRows ReadRowsAndDiagonal(FileInput& file, Header const& header, std::int64_t lastStart) {
   CompressedRows content;
   content.rows = content.columns = header.order;
@@ -88,9 +89,9 @@ CompressedRows ReadRowsAndDiagonal(FileInput& file, Header const& header, std::i
   return content;
 }
 
-// ---- block binary
+// Block binary
 
-/// How many indices the blocks hold, which may be more than are entries.
+/// Number of column indices that the blocks hold, with padding.
 std::int64_t StoredColumns(FileInput const& file, Header const& header) {
   RequireAtLeastZero(file, offsetof(Header, blocks), header.blocks, "a number of index blocks");
   if (header.exponent < 0 || header.exponent > 30)
@@ -114,7 +115,7 @@ void ReadBlockColumns(FileInput& file, Header const& header, std::int64_t stored
   CheckColumns(file, offset, {content.columnIndices.get(), count}, header.order);
 }
 
-/// Where the entries of a pattern lie, if all rows ascend.
+/// The triangle that holds all entries of a pattern whose rows ascend; Neither for any other pattern.
 enum class Triangle : std::uint8_t { Lower, Upper, Neither };
 
 Triangle TriangleOf(CompressedRows const& pattern) {
@@ -135,8 +136,9 @@ Triangle TriangleOf(CompressedRows const& pattern) {
   return isUpper ? Triangle::Upper : Triangle::Lower;
 }
 
-/// The general form of a triangle that stands for both, with values of their own. Rows and columns ascend by
-/// themselves:
+/// Returns the general form of a matrix of which `pattern` stores one triangle and the diagonal. `stored` are
+/// the values of the stored entries, `mirrored` those of their mirror images. Rows and columns ascend without
+/// sorting:
 ///
 ///     upper   row i:   mirrored, from the rows above | diagonal | stored
 ///     lower   row i:   stored | diagonal | mirrored, from the rows below
@@ -145,7 +147,7 @@ CompressedRows Mirror(CompressedRows const& pattern, Triangle triangle, double c
   std::int32_t const n = pattern.rows;
   std::int32_t const* const starts = pattern.rowPointers.get();
   std::uint32_t const* const columns = pattern.columnIndices.get();
-  auto const next = mem_MakeArray<std::int32_t>(n); // where the next mirrored entry of the row goes
+  auto const next = mem_MakeArray<std::int32_t>(n); // position of the row's next mirrored entry
   std::fill_n(next.get(), n, 0);
   for (std::int32_t k = 0; k < pattern.entries; ++k)
     ++next[columns[k]];
@@ -176,7 +178,7 @@ CompressedRows Mirror(CompressedRows const& pattern, Triangle triangle, double c
   return result;
 }
 
-/// Collects triplets until there are enough to be handed over.
+/// Collects triplets and passes them to a compressor in batches.
 class TripletBatch {
 public:
   explicit TripletBatch(TripletCompressor& compressor) : m_compressor(compressor) {}
@@ -196,7 +198,7 @@ private:
   std::size_t m_count = 0;
 };
 
-/// The same for a pattern in any order.
+/// Does the same as Mirror, for a pattern in any order.
 CompressedRows Assemble(CompressedRows const& pattern, double const* transposed, double const* stored) {
   auto const rows = static_cast<std::uint32_t>(pattern.rows);
   std::int32_t const* const starts = pattern.rowPointers.get();
@@ -228,7 +230,7 @@ CompressedRows ReadUnsymmetric(FileInput& file, Header const& header, Compressed
                                        : Mirror(pattern, triangle, transposed.get(), stored.get());
 }
 
-// ---- chunked binary
+// Chunked binary
 
 void ReadChunk(FileInput& file, CompressedRows& content, std::int32_t first, std::int64_t count,
                std::int64_t padding) {

@@ -11,7 +11,7 @@ namespace orx {
 
 namespace {
 
-/// A text file that is written in lines.
+/// Writes a text file line by line.
 class LineWriter {
 public:
   explicit LineWriter(char const* path) : m_file(path, FileOutput::Existing::Truncate) {}
@@ -37,7 +37,8 @@ public:
   void Close() { m_file.Close(); }
 
 private:
-  /// Four numbers of 32 bits, the separators, and what WriteUnsigned may touch behind a number.
+  /// Four numbers of 32 bits, a value, the separators, and the bytes that WriteUnsigned may overwrite after a
+  /// number.
   static constexpr std::size_t longestLine = 4 * 12 + maxUnsignedLength + maxScientific15Length + 8;
 
   FileOutput m_file;
@@ -56,7 +57,7 @@ void ForEachEntry(CompressedRowsView const& matrix, Visit visit) {
     ForEachEntry(matrix, row, visit);
 }
 
-/// The equations 0 to the last one that the lines will name. Asked for once each, before the file is opened.
+/// Returns the equations 0 to the last one that a line names. Asks for each once, before the file is opened.
 std::vector<ORXSrvNodeDof> NodeDofs(CompressedRowsView const& matrix, ORXSrvSystemDofDefinition const& dofs) {
   std::int32_t const defined = dofs.NumberOfDofs();
   std::int32_t last = -1;

@@ -25,20 +25,21 @@ struct FileCloser {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
-/// Nothing in the file stands behind rows without entries: a line should not take gigabytes of row pointers.
-/// So many are taken in any case, and else so many an item.
+/// Rows without entries take no bytes in the file: without a limit, one line could ask for gigabytes of row
+/// pointers. A matrix may have mostRowsInAnyCase rows, or mostRowsPerItem for each entry if that is more.
 constexpr std::int64_t mostRowsInAnyCase = 1 << 24;
 constexpr std::int64_t mostRowsPerItem = 16;
 
 bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-/// Whether a field may begin so: with a digit, a sign, a point, inf or nan.
+/// True when a number may begin with the character: a digit, a sign, a point, inf or nan.
 bool BeginsNumber(char c) noexcept { return std::strchr("0123456789+-.iInN", c) != nullptr && c != '\0'; }
 
 std::int64_t CountLineEnds(char const* p, char const* end) noexcept {
   std::int64_t total = 0;
   while (p != end) {
-    // Runs short enough for a counter of one byte, which the compiler turns into byte-wide vector code.
+    // A run is short enough for a counter of one byte: the compiler turns the loop into byte-wide vector
+    // code.
     char const* const runEnd = p + std::min<std::ptrdiff_t>(end - p, 255);
     unsigned char run = 0;
     for (; p != runEnd; ++p)
@@ -48,7 +49,7 @@ std::int64_t CountLineEnds(char const* p, char const* end) noexcept {
   return total;
 }
 
-/// What of a token fits into a message.
+/// Returns a token in quotes for a message, cut after 40 characters.
 std::string Quoted(char const* first, char const* last) {
   constexpr std::ptrdiff_t longest = 40;
   std::string text(first, first + std::min(last - first, longest));
@@ -57,19 +58,19 @@ std::string Quoted(char const* first, char const* last) {
   return '"' + text + (last - first > longest ? "...\"" : "\"");
 }
 
-/// A file seen through a window that slides over it:
+/// Reads a file through a buffer, m_window:
 ///
-///     m_window:  used up | item | item | beginning of an item | not filled
-///                        ^ m_next                             ^ m_end
+///     parsed | entry | entry | start of an entry | free
+///            ^ m_next                            ^ m_end
 ///
-/// An item that the window cuts off is parsed again from its start when more has been read.
+/// An entry that the end of the buffer cuts off is parsed again from its start when more has been read.
 class TripletReader {
 public:
   TripletReader(char const* path, char const* mode)
       : m_path(path), m_file(std::fopen(path, mode)), m_window(mem_MakeArray<char>(m_capacity)),
         m_next(m_window.get()), m_end(m_next) {
     if (m_file == nullptr) ORXSrvMtxOpenFileException(path).Throw(sourceFile, __LINE__);
-    std::setvbuf(m_file.get(), nullptr, _IONBF, 0); // the window is the buffer
+    std::setvbuf(m_file.get(), nullptr, _IONBF, 0); // m_window is the buffer
   }
 
   CompressedRows Read() {
@@ -85,7 +86,7 @@ public:
 private:
   enum class Field : std::uint8_t { Row, Column, Value, None };
 
-  /// False at the end of the file.
+  /// Moves to the next entry. Returns false at the end of the file.
   bool GoToNextItem() {
     while (true) {
       m_next = BehindBlanks(m_next);
@@ -109,7 +110,8 @@ private:
     }
   }
 
-  /// Parses one item and moves `at` behind it; otherwise tells the field that failed and leaves `at` there.
+  /// Parses one entry and moves `at` to its end. On failure returns the field that failed, with `at` at its
+  /// start.
   Field ParseItem(char const*& at) {
     ORXSrvSparseMatrixEntry& entry = m_batch[m_count];
     std::int32_t row = 0;
@@ -144,7 +146,7 @@ private:
   }
   char const* TokenEnd(char const* p) const noexcept { return std::find_if(p, m_end, IsBlank); }
 
-  /// Drops what is used up and reads on; a window that is full of one item is made larger.
+  /// Drops the parsed characters and reads more; doubles a buffer that is full of one entry.
   void Refill() {
     char* const window = m_window.get();
     m_line += CountLineEnds(window, m_next);
@@ -194,7 +196,7 @@ private:
   }
 
   [[noreturn]] void FailAt(char const* place, std::string const& what) const {
-    // A file that breaks off does so on the line of its last token, not behind that line's end.
+    // The line of an error at the end of the file is that of the last token.
     if (place == m_end)
       while (place != m_next && IsBlank(place[-1]))
         --place;
@@ -205,7 +207,7 @@ private:
     ORXSrvMtxOpenFileException((m_path + fault).c_str()).Throw(sourceFile, __LINE__);
   }
 
-  /// With the blanks between its fields.
+  /// Characters of an entry with the blanks between its fields.
   static constexpr std::int64_t longestItem = std::int64_t{1} << 24;
 
   std::string m_path;
@@ -213,17 +215,17 @@ private:
   TripletCollector m_collector;
   std::int64_t m_capacity = std::int64_t{1} << 18;
   mem_Array<char> m_window;
-  char const* m_next;      ///< start of the next item, or blanks before it
-  char const* m_end;       ///< behind what has been read
-  bool m_atEnd = false;    ///< nothing follows m_end
-  std::int64_t m_line = 1; ///< of the window's first character
+  char const* m_next;      ///< start of the next entry, or blanks before it
+  char const* m_end;       ///< end of the characters read
+  bool m_atEnd = false;    ///< the file ends at m_end
+  std::int64_t m_line = 1; ///< line of the first character in m_window
 
-  static constexpr int batch = 1024; ///< items handed over together
+  static constexpr int batch = 1024; ///< entries handed over together
   ORXSrvSparseMatrixEntry m_batch[batch];
-  int m_count = 0;            ///< items in m_batch
-  std::int64_t m_total = 0;   ///< items handed over
-  std::int32_t m_rows = 0;    ///< the largest so far
-  std::int32_t m_columns = 0; ///< the largest so far
+  int m_count = 0;            ///< entries in m_batch
+  std::int64_t m_total = 0;   ///< entries handed over
+  std::int32_t m_rows = 0;    ///< largest row so far, one-based
+  std::int32_t m_columns = 0; ///< largest column so far, one-based
 };
 
 } // namespace

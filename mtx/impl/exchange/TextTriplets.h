@@ -4,9 +4,9 @@
 
 namespace orx {
 
-/// Reads a text file of items "row column value" with one-based indices, separated by blanks and line ends,
-/// opened with fopen's `mode`. What is not an item is an ORXSrvMtxOpenFileException with path, line, what was
-/// expected and what was found.
+/// Reads a text file of entries "row column value" with one-based indices, separated by blanks and line ends.
+/// The file is opened with fopen's `mode`. Anything that is not an entry raises ORXSrvMtxOpenFileException
+/// with the path, the line, what was expected and what was found.
 CompressedRows ReadTextTriplets(char const* path, char const* mode);
 
 } // namespace orx

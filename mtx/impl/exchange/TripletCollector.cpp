@@ -29,7 +29,7 @@ void TripletCollector::BeginRow(std::uint32_t row) {
   m_rowStarts.push_back({row, m_ordered.entries});
 }
 
-/// Brings the open row into its final form.
+/// Completes the open row: if its columns do not ascend, sorts them and sums equal ones.
 void TripletCollector::EndRow() {
   std::int32_t const begin = m_ordered.entries;
   if (m_isAscending) {
@@ -58,7 +58,7 @@ CompressedRows TripletCollector::FinishOrdered(std::int32_t rows, std::int32_t c
   CompressedRows result;
   AllocateRowPointers(result, rows, columns);
   std::int32_t* next = result.rowPointers.get();
-  // Row pointers up to a row that begins at `start` are `start`, as the rows between have no entries.
+  // Rows between two elements of m_rowStarts are empty: their row pointers are the start of the later one.
   for (RowStart const& r : m_rowStarts) {
     std::int32_t* const end = result.rowPointers.get() + r.row + 1;
     std::fill(next, end, r.start);

@@ -10,19 +10,20 @@
 
 namespace orx {
 
-/// Collects triplets whose number and shape are not known beforehand, as those of a file.
+/// Collects triplets whose number and dimensions are not known beforehand, as of a file that is read.
 ///
-/// As long as rows ascend, as in most files they do, each row is compressed at once and nothing else is kept:
-/// memory that is never touched is the fastest. From the first row that steps back, triplets are kept as they
-/// are, and the rows before count as triplets too. Equal positions are summed in the order they came.
+/// As long as rows ascend, as in most files, each row is compressed at once and only the compressed row is
+/// kept. From the first row that does not ascend, triplets are kept uncompressed, and Finish treats the
+/// compressed rows as triplets too. Values at equal positions are summed in the order of Add.
 class TripletCollector {
 public:
   void Add(std::span<ORXSrvSparseMatrixEntry const> triplets);
-  /// The matrix of all triplets, whose rows are below `rows` and columns below `columns`; they are used up.
+  /// Returns the matrix of all triplets, and drops them. REQUIRES rows below `rows` and columns below
+  /// `columns`.
   CompressedRows Finish(std::int32_t rows, std::int32_t columns);
 
 private:
-  /// Where a row with entries begins.
+  /// A row with entries, and the position of its first entry.
   struct RowStart {
     std::uint32_t row;
     std::int32_t start;
@@ -34,13 +35,13 @@ private:
   CompressedRows FinishOrdered(std::int32_t rows, std::int32_t columns);
   CompressedRows FinishUnordered(std::int32_t rows, std::int32_t columns);
 
-  CompressedRows m_ordered; ///< without row pointers
+  CompressedRows m_ordered; ///< compressed rows without row pointers
   std::vector<RowStart> m_rowStarts;
-  std::int32_t m_end = 0; ///< behind the entries of the open row, which begin at m_ordered.entries
+  std::int32_t m_end = 0; ///< end of the open row, which begins at m_ordered.entries
   std::int32_t m_room = 0;
-  bool m_isAscending = true; ///< the open row's columns, so far
+  bool m_isAscending = true; ///< true while the columns of the open row ascend
   cow_List<ORXSrvSparseMatrixEntry> m_rest;
-  std::vector<std::uint32_t> m_rowColumns; ///< scratch for a row out of order
+  std::vector<std::uint32_t> m_rowColumns; ///< workspace for a row out of order
   std::vector<double> m_rowValues;
   std::vector<std::uint64_t> m_sortScratch;
 };

@@ -11,17 +11,17 @@ namespace orx {
 
 namespace {
 
-/// Triplets aimed at per bucket: with their ordered copy they stay in a second-level cache of 1 MB.
+/// Number of triplets wanted in a bucket: with their ordered copy they fit into a second-level cache of 1 MB.
 constexpr std::int64_t bucketTriplets = 32768;
 
-/// Up to this many triplets sorting a row is cheaper than looking its columns up.
+/// Up to this number of triplets, sorting a row is cheaper than looking up its columns.
 constexpr std::size_t shortRow = 24;
 
 } // namespace
 
-/// A link of a bucket's chain, filled from the front.
+/// A link of a bucket's chain; it is filled from the front.
 struct TripletCompressor::Chunk {
-  static constexpr int capacity = 63; ///< makes a chunk as large as the suite's largest small object
+  static constexpr int capacity = 63; ///< a chunk is as large as the allocator's largest small object
   Chunk* next;
   ORXSrvSparseMatrixEntry triplets[capacity];
 };
@@ -30,15 +30,16 @@ struct TripletCompressor::Bucket {
   Chunk* first;
   Chunk* last;
   std::int64_t chunks;
-  ORXSrvSparseMatrixEntry* next; ///< where the next triplet goes, in the last chunk
-  ORXSrvSparseMatrixEntry* end;  ///< behind the last chunk
+  ORXSrvSparseMatrixEntry* next; ///< position of the next triplet, in the last chunk
+  ORXSrvSparseMatrixEntry* end;  ///< end of the last chunk
 
   std::int64_t Triplets() const noexcept { return chunks * Chunk::capacity - (end - next); }
-  /// Calls visit(triplet) in the order in which they were added.
+  /// Calls visit(triplet) in the order of Add.
   template<class Visit>
   void ForEach(Visit visit) const {
     for (Chunk const* chunk = first; chunk != nullptr; chunk = chunk->next) {
-      // Triplets in scattered order leave a bucket's chunks scattered over all memory.
+      // The chunks of a bucket may be scattered over all memory: the next one is fetched while this one is
+      // read.
       for (std::size_t offset = 0; chunk->next != nullptr && offset < sizeof(Chunk); offset += 64)
         __builtin_prefetch(reinterpret_cast<char const*>(chunk->next) + offset);
       ORXSrvSparseMatrixEntry const* const chunkEnd =
@@ -49,30 +50,30 @@ struct TripletCompressor::Bucket {
   }
 };
 
-/// Work arrays, reused from bucket to bucket and row to row.
+/// Workspace, reused from bucket to bucket and from row to row.
 struct TripletCompressor::Scratch {
-  // A bucket ordered by row: row r holds [r == 0 ? 0 : rowEnds[r - 1], rowEnds[r]).
+  // The triplets of a bucket ordered by row: row r has [r == 0 ? 0 : rowEnds[r - 1], rowEnds[r]).
   std::vector<std::int32_t> rowEnds;
   std::vector<std::uint32_t> columns;
   std::vector<double> values;
 
-  // The row for which slots were found last, and its pattern, the distinct columns. A row with the same
-  // columns in the same order, as the unknowns of one node have, takes the slots; one with the same pattern
-  // saves the sort.
+  // The last row whose slots were found, and its pattern: its distinct columns. A row with the same columns
+  // in the same order, as the unknowns of one node have, reuses the slots; a row with the same pattern saves
+  // the sort.
   std::span<std::uint32_t const> slotColumns;
-  std::vector<std::uint32_t> slots;    ///< by triplet: place of its column among the row's distinct columns
+  std::vector<std::uint32_t> slots;    ///< for each triplet: index of its column in the pattern
   std::int32_t distinct = 0;           ///< number of distinct columns
-  std::int32_t patternStart = 0;       ///< where they stand in the result, ascending
-  std::vector<std::uint8_t> isTouched; ///< by slot
+  std::int32_t patternStart = 0;       ///< position in the result of the pattern, which ascends
+  std::vector<std::uint8_t> isTouched; ///< for each slot: true when a triplet has it
 
-  std::vector<std::uint64_t> order; ///< column << 32 | number, to be sorted
+  std::vector<std::uint64_t> order; ///< column << 32 | index by first appearance, to be sorted
   std::vector<std::uint32_t> rank;
-  /// By column: the position in the result where it was last put, or -1. Positions only grow, so one below
-  /// the current row's start means "not in this row", and nothing is cleared between rows. Null when the
-  /// matrix has so many more columns than triplets that the array would cost more than sorting.
+  /// For each column: its last position in the result, or -1. Positions only grow, so that a position below
+  /// the current row's start means "not in this row", and nothing is reset between rows. Null when the matrix
+  /// has so many more columns than triplets that the array would cost more than sorting.
   mem_Array<std::int32_t> lastPosition;
 
-  /// Takes what buckets of so many rows and triplets can need: from then on, nothing fails.
+  /// Allocates for buckets of up to `rows` rows and `triplets` triplets: nothing can fail after that.
   void Reserve(std::int64_t rows, std::int64_t triplets) {
     auto const most = static_cast<std::size_t>(triplets);
     rowEnds.reserve(static_cast<std::size_t>(rows) + 1);
@@ -172,8 +173,7 @@ CompressedRows TripletCompressor::Compress() {
   AllocateRowPointers(result, m_rows, m_columns);
   std::fill_n(result.rowPointers.get(), std::int64_t{m_rows} + 1, 0);
   if (count == 0) return result;
-  // Room for the case without duplicates; pages that are not needed are never touched, and given back at the
-  // end.
+  // Memory for a matrix without duplicates. Pages that are not needed are never touched, and are freed below.
   ResizeEntries(result, count <= INT_MAX ? count : -1);
   Scratch scratch;
   scratch.Reserve(std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, m_rows),
@@ -185,7 +185,7 @@ CompressedRows TripletCompressor::Compress() {
   for (std::int64_t b = 0; b < m_bucketCount; ++b)
     CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
   result.numberOfNonzeros = result.entries;
-  ResizeEntries(result, result.entries); // which memory is always enough for, as it only gives some back
+  ResizeEntries(result, result.entries); // cannot fail, because it only gives memory back
   return result;
 }
 
@@ -206,7 +206,7 @@ void TripletCompressor::CompressBucket(std::int32_t firstRow, Bucket& bucket, Sc
   }
 }
 
-/// Counting sort, stable.
+/// Orders the triplets of a bucket by row, with a stable counting sort.
 void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket,
                                    Scratch& scratch) const {
   std::vector<std::int32_t>& ends = scratch.rowEnds;
@@ -214,7 +214,7 @@ void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere,
   bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) { ++ends[t.row - firstRow + 1]; });
   for (std::int32_t r = 0; r < rowsHere; ++r)
     ends[r + 1] += ends[r];
-  // ends[r] is the start of row r here; putting a triplet advances it, up to the row's end.
+  // ends[r] is the start of row r now; each triplet of the row advances it, until it is the row's end.
   bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) {
     std::int32_t const p = ends[t.row - firstRow]++;
     scratch.columns[p] = t.column;
@@ -236,13 +236,13 @@ void TripletCompressor::CompressRow(std::span<std::uint32_t const> columns, doub
     FindSlots(columns, scratch, result);
   }
   double* const sums = result.values.get() + result.entries;
-  std::fill_n(sums, scratch.distinct, -0.0); // the one start that leaves every first value as it is
+  std::fill_n(sums, scratch.distinct, -0.0); // -0.0 + x is x, also for zeros of either sign
   for (std::size_t e = 0; e < columns.size(); ++e)
     sums[scratch.slots[e]] += values[e];
   result.entries += scratch.distinct;
 }
 
-/// Whether the row's distinct columns are those of the pattern found last; scratch.slots then has the places.
+/// True when the row has the pattern found last; scratch.slots then has the slots of its triplets.
 bool TripletCompressor::FindSlotsInPattern(std::span<std::uint32_t const> columns, Scratch& scratch) {
   if (scratch.slots.size() < columns.size()) scratch.slots.resize(columns.size());
   scratch.isTouched.assign(static_cast<std::size_t>(scratch.distinct), 0);
@@ -259,8 +259,8 @@ bool TripletCompressor::FindSlotsInPattern(std::span<std::uint32_t const> column
   return true;
 }
 
-/// Puts the row's distinct columns, ascending, behind the result, and the place of each triplet's column in
-/// scratch.slots.
+/// Writes the row's distinct columns, ascending, after the last entry of the result, and the slots of its
+/// triplets into scratch.slots.
 void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
                                   CompressedRows const& result) const {
   std::int32_t const start = result.entries;

@@ -10,30 +10,32 @@
 
 namespace orx {
 
-/// Turns triplets in any order into compressed rows; equal positions are summed in the order they came.
+/// Turns triplets in any order into compressed rows; values at equal positions are summed in the order of
+/// Add.
 ///
 ///     Add        appends each triplet to the bucket of its range of rows           (one pass, streaming)
 ///     Compress   per bucket, in cache: orders it by row, and per row gives every
 ///                triplet the slot of its column, then adds the values up
 ///
-/// A bucket is a chain of small chunks of the suite allocator, so a caller that frees its triplets as it
-/// adds them needs no memory beside them: the chunks take over the slabs that become free.
-/// When memory runs out, no triplet is lost: those that were added stay, and each step can be repeated.
+/// A bucket is a chain of small chunks from the suite's allocator: they reuse the memory that a caller frees
+/// when it drops triplets while adding them. When memory runs out, no triplet is lost: triplets that were
+/// added stay, and each step can be repeated.
 class TripletCompressor {
 public:
-  /// For some `expected` triplets with rows below `rows` and columns below `columns`, all three at least 0.
+  /// Makes an empty collection for about `expected` triplets with rows below `rows` and columns below
+  /// `columns`, all three at least 0.
   TripletCompressor(std::int32_t rows, std::int32_t columns, std::int64_t expected);
   TripletCompressor(TripletCompressor const&) = delete;
   TripletCompressor& operator=(TripletCompressor const&) = delete;
   ~TripletCompressor();
 
-  /// Makes room for triplets in further rows and columns. REQUIRES no fewer of either than before.
+  /// Admits further rows and columns. REQUIRES no fewer of either than before.
   void Grow(std::int32_t rows, std::int32_t columns);
   void Add(std::span<ORXSrvSparseMatrixEntry const> triplets);
   void Add(TripletCompressor const& other);
-  /// Adds a whole list, whose memory is given back on the way. A triplet is always in one of the two.
+  /// Adds all triplets of a list and empties it on the way. On failure each triplet is in one of the two.
   void AddAndDrop(cow_List<ORXSrvSparseMatrixEntry>& triplets);
-  /// The result; the triplets are used up. More than an int counts are a mem_OutOfMemory.
+  /// Returns the matrix and drops the triplets. More triplets than an int counts raise mem_OutOfMemory.
   CompressedRows Compress();
 
 private:

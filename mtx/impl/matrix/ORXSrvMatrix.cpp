@@ -89,7 +89,7 @@ IndexBlock BlockBeforeRemainder(int index, int n, int blockSize) {
 
 } // namespace
 
-// ---- creation and destruction
+// Creation and destruction
 
 ORXSrvMatrix::ORXSrvMatrix(int rows, int columns, double* values, bool symmetric, bool diagonal)
     : m_values(values != nullptr ? values : NewValues(rows, columns, diagonal).release()), m_dim1(rows),
@@ -137,7 +137,7 @@ ORXSrvMatrix& ORXSrvMatrix::operator=(double value) {
   return *this;
 }
 
-// ---- queries
+// Queries
 
 /// Whether rows * columns values may be touched. How long a lent buffer is only its owner knows, so a
 /// diagonal matrix over one is trusted.
@@ -179,7 +179,7 @@ bool ORXSrvMatrix::IsFinite() const noexcept {
   return std::all_of(m_values, m_values + NumberOfStoredValues(), [](double x) { return std::isfinite(x); });
 }
 
-// ---- element access
+// Element access
 
 void ORXSrvMatrix::RefuseElement() { ORXSrvMtxIllegalInput("operator()").Throw(sourceFile, __LINE__); }
 
@@ -291,7 +291,7 @@ void ORXSrvMatrix::SetDiagonal(ORXSrvMatrix const& source) {
     m_values[k * step] = source.m_values[k * step];
 }
 
-// ---- operations
+// Operations
 
 void ORXSrvMatrix::Transpose() {
   if (m_diagonal || m_symmetric) return;
@@ -379,7 +379,7 @@ void ORXSrvMatrix::Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix con
       m_values[p] = (1.0 - t) * a.m_values[p] + t * b.m_values[p];
 }
 
-// ---- products
+// Products
 
 void ORXSrvMatrix::Multiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
   Require(a.m_dim2 == b.m_dim1, "Multiply", __LINE__);
@@ -512,7 +512,7 @@ void ORXSrvMatrix::TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c, int
     }
 }
 
-// ---- factorization, solves, eigenproblem
+// Factorization, solves, eigenproblem
 
 void ORXSrvMatrix::Factorize(int* pivots) {
   if (m_diagonal) return InvertDiagonal();

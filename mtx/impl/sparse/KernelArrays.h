@@ -5,7 +5,7 @@
 
 namespace orx {
 
-/// The arrays of a matrix as the kernels take them: with signed column indices, as Fortran has them.
+/// The arrays of a matrix as the kernels take them: with signed column indices, as in Fortran.
 inline blac::RowArrays KernelArrays(CompressedRowsView const& rows) {
   return {rows.values, rows.rowPointers, reinterpret_cast<int const*>(rows.columnIndices)};
 }

@@ -16,7 +16,7 @@ namespace {
 constexpr auto& sourceFile = orx::sparseMatrixSource;
 }
 
-// ---- creation and destruction
+// Creation and destruction
 
 ORXSrvSparseMatrix::ORXSrvSparseMatrix(int rows, int columns)
     : m_entries(0), m_rows(rows), m_columns(columns) {
@@ -31,7 +31,7 @@ ORXSrvSparseMatrix::ORXSrvSparseMatrix(CompressedRows&& content) noexcept
 
 ORXSrvSparseMatrix::~ORXSrvSparseMatrix() = default;
 
-// ---- queries
+// Queries
 
 bool ORXSrvSparseMatrix::IsNull() const noexcept {
   if (!IsSymmetricForm()) return m_stored.numberOfNonzeros == 0;
@@ -65,7 +65,7 @@ ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
   return entries.release();
 }
 
-// ---- assembly
+// Assembly
 
 void ORXSrvSparseMatrix::BeginAssembly() noexcept {
   m_stored.values.reset();
@@ -118,7 +118,7 @@ CompressedRowsView ORXSrvSparseMatrix::View() const noexcept {
   return view;
 }
 
-// ---- files
+// Files
 
 void ORXSrvSparseMatrix::Import(char const* path, int format) {
   Replace(ORXSrvSparseImExPorter().Import(path, format));

@@ -22,7 +22,7 @@ constexpr auto& sourceFile = orx::sparseMatrixSource;
 /// An array of the caller's.
 mem_Array<unsigned> NewList(std::int32_t length) { return mem_MakeArray<unsigned>(length); }
 
-// ---- difference
+// Difference
 
 struct Row {
   std::uint32_t const* columns = nullptr;
@@ -146,7 +146,7 @@ CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
   return compressor.Compress();
 }
 
-// ---- symmetry
+// Symmetry
 
 /// `upper` and `lower` are in mirrored places.
 bool AreMirrored(double upper, double lower) {
@@ -157,7 +157,7 @@ bool AreMirrored(double upper, double lower) {
 
 } // namespace
 
-// ---- checks
+// Checks
 
 void ORXSrvSparseMatrix::RequireAssembled(char const* operation) const {
   if (m_stored.rowPointers != nullptr && m_stored.rows == m_rows) return;
@@ -184,7 +184,7 @@ void ORXSrvSparseMatrix::RequireNoMoreColumnsThanRows(char const* operation) con
   ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
 }
 
-// ---- updates
+// Updates
 
 void ORXSrvSparseMatrix::Scale(double s) {
   RequireAssembled("Scale");
@@ -253,7 +253,7 @@ unsigned* ORXSrvSparseMatrix::EliminateTrivialColumns(int& count) {
   return list.release();
 }
 
-// ---- tests of the pattern
+// Tests of the pattern
 
 bool ORXSrvSparseMatrix::IsSymmetric() const {
   if (m_symmetryState == unknown) {

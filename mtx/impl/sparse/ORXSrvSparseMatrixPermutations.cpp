@@ -156,7 +156,7 @@ void GatherInPlace(std::uint32_t* columns, double* values, std::int32_t* source,
   }
 }
 
-// ---- transposition
+// Transposition
 
 /// Puts each entry where the next one of its column goes.
 void TransposeByRows(CompressedRowsView const& rows, std::int32_t* next, CompressedRows& result) {
@@ -213,7 +213,7 @@ void TransposeByBuckets(CompressedRowsView const& rows, std::int32_t* next, Comp
 
 } // namespace
 
-// ---- permutations
+// Permutations
 
 void ORXSrvSparseMatrix::PermuteRows(int const* perm) {
   RequireGeneralForm("PermuteRows");
@@ -294,7 +294,7 @@ void ORXSrvSparseMatrix::PermuteInPlace(int const* perm) {
   m_rowPattern = {};
 }
 
-// ---- transposition
+// Transposition
 
 ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
   RequireAssembled("Transpose");
