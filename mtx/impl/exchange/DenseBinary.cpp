@@ -61,7 +61,7 @@ CompressedRows Transposed(CompressedRowsView const& matrix) {
 /// Receives the values in the order of the file and keeps those that are not zeros, as compressed columns.
 class ColumnCollector {
 public:
-  ColumnCollector(std::int32_t rows, std::int32_t columns) : m_rows(rows), m_columns(columns) {
+  ColumnCollector(std::int32_t rows, std::int32_t columns) : m_rows(rows) {
     AllocateRowPointers(m_entries, columns, rows);
     m_entries.rowPointers[0] = 0;
   }
@@ -108,7 +108,6 @@ private:
   }
 
   std::int32_t m_rows;
-  std::int32_t m_columns;
   std::int32_t m_row = 0;    ///< row of the next value
   std::int32_t m_column = 0; ///< column of the next value
   CompressedRows m_entries;  ///< the transpose
