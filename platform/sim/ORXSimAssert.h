@@ -5,6 +5,7 @@
 /// Failed internal assertions.
 class ORX_EXPORT ORXSimAssert {
 public:
-  /// Reports a failed assertion on standard error; ending the process is the caller's next step.
+  /// Writes "FILE:LINE: validation failed: EXPRESSION" on standard error and returns; the caller then ends
+  /// the process.
   static void ReportValidationFailure(char const* expression, char const* file, int line);
 };

@@ -18,7 +18,7 @@ public:
   enum class Layout : int {
     Dense = 0,
     Sparse = 3,   ///< compressed rows of a general matrix
-    SparseSym = 4 ///< compressed rows of a symmetric matrix, the diagonal apart
+    SparseSym = 4 ///< compressed rows of a symmetric matrix, with the diagonal in an array of its own
   };
 
   /// Dense.
@@ -38,7 +38,8 @@ private:
   Layout m_layout = Layout::Dense;
 };
 
-/// What a drawer looks like: a copy of the facts, as they were when they were asked for.
+/// The shape and storage of a drawer: a copy, as they were when QueryDrawers was called. Dimensions and
+/// buffers are zero-based; `dim` is not checked.
 class ORX_EXPORT ORXSimDrawerDescription {
 public:
   ORXSimDrawerDescription() = default;
@@ -46,16 +47,17 @@ public:
   int NumDimensions() const noexcept { return m_sets.Size(); }
   /// Number of cells along a dimension.
   int DimensionSize(int dim) const noexcept { return m_sizes[dim]; }
-  /// The members that stand along a dimension, in their order.
+  /// The member set along a dimension: its label k belongs to position k.
   ORXSimCSetID DimensionCSetID(int dim) const noexcept { return m_sets[dim]; }
-  /// The chunk lengths as they were given, one per dimension; empty for a drawer stored whole.
+  /// The chunk lengths in cells as they were given, one per dimension; empty for a drawer stored whole.
   ORXSimArray<int> const& ChunkSizes() const noexcept { return m_chunks; }
   ORXSimSerializationType Serialization() const noexcept { return m_serialization; }
-  /// Number of data items stored for a buffer. Dense: the cells for buffer 0. Sparse: stored entries for
-  /// buffers 0 and 1, rows + 1 for buffer 2, rows for buffer 3 where there is a diagonal. 0 for any other.
+  /// Number of values stored for a buffer of ORXSimTransfer. Dense: the cells for buffer 0. Sparse: stored
+  /// entries for buffers 0 and 1, rows + 1 for buffer 2, rows for buffer 3 where there is a diagonal. 0 for
+  /// every other buffer.
   std::int64_t DataSizeItems(int buffer) const noexcept;
-  /// The dimension along which extension costs the new cells only: 0 for a dense drawer, which grows along
-  /// any other too; -1 for one that cannot be extended.
+  /// The dimension along which an extension costs the new cells only: 0 for a dense drawer, which can grow
+  /// along every other dimension too; -1 for a drawer that cannot be extended.
   int ExtendableDimension() const noexcept { return m_extendableDimension; }
 
 private:
@@ -78,7 +80,7 @@ public:
       : ORXSimDrawerDescription(facts) {}
 };
 
-/// A counted share in a distribution's record.
+/// A counted share in a distribution's record; the record lives as long as a share or its open file does.
 class ORX_EXPORT ORXSimParticipation {
 public:
   explicit ORXSimParticipation(std::shared_ptr<orx::sim::DistributionRecord> record) noexcept
@@ -94,22 +96,31 @@ private:
 };
 
 /// A handle on a distribution: a field over a grid, one cell per tuple of members. Its cells live in a
-/// drawer, which a transfer creates; a distribution has at most one. Copies share the record.
+/// drawer, which an ORXSimTransfer creates and accesses; a distribution has at most one drawer. The file owns
+/// the distribution; copies of the handle share its record.
+///
+/// Errors are ORXSimException: wrongState (30) for a handle on nothing, staleIdentifier (10) once the file
+/// was closed or the distribution abandoned with its transaction.
 class ORX_EXPORT ORXSimDistribution {
 public:
-  /// On nothing: to be assigned to.
+  /// A handle on nothing, to be assigned to.
   ORXSimDistribution() noexcept;
-  /// Raises staleIdentifier for a distribution that does not exist (any more), the null one included.
+  /// Raises staleIdentifier (10) for the null distribution and for a distribution that does not exist (any
+  /// more).
   explicit ORXSimDistribution(ORXSimDistributionID const& id);
 
-  /// The null identifier for a handle on nothing.
+  /// The identifier, null for a handle on nothing. Raises nothing, like NumDimensions.
   ORXSimDistributionID ID() const noexcept;
+  /// Number of dimensions, 0 for a handle on nothing.
   int NumDimensions() const noexcept;
   ORXSimRangeType RangeType() const;
-  /// No type (-1) for an untyped distribution.
+  /// The type; -1 for a distribution without a type.
   ORXSimTypeID Type() const;
+  /// The collection along a zero-based dimension; raises invalidArgument (20) when there is no such
+  /// dimension.
   ORXSimCollectionID Collection(int dim) const;
-  /// Fills `out` with the descriptions of the drawers: one, or none before a drawer was created.
+  /// Replaces the elements of `out` by the description of the drawer; `out` is empty when there is no drawer
+  /// yet. Raises damaged (42) when the file's drawer is not as it was written.
   void QueryDrawers(ORXSimArray<ORXSimPersistentDrawerDesc>& out) const;
 
 private:

@@ -3,7 +3,8 @@
 #include "sim/ORXSimArray.h"
 #include "sim/ORXSimIdentifiers.h"
 
-/// The collections that span the dimensions of a distribution, dimension 0 first: 1 to 32 of them.
+/// The collections that span the dimensions of a distribution, dimension 0 first: 1 to 32 of them, which is
+/// checked when a distribution is created. Dimensions are zero-based; Collection does not check `dim`.
 class ORXSimGrid {
 public:
   ORXSimGrid() = default;

@@ -4,9 +4,11 @@
 
 #include <cstdint>
 
-// Identifiers of database objects: small values, copied freely. They name objects of an open file; once the
-// file is closed every operation refuses them. They are numbered anew at each opening, except for the order.
-// A null dynamic identifier has kind 0, a zero first context word and all other words all ones.
+// Identifiers of database objects: small values, copied freely. They own nothing and check nothing. They name
+// objects of an open file; once the file is closed, every operation refuses them (ORXSimException
+// staleIdentifier, 10). Each opening of a file gives other identifiers, in the same order. Numbers are
+// zero-based unless stated otherwise.
+// A null dynamic identifier has kind 0; its first context word is 0, and all other words are -1 (all ones).
 
 /// An open database file.
 struct ORXSimFileID {
@@ -14,7 +16,7 @@ struct ORXSimFileID {
   friend bool operator==(ORXSimFileID const&, ORXSimFileID const&) = default;
 };
 
-/// A namespace; both words -1: the default one.
+/// A namespace; the default namespace has both words -1.
 struct ORXSimNamespaceID {
   std::int32_t first = -1;
   std::int32_t second = -1;
@@ -26,12 +28,12 @@ struct ORXSimNamespaceID {
 
 /// A context of an open database file.
 struct ORXSimContextID {
-  std::uint32_t file = 0;      ///< open file it belongs to; 0: none
-  std::uint32_t context = ~0u; ///< zero-based number inside that file
+  std::uint32_t file = 0;      ///< number of the open file; 0: none
+  std::uint32_t context = ~0u; ///< number inside the file
   friend bool operator==(ORXSimContextID const&, ORXSimContextID const&) = default;
 };
 
-/// The type of a collection or distribution; all ones: no type.
+/// The type of a collection or distribution: its index in the schema of the context; -1: no type.
 struct ORXSimTypeID {
   std::int32_t type = -1;
   ORXSimTypeID() noexcept = default;
@@ -39,21 +41,22 @@ struct ORXSimTypeID {
   friend bool operator==(ORXSimTypeID const&, ORXSimTypeID const&) = default;
 };
 
-/// The collection-local part of an identifier, its colour included.
+/// A collection inside its context, with the colour of the variant.
 struct ORXSimIDMinor {
   std::int32_t collection = -1;
   std::int32_t color = -1;
   friend bool operator==(ORXSimIDMinor const&, ORXSimIDMinor const&) = default;
 };
 
-/// What a dynamic identifier names inside its context: a collection, or a member set of it.
+/// An object inside its context: a collection (memberSet -1), or a member set of this collection.
 struct ORXSimDynamicDataID {
   ORXSimIDMinor minor;
   std::int32_t memberSet = -1;
   friend bool operator==(ORXSimDynamicDataID const&, ORXSimDynamicDataID const&) = default;
 };
 
-/// The common form of collection and member-set identifiers.
+/// The common form of collection and member-set identifiers. The kind is 2 for a collection, 5 for a member
+/// set, 0 for null.
 class ORX_EXPORT ORXSimDynamicID {
 public:
   /// The null identifier.
@@ -76,8 +79,8 @@ private:
   ORXSimTypeID m_type;
 };
 
-/// A collection, or a colour variant of one: the same members under another identity, so that they can stand
-/// on two axes of one grid. Colour 0 is the collection itself.
+/// A collection, or a colour variant of a collection: the same members under another identity, so that rows
+/// and columns of one grid can have the same members. Colour 0 is the collection itself.
 class ORX_EXPORT ORXSimCollectionID : public ORXSimDynamicID {
 public:
   static constexpr int kind = 2;
@@ -86,7 +89,7 @@ public:
   ORXSimCollectionID(ORXSimContextID context, ORXSimIDMinor minor, ORXSimTypeID type) noexcept
       : ORXSimDynamicID(kind, context, {.minor = minor, .memberSet = -1}, type) {}
 
-  /// The minor with its colour replaced.
+  /// Returns `minor` with its colour replaced.
   static ORXSimIDMinor SetColor(ORXSimIDMinor minor, int color) noexcept {
     minor.color = color;
     return minor;
@@ -103,17 +106,17 @@ public:
   ORXSimCSetID() noexcept = default;
   ORXSimCSetID(ORXSimContextID context, ORXSimDynamicDataID data, ORXSimTypeID type) noexcept
       : ORXSimDynamicID(kind, context, data, type) {}
-  /// From a dynamic identifier of kind 5; any other kind gives the null set.
+  /// Converts a dynamic identifier of kind 5; every other kind gives the null set.
   explicit ORXSimCSetID(ORXSimDynamicID const& id) noexcept
       : ORXSimDynamicID(id.Kind() == kind ? id : ORXSimDynamicID()) {}
 
-  /// The collection it selects from; null for the null set.
+  /// The collection whose members the set selects; null for the null set.
   ORXSimCollectionID Collection() const noexcept;
-  /// The same members, as members of the colour variant; the null set stays null.
+  /// The same members as members of the colour variant; the null set stays null.
   ORXSimCSetID OnColorVariant(int color) const noexcept;
 };
 
-/// A distribution; opaque but for the test for null.
+/// A distribution; hosts only copy, compare and test it for null.
 struct ORXSimDistributionID {
   ORXSimContextID context;
   std::uint32_t handle = 0; ///< one-based number inside the context; 0: the null distribution

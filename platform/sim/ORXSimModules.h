@@ -2,7 +2,9 @@
 
 #include "core/orx_export.h"
 
-// Counted start and stop of the modules in this library; see core/ORXModuleCounter.h for the counting.
+// Counted start and stop of the modules in this library: n starts need n stops. `tally` is the host's count
+// of modules that are up; the first start adds 1 to it, the last stop takes 1 from it. See
+// core/ORXModuleCounter.h. The modules hold no resources; open databases do not depend on them.
 
 ORX_EXPORT void ORXSimContainers_initialize(int& tally);
 ORX_EXPORT void ORXSimContainers_finalize(int& tally);

@@ -1,13 +1,13 @@
 #pragma once
 
-/// What a cell holds.
+/// The kinds of cells.
 enum class ORXSimTypeKey : int {
   None = 0,
   Int32 = 1, ///< one 32-bit integer
   Double = 2 ///< one double-precision value
 };
 
-/// What one cell of a distribution holds.
+/// The type of a distribution's cells.
 class ORXSimRangeType {
 public:
   /// Untyped: a placeholder that no distribution can be created with.
@@ -15,7 +15,7 @@ public:
   explicit ORXSimRangeType(ORXSimTypeKey key) noexcept : m_key(key) {}
 
   ORXSimTypeKey Key() const noexcept { return m_key; }
-  /// Bytes of a cell; 0 when untyped.
+  /// Bytes of a cell: 4 or 8; 0 when untyped.
   int CellBytes() const noexcept {
     return m_key == ORXSimTypeKey::Double ? 8 : m_key == ORXSimTypeKey::Int32 ? 4 : 0;
   }
@@ -27,9 +27,10 @@ private:
 /// One cell value with its type.
 class ORXSimRangeValue {
 public:
-  /// Zero.
+  /// The double 0.0.
   ORXSimRangeValue() noexcept = default;
-  /// `secondWord` has no meaning for scalars and is -1.
+  /// `secondWord` is -1: it has no meaning for scalars. A value for integer cells is a whole number of 32
+  /// bits; a transfer checks that, and ignores `key`, when it creates cells.
   ORXSimRangeValue(double value, int secondWord, ORXSimTypeKey key) noexcept
       : m_value(value), m_secondWord(secondWord), m_key(key) {}
 

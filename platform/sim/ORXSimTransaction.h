@@ -5,31 +5,44 @@
 
 #include <memory>
 
-/// A counted handle on a record of the database.
+/// A counted handle on a record of the database: the last copy frees the record.
 template<class Record>
 using ORXSimRecHandle = std::shared_ptr<Record>;
 
 class ORXSimTransactionRepr;
 
 /// Brackets structural changes in one context: collections, member sets, types, distributions, their drawers
-/// and extensions. A context has at most one open transaction. Destroying the last copy of an uncommitted
-/// transaction abandons it: the context is as it was at the opening, and identifiers made since are refused.
+/// and extensions. A context has at most one open transaction. Copies share the transaction. Destroying the
+/// last copy of an uncommitted transaction abandons it: the context is as it was at the opening, and
+/// identifiers made since are refused (staleIdentifier, 10). Values of cells are not rolled back.
+///
+///     open -> Commit returns  -> over
+///          -> last copy destroyed, or ORXSimDatabase::Close -> abandoned, over
+///          -> Commit raises   -> still open
+///
+/// Errors are ORXSimException.
 class ORX_EXPORT ORXSimTransaction {
 public:
-  /// Raises wrongState when the context already has an open transaction, writeFailed when its file is
-  /// read-only.
+  /// Opens a transaction. Raises staleIdentifier (10) when the context's file is closed, wrongState (30) when
+  /// the context has an open transaction already, writeFailed (70) when the file is read-only.
   explicit ORXSimTransaction(ORXSimContextID context);
 
-  /// Makes what was done since the opening durable, and with it every value written so far. When it raises
-  /// writeFailed, the file holds the former state and the transaction stays open: it may be committed again
-  /// once there is space, or, when the disk has failed, not before the file was closed and opened again. (A
-  /// disk that fails twice, for the commit and for taking it back, leaves that open; the error says so.)
-  /// After success the transaction is over; a second call raises wrongState. Success is also when the disk
-  /// holds the commit, but its last step failed: the next write, commit or opening finishes it, or raises
-  /// writeFailed.
+  /// Makes the changes since the opening durable, with every value written so far, and ends the transaction.
+  /// What other contexts without an open transaction have unsaved is committed too. A scratch file is not
+  /// written: its structure is saved when the database is closed.
+  ///
+  /// On writeFailed (70) the file holds the former state and the transaction stays open. It can be committed
+  /// again once there is space; after an error of the device, only when the file was closed and opened again.
+  /// (A disk that fails twice, for the commit and for taking the commit back, leaves open which state the
+  /// file holds; the error says so.) invalidArgument (20) says that the context has more labels than a file
+  /// can hold. A second call after success raises wrongState (30), a closed file staleIdentifier (10).
+  ///
+  /// Commit also returns when the disk holds the commit but the last step of it failed: the next write,
+  /// commit or opening finishes this step, or raises writeFailed.
   void Commit();
 
   ORXSimContextID Context() const noexcept;
+  /// False once the transaction was committed or abandoned, or the file closed.
   bool IsOpen() const noexcept;
 
 private:
