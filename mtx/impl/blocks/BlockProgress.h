@@ -4,14 +4,14 @@
 
 namespace orx {
 
-/// Counts the blocks of one operation and tells the host, see ORXSrvProgress.
+/// Counts the blocks of one operation and reports them to the host, see ORXSrvProgress.
 class BlockProgress {
 public:
   /// `operation` is lent.
   BlockProgress(char const* operation, std::int64_t total) noexcept
       : m_operation(operation), m_total(total) {}
 
-  /// Raises ORXSrvMtxStopped when the host wants it and blocks are left.
+  /// Counts a block. Raises ORXSrvMtxStopped when the host asks to stop and blocks are left.
   void BlockDone();
 
 private:

@@ -6,8 +6,8 @@ namespace orx {
 
 namespace {
 
-/// A group ends where the next one begins, the last one with the matrix: the first and the last block of a
-/// matrix that has grown may hold more than they report.
+/// Returns the ranges of groups of `together` blocks. A group ends where the next one begins, the last group
+/// at `extent`: the first and the last block of a matrix that has grown may hold more than they report.
 template<class First>
 std::vector<BlockRange> Groups(int blocks, int together, int extent, First firstInBlock) {
   std::vector<BlockRange> groups;

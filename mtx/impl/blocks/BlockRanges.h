@@ -18,26 +18,26 @@ struct BlockRange {
   int Size() const noexcept { return last - first + 1; }
 };
 
-/// The rows of each group of `blocks` consecutive row blocks; together they are all rows. The last group may
-/// have fewer blocks, and the first and the last one other numbers of rows than others of as many blocks:
-/// fewer in a view, more in a matrix that has grown. Work areas are therefore sized by LargestSize, not by
-/// MaxNumberOfRowsInBlock.
+/// Returns the rows of each group of `blocks` consecutive row blocks; the groups cover all rows. The last
+/// group may have fewer blocks. The first and the last group may have fewer rows than others (in a view), or
+/// more (in a matrix that has grown): LargestSize, not MaxNumberOfRowsInBlock, gives the size for a work
+/// area.
 std::vector<BlockRange> RowGroups(ORXSrvDenseMatrix const& matrix, int blocks = 1);
 /// The same for the columns.
 std::vector<BlockRange> ColumnGroups(ORXSrvDenseMatrix const& matrix, int blocks = 1);
 
-/// The range in pieces of `size`, the last one perhaps shorter.
+/// Cuts the range into ranges of `size`; the last one may be shorter.
 std::vector<BlockRange> Pieces(BlockRange const& range, int size);
 
-/// The ranges, each in pieces of at most `size`.
+/// Cuts each of the ranges into ranges of at most `size`.
 std::vector<BlockRange> Cut(std::vector<BlockRange> const& ranges, int size);
 
-/// All rows in pieces of at most `height`: parts of one block, or several whole blocks.
+/// Cuts all rows into strips of at most `height`: parts of one block, or several whole blocks.
 std::vector<BlockRange> RowStrips(ORXSrvDenseMatrix const& matrix, int height);
 /// The same for the columns.
 std::vector<BlockRange> ColumnStrips(ORXSrvDenseMatrix const& matrix, int width);
 
-/// The size of the largest range; 0 without one.
+/// Size of the largest range; 0 if there is none.
 inline int LargestSize(std::vector<BlockRange> const& ranges) noexcept {
   int largest = 0;
   for (BlockRange const& range : ranges)
@@ -45,11 +45,11 @@ inline int LargestSize(std::vector<BlockRange> const& ranges) noexcept {
   return largest;
 }
 
-/// Memory for the largest of the rectangles that an operation works on, one at a time.
+/// Memory for a rectangle of values; an operation uses it for all its rectangles, one at a time.
 class WorkArea {
 public:
   WorkArea(int rows, int columns) : m_values(mem_MakeArray<double>(std::int64_t{rows} * columns)) {}
-  /// The area as a matrix of that shape, which must not be larger than what was asked for; without gaps.
+  /// Returns a matrix of this shape, without gaps, over the memory. REQUIRES: not larger than the area.
   ORXSrvMatrix As(int rows, int columns) const { return ORXSrvMatrix(rows, columns, m_values.get()); }
 
 private:

@@ -38,7 +38,8 @@ std::vector<int> LabelsOf(ORXSimCSet const& set) {
   return labels;
 }
 
-/// The members of a set at the positions first ... last, which it has; of no set, none.
+/// Returns the members of a set at the positions first ... last; for the null set, the null set. REQUIRES:
+/// the set has these positions.
 ORXSimCSetID Restricted(ORXSimCSetID const& id, int first, int last) {
   if (id.IsNull()) return id;
   ORXSimCSet const set(id);
@@ -48,7 +49,7 @@ ORXSimCSetID Restricted(ORXSimCSetID const& id, int first, int last) {
   return ORXSimCollection(id.Collection()).CreateTempOrderedCSet(labels.data() + first, count);
 }
 
-/// The members of one set, then those of another of the same collection.
+/// Returns a set of the members of `front`, then of `back`, which are of one collection.
 ORXSimCSetID Joined(ORXSimCSet const& front, ORXSimCSet const& back) {
   std::vector<int> labels = LabelsOf(front);
   std::vector<int> const more = LabelsOf(back);
@@ -105,7 +106,7 @@ void ORXSrvDenseMatrix::Attach(ORXSimDistribution const& distribution) {
     } else {
       int const dim = isColumn ? 0 : 1 - direction;
       int const size = drawer.DimensionSize(dim);
-      // Without rows there is nothing to cut, but growth goes by the block size.
+      // Without rows there is no block, but growth needs a block size.
       m_blockSize[direction] = drawer.ChunkSizes().IsEmpty() ? std::max(size, 1) : drawer.ChunkSizes()[dim];
       SetExtent(direction, size);
       (direction == rowDirection ? m_rowCSetID : m_columnCSetID) = drawer.DimensionCSetID(dim);
@@ -117,7 +118,7 @@ void ORXSrvDenseMatrix::Attach(ORXSimDistribution const& distribution) {
   m_transfer = NewTransfer();
 }
 
-/// Cuts `extent` by the block size. The first block stays.
+/// Cuts `extent` into blocks. The size of the first block stays.
 void ORXSrvDenseMatrix::SetExtent(Direction direction, int extent) {
   int const size = m_blockSize[direction];
   int const remainder = extent % size;
@@ -156,7 +157,8 @@ ORXSimCSetID ORXSrvDenseMatrix::RowCSetID() const { return LabelsAlong(rowDirect
 
 ORXSimCSetID ORXSrvDenseMatrix::ColumnCSetID() const { return LabelsAlong(columnDirection, m_columnCSetID); }
 
-/// A view makes its sets when they are asked for: most never are, and the labels may be millions.
+/// Returns the labels of a direction. A view creates its set only when it is asked for: most sets are never
+/// used, and may have millions of labels.
 ORXSimCSetID ORXSrvDenseMatrix::LabelsAlong(Direction direction, ORXSimCSetID const& whole) const {
   if (!m_isSubmatrix) return whole;
   return Restricted(whole, m_first[direction], m_first[direction] + m_extent[direction] - 1);
@@ -187,7 +189,7 @@ int ORXSrvDenseMatrix::SizeOfBlockRange(Direction direction, int firstBlock, int
   if (firstBlock < 0 || lastBlock < firstBlock) return 0;
   int size = SizeOfBlock(direction, firstBlock);
   if (lastBlock > firstBlock) size += SizeOfBlock(direction, lastBlock);
-  // In 64 bits: blocks behind the last one are not refused, and there may be very many of them.
+  // In 64 bits: `lastBlock` may be far beyond the last block, because it is not checked.
   std::int64_t const between = std::int64_t{lastBlock} - firstBlock - 1;
   return static_cast<int>(size + m_blockSize[direction] * std::max<std::int64_t>(between, 0));
 }
@@ -211,7 +213,7 @@ ORXSrvDenseMatrix::Rectangle ORXSrvDenseMatrix::InDistribution(Rectangle const& 
   return {row + range.firstRow, row + range.lastRow, column + range.firstColumn, column + range.lastColumn};
 }
 
-/// Whether a rectangle of this matrix and another matrix have cells in common.
+/// True when a rectangle of this matrix and another matrix have cells in common.
 bool ORXSrvDenseMatrix::Meets(Rectangle const& range, ORXSrvDenseMatrix const& other) const noexcept {
   Rectangle const a = InDistribution(range);
   Rectangle const b = other.InDistribution(other.Whole());
@@ -220,8 +222,8 @@ bool ORXSrvDenseMatrix::Meets(Rectangle const& range, ORXSrvDenseMatrix const& o
          std::max(a.firstColumn, b.firstColumn) <= std::min(a.lastColumn, b.lastColumn);
 }
 
-/// Error 206 when they have cells in common that are at other places of the one than of the other. What works
-/// block by block would then read what it has written before.
+/// Raises error 206 when the rectangle and the other matrix have cells in common, but at different positions:
+/// an operation that works block by block would read values that it has overwritten.
 void ORXSrvDenseMatrix::RequireNotShifted(Rectangle const& range, ORXSrvDenseMatrix const& other,
                                           char const* operation) const {
   Rectangle const a = InDistribution(range);
@@ -247,7 +249,7 @@ int ORXSrvDenseMatrix::ExtendDim(int dim, int count, int const* labels) {
                                       : collection.CreateCSetStrided(extent, count, 1, 1));
 }
 
-/// Appends the members of a set to the direction of their collection.
+/// Appends the members of a set to the direction of their collection. Returns the result of ExtendDim.
 int ORXSrvDenseMatrix::ExtendWith(ORXSimCSetID const& members) {
   ORXSimCSet const added(members);
   if (added.Size() == 0) return nothingToAppend;
@@ -258,20 +260,20 @@ int ORXSrvDenseMatrix::ExtendWith(ORXSimCSetID const& members) {
   ORXSimCSet const present(labels);
   if (added.HasOverlap(present)) return labelExists;
 
-  // What may fail comes first, and on a copy of the transfer, so that a failure leaves the matrix as it was.
+  // All that may fail comes first, on a copy of the transfer: a failure leaves the matrix as before.
   ORXSimTransfer extension(*m_transfer);
   extension.SetDimExtension(members).CheckView();
   std::unique_ptr<ORXSimTransfer> transfer = NewTransfer();
   extension.InitializeExtension().RelinquishBuffers();
   int const dim = m_distribution.NumDimensions() == 1 ? 0 : 1 - direction;
   ORXSimCSetID longer = FirstDrawerOf(m_distribution).DimensionCSetID(dim);
-  // The drawer may have grown by other hands since this matrix was made.
+  // The drawer may have grown through another object since this matrix was made.
   if (ORXSimCSet(longer).Size() != present.Size() + added.Size()) longer = Joined(present, added);
 
   m_transfer = std::move(transfer);
   labels = longer;
-  // The first block of columns is set anew whichever direction grows, that of rows never: hosts count on the
-  // blocks that follow from it.
+  // The size of the first column block is set anew whichever direction grows, the size of the first row block
+  // never: hosts rely on the blocks that result.
   m_firstBlockSize[columnDirection] =
       m_blocks[columnDirection] == 1 ? m_lastBlockSize[columnDirection] : m_blockSize[columnDirection];
   SetExtent(direction, m_extent[direction] + added.Size());

@@ -14,8 +14,8 @@
 
 using namespace orx;
 
-// Values between the database and memory. GetValues and SetValues move one rectangle each; everything else
-// calls them.
+// Access to the values. GetValues and SetValues copy a rectangle between the database and memory; all other
+// functions call them.
 
 namespace {
 
@@ -25,7 +25,7 @@ std::int64_t BufferBytes(ORXSrvMatrix const& matrix) {
   return matrix.BufferSize() * static_cast<std::int64_t>(sizeof(double));
 }
 
-/// To be called in the handler of a failed write: only a file that cannot be written is reported.
+/// Handles a failed write: raises error 208 when the file cannot be written, and ignores other failures.
 void ReportWriteFailure(ORXSimException const& failure) {
   if (failure.Code() != ORXSimException::writeFailed) return;
   ORXSimDebugOutString text;
@@ -45,7 +45,7 @@ bool ORXSrvDenseMatrix::Contains(Rectangle const& range) const noexcept {
          range.lastColumn >= range.firstColumn;
 }
 
-/// A transfer of its own for each access: the one of the matrix keeps no selection and no buffer.
+/// Returns a transfer for one access to the rectangle. m_transfer itself never has a selection or a buffer.
 ORXSimTransfer ORXSrvDenseMatrix::TransferOf(Rectangle const& range) const {
   ORXSimTransfer transfer(*m_transfer);
   bool const isColumn = m_distribution.NumDimensions() == 1;
@@ -114,8 +114,8 @@ void ORXSrvDenseMatrix::CopyRowsToMemory(int const* rowMap, int targetRows, ORXS
 
 namespace {
 
-/// All values, column-major. The exports of triangles walk over a square of `columns` columns; where the
-/// matrix has fewer rows, zeros behind its values keep them inside the array.
+/// Returns all values, column-major. Exports of triangles read a square of `columns` columns: for a matrix
+/// with fewer rows, zeros are appended so that they stay inside the array.
 mem_Array<double> ValuesForTriangles(ORXSrvDenseMatrix const& matrix) {
   std::int64_t const rows = matrix.NumberOfRows();
   std::int64_t const columns = matrix.NumberOfColumns();
@@ -127,7 +127,7 @@ mem_Array<double> ValuesForTriangles(ORXSrvDenseMatrix const& matrix) {
   return values;
 }
 
-/// The first j + 1 values of each column j, without gaps.
+/// Copies the first j + 1 values of each column j, without gaps.
 void CopyPacked(double const* values, std::int64_t rows, std::int64_t columns, double* out) {
   for (std::int64_t j = 0; j < columns; ++j)
     out = std::copy_n(values + j * rows, j + 1, out);
@@ -168,7 +168,7 @@ void ORXSrvDenseMatrix::GetSubmatrix(ORXSrvDenseMatrix& target, int firstRow, in
   if (target.NumberOfColumns() <= lastColumn - firstColumn)
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   RequireNotShifted({firstRow, lastRow, firstColumn, lastColumn}, target, "GetSubmatrix");
-  // By the target's blocks, so that each write covers one of them.
+  // Each write covers one row block of the target.
   std::vector<BlockRange> const blocks = RowGroups(target);
   ORXSrvMatrix work(LargestSize(blocks), lastColumn - firstColumn + 1);
   for (BlockRange const& rows : blocks) {
@@ -208,8 +208,8 @@ std::vector<int> RowLabels(ORXSrvDenseMatrix const& matrix) {
   return labels;
 }
 
-/// For each label its last position in `places`; -1: it is not there. Labels may be any integers up to
-/// 2147483647, hence no table with a place for each.
+/// Returns for each label its last position in `places`, or -1. Labels may be any integers up to 2147483647:
+/// a table indexed by label would be too large.
 std::vector<int> LastPositions(std::vector<int> const& labels, std::vector<int> const& places) {
   struct Place {
     int label;
@@ -246,8 +246,8 @@ void ORXSrvDenseMatrix::CopyMappedRows(ORXSrvDenseMatrix const* source, bool cle
   to = 0.0;
   for (BlockRange const& columns : blocks) {
     if (sourceCount > 0) source->GetColumns(columns.first, columns.last, from);
-    // Otherwise unmatched rows keep what the block before left there: hosts that do not ask for zeros do not
-    // look at them.
+    // Without clearing, unmatched rows get values of the previous block: hosts that do not ask for zeros do
+    // not read these rows.
     if (clearUnmatched) to = 0.0;
     for (std::int64_t j = 0; j < columns.Size(); ++j)
       for (std::int64_t i = 0; i < sourceCount; ++i)

@@ -18,7 +18,7 @@ std::int64_t OfTheMachine() {
   return pages > 0 && pageBytes > 0 ? pages * pageBytes : unlimited;
 }
 
-/// What a container or a batch system allows; a file that is not there, or says "max", allows everything.
+/// Limit of a container or a batch system; none if the file does not exist or says "max".
 std::int64_t OfTheControlGroup() {
   std::int64_t least = unlimited;
   for (char const* const name :

@@ -20,9 +20,9 @@ using namespace orx;
 // by DGEMM and, where the result is a block matrix too, written. Blocks in the work area have no gaps: their
 // leading dimension is their number of rows.
 //
-// What can be seen to fail later (a rectangle that an operand does not have, a matrix in memory whose buffer
-// is too short) fails before the first block, with the error that the access itself would raise or with 206.
-// Raw arrays are trusted.
+// Faults that can be seen beforehand (a rectangle that an operand does not have, a matrix in memory whose
+// buffer is too short) raise an error before the first block: the error that the access itself would raise,
+// or 206. Raw arrays are trusted.
 
 namespace {
 
@@ -34,25 +34,26 @@ constexpr char indexedMultiply[] = "ORXSrvDenseMatrix::IndexedMultiply";
 
 // Checks
 
-/// Error 206 for `operation`, as of `line`, unless the condition holds.
+/// Raises error 206 for `operation`, with the source line `line`, unless the condition holds.
 void RequireInput(bool condition, char const* operation, int line) {
   if (!condition) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, line);
 }
 
-/// Error 203 unless the leading rows x columns can be read from the matrix.
+/// Raises error 203 unless the leading rows x columns can be read from the matrix.
 void RequireReadable(ORXSrvDenseMatrix const& matrix, int rows, int columns, int line) {
   if (rows > matrix.NumberOfRows() || columns > matrix.NumberOfColumns())
     ORXSrvMtxInvalidGetRange().Throw(sourceFile, line);
 }
 
-/// Error 204 unless the leading rows x columns can be written to the matrix.
+/// Raises error 204 unless the leading rows x columns can be written to the matrix.
 void RequireWritable(ORXSrvDenseMatrix const& matrix, int rows, int columns, int line) {
   if (rows > matrix.NumberOfRows() || columns > matrix.NumberOfColumns())
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, line);
 }
 
-/// Error 206 when what is read in memory and what is written there, rows x columns values with a leading
-/// dimension, have values in common: the first block of the result would change the operand of the next.
+/// Raises error 206 when the `count` values that are read at `from` and the rows x columns values with a
+/// leading dimension that are written at `to` overlap: the first block of the result would change the operand
+/// of the next.
 void RequireApart(double const* from, std::int64_t count, double const* to, std::int64_t leadingDimension,
                   std::int64_t rows, std::int64_t columns, char const* operation, int line) {
   if (count == 0 || rows == 0 || columns == 0) return;
@@ -62,27 +63,28 @@ void RequireApart(double const* from, std::int64_t count, double const* to, std:
 }
 
 // Strips
-//
-// A matrix that is stored whole, or in long chunks, is one block. Work areas of 64 MB keep DGEMM at its
-// speed, so a larger block is worked on in strips.
+
+// A matrix that is stored whole, or in long chunks, is one block. Work areas of 64 MB are enough for the full
+// speed of DGEMM: a larger block is processed in strips.
 
 std::int64_t WorkMemoryValues() {
   return ORXSrvDenseMatrix::WorkMemory() / static_cast<std::int64_t>(sizeof(double));
 }
 
-/// Lines of `length` values in the memory for work; at least one.
+/// Number of rows or columns of `length` values that fit into the work memory; at least one.
 int LargestStrip(std::int64_t length) {
   std::int64_t const lines = WorkMemoryValues() / std::max<std::int64_t>(length, 1);
   return static_cast<int>(std::clamp<std::int64_t>(lines, 1, std::numeric_limits<int>::max()));
 }
 
-/// Lines of `length` values in 64 MB; more, where that is less than `least` and the memory for work has them.
+/// Number of rows or columns of `length` values in 64 MB; `least` if that is more and the work memory holds
+/// them.
 int StripSize(std::int64_t length, int least) {
   std::int64_t const lines = (std::int64_t{1} << 23) / std::max<std::int64_t>(length, 1);
   return std::min(LargestStrip(length), static_cast<int>(std::max<std::int64_t>(lines, least)));
 }
 
-/// The row blocks, cut where `columns` values for each row take too much.
+/// Returns the row blocks, cut where `columns` values for each row exceed a strip.
 std::vector<BlockRange> RowBlocks(ORXSrvDenseMatrix const& matrix, int columns) {
   return Cut(RowGroups(matrix), StripSize(columns, 1024));
 }
@@ -90,12 +92,12 @@ std::vector<BlockRange> ColumnBlocks(ORXSrvDenseMatrix const& matrix, int rows) 
   return Cut(ColumnGroups(matrix), StripSize(rows, 64));
 }
 
-/// Whether the buffer of a matrix has rows x columns values.
+/// True when the buffer of a matrix has rows x columns values.
 bool Holds(ORXSrvMatrix const& matrix, std::int64_t rows, std::int64_t columns) {
   return matrix.NumberOfStoredValues() >= rows * columns;
 }
 
-/// Whether a full matrix has at least that many rows and columns.
+/// True when a matrix is full and has at least `rows` rows and `columns` columns.
 bool Covers(ORXSrvMatrix const& matrix, int rows, int columns) {
   return !matrix.IsDiagonal() && matrix.NumberOfRows() >= rows && matrix.NumberOfColumns() >= columns;
 }
@@ -112,7 +114,7 @@ struct Target {
   int leadingDimension;
 };
 
-/// The leading dimension as DGEMM wants it, which refuses the 0 of a matrix without rows.
+/// Returns the leading dimension for DGEMM, which refuses the 0 of a matrix without rows.
 int const* Leading(int const& dimension) {
   static constexpr int one = 1;
   return dimension > 0 ? &dimension : &one;
@@ -125,32 +127,31 @@ void Gemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Ta
              Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
 }
 
-/// c = alpha * a^T * b + beta * c; a is k x m, b k x n. Without values of a and b (k = 0) c = beta * c.
+/// c = alpha * a^T * b + beta * c; a is k x m, b k x n. If a and b have no values (k = 0), c = beta * c.
 void TransposedGemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
   RequireProductMemory();
   BLAC_DGEMM("T", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
              Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
 }
 
-/// c = beta * c, m x n; what is left of a product whose factors have no values. A c that is not a number goes
-/// with a beta of 0.
+/// c = beta * c, m x n: the product of factors without values. With beta 0 a NaN in c becomes 0.
 void ScaleBy(double beta, int m, int n, Target c) { Gemm(m, n, 0, 1.0, {nullptr, m}, {}, beta, c); }
 
 Values Packed(ORXSrvMatrix const& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
 Target Into(ORXSrvMatrix& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
 
-/// Columns of a strip of A, at least: narrower ones make DGEMM slow.
+/// Least number of columns of a strip of A: narrower strips make DGEMM slow.
 constexpr int leastStripWidth = 64;
 
-/// Rows of A times a matrix in memory.
+/// Multiplies rows of A by a matrix in memory.
 class RowProduct {
 public:
-  /// For at most `largestRows` rows at a time.
+  /// Allocates for at most `largestRows` rows at a time.
   RowProduct(ORXSrvDenseMatrix const& a, int largestRows)
       : m_a(a), m_strips(ColumnStrips(a, StripWidth(largestRows))),
         m_work(largestRows, LargestSize(m_strips)) {}
 
-  /// c = alpha * (these rows of A) * b + beta * c; b is A's columns x n.
+  /// c = alpha * (`rows` of A) * b + beta * c; b is A's columns x n.
   void Compute(BlockRange const& rows, int n, double alpha, Values b, double beta, Target c) const {
     if (m_strips.empty()) ScaleBy(beta, rows.Size(), n, c);
     for (BlockRange const& columns : m_strips) {
@@ -161,7 +162,7 @@ public:
     }
   }
 
-  /// c = beta * c + (these rows of A) * diagonal, in the leading columns of c.
+  /// c = beta * c + (`rows` of A) * diagonal, in the leading columns of c.
   void ComputeDiagonal(BlockRange const& rows, double const* diagonal, double beta, ORXSrvMatrix& c) const {
     if (beta == 0.0) {
       c = 0.0;
@@ -181,8 +182,8 @@ public:
   }
 
 private:
-  // What is read stays in the second-level cache until DGEMM has packed it. With 8192 columns and 64 columns
-  // of b, whole rows of blocks, which do not, take 1.15 times as long.
+  // A strip stays in the second-level cache until DGEMM has packed it. With 8192 columns of A and 64 columns
+  // of b, whole row blocks, which do not stay there, take 1.15 times as long.
   static int StripWidth(int rows) {
     constexpr int stripValues = (1 << 20) / sizeof(double);
     return std::max(leastStripWidth, stripValues / std::max(rows, 1));
@@ -212,10 +213,10 @@ void MultiplyInMemory(ORXSrvDenseMatrix const& a, double const* b, int n, double
 
 // Both factors out of core
 
-/// A * B, tile by tile, see ProductTiles.h.
+/// Computes A * B tile by tile, see ProductTiles.h.
 class TiledProduct {
 public:
-  /// Error 203 when B has fewer rows than A has columns.
+  /// Raises error 203 when B has fewer rows than A has columns.
   TiledProduct(ORXSrvDenseMatrix const& a, ORXSrvDenseMatrix const& b) : m_a(a), m_b(b) {
     if (a.NumberOfRows() == 0 || b.NumberOfColumns() == 0) return;
     RequireReadable(b, a.NumberOfColumns(), b.NumberOfColumns(), __LINE__);
@@ -229,14 +230,14 @@ public:
     if (WorkSize() + TileSize() > WorkMemoryValues()) CutTo(TileWithin(WorkMemoryValues(), shape));
   }
 
-  /// No rows or no columns.
+  /// True when the result has no rows or no columns.
   bool HasNoResult() const { return m_rows.empty() || m_columns.empty(); }
 
   std::vector<BlockRange> const& RowGroupsOfA() const { return m_rows; }
   std::vector<BlockRange> const& ColumnGroupsOfB() const { return m_columns; }
-  /// Values in the largest tile of the result.
+  /// Number of values in the largest tile of the result.
   std::int64_t TileSize() const { return std::int64_t{LargestSize(m_rows)} * LargestSize(m_columns); }
-  /// Values that Compute works with.
+  /// Number of values in the workspace of Compute.
   std::int64_t WorkSize() const {
     return std::int64_t{LargestSize(m_inner)} * (LargestSize(m_rows) + std::int64_t{LargestSize(m_columns)});
   }
@@ -244,7 +245,7 @@ public:
     return static_cast<std::int64_t>(m_rows.size() * m_inner.size() * m_columns.size());
   }
 
-  /// c = the tile of the result; `work` has WorkSize() values.
+  /// Computes the tile rows x columns of the result into c; `work` has WorkSize() values.
   void Compute(BlockRange const& rows, BlockRange const& columns, double* work, Target c,
                BlockProgress& progress) const {
     double beta = 0.0;
@@ -276,7 +277,7 @@ private:
 
 // Transposed products
 
-/// Row blocks that are taken together, so that the work area is about a column block of A by B's rows.
+/// Number of row blocks to take together: the work area is then about a column block of A by B's rows.
 int RowBlocksTogether(ORXSrvDenseMatrix const& a, int rowsOfB) {
   std::int64_t const rowBlock = std::int64_t{a.MaxNumberOfRowsInBlock()} * a.NumberOfColumns();
   std::int64_t const columnBlock = std::int64_t{a.MaxNumberOfColumnsInBlock()} * rowsOfB;
@@ -284,7 +285,7 @@ int RowBlocksTogether(ORXSrvDenseMatrix const& a, int rowsOfB) {
   return static_cast<int>(std::clamp<std::int64_t>(columnBlock / rowBlock, 1, a.NumberOfRowBlocks()));
 }
 
-/// What reading these leading rows of B would raise.
+/// Raises the error that reading the leading rows of B would raise.
 void RequireReadableRows(ORXSrvDenseMatrix const& b, int rows) {
   RequireReadable(b, rows, b.NumberOfColumns(), __LINE__);
 }
@@ -298,13 +299,13 @@ void RequireApartFrom(ORXSrvMatrix const& b, ORXSrvMatrix const& c, int rows) {
                "TransposeMultiply", __LINE__);
 }
 
-/// Zeros in the leading rows x columns.
+/// Sets the leading rows x columns to zero.
 void Clear(ORXSrvMatrix& matrix, int rows, int columns) {
   for (std::int64_t j = 0; j < columns; ++j)
     std::fill_n(matrix.Values() + j * matrix.NumberOfRows(), rows, 0.0);
 }
 
-/// c = A^T * B, the sum over groups of row blocks; B in memory or a block matrix.
+/// c = A^T * B, summed over groups of row blocks; B is in memory or a block matrix.
 template<class Operand>
 void MultiplyTransposed(ORXSrvDenseMatrix const& a, Operand const& b, ORXSrvMatrix& c, bool symmetric) {
   int const columns = a.NumberOfColumns();
@@ -334,17 +335,17 @@ void MultiplyTransposed(ORXSrvDenseMatrix const& a, Operand const& b, ORXSrvMatr
 
 // Indexed products
 
-/// Positions of group g of an IndexedMultiply in the result.
+/// Returns the positions of group g of an IndexedMultiply in the result.
 BlockRange Positions(int const* groupStart, int g) { return {groupStart[g], groupStart[g + 1] - 1}; }
 
-/// The rows of A for these positions; error 206 unless there are as many.
+/// Returns the rows of A for the positions; error 206 unless there are as many.
 BlockRange IndexedRows(int const* rowIndex, BlockRange positions) {
   BlockRange const rows{rowIndex[positions.first], rowIndex[positions.last]};
   RequireInput(rows.Size() == positions.Size(), "IndexedMultiply", __LINE__);
   return rows;
 }
 
-/// Checks all groups before the first is computed; returns the positions in the largest.
+/// Checks all groups before the first is computed. Returns the number of positions in the largest group.
 int CheckGroups(ORXSrvDenseMatrix const& a, ORXSrvDenseMatrix const& c, int const* rowIndex,
                 int const* groupStart, int groups) {
   int largest = 0;
@@ -361,7 +362,7 @@ int CheckGroups(ORXSrvDenseMatrix const& a, ORXSrvDenseMatrix const& c, int cons
   return largest;
 }
 
-/// Whether every row goes to the position that it comes from.
+/// True when every row goes to the position that it comes from.
 bool AreInPlace(int const* rowIndex, int const* groupStart, int groups) {
   for (int g = 0; g < groups; ++g) {
     BlockRange const positions = Positions(groupStart, g);
@@ -435,7 +436,8 @@ void ORXSrvDenseMatrix::Multiply(double alpha, ORXSrvMatrix const& b, double bet
     if (b.IsDiagonal()) {
       product.ComputeDiagonal(rows, b.Values(), beta, block);
     } else {
-      // Columns of C beyond those of B get no product: what earlier blocks left there must not be written.
+      // Columns of C beyond those of B get no product: values that earlier blocks left there must not be
+      // written.
       if (beta == 0.0 && columnsOfB < columns) block = 0.0;
       product.Compute(rows, columnsOfB, alpha, Packed(b), beta, Into(block));
     }
@@ -467,7 +469,7 @@ void ORXSrvDenseMatrix::IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix
   RequireInput(Holds(b, columns, columnsOfB), "IndexedMultiply", __LINE__);
   RequireWritable(c, 0, columnsOfB, __LINE__);
   int const largest = CheckGroups(*this, c, rowIndex, groupStart, groups);
-  // Over itself only where each row takes its own place: others would be overwritten before they are read.
+  // In place only where each row stays at its position: other rows would be overwritten before they are read.
   RequireNotShifted(Whole(), c, "IndexedMultiply");
   RequireInput(!Meets(Whole(), c) || AreInPlace(rowIndex, groupStart, groups), "IndexedMultiply", __LINE__);
   if (columnsOfB == 0) return;
@@ -535,7 +537,7 @@ void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvMatrix const& b, ORXSrvMatrix& c
 void ORXSrvDenseMatrix::TransposeMultiply(ORXSrvDenseMatrix const* b, ORXSrvDenseMatrix* c,
                                           int symmetric) const {
   int const columns = b->NumberOfColumns();
-  // The rows must be exactly as many: all rows of C are written from the packed result.
+  // The row counts must be equal: all rows of C are written from the result without gaps.
   if (c->NumberOfRows() != NumberOfColumns() || columns > c->NumberOfColumns())
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   ORXSrvMatrix work(NumberOfColumns(), columns);

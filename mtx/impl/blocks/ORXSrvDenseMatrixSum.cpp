@@ -9,7 +9,8 @@
 
 using namespace orx;
 
-// The sum of a matrix in memory and a block matrix: a member of the former that stands above the latter.
+// Adds a block matrix to a matrix in memory: this member of ORXSrvMatrix lies here because it uses block
+// matrices.
 
 namespace {
 
@@ -26,7 +27,7 @@ void ORXSrvMatrix::Add(double factor, ORXSrvDenseMatrix const& source) {
   WorkArea const work(LargestSize(rowBlocks), LargestSize(columnBlocks));
   for (BlockRange const& columns : columnBlocks)
     for (BlockRange const& rows : rowBlocks) {
-      // Below the diagonal the mirror image comes.
+      // Blocks below the diagonal are mirrored at the end.
       if (m_symmetric && rows.first > columns.last) break;
       ORXSrvMatrix block = work.As(rows.Size(), columns.Size());
       source.GetValues(rows.first, rows.last, columns.first, columns.last, block);

@@ -12,8 +12,8 @@
 
 using namespace orx;
 
-// Sum, scaling and symmetry test, block by block in place. A block is worked on in pieces that stay in the
-// second-level cache between the read and the write, which memory would otherwise limit.
+// Sum, scaling and symmetry test, block by block in place. A block is processed in parts that stay in the
+// second-level cache between read and write; otherwise memory would limit the speed.
 
 namespace {
 
@@ -21,7 +21,7 @@ constexpr auto& sourceFile = orx::denseMatrixSource;
 
 // Updates
 
-/// Columns of a piece of a row block: 256 kB.
+/// Number of columns of a part of a row block: 256 kB.
 int PieceWidth(int rows) {
   constexpr int pieceValues = (1 << 18) / sizeof(double);
   return std::max(1, pieceValues / std::max(rows, 1));
@@ -32,8 +32,8 @@ WorkArea AreaForPieces(ORXSrvDenseMatrix const& matrix) {
   return {rows, std::min(PieceWidth(rows), LargestSize(ColumnGroups(matrix)))};
 }
 
-/// Calls visit(rows, columns) for the pieces of each block, those of a column block one after the other, and
-/// tells the host of each block.
+/// Calls visit(rows, columns) for the parts of each block, column block by column block, and reports each
+/// block to the host.
 template<class Visit>
 void VisitPieces(ORXSrvDenseMatrix const& matrix, char const* operation, Visit visit) {
   std::vector<BlockRange> const rowBlocks = RowGroups(matrix);
@@ -55,7 +55,7 @@ class MirrorTest {
 public:
   explicit MirrorTest(ORXSrvDenseMatrix const& matrix) : m_matrix(matrix) {}
 
-  /// Whether block (rows, columns) is the transpose of block (columns, rows).
+  /// True when block (rows, columns) is the transpose of block (columns, rows).
   bool Passes(BlockRange const& rows, BlockRange const& columns) const {
     for (BlockRange const& c : Pieces(columns, piece))
       for (BlockRange const& r : Pieces(rows, piece))
@@ -114,7 +114,7 @@ void ORXSrvDenseMatrix::Scale(double factor) {
 
 bool ORXSrvDenseMatrix::IsSymmetric() const {
   if (NumberOfRows() != NumberOfColumns()) return false;
-  std::vector<BlockRange> const blocks = RowGroups(*this); // of the columns too
+  std::vector<BlockRange> const blocks = RowGroups(*this); // column blocks are the same
   MirrorTest const test(*this);
   auto const count = static_cast<std::int64_t>(blocks.size());
   BlockProgress progress("ORXSrvDenseMatrix::IsSymmetric", count * (count + 1) / 2);

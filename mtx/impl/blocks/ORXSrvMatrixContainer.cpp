@@ -42,7 +42,7 @@ ORXSrvMatrixContainer::~ORXSrvMatrixContainer() {
 }
 
 void ORXSrvMatrixContainer::CreateFile() {
-  // Nobody needs the file after this process: nothing waits for the disk.
+  // Nobody needs the file after this process: writes do not wait for the disk.
   m_database.SetDurability(ORXSimDurability::Scratch);
   CreateUnderFreeName("ORXSrvMatrixContainer", this, [this](atr_String const& name) {
     m_database.CreateFile(ORXUnicodeString(name), 0, -1);

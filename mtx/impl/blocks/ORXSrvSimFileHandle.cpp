@@ -9,11 +9,11 @@
 
 namespace {
 
-/// Reports and ends the process in a way that debuggers and crash handlers see. `line` is what users find in
-/// the reports of failures and is fixed, whatever line the check stands in now.
+/// Reports a failed check and ends the process in a way that debuggers and crash handlers see. `line` is the
+/// fixed line number that users know from such reports, not the present line of the check.
 [[noreturn]] void FailAssertion(char const* expression, int line) {
   ORXSimAssert::ReportValidationFailure(expression, "mtx/impl/ORXSrvSimFileHandle", line);
-  // Volatile twice: a compiler that knows the address, or sees that nobody reads it, drops the write.
+  // Both are volatile: a compiler that knows the address, or sees that nobody reads it, drops the write.
   int volatile* volatile nowhere = nullptr;
   *nowhere = 0; // NOLINT(clang-analyzer-core.NullDereference): on purpose
   std::exit(1);
@@ -33,7 +33,8 @@ std::unique_ptr<ORXSimDatabase> CreateScratchFile(atr_String const& name) {
 ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(std::unique_ptr<ORXSimDatabase> database)
     : m_database(std::move(database)) {}
 
-// Through the constructor that adopts a file, so that the destructor deletes it when there is no context.
+// Calls the constructor that adopts a file: if the context cannot be created, the destructor deletes the
+// file.
 ORXSrvSimFileHandleRepr::ORXSrvSimFileHandleRepr(atr_String const& fileName)
     : ORXSrvSimFileHandleRepr(CreateScratchFile(fileName)) {
   m_context = m_database->CreateContext(ORXSimNamespaceID(-1, -1));
@@ -48,7 +49,7 @@ void ORXSrvSimFileHandle::Associate(atr_String fileName) {
   if (!IsNull())
     FailAssertion("pointer.IsNull() && \"File Handle already associated with a SIM database.\"", 16);
   auto repr = std::make_unique<ORXSrvSimFileHandleRepr>(fileName);
-  // The holder may need memory for a use count of its own; until it has it, the file is this function's.
+  // The holder may run out of memory for its use count: until it succeeds, this function owns the file.
   cow_CountedHld::operator=(repr.get());
   static_cast<void>(repr.release());
 }

@@ -10,7 +10,7 @@ namespace orx {
 
 namespace {
 
-/// From the second choice on with a number.
+/// Returns the name of a choice, with a number from the second choice on.
 atr_String Name(char const* className, void const* object, int choice) {
   std::array<char, 80> name{};
   if (choice == 0) {

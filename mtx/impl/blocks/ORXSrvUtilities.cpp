@@ -21,7 +21,7 @@ constexpr int notChunked = -1;
 using Sets = ORXSimArray<ORXSimCSetID>;
 using Chunks = ORXSimArray<int>;
 
-/// Where a distribution comes to live, and with which type.
+/// The position and the type of a new distribution.
 struct Place {
   ORXSimTransaction& transaction;
   ORXSrvPosition position;
@@ -34,20 +34,21 @@ bool AreOfOneCollection(ORXSimCSetID const& a, ORXSimCSetID const& b) {
   return a.Collection().Equal(b.Collection());
 }
 
-/// Moves `later` out of the way when both sets are of one collection; returns whether they were.
+/// Moves `later` to colour 1 when both sets are of one collection. Returns true when they were.
 bool MadeDistinct(ORXSimCSetID const& earlier, ORXSimCSetID& later) {
   if (!AreOfOneCollection(earlier, later)) return false;
   later = later.OnColorVariant(1);
   return true;
 }
 
-/// Columns before rows, as dense matrices stand in the database; two sets of one collection made distinct.
+/// Returns the sets of a dense matrix as the database has them, columns before rows; makes two sets of one
+/// collection distinct.
 Sets DenseMatrixSets(ORXSimCSetID const& rows, ORXSimCSetID columns) {
   MadeDistinct(rows, columns);
   return {columns, rows};
 }
 
-/// Number of times that a set was moved. A set that was moved is compared from its new place.
+/// Makes all sets distinct. Returns the number of moves. A set that was moved is compared in its new colour.
 int MakeAllDistinct(Sets& sets) {
   int moved = 0;
   for (int i = 0; i < sets.Size(); ++i)
@@ -83,7 +84,8 @@ ORXSimDistributionID CreateTemporaryAt(Place const& place, Sets const& sets) {
 
 // Drawers
 
-/// None when no dimension is chunked; else a dimension that is not gets its size.
+/// Returns the chunk lengths of a drawer: none when no dimension is chunked, otherwise the size of the set
+/// for a dimension that is not chunked.
 Chunks ChunksFor(Sets const& sets, Chunks lengths) {
   if (std::all_of(lengths.begin(), lengths.end(), [](int length) { return length == notChunked; })) return {};
   for (int d = 0; d < lengths.Size(); ++d)
@@ -91,7 +93,7 @@ Chunks ChunksFor(Sets const& sets, Chunks lengths) {
   return lengths;
 }
 
-/// Gives a new distribution its drawer of zeros; without chunk lengths it is stored whole.
+/// Creates the drawer of a new distribution, with zeros; without chunk lengths it is stored whole.
 void MakeZeroDrawer(ORXSimDistributionID const& id, Sets const& sets, Chunks const& chunks) {
   ORXSimTransfer transfer{ORXSimDistribution(id)};
   if (chunks.IsEmpty()) {
@@ -107,7 +109,7 @@ void MakeZeroDrawer(ORXSimDistributionID const& id, Sets const& sets, Chunks con
       .InitializePersistentDrawer();
 }
 
-/// A length that leaves nothing to cut.
+/// Returns the chunk length, or notChunked when the set fits into one chunk.
 int ChunkWithin(ORXSimCSetID const& set, int chunk) {
   return ORXSimCSet(set).Size() > chunk ? chunk : notChunked;
 }
@@ -125,7 +127,7 @@ void ORXSrvUtilities::LimitChunkSize2GB(int& chunkA, int& chunkB, int sizeB, int
 void orx::LimitChunks(int& rowChunk, int& columnChunk, int rows, int columns) {
   rowChunk = std::min(rowChunk, rows);
   columnChunk = std::min(columnChunk, columns);
-  // An empty matrix is refused by the database, which takes no chunks of 0.
+  // The database refuses an empty matrix, because it has no chunks of 0.
   if (rows <= 0 || columns <= 0) return;
   int const leastRows = std::min(rowChunk, 1);
   int const leastColumns = std::min(columnChunk, 1);
@@ -173,7 +175,7 @@ ORXSimDistributionID ORXSrvUtilities::CreateDistribution(ORXSimTransaction& tx, 
                                                          ORXSimArray<int> chunks, bool temporary) {
   std::reverse(sets.begin(), sets.end());
   std::reverse(chunks.begin(), chunks.end());
-  // Colour 1 is one place: it resolves one clash, and a second set moved there would only clash anew.
+  // Colour 1 resolves only one clash: a second set that is moved to it would clash again.
   if (MakeAllDistinct(sets) > 1) return {};
   Place const place{tx, pos, typeIndex};
   ORXSimDistributionID const id = temporary ? CreateTemporaryAt(place, sets) : CreateAt(place, sets);
@@ -206,7 +208,7 @@ ORXSimDistributionID ORXSrvUtilities::Write1DIntDistribution(ORXSimCSetID set, i
 
 namespace {
 
-/// Calls `end` with the position behind each run of labels, in ascending order. There is always a first run,
+/// Calls `end` with the end position of each run of labels, in ascending order. There is always a first run,
 /// with the label at position 0.
 template<class End>
 void ForEachRun(int const* labels, int count, int maxRun, End end) {

@@ -8,7 +8,7 @@ namespace orx {
 
 namespace {
 
-/// Whole blocks that hold `extent`, which is cut to an integer first.
+/// Number of whole blocks that hold `extent`, rounded down to an integer.
 int BlocksFor(double extent, int block) {
   if (!(extent > 1)) return 1;
   return static_cast<int>((static_cast<std::int64_t>(extent) + block - 1) / block);
@@ -16,7 +16,7 @@ int BlocksFor(double extent, int block) {
 
 } // namespace
 
-// In doubles throughout: the products of extents leave the range of int for quite ordinary matrices.
+// Computes in doubles: products of extents exceed int for ordinary matrices.
 ProductGroups GroupsWithinBudget(ProductShape const& shape) noexcept {
   double const m = shape.m, k = shape.k, n = shape.n;
   double const rb = shape.rowBlock, ca = shape.innerBlock;
@@ -44,10 +44,10 @@ ProductGroups GroupsWithinBudget(ProductShape const& shape) noexcept {
 
 ProductTile TileWithin(std::int64_t values, ProductShape const& shape) noexcept {
   constexpr double least = 64;
-  constexpr double usualInner = 256; // from here on DGEMM gains little
+  constexpr double usualInner = 256; // DGEMM gains little from larger ones
   double const total = static_cast<double>(values);
   double const inner = std::min<double>(shape.k, std::clamp(std::sqrt(total) / 4, least, usualInner));
-  // rows * columns + inner * (rows + columns) = total, solved for one of the two or for both alike.
+  // Solves rows * columns + inner * (rows + columns) = total for one extent, or for two equal ones.
   auto const beside = [&](double extent) { return (total - inner * extent) / (extent + inner); };
   auto const within = [&](double extent, int limit) {
     return std::min<double>(limit, std::max(least, std::floor(extent)));

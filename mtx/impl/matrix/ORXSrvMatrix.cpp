@@ -20,13 +20,13 @@ namespace {
 
 constexpr auto& sourceFile = orx::matrixSource;
 
-/// Raises error 206 for `operation`, as of `line`, unless the condition holds.
+/// Raises error 206 for `operation`, with the source line `line`, unless the condition holds.
 void Require(bool condition, char const* operation, int line) {
   if (!condition) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, line);
 }
 
 mem_Array<double> NewValues(int rows, int columns, bool diagonal) {
-  // A negative size asks for the largest block, which fails, instead of wrapping into a small one.
+  // A negative size becomes the largest one, which fails, and does not wrap into a small one.
   std::int64_t const count = diagonal ? rows : std::int64_t{rows} * columns;
   return mem_MakeArray<double>(rows < 0 || columns < 0 ? -1 : count);
 }
@@ -54,8 +54,7 @@ void AddScaledValues(double factor, double const* source, double* target, std::i
 void AddProduct(char const* transposition, int m, int n, int k, double const* a, int lda, double const* b,
                 int ldb, double beta, double* c, int ldc) {
   double const alpha = 1.0;
-  // The leading dimension of an empty matrix is 0 here and must be 1 there. An empty sum is zero all the
-  // same.
+  // The leading dimension of an empty matrix is 0, but DGEMM expects at least 1. An empty sum is still zero.
   lda = std::max(lda, 1);
   ldb = std::max(ldb, 1);
   ldc = std::max(ldc, 1);
@@ -76,13 +75,13 @@ struct IndexBlock {
 
 int BlockCount(int n, int blockSize) { return n / blockSize + (n % blockSize != 0 ? 1 : 0); }
 
-/// Block `index` of 0 ... n - 1 cut into whole blocks behind a first one that is the remainder.
+/// Returns block `index` of 0 ... n - 1, cut into whole blocks after a first block that is the remainder.
 IndexBlock BlockAfterRemainder(int index, int n, int blockSize) {
   int const remainder = n - (BlockCount(n, blockSize) - 1) * blockSize;
   return index == 0 ? IndexBlock{0, remainder} : IndexBlock{remainder + (index - 1) * blockSize, blockSize};
 }
 
-/// Block `index` of 0 ... n - 1 cut into whole blocks and a last one that is the remainder.
+/// Returns block `index` of 0 ... n - 1, cut into whole blocks and a last block that is the remainder.
 IndexBlock BlockBeforeRemainder(int index, int n, int blockSize) {
   return {index * blockSize, std::min(blockSize, n - index * blockSize)};
 }
@@ -139,8 +138,8 @@ ORXSrvMatrix& ORXSrvMatrix::operator=(double value) {
 
 // Queries
 
-/// Whether rows * columns values may be touched. How long a lent buffer is only its owner knows, so a
-/// diagonal matrix over one is trusted.
+/// True when rows * columns values may be accessed. Only the owner of a lent buffer knows its length: a
+/// diagonal matrix over a lent buffer is trusted.
 bool ORXSrvMatrix::HasFullStorage() const noexcept {
   return !m_diagonal || !m_ownsValues || std::int64_t{m_dim1} * m_dim2 <= m_dim1;
 }
@@ -220,7 +219,7 @@ void ORXSrvMatrix::GetRows(int firstRow, int lastRow, ORXSrvMatrix& target) cons
   GetValues(firstRow, lastRow, 0, m_dim2 - 1, target);
 }
 
-/// Whether a source at an offset lies inside this matrix, and all that is read lies inside the source.
+/// True when a source at an offset lies inside this matrix, and the source has all values that are read.
 bool ORXSrvMatrix::HoldsSlice(ORXSrvMatrix const& source, int rowOffset, int columnOffset) const noexcept {
   return rowOffset >= 0 && columnOffset >= 0 && std::int64_t{rowOffset} + source.m_dim1 <= m_dim1 &&
          std::int64_t{columnOffset} + source.m_dim2 <= m_dim2 &&
@@ -269,7 +268,7 @@ void ORXSrvMatrix::AddSlice(double factor, ORXSrvMatrix const& source, int rowOf
   }
 }
 
-/// Whether index k * (rows + 1) is a stored value for every row k.
+/// True when k * step is the index of a stored value for each k below `rows`.
 bool ORXSrvMatrix::HoldsDiagonalOf(int rows, std::int64_t step) const noexcept {
   return rows <= 0 || (std::int64_t{rows} - 1) * step < NumberOfStoredValues();
 }
@@ -323,15 +322,16 @@ void ORXSrvMatrix::PermuteRowsInPlace(int const* permutation, int length) {
     CopyValues(column.get(), m_values + first, m_dim1);
     for (int i = 0; i < m_dim1; ++i) {
       if (permutation[i] > m_dim1) ORXSrvMtxIllegalPermVect().Throw(sourceFile, __LINE__);
-      // An entry of m_dim1 or below 0 points into a neighbouring column; nothing is written outside the
-      // matrix.
+      // A permutation value of m_dim1 or below 0 points into a neighbouring column; nothing is written
+      // outside the matrix.
       std::int64_t const target = first + permutation[i];
       if (target >= 0 && target < count) m_values[target] = column[i];
     }
   }
 }
 
-/// The shapes that sums accept: equal ones, unless a full matrix would go into a diagonal one.
+/// Adds factor * source. Raises error 206 for `operation` when the shapes differ, and for a full source and a
+/// diagonal target.
 void ORXSrvMatrix::AddScaled(double factor, ORXSrvMatrix const& source, char const* operation) {
   Require(HasShapeOf(source) && (!m_diagonal || source.m_diagonal), operation, __LINE__);
   std::int64_t const step = source.m_diagonal && !m_diagonal ? std::int64_t{m_dim1} + 1 : 1;
@@ -402,13 +402,13 @@ void ORXSrvMatrix::Multiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
 void ORXSrvMatrix::MultiplyDiagonals(ORXSrvMatrix const& a, ORXSrvMatrix const& b) {
   std::int64_t const step = m_diagonal ? 1 : std::int64_t{m_dim1} + 1;
   Require(b.m_dim1 >= a.m_dim1 && HoldsDiagonalOf(a.m_dim1, step), "Multiply", __LINE__);
-  // Only as many values as there are rows: hosts rely on the others staying.
+  // Clears only the first m_dim1 values: hosts rely on the other values staying.
   if (!m_diagonal) std::fill_n(m_values, m_dim1, 0.0);
   for (std::int64_t k = 0; k < a.m_dim1; ++k)
     m_values[k * step] = b.m_values[k] * a.m_values[k];
 }
 
-/// this = diagonal * source, read with this matrix's leading dimension.
+/// this = diagonal * source. The source is read with this matrix's leading dimension.
 void ORXSrvMatrix::ScaleRows(ORXSrvMatrix const& diagonal, ORXSrvMatrix const& source) {
   for (std::int64_t j = 0; j < m_dim2; ++j)
     for (std::int64_t p = j * m_dim1, i = 0; i < m_dim1; ++i, ++p)
@@ -522,7 +522,7 @@ void ORXSrvMatrix::Factorize(int* pivots) {
 ORXSrvMatrix::PivotReport ORXSrvMatrix::FactorizeReporting(int* pivots) {
   PivotReport report;
   if (m_diagonal) {
-    InvertDiagonal(); // which keeps the signs
+    InvertDiagonal(); // reciprocals keep the signs
   } else {
     report.firstZero = FactorizeInPlace(pivots);
   }
@@ -530,8 +530,8 @@ ORXSrvMatrix::PivotReport ORXSrvMatrix::FactorizeReporting(int* pivots) {
   return report;
 }
 
-/// The signs of D, which lies on the diagonal in blocks of one row, or of two where LAPACK's pivots are
-/// negative. A block of two is only taken as a pivot when its eigenvalues have different signs.
+/// Counts the signs of the eigenvalues of D. A diagonal block of D has one row, or two rows where LAPACK's
+/// pivots are negative. LAPACK takes a block of two rows only when its eigenvalues have different signs.
 void ORXSrvMatrix::CountSigns(int const* pivots, PivotReport& report) const {
   std::int64_t const step = m_diagonal ? 1 : std::int64_t{m_dim1} + 1;
   for (int k = 0; k < m_dim1; ++k) {
@@ -549,7 +549,7 @@ void ORXSrvMatrix::CountSigns(int const* pivots, PivotReport& report) const {
   }
 }
 
-/// Returns LAPACK's INFO: 0, or the row of the first pivot that is zero.
+/// Returns LAPACK's INFO: 0, or the one-based row of the first pivot that is zero.
 int ORXSrvMatrix::FactorizeInPlace(int* pivots) {
   RequireProductMemory();
   int info = 0;
@@ -589,7 +589,7 @@ void ORXSrvMatrix::ForwardBackwardPass(int const* pivots, ORXSrvMatrix& rhs, boo
   Require(info >= 0, "ForwardBackwardPass", __LINE__);
 }
 
-/// Fills a matrix of this one's shape with full storage of this one.
+/// Copies this matrix into a matrix of the same shape with full storage.
 void ORXSrvMatrix::CopyFullTo(ORXSrvMatrix& target) const {
   if (m_diagonal) {
     target = 0.0;
@@ -610,7 +610,7 @@ void ORXSrvMatrix::SolveEigenproblemSymmetric(ORXSrvMatrix const& b, ORXSrvMatri
     Require(!result->OverlapsBufferOf(*this) && !result->OverlapsBufferOf(b), operation, __LINE__);
   Require(!eigenvalues.OverlapsBufferOf(eigenvectors), operation, __LINE__);
   Require(IsSymmetricNumerically() && b.IsSymmetricNumerically(), operation, __LINE__);
-  // LAPACK reports success on what is no number.
+  // LAPACK reports success for matrices with a NaN.
   Require(IsFinite() && b.IsFinite(), operation, __LINE__);
   RequireProductMemory();
 

@@ -5,19 +5,19 @@
 #include "core/atr_translate.h"
 #include "core/orx_export.h"
 
-// The errors that the matrix classes raise, one class per error number. Hosts catch them as ORXBasException
-// and tell them apart by ErrorCode; only their type information is exported. ORXSrvMtxOpenFileException (202)
-// has a public header of its own. 205, 216 and 217 are not assigned.
+// The errors that the matrix classes raise, one class for each error number. Hosts catch them as
+// ORXBasException and tell them apart by ErrorCode; only their type information is exported.
+// ORXSrvMtxOpenFileException (202) has a public header of its own. 205, 216 and 217 are not assigned.
 
 namespace orx {
-/// Where errors come from, as hosts know it: one source for each class, whatever file the code lies in.
+/// Source files that errors report, as hosts know them: one for each class, whatever file the code lies in.
 inline constexpr char denseMatrixSource[] = "mtx/impl/ORXSrvDenseMatrix.cpp";
 inline constexpr char matrixSource[] = "mtx/impl/ORXSrvMatrix.cpp";
 inline constexpr char sparseMatrixSource[] = "mtx/impl/ORXSrvSparseMatrix.cpp";
 inline constexpr char exchangeSource[] = "mtx/impl/ORXSrvSparseImExPorter.cpp";
 } // namespace orx
 
-/// The message of a template without, with one text, or with one integer argument.
+/// Returns the message of a template: without argument, with a text, or with an integer.
 atr_String ORXSrvMtxMessage(char const* messageTemplate);
 atr_String ORXSrvMtxMessage(char const* messageTemplate, atr_String const& argument);
 atr_String ORXSrvMtxMessage(char const* messageTemplate, int argument);
@@ -90,7 +90,7 @@ private:
 
 class ORX_EXPORT ORXSrvMtxNoUnsymmetric : public ORXBasException {
 public:
-  /// The "%s" stays in the text: this error has no argument to put there, and hosts know the text so.
+  /// The "%s" stays in the text: this error has no argument for it, and hosts know the text.
   atr_String AsString() const override {
     return ORXSrvMtxMessage("ORXSrvSparseMatrix::%s symmetric:True not supported!");
   }

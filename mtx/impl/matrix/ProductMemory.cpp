@@ -7,10 +7,10 @@ namespace orx {
 
 namespace {
 
-/// 128 MB of address space, of which the pages that are used get memory; and some for the system's own.
+/// 128 MB for OpenBLAS and a reserve for the system, in address space: only pages that are used take memory.
 constexpr std::int64_t packingBytes = std::int64_t{136} << 20;
 
-/// The smallest problem for which OpenBLAS takes the memory; products of small matrices do without.
+/// Makes OpenBLAS take its memory. This is the smallest problem that needs it: small products do without.
 void FactorizeOneByOne() {
   int const n = 1;
   double a = 1.0;
@@ -24,7 +24,7 @@ void FactorizeOneByOne() {
 void RequireProductMemory() {
   static bool isTaken = false;
   if (isTaken) return;
-  mem_MakeArray<char>(packingBytes).reset(); // raises when it is not there
+  mem_MakeArray<char>(packingBytes).reset(); // raises mem_OutOfMemory if it is not available
   FactorizeOneByOne();
   isTaken = true;
 }
@@ -33,7 +33,7 @@ void TakeProductMemoryIfThere() noexcept {
   try {
     RequireProductMemory();
   } catch (mem_OutOfMemory const&) {
-    return; // the first product raises it
+    return; // the first product raises the error
   }
 }
 

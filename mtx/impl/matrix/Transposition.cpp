@@ -8,11 +8,11 @@ namespace orx {
 
 namespace {
 
-/// Blocks are as wide as a line of the cache has values: each line of both sides is used up at once. A larger
-/// side gains nothing, because eight lines of one set is what first-level caches hold.
+/// A block is as wide as a cache line: each line of source and target is used up at once. A larger block
+/// gains nothing, because first-level caches hold eight lines of one set.
 constexpr std::int64_t blockSide = 8;
-/// Blocks are visited in squares of this side: without large pages each of its columns is on a page of its
-/// own, and 32 pages of either side are what the processor remembers.
+/// Blocks are visited in squares of this side. Without large pages each column lies on a page of its own, and
+/// the processor remembers the addresses of 32 pages of source and target each.
 constexpr std::int64_t tileSide = 32;
 
 using Pair [[gnu::vector_size(16)]] = double;
@@ -51,7 +51,7 @@ void TransposeBlock(double const* source, std::int64_t sourceDimension, double* 
                     targetDimension);
 }
 
-/// Whether a block of a is the transpose of one of b.
+/// True when a block of a is the transpose of a block of b.
 bool AreMirrored(double const* a, std::int64_t aDimension, double const* b, std::int64_t bDimension) {
   alignas(64) double mirror[blockSide * blockSide];
   TransposeBlock(b, bDimension, mirror, blockSide);
@@ -62,7 +62,7 @@ bool AreMirrored(double const* a, std::int64_t aDimension, double const* b, std:
   return (equal[0] & equal[1]) != 0;
 }
 
-/// The range of `step` indices from `first`, cut off at `end`.
+/// `step` indices from `firstIndex`, as far as they are below `bound`: first ... end - 1.
 struct Span {
   Span(std::int64_t firstIndex, std::int64_t step, std::int64_t bound)
       : first(firstIndex), end(std::min(firstIndex + step, bound)) {}
@@ -70,8 +70,8 @@ struct Span {
   std::int64_t first, end;
 };
 
-/// Calls visit(i, j) with the spans of blocks that cover rows x columns, tile by tile, until it returns
-/// false.
+/// Calls visit(i, j) with the spans of blocks that cover rows x columns, tile by tile, until a call returns
+/// false. Returns false then.
 template<class Visit>
 bool VisitBlocks(std::int64_t rows, std::int64_t columns, Visit visit) {
   for (std::int64_t jTile = 0; jTile < columns; jTile += tileSide)
@@ -82,9 +82,9 @@ bool VisitBlocks(std::int64_t rows, std::int64_t columns, Visit visit) {
   return true;
 }
 
-/// Visits the elements (i, j), i > j, of an n x n matrix beside their mirror images until a visit returns
-/// false: whole blocks by visitBlock(lower, upper), their first elements, and the others one by one by
-/// visitPair(lower, upper).
+/// Visits the elements (i, j), i > j, of an n x n matrix together with their mirror images until a visit
+/// returns false. Calls visitBlock(lower, upper) with the first elements of whole blocks, and
+/// visitPair(lower, upper) for each other pair.
 template<class Value, class BlockVisit, class PairVisit>
 bool VisitMirrored(Value* values, std::int64_t n, BlockVisit visitBlock, PairVisit visitPair) {
   auto const at = [=](std::int64_t i, std::int64_t j) { return values + j * n + i; };
@@ -94,7 +94,7 @@ bool VisitMirrored(Value* values, std::int64_t n, BlockVisit visitBlock, PairVis
         if (!visitPair(*at(i, j), *at(j, i))) return false;
     return true;
   };
-  // Blocks do not pay in what fits into few lines of the cache.
+  // Blocks gain nothing for a matrix of few cache lines.
   if (n <= 2 * blockSide) return visitPairs(Span(0, n, n), Span(0, n, n));
   return VisitBlocks(n, n, [=](Span rows, Span columns) {
     if (rows.first < columns.first) return true;
@@ -104,8 +104,8 @@ bool VisitMirrored(Value* values, std::int64_t n, BlockVisit visitBlock, PairVis
   });
 }
 
-/// Copies, mapped, each element of a triangle to its mirror image. Rows are read and columns written, in
-/// tiles: what is written continues itself, and many reads that miss the cache can be under way at a time.
+/// Copies map(element) for each element of a triangle to its mirror image. Reads rows and writes columns, in
+/// tiles: the writes are consecutive, and many reads that miss the cache can be under way at a time.
 template<class Map>
 void Mirror(Triangle source, double* values, std::int64_t leadingDimension, std::int64_t n, Map map) {
   bool const toLower = source == Triangle::Upper;

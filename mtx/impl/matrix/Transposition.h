@@ -4,10 +4,10 @@
 
 namespace orx {
 
-// Elements beside their mirror images, in matrices stored by columns: element (i, j) at j * leadingDimension
-// + i. No leading dimension is a bad one: the columns of a matrix with 1024 rows begin in the same few lines
-// of the cache, where single elements of a row throw each other out, so that they are moved in blocks through
-// registers.
+// Operations on elements and their mirror images, in matrices stored by columns: element (i, j) lies at j *
+// leadingDimension + i. All leading dimensions are fast. With 1024 rows, say, the columns begin in the same
+// few cache lines, where single elements of a row evict each other: elements are therefore moved in blocks
+// through registers.
 
 /// The elements below or above the diagonal.
 enum class Triangle : std::uint8_t { Lower, Upper };
@@ -20,12 +20,12 @@ void MirrorTriangle(Triangle source, double* values, std::int64_t leadingDimensi
 /// The same with the copied values negated; the diagonal stays.
 void MirrorTriangleNegated(Triangle source, double* values, std::int64_t leadingDimension, std::int64_t n);
 
-/// Whether an n x n matrix without gaps equals its transpose exactly. A NaN beside the diagonal differs from
+/// True when an n x n matrix without gaps equals its transpose exactly. A NaN off the diagonal differs from
 /// everything.
 bool EqualsItsTranspose(double const* values, std::int64_t n);
 
-/// Whether a, rows x columns, is exactly the transpose of b, columns x rows, both without gaps. A NaN differs
-/// from everything.
+/// True when a, rows x columns, is exactly the transpose of b, columns x rows, both without gaps. A NaN
+/// differs from everything.
 bool IsTransposeOf(double const* a, std::int64_t rows, std::int64_t columns, double const* b);
 
 } // namespace orx

@@ -50,7 +50,7 @@ ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
   std::int32_t const rows = m_stored.rowPointers != nullptr ? m_stored.rows : 0;
   bool const bothTriangles = IsSymmetricForm();
   std::int64_t const total = NumberOfEntries();
-  // More entries than the count can say are refused as a request that no memory can meet.
+  // A number of entries beyond an int becomes -1, a size that raises mem_OutOfMemory.
   auto entries = mem_MakeArray<ORXSrvSparseMatrixEntry>(total <= INT_MAX ? total : -1);
   ORXSrvSparseMatrixEntry* next = entries.get();
   if (bothTriangles)
@@ -132,7 +132,7 @@ void ORXSrvSparseMatrix::Import(ORXSimDistributionID id) {
 }
 
 void ORXSrvSparseMatrix::Export(char const* path, int format, ORXSrvSystemDofDefinition const* dofs) const {
-  // A general form that was found to be symmetric has no diagonal to be written.
+  // Symmetry of a general form is not enough: it has no diagonal array to be written.
   ORXSrvSparseImExPorter const porter;
   porter.RequireExportable(format, m_symmetryState == symmetric && IsSymmetricForm(), dofs);
   RequireAllAssembled("Export");

@@ -19,7 +19,7 @@ namespace {
 
 constexpr auto& sourceFile = orx::sparseMatrixSource;
 
-/// An array of the caller's.
+/// Allocates a list that is returned to the caller.
 mem_Array<unsigned> NewList(std::int32_t length) { return mem_MakeArray<unsigned>(length); }
 
 // Difference
@@ -30,7 +30,7 @@ struct Row {
   std::int32_t length = 0;
 
   Row() = default;
-  /// Row i, which is empty behind the last one.
+  /// Row i; beyond the last row it is empty.
   Row(CompressedRowsView const& matrix, std::int32_t i) {
     if (i >= matrix.rows) return;
     columns = matrix.ColumnsOf(i);
@@ -58,7 +58,7 @@ struct Dimensions {
   }
 };
 
-/// Appends a - b, of other columns than each other's. REQUIRES: ascending columns.
+/// Appends the row a - b; the rows may have different columns. REQUIRES: ascending columns.
 void AppendMerged(Row const& a, Row const& b, CompressedRows& result) {
   std::uint32_t* columns = result.columnIndices.get() + result.entries;
   double* values = result.values.get() + result.entries;
@@ -92,14 +92,14 @@ void AppendDifference(Row const& a, Row const& b, CompressedRows& result) {
   result.entries += a.length;
 }
 
-/// a - b row by row, as assembly of their entries would give it; nothing when columns do not ascend.
-/// `dimensions` grow to hold the entries.
+/// Returns a - b, computed row by row, the same as the assembly of all entries. Returns nothing when the
+/// columns of a row do not ascend. The result has `dimensions`, which grow to hold the entries.
 std::optional<CompressedRows> DifferenceOfRows(CompressedRowsView const& a, CompressedRowsView const& b,
                                                Dimensions dimensions) {
   std::int64_t const largest = std::int64_t{a.Entries()} + b.Entries();
   CompressedRows result;
-  // Memory that is not written costs nothing until it is given back. More than an int counts is refused as
-  // what no memory can hold.
+  // Memory that is never written costs nothing, and the rest is freed at the end. More entries than an int
+  // counts raise mem_OutOfMemory.
   ResizeEntries(result, largest <= INT_MAX ? largest : -1);
   AllocateRowPointers(result, std::max({a.rows, b.rows, dimensions.rows}), dimensions.columns);
   result.rowPointers[0] = 0;
@@ -121,8 +121,8 @@ std::optional<CompressedRows> DifferenceOfRows(CompressedRowsView const& a, Comp
   return result;
 }
 
-/// The same for entries in any order, behind those that wait for assembly: `ordered`, which may be null, and
-/// `list`.
+/// Returns the assembly of the entries that wait for it (`ordered`, which may be null, and `list`), of `a`,
+/// and of `b` negated, each in any order. Negates the values of `b`.
 CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
                                    cow_List<ORXSrvSparseMatrixEntry> const& list,
                                    std::span<ORXSrvSparseMatrixEntry const> a,
@@ -148,7 +148,7 @@ CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
 
 // Symmetry
 
-/// `upper` and `lower` are in mirrored places.
+/// True when two values at mirrored positions differ by at most 1e-16, relative to `upper` unless it is zero.
 bool AreMirrored(double upper, double lower) {
   if (upper == lower) return true;
   double const weight = upper == 0.0 ? 1.0 : 1.0 / upper;
@@ -211,7 +211,7 @@ void ORXSrvSparseMatrix::Subtract(ORXSrvSparseMatrix const& a, ORXSrvSparseMatri
         DifferenceOfEntries(m_ordered.get(), m_entries, {entriesA.get(), static_cast<std::size_t>(countA)},
                             {entriesB.get(), static_cast<std::size_t>(countB)}, dimensions);
   }
-  // The state goes where one AddData for each entry of the operands would take it.
+  // The symmetry state becomes what an AddData for each entry of the operands would make of it.
   std::int64_t const added = a.NumberOfEntries() + b.NumberOfEntries();
   if (added > 0) m_symmetryState = added == 1 && m_symmetryState == symmetric ? unsymmetric : unknown;
   m_entries.Resize(0);
@@ -263,9 +263,9 @@ bool ORXSrvSparseMatrix::IsSymmetric() const {
   return m_symmetryState == symmetric;
 }
 
-/// Of a general form, in one pass. Below the diagonal, the entries of a column come in the order in which
-/// their mirror images lie in their row: each row has a cursor on the next of its entries above the diagonal
-/// that must meet its image. At the end no row may have one left.
+/// Compares the triangles of a general form in one pass. The entries of column j below the diagonal come in
+/// the order of their mirror images in row j: each row has a cursor on its next entry above the diagonal that
+/// must meet its mirror image. At the end each cursor must be at the end of its row.
 bool ORXSrvSparseMatrix::CompareTriangles() const {
   auto const cursors = mem_MakeArray<std::int32_t>(m_rows);
   for (std::int32_t i = 0; i < m_rows; ++i) {

@@ -14,14 +14,14 @@
 
 using namespace orx;
 
-// Rows and columns in other places. Neighbouring rows with the same columns, as the unknowns of one node have
-// them, are moved together: what is found out about the columns of one holds for all.
+// Permutations and transposition. A row group (neighbouring rows with the same columns, as the unknowns of
+// one node have) is moved as a whole: its columns are renumbered once.
 
 namespace {
 
 constexpr auto& sourceFile = orx::sparseMatrixSource;
 
-/// inverse[perm[k]] = k. Error 206 for what is no permutation of 0 ... rows - 1.
+/// Returns the inverse: inverse[perm[k]] = k. Error 206 unless `perm` is a permutation of 0 ... rows - 1.
 mem_Array<std::int32_t> Inverse(int const* perm, std::int32_t rows, char const* operation) {
   auto inverse = mem_MakeArray<std::int32_t>(rows);
   std::fill_n(inverse.get(), rows, -1);
@@ -37,7 +37,7 @@ mem_Array<std::int32_t> Inverse(int const* perm, std::int32_t rows, char const* 
   return inverse;
 }
 
-/// Without row pointers and diagonal.
+/// Allocates a matrix for the entries of another one, without row pointers and diagonal.
 CompressedRows NewOfSameEntries(CompressedRows const& matrix, std::int32_t columns) {
   CompressedRows made;
   made.rows = matrix.rows;
@@ -55,7 +55,7 @@ void SumUp(std::int32_t* counts, std::int32_t rows) {
     counts[i + 1] += counts[i];
 }
 
-/// The row pointers when old row i is row newRow[i].
+/// Returns the row pointers of a matrix whose row newRow[i] is the old row i.
 mem_Array<std::int32_t> MovedRowPointers(std::int32_t const* rowPointers, std::int32_t rows,
                                          std::int32_t const* newRow) {
   auto moved = mem_MakeArray<std::int32_t>(std::int64_t{rows} + 1);
@@ -74,7 +74,7 @@ std::int32_t LongestRow(std::int32_t const* rowPointers, std::int32_t rows) {
 
 constexpr std::int32_t mostRowsAlike = 8;
 
-/// Number of rows from `first` on that have the same columns, mostRowsAlike at most.
+/// Number of rows from `first` with the same columns, at most mostRowsAlike.
 std::int32_t RowsAlike(CompressedRowsView const& matrix, std::int32_t first) {
   std::int32_t alike = 1;
   std::int32_t const length = matrix.Length(first);
@@ -85,10 +85,10 @@ std::int32_t RowsAlike(CompressedRowsView const& matrix, std::int32_t first) {
   return alike;
 }
 
-/// The columns of a row under their new numbers, in ascending order, each with its place in the old row.
+/// The columns of a row with their new numbers, ascending, each with its position in the old row.
 class RenumberedRow {
 public:
-  /// `newNumber` is for columns. Rows have up to `longest` entries.
+  /// `newNumber[j]` is the new number of column j. Rows have at most `longest` entries.
   RenumberedRow(std::int32_t const* newNumber, std::int32_t longest)
       : m_newNumber(newNumber), m_keys(mem_MakeArray<std::uint64_t>(longest)) {}
 
@@ -107,7 +107,7 @@ public:
     for (std::int32_t k = 0; k < m_length; ++k)
       columns[k] = static_cast<std::uint32_t>(m_keys[k] >> 32);
   }
-  /// Values of an old row, which do not overlap the new ones.
+  /// Stores the values of the old row in the new order. REQUIRES: the arrays do not overlap.
   void StoreValues(double const* old, double* values) const noexcept {
     for (std::int32_t k = 0; k < m_length; ++k)
       values[k] = old[static_cast<std::uint32_t>(m_keys[k])];
@@ -119,8 +119,7 @@ public:
 private:
   static constexpr std::int32_t longestInserted = 16;
 
-  /// Insertion sort. std::sort would move a few keys at a time by memmove, which takes longer than the
-  /// sorting.
+  /// Sorts few keys by insertion: std::sort would move them by memmove, which takes longer than the sorting.
   void InsertKeys() noexcept {
     for (std::int32_t k = 1; k < m_length; ++k) {
       std::uint64_t const key = m_keys[k];
@@ -132,11 +131,11 @@ private:
   }
 
   std::int32_t const* m_newNumber;
-  mem_Array<std::uint64_t> m_keys; ///< new number above, place below
+  mem_Array<std::uint64_t> m_keys; ///< new number << 32 | position in the old row
   std::int32_t m_length = 0;
 };
 
-/// Moves element source[p] to p for all p, along the cycles, which leaves source[p] = p.
+/// Moves element source[p] to position p for all p, cycle by cycle; leaves source[p] = p.
 void GatherInPlace(std::uint32_t* columns, double* values, std::int32_t* source,
                    std::int32_t count) noexcept {
   for (std::int32_t p = 0; p < count; ++p) {
@@ -158,7 +157,7 @@ void GatherInPlace(std::uint32_t* columns, double* values, std::int32_t* source,
 
 // Transposition
 
-/// Puts each entry where the next one of its column goes.
+/// Transposes row group by row group: stores each entry at next[column], the next position of its column.
 void TransposeByRows(CompressedRowsView const& rows, std::int32_t* next, CompressedRows& result) {
   for (std::int32_t first = 0; first < rows.rows;) {
     std::int32_t const alike = RowsAlike(rows, first);
@@ -175,12 +174,12 @@ void TransposeByRows(CompressedRowsView const& rows, std::int32_t* next, Compres
   }
 }
 
-/// Entries of a bucket, 16 bytes each: as many as half of the second-level cache holds.
+/// Number of entries of a bucket, 16 bytes each, that fill half of the second-level cache.
 constexpr auto entriesOfBucket = static_cast<std::int32_t>(blac::secondLevelCacheBytes / 2 / 16);
 
-/// The same for columns all over the place, which would miss the cache with each entry: first to the range of
-/// columns, a bucket, then from place to place in the cache. A bucket's entries lie from the start where they
-/// lie in the end, only not in order.
+/// Does the same for scattered columns, where TransposeByRows would miss the cache with each entry. First
+/// moves each entry into its bucket, a range of columns, then orders each bucket within the cache. From the
+/// start a bucket lies where its entries belong, only their order is not right.
 void TransposeByBuckets(CompressedRowsView const& rows, std::int32_t* next, CompressedRows& result) {
   std::int32_t const entries = rows.rowPointers[rows.rows];
   int shift = 0;
@@ -240,7 +239,7 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
   moved.rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, inverse.get());
   moved.diagonal = PermutedDiagonal(perm);
   CompressedRowsView const old = View();
-  constexpr std::int32_t rowsAhead = 16; // where rows go is anywhere in the row pointers
+  constexpr std::int32_t rowsAhead = 16; // rows go to scattered positions of the row pointers
   for (std::int32_t first = 0; first < m_rows;) {
     std::int32_t const end = first + RowsAlike(old, first);
     if (rowsAhead < m_rows - first) __builtin_prefetch(moved.rowPointers.get() + inverse[first + rowsAhead]);
@@ -255,7 +254,7 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
   return new ORXSrvSparseMatrix(std::move(moved));
 }
 
-/// diagonal[perm[k]], null in general form.
+/// Returns diagonal[perm[k]] for all k; null in general form.
 mem_Array<double> ORXSrvSparseMatrix::PermutedDiagonal(int const* perm) const {
   if (!IsSymmetricForm()) return nullptr;
   auto permuted = mem_MakeArray<double>(m_rows);
@@ -306,8 +305,8 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
     result.diagonal = mem_MakeArray<double>(m_columns);
     std::copy_n(m_stored.diagonal.get(), m_columns, result.diagonal.get());
   }
-  // While the entries are stored, next[j] is where the next one of row j goes; at the end, where row j + 1
-  // begins.
+  // While entries are stored, next[j] is the position of the next entry of row j; at the end it is the start
+  // of row j + 1.
   std::int32_t* const next = result.rowPointers.get();
   std::fill_n(next, std::int64_t{m_columns} + 1, 0);
   for (std::int32_t k = 0; k < entries; ++k)

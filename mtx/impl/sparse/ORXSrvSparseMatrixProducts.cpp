@@ -18,14 +18,14 @@ namespace {
 
 constexpr auto& sourceFile = orx::sparseMatrixSource;
 
-/// Listed rows of a block matrix, ascending, gathered one below the other.
+/// Reads listed rows of a block matrix, in ascending order, one below the other.
 class ListedRows {
 public:
   ListedRows(ORXSrvDenseMatrix const& matrix, unsigned const* list, int count)
       : m_matrix(matrix), m_list(list), m_count(count),
         m_starts(ORXSrvFindContiguousRanges(reinterpret_cast<int const*>(list), count, INT_MAX, m_runs)) {}
 
-  /// Reads these rows of some columns.
+  /// Reads the listed rows of `columns`.
   void Read(BlockRange const& columns, ORXSrvMatrix& target) const {
     if (m_runs < fewestRunsReadAtOnce) {
       for (int run = 0; run < m_runs; ++run)
@@ -36,10 +36,10 @@ public:
   }
 
 private:
-  /// From so many runs on, one read of everything costs less than one for each.
+  /// From this number of runs on, one read of all rows costs less than a read for each run.
   static constexpr int fewestRunsReadAtOnce = 1000;
 
-  /// Reads the run of the list's elements first ... end - 1.
+  /// Reads the rows list[first] ... list[end - 1], which are consecutive.
   void ReadRows(int first, int end, BlockRange const& columns, ORXSrvMatrix& target) const {
     ORXSrvMatrix rows(end - first, columns.Size());
     auto const firstRow = static_cast<int>(m_list[first]);
@@ -60,7 +60,7 @@ private:
   unsigned const* m_list;
   int m_count;
   int m_runs = 0;
-  mem_Array<int> m_starts; ///< of the runs in the list, and the list's end
+  mem_Array<int> m_starts; ///< start of each run in the list, then the end of the list
 };
 
 } // namespace
