@@ -12,7 +12,7 @@ namespace orx::store {
 
 namespace {
 
-/// Rows of a table one after the other, each with its check looked at.
+/// Walks over the rows of a table. List and CheckAlone verify the checksum of the row.
 class RowReader {
 public:
   RowReader(DatabaseFile& file, sim::Context& context, TableForm const& form, std::int64_t& unclaimed)
@@ -30,13 +30,13 @@ public:
   std::int64_t Index() const noexcept { return m_index; }
   std::string Place() const { return "row " + std::to_string(m_index) + " of " + m_path; }
 
-  /// The list of numbers that the row refers to; -1: none. Raises DamageFound when it is not there, or when
-  /// the check does not fit.
+  /// The row's list: `count` saved numbers from index `at` on; empty for an `at` of -1. Raises DamageFound
+  /// when these numbers do not exist or belong to another row, or when the row's checksum is wrong.
   std::span<int const> List(int at, std::int64_t count) const {
     std::span<int const> const all = m_context.SavedNumbers();
     if (at < -1 || count < 0 || (at >= 0 && at + count > static_cast<std::int64_t>(all.size())))
       throw DamageFound{Place() + " refers to numbers that are not there"};
-    // Each list is one row's. A file that shares them could keep its reader busy for days.
+    // A list belongs to one row. If rows could share a long list, reading a small file could take days.
     m_unclaimed -= at >= 0 ? count : 0;
     Require(m_unclaimed >= 0, "refers to numbers of another row");
     auto const list = at < 0 ? std::span<int const>()
@@ -56,11 +56,11 @@ private:
   }
 
   sim::Context& m_context;
-  std::int64_t& m_unclaimed; ///< numbers in no list so far
+  std::int64_t& m_unclaimed; ///< number of saved numbers that no row has used yet
   std::string m_path;
   std::size_t m_width;
   std::vector<int> m_rows;
-  std::int64_t m_index = -1; ///< before the first
+  std::int64_t m_index = -1; ///< -1: before row 0
 };
 
 bool IsNumber(int number) { return number >= 0 && number <= sim::largestNumber; }
@@ -139,7 +139,8 @@ void SetSerialization(ORXSimSerializationType& serialization, int drawerCode) {
   if (drawerCode == tables::sparseSymmetric) serialization.SetSparseSym();
 }
 
-/// The list has the sets behind the grid, and the chunk lengths behind them.
+/// Makes the drawer of a distribution from its row. The list holds the grid (2 * rank numbers), then the
+/// member set of each dimension, then the chunk lengths.
 std::shared_ptr<sim::Drawer> LoadDrawer(RowReader const& row, sim::Context& context,
                                         std::span<int const> list, sim::DistributionRecord const& record) {
   int const code = row[4];
@@ -241,7 +242,7 @@ void LoadCatalog(DatabaseFile& file,
       }
     } catch (ORXSimException const& e) {
       if (e.Code() != ORXSimException::staleIdentifier) throw;
-      std::string const text = e.AsString().AsText(); // a number that no object has
+      std::string const text = e.AsString().AsText(); // "There is no member set 7 in context 0 of FILE."
       throw DamageFound{text.substr(0, text.size() - 1)};
     }
   });

@@ -62,7 +62,7 @@ void CatalogWriter::Overwrite(TableForm const& form, std::int64_t first, std::sp
   table.Overwrite(first, rows);
 }
 
-/// A table twice as long takes its place, so that rows are copied seldom.
+/// Replaces the table by a copy of at least twice the capacity: rows are then copied seldom.
 void CatalogWriter::Enlarge(TableForm const& form, Growing& growing, std::int64_t rows) {
   constexpr std::int64_t smallestRoom = 16;
   std::string const path = TablePath(form);
@@ -98,7 +98,9 @@ void CatalogWriter::WriteTables() {
   m_tables.clear();
 }
 
-// Reversals. Each is noted before what it takes back, so that none is lost when memory is short in between.
+// Reversals
+
+// A reversal is noted before its change is made: no change lacks a reversal when memory runs out in between.
 
 void CatalogWriter::RemoveOnRevert(std::string const& path) {
   m_reversals.emplace_back([this, path] { m_file.Remove(path); });
@@ -131,7 +133,7 @@ void CatalogWriter::Revert() noexcept {
     try {
       (*step)();
     } catch (...) {
-      m_file.Bytes().RefuseToCommit(); // half of it would be there
+      m_file.Bytes().RefuseToCommit(); // a commit would save half of the changes
     }
   m_reversals.clear();
 }
@@ -165,7 +167,7 @@ void CatalogWriter::SaveContext() {
   WriteAttribute(group.Get(), "namespace", std::span<int const>(words));
 }
 
-/// Attributes of a group, by their numbers; they are only ever added.
+/// Writes new types as attributes of a group, named by their index. Saved types are never removed.
 void CatalogWriter::SaveTypes() {
   std::size_t const saved = m_context->SavedTypes();
   if (saved == m_context->Types().size()) return;
@@ -206,7 +208,7 @@ void CatalogWriter::SaveSet(int number) {
     AddSetRow(chain[k]);
 }
 
-/// What the set has more than the one that it continues, which is there already.
+/// Adds a row with the labels that the set has beyond its head, whose row was added before.
 void CatalogWriter::AddSetRow(int number) {
   sim::SetRecord const& record = m_context->SetAt(number);
   int const head = m_context->SavedHeadOf(number);
@@ -251,8 +253,8 @@ void CatalogWriter::SaveDistribution(std::uint32_t handle) {
   SaveDistributionRow(record, record.drawer != nullptr ? CodeOf(*record.drawer) : tables::noDrawer);
 }
 
-/// With its list: collection and colour of each dimension, then their sets, then the chunk lengths (0: stored
-/// whole).
+/// Writes the row and its list: collection and colour of each dimension, then the member set of each, then
+/// the chunk lengths (0: stored whole).
 void CatalogWriter::SaveDistributionRow(sim::DistributionRecord& record, int drawerCode) {
   auto const rank = record.grid.size();
   std::vector<int> list;

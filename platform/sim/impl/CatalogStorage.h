@@ -18,24 +18,26 @@ namespace orx::store {
 
 class DatabaseFile;
 
-/// Writes what contexts have unsaved into the tables of a file, and puts drawers in their places. Nothing is
-/// durable before the file's commit; when that fails, Revert takes everything back.
+/// Writes the unsaved records of contexts into the tables of a file, and moves new drawers to their paths.
+/// Nothing is durable before the file's commit; when a call or the commit fails, the caller calls Revert.
 class CatalogWriter {
 public:
   explicit CatalogWriter(DatabaseFile& file) : m_file(file) {}
 
+  /// Writes the unsaved records of a context.
   void Save(sim::Context& context);
-  /// For a context whose transaction is open while others are committed: says which of its saved drawers are
-  /// longer than their sets, so that the next opening after a crash cuts them.
+  /// For a context whose transaction is open while another context is committed: marks the saved drawers that
+  /// the transaction has extended. After a crash the next opening cuts them to their saved sizes.
   void NoteExtensions(sim::Context& context);
-  /// Makes way for the tables in a file of a former format.
+  /// In a file of format version 1: moves the groups of collections and sets to the trash, and removes the
+  /// attributes of distributions.
   void RemoveFormerFormat(sim::Context const& context);
   void WriteVersion(int version, int former);
-  /// Puts the file back into the state before the first call.
+  /// Takes all changes back: the file has the state before the first call.
   void Revert() noexcept;
 
 private:
-  /// A table of the context that is being saved, and rows that wait to be written together.
+  /// A table of m_context, and new rows that WriteTable will append to it together.
   struct Growing {
     std::optional<RecordTable> table;
     std::vector<int> rows;
@@ -54,7 +56,7 @@ private:
   void SaveContext();
   void SaveTypes();
   void SaveCollection(int number);
-  /// After those that it continues.
+  /// Saves a set after the unsaved sets that it continues.
   void SaveSet(int number);
   void AddSetRow(int number);
   void SaveDistribution(std::uint32_t handle);
@@ -64,29 +66,30 @@ private:
   std::string TablePath(TableForm const& form) const { return m_context->Path() + "/" + form.name; }
   void RemoveOnRevert(std::string const& path);
   void Move(std::string const& from, std::string const& to);
-  /// Makes room for an object's successor.
+  /// Moves an object to the trash: its path is then free for its successor.
   void ReplaceObject(std::string const& path);
   void RemoveAttributes(std::string const& path, std::span<char const* const> names);
 
   DatabaseFile& m_file;
-  sim::Context* m_context = nullptr;              ///< that is being saved
-  std::map<std::string_view, Growing> m_tables;   ///< its tables by their names
-  std::set<int> m_writtenSets;                    ///< of it
-  std::vector<std::function<void()>> m_reversals; ///< to be run from the back
+  sim::Context* m_context = nullptr;              ///< the context that is being saved
+  std::map<std::string_view, Growing> m_tables;   ///< tables of m_context by name
+  std::set<int> m_writtenSets;                    ///< sets of m_context whose rows were added
+  std::vector<std::function<void()>> m_reversals; ///< Revert runs the last step first
 };
 
-/// The numbers behind a prefix among the names of a group: "set_12" gives 12, with its path.
+/// The paths of links in the group `path`, by the number in their names: with the prefix "set_", element 12
+/// is the path of "set_12". Raises DamageFound for a name that has the prefix and no number behind it.
 std::map<int, std::string> NumberedLinks(std::int64_t file, std::string const& path,
                                          std::string const& prefix);
 
-/// Reads the contexts of a file; `create` makes an empty one.
+/// Reads the contexts of a file; `create` makes an empty context for each.
 void LoadCatalog(DatabaseFile& file,
                  std::function<sim::Context&(int number, ORXSimNamespaceID space)> const& create);
 
-/// The same for the objects of a context in a file of format version 1, where each has a group of its own.
+/// Reads the objects of a context from a file of format version 1, in which each has a group of its own.
 void LoadFormerContext(DatabaseFile& file, sim::Context& context);
 
-/// Opens the saved drawer of a distribution.
+/// Opens the saved drawer of a distribution and sets `dense` or `sparse` of its record.
 void OpenDrawer(DatabaseFile& file, sim::DistributionRecord const& record);
 
 } // namespace orx::store

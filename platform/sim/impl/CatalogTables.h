@@ -6,11 +6,12 @@
 #include <cstdint>
 #include <span>
 
-// The tables of a context, see docs/database-format.md.
+// Names and columns of the tables of a context; docs/database-format.md describes them.
 
 namespace orx::store {
 
-/// A table of records. The last column is a check of the row and of the list of numbers that it refers to.
+/// Name and columns of a table. The last column is a checksum of the row and of the list of numbers that the
+/// row refers to.
 struct TableForm {
   char const* name;
   RecordTable::Columns columns;
@@ -31,19 +32,19 @@ inline constexpr TableForm members{.name = "members", .columns = memberColumns};
 inline constexpr TableForm colors{.name = "colors", .columns = colorColumns};
 inline constexpr TableForm sets{.name = "sets", .columns = setColumns};
 inline constexpr TableForm distributions{.name = "distributions", .columns = distributionColumns};
-/// Lists that the others refer to; no rows, no checks.
+/// The lists that rows of the other tables refer to: one number in each row, no checksum.
 inline constexpr TableForm numbers{.name = "numbers", .columns = {}};
 
-/// What the column `drawer` says.
+/// Values of the column `drawer`.
 enum DrawerCode : int {
   noDrawer = 0,
   dense = 1,
-  denseBeingExtended = 2, ///< its dataset may be longer than its sets
+  denseBeingExtended = 2, ///< the dataset may be longer than the member sets
   sparseGeneral = 3,
   sparseSymmetric = 4,
 };
 
-/// The check of a row, of its columns but the last: an accident seldom leaves it right.
+/// Checksum of row `index` (its columns without the last) and of its list; the index is part of it.
 int CheckOf(std::int64_t index, std::span<int const> columns, std::span<int const> list);
 
 } // namespace tables

@@ -7,7 +7,7 @@ namespace orx::sim {
 bool CollectionMembers::ContainsAll(ORXSimIndexSet const& labels) const {
   auto const isLeading = [this](int label) { return label >= 0 && label < m_leading; };
   int const count = labels.Size();
-  // A progression lies between its ends.
+  // The labels of a progression lie between its first and its last label.
   if (count > 0 && labels.IsStrided() && isLeading(labels[0]) && isLeading(labels[count - 1])) return true;
   for (int k = 0; k < count; ++k)
     if (!Contains(labels[k])) return false;

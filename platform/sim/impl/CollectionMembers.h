@@ -9,8 +9,8 @@
 
 namespace orx::sim {
 
-/// The members of a collection: the labels 0 ... leading-1, which take no memory, and further ones in the
-/// order they were added.
+/// The members of a collection: the labels 0 ... leading-1, which take no memory, and further labels in
+/// the order in which they were added.
 class CollectionMembers {
 public:
   explicit CollectionMembers(int leading = 0) : m_leading(leading) {}
@@ -23,11 +23,12 @@ public:
   bool ContainsAll(ORXSimIndexSet const& labels) const;
 
   bool IsFull() const noexcept { return Size() == mostMembers; }
-  /// Adds a label, at least 0, unless it is here; whether it was new. REQUIRES: there is room for it.
+  /// Adds a label, at least 0; returns false when the collection has it already. REQUIRES: not IsFull().
   bool Add(int label);
-  /// Adds the labels behind the leading ones; false when that cannot be.
+  /// Adds the labels Leading() ... Leading() + count - 1. Returns false, and adds none, when there are
+  /// further labels, or when the count is negative or too large.
   bool AddLeading(int count);
-  /// Back to former counts.
+  /// Goes back to former counts: removes the labels that were added since.
   void ShrinkTo(int leading, std::size_t further);
   ORXSimIndexSet All() const;
 

@@ -110,7 +110,7 @@ ORXSimIndexSet Context::OwnLabels(SetRecord const& set) const {
           .subspan(static_cast<std::size_t>(saved.list), static_cast<std::size_t>(saved.count)));
 }
 
-/// From the first of the sets that it continues on, so that all of them share their labels.
+/// Reads the labels of the sets that a set continues, and then its own: all of them share one sequence.
 void Context::ReadMembers(SetRecord& set) const {
   std::vector<SetRecord*> chain;
   for (SetRecord* next = &set; next != nullptr && next->members == nullptr;
@@ -127,8 +127,8 @@ void Context::ReadMembers(SetRecord& set) const {
 
 // Changing
 
-/// Does a change that `undo` takes back, whole or in parts: at once when it fails, or when the transaction is
-/// abandoned.
+/// Makes a change. `undo` takes the change back, also a half-made one: at once when the change raises an
+/// error, or when the open transaction is abandoned.
 template<class Change>
 void Context::Changing(std::function<void()> undo, Change&& change) {
   m_database.BecomeCurrent();
@@ -180,7 +180,7 @@ void Context::AddMembers(CollectionRecord& collection, ORXSimIndexSet const& lab
   }
 }
 
-/// A set that was temporary and is needed for good.
+/// Makes a temporary set persistent.
 void Context::Keep(int set) {
   SetRecord& record = SetAt(set);
   if (!record.isTemporary) return;

@@ -16,16 +16,16 @@ namespace orx::sim {
 
 class OpenDatabase;
 
-/// A context of an open file: its records, what of them the file does not have yet, and, while a transaction
-/// is open, how to undo what was done since. Numbers of abandoned objects are not used again, so that an
-/// identifier never comes to mean another object. Numbers of temporary ones come from the other end (-2, -3,
-/// ... for sets), so that they take none away from the file.
+/// A context of an open file: its records, a note of the records that the file lacks, and, while a
+/// transaction is open, the steps that undo its changes. Numbers of abandoned objects are not used again: an
+/// identifier never comes to mean another object. Temporary objects are numbered from the other end (-2, -3,
+/// ... for sets) and use up no numbers of the file.
 class Context {
 public:
   Context(OpenDatabase& database, int number, ORXSimNamespaceID space);
   Context(Context const&) = delete;
   Context& operator=(Context const&) = delete;
-  /// Handles that outlive the file find their records without a context.
+  /// Takes context and drawer from the records of distributions: handles that outlive the file are refused.
   ~Context();
 
   OpenDatabase& Database() const noexcept { return m_database; }
@@ -38,7 +38,7 @@ public:
   // Finding; a number without a record raises staleIdentifier
 
   CollectionRecord& CollectionAt(int number) const;
-  /// Its labels are there.
+  /// Reads the labels of the set first, when they were not read yet.
   SetRecord& SetAt(int number) const;
   std::shared_ptr<DistributionRecord> const& DistributionAt(std::uint32_t handle) const;
   /// The record of a collection of this context, colour variants included.
@@ -50,60 +50,64 @@ public:
   // Changing; an error leaves everything as it was
 
   ORXSimCollectionID AddCollection(int size, ORXSimTypeID type);
-  /// The set with these members, found or made; labels that the collection lacks are added to it.
+  /// Finds or makes the set with these members; adds the labels that the collection lacks.
   ORXSimCSetID AddSet(ORXSimCollectionID const& collection, ORXSimIndexSet members, bool isTemporary);
-  /// The members of one set, then those of another of the same collection. It is temporary.
+  /// Finds or makes the temporary set of the members of `front`, then those of `back`; both sets are of this
+  /// collection. The new set continues `front`.
   ORXSimCSetID AddJoinedSet(ORXSimCollectionID const& collection, int front, ORXSimCSetID const& back);
   void AddColor(ORXSimCollectionID const& collection, int color);
   int AddType(char const* name);
   ORXSimDistributionID AddDistribution(std::vector<ORXSimIDMinor> grid, ORXSimRangeType range,
                                        ORXSimTypeID type, bool isTemporary);
-  /// Gives the distribution its drawer in the place of one that it may have.
+  /// Gives the distribution a drawer, which replaces its former drawer.
   void InstallDrawer(DistributionRecord& distribution, std::shared_ptr<Drawer> drawer);
-  /// The drawer has become longer: along `dim` stands this set now.
+  /// Notes that the drawer was extended: its member set along `dim` is now `set`.
   void RecordExtension(DistributionRecord& distribution, int dim, int set);
-  /// Once for each time that the temporary set was asked for; then it is gone, unless a drawer stands on it.
+  /// Takes back one request for a temporary set; the last drop removes it, unless a drawer holds the set.
   void DropSet(ORXSimCSetID const& id);
-  /// The temporary distribution and its cells are gone. No transaction brings it back.
+  /// Removes a temporary distribution and its cells; no transaction brings it back.
   void DropDistribution(ORXSimDistributionID const& id);
 
   // Transactions
 
   bool HasTransaction() const noexcept { return m_hasTransaction; }
-  /// Whether that one is open; closing a file may have ended it and failed.
+  /// True when this transaction is open; a Close, also one that failed, has abandoned it.
   bool HasTransaction(int number) const noexcept { return m_hasTransaction && number == m_transaction; }
-  /// Returns its number.
+  /// Opens a transaction and returns its number.
   int BeginTransaction() noexcept {
     m_hasTransaction = true;
     return ++m_transaction;
   }
+  /// Ends the transaction and keeps its changes.
   void EndTransaction() noexcept;
-  /// Undoes what was done since BeginTransaction, and ends it.
+  /// Undoes the changes since BeginTransaction, and ends the transaction.
   void AbandonTransaction() noexcept;
-  /// Temporary distributions lose their drawers. No transaction is open.
+  /// Frees the drawers of temporary distributions. REQUIRES: no transaction is open.
   void DropTemporaries() noexcept;
 
   // Saving and loading: see CatalogStorage.h
 
   struct Unsaved {
-    bool isContext = true; ///< the context itself
+    bool isContext = true; ///< the group of the context
     std::set<int> collections;
     std::set<int> sets;
     std::set<std::uint32_t> distributions; ///< handles
   };
   Unsaved const& WhatIsUnsaved() const noexcept { return m_unsaved; }
   std::size_t SavedTypes() const noexcept { return m_savedTypes; }
-  /// The number of a set in the file; a temporary one gets it now.
+  /// The number of a set in the file; a temporary set gets this number now.
   int FileNumberOf(int set);
-  /// The nearest set before it, among those it continues, that is in the file or to be saved; -1: none.
+  /// Follows the heads of a set to the first that is in the file or persistent; -1: none.
   int SavedHeadOf(int set) const;
   bool IsSetSaved(int set) const { return m_sets.at(set)->isSaved; }
   int SizeOfSet(int set) const { return m_sets.at(set)->size; }
   bool HasSet(int set) const { return m_sets.contains(set); }
   int CollectionOfSet(int set) const { return m_sets.at(set)->collection; }
+  /// Notes after a commit that the file has the unsaved records.
   void MarkSaved();
-  /// What was read is in the file, or, of a file in a former format, not yet as this one has it.
+  /// Notes that the group of the context is in the file.
   void MarkLoaded() noexcept { m_unsaved.isContext = false; }
+  /// Notes all records as unsaved, before the catalogue is rewritten; MarkNothingUnsaved undoes this.
   void MarkUnsaved();
   void MarkNothingUnsaved() noexcept;
 
@@ -114,16 +118,16 @@ public:
   Distributions const& AllDistributions() const noexcept { return m_distributions; }
   std::vector<atr_String> const& Types() const noexcept { return m_types; }
 
-  // Records that were read. Raise staleIdentifier for a number that they refer to and that is not there.
+  // Records that were read; a record that refers to a number without a record raises staleIdentifier
 
   void LoadType(char const* name) { m_types.emplace_back(name), ++m_savedTypes; }
   void LoadCollection(int number, CollectionRecord record);
-  /// With its labels, or with `saved` and `head`. Its `size` and `digest` follow.
+  /// `record` has its labels, or `saved` and `head`; `size` and `digest` are computed here.
   void LoadSet(int number, SetRecord record);
   void LoadDistribution(std::uint32_t handle, std::shared_ptr<DistributionRecord> record);
-  /// To be cut to its size by the next commit.
+  /// Notes a distribution as unsaved: the next commit cuts its dataset to the sizes of the drawer.
   void LoadUnsaved(std::uint32_t handle) { m_unsaved.distributions.insert(handle); }
-  /// Where the lists of loaded sets are.
+  /// Takes over the table `numbers` of the file, which holds the labels of loaded sets.
   void KeepSavedNumbers(std::vector<int> numbers) { m_savedNumbers = std::move(numbers); }
   std::span<int const> SavedNumbers() const noexcept { return m_savedNumbers; }
 
@@ -150,7 +154,7 @@ private:
   Sets m_sets;
   Distributions m_distributions; ///< by handle
   std::vector<atr_String> m_types;
-  // The next numbers.
+  // The next numbers
   std::int64_t m_nextCollection = 0;
   std::int64_t m_nextSet = 0;
   std::int64_t m_nextTemporarySet = -2;
@@ -158,10 +162,10 @@ private:
   std::uint32_t m_nextTemporaryHandle = ~0u;
   Unsaved m_unsaved;
   std::size_t m_savedTypes = 0;
-  std::vector<int> m_savedNumbers; ///< of the file when it was opened
+  std::vector<int> m_savedNumbers; ///< the table `numbers` when the file was opened
   bool m_hasTransaction = false;
-  int m_transaction = 0;                     ///< number of the last one
-  std::vector<std::function<void()>> m_undo; ///< to be run from the back
+  int m_transaction = 0;                     ///< number of the last transaction
+  std::vector<std::function<void()>> m_undo; ///< the last step is undone first
 };
 
 } // namespace orx::sim

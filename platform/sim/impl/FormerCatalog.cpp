@@ -8,13 +8,15 @@
 #include <algorithm>
 #include <limits>
 
-// Files of format version 1: each collection, member set and distribution is a group with attributes.
+// Reads files of format version 1, in which each collection, member set and distribution is a group with
+// attributes.
 
 namespace orx::store {
 
 namespace {
 
-/// An object that has one path: counted twice, a small file could fill the memory.
+/// Opens an object. Raises DamageFound unless one link leads to it: objects read once for each of many links
+/// could fill the memory from a small file.
 Hdf5Id OpenOwned(hid_t place, std::string const& name, std::string const& path) {
   Hdf5Id object = CheckedReadId(H5Oopen(place, name.c_str(), H5P_DEFAULT), "opening " + path);
   H5O_info_t info;
@@ -29,8 +31,8 @@ bool LinkExists(hid_t place, std::string const& name) {
   return CheckedRead(H5Lexists(place, name.c_str(), H5P_DEFAULT), "looking for " + name) > 0;
 }
 
-/// Whether the elements of a dataset are in the file, one beside the other: what is compressed or left out
-/// may be larger than any memory.
+/// True when all elements of the dataset lie in the file uncompressed. A dataset that is compressed or lacks
+/// space in the file may claim more elements than fit in memory.
 bool IsStoredWhole(DatabaseFile const& file, hid_t dataset, hid_t type, hssize_t count) {
   Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of labels");
   std::uint64_t const stored = H5Dget_storage_size(dataset);

@@ -3,20 +3,20 @@
 #include <cstdint>
 #include <limits>
 
-// What a file can hold. Calls refuse what is beyond with invalidArgument, and the reader of files goes by the
-// same numbers, so that what was committed can be opened.
+// Limits of a file. A call that would exceed a limit raises invalidArgument. The reader checks files against
+// the same limits: every committed file can be opened.
 
 namespace orx::sim {
 
-/// Of collections, member sets and distributions: a context counts them with 32-bit integers. Temporary ones
-/// are counted apart.
+/// Largest number of a collection, member set or distribution: a context counts each kind with a 32-bit
+/// integer, and temporary objects apart.
 constexpr int largestNumber = std::numeric_limits<int>::max() - 1;
-/// Of a collection, and labels of a member set.
+/// Most members of a collection, and most labels of a member set.
 constexpr int mostMembers = std::numeric_limits<int>::max();
-/// In all lists of labels that a context saves.
+/// Most labels in all lists that a context saves.
 constexpr std::int64_t mostSavedLabels = std::numeric_limits<int>::max();
 
-/// Raises invalidArgument: "text, expected at most LIMIT."
+/// Raises invalidArgument with the text "TEXT, expected at most LIMIT."
 [[noreturn]] void RefuseBeyond(std::int64_t limit, char const* text);
 
 } // namespace orx::sim

@@ -13,7 +13,8 @@ namespace {
       .Throw(__FILE__, __LINE__);
 }
 
-/// A temporary set may be made on a read-only file, as long as it names no new labels.
+/// Finds the context for a new set. Raises writeFailed on a read-only file, unless the set is temporary and
+/// the collection has all its labels.
 orx::sim::Context& ContextFor(ORXSimCollectionID const& id, ORXSimIndexSet const& members, bool isTemporary) {
   orx::sim::Context& context = orx::sim::FindContext(id.Context());
   if (!isTemporary) {
@@ -66,7 +67,7 @@ ORXSimCSetID ORXSimCollection::CreateCSetStrided(int start, int count, int strid
 
 ORXSimCSetID ORXSimCollection::BiggestCSetID() const {
   orx::sim::Context& context = orx::sim::FindContext(m_id.Context());
-  // On a read-only file the set is there already, or lives as long as the file is open.
+  // A read-only file has this set already, or gets a temporary set.
   bool const isTemporary = context.Database().File().IsReadOnly();
   return context.AddSet(m_id, context.Find(m_id).members.All(), isTemporary);
 }

@@ -49,7 +49,7 @@ void ORXSimDatabase::Close() {
 
 void ORXSimDatabase::Discard() noexcept {
   if (m_open == nullptr) return;
-  m_open->File().Unlink(); // before the lock ends: afterwards the name may be another process's
+  m_open->File().Unlink(); // under the lock: afterwards the name may be another process's
   m_open.reset();
 }
 

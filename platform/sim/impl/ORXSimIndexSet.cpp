@@ -9,13 +9,14 @@ namespace {
 
 constexpr std::uint64_t base = 0x9E3779B97F4A7C15ull; // odd
 
-/// For n labels: b^n, the sum of all b^(n-1-k), and the sum of all k * b^(n-1-k).
+/// For n labels, with k = 0 ... n-1: b^n, the sum of all b^(n-1-k), and the sum of all k * b^(n-1-k).
 struct PowerSums {
   std::uint64_t power = 1;
   std::uint64_t ones = 0;
   std::uint64_t positions = 0;
 };
 
+/// Reads the bits of `count` from the highest on: each doubles the number of labels, a 1 adds a label.
 PowerSums SumsFor(int count) noexcept {
   PowerSums sums;
   std::uint64_t done = 0;
@@ -62,7 +63,7 @@ bool IsProgression(std::span<int const> labels) {
   return true;
 }
 
-/// Whether a progression followed by another is one.
+/// True when the labels of `front` followed by those of `back` are an arithmetic progression.
 bool IsProgression(ORXSimIndexSet const& front, ORXSimIndexSet const& back) {
   if (!front.IsStrided() || !back.IsStrided()) return false;
   std::int64_t const step = std::int64_t{back[0]} - front[front.Size() - 1];

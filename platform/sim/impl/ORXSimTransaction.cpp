@@ -3,7 +3,7 @@
 #include "sim/ORXSimException.h"
 #include "sim/impl/OpenDatabase.h"
 
-/// What the copies of a transaction share.
+/// The state that copies of a transaction share; its destruction abandons an open transaction.
 class ORXSimTransactionRepr {
 public:
   explicit ORXSimTransactionRepr(orx::sim::Context& context) noexcept

@@ -18,7 +18,8 @@ namespace {
       .Throw(__FILE__, __LINE__);
 }
 
-/// Bytes of cells, count(dim) of them along each dimension. Sets that repeat members may select any number.
+/// Number of bytes of cells, count(dim) of them along each dimension. Raises viewDoesNotFit when it exceeds
+/// 64 bits: sets that repeat labels may select any number of cells.
 template<class Count>
 std::int64_t BytesOf(orx::sim::DistributionRecord const& record, Count count) {
   std::int64_t bytes = record.range.CellBytes();
@@ -123,9 +124,9 @@ ORXSimTransfer& ORXSimTransfer::SetBuffer(int index, void* data, std::int64_t by
         .Throw(__FILE__, __LINE__);
   }
   m_buffers[static_cast<std::size_t>(index)] = {.data = data, .bytes = bytes};
-  // Known this early, a buffer that is too small need not wait for the execution.
+  // After CheckView a buffer that is too small is refused here, and not only by the execution.
   if (m_isChecked && index == 0 && !m_serialization.IsSparse()) {
-    CheckSelections(); // the drawer may be another one by now
+    CheckSelections(); // the drawer may have been replaced since CheckView
     CheckBuffer(0, SelectedBytes());
   }
   return *this;
@@ -167,7 +168,8 @@ ORXSimTransfer& ORXSimTransfer::CheckView() {
   return *this;
 }
 
-/// All but whether the drawer has each of the selected members, which executions find out on the way.
+/// Checks everything but that the drawer has each selected member, which executions check when they look the
+/// members up.
 void ORXSimTransfer::CheckForm() {
   Record();
   if (m_newDrawer != NewDrawer::No) {
@@ -412,7 +414,7 @@ ORXSimTransfer& ORXSimTransfer::ExecWrite() {
     CheckBuffer(0, BytesOf(record, [&](int dim) { return planned->sizes[static_cast<std::size_t>(dim)]; }));
     CreateDenseDrawer();
   } else {
-    CheckSelections(); // also when an extension is configured
+    CheckSelections(); // CheckForm does not when an extension is configured
   }
   MoveDense(true);
   return *this;

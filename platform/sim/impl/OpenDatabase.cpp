@@ -10,8 +10,8 @@ namespace orx::sim {
 
 namespace {
 
-/// The open files by their numbers, which are not used again: an identifier of a closed file is known as
-/// such. The table is never destroyed, because static objects of the host may own databases.
+/// The open files by their numbers. Numbers are not used again: an identifier of a closed file never names
+/// another file. The table is never destroyed, because static objects of the host may own databases.
 std::unordered_map<std::uint32_t, OpenDatabase*>& OpenFiles() {
   static auto& files = *new std::unordered_map<std::uint32_t, OpenDatabase*>;
   return files;
@@ -31,7 +31,7 @@ OpenDatabase::~OpenDatabase() { OpenFiles().erase(m_number); }
 std::shared_ptr<OpenDatabase> OpenDatabase::Create(std::string const& name, ORXSimDurability durability,
                                                    bool replacesExisting) {
   bool const isScratch = durability == ORXSimDurability::Scratch;
-  auto database = std::make_shared<OpenDatabase>(); // before the file, which replaces one
+  auto database = std::make_shared<OpenDatabase>(); // if memory runs out here, no file is replaced
   database->m_file = store::DatabaseFile::Create(name, isScratch, replacesExisting);
   return database;
 }
@@ -65,7 +65,7 @@ void OpenDatabase::RequireWritable(char const* what) const {
 }
 
 void OpenDatabase::Commit(Context const& committing) {
-  if (m_file->IsScratch()) return; // its structure is written when it is closed
+  if (m_file->IsScratch()) return; // CommitForClose writes the structure
   std::vector<Context*> contexts;
   for (auto const& [number, context] : m_contexts)
     if (context.get() == &committing || !context->HasTransaction()) contexts.push_back(context.get());

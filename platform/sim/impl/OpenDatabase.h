@@ -11,7 +11,7 @@
 
 namespace orx::sim {
 
-/// An open file and its structure. The process-wide table knows it by its number while it lives.
+/// An open file and its contexts. FindContext finds it by its number as long as it exists.
 class OpenDatabase {
 public:
   static std::shared_ptr<OpenDatabase> Create(std::string const& name, ORXSimDurability durability,
@@ -21,7 +21,7 @@ public:
   OpenDatabase();
   OpenDatabase(OpenDatabase const&) = delete;
   OpenDatabase& operator=(OpenDatabase const&) = delete;
-  /// Drops what was not committed.
+  /// Closes the file; changes that were not committed are dropped.
   ~OpenDatabase();
 
   std::uint32_t Number() const noexcept { return m_number; }
@@ -31,15 +31,15 @@ public:
   using ContextsByNumber = std::map<int, std::unique_ptr<Context>>;
   ContextsByNumber const& Contexts() const noexcept { return m_contexts; }
 
-  /// Raises writeFailed when the file is read-only; `what` is what was to be done: "create a collection".
+  /// Raises writeFailed when the file is read-only; `what` names the refused work: "create a collection".
   void RequireWritable(char const* what) const;
-  /// Rewrites the catalogue of a file of a former format; to be called before the first change.
+  /// Rewrites the catalogue of a file of a former format, in a commit of its own. Called before a change.
   void BecomeCurrent();
-  /// Saves that context, and those without a transaction. On an error the file holds the former state and the
-  /// records are as before.
+  /// Saves `committing` and the contexts without an open transaction; writes nothing to a scratch file. On an
+  /// error the file holds the former state and the records are as before.
   void Commit(Context const& committing);
-  /// Abandons open transactions, drops temporary fields, saves everything else. On an error the file stays
-  /// open.
+  /// Abandons open transactions, drops the cells of temporary distributions and saves everything else. On an
+  /// error the file stays open.
   void CommitForClose();
 
 private:
@@ -50,11 +50,11 @@ private:
   ContextsByNumber m_contexts;
 };
 
-/// The context that an identifier names; raises staleIdentifier when its file is closed.
+/// The context that an identifier names; raises staleIdentifier when there is none or its file is closed.
 Context& FindContext(ORXSimContextID const& id);
-/// The same without an error: null.
+/// The context that an identifier names; null when there is none or its file is closed.
 Context* LookUpContext(ORXSimContextID const& id) noexcept;
-/// The record that an identifier names; raises staleIdentifier.
+/// The record that an identifier names; raises staleIdentifier when there is none.
 std::shared_ptr<DistributionRecord> const& FindDistribution(ORXSimDistributionID const& id);
 
 } // namespace orx::sim

@@ -12,8 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-// What the library knows of an open file's structure: plain records in memory, written to the file at a
-// commit.
+// The catalogue of an open file: plain records in memory. A commit writes them to the file.
 
 namespace orx::store {
 class DenseDrawer;
@@ -27,38 +26,37 @@ class Context;
 struct CollectionRecord {
   ORXSimTypeID type;
   CollectionMembers members;
-  std::vector<int> colors{};                          ///< of the variants that were created
-  std::unordered_multimap<std::uint64_t, int> sets{}; ///< its member sets by the digest of their labels
-  // What of it is in the file.
+  std::vector<int> colors{};                          ///< colours of its variants
+  std::unordered_multimap<std::uint64_t, int> sets{}; ///< numbers of its member sets by their digests
+  // The share of the record that the file has
   bool isSaved = false;
   int savedMembers = 0;
   std::size_t savedColors = 0;
 };
 
-/// Where a set that was read from the file has its labels there: those of another set, then a progression or
-/// a list.
+/// The labels that a set read from the file has beyond its head: a progression, or a list.
 struct SavedLabels {
   int count = 0;
   int start = 0;
   int stride = 1;
-  int list = -1; ///< where it begins in the context's saved numbers; -1: a progression
+  int list = -1; ///< index of its first label in the context's saved numbers; -1: a progression
 };
 
 struct SetRecord {
   int collection = -1;
-  ORXSimIndexSetPtr members; ///< null until they are first asked for, see Context::SetAt
+  ORXSimIndexSetPtr members; ///< null until Context::SetAt reads them
   int size = 0;
   std::uint64_t digest = 0; ///< of the labels
-  int head = -1;            ///< the set that it continues; -1: none
+  int head = -1;            ///< number of the set that this set continues; -1: none
   SavedLabels saved{};
-  bool isTemporary = false; ///< saved only when a saved drawer stands on it
-  int users = 0;            ///< of a temporary one: how often it was asked for and not dropped
+  bool isTemporary = false; ///< saved only when a saved drawer has it along a dimension
+  int users = 0;            ///< temporary set: number of requests that were not dropped yet
   bool isSaved = false;
-  int fileNumber = -1; ///< -1: not known yet
+  int fileNumber = -1; ///< number in the file; -1: none yet
 };
 
-/// The cells of a distribution. One of `dense` and `sparse` is set, none before a saved drawer is first used,
-/// see DistributionRecord::OpenDrawer.
+/// The cells of a distribution. Either `dense` or `sparse` is set; of a saved drawer, neither before
+/// DistributionRecord::OpenDrawer.
 struct Drawer {
   Drawer();
   Drawer(Drawer const&) = delete;
@@ -66,14 +64,14 @@ struct Drawer {
   ~Drawer();
 
   std::vector<int> sets;                              ///< number of the member set along each dimension
-  std::vector<std::shared_ptr<SetRecord>> heldSets{}; ///< these, and former ones: they are not dropped
-  std::vector<int> sizes;                             ///< theirs
-  std::vector<int> chunks;                            ///< as given; empty: stored whole
+  std::vector<std::shared_ptr<SetRecord>> heldSets{}; ///< these and former sets, kept from DropSet
+  std::vector<int> sizes;                             ///< number of cells along each dimension
+  std::vector<int> chunks;                            ///< lengths as given; empty: stored whole
   ORXSimSerializationType serialization;
   std::unique_ptr<store::DenseDrawer> dense;
   std::unique_ptr<store::SparseDrawer> sparse;
-  bool isSaved = false;     ///< linked where the file has its distribution's drawer
-  bool mayBeLonger = false; ///< in the file, after a transaction that was cut off
+  bool isSaved = false;     ///< true when it lies at its own path, and not a pending one
+  bool mayBeLonger = false; ///< true when a crash may have left the dataset longer than `sizes`
 };
 
 struct DistributionRecord {
@@ -84,22 +82,22 @@ struct DistributionRecord {
   ORXSimTypeID type;
   bool isTemporary = false;
   std::shared_ptr<Drawer> drawer; ///< null: none yet
-  bool hasSavedDrawer = false;    ///< `drawer` or one that it replaced is linked in the file
+  bool hasSavedDrawer = false;    ///< true when the file has `drawer`, or a drawer that it replaces
   int row = -1;                   ///< in the file's table of distributions; -1: not saved
-  int numbers = -1;               ///< where its grid, sets and chunk lengths are among the saved numbers
+  int numbers = -1;               ///< index of its list in the table `numbers`; -1: not saved
 
   int Rank() const noexcept { return static_cast<int>(grid.size()); }
-  /// A temporary one has no place in the file.
+  /// Path of its group in the file. REQUIRES: not temporary.
   std::string Path() const;
-  /// Finds the cells of a saved drawer; raises damaged when they are not as they should be.
+  /// Opens a saved drawer, unless it is open; raises damaged when the file's datasets do not fit the record.
   void OpenDrawer() const;
   /// Raises staleIdentifier when there is no context.
   Context& InContext() const;
   /// "distribution 3 of context 0 of FILE", for messages.
   std::string Name() const;
   ORXSimCollectionID Collection(int dim) const;
-  ORXSimCSetID DimensionSet(int dim) const; ///< needs a drawer
-  ORXSimDrawerDescription Describe() const; ///< needs a drawer
+  ORXSimCSetID DimensionSet(int dim) const; ///< REQUIRES: a drawer
+  ORXSimDrawerDescription Describe() const; ///< REQUIRES: a drawer
 };
 
 } // namespace orx::sim

@@ -10,29 +10,30 @@
 
 namespace orx::sim {
 
-/// Raises viewDoesNotFit unless `collection` is that of the dimension.
+/// Raises viewDoesNotFit unless `collection` is the collection of dimension `dim`.
 void CheckCollection(DistributionRecord const& record, int dim, ORXSimCollectionID const& collection);
-/// Raises viewDoesNotFit unless `set` is one of the dimension's collection.
+/// Raises viewDoesNotFit unless `set` exists and belongs to the collection of dimension `dim`.
 void CheckSet(DistributionRecord const& record, int dim, ORXSimCSetID const& set);
-/// Raises viewDoesNotFit when there is no such set.
+/// The labels of a set; raises viewDoesNotFit when there is no such set.
 ORXSimIndexSet const& MembersOf(DistributionRecord const& record, ORXSimCSetID const& set);
 /// Raises viewDoesNotFit when a selected set has a member that the drawer does not have.
 void CheckMembers(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections);
-/// The dimension of a collection; raises viewDoesNotFit when there is none.
+/// The dimension that has a collection; raises viewDoesNotFit when no dimension has it.
 int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection);
 /// Number of positions that a selection has along a dimension of the drawer.
 std::int64_t SelectedCount(DistributionRecord const& record, ORXSimDimSelection const& selection, int dim);
 
-/// The positions in a drawer that the selections of all dimensions name, as boxes of consecutive ones.
+/// The selected cells of a drawer, as boxes of consecutive positions.
 class Selection {
 public:
   /// Raises viewDoesNotFit when a set has a member that the drawer does not have.
   Selection(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections);
 
   std::int64_t Cells() const noexcept { return m_cells; }
-  /// The shape of the packed buffer.
+  /// The shape of the buffer: number of selected positions along each dimension.
   std::span<std::int64_t const> BufferCounts() const noexcept { return m_counts; }
 
+  /// Calls visit(box) for each box: where it lies in the drawer and in the buffer.
   template<class Visit>
   void ForEachBox(Visit&& visit) const {
     if (m_cells == 0) return;
@@ -42,9 +43,9 @@ public:
 
 private:
   struct Run {
-    std::int64_t first;  ///< position in the drawer
-    std::int64_t count;  ///< of consecutive positions
-    std::int64_t buffer; ///< position in the buffer
+    std::int64_t first;  ///< first position in the drawer
+    std::int64_t count;  ///< number of consecutive positions
+    std::int64_t buffer; ///< first position in the buffer
   };
 
   void AddMembers(DistributionRecord const& record, int dim, ORXSimCSetID const& id, std::vector<Run>& runs);
@@ -63,8 +64,8 @@ private:
     }
   }
 
-  std::vector<std::vector<Run>> m_runs; ///< per dimension
-  std::vector<std::int64_t> m_counts;   ///< selected along each dimension
+  std::vector<std::vector<Run>> m_runs; ///< of each dimension
+  std::vector<std::int64_t> m_counts;   ///< number of selected positions along each dimension
   std::int64_t m_cells = 1;
 };
 
