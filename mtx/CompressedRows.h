@@ -6,7 +6,7 @@
 
 namespace orx {
 
-/// The arrays of a sparse matrix, which lie elsewhere. Indices are zero-based. Row i has the entries
+/// A view of the arrays of a sparse matrix, which others own. Indices are zero-based. Row i has the entries
 /// rowPointers[i] to rowPointers[i + 1] - 1. In general form columns ascend within a row, each once. In
 /// symmetric form the diagonal has an array of its own, and each pair of mirrored entries is stored once.
 struct CompressedRowsView {
@@ -22,8 +22,8 @@ struct CompressedRowsView {
   std::uint32_t const* ColumnsOf(std::int32_t row) const noexcept { return columnIndices + rowPointers[row]; }
 };
 
-/// The arrays of a sparse matrix, and their owner. Builders append entries row by row (see
-/// impl/exchange/RowAppender.h); `entries` is then the number of those that are there already.
+/// The owner of the arrays of a sparse matrix. Builders append entries row by row (see
+/// impl/exchange/RowAppender.h); `entries` is then the number of entries appended so far.
 struct CompressedRows {
   std::int32_t rows = 0;
   std::int32_t columns = 0;

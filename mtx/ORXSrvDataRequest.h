@@ -2,9 +2,8 @@
 
 #include "core/orx_export.h"
 
-/// A request for data that the library's user implements: what is fetched, and from where, is its own. It is
-/// made by the user, belongs to the user, and is deleted through this class. Nothing in the library makes
-/// requests of its own.
+/// A request for data. The library's user implements it and decides which data are fetched, and from where.
+/// The user makes it, owns it and deletes it through this class; the library makes no requests of its own.
 ///
 ///     constructed --Start--> started --(IsComplete returns true)--> complete
 ///                               \--Cancel--> as constructed
@@ -19,7 +18,7 @@ public:
 
   /// Begins to fetch the data; a request that has been started goes on.
   virtual void Start() = 0;
-  /// Whether all data are there.
+  /// True when all data are there.
   virtual bool IsComplete() const = 0;
   /// Gives up: data that are not there by now will not come.
   virtual void Cancel() = 0;

@@ -21,8 +21,8 @@ class ORXSrvMatrix;
 /// a 10 x 7 matrix with chunks of 4 rows and 3 columns, and the view of its rows 3 to 9:
 ///
 ///          3   3   1                         3   3   1
-///        +---+---+---+                     +---+---+---+ 1   the first block is what
-///      4 |   |   |   |                     +---+---+---+     is left of the parent's
+///        +---+---+---+                     +---+---+---+ 1   the first block is the
+///      4 |   |   |   |                     +---+---+---+     rest of the parent's
 ///        +---+---+---+                   4 |   |   |   |
 ///      4 |   |   |   |                     +---+---+---+
 ///        +---+---+---+                   2 |   |   |   |
@@ -37,13 +37,13 @@ class ORXSrvMatrix;
 /// copied: Submatrix over everything gives a second handle.
 ///
 /// Row, column and block indices are zero-based and count from this matrix's own first row, column and block;
-/// ranges (first, last) include both ends. In memory, rectangles of values are packed column-major from the
-/// start of a buffer, with leading dimension lastRow - firstRow + 1, whatever the shape of the ORXSrvMatrix
-/// that has the buffer.
+/// ranges (first, last) include both ends. In memory, rectangles of values are stored column-major without
+/// gaps from the start of a buffer, with leading dimension lastRow - firstRow + 1, whatever the shape of the
+/// ORXSrvMatrix that has the buffer.
 ///
-/// Operands may be views of one distribution, or one and the same matrix. Where a result and an operand
-/// share cells, each of them must be at the same place of both; else error 206, before anything is changed.
-/// The same for arrays in memory that overlap.
+/// Operands may be views of one distribution, or one and the same matrix. Where a result and an operand share
+/// cells, each shared cell must be at the same position of both; else error 206, before anything is changed.
+/// The same holds for arrays in memory that overlap.
 ///
 /// Errors of the database (ORXSimException) pass through unless stated otherwise.
 class ORX_EXPORT ORXSrvDenseMatrix {
@@ -74,11 +74,13 @@ public:
   /// caller's. Error 203 for a rectangle that is empty or leaves the matrix.
   virtual ORXSrvDenseMatrix* Submatrix(int firstRow, int lastRow, int firstColumn, int lastColumn) const;
 
-  // Products; A is this matrix. Raw arrays are column-major and trusted to be large enough. Every product
-  // reads A block by block; results in block matrices are written block by block, so that an error leaves
-  // the blocks that were finished. What shapes and places tell is refused before anything is changed: 203
-  // for a block matrix that is too small to be read, 204 for one that the result does not fit into, 206 for
-  // matrices in memory. A product over no columns or rows is zero.
+  // Products
+
+  // A is this matrix. Raw arrays are column-major and trusted to be large enough. Every product reads A block
+  // by block; results in block matrices are written block by block, so that an error leaves the blocks that
+  // were finished. Unsuitable shapes and positions are refused before anything is changed: 203 for a block
+  // matrix that is too small to be read, 204 for one that the result does not fit into, 206 for matrices in
+  // memory. A product over no columns or rows is zero.
 
   /// y += A * x; x is columns x n, y rows x n.
   virtual void Multiply(double const* x, int n, double* y) const;
@@ -102,8 +104,8 @@ public:
                                  double beta);
 
   // With `symmetric` not zero the caller knows that the result is symmetric, and only a part of it is
-  // computed and then mirrored. Those that take an array or a block matrix for the result call the one that
-  // takes an ORXSrvMatrix.
+  // computed and then mirrored. Functions that take an array or a block matrix for the result call the
+  // function that takes an ORXSrvMatrix.
 
   /// y = A^T * B; y is columns x B.columns.
   virtual void TransposeMultiply(ORXSrvMatrix const& b, double* y, int symmetric) const;
@@ -113,8 +115,8 @@ public:
   virtual void TransposeMultiply(ORXSrvDenseMatrix const* b, double* y, int symmetric) const;
   virtual void TransposeMultiply(ORXSrvDenseMatrix const* b, ORXSrvMatrix& c, int symmetric) const;
   /// For each group g: the rows rowIndex[groupStart[g]] ... of A, times B, become the rows groupStart[g] ...
-  /// groupStart[g+1]-1 of C. The rows of a group are consecutive; groupStart has groups + 1 entries. Error
-  /// 206 when C shares cells with A and a row goes to another place than its own.
+  /// groupStart[g+1]-1 of C. The rows of a group are consecutive; groupStart has groups + 1 elements. Error
+  /// 206 when C shares cells with A and a row goes to another position than its own.
   virtual void IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix& c, int const* rowIndex,
                                int const* groupStart, int groups) const;
 
@@ -124,12 +126,14 @@ public:
   void AddAssign(ORXSrvDenseMatrix const& b);
   /// A *= factor.
   void Scale(double factor);
-  /// Whether A is square and every (i, j) equals (j, i) exactly. REQUIRES: equal row and column blocks.
+  /// True when A is square and every (i, j) equals (j, i) exactly. REQUIRES: equal row and column blocks.
   bool IsSymmetric() const;
 
-  // Queries; their arguments are not checked
+  // Queries
 
-  /// Whether there is no distribution, or its file was closed.
+  // Arguments are not checked.
+
+  /// True when there is no distribution, or its file was closed.
   bool IsNull() const noexcept;
   ORXSimDistributionID DistributionID() const noexcept { return m_distribution.ID(); }
   int NumberOfRows() const noexcept { return m_extent[rowDirection]; }
@@ -157,15 +161,15 @@ public:
   // Growth
 
   /// The dimension (0: columns, 1: rows) along which growth costs the new values only, as the database
-  /// reports it; of a distribution of one dimension 0, which is its rows here.
+  /// reports it; for a distribution of one dimension 0, which is its rows here.
   int ExtendableDim() const;
   /// Appends `count` rows (dim 1) or columns (dim 0) of the distribution's initial value, with `labels`, or
   /// without them with the labels extent, extent + 1, ... (code 4 when there is one of these already, as in a
   /// matrix with the labels 1, 2, ..., extent: pass labels then). The rows of a single column are dim 1.
   ///
   /// The size that the first block reports stays, except that the first column block of a matrix that has
-  /// several becomes a whole chunk; so it may report less than it holds, and the last one too. All operations
-  /// work on all values nevertheless.
+  /// several becomes a whole chunk. The first and the last block may therefore report less than they hold;
+  /// all operations work on all values nevertheless.
   ///
   /// When the transaction in which it grew is abandoned, the new values and labels are gone, but this object
   /// still counts them (viewDoesNotFit where they are read, staleIdentifier for its set of labels): make it
@@ -195,7 +199,9 @@ public:
   void SetRows(int firstRow, int lastRow, ORXSrvMatrix const& source);
   void SetColumns(int firstColumn, int lastColumn, ORXSrvMatrix const& source);
 
-  // Whole matrix into memory; arrays are trusted to be large enough
+  // Whole matrix into memory
+
+  // Arrays are trusted to be large enough.
 
   /// Row i of this matrix becomes row rowMap[i] of a targetRows x columns array at the start of the target's
   /// buffer; rows that nothing maps to are zero.
@@ -203,7 +209,9 @@ public:
   /// All values, column-major.
   void GetAllValues(double* out) const;
 
-  // Triangles of a square n x n matrix, n * (n + 1) / 2 values
+  // Triangles
+
+  // The matrix is square, n x n; `out` gets n * (n + 1) / 2 values.
 
   /// The upper triangle by columns: (0,0), (0,1), (1,1), (0,2) ...
   void GetUpperValues(double* out) const;
@@ -212,7 +220,9 @@ public:
   /// The upper triangle of (A + A^T) / 2 by columns.
   void GetSymmetricValues(double* out) const;
 
-  // Copies between block matrices, block by block. Shapes are checked before anything is written.
+  // Copies between block matrices
+
+  // Values are copied block by block. Shapes are checked before anything is written.
 
   /// Copies a rectangle into the whole of the target, which has its shape. Error 203 for a rectangle that is
   /// empty, leaves this matrix, or has fewer rows than the target; 204 for one with more columns.
@@ -220,18 +230,18 @@ public:
                     int lastColumn) const;
   /// Copies all values of a matrix of the same shape, else error 204.
   void CopyValues(ORXSrvDenseMatrix const* source);
-  /// Copies the rows of the source into the rows that have the same labels (of repeated labels, the last
-  /// one). With `clearUnmatched` the other rows become zero; without it their values are undefined
+  /// Copies the rows of the source into the rows that have the same labels (of repeated labels, into the last
+  /// row). With `clearUnmatched` the other rows become zero; without it their values are undefined
   /// afterwards. Error 204 when the source has more columns. Both matrices have as many row labels as rows,
   /// else ORXSimException (viewDoesNotFit).
   void CopyMappedRows(ORXSrvDenseMatrix const* source, bool clearUnmatched);
 
   // Memory
 
-  /// The bytes that a product of block matrices may work with. What needs more is cut into smaller pieces,
-  /// which changes rounding only; below 100 kB it is not cut further. At first half of the memory that the
-  /// process may have: the machine's, or that of its control group or resource limit. What is not positive
-  /// sets that again.
+  /// Sets the number of bytes that a product of block matrices may work with. A product that needs more is
+  /// cut into smaller parts, which changes rounding only; below 100 kB it is not cut further. The default is
+  /// half of the memory that the process may have: the machine's, or the limit of its control group, or its
+  /// resource limit. A number that is not positive restores the default.
   static void SetWorkMemory(std::int64_t bytes) noexcept;
   static std::int64_t WorkMemory() noexcept;
 
@@ -281,6 +291,6 @@ private:
   std::int32_t m_lastBlockSize[2] = {};       ///< of the last block
   std::int32_t m_first[2] = {};               ///< position of row 0, column 0 in the distribution
   std::unique_ptr<ORXSimTransfer> m_transfer; ///< for reads and writes, without selection; null: null matrix
-  ORXSimCSetID m_rowCSetID;                   ///< of a view: those of the whole matrix; null: no labels
-  ORXSimCSetID m_columnCSetID;                ///< the same
+  ORXSimCSetID m_rowCSetID;                   ///< row labels, of a view those of the whole matrix; null: none
+  ORXSimCSetID m_columnCSetID;                ///< column labels, likewise
 };

@@ -25,8 +25,8 @@ class ORX_EXPORT ORXSrvMatrix {
 public:
   // Creation and destruction
 
-  /// A rows x columns matrix over `values` (lent, never freed), or with an uncleared buffer of its own when
-  /// `values` is null. Nothing else is checked; what cannot be allocated is a mem_OutOfMemory.
+  /// Makes a rows x columns matrix over `values` (lent, never freed), or with an uncleared buffer of its own
+  /// when `values` is null. Nothing else is checked; a failed allocation raises mem_OutOfMemory.
   ORXSrvMatrix(int rows, int columns, double* values = nullptr, bool symmetric = false,
                bool diagonal = false);
   ORXSrvMatrix(ORXSrvMatrix const& source);
@@ -62,15 +62,17 @@ public:
   /// Exact comparison of shapes, storage and values (not of the symmetric flag); NaN differs from everything.
   /// The first different value is reported on standard output, unless both are the same object.
   bool operator==(ORXSrvMatrix const& other) const;
-  /// Whether every (i, j) equals (j, i) exactly. Diagonal: true; not square, or a NaN beside the diagonal:
-  /// false.
+  /// True when every (i, j) equals (j, i) exactly, or the matrix is diagonal; false when it is not square, or
+  /// has a NaN off the diagonal.
   bool IsSymmetricNumerically() const;
 
-  // Element access. Blocks are packed column-major: (lastRow - firstRow + 1) values per column, no gaps.
+  // Element access
 
-  /// Element (row, column) of either storage; one outside the matrix: "operator()". Off the diagonal of a
-  /// diagonal matrix it is 0.0, which only a const matrix gives out: there is nothing to refer to
-  /// ("operator()").
+  // Blocks are column-major without gaps: (lastRow - firstRow + 1) values for each column.
+
+  /// Element (row, column) of either storage; outside of the matrix: "operator()". Off the diagonal of a
+  /// diagonal matrix it is 0.0, which only a const matrix returns: a reference would have no value to refer
+  /// to ("operator()").
   double operator()(int row, int column) const {
     if (!HasElement(row, column)) RefuseElement();
     if (!m_diagonal) return m_values[std::int64_t{column} * m_dim1 + row];
@@ -80,13 +82,13 @@ public:
     if (!HasElement(row, column) || (m_diagonal && row != column)) RefuseElement();
     return m_values[m_diagonal ? row : std::int64_t{column} * m_dim1 + row];
   }
-  /// Writes a packed block ("SetValues").
+  /// Writes a block ("SetValues").
   void SetValues(int firstRow, int lastRow, int firstColumn, int lastColumn, double const* values);
-  /// Writes a block read packed from the start of the source's buffer, whatever the source's own shape is
+  /// Writes a block that lies at the start of the source's buffer, whatever the source's own shape is
   /// ("SetValues" also when the source holds fewer values than the block).
   void SetValues(int firstRow, int lastRow, int firstColumn, int lastColumn, ORXSrvMatrix const& source);
-  /// Reads a block, packed, into the start of the target's buffer; the target's shape stays ("GetValues" also
-  /// when the target holds fewer values than the block).
+  /// Reads a block into the start of the target's buffer; the target's shape stays ("GetValues" also when the
+  /// target holds fewer values than the block).
   void GetValues(int firstRow, int lastRow, int firstColumn, int lastColumn, ORXSrvMatrix& target) const;
   /// SetValues over all columns.
   void SetRows(int firstRow, int lastRow, ORXSrvMatrix& source);
@@ -107,10 +109,10 @@ public:
 
   /// Transposes in place; a lent buffer holds the transpose afterwards. Diagonal and symmetric: no effect.
   void Transpose();
-  /// Old row i becomes row permutation[i]. `length` must be the row count ("PermuteRowsInPlace"). An entry
-  /// greater than the row count raises error 212 during the permutation: columns before it are then permuted.
-  /// Other bad entries are not detected: an entry equal to the row count, negative or repeated writes where
-  /// it points in the buffer, and nowhere when that is outside.
+  /// Old row i becomes row permutation[i]. `length` must be the row count ("PermuteRowsInPlace"). A value in
+  /// `permutation` greater than the row count raises error 212 during the permutation: columns before it are
+  /// then permuted. Other bad values are not detected: a value equal to the row count, negative or repeated
+  /// writes to the position in the buffer that it points to, and nowhere when that is outside.
   void PermuteRowsInPlace(int const* permutation, int length);
   /// Element-wise sum of equal shapes; full += diagonal is allowed, adding a matrix to itself is not ("*=").
   ORXSrvMatrix& operator+=(ORXSrvMatrix const& source);
@@ -122,7 +124,7 @@ public:
   void Add(double factor, ORXSrvDenseMatrix const& source);
   /// Scales all rows * columns values; for full storage.
   void Multiply(double factor);
-  /// Of the leading square: copies the upper triangle onto the lower one when there are fewer rows than
+  /// In the leading square, copies the upper triangle onto the lower one when there are fewer rows than
   /// columns, else the lower onto the upper.
   void SetSymmetricResults();
   /// The same with the copied values negated; the diagonal stays.
@@ -132,13 +134,15 @@ public:
   /// columns: the rule would leave the buffer ("Interpolate").
   void Interpolate(double t, ORXSrvMatrix const& a, ORXSrvMatrix const& b);
 
-  // Products. Full operands go through DGEMM and DGEMV, a diagonal one scales. REQUIRES: a result does not
-  // overlap its operands in memory. Scaling may work in place all the same (a.Multiply(a, diagonal)); where
-  // operands are checked, a product of full matrices that overlaps one of them is refused.
+  // Products
+
+  // Full operands go through DGEMM and DGEMV, a diagonal one scales. REQUIRES: a result does not overlap its
+  // operands in memory. Scaling may work in place all the same (a.Multiply(a, diagonal)); where operands are
+  // checked, a product of full matrices that overlaps one of them is refused.
 
   /// this = a * b. Two diagonal operands write the diagonal of this matrix: into full storage after clearing
-  /// the first `rows` stored values only, so that what else it held off the diagonal stays. Shapes that do
-  /// not fit, and a diagonal result of a full operand: "Multiply".
+  /// the first `rows` stored values only, so that its other values off the diagonal stay. Shapes that do not
+  /// fit, and a diagonal result of a full operand: "Multiply".
   void Multiply(ORXSrvMatrix const& a, ORXSrvMatrix const& b);
   /// A square matrix: this = this * b. A column vector: this = b * this. This row count other than b's column
   /// count, or b being this matrix: "*="; neither square nor a vector: "Multiply". Diagonal with diagonal
@@ -170,26 +174,26 @@ public:
   /// Overwrites the columns of `rhs` (leading dimension: this matrix's rows) with the solutions of A*X = B
   /// or, with `transpose`, of A^T*X = B; this matrix holds the factors. For full storage.
   void ForwardBackwardPass(int const* pivots, ORXSrvMatrix& rhs, bool transpose) const;
-  /// What FactorizeReporting found.
+  /// The result of FactorizeReporting.
   struct PivotReport {
     int firstZero =
         0; ///< one-based row of the first pivot that is exactly zero, LAPACK's INFO; 0: there is none
-    /// The inertia, for symmetric and diagonal matrices: how many eigenvalues are greater than, less than and
-    /// equal to zero, by the signs of D. Their sum is the order, or less where a pivot is no number. 0 after
-    /// P*L*U.
+    /// The inertia, for symmetric and diagonal matrices: numbers of eigenvalues greater than, less than and
+    /// equal to zero, by the signs of D. Their sum is the order, or less where a pivot is not a number. 0
+    /// after P*L*U.
     int positive = 0;
     int negative = 0;
     int zero = 0;
   };
-  /// Factorize that tells what it found. Sturm's count: the negatives of K - sigma*M are the eigenvalues
-  /// below sigma.
+  /// Does the same as Factorize, and returns a report. Sturm's count: `negative` of K - sigma*M is the number
+  /// of eigenvalues below sigma.
   PivotReport FactorizeReporting(int* pivots);
   /// A*x = lambda*b*x with A this matrix and b, both symmetric to the last bit, b positive definite.
-  /// `eigenvalues`: at least n values, ascending. `eigenvectors` n x n: column k belongs to value k,
+  /// `eigenvalues`: at least n values, ascending. `eigenvectors` n x n: column k belongs to value k, and
   /// Z^T*b*Z = I. A and b stay as they are.
   /// Shapes, symmetry, an inf or NaN in A or b, results that overlap A, b or each other in memory: 206. b not
-  /// positive definite: 215. No convergence, or results beyond the largest double: 214. LAPACK's complaint:
-  /// 213.
+  /// positive definite: 215. No convergence, or results beyond the largest double: 214. An argument that
+  /// LAPACK refuses: 213.
   void SolveEigenproblemSymmetric(ORXSrvMatrix const& b, ORXSrvMatrix& eigenvalues,
                                   ORXSrvMatrix& eigenvectors);
 
@@ -201,7 +205,7 @@ private:
   ORX_LOCAL bool IsBlock(int firstRow, int lastRow, int firstColumn, int lastColumn) const noexcept;
   ORX_LOCAL bool HoldsSlice(ORXSrvMatrix const& source, int rowOffset, int columnOffset) const noexcept;
   ORX_LOCAL bool HoldsDiagonalOf(int rows, std::int64_t step) const noexcept;
-  /// Whether a diagonal matrix, which holds a value for each row, has one for each column.
+  /// True when a diagonal matrix, which holds a value for each row, has a value for each column.
   bool CoversColumns() const noexcept { return m_dim1 >= m_dim2; }
   bool HasElement(int row, int column) const noexcept {
     return row >= 0 && row < m_dim1 && column >= 0 && column < m_dim2;

@@ -17,20 +17,20 @@
 ///     ORXSrvDenseMatrix& phi = matrices.Create(7, unknowns, modes, 4096, modes);
 ///     ... matrices.Get(7) ...
 ///
-/// Used from one thread. What the database raises passes through; a matrix that was not registered is then
-/// gone, and the registry as it was.
+/// Used from one thread. Errors of the database pass through; the registry is then as before, and a matrix
+/// that was to be created does not exist.
 class ORX_EXPORT ORXSrvMatrixContainer : public mem_AllocationOperators {
 public:
-  /// Creates the file; one of the same name that a dead process left is removed before. A database that is
-  /// not scratch stays, and the file gets another name.
+  /// Creates the file. A scratch file of the same name that a dead process left is removed before. A database
+  /// that is not scratch stays, and the file gets another name.
   ORXSrvMatrixContainer();
   ORXSrvMatrixContainer(ORXSrvMatrixContainer const&) = delete;
   ORXSrvMatrixContainer& operator=(ORXSrvMatrixContainer const&) = delete;
   ~ORXSrvMatrixContainer();
 
-  /// A matrix of zeros with the labels 0, 1, 2, ... in both directions, cut into blocks of rowChunk rows and
-  /// columnChunk columns (lowered to the matrix's size). An identifier that is taken keeps its matrix: the
-  /// new one is returned all the same, but is not registered, and is the caller's to delete.
+  /// Creates a matrix of zeros with the labels 0, 1, 2, ... in both directions, cut into blocks of rowChunk
+  /// rows and columnChunk columns (lowered to the matrix's size). An identifier that is taken keeps its
+  /// matrix: the new matrix is returned all the same, but is not registered, and the caller deletes it.
   ORXSrvDenseMatrix& Create(int id, int rows, int columns, int rowChunk, int columnChunk);
   /// With these labels, as many as rows and columns; null: 0, 1, 2, ...
   ORXSrvDenseMatrix& Create(int id, int rows, int columns, int const* rowLabels, int const* columnLabels,

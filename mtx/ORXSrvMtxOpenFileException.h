@@ -4,12 +4,12 @@
 #include "core/atr_String.h"
 #include "core/orx_export.h"
 
-/// A matrix file could not be opened, or what it holds is not a matrix of its format.
-/// Error code 202, "ORXSrvSparseImExPorter: Failed to open file %s."
+/// A matrix file could not be opened, or its content is not a matrix of its format. Error code 202,
+/// "ORXSrvSparseImExPorter: Failed to open file %s."
 class ORX_EXPORT ORXSrvMtxOpenFileException : public ORXBasException {
 public:
-  /// `path` is copied. For a file that was opened but could not be read as its format, the text goes on
-  /// behind the path: the line, what was expected and what was found.
+  /// `path` is copied. For a file that was opened but could not be read as its format, the text continues
+  /// after the path with the line, what was expected and what was found.
   explicit ORXSrvMtxOpenFileException(char const* path);
   ORXSrvMtxOpenFileException(ORXSrvMtxOpenFileException const&) noexcept = default;
   ~ORXSrvMtxOpenFileException() override;

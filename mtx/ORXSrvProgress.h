@@ -15,17 +15,17 @@
 ///     try { a.Multiply(b, c); }
 ///     catch (ORXSrvMtxStopped const& e) { ... }
 ///
-/// One function for the whole library; null, the state at the start, costs nothing. It is called on the
-/// caller's thread after each block of an operation, with 1 <= done <= total; what it throws passes through
-/// the operation. When it returns false and blocks are left, the operation ends with ORXSrvMtxStopped; its
-/// result then holds the blocks that were finished, and everything else is as it was or, for results in
-/// memory, partly summed.
+/// There is one function for the whole library; null, the initial state, costs nothing. The function is
+/// called on the caller's thread after each block of an operation, with 1 <= done <= total; its exceptions
+/// pass through the operation. When it returns false and blocks are left, the operation ends with
+/// ORXSrvMtxStopped; its result then holds the blocks that were finished, and everything else is as it was
+/// or, for results in memory, partly summed.
 class ORX_EXPORT ORXSrvProgress {
 public:
-  /// Returns whether to go on. `operation` is a name such as "ORXSrvDenseMatrix::Multiply".
+  /// Returns true to go on, false to stop. `operation` is a name such as "ORXSrvDenseMatrix::Multiply".
   using Function = bool (*)(void* context, char const* operation, std::int64_t done, std::int64_t total);
 
-  /// `context` is handed back to each call. Null ends the calls.
+  /// `context` is passed to each call. A null function ends the calls.
   static void Set(Function function, void* context) noexcept;
 };
 

@@ -12,11 +12,11 @@
 ///
 /// Values are zero at first. A view shares the file with its parent and outlives it.
 ///
-/// Chunks are numbers of rows and of columns; what is larger than the matrix is lowered to it, and 2 GB of
-/// values in a row of chunks or a column of chunks are not exceeded. A chunk of -1 does not cut.
+/// Chunk lengths are numbers of rows and of columns. They are lowered to the size of the matrix, and further
+/// where a row or a column of chunks would exceed 2 GB of values. A chunk length of -1 does not cut.
 ///
-/// The constructors that make a file raise what the database raises: notOpened for a directory that cannot be
-/// written, writeFailed for a full disk, viewDoesNotFit for a matrix without rows or columns. The file is
+/// The constructors that make a file raise the errors of the database: notOpened for a directory that cannot
+/// be written, writeFailed for a full disk, viewDoesNotFit for a matrix without rows or columns. The file is
 /// then gone.
 class ORX_EXPORT ORXSrvScratchDenseMatrix : public ORXSrvDenseMatrix {
 public:
@@ -46,7 +46,7 @@ private:
   ORX_LOCAL void Build(int rows, int columns, int const* rowLabels, int const* columnLabels, int rowChunk,
                        int columnChunk);
 
-  // The file goes before the base class does: its members cope with a file that is closed.
+  // The file is closed before the base class is destroyed: its members can handle a closed file.
   ORXSrvSimFileHandle m_fileHandle;
   ORXSimCSetID m_externalRowCSetID;    ///< the caller's; null: none
   ORXSimCSetID m_externalColumnCSetID; ///< the caller's; null: none

@@ -10,19 +10,19 @@
 
 class ORXSimDatabase;
 
-/// A scratch database file with one context, as long as the object lives. Made and shared by
+/// A scratch database file with one context, which exists as long as the object. Made and shared by
 /// ORXSrvSimFileHandle.
 class ORX_EXPORT ORXSrvSimFileHandleRepr : public mem_AllocationOperators {
 public:
-  /// Creates the file under that name; a relative name counts from the current directory. What a process that
-  /// died has left under that name is removed, a symbolic link too, but not what it points to. Errors are
+  /// Creates the file `fileName`; a relative name counts from the current directory. A scratch file that a
+  /// dead process has left under the name is removed, and a symbolic link too, but not its target. Errors are
   /// ORXSimException: fileInUse for a file that somebody has open; notOpened, also for a database that is not
   /// scratch; writeFailed.
   explicit ORXSrvSimFileHandleRepr(atr_String const& fileName);
   ORXSrvSimFileHandleRepr(ORXSrvSimFileHandleRepr const&) = delete;
   ORXSrvSimFileHandleRepr& operator=(ORXSrvSimFileHandleRepr const&) = delete;
   /// Closes and deletes the file, whatever the current directory is now. Never fails: a file that is gone,
-  /// was replaced by another one, or cannot be deleted is let be.
+  /// was replaced by another one, or cannot be deleted is left alone.
   ~ORXSrvSimFileHandleRepr();
 
   ORXSimContextID ContextID() const noexcept { return m_context; }
@@ -40,8 +40,8 @@ private:
 ///     file.Associate(name);                       // creates the file
 ///     ORXSimContext context(file.ContextID());    // ... collections, distributions
 ///
-/// States: not associated -> Associate -> associated. Copies share the state they were copied from and the
-/// file; the last one to go deletes it. A copy that was taken before Associate stays not associated.
+/// States: not associated -> Associate -> associated. Copies share the state of their original and the file;
+/// the last copy deletes the file. A copy that was taken before Associate stays not associated.
 ///
 /// Calls that do not suit the state are faults of the caller: they are reported on standard error and end the
 /// process.

@@ -30,8 +30,8 @@ enum class RowPattern : std::uint8_t;
 /// stored off-diagonal entry (i, j) stands for (j, i) too. Operations take both forms unless stated
 /// otherwise; the others raise error 201 with their name on a matrix in symmetric form. The matrix owns its
 /// arrays. Objects are not copied. Operations from Multiply on need a matrix that is assembled with all its
-/// rows: AddData may have added some since. Otherwise they raise error 206 with their name. An operation that
-/// raises an error, mem_OutOfMemory included, leaves the matrix as it was.
+/// rows; otherwise, also when AddData has added rows since, they raise error 206 with their name. An
+/// operation that raises an error, mem_OutOfMemory included, leaves the matrix as it was.
 class ORX_EXPORT ORXSrvSparseMatrix {
 public:
   // Creation and destruction
@@ -50,12 +50,12 @@ public:
   /// matrix comes from block or chunked binary, and does not where it comes from Fortran records or a
   /// database.
   int NumberOfNonzeros() const noexcept { return m_stored.numberOfNonzeros; }
-  /// Whether there is nothing stored (general form; a stored zero counts as an entry), or no off-diagonal
-  /// entry and a zero diagonal (symmetric form).
+  /// True when nothing is stored (general form; a stored zero counts as an entry), or when there is no
+  /// off-diagonal entry and the diagonal is zero (symmetric form).
   bool IsNull() const noexcept;
   /// All entries in row order, both triangles of the symmetric form. Its diagonal comes first, then each
   /// stored entry followed by its mirror image. The array is the caller's, freed with mem_Free, never null.
-  /// More entries than an int counts are a mem_OutOfMemory.
+  /// More entries than an int counts raise mem_OutOfMemory.
   ORXSrvSparseMatrixEntry* GetEntries(int& count) const;
   /// The database sets of rows and columns; undefined unless imported from a database.
   ORXSimCSetID RowCSetID() const noexcept { return m_rowCSetID; }
@@ -65,8 +65,8 @@ public:
 
   /// Discards the compressed arrays; entries added since the last EndAssembly stay.
   void BeginAssembly() noexcept;
-  /// Adds an entry; zero values are kept. The dimensions grow to hold the indices and never shrink.
-  /// An index of 2147483647 or more has no place in 32-bit dimensions: error 206 ("AddData"), nothing added.
+  /// Adds an entry; zero values are kept. The dimensions grow to hold the indices and never shrink. An index
+  /// of 2147483647 or more does not fit into 32-bit dimensions: error 206 ("AddData"), nothing added.
   void AddData(std::uint32_t row, std::uint32_t column, double value) {
     if (row >= static_cast<std::uint32_t>(m_rows) || column >= static_cast<std::uint32_t>(m_columns))
       return AddBeyondDimensions(row, column, value);
@@ -79,14 +79,16 @@ public:
   /// entries, and EndAssembly can be called again.
   void EndAssembly();
 
-  // Products. Vectors are stored one after the other without gaps: with a leading dimension that is their
-  // length. Each vector's sums are made one product at a time, rows ascending, entries as they are stored.
+  // Products
+
+  // Vectors are stored one after the other without gaps: with a leading dimension that is their length. Each
+  // vector's sums are made one product at a time, rows ascending, entries as they are stored.
 
   /// y = A * x, or A^T * x with `transpose`, for `nvec` vectors; y is overwritten and does not overlap x. In
-  /// symmetric form, which has no more columns than rows (206), vectors are as long as there are rows.
-  /// A matrix with NumberOfNonzeros() 0 leaves y as it is, a diagonal notwithstanding: a symmetric matrix
-  /// with a diagonal only multiplies after an import of format 1 or 6, and does nothing after one of format 0
-  /// or from a database.
+  /// symmetric form, which has no more columns than rows (else 206), vectors are as long as there are rows. A
+  /// matrix with NumberOfNonzeros() 0 leaves y as it is, even with a diagonal: a symmetric matrix that has
+  /// only a diagonal multiplies after an import of format 1 or 6, and does nothing after an import of format
+  /// 0 or from a database.
   void Multiply(double const* x, int nvec, double* y, bool transpose) const;
   /// out = A^T * D, column-major with leading dimension NumberOfColumns(); D is read one column block at a
   /// time, its rows as far as A has entries in them. General form only. Without `transpose` error 211, but
@@ -101,9 +103,9 @@ public:
 
   /// A = s * A, the stored values one by one.
   void Scale(double s);
-  /// A = a - b, in general form. Entries in the same place are summed, as those added since the last
-  /// EndAssembly are; zeros are kept. The dimensions grow to hold the entries and never shrink. Either
-  /// operand may be this matrix.
+  /// A = a - b, in general form. Entries at the same position are summed, as are entries added since the last
+  /// EndAssembly; zeros are kept. The dimensions grow to hold the entries and never shrink. Either operand
+  /// may be this matrix.
   void Subtract(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b);
   /// Sets the stored values of n columns to zero; they stay stored. General form only (as
   /// "SetcolumnsToZero"). Error 206 for a column that the matrix does not have.
@@ -112,38 +114,40 @@ public:
   /// FindNontrivialColumns does. General form only.
   unsigned* EliminateTrivialColumns(int& count);
 
-  // Permutations and transposition. A permutation has NumberOfRows() elements, each of 0 ... rows - 1 once,
-  // else error 206. Beware of the two conventions: old row i becomes row perm[i] in PermuteRows, old row
-  // perm[k] becomes row k in the others. New matrices are the caller's, to be deleted.
+  // Permutations and transposition
+
+  // A permutation has NumberOfRows() elements, each of 0 ... rows - 1 once, else error 206. Beware of the two
+  // conventions: old row i becomes row perm[i] in PermuteRows, old row perm[k] becomes row k in the others.
+  // New matrices are the caller's, to be deleted.
 
   /// Moves rows: old row i becomes row perm[i]. General form only.
   void PermuteRows(int const* perm);
   /// A new matrix P * A * P^T: entry (k, l) is old entry (perm[k], perm[l]). The matrix has no more columns
   /// than rows, else error 206; one with fewer gets as many as its entries then need.
   ORXSrvSparseMatrix* Permute(int const* perm) const;
-  /// The same in place, with 4 bytes of scratch an entry.
+  /// Does the same in place, with 4 bytes of workspace for each entry.
   void PermuteInPlace(int const* perm);
   /// A new matrix A^T. In symmetric form the matrix has no more columns than rows, else error 206.
   ORXSrvSparseMatrix* Transpose() const;
 
   // Tests of the pattern
 
-  /// Whether for every entry there is one in the mirrored place, of the same value to within 1e-16, relative
-  /// to the entry above the diagonal unless that is zero. The answer is kept until entries are added; adding
-  /// the first one to a symmetric matrix makes it false, also after the next assembly.
+  /// True when every entry has a mirrored entry of the same value to within 1e-16, relative to the entry
+  /// above the diagonal unless that is zero. The answer is kept until entries are added; adding the first one
+  /// to a symmetric matrix makes it false, also after the next assembly.
   bool IsSymmetric() const;
   /// The rows with stored entries, ascending; in symmetric form the diagonal does not count. The array is the
-  /// caller's, freed with mem_Free, never null, `count` says how many there are.
+  /// caller's, freed with mem_Free, never null; `count` is its length.
   unsigned* FindNontrivialRows(int& count) const;
   /// The same for the columns.
   unsigned* FindNontrivialColumns(int& count) const;
 
   // Files
 
-  /// Replaces the matrix by a file's; docs/formats/ has a page for each. Files are checked, sizes, row
-  /// pointers and column indices included, and on any error the matrix is as before. What an import does not
-  /// replace: entries that were added and wait for assembly, which BeginAssembly and EndAssembly then make
-  /// the matrix of; the database sets of rows and columns.
+  /// Replaces the matrix by the content of a file; docs/formats/ has a page for each format. Files are
+  /// checked, sizes, row pointers and column indices included, and on any error the matrix is as before. An
+  /// import replaces neither the database sets of rows and columns nor the entries that wait for assembly,
+  /// from which BeginAssembly and EndAssembly then make a new matrix.
   ///
   ///     0      Fortran unformatted records, symmetric
   ///     1      block binary, symmetric or unsymmetric
@@ -155,12 +159,12 @@ public:
   /// 210 for another format.
   void Import(char const* path, int format);
   /// Replaces the matrix by the sparse drawer of a distribution and takes over its row and column sets.
-  /// Entries that wait for assembly stay. In general form, rows that another program left in another order
-  /// are sorted, and entries in the same place summed. In symmetric form NumberOfNonzeros() does not count
-  /// the diagonal; see Multiply for a matrix that has nothing else. Errors are the database's own, or 206 for
-  /// a symmetric drawer that is not square; the matrix is then as before.
+  /// Entries that wait for assembly stay. In general form, rows whose columns another program stored in
+  /// another order are sorted, and entries at the same position are summed. In symmetric form
+  /// NumberOfNonzeros() does not count the diagonal; see Multiply for a matrix that has nothing else. Errors
+  /// are the database's own, or 206 for a symmetric drawer that is not square; the matrix is then as before.
   void Import(ORXSimDistributionID id);
-  /// Writes a file; docs/formats/ has a page for each.
+  /// Writes a file; docs/formats/ has a page for each format.
   ///
   ///     3   text, "%ld %ld %18.15e", one-based, in the order of GetEntries
   ///     4   text, "%d,%d,%d,%d,%18.15e", node and degree of freedom of row and column as `dofs` has them
@@ -170,12 +174,11 @@ public:
   ///
   /// The matrix is assembled and nothing was added since, else error 206. Text files are written anew. Of an
   /// older, longer binary file the tail stays. The diagonal of the symmetric form is not written by formats 4
-  /// and 7. `dofs` is used by format 4 only, which without it is error 206, and raises the definition's own
-  /// error for an equation it does not have. Raises error 208 with the path and the system's reason, or 207
-  /// for another format. The file is written beside the path, as "<path>.new<process>", and takes its place
-  /// when it is whole: after an error the path holds what it held. Only devices, pipes and files in a folder
-  /// that takes no new ones are written in place. A further hard link to an older file keeps the older
-  /// content.
+  /// and 7. Only format 4 uses `dofs`: without a definition it raises error 206, and for an equation that is
+  /// not defined the definition's own error. Raises error 208 with the path and the system's reason, or 207
+  /// for another format. The file is written beside the path, as "<path>.new<process>", and renamed when it
+  /// is whole: after an error the path holds its old content. Only devices, pipes and files in a folder that
+  /// takes no new ones are written in place. A further hard link to an older file keeps the older content.
   void Export(char const* path, int format, ORXSrvSystemDofDefinition const* dofs) const;
   /// Writes a new sparse drawer of a distribution, over the members of the two sets: as many rows as the
   /// matrix has, and columns for its indices. The symmetric form stays one. The transaction is the caller's.
@@ -192,7 +195,7 @@ private:
   void AddBeyondDimensions(std::uint32_t row, std::uint32_t column, double value);
   /// Replaces the arrays and the dimensions, and makes the matrix an assembled one. The symmetry state stays.
   ORX_LOCAL void Store(orx::CompressedRows&& content) noexcept;
-  /// The same for content in either form that knows no more than itself.
+  /// Does the same for content in either form; the symmetry state is then the one of the form.
   ORX_LOCAL void Replace(orx::CompressedRows&& content) noexcept;
   ORX_LOCAL orx::CompressedRowsView View() const noexcept;
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
@@ -202,7 +205,7 @@ private:
   ORX_LOCAL void MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int count,
                                  unsigned const* indices) const;
   ORX_LOCAL void RequireAssembled(char const* operation) const;
-  /// Assembled, and nothing added since.
+  /// Raises error 206 unless the matrix is assembled and nothing was added since.
   ORX_LOCAL void RequireAllAssembled(char const* operation) const;
   bool HasPendingEntries() const noexcept { return m_entries.Count() > 0 || m_ordered != nullptr; }
   ORX_LOCAL void RequireGeneralForm(char const* operation) const;
@@ -210,20 +213,21 @@ private:
   ORX_LOCAL bool CompareTriangles() const;
   ORX_LOCAL mem_Array<double> PermutedDiagonal(int const* perm) const;
   int StoredEntries() const noexcept { return m_stored.View().Entries(); }
-  /// As GetEntries counts them.
+  /// Number of entries that GetEntries returns.
   ORX_LOCAL std::int64_t NumberOfEntries() const noexcept;
 
   cow_List<ORXSrvSparseMatrixEntry> m_entries; ///< added since the last EndAssembly
-  /// Earlier ones, which an EndAssembly that ran out of memory had begun to put in order; mostly null.
+  /// Entries added earlier, which an EndAssembly that ran out of memory had begun to put in order; mostly
+  /// null.
   std::unique_ptr<orx::TripletCompressor> m_ordered;
-  /// As of the last assembly or import; under assembly without row pointers, columns and values. It has
-  /// `rows` rows, which AddData may have made fewer than the matrix has.
+  /// The arrays of the last assembly or import; under assembly without row pointers, column indices and
+  /// values. The matrix has more than `rows` rows when AddData has added some since.
   orx::CompressedRows m_stored;
   std::int32_t m_rows;
   std::int32_t m_columns;
   mutable SymmetryState m_symmetryState = unknown; ///< IsSymmetric keeps its answer here
   std::int32_t m_isAssembled = 0;
-  mutable orx::RowPattern m_rowPattern{}; ///< Multiply keeps here what it has found; 0: not looked at
+  mutable orx::RowPattern m_rowPattern{}; ///< found by the first Multiply; 0: not looked for yet
   ORXSimCSetID m_rowCSetID;
   ORXSimCSetID m_columnCSetID;
 };

@@ -16,7 +16,7 @@ public:
   ORXSrvTimer& operator=(ORXSrvTimer const&) = delete;
   ~ORXSrvTimer();
 
-  /// Makes a timer and starts it; times are those since the last call.
+  /// Makes a timer and starts it; times count from the last call.
   void CreateTimer();
   /// The timer; null before CreateTimer.
   omi_Timer const* Timer() const noexcept { return m_timer; }

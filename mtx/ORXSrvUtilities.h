@@ -80,9 +80,8 @@ public:
   static ORXSimDistributionID Write1DIntDistribution(ORXSimCSetID set, int const* values, int count);
 };
 
-/// Splits labels into runs of consecutive ones (each label its predecessor plus 1) of at most `maxRun`
-/// labels; with `maxRun` of 1 or less each label is a run. Run i has the positions result[i] ...
-/// result[i+1]-1:
+/// Splits labels into runs of consecutive labels (each its predecessor plus 1) of at most `maxRun` labels;
+/// with `maxRun` of 1 or less each label is a run. Run i has the positions result[i] ... result[i+1]-1:
 ///
 ///     labels 3 4 5 9 10, maxRun 100  ->  numRanges 2, result 0 3 5
 ///
