@@ -12,7 +12,7 @@ protected:
   atr_StringBase(atr_StringBase const& other) noexcept;
   ~atr_StringBase();
 
-  /// Frees a representation whose use count has reached 0.
+  /// Frees text and use count of a representation that no string uses any more.
   static void Delete(char* text, std::int32_t* useCount) noexcept;
 
   char* m_text = nullptr;             ///< zero-terminated; shared by m_useCount strings
@@ -25,18 +25,18 @@ protected:
 class ORX_EXPORT atr_String : private atr_StringBase {
 public:
   atr_String() noexcept = default;
-  /// Copies the text; null gives a string without representation.
+  /// Copies a zero-terminated text; null gives a string without representation.
   explicit atr_String(char const* text) : atr_StringBase(text) {}
   atr_String(atr_String const&) noexcept = default;
   atr_String& operator=(atr_String const& other) noexcept;
   ~atr_String() = default;
 
   bool IsNull() const noexcept { return m_useCount == nullptr; }
-  /// The text; valid as long as a string shares it; never null.
+  /// The zero-terminated text; valid as long as a string shares it; never null.
   char const* AsText() const noexcept { return m_text != nullptr ? m_text : ""; }
   /// Number of strings that share the representation; 0 without one.
   int UseCount() const noexcept { return m_useCount != nullptr ? *m_useCount : 0; }
 
-  /// Compares texts, so a string without representation equals the empty one.
+  /// Compares the texts: a string without representation equals the empty text.
   friend ORX_EXPORT bool operator==(atr_String const& a, atr_String const& b) noexcept;
 };

@@ -20,14 +20,14 @@
 //                      |          |
 //                   node 1     node 3
 //
-// A copy of a tree is a link of its own to the same root node. What changes takes private copies of the nodes
-// on its way down; the copy of a node has links of its own to the children, which it shares.
+// A copy of a tree has its own link to the same root node. A change to a tree first copies the shared nodes
+// on its way down; the copy of a node has its own links to the children, which stay shared.
 //
 // Keys compare by the sign of their 32-bit difference, which wraps. The keys of a tree must therefore lie
-// among 2^31 consecutive integers, of which -2^31 is the one behind 2^31 - 1.
+// among 2^31 consecutive integers, where -2^31 follows 2^31 - 1.
 //
-// Only single rotations are done. The depth stays near that of a balanced tree in practice (below 1.5 log2 of
-// the count under all use tried), but nothing guarantees it, so nothing here recurses.
+// Only single rotations are done. The depth stays near the depth of a balanced tree in practice (below 1.5
+// log2 of the count in all uses tried), but nothing guarantees this: no function here recurses.
 
 template<class Key, class Value>
 class cow_BtreeNode;
@@ -42,14 +42,14 @@ struct cow_BtreeLinkDeleter {
   void operator()(cow_COW<cow_BtreeNode<Key, Value>>* link) const noexcept;
 };
 
-/// A key with its value, and what hangs below.
+/// A key with its value, and links to its children.
 template<class Key, class Value>
 class cow_BtreeNode : public mem_AllocationOperators {
   static_assert(std::is_same_v<Key, std::int32_t>, "keys are compared by their 32-bit difference");
 
 public:
   cow_BtreeNode(Key const& key, Value const& value) : m_value(value), m_key(key) {}
-  /// Shares both children.
+  /// The copy shares both children.
   cow_BtreeNode(cow_BtreeNode const& other)
       : mem_AllocationOperators(other), m_value(other.m_value), m_key(other.m_key),
         m_left(Share(other.m_left)), m_right(Share(other.m_right)), m_height(other.m_height) {}
@@ -62,8 +62,7 @@ public:
   /// The children; null when missing.
   cow_BtreeNode const* Left() const noexcept { return NodeOf(m_left); }
   cow_BtreeNode const* Right() const noexcept { return NodeOf(m_right); }
-  /// The larger of the children's heights + 1; a missing child counts 0. So 0 without children, 1 above
-  /// leaves.
+  /// 0 for a node without children, else 1 more than the larger height of its children.
   int Height() const noexcept { return m_height; }
 
 private:
@@ -81,7 +80,7 @@ private:
   static cow_BtreeNode const* NodeOf(LinkPtr const& link) noexcept {
     return link == nullptr ? nullptr : link->ConstGet();
   }
-  /// What a child counts for in the balance of its parent.
+  /// Height of a child in the balance of its parent: 0 for a missing child, as for a leaf.
   static int HeightOf(LinkPtr const& link) noexcept {
     return link == nullptr ? 0 : link->ConstGet()->m_height;
   }
@@ -97,14 +96,14 @@ private:
   int m_height = 0;
 };
 
-/// The map. Copies are made in constant time and never affect each other. Where memory is short, a
-/// mem_OutOfMemory leaves keys and values as they were.
+/// The map. A copy is made in constant time; changes of a copy do not affect the others. When memory runs out
+/// (std::bad_alloc), keys and values are as before.
 template<class Key, class Value>
 class cow_Btree {
 public:
   using Node = cow_BtreeNode<Key, Value>;
 
-  /// Empty. The default value stands for what a look-up does not find.
+  /// An empty map. ConstGet returns the default value for keys that are not in the map.
   explicit cow_Btree(Value const& defaultValue = Value()) : m_default(defaultValue) {}
   cow_Btree(cow_Btree const& other)
       : m_root(Node::Share(other.m_root)), m_count(other.m_count), m_default(other.m_default) {}
@@ -118,16 +117,16 @@ public:
   ~cow_Btree() = default;
 
   int Count() const noexcept { return m_count; }
-  /// Null when the tree is empty.
+  /// The root node; null when the tree is empty.
   Node const* Root() const noexcept { return Node::NodeOf(m_root); }
   Value const& DefaultValue() const noexcept { return m_default; }
 
-  // Nodes and references stay valid until a key is inserted or removed, or Find has to copy the node.
+  // Access. Nodes and references are valid until a key is inserted or removed, or Find copies the node
 
-  /// The node of a key for reading; null when there is none.
+  /// The node of a key for reading; null when the map lacks the key.
   Node const* ConstFind(Key const& key) const noexcept;
-  /// The node of a key for changing its value; null when there is none. Nodes on the way that copies of the
-  /// tree share are copied, also when nothing is found.
+  /// The node of a key for changing its value; null when the map lacks the key. Nodes on the way down that
+  /// other trees share are copied, also when the key is not found.
   Node* Find(Key const& key);
   /// The value of a key, or the default value.
   Value const& ConstGet(Key const& key) const noexcept {
@@ -135,15 +134,15 @@ public:
     return node == nullptr ? m_default : node->ConstGet();
   }
 
-  /// Inserts a key, or returns false and leaves the value that it has.
+  /// Inserts a key. Returns false, and leaves its value, when the map has the key already.
   bool InsertUnlessMember(Key const& key, Value const& value);
-  /// Removes a key; false when there is none.
+  /// Removes a key; returns false when the map lacks it.
   bool Remove(Key const& key);
 
 private:
   friend class cow_BtreeIterator<Key, Value>;
   using LinkPtr = typename Node::LinkPtr;
-  /// From the root down: where the links of the nodes on a way are kept.
+  /// Addresses of the links on the way from the root down to a node.
   using Path = std::vector<LinkPtr*>;
 
   static std::int32_t Difference(Key a, Key b) noexcept {
@@ -160,27 +159,27 @@ private:
   static Node* GetUnlessItFails(LinkPtr& link) noexcept;
   static void Rotate(LinkPtr& top, LinkPtr Node::*heavySide, LinkPtr Node::*lightSide);
 
-  LinkPtr m_root; ///< null when empty
+  LinkPtr m_root; ///< null when the map is empty
   int m_count = 0;
   Value m_default;
 };
 
-/// Walks over the keys of a tree in their order, either way:
+/// Walks over the keys of a tree in ascending or descending order:
 ///
 ///     cow_BtreeIterator<int, Value> at(tree);
 ///     for (auto const* node = at.First(); node != nullptr; node = at.Next()) ...
 ///
-/// The tree outlives the iterator. After a change of the tree, or a Find that copied nodes, the walk starts
-/// anew with First or Last.
+/// The tree must outlive the iterator. After a change of the tree, or a Find that copied nodes, only First
+/// and Last are valid: the walk starts anew.
 template<class Key, class Value>
 class cow_BtreeIterator {
 public:
   using Node = cow_BtreeNode<Key, Value>;
 
-  /// Before First or Last there is no current node.
+  /// There is no current node until First or Last is called.
   explicit cow_BtreeIterator(cow_Btree<Key, Value> const& tree) noexcept : m_tree(&tree) {}
 
-  // Each returns the new current node. It is null once the walk is over, and stays so.
+  // Steps. Each returns the new current node, or null once the walk is over
 
   Node const* First() { return Start(&Node::m_left); }
   Node const* Last() { return Start(&Node::m_right); }
@@ -207,8 +206,8 @@ void cow_BtreeLinkDeleter<Key, Value>::operator()(cow_COW<cow_BtreeNode<Key, Val
   while (link != nullptr) {
     Node* const node = link->UseCount() == 1 ? link->Get() : nullptr;
     if (node != nullptr && node->m_left != nullptr) {
-      // Turn the left child up until there is none: no stack is needed, whatever the depth. A child that
-      // others hold is let go at the end of this block.
+      // Rotate left children up until there is none: no stack is needed, whatever the depth. A left child
+      // with other holders loses only this link, at the end of the block.
       typename Node::LinkPtr left = std::move(node->m_left);
       if (left->UseCount() == 1) {
         Node* const child = left->Get();
@@ -288,7 +287,7 @@ bool cow_Btree<Key, Value>::Remove(Key const& key) {
   while (node->m_key != key)
     descend(ChildTowards(key, *node));
   if (node->m_left != nullptr && node->m_right != nullptr) {
-    // The next key, which has no left child, moves here, and its node goes instead.
+    // The node of the next key has no left child: swap contents with it, and remove that node instead.
     Node* const vacated = node;
     descend(node->m_right);
     while (node->m_left != nullptr)
@@ -303,7 +302,8 @@ bool cow_Btree<Key, Value>::Remove(Key const& key) {
   return true;
 }
 
-/// After a change below the last node of the path; its nodes are private already.
+/// Restores height and balance of the nodes on a path, after a change below its last node. REQUIRES: no other
+/// tree shares these nodes.
 template<class Key, class Value>
 void cow_Btree<Key, Value>::Rebalance(Path const& path) {
   for (auto slot = path.rbegin(); slot != path.rend(); ++slot) {
@@ -332,13 +332,12 @@ typename cow_Btree<Key, Value>::Node* cow_Btree<Key, Value>::GetUnlessItFails(Li
   }
 }
 
-/// Lifts the child on the heavy side over `top`, which becomes its child on the light side.
+/// Lifts the child on the heavy side above its parent `top`, which becomes its child on the light side.
 template<class Key, class Value>
 void cow_Btree<Key, Value>::Rotate(LinkPtr& top, LinkPtr Node::*heavySide, LinkPtr Node::*lightSide) {
   Node* const node = top->Get();
   Node* const child = GetUnlessItFails(node->*heavySide);
-  // The key is in or out already. Without a private copy of the child the subtree stays as it is, which is
-  // right, only less even.
+  // Memory is too short for a copy of a shared child: the subtree stays as it is, correct but less balanced.
   if (child == nullptr) return;
   LinkPtr lifted = std::move(node->*heavySide);
   node->*heavySide = std::move(child->*lightSide);
@@ -348,7 +347,7 @@ void cow_Btree<Key, Value>::Rotate(LinkPtr& top, LinkPtr Node::*heavySide, LinkP
   child->UpdateHeight();
 }
 
-/// Pushes a link and all that follow on one side.
+/// Pushes a link and the links below it that follow on one side.
 template<class Key, class Value>
 void cow_BtreeIterator<Key, Value>::PushAll(Link const* link, Side side) {
   for (; link != nullptr; link = (link->ConstGet()->*side).get())
@@ -358,7 +357,7 @@ void cow_BtreeIterator<Key, Value>::PushAll(Link const* link, Side side) {
 template<class Key, class Value>
 typename cow_BtreeIterator<Key, Value>::Node const* cow_BtreeIterator<Key, Value>::Start(Side side) {
   m_path.clear();
-  m_path.reserve(m_tree->LongestPath()); // so that no later step can fail
+  m_path.reserve(m_tree->LongestPath()); // steps then allocate no memory
   PushAll(m_tree->m_root.get(), side);
   return Current();
 }
@@ -372,7 +371,7 @@ typename cow_BtreeIterator<Key, Value>::Node const* cow_BtreeIterator<Key, Value
     PushAll(child, behind);
     return Current();
   }
-  // Up, until the way down was not to the side ahead.
+  // Climb until the walk arrives from the side behind: that node is next.
   Link const* from = nullptr;
   do {
     from = m_path.back();

@@ -4,7 +4,7 @@
 
 #include <new>
 
-/// Copies an object of exactly class T by its copy constructor.
+/// Copies an object, whose class must be T and not a derived class, by its copy constructor.
 template<class T>
 struct cow_Direct {
   static T* Copy(T const& object) {
@@ -18,7 +18,7 @@ struct cow_Direct {
   }
 };
 
-/// A copy-on-write holder: copies share the object until one of them asks to change it.
+/// A copy-on-write holder: copies of the holder share the object until Get is called on one of them.
 template<class T, class Copier = cow_Direct<T>>
 class cow_COW : private cow_CountedHld<T> {
 public:
@@ -27,9 +27,10 @@ public:
   using cow_CountedHld<T>::IsNull;
   using cow_CountedHld<T>::UseCount;
 
-  /// The object for reading.
+  /// The object for reading; null when the holder is empty.
   T const* ConstGet() const noexcept { return this->GetPtr(); }
-  /// The object for changing: a shared one is copied first, and this holder takes the copy.
+  /// The object for changing: a shared object is copied first, and this holder takes the copy. When copying
+  /// raises an error, the holder keeps the shared object.
   T* Get() {
     if (UseCount() != 1 && !IsNull()) {
       T* const copy = Copier::Copy(*this->GetPtr());

@@ -5,13 +5,14 @@
 #include <cstdint>
 #include <new>
 
-/// A shared holder of one object: copies share the object and a use count, the last one destroys it.
-/// The object comes from the suite allocator (class-level operator new, or mem_OperatorNewThrow and
+/// A shared holder of one object: copies share the object and a use count; the last holder destroys the
+/// object. The object comes from the suite allocator (class-level operator new, or mem_OperatorNewThrow and
 /// placement).
 template<class T>
 class cow_CountedHld {
 public:
-  /// Holds `object` (null: nothing yet) and takes ownership of it, also when the constructor fails.
+  /// Takes ownership of `object` (null: an empty holder), and destroys it when the constructor raises an
+  /// error.
   explicit cow_CountedHld(T* object = nullptr) try : m_useCount(NewCount()), m_object(object) {
   } catch (...) {
     Destroy(object);
@@ -21,7 +22,7 @@ public:
       : m_useCount(other.m_useCount), m_object(other.m_object) {
     ++*m_useCount;
   }
-  // Counting up first makes it safe to assign to itself.
+  // Counting up first makes self-assignment safe.
   // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
   cow_CountedHld& operator=(cow_CountedHld const& other) noexcept {
     ++*other.m_useCount;
@@ -30,7 +31,8 @@ public:
     m_object = other.m_object;
     return *this;
   }
-  /// Installs another object in this holder alone: copies keep what they share.
+  /// Takes ownership of another object, in this holder alone: copies keep the former object. On an error
+  /// nothing changes, and `object` is still the caller's.
   cow_CountedHld& operator=(T* object) {
     if (*m_useCount != 1) {
       std::int32_t* const count = NewCount();

@@ -17,13 +17,13 @@
 //     block    p >> blockShift               blocks[]  ->  | uses | record 0 | record 1 | ... |
 //     slot     p & (2^blockShift - 1)
 //
-// Copies of a list share its block table by a use count; the first one to change detaches, which gives it a
-// table of its own over the same blocks, and copies a block only when it writes to it.
+// Copies of a list share its block table by a use count. Before its first change a list detaches: it makes
+// its own table of the same blocks. It copies a shared block when it writes to the block.
 
-/// Ends the process: an index outside a list is a fault of the caller.
+/// Reports an index outside a list, a fault of the caller, and ends the process.
 [[noreturn]] ORX_EXPORT void cow_ListRangeFailure(int index, int count) noexcept;
 
-/// One block of a list: a use count and the records behind it, in one piece of memory.
+/// A block of a list: a use count and the records behind it, in one allocation.
 template<class T>
 struct cow_ListBlock {
   static constexpr std::size_t recordsOffset = std::max(sizeof(std::int32_t), alignof(T));
@@ -40,8 +40,8 @@ class cow_List {
   static_assert(std::is_trivially_copyable_v<T>, "records are moved as bytes");
 
 public:
-  /// With an expected count of 0, blocks hold 16 records; larger expectations give larger blocks, so that the
-  /// table stays short. The list is empty all the same.
+  /// An empty list. Blocks hold 16 records for an expected count of 0, and more for larger counts, which
+  /// keeps the block table short.
   explicit cow_List(int expectedCount = 0);
   cow_List(cow_List const& other) noexcept;
   cow_List& operator=(cow_List const& other) noexcept;
@@ -52,7 +52,7 @@ public:
   int BlockTableSize() const noexcept { return m_blockTableSize; }
   int First() const noexcept { return m_first; }
 
-  /// Element i; an index outside the list ends the process.
+  /// Element i, zero-based; an index outside the list ends the process.
   T const& ConstGet(int i) const noexcept {
     if (i < 0 || i >= m_count) cow_ListRangeFailure(i, m_count);
     return UncheckedConstGet(i);
@@ -61,10 +61,10 @@ public:
     std::int64_t const position = std::int64_t{m_first} + i;
     return m_blocks[position >> m_blockShift]->Records()[position & SlotMask()];
   }
-  /// Element i for writing, un-shared from copies of the list; the range is checked as in ConstGet.
+  /// Element i for writing; copies of the list keep theirs. The range is checked as in ConstGet.
   T& Get(int i);
 
-  /// Adds a record at the end. Amortized constant time; a full list (2^31 - 1 positions) is a
+  /// Adds a record at the end, in amortized constant time. A full list (2^31 - 1 positions) raises
   /// std::length_error.
   void Append(T const& record) {
     if (m_appendAt == m_appendEnd) OpenAppendRange();
@@ -72,12 +72,13 @@ public:
     ++m_count;
   }
 
-  /// Makes the list shorter, or makes room in the table for n records: growing leaves the count as it is.
+  /// Shortens the list to n records. A larger n makes the block table long enough for n records, and leaves
+  /// the count as it is.
   void Resize(int n);
-  /// Removes the n leading records and gives back the blocks that held only them.
+  /// Removes the n leading records and frees the blocks that held no other records.
   void DropFront(int n);
 
-  /// The records from element i to the end of its block or of the list, for reading in long runs.
+  /// The consecutive records from element i to the end of its block or of the list, for reading.
   std::span<T const> RunFrom(int i) const noexcept {
     std::int64_t const position = std::int64_t{m_first} + i;
     std::int64_t const inBlock = (std::int64_t{1} << m_blockShift) - (position & SlotMask());
@@ -108,13 +109,13 @@ private:
   int m_blockTableSize = 0; ///< slots in use of the table, a multiple of 16 once the list has been resized
   int m_blockShift = smallestShift;
   int m_first = 0;      ///< position of element 0
-  std::int32_t* m_uses; ///< lists that share the table
+  std::int32_t* m_uses; ///< number of lists that share the table
   Block** m_blocks = nullptr;
-  /// Slots allocated. It grows by half, so that a list that grows record by record moves its table a
+  /// Slots allocated. The capacity grows by half: a list that grows record by record moves its table a
   /// logarithmic number of times.
   std::int64_t m_tableCapacity = 0;
-  /// Free slots behind the last record in a block that only this list uses; empty when that is not known.
-  /// A copy of the list closes the range of its source, hence mutable.
+  /// Free slots behind the last record, in a block that no other list uses; an empty range when that is not
+  /// known. Copying a list empties the range of its source, hence mutable.
   mutable T* m_appendAt = nullptr;
   mutable T* m_appendEnd = nullptr;
 };
@@ -123,7 +124,7 @@ template<class T>
 cow_List<T>::cow_List(int expectedCount)
     : m_uses(new (mem_OperatorNewTinyThrow(sizeof(std::int32_t))) std::int32_t(1)) {
   if (expectedCount <= 0) return;
-  // Eight to fifteen blocks, by the leading bits of the expected count, and sixteen to spare.
+  // 8 to 15 blocks, by the leading bits of the expected count, and 16 slots to spare.
   int const exponent = std::ilogb(expectedCount) - 3;
   m_blockShift = std::max(smallestShift, exponent);
   try {
@@ -210,7 +211,7 @@ typename cow_List<T>::Block* cow_List<T>::WritableBlock(std::int64_t index) {
     block = Block::New(std::size_t{1} << m_blockShift);
   } else if (block->uses != 1) {
     Block* const copy = Block::New(std::size_t{1} << m_blockShift);
-    // Only live slots are copied: the others were never written.
+    // Only slots with records of this list are copied: the others may never have been written.
     std::int64_t const begin = index << m_blockShift;
     std::int64_t const from = std::max<std::int64_t>(begin, m_first);
     std::int64_t const to = std::min(begin + SlotMask() + 1, std::int64_t{m_first} + m_count);

@@ -9,17 +9,17 @@
 #include <new>
 #include <type_traits>
 
-// The suite allocator. Every block, whichever function gave it out, goes back through mem_Free.
+// The suite allocator. Every block, whichever function allocated it, is freed by mem_Free.
 //
 //   small objects   cells of one size cut from slabs of 2 MB, no header per cell. A sparse matrix under
 //                   assembly holds millions of them; from the second MB on, slabs ask for 2 MB pages,
-//                   because page faults cost more than the writing does.
+//                   because page faults cost more than writing the cells does.
 //   arrays          malloc up to 4 MB; from there aligned to 2 MB with 2 MB pages asked for.
 //
 // Blocks are aligned to 16 bytes and not cleared. A request for 0 bytes gives a block of its own.
-// Used from one thread, as all of the suite.
+// All calls come from one thread, as everywhere in the suite.
 
-/// Thrown when a request cannot be met; what() names the number of bytes.
+/// Thrown when memory for a request cannot be had; what() names the number of bytes.
 class ORX_EXPORT mem_OutOfMemory : public std::bad_alloc {
 public:
   explicit mem_OutOfMemory(std::size_t bytes) noexcept;
@@ -31,16 +31,18 @@ private:
   char m_text[64];
 };
 
-/// For single objects of any size.
+// Allocation; each raises mem_OutOfMemory on failure
+
+/// Allocates a single object of any size.
 ORX_EXPORT void* mem_OperatorNewThrow(std::size_t bytes);
-/// For small objects (use counts, links, list blocks); falls back to mem_OperatorNewThrow above 1 kB.
+/// Allocates a small object (use count, link, list block); above 1 kB it calls mem_OperatorNewThrow.
 ORX_EXPORT void* mem_OperatorNewTinyThrow(std::size_t bytes);
-/// For arrays of built-in types.
+/// Allocates an array of a built-in type.
 ORX_EXPORT void* mem_OperatorNewThrowBuiltin(std::size_t bytes);
-/// Changes the size of a block of mem_OperatorNewThrowBuiltin (null: gives a new one), keeping the leading
-/// bytes. Large blocks are remapped, not copied. On failure the block is as before.
+/// Changes the size of a block of mem_OperatorNewThrowBuiltin and keeps its leading bytes; null gives a new
+/// block. The block may move; large blocks are remapped, not copied. On failure the block is as before.
 ORX_EXPORT void* mem_ReallocThrowBuiltin(void* block, std::size_t bytes);
-/// Gives a block back; null is ignored.
+/// Frees a block; null is ignored.
 ORX_EXPORT void mem_Free(void* block) noexcept;
 
 /// Bytes of `count` elements; a negative count or a product that overflows gives the largest size, which no
@@ -51,7 +53,7 @@ constexpr std::size_t mem_ArrayBytes(std::int64_t count, std::size_t elementByte
   return static_cast<std::size_t>(count) * elementBytes;
 }
 
-/// An uncleared array of `count` values, to be freed with mem_Free.
+/// Allocates an uncleared array of `count` values, which the caller frees with mem_Free.
 template<class T>
 T* mem_NewArray(std::int64_t count) {
   static_assert(std::is_trivially_copyable_v<T>);
@@ -62,7 +64,7 @@ struct mem_Deleter {
   void operator()(void* block) const noexcept { mem_Free(block); }
 };
 
-/// An array of the suite allocator owned by a scope.
+/// An array of the suite allocator with one owner, which frees it.
 template<class T>
 using mem_Array = std::unique_ptr<T[], mem_Deleter>;
 

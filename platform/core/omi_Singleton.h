@@ -22,7 +22,7 @@ T* omi_SingletonBase<T>::instance = nullptr;
 
 template<class T>
 struct omi_Singleton {
-  /// The instance; made on first use and after each Destroy.
+  /// Returns the instance, and makes it first when it does not exist.
   static T& Instance() {
     if (omi_SingletonBase<T>::instance == nullptr) {
       void* const place = mem_OperatorNewThrow(sizeof(T));

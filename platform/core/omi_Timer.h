@@ -2,8 +2,8 @@
 
 #include "core/orx_export.h"
 
-/// A stop watch of wall-clock and processor time, in seconds.
-/// Times add up over the intervals between Start and Stop; while it runs they include the current interval.
+/// A stop watch of wall-clock and processor time, in seconds. Times add up over the intervals between Start
+/// and Stop; while the timer runs, they include the current interval.
 class ORX_EXPORT omi_Timer {
 public:
   /// Begins an interval; a running timer goes on.
