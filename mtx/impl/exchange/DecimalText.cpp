@@ -203,7 +203,7 @@ std::uint64_t OtherThanDigits(std::uint64_t word) {
 [[gnu::always_inline]] inline int AppendGroup(char const* p, std::uint64_t& number) {
   std::uint64_t const word = LoadWord(p);
   std::uint64_t const others = OtherThanDigits(word);
-  // Eight digits have a branch of their own: when it is predicted, the processor goes on after the group
+  // Eight digits have a branch of their own: when the processor predicts it, it goes on after the group
   // without waiting for the count.
   if (others == 0) {
     number = number * tenTo8 + JoinEightDigits(word);

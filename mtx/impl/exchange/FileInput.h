@@ -7,9 +7,9 @@
 
 namespace orx {
 
-/// A binary file that is read from front to back in large reads, in the machine's byte order. Every read is
-/// checked against the size of the file before memory is taken for it. Errors are ORXSrvMtxOpenFileException
-/// with the path, the file offset, what was expected and what was found.
+/// A binary file that is read from front to back, in the machine's byte order. Every read is checked against
+/// the size of the file before memory is taken for it. Errors are ORXSrvMtxOpenFileException with the path,
+/// the file offset, what was expected and what was found.
 class FileInput {
 public:
   /// Opens a regular file; any other file is an error, because it has no size to check reads against.

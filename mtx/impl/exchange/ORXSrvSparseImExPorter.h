@@ -5,8 +5,8 @@
 
 class ORXSrvSystemDofDefinition;
 
-/// Reads the arrays of sparse matrices from files, by format code, and from the database, and writes them
-/// there. Has no state.
+/// Reads the arrays of sparse matrices from files and from the database, and writes them there. Files are
+/// chosen by format code. Has no state.
 class ORXSrvSparseImExPorter {
 public:
   /// The content of a sparse drawer, and the member sets of its rows and columns.

@@ -11,7 +11,7 @@ namespace orx {
 //              b blocks of column indices | values of (j, i) | values of (i, j)                unsymmetric
 //   chunked    chunk: columns, values | chunk: columns, values | ... | last chunk, padded | trailer
 
-/// Chunks of a file have 2^17 elements. Tests use smaller ones.
+/// Chunks of a file have 2^chunkExponent elements. Tests use smaller ones.
 constexpr int chunkExponent = 17;
 
 CompressedRows ReadBlockBinary(char const* path);

@@ -127,7 +127,7 @@ public:
 
 class ORX_EXPORT ORXSrvMtxSolveIllegalArg : public ORXBasException {
 public:
-  /// `argument` is the one-based position that LAPACK's DSYGV complained about.
+  /// `argument` is the one-based position of the argument that LAPACK's DSYGV refuses.
   explicit ORXSrvMtxSolveIllegalArg(int argument) : m_argument(argument) {}
   atr_String AsString() const override {
     return ORXSrvMtxMessage("ORXSrvMatrix::SolveEigenproblemSymmetric - Illegal function argument %i.",

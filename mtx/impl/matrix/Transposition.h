@@ -4,10 +4,10 @@
 
 namespace orx {
 
-// Operations on elements and their mirror images, in matrices stored by columns: element (i, j) lies at j *
-// leadingDimension + i. All leading dimensions are fast. With 1024 rows, say, the columns begin in the same
-// few cache lines, where single elements of a row evict each other: elements are therefore moved in blocks
-// through registers.
+// Operations on elements and their mirror images. Matrices are stored by columns: element (i, j) has the
+// index j * leadingDimension + i. All leading dimensions are fast. With 1024 rows, say, the columns begin in
+// the same few cache lines, where single elements of a row evict each other: elements are therefore moved in
+// blocks through registers.
 
 /// The elements below or above the diagonal.
 enum class Triangle : std::uint8_t { Lower, Upper };
