@@ -61,7 +61,7 @@ public:
     std::int64_t const position = std::int64_t{m_first} + i;
     return m_blocks[position >> m_blockShift]->Records()[position & SlotMask()];
   }
-  /// Element i for writing; copies of the list keep theirs. The range is checked as in ConstGet.
+  /// Element i for writing; copies of the list keep their records. The range is checked as in ConstGet.
   T& Get(int i);
 
   /// Adds a record at the end, in amortized constant time. A full list (2^31 - 1 positions) raises

@@ -45,8 +45,8 @@ ORX_EXPORT void* mem_ReallocThrowBuiltin(void* block, std::size_t bytes);
 /// Frees a block; null is ignored.
 ORX_EXPORT void mem_Free(void* block) noexcept;
 
-/// Bytes of `count` elements; a negative count or a product that overflows gives the largest size, which no
-/// allocator can serve, so that the request fails instead of being too small.
+/// Number of bytes of `count` elements. A negative count, or a product that overflows, gives the largest
+/// size, which no allocator can serve: the request fails instead of being too small.
 constexpr std::size_t mem_ArrayBytes(std::int64_t count, std::size_t elementBytes) noexcept {
   constexpr std::size_t largest = std::numeric_limits<std::size_t>::max();
   if (count < 0 || static_cast<std::size_t>(count) > largest / elementBytes) return largest;

@@ -6,8 +6,8 @@
 #include <new>
 
 /// Base of a class with one instance in the process: constructing the object registers it.
-/// The module that owns T instantiates this template explicitly and exports it, so that all shared libraries
-/// see the same pointer.
+/// The module that owns T instantiates this template explicitly and exports it: all shared libraries then see
+/// the same pointer.
 template<class T>
 class ORX_EXPORT omi_SingletonBase {
 public:
@@ -31,7 +31,7 @@ struct omi_Singleton {
     return *omi_SingletonBase<T>::instance;
   }
 
-  /// Destroys the instance if there is one.
+  /// Destroys and frees the instance, if it exists.
   static void Destroy() noexcept {
     T* const instance = omi_SingletonBase<T>::instance;
     if (instance == nullptr) return;

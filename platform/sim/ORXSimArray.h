@@ -18,7 +18,7 @@ public:
   T& operator[](int index) noexcept { return m_elements[static_cast<std::size_t>(index)]; }
   T const& operator[](int index) const noexcept { return m_elements[static_cast<std::size_t>(index)]; }
 
-  /// Adds an element behind the last one. Pointers into the array are not valid any more, as after Resize.
+  /// Adds an element at the end. Pointers into the array are not valid any more, as after Resize.
   void Append(T const& element) { m_elements.push_back(element); }
   /// Keeps the leading elements; new ones have the default value of T. size >= 0.
   void Resize(int size) { m_elements.resize(static_cast<std::size_t>(size)); }

@@ -7,8 +7,8 @@
 /// integer from 0 to 2147483647. The handle is a copy of the identifier; the file owns the collection.
 ///
 /// Errors are ORXSimException, with their numbers: every operation but ID raises staleIdentifier (10) once
-/// the file is closed or the collection was abandoned with its transaction; what adds to the file raises
-/// writeFailed (70) when it is read-only. After an error nothing has changed.
+/// the file is closed or the collection was abandoned with its transaction; operations that add to the file
+/// raise writeFailed (70) when it is read-only. After an error nothing has changed.
 class ORX_EXPORT ORXSimCollection {
 public:
   /// Accepts any identifier; the operations check it.

@@ -14,7 +14,7 @@ class OpenDatabase;
 
 /// How long the content of a file has to last.
 enum class ORXSimDurability {
-  Durable, ///< what was committed survives a killed process, and a power cut where the disk honours fsync
+  Durable, ///< a commit survives a killed process, and a power cut where the disk honours fsync
   Scratch  ///< for a file that its process deletes: structure is written at Close, no call waits for the disk
 };
 
@@ -32,10 +32,10 @@ enum class ORXSimDurability {
 ///
 /// Threads: all calls for all databases of a process come from one thread; nothing is locked.
 ///
-/// fork: a child has copies of the open databases. It may read through them; what would change a file raises
-/// writeFailed (70) there, and neither their destruction nor the child's exit touches a file. The lock ends
-/// when the owner closes the file. When the owner dies, the lock ends once all such children have ended or
-/// called exec.
+/// fork: a child has copies of the open databases. It may read through them; a call that would change a file
+/// raises writeFailed (70) there, and neither their destruction nor the child's exit touches a file. The lock
+/// ends when the owner closes the file. When the owner dies, the lock ends once all such children have ended
+/// or called exec.
 ///
 /// Signals: while a file is open for writing, SIGXFSZ is ignored if the host has no handler for it, and a
 /// file-size limit is an error (70). When another program shortens an open file, Commit and Close raise
@@ -72,7 +72,7 @@ public:
   /// Opens an existing file in its last committed state. A commit that was cut off is finished in the file,
   /// or, with `readOnly`, in memory only: a file opened read-only is never written to. Raises notOpened (40)
   /// for a file that does not exist or may not be opened, fileInUse (41) for a file that another process, or
-  /// this one, has open, damaged (42) for what is no database, and wrongState (30) as CreateFile does.
+  /// this one, has open, damaged (42) for a file that is no database, and wrongState (30) as CreateFile does.
   ORXSimFileID OpenFile(ORXUnicodeString const& name, bool readOnly);
   /// Writes the last committed state, with the values as they are now, to a new file, which is durable when
   /// this returns. A file of that name is refused (40) unless `flags` has replaceExisting, and when a process

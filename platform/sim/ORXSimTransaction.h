@@ -28,8 +28,8 @@ public:
   explicit ORXSimTransaction(ORXSimContextID context);
 
   /// Makes the changes since the opening durable, with every value written so far, and ends the transaction.
-  /// What other contexts without an open transaction have unsaved is committed too. A scratch file is not
-  /// written: its structure is saved when the database is closed.
+  /// Unsaved changes of other contexts are committed too, unless these have an open transaction. A scratch
+  /// file is not written: its structure is saved when the database is closed.
   ///
   /// On writeFailed (70) the file holds the former state and the transaction stays open. It can be committed
   /// again once there is space; after an error of the device, only when the file was closed and opened again.

@@ -39,9 +39,9 @@ private:
 };
 
 /// A configured read or write between caller buffers and a distribution. Setters return the transfer, for
-/// calls in a chain. They only configure the transfer, and refuse at once what can never be right (a
-/// dimension that the distribution does not have, a fifth buffer); after CheckView, SetBuffer also refuses a
-/// buffer 0 that is too short. Everything else is checked by CheckView and by the executions.
+/// calls in a chain. They only configure the transfer, and refuse at once arguments that can never be right
+/// (a dimension that the distribution does not have, a fifth buffer); after CheckView, SetBuffer also refuses
+/// a buffer 0 that is too short. Everything else is checked by CheckView and by the executions.
 ///
 ///     ORXSimTransfer(distribution).SetRead().SetBufferPadding(false)
 ///         .SetDimOrdinalRange(0, columns, 4, 5).SetDimOrdinalRange(1, rows, 0, 99)
@@ -89,7 +89,7 @@ public:
   // Creation and extension of the drawer
 
   /// The next write creates a drawer that is stored whole, over the selected member sets; a dimension without
-  /// a selection gets all members of its collection. The drawer replaces a former one of the distribution.
+  /// a selection gets all members of its collection. The drawer replaces a former drawer.
   ORXSimTransfer& SetMakeNewDrawer() noexcept;
   /// Does the same with a drawer stored in chunks: `chunks` has one length in cells per dimension, each at
   /// least 1; a length beyond the dimension's size means the whole dimension.
@@ -140,8 +140,8 @@ public:
 
   // Execution; the view is checked first
 
-  /// Writes the attached buffers into the selection, after it has created the new drawer if one is
-  /// configured. A sparse matrix is always written into a new drawer. Needs SetWrite (30).
+  /// Writes the attached buffers into the selection, after it has created the new drawer, if SetMakeNewDrawer
+  /// was called. A sparse matrix is always written into a new drawer. Needs SetWrite (30).
   ORXSimTransfer& ExecWrite();
   /// Fills the attached buffers from the selection. Needs SetRead (30). The result belongs to this transfer
   /// and is valid until the next execution.
@@ -171,7 +171,7 @@ private:
   void ReadSparse();
 
   ORXSimDistribution m_distribution;
-  ORXSimArray<ORXSimDimSelection> m_selections; ///< one per dimension
+  ORXSimArray<ORXSimDimSelection> m_selections; ///< of each dimension
   ORXSimArray<int> m_chunks;
   ORXSimRangeValue m_initialValue;
   ORXSimSerializationType m_serialization;

@@ -127,8 +127,8 @@ void Context::ReadMembers(SetRecord& set) const {
 
 // Changing
 
-/// Makes a change. `undo` takes the change back, also a half-made one: at once when the change raises an
-/// error, or when the open transaction is abandoned.
+/// Makes a change. `undo` takes the change back, also when only a part of it was made: at once when the
+/// change raises an error, or when the open transaction is abandoned.
 template<class Change>
 void Context::Changing(std::function<void()> undo, Change&& change) {
   m_database.BecomeCurrent();

@@ -71,7 +71,7 @@ public:
   // Transactions
 
   bool HasTransaction() const noexcept { return m_hasTransaction; }
-  /// True when this transaction is open; a Close, also one that failed, has abandoned it.
+  /// True when this transaction is open. Close abandons transactions, also when it fails.
   bool HasTransaction(int number) const noexcept { return m_hasTransaction && number == m_transaction; }
   /// Opens a transaction and returns its number.
   int BeginTransaction() noexcept {

@@ -63,7 +63,7 @@ bool IsProgression(std::span<int const> labels) {
   return true;
 }
 
-/// True when the labels of `front` followed by those of `back` are an arithmetic progression.
+/// True when the labels of `front`, then the labels of `back`, are an arithmetic progression.
 bool IsProgression(ORXSimIndexSet const& front, ORXSimIndexSet const& back) {
   if (!front.IsStrided() || !back.IsStrided()) return false;
   std::int64_t const step = std::int64_t{back[0]} - front[front.Size() - 1];

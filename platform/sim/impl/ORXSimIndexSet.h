@@ -13,7 +13,7 @@ class ORXSimIndexSet {
 public:
   static ORXSimIndexSet Strided(int start, int count, int stride);
   static ORXSimIndexSet Listed(std::span<int const> labels);
-  /// The labels of `front` followed by those of `back`. Unless another set continues a listed `front`
+  /// The labels of `front`, then the labels of `back`. Unless another set continues a listed `front`
   /// already, this takes time and memory for the labels of `back` only.
   static ORXSimIndexSet Joined(ORXSimIndexSet const& front, ORXSimIndexSet const& back);
 

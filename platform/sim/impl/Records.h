@@ -70,7 +70,7 @@ struct Drawer {
   ORXSimSerializationType serialization;
   std::unique_ptr<store::DenseDrawer> dense;
   std::unique_ptr<store::SparseDrawer> sparse;
-  bool isSaved = false;     ///< true when it lies at its own path, and not a pending one
+  bool isSaved = false;     ///< true when it lies at its own path, not at a pending path
   bool mayBeLonger = false; ///< true when a crash may have left the dataset longer than `sizes`
 };
 
