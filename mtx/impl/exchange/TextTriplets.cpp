@@ -61,7 +61,7 @@ std::string Quoted(char const* first, char const* last) {
 /// Reads a file through a buffer, m_window:
 ///
 ///     parsed | entry | entry | start of an entry | free
-///            ^ m_next                            ^ m_end
+///              ^ m_next                          ^ m_end
 ///
 /// An entry that the end of the buffer cuts off is parsed again from its start when more has been read.
 class TripletReader {
