@@ -15,7 +15,7 @@ public:
   explicit ORXSimTypeSchemaSnapshot(ORXSimArray<atr_String> const& names) : m_names(names) {}
 
   int Size() const noexcept { return m_names.Size(); }
-  // Both raise ORXSimException invalidArgument (20) when there is no such index.
+  // Look-up; an index outside of 0 ... Size() - 1 raises ORXSimException invalidArgument (20)
 
   ORXSimTypeID TypeID(int index) const;
   atr_String const& Name(int index) const;

@@ -59,11 +59,11 @@ public:
   /// scratch file replaces a scratch file of the same name that a dead process has left, and the first
   /// scratch file that a process makes in a folder has all such leftovers there (*.sim) deleted.
   void SetDurability(ORXSimDurability durability) noexcept { m_durability = durability; }
-  /// Creates and opens a file. `flags` is 0 or replaceExisting; `n` has no meaning and is -1; others raise
-  /// invalidArgument (20). A database that has a file open raises wrongState (30). An existing file raises
-  /// notOpened (40) unless `flags` has replaceExisting; a scratch file is refused only where a database lies
-  /// that was committed or closed. A file that a process has open raises fileInUse (41), a full disk
-  /// writeFailed (70).
+  /// Creates and opens a file. `flags` is 0 or replaceExisting; `n` has no meaning and is -1; other values
+  /// raise invalidArgument (20). A database that has a file open raises wrongState (30). An existing file
+  /// raises notOpened (40) unless `flags` has replaceExisting; a scratch file is refused only where a
+  /// database lies that was committed or closed. A file that a process has open raises fileInUse (41), a full
+  /// disk writeFailed (70).
   ///
   /// A durable file is built as NAME.orx-new, and gets its name when it is an empty database that others can
   /// open; the file that it replaces stays until then. When the process is killed in between, NAME.orx-new
@@ -81,8 +81,8 @@ public:
   /// copy is refused at its opening or has wrong content.
   void BackUp(ORXUnicodeString const& name, int flags) const;
   /// Abandons open transactions, commits the structure made outside of them, and closes. When the commit
-  /// fails (writeFailed, 70), the file stays open with its former state: free some space and close again, or
-  /// destroy the database. Closing an unopened database does nothing.
+  /// fails (writeFailed, 70), the file stays open with its former state, and the transactions stay abandoned:
+  /// free some space and close again, or destroy the database. Closing an unopened database does nothing.
   void Close();
   /// Closes the file without writing and deletes it, also when the current directory has changed since. When
   /// another file has taken its name, that file stays. Discarding an unopened database does nothing.

@@ -47,7 +47,7 @@ private:
 ///         .SetDimOrdinalRange(0, columns, 4, 5).SetDimOrdinalRange(1, rows, 0, 99)
 ///         .SetBuffer(0, values, 200 * 8).ExecRead();
 ///
-/// Dimensions, buffers and positions are zero-based; ranges include both ends.
+/// Dimensions, buffers and positions are zero-based.
 ///
 /// Dense: buffer 0 holds the selected cells (8 bytes for a double, 4 for an integer) without gaps, the last
 /// dimension varying fastest. In the library's 2-D grids dimension 0 is the columns and dimension 1 the rows:
@@ -111,7 +111,7 @@ public:
 
   /// Selects the members of a set, in its order. A drawer that is created has these members along `dim`.
   ORXSimTransfer& SetDim(int dim, ORXSimCSetID const& members);
-  /// Selects the positions first ... last of the drawer, both inclusive; `collection` is null or the
+  /// Selects the positions first ... last of an existing drawer, both inclusive; `collection` is null or the
   /// collection of the dimension.
   ORXSimTransfer& SetDimOrdinalRange(int dim, ORXSimCollectionID const& collection, int first, int last);
   /// Raises viewDoesNotFit (21) when the selections, the chunks or the extension do not fit the distribution:
@@ -133,15 +133,17 @@ public:
 
   // Serialization
 
-  /// Sets the form of the buffers, dense unless it is called; it is the form of the drawer, else 21.
+  /// Sets the form of the buffers and of a new drawer, dense unless it is called. An existing drawer must
+  /// have this form, else viewDoesNotFit (21).
   ORXSimTransfer& SetSerialization(ORXSimSerializationType const& serialization) noexcept;
   /// Sets the number of stored entries of a sparse write, which needs it.
   ORXSimTransfer& SetSparseNNonzero(int count) noexcept;
 
   // Execution; the view is checked first
 
-  /// Writes the attached buffers into the selection, after it has created the new drawer, if SetMakeNewDrawer
-  /// was called. A sparse matrix is always written into a new drawer. Needs SetWrite (30).
+  /// Creates the drawer that SetMakeNewDrawer or SetMakeNewDrawerChunked asked for, if any, and writes the
+  /// attached buffers into the selection. A sparse matrix is always written into a new drawer. Needs SetWrite
+  /// (30).
   ORXSimTransfer& ExecWrite();
   /// Fills the attached buffers from the selection. Needs SetRead (30). The result belongs to this transfer
   /// and is valid until the next execution.
