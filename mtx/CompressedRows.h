@@ -28,8 +28,8 @@ struct CompressedRows {
   std::int32_t rows = 0;
   std::int32_t columns = 0;
   std::int32_t entries = 0; ///< stored entries
-  std::int32_t numberOfNonzeros =
-      0; ///< what the matrix reports; formats differ in whether the diagonal counts
+  /// What the matrix reports. Formats differ in whether the diagonal counts.
+  std::int32_t numberOfNonzeros = 0;
   mem_Array<std::int32_t> rowPointers;
   mem_Array<std::uint32_t> columnIndices;
   mem_Array<double> values;

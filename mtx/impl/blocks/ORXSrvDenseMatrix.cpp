@@ -1,7 +1,7 @@
 #include "mtx/ORXSrvDenseMatrix.h"
 
+#include "mtx/impl/blocks/MemberLabels.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
-#include "sim/ORXSimCSet.h"
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimException.h"
 #include "sim/ORXSimTransfer.h"
@@ -32,12 +32,6 @@ ORXSimPersistentDrawerDesc FirstDrawerOf(ORXSimDistribution const& distribution)
   return drawers[0];
 }
 
-std::vector<int> LabelsOf(ORXSimCSet const& set) {
-  std::vector<int> labels(static_cast<std::size_t>(set.Size()));
-  set.OrderedMembers(labels.data());
-  return labels;
-}
-
 /// Returns the members of a set at the positions first ... last; for the null set, the null set. REQUIRES:
 /// the set has these positions.
 ORXSimCSetID Restricted(ORXSimCSetID const& id, int first, int last) {
@@ -45,14 +39,14 @@ ORXSimCSetID Restricted(ORXSimCSetID const& id, int first, int last) {
   ORXSimCSet const set(id);
   int const count = last - first + 1;
   if (count == set.Size()) return id;
-  std::vector<int> const labels = LabelsOf(set);
+  std::vector<int> const labels = orx::LabelsOf(set);
   return ORXSimCollection(id.Collection()).CreateTempOrderedCSet(labels.data() + first, count);
 }
 
 /// Returns a set of the members of `front`, then of `back`, which are of one collection.
 ORXSimCSetID Joined(ORXSimCSet const& front, ORXSimCSet const& back) {
-  std::vector<int> labels = LabelsOf(front);
-  std::vector<int> const more = LabelsOf(back);
+  std::vector<int> labels = orx::LabelsOf(front);
+  std::vector<int> const more = orx::LabelsOf(back);
   labels.insert(labels.end(), more.begin(), more.end());
   return ORXSimCollection(front.ID().Collection())
       .CreateOrderedCSet(labels.data(), static_cast<int>(labels.size()));

@@ -1,9 +1,9 @@
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 
 #include "mtx/ORXSrvUtilities.h"
+#include "mtx/impl/blocks/MemberLabels.h"
 #include "mtx/impl/blocks/ORXSrvSimFileHandleNames.h"
 #include "mtx/impl/blocks/ORXSrvUtilitiesChunks.h"
-#include "sim/ORXSimCSet.h"
 #include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimTransaction.h"
@@ -14,13 +14,6 @@
 using namespace orx;
 
 namespace {
-
-std::vector<int> LabelsOf(ORXSimCSetID const& id) {
-  ORXSimCSet const set(id);
-  std::vector<int> labels(static_cast<std::size_t>(set.Size()));
-  set.OrderedMembers(labels.data());
-  return labels;
-}
 
 ORXSimCSetID MembersOf(ORXSimCollectionID const& collection, int count, int const* labels) {
   ORXSimCollection const members(collection);
@@ -44,8 +37,8 @@ ORXSrvScratchDenseMatrix::ORXSrvScratchDenseMatrix(int rows, int columns, int co
 ORXSrvScratchDenseMatrix::ORXSrvScratchDenseMatrix(ORXSimCSetID rowSet, ORXSimCSetID columnSet, int rowChunk,
                                                    int columnChunk)
     : m_externalRowCSetID(rowSet), m_externalColumnCSetID(columnSet) {
-  std::vector<int> const rowLabels = LabelsOf(rowSet);
-  std::vector<int> const columnLabels = LabelsOf(columnSet);
+  std::vector<int> const rowLabels = LabelsOf(ORXSimCSet(rowSet));
+  std::vector<int> const columnLabels = LabelsOf(ORXSimCSet(columnSet));
   Build(static_cast<int>(rowLabels.size()), static_cast<int>(columnLabels.size()), rowLabels.data(),
         columnLabels.data(), rowChunk, columnChunk);
 }
