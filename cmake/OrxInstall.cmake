@@ -4,7 +4,8 @@ install(TARGETS orx_core orx_sim orx_linear_algebra orx_fortran EXPORT orx_targe
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY platform/core platform/sim blac mtx module DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx
         FILES_MATCHING PATTERN "*.h" PATTERN impl EXCLUDE PATTERN sparse EXCLUDE)
-install(FILES fortran/orx_linear_algebra.f90 DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx/fortran)
+install(FILES ${PROJECT_BINARY_DIR}/fortran/orx_linear_algebra.f90
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx/fortran)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/orx_linear_algebra)

@@ -4,7 +4,7 @@
 /*
  * The registry of out-of-core matrices (mtx/ORXSrvMatrixContainer.h) for solver code in Fortran or C. A
  * container is known by its address, which is passed by value; identifiers are passed by address, as Fortran
- * does. fortran/orx_linear_algebra.f90 has the interfaces.
+ * does. The Fortran module has the interfaces.
  *
  * Errors leave these functions as C++ exceptions; see module/ORXSrvLastError.h for code that cannot catch
  * them.

@@ -6,7 +6,7 @@
  *
  *     omi_Singleton<ORXSrvTimer>::Instance().CreateTimer();
  *
- * Both queries give seconds since then, and 0 before. fortran/orx_linear_algebra.f90 has the interfaces.
+ * Both queries give seconds since then, and 0 before. The Fortran module has the interfaces.
  */
 
 #include "core/orx_export.h"

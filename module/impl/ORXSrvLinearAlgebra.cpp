@@ -46,7 +46,7 @@ void mtx_finalize(int& tally) {
 }
 
 void blaC_initialize(int& tally) {
-  if (blasLayer.Start(tally)) orx::TakeProductMemoryIfThere();
+  if (blasLayer.Start(tally)) orx::TryTakeProductMemory();
 }
 void blaC_finalize(int& tally) { blasLayer.Stop(tally); }
 void blaC_formalize() {}

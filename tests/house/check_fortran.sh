@@ -1,11 +1,10 @@
 #!/usr/bin/env bash
-# check_fortran.sh SOURCE_DIR EXPORTED: the Fortran module declares every C entry point of the list of exported
+# check_fortran.sh SOURCE_DIR MODULE EXPORTED: the Fortran module declares every C entry point of the list of exported
 # symbols, with the C prototype to the last const, and compiles in programs whose default integers and reals are longer.
 set -euo pipefail
-source=$1 exported=$2
+source=$1 module=$2 exported=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-module=$source/fortran/orx_linear_algebra.f90
 
 gfortran -fdefault-integer-8 -fdefault-real-8 -Wall -Wextra -Werror -fsyntax-only -J"$work" "$module"
 gfortran -fc-prototypes -fsyntax-only -J"$work" "$module" >"$work/prototypes.h"

@@ -22,20 +22,20 @@ struct BlockRange {
 /// group may have fewer blocks. The first and the last group may have fewer rows than others (in a view), or
 /// more (in a matrix that has grown): LargestSize, not MaxNumberOfRowsInBlock, gives the size for a work
 /// area.
-std::vector<BlockRange> RowGroups(ORXSrvDenseMatrix const& matrix, int blocks = 1);
+std::vector<BlockRange> GroupRowBlocks(ORXSrvDenseMatrix const& matrix, int blocks = 1);
 /// The same for the columns.
-std::vector<BlockRange> ColumnGroups(ORXSrvDenseMatrix const& matrix, int blocks = 1);
+std::vector<BlockRange> GroupColumnBlocks(ORXSrvDenseMatrix const& matrix, int blocks = 1);
 
 /// Cuts the range into ranges of `size`; the last one may be shorter.
-std::vector<BlockRange> Pieces(BlockRange const& range, int size);
+std::vector<BlockRange> CutRange(BlockRange const& range, int size);
 
 /// Cuts each of the ranges into ranges of at most `size`.
-std::vector<BlockRange> Cut(std::vector<BlockRange> const& ranges, int size);
+std::vector<BlockRange> CutRanges(std::vector<BlockRange> const& ranges, int size);
 
 /// Cuts all rows into strips of at most `height`: parts of one block, or several whole blocks.
-std::vector<BlockRange> RowStrips(ORXSrvDenseMatrix const& matrix, int height);
+std::vector<BlockRange> CutIntoRowStrips(ORXSrvDenseMatrix const& matrix, int height);
 /// The same for the columns.
-std::vector<BlockRange> ColumnStrips(ORXSrvDenseMatrix const& matrix, int width);
+std::vector<BlockRange> CutIntoColumnStrips(ORXSrvDenseMatrix const& matrix, int width);
 
 /// Size of the largest range; 0 if there is none.
 inline int LargestSize(std::vector<BlockRange> const& ranges) noexcept {

@@ -34,19 +34,19 @@ ORXSimPersistentDrawerDesc FirstDrawerOf(ORXSimDistribution const& distribution)
 
 /// Returns the members of a set at the positions first ... last; for the null set, the null set. REQUIRES:
 /// the set has these positions.
-ORXSimCSetID Restricted(ORXSimCSetID const& id, int first, int last) {
+ORXSimCSetID RestrictSet(ORXSimCSetID const& id, int first, int last) {
   if (id.IsNull()) return id;
   ORXSimCSet const set(id);
   int const count = last - first + 1;
   if (count == set.Size()) return id;
-  std::vector<int> const labels = orx::LabelsOf(set);
+  std::vector<int> const labels = orx::ReadLabels(set);
   return ORXSimCollection(id.Collection()).CreateTempOrderedCSet(labels.data() + first, count);
 }
 
 /// Returns a set of the members of `front`, then of `back`, which are of one collection.
-ORXSimCSetID Joined(ORXSimCSet const& front, ORXSimCSet const& back) {
-  std::vector<int> labels = orx::LabelsOf(front);
-  std::vector<int> const more = orx::LabelsOf(back);
+ORXSimCSetID JoinSets(ORXSimCSet const& front, ORXSimCSet const& back) {
+  std::vector<int> labels = orx::ReadLabels(front);
+  std::vector<int> const more = orx::ReadLabels(back);
   labels.insert(labels.end(), more.begin(), more.end());
   return ORXSimCollection(front.ID().Collection())
       .CreateOrderedCSet(labels.data(), static_cast<int>(labels.size()));
@@ -155,7 +155,7 @@ ORXSimCSetID ORXSrvDenseMatrix::ColumnCSetID() const { return LabelsAlong(column
 /// used, and may have millions of labels.
 ORXSimCSetID ORXSrvDenseMatrix::LabelsAlong(Direction direction, ORXSimCSetID const& whole) const {
   if (!m_isSubmatrix) return whole;
-  return Restricted(whole, m_first[direction], m_first[direction] + m_extent[direction] - 1);
+  return RestrictSet(whole, m_first[direction], m_first[direction] + m_extent[direction] - 1);
 }
 
 bool ORXSrvDenseMatrix::IsNull() const noexcept {
@@ -262,7 +262,7 @@ int ORXSrvDenseMatrix::ExtendWith(ORXSimCSetID const& members) {
   int const dim = m_distribution.NumDimensions() == 1 ? 0 : 1 - direction;
   ORXSimCSetID longer = FirstDrawerOf(m_distribution).DimensionCSetID(dim);
   // The drawer may have grown through another object since this matrix was made.
-  if (ORXSimCSet(longer).Size() != present.Size() + added.Size()) longer = Joined(present, added);
+  if (ORXSimCSet(longer).Size() != present.Size() + added.Size()) longer = JoinSets(present, added);
 
   m_transfer = std::move(transfer);
   labels = longer;

@@ -169,7 +169,7 @@ void ORXSrvDenseMatrix::GetSubmatrix(ORXSrvDenseMatrix& target, int firstRow, in
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   RequireNotShifted({firstRow, lastRow, firstColumn, lastColumn}, target, "GetSubmatrix");
   // Each write covers one row block of the target.
-  std::vector<BlockRange> const blocks = RowGroups(target);
+  std::vector<BlockRange> const blocks = GroupRowBlocks(target);
   ORXSrvMatrix work(LargestSize(blocks), lastColumn - firstColumn + 1);
   for (BlockRange const& rows : blocks) {
     int const last = std::min(lastRow - firstRow, rows.last);
@@ -183,7 +183,7 @@ void ORXSrvDenseMatrix::CopyValues(ORXSrvDenseMatrix const* source) {
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   RequireNotShifted(Whole(), *source, "CopyValues");
   if (NumberOfRows() == 0) return;
-  std::vector<BlockRange> const blocks = ColumnGroups(*source);
+  std::vector<BlockRange> const blocks = GroupColumnBlocks(*source);
   ORXSrvMatrix work(source->NumberOfRows(), LargestSize(blocks));
   for (BlockRange const& columns : blocks) {
     source->GetColumns(columns.first, columns.last, work);
@@ -240,7 +240,7 @@ void ORXSrvDenseMatrix::CopyMappedRows(ORXSrvDenseMatrix const* source, bool cle
   std::int64_t const sourceCount = source->NumberOfRows();
   std::int64_t const count = NumberOfRows();
   if (count == 0) return;
-  std::vector<BlockRange> const blocks = ColumnGroups(*source);
+  std::vector<BlockRange> const blocks = GroupColumnBlocks(*source);
   ORXSrvMatrix from(source->NumberOfRows(), LargestSize(blocks));
   ORXSrvMatrix to(NumberOfRows(), LargestSize(blocks));
   to = 0.0;

@@ -85,11 +85,11 @@ int StripSize(std::int64_t length, int least) {
 }
 
 /// Returns the row blocks, cut where `columns` values for each row exceed a strip.
-std::vector<BlockRange> RowBlocks(ORXSrvDenseMatrix const& matrix, int columns) {
-  return Cut(RowGroups(matrix), StripSize(columns, 1024));
+std::vector<BlockRange> CutRowBlocks(ORXSrvDenseMatrix const& matrix, int columns) {
+  return CutRanges(GroupRowBlocks(matrix), StripSize(columns, 1024));
 }
-std::vector<BlockRange> ColumnBlocks(ORXSrvDenseMatrix const& matrix, int rows) {
-  return Cut(ColumnGroups(matrix), StripSize(rows, 64));
+std::vector<BlockRange> CutColumnBlocks(ORXSrvDenseMatrix const& matrix, int rows) {
+  return CutRanges(GroupColumnBlocks(matrix), StripSize(rows, 64));
 }
 
 /// True when the buffer of a matrix has rows x columns values.
@@ -115,7 +115,7 @@ struct Target {
 };
 
 /// Returns the leading dimension for DGEMM, which refuses the 0 of a matrix without rows.
-int const* Leading(int const& dimension) {
+int const* BlasLeadingDimension(int const& dimension) {
   static constexpr int one = 1;
   return dimension > 0 ? &dimension : &one;
 }
@@ -123,22 +123,24 @@ int const* Leading(int const& dimension) {
 /// c = alpha * a * b + beta * c; a is m x k, b k x n.
 void Gemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
   RequireProductMemory();
-  BLAC_DGEMM("N", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
-             Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
+  BLAC_DGEMM("N", "N", &m, &n, &k, &alpha, a.values, BlasLeadingDimension(a.leadingDimension), b.values,
+             BlasLeadingDimension(b.leadingDimension), &beta, c.values,
+             BlasLeadingDimension(c.leadingDimension));
 }
 
 /// c = alpha * a^T * b + beta * c; a is k x m, b k x n. If a and b have no values (k = 0), c = beta * c.
 void TransposedGemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
   RequireProductMemory();
-  BLAC_DGEMM("T", "N", &m, &n, &k, &alpha, a.values, Leading(a.leadingDimension), b.values,
-             Leading(b.leadingDimension), &beta, c.values, Leading(c.leadingDimension));
+  BLAC_DGEMM("T", "N", &m, &n, &k, &alpha, a.values, BlasLeadingDimension(a.leadingDimension), b.values,
+             BlasLeadingDimension(b.leadingDimension), &beta, c.values,
+             BlasLeadingDimension(c.leadingDimension));
 }
 
 /// c = beta * c, m x n: the product of factors without values. With beta 0 a NaN in c becomes 0.
 void ScaleBy(double beta, int m, int n, Target c) { Gemm(m, n, 0, 1.0, {nullptr, m}, {}, beta, c); }
 
-Values Packed(ORXSrvMatrix const& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
-Target Into(ORXSrvMatrix& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
+Values AsOperand(ORXSrvMatrix const& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
+Target AsTarget(ORXSrvMatrix& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
 
 /// Least number of columns of a strip of A: narrower strips make DGEMM slow.
 constexpr int leastStripWidth = 64;
@@ -148,7 +150,7 @@ class RowProduct {
 public:
   /// Allocates for at most `largestRows` rows at a time.
   RowProduct(ORXSrvDenseMatrix const& a, int largestRows)
-      : m_a(a), m_strips(ColumnStrips(a, StripWidth(largestRows))),
+      : m_a(a), m_strips(CutIntoColumnStrips(a, StripWidth(largestRows))),
         m_work(largestRows, LargestSize(m_strips)) {}
 
   /// c = alpha * (`rows` of A) * b + beta * c; b is A's columns x n.
@@ -156,7 +158,7 @@ public:
     if (m_strips.empty()) ScaleBy(beta, rows.Size(), n, c);
     for (BlockRange const& columns : m_strips) {
       ORXSrvMatrix const strip = Read(rows, columns);
-      Gemm(rows.Size(), n, columns.Size(), alpha, Packed(strip),
+      Gemm(rows.Size(), n, columns.Size(), alpha, AsOperand(strip),
            {b.values + columns.first, b.leadingDimension}, beta, c);
       beta = 1.0;
     }
@@ -202,7 +204,7 @@ private:
 
 /// c = A * b + beta * c, with b columns x n and c rows x n.
 void MultiplyInMemory(ORXSrvDenseMatrix const& a, double const* b, int n, double beta, double* c) {
-  std::vector<BlockRange> const blocks = RowBlocks(a, leastStripWidth);
+  std::vector<BlockRange> const blocks = CutRowBlocks(a, leastStripWidth);
   RowProduct const product(a, LargestSize(blocks));
   BlockProgress progress(multiply, static_cast<std::int64_t>(blocks.size()));
   for (BlockRange const& rows : blocks) {
@@ -224,9 +226,9 @@ public:
         a.NumberOfRows(),           a.NumberOfColumns(),           b.NumberOfColumns(),
         a.MaxNumberOfRowsInBlock(), a.MaxNumberOfColumnsInBlock(), b.MaxNumberOfColumnsInBlock()};
     ProductGroups const groups = GroupsWithinBudget(shape);
-    m_rows = RowGroups(a, groups.row);
-    m_inner = ColumnGroups(a, groups.inner);
-    m_columns = ColumnGroups(b, groups.column);
+    m_rows = GroupRowBlocks(a, groups.row);
+    m_inner = GroupColumnBlocks(a, groups.inner);
+    m_columns = GroupColumnBlocks(b, groups.column);
     if (WorkSize() + TileSize() > WorkMemoryValues()) CutTo(TileWithin(WorkMemoryValues(), shape));
   }
 
@@ -255,7 +257,7 @@ public:
       ORXSrvMatrix b(inner.Size(), columns.Size(), work + std::int64_t{rows.Size()} * inner.Size());
       m_a.GetValues(rows.first, rows.last, inner.first, inner.last, a);
       m_b.GetValues(inner.first, inner.last, columns.first, columns.last, b);
-      Gemm(rows.Size(), columns.Size(), inner.Size(), 1.0, Packed(a), Packed(b), beta, c);
+      Gemm(rows.Size(), columns.Size(), inner.Size(), 1.0, AsOperand(a), AsOperand(b), beta, c);
       beta = 1.0;
       progress.BlockDone();
     }
@@ -263,9 +265,9 @@ public:
 
 private:
   void CutTo(ProductTile const& tile) {
-    m_rows = RowStrips(m_a, tile.rows);
-    m_inner = ColumnStrips(m_a, tile.inner);
-    m_columns = ColumnStrips(m_b, tile.columns);
+    m_rows = CutIntoRowStrips(m_a, tile.rows);
+    m_inner = CutIntoColumnStrips(m_a, tile.inner);
+    m_columns = CutIntoColumnStrips(m_b, tile.columns);
   }
 
   ORXSrvDenseMatrix const& m_a;
@@ -300,7 +302,7 @@ void RequireApartFrom(ORXSrvMatrix const& b, ORXSrvMatrix const& c, int rows) {
 }
 
 /// Sets the leading rows x columns to zero.
-void Clear(ORXSrvMatrix& matrix, int rows, int columns) {
+void ClearRectangle(ORXSrvMatrix& matrix, int rows, int columns) {
   for (std::int64_t j = 0; j < columns; ++j)
     std::fill_n(matrix.Values() + j * matrix.NumberOfRows(), rows, 0.0);
 }
@@ -314,9 +316,9 @@ void MultiplyTransposed(ORXSrvDenseMatrix const& a, Operand const& b, ORXSrvMatr
   RequireReadableRows(b, a.NumberOfRows());
   RequireApartFrom(b, c, columns);
   if (columns == 0 || b.NumberOfColumns() == 0) return;
-  std::vector<BlockRange> const groups = Cut(RowGroups(a, RowBlocksTogether(a, b.NumberOfRows())),
-                                             LargestStrip(std::int64_t{columns} + b.NumberOfColumns()));
-  if (groups.empty()) Clear(c, columns, b.NumberOfColumns());
+  std::vector<BlockRange> const groups = CutRanges(GroupRowBlocks(a, RowBlocksTogether(a, b.NumberOfRows())),
+                                                   LargestStrip(std::int64_t{columns} + b.NumberOfColumns()));
+  if (groups.empty()) ClearRectangle(c, columns, b.NumberOfColumns());
   WorkArea const workA(LargestSize(groups), columns);
   WorkArea const workB(LargestSize(groups), b.NumberOfColumns());
   BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(groups.size()));
@@ -426,7 +428,7 @@ void ORXSrvDenseMatrix::Multiply(double alpha, ORXSrvMatrix const& b, double bet
   RequireReadable(*this, c.NumberOfRows(), inner, __LINE__);
   RequireNotShifted(Whole(), c, "Multiply");
   if (columns == 0) return;
-  std::vector<BlockRange> const blocks = RowBlocks(c, columns);
+  std::vector<BlockRange> const blocks = CutRowBlocks(c, columns);
   RowProduct const product(*this, LargestSize(blocks));
   WorkArea const work(LargestSize(blocks), columns);
   BlockProgress progress(multiply, static_cast<std::int64_t>(blocks.size()));
@@ -439,7 +441,7 @@ void ORXSrvDenseMatrix::Multiply(double alpha, ORXSrvMatrix const& b, double bet
       // Columns of C beyond those of B get no product: values that earlier blocks left there must not be
       // written.
       if (beta == 0.0 && columnsOfB < columns) block = 0.0;
-      product.Compute(rows, columnsOfB, alpha, Packed(b), beta, Into(block));
+      product.Compute(rows, columnsOfB, alpha, AsOperand(b), beta, AsTarget(block));
     }
     c.SetRows(rows.first, rows.last, block);
     progress.BlockDone();
@@ -450,13 +452,13 @@ void ORXSrvDenseMatrix::MultiplyAssign(ORXSrvMatrix const& b) {
   int const columns = NumberOfColumns();
   RequireInput(Holds(b, columns, columns), "MultiplyAssign", __LINE__);
   if (columns == 0) return;
-  std::vector<BlockRange> const blocks = RowBlocks(*this, columns);
+  std::vector<BlockRange> const blocks = CutRowBlocks(*this, columns);
   RowProduct const product(*this, LargestSize(blocks));
   WorkArea const work(LargestSize(blocks), columns);
   BlockProgress progress(multiplyAssign, static_cast<std::int64_t>(blocks.size()));
   for (BlockRange const& rows : blocks) {
     ORXSrvMatrix result = work.As(rows.Size(), columns);
-    product.Compute(rows, columns, 1.0, {b.Values(), columns}, 0.0, Into(result));
+    product.Compute(rows, columns, 1.0, {b.Values(), columns}, 0.0, AsTarget(result));
     SetRows(rows.first, rows.last, result);
     progress.BlockDone();
   }
@@ -481,7 +483,7 @@ void ORXSrvDenseMatrix::IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix
     if (positions.Size() > 0) {
       ORXSrvMatrix result = work.As(positions.Size(), columnsOfB);
       product.Compute(IndexedRows(rowIndex, positions), columnsOfB, 1.0, {b.Values(), columns}, 0.0,
-                      Into(result));
+                      AsTarget(result));
       c.SetValues(positions.first, positions.last, 0, columnsOfB - 1, result);
     }
     progress.BlockDone();
@@ -491,7 +493,7 @@ void ORXSrvDenseMatrix::IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix
 // A^T * B
 
 void ORXSrvDenseMatrix::TransposeMultiply(double const* x, int n, double* y, int k) const {
-  std::vector<BlockRange> const blocks = ColumnBlocks(*this, k);
+  std::vector<BlockRange> const blocks = CutColumnBlocks(*this, k);
   if (k < 1 || k > NumberOfRows()) ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
   RequireApart(x, std::int64_t{k} * n, y, NumberOfColumns(), NumberOfColumns(), n, "TransposeMultiply",
                __LINE__);
@@ -500,7 +502,7 @@ void ORXSrvDenseMatrix::TransposeMultiply(double const* x, int n, double* y, int
   for (BlockRange const& columns : blocks) {
     ORXSrvMatrix block = work.As(k, columns.Size());
     GetValues(0, k - 1, columns.first, columns.last, block);
-    TransposedGemm(columns.Size(), n, k, 1.0, Packed(block), {x, k}, 1.0,
+    TransposedGemm(columns.Size(), n, k, 1.0, AsOperand(block), {x, k}, 1.0,
                    {y + columns.first, NumberOfColumns()});
     progress.BlockDone();
   }
@@ -512,15 +514,15 @@ void ORXSrvDenseMatrix::TransposeMultiply(int const* permutation, ORXSrvMatrix c
   RequireInput(Covers(b, 0, 0) && b.NumberOfRows() <= rows, "TransposeMultiply", __LINE__);
   RequireInput(Covers(c, NumberOfColumns(), b.NumberOfColumns()), "TransposeMultiply", __LINE__);
   RequireApartFrom(b, c, NumberOfColumns());
-  std::vector<BlockRange> const blocks = ColumnBlocks(*this, rows);
+  std::vector<BlockRange> const blocks = CutColumnBlocks(*this, rows);
   WorkArea const work(rows, LargestSize(blocks));
   BlockProgress progress(transposeMultiply, static_cast<std::int64_t>(blocks.size()));
   for (BlockRange const& columns : blocks) {
     ORXSrvMatrix block = work.As(rows, columns.Size());
     if (rows > 0) GetColumns(columns.first, columns.last, block);
     if (permutation != nullptr) block.PermuteRowsInPlace(permutation, rows);
-    TransposedGemm(columns.Size(), b.NumberOfColumns(), b.NumberOfRows(), alpha, Packed(block), Packed(b),
-                   beta, {c.Values() + columns.first, c.NumberOfRows()});
+    TransposedGemm(columns.Size(), b.NumberOfColumns(), b.NumberOfRows(), alpha, AsOperand(block),
+                   AsOperand(b), beta, {c.Values() + columns.first, c.NumberOfRows()});
     progress.BlockDone();
   }
 }

@@ -22,8 +22,8 @@ void ORXSrvMatrix::Add(double factor, ORXSrvDenseMatrix const& source) {
   if (factor == 0.0) return;
   if (source.NumberOfRows() > m_dim1 || source.NumberOfColumns() > m_dim2)
     ORXSrvMtxIllegalInput("Add").Throw(sourceFile, __LINE__);
-  std::vector<BlockRange> const rowBlocks = RowGroups(source);
-  std::vector<BlockRange> const columnBlocks = ColumnGroups(source);
+  std::vector<BlockRange> const rowBlocks = GroupRowBlocks(source);
+  std::vector<BlockRange> const columnBlocks = GroupColumnBlocks(source);
   WorkArea const work(LargestSize(rowBlocks), LargestSize(columnBlocks));
   for (BlockRange const& columns : columnBlocks)
     for (BlockRange const& rows : rowBlocks) {

@@ -22,28 +22,28 @@ constexpr auto& sourceFile = orx::denseMatrixSource;
 // Updates
 
 /// Number of columns of a part of a row block: 256 kB.
-int PieceWidth(int rows) {
-  constexpr int pieceValues = (1 << 18) / sizeof(double);
-  return std::max(1, pieceValues / std::max(rows, 1));
+int PartWidth(int rows) {
+  constexpr int partValues = (1 << 18) / sizeof(double);
+  return std::max(1, partValues / std::max(rows, 1));
 }
 
-WorkArea AreaForPieces(ORXSrvDenseMatrix const& matrix) {
-  int const rows = LargestSize(RowGroups(matrix));
-  return {rows, std::min(PieceWidth(rows), LargestSize(ColumnGroups(matrix)))};
+WorkArea WorkAreaForParts(ORXSrvDenseMatrix const& matrix) {
+  int const rows = LargestSize(GroupRowBlocks(matrix));
+  return {rows, std::min(PartWidth(rows), LargestSize(GroupColumnBlocks(matrix)))};
 }
 
 /// Calls visit(rows, columns) for the parts of each block, column block by column block, and reports each
 /// block to the host.
 template<class Visit>
-void VisitPieces(ORXSrvDenseMatrix const& matrix, char const* operation, Visit visit) {
-  std::vector<BlockRange> const rowBlocks = RowGroups(matrix);
-  std::vector<BlockRange> const columnBlocks = ColumnGroups(matrix);
-  int const width = PieceWidth(LargestSize(rowBlocks));
+void VisitParts(ORXSrvDenseMatrix const& matrix, char const* operation, Visit visit) {
+  std::vector<BlockRange> const rowBlocks = GroupRowBlocks(matrix);
+  std::vector<BlockRange> const columnBlocks = GroupColumnBlocks(matrix);
+  int const width = PartWidth(LargestSize(rowBlocks));
   BlockProgress progress(operation, static_cast<std::int64_t>(rowBlocks.size() * columnBlocks.size()));
   for (BlockRange const& columns : columnBlocks)
     for (BlockRange const& rows : rowBlocks) {
-      for (BlockRange const& piece : Pieces(columns, width))
-        visit(rows, piece);
+      for (BlockRange const& part : CutRange(columns, width))
+        visit(rows, part);
       progress.BlockDone();
     }
 }
@@ -56,17 +56,17 @@ public:
   explicit MirrorTest(ORXSrvDenseMatrix const& matrix) : m_matrix(matrix) {}
 
   /// True when block (rows, columns) is the transpose of block (columns, rows).
-  bool Passes(BlockRange const& rows, BlockRange const& columns) const {
-    for (BlockRange const& c : Pieces(columns, piece))
-      for (BlockRange const& r : Pieces(rows, piece))
-        if (c.first >= r.first && !PiecePasses(r, c)) return false; // else its mirror image is tested
+  bool IsMirrored(BlockRange const& rows, BlockRange const& columns) const {
+    for (BlockRange const& c : CutRange(columns, partSize))
+      for (BlockRange const& r : CutRange(rows, partSize))
+        if (c.first >= r.first && !IsPartMirrored(r, c)) return false; // else its mirror image is tested
     return true;
   }
 
 private:
-  static constexpr int piece = 128; // 128 kB
+  static constexpr int partSize = 128; // 128 kB
 
-  bool PiecePasses(BlockRange const& rows, BlockRange const& columns) const {
+  bool IsPartMirrored(BlockRange const& rows, BlockRange const& columns) const {
     ORXSrvMatrix values = m_work.As(rows.Size(), columns.Size());
     ORXSrvMatrix mirror = m_mirrorWork.As(columns.Size(), rows.Size());
     Read(rows, columns, values);
@@ -80,8 +80,8 @@ private:
   }
 
   ORXSrvDenseMatrix const& m_matrix;
-  WorkArea m_work{piece, piece};
-  WorkArea m_mirrorWork{piece, piece};
+  WorkArea m_work{partSize, partSize};
+  WorkArea m_mirrorWork{partSize, partSize};
 };
 
 } // namespace
@@ -90,37 +90,37 @@ void ORXSrvDenseMatrix::AddAssign(ORXSrvDenseMatrix const& b) {
   if (NumberOfRows() > b.NumberOfRows() || NumberOfColumns() > b.NumberOfColumns())
     ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
   RequireNotShifted(Whole(), b, "AddAssign");
-  WorkArea const workA = AreaForPieces(*this);
-  WorkArea const workB = AreaForPieces(*this);
-  VisitPieces(*this, "ORXSrvDenseMatrix::AddAssign", [&](BlockRange const& rows, BlockRange const& columns) {
-    ORXSrvMatrix pieceA = workA.As(rows.Size(), columns.Size());
-    ORXSrvMatrix pieceB = workB.As(rows.Size(), columns.Size());
-    GetValues(rows.first, rows.last, columns.first, columns.last, pieceA);
-    b.GetValues(rows.first, rows.last, columns.first, columns.last, pieceB);
-    pieceA += pieceB;
-    SetValues(rows.first, rows.last, columns.first, columns.last, pieceA);
+  WorkArea const workA = WorkAreaForParts(*this);
+  WorkArea const workB = WorkAreaForParts(*this);
+  VisitParts(*this, "ORXSrvDenseMatrix::AddAssign", [&](BlockRange const& rows, BlockRange const& columns) {
+    ORXSrvMatrix partA = workA.As(rows.Size(), columns.Size());
+    ORXSrvMatrix partB = workB.As(rows.Size(), columns.Size());
+    GetValues(rows.first, rows.last, columns.first, columns.last, partA);
+    b.GetValues(rows.first, rows.last, columns.first, columns.last, partB);
+    partA += partB;
+    SetValues(rows.first, rows.last, columns.first, columns.last, partA);
   });
 }
 
 void ORXSrvDenseMatrix::Scale(double factor) {
-  WorkArea const work = AreaForPieces(*this);
-  VisitPieces(*this, "ORXSrvDenseMatrix::Scale", [&](BlockRange const& rows, BlockRange const& columns) {
-    ORXSrvMatrix piece = work.As(rows.Size(), columns.Size());
-    GetValues(rows.first, rows.last, columns.first, columns.last, piece);
-    piece.Multiply(factor);
-    SetValues(rows.first, rows.last, columns.first, columns.last, piece);
+  WorkArea const work = WorkAreaForParts(*this);
+  VisitParts(*this, "ORXSrvDenseMatrix::Scale", [&](BlockRange const& rows, BlockRange const& columns) {
+    ORXSrvMatrix part = work.As(rows.Size(), columns.Size());
+    GetValues(rows.first, rows.last, columns.first, columns.last, part);
+    part.Multiply(factor);
+    SetValues(rows.first, rows.last, columns.first, columns.last, part);
   });
 }
 
 bool ORXSrvDenseMatrix::IsSymmetric() const {
   if (NumberOfRows() != NumberOfColumns()) return false;
-  std::vector<BlockRange> const blocks = RowGroups(*this); // column blocks are the same
+  std::vector<BlockRange> const blocks = GroupRowBlocks(*this); // column blocks are the same
   MirrorTest const test(*this);
   auto const count = static_cast<std::int64_t>(blocks.size());
   BlockProgress progress("ORXSrvDenseMatrix::IsSymmetric", count * (count + 1) / 2);
   for (std::size_t i = 0; i < blocks.size(); ++i)
     for (std::size_t j = i; j < blocks.size(); ++j) {
-      if (!test.Passes(blocks[i], blocks[j])) return false;
+      if (!test.IsMirrored(blocks[i], blocks[j])) return false;
       progress.BlockDone();
     }
   return true;

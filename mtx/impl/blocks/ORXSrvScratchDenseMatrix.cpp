@@ -37,8 +37,8 @@ ORXSrvScratchDenseMatrix::ORXSrvScratchDenseMatrix(int rows, int columns, int co
 ORXSrvScratchDenseMatrix::ORXSrvScratchDenseMatrix(ORXSimCSetID rowSet, ORXSimCSetID columnSet, int rowChunk,
                                                    int columnChunk)
     : m_externalRowCSetID(rowSet), m_externalColumnCSetID(columnSet) {
-  std::vector<int> const rowLabels = LabelsOf(ORXSimCSet(rowSet));
-  std::vector<int> const columnLabels = LabelsOf(ORXSimCSet(columnSet));
+  std::vector<int> const rowLabels = ReadLabels(ORXSimCSet(rowSet));
+  std::vector<int> const columnLabels = ReadLabels(ORXSimCSet(columnSet));
   Build(static_cast<int>(rowLabels.size()), static_cast<int>(columnLabels.size()), rowLabels.data(),
         columnLabels.data(), rowChunk, columnChunk);
 }

@@ -35,7 +35,7 @@ bool AreOfOneCollection(ORXSimCSetID const& a, ORXSimCSetID const& b) {
 }
 
 /// Moves `later` to colour 1 when both sets are of one collection. Returns true when they were.
-bool MadeDistinct(ORXSimCSetID const& earlier, ORXSimCSetID& later) {
+bool MakeDistinct(ORXSimCSetID const& earlier, ORXSimCSetID& later) {
   if (!AreOfOneCollection(earlier, later)) return false;
   later = later.OnColorVariant(1);
   return true;
@@ -44,7 +44,7 @@ bool MadeDistinct(ORXSimCSetID const& earlier, ORXSimCSetID& later) {
 /// Returns the sets of a dense matrix as the database has them, columns before rows; makes two sets of one
 /// collection distinct.
 Sets DenseMatrixSets(ORXSimCSetID const& rows, ORXSimCSetID columns) {
-  MadeDistinct(rows, columns);
+  MakeDistinct(rows, columns);
   return {columns, rows};
 }
 
@@ -53,7 +53,7 @@ int MakeAllDistinct(Sets& sets) {
   int moved = 0;
   for (int i = 0; i < sets.Size(); ++i)
     for (int j = i + 1; j < sets.Size(); ++j)
-      if (MadeDistinct(sets[i], sets[j])) ++moved;
+      if (MakeDistinct(sets[i], sets[j])) ++moved;
   return moved;
 }
 
@@ -184,7 +184,7 @@ ORXSimDistributionID ORXSrvUtilities::CreateDistribution(ORXSimTransaction& tx, 
 }
 
 ORXSimDistributionID ORXSrvUtilities::CreateSparseDistribution(ORXSimCSetID& rows, ORXSimCSetID& columns) {
-  MadeDistinct(rows, columns);
+  MakeDistinct(rows, columns);
   return CreateIn(rows.Context(), {rows, columns}, ORXSimTypeKey::Double);
 }
 
@@ -192,7 +192,7 @@ ORXSimDistributionID ORXSrvUtilities::CreateSparseDistribution(ORXSimTransaction
                                                                int typeIndex, ORXSimCSetID& rows,
                                                                ORXSimCSetID& columns) {
   if (AreOfOneCollection(rows, columns)) ORXSimCollection(rows.Collection()).CreateColorVariant(1);
-  MadeDistinct(rows, columns);
+  MakeDistinct(rows, columns);
   return CreateAt({tx, pos, typeIndex}, {rows, columns});
 }
 

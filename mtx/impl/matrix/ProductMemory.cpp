@@ -29,7 +29,7 @@ void RequireProductMemory() {
   isTaken = true;
 }
 
-void TakeProductMemoryIfThere() noexcept {
+void TryTakeProductMemory() noexcept {
   try {
     RequireProductMemory();
   } catch (mem_OutOfMemory const&) {

@@ -8,6 +8,6 @@ namespace orx {
 void RequireProductMemory();
 
 /// Does the same without an error, for hosts that call the BLAS themselves; called while there is memory.
-void TakeProductMemoryIfThere() noexcept;
+void TryTakeProductMemory() noexcept;
 
 } // namespace orx

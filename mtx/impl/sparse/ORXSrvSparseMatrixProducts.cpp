@@ -95,7 +95,7 @@ void ORXSrvSparseMatrix::MultiplyDense(ORXSrvDenseMatrix const& d, double* out, 
   int count = 0;
   mem_Array<unsigned> const list(transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count));
   ListedRows const rows(d, list.get(), count);
-  std::vector<BlockRange> const blocks = ColumnGroups(d);
+  std::vector<BlockRange> const blocks = GroupColumnBlocks(d);
   WorkArea const area(count, LargestSize(blocks));
   for (BlockRange const& columns : blocks) {
     ORXSrvMatrix gathered = area.As(count, columns.Size());
@@ -117,7 +117,7 @@ void ORXSrvSparseMatrix::MultiplyDense(ORXSrvDenseMatrix const& d, ORXSrvDenseMa
   if (rowsBelow < 0 || d.NumberOfColumns() > r.NumberOfColumns())
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   d.RequireNotShifted(d.Whole(), r, "MultiplyDense");
-  std::vector<BlockRange> const blocks = ColumnGroups(d);
+  std::vector<BlockRange> const blocks = GroupColumnBlocks(d);
   WorkArea const areaIn(rowsIn, LargestSize(blocks));
   WorkArea const areaOut(rowsOut, LargestSize(blocks));
   WorkArea const areaBelow(rowsBelow, LargestSize(blocks));
