@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# check_layers.sh ROOT: fails when a source includes what the table of docs/architecture.md does not allow it.
+# check_layers.sh ROOT: fails when a source includes what the table of docs/architecture.md does not allow it, or uses
+# names of HDF5 outside the rooms that may.
 set -euo pipefail
 cd "$1"
 
@@ -42,11 +43,11 @@ function check(file, line, included,    target, unit, other, owner) {
   if (index(allowed[unit], " public ") && target ~ /^(platform\/core|platform\/sim|blac|mtx|module)\/[^\/]+$/) return
   fail(file ":" line ": " unit " may not include " included " of " other)
 }
+function may_use_hdf5(file) { return file ~ /^platform\/sim\/impl\/store\/|^tests\/sim\/|^bench\/peers\/Hdf5Peer/ }
 function check_foreign(file, line, header) {
   if (exists(header) || exists("platform/" header)) fail(file ":" line ": " header " is ours, and included with quotes")
   if (header == "blis.h" && file !~ /^blac\/impl\//) fail(file ":" line ": only blac/impl/ includes blis.h")
-  if (header == "hdf5.h" && file !~ /^platform\/sim\/impl\/store\/|^tests\/sim\/|^bench\/peers\/Hdf5Peer/)
-    fail(file ":" line ": only platform/sim/impl/store/ includes hdf5.h")
+  if (header == "hdf5.h" && !may_use_hdf5(file)) fail(file ":" line ": only platform/sim/impl/store/ includes hdf5.h")
   if (header == "png.h" && file !~ /^(tests\/)?tools?\//) fail(file ":" line ": only tools/ includes png.h")
   if (header ~ /^CLI\// && file !~ /^tools\//) fail(file ":" line ": only tools/ includes CLI")
 }
@@ -54,6 +55,9 @@ FILENAME == "-" {
   file = $0; ++files
   if (unit_for(file) == "") fail(file " belongs to no room of docs/architecture.md")
   for (line = 1; (getline text < file) > 0; ++line) {
+    if (text ~ /(^|[^A-Za-z0-9_])(H5[A-Z]+[a-z]|H5[A-Z]*_[A-Z]|h(id|err|size|ssize|addr)_t)/ &&
+        !may_use_hdf5(file) && file !~ /^bench\//) # its tables print the names of what it compares with
+      fail(file ":" line ": only platform/sim/impl/store/ uses names of HDF5")
     if (text !~ /^[ \t]*#[ \t]*(include|import)/) continue
     if (match(text, /^#include "[^"]+"/)) check(file, line, substr(text, 11, RLENGTH - 11))
     else if (match(text, /^#include <[^>]+>/)) check_foreign(file, line, substr(text, 11, RLENGTH - 11))

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# check_layers_refuses.sh ROOT: check_layers.sh finds each of these includes, put into a copy of the sources.
+# check_layers_refuses.sh ROOT: check_layers.sh finds each of these lines, put into a copy of the sources.
 set -euo pipefail
 cd "$1"
 copy=$(mktemp -d)
@@ -31,6 +31,9 @@ refuses platform/file/Journal.h '#include "core/atr_String.h"' 'file may not inc
 refuses platform/file/impl/Journal.cpp '#include <hdf5.h>' 'only platform/sim/impl/store/'
 refuses platform/sim/impl/store/DenseDrawer.cpp '#include "sim/impl/Context.h"' 'store may not include'
 refuses platform/sim/impl/Context.cpp '#include <hdf5.h>' 'only platform/sim/impl/store/'
+refuses platform/sim/impl/CatalogReader.cpp 'bool IsOpen(hid_t file);' 'uses names of HDF5'
+refuses platform/sim/impl/CatalogReader.cpp '  H5Gclose(group.Get());' 'uses names of HDF5'
+refuses mtx/impl/exchange/TextTriplets.cpp 'auto const kind = H5T_INTEGER;' 'uses names of HDF5'
 refuses platform/sim/ORXSimContext.h '#include "sim/impl/Context.h"' 'sim may not include'
 refuses mtx/impl/blocks/ORXSrvDenseMatrix.cpp '#include "sim/impl/Context.h"' 'private to platform/sim/'
 refuses mtx/impl/blocks/ORXSrvDenseMatrix.cpp '#include "sim/impl/store/DenseDrawer.h"' 'private to platform/sim/'
@@ -46,4 +49,4 @@ refuses mtx/ORXSrvMatrix.h '#include <mtx/ORXSrvSparseMatrix.h>' 'included with 
 refuses mtx/impl/matrix/ORXSrvMatrix.cpp '#include BLAC_HEADER' 'an include is written as'
 refuses mtx/impl/elsewhere/New.cpp '' 'belongs to no room'
 [ "$failed" -eq 0 ]
-echo "$number includes refused"
+echo "$number lines refused"

@@ -9,7 +9,7 @@
 
 using orx::store::Checked;
 using orx::store::CheckedId;
-using orx::store::Hdf5Id;
+using orx::store::Handle;
 
 Session::Session(std::unique_ptr<orx::file::TransactionalFile> file, std::string const& path)
     : m_path(path), m_file(std::move(file)) {}
@@ -17,8 +17,8 @@ Session::Session(std::unique_ptr<orx::file::TransactionalFile> file, std::string
 namespace {
 
 /// With smaller blocks of metadata than programs have, so that most pages hold values too.
-Hdf5Id MixingAccess(orx::file::TransactionalFile& file) {
-  Hdf5Id access = CheckedId(orx::store::MakeFileAccess(file), "access");
+Handle MixingAccess(orx::file::TransactionalFile& file) {
+  Handle access = CheckedId(orx::store::MakeFileAccess(file), "access");
   Checked(H5Pset_meta_block_size(access.Get(), 700), "access");
   return access;
 }
@@ -28,8 +28,8 @@ Hdf5Id MixingAccess(orx::file::TransactionalFile& file) {
 Session Session::Create(std::string const& path, bool isScratch) {
   Session session(orx::file::TransactionalFile::Create(path, isScratch, true), path);
   orx::store::QuietErrors const quiet;
-  Hdf5Id const access = MixingAccess(session.File());
-  Hdf5Id const creation(orx::store::MakeFileCreation());
+  Handle const access = MixingAccess(session.File());
+  Handle const creation(orx::store::MakeFileCreation());
   session.m_hdf5 =
       CheckedId(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()), "creating");
   return session;
@@ -45,7 +45,7 @@ Session Session::Open(std::string const& path, bool readOnly) {
 void Session::Reopen() {
   orx::store::QuietErrors const quiet;
   m_hdf5.Close();
-  Hdf5Id const access = MixingAccess(File());
+  Handle const access = MixingAccess(File());
   unsigned const mode = File().IsReadOnly() ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
   m_hdf5 = CheckedId(H5Fopen(m_path.c_str(), mode, access.Get()), "opening");
 }
@@ -82,10 +82,10 @@ void WriteCompact(hid_t group, std::string const& name, int first) {
   std::vector<int> values(5);
   std::iota(values.begin(), values.end(), first);
   hsize_t const size = values.size();
-  Hdf5Id const space = CheckedId(H5Screate_simple(1, &size, nullptr), name);
-  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), name);
+  Handle const space = CheckedId(H5Screate_simple(1, &size, nullptr), name);
+  Handle const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), name);
   Checked(H5Pset_layout(creation.Get(), H5D_COMPACT), name);
-  Hdf5Id const set = CheckedId(
+  Handle const set = CheckedId(
       H5Dcreate2(group, name.c_str(), H5T_STD_I32LE, space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
       name);
   Checked(H5Dwrite(set.Get(), H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), name);
@@ -94,20 +94,20 @@ void WriteCompact(hid_t group, std::string const& name, int first) {
 /// The cells [first, first + count) become `value`.
 void WriteCells(hid_t dataset, hsize_t first, hsize_t count, double value) {
   std::vector<double> const cells(count, value);
-  Hdf5Id const inFile = CheckedId(H5Dget_space(dataset), "cells");
-  Hdf5Id const inMemory = CheckedId(H5Screate_simple(1, &count, nullptr), "cells");
+  Handle const inFile = CheckedId(H5Dget_space(dataset), "cells");
+  Handle const inMemory = CheckedId(H5Screate_simple(1, &count, nullptr), "cells");
   Checked(H5Sselect_hyperslab(inFile.Get(), H5S_SELECT_SET, &first, nullptr, &count, nullptr), "cells");
   Checked(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, inMemory.Get(), inFile.Get(), H5P_DEFAULT, cells.data()),
           "cells");
 }
 
 /// Cells in chunks, which can be extended.
-Hdf5Id WriteChunked(hid_t group, std::string const& name, hsize_t cells, double value) {
+Handle WriteChunked(hid_t group, std::string const& name, hsize_t cells, double value) {
   hsize_t const unlimited = H5S_UNLIMITED;
-  Hdf5Id const space = CheckedId(H5Screate_simple(1, &cells, &unlimited), name);
-  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), name);
+  Handle const space = CheckedId(H5Screate_simple(1, &cells, &unlimited), name);
+  Handle const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), name);
   Checked(H5Pset_chunk(creation.Get(), 1, &chunkCells), name);
-  Hdf5Id dataset = CheckedId(
+  Handle dataset = CheckedId(
       H5Dcreate2(group, name.c_str(), H5T_IEEE_F64LE, space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
       name);
   WriteCells(dataset.Get(), 0, cells, value);
@@ -115,10 +115,10 @@ Hdf5Id WriteChunked(hid_t group, std::string const& name, hsize_t cells, double 
 }
 
 /// A few values, small enough to lie on pages with metadata.
-Hdf5Id WriteSmall(hid_t group, std::string const& name) {
+Handle WriteSmall(hid_t group, std::string const& name) {
   hsize_t const cells = 20;
-  Hdf5Id const space = CheckedId(H5Screate_simple(1, &cells, nullptr), name);
-  Hdf5Id dataset = CheckedId(
+  Handle const space = CheckedId(H5Screate_simple(1, &cells, nullptr), name);
+  Handle dataset = CheckedId(
       H5Dcreate2(group, name.c_str(), H5T_IEEE_F64LE, space.Get(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
       name);
   WriteCells(dataset.Get(), 0, cells, -1.0);
@@ -126,7 +126,7 @@ Hdf5Id WriteSmall(hid_t group, std::string const& name) {
 }
 
 /// Writes past HDF5, through the mapping.
-void MapCell(Session const& session, Hdf5Id const& dataset, int cell, double value) {
+void MapCell(Session const& session, Handle const& dataset, int cell, double value) {
   std::uint64_t const offset = H5Dget_offset(dataset.Get()) + static_cast<std::uint64_t>(cell) * sizeof value;
   std::memcpy(session.File().File().Bytes(offset, sizeof value), &value, sizeof value);
   session.File().WillWriteRawData();
@@ -140,22 +140,22 @@ void Change(Session const& session, int number) {
   if (Checked(H5Lexists(file, "/trash", H5P_DEFAULT), "trash") > 0)
     Checked(H5Ldelete(file, "/trash", H5P_DEFAULT), "trash");
   std::string const path = std::string("/t") + std::to_string(number);
-  Hdf5Id const group = CheckedId(H5Gcreate2(file, path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), path);
-  orx::store::WriteAttribute(group.Get(), "number", number);
-  std::vector<Hdf5Id> small;
+  Handle const group = CheckedId(H5Gcreate2(file, path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), path);
+  orx::store::WriteAttribute(group, "number", number);
+  std::vector<Handle> small;
   for (int k = 0; k < 6; ++k) {
     WriteCompact(group.Get(), std::string("set") + std::to_string(k), 100 * number + k);
     small.push_back(WriteSmall(group.Get(), std::string("small") + std::to_string(k)));
   }
   WriteChunked(group.Get(), "values", 2 * chunkCells, number);
   session.Flush(); // now the metadata beside the small values is held
-  for (Hdf5Id const& dataset : small)
+  for (Handle const& dataset : small)
     MapCell(session, dataset, 3, number);
   if (number == 0) {
     WriteChunked(file, "growing", chunkCells, 0);
     return;
   }
-  Hdf5Id const growing = CheckedId(H5Dopen2(file, "growing", H5P_DEFAULT), "growing");
+  Handle const growing = CheckedId(H5Dopen2(file, "growing", H5P_DEFAULT), "growing");
   hsize_t const cells = (static_cast<hsize_t>(number) + 1) * chunkCells;
   Checked(H5Dset_extent(growing.Get(), &cells), "growing");
   WriteCells(growing.Get(), cells - chunkCells, chunkCells, number);
@@ -166,7 +166,7 @@ void Change(Session const& session, int number) {
 namespace {
 
 std::string DescribeValues(hid_t dataset) {
-  Hdf5Id const space = CheckedId(H5Dget_space(dataset), "describing");
+  Handle const space = CheckedId(H5Dget_space(dataset), "describing");
   auto const cells =
       static_cast<std::size_t>(Checked(H5Sget_simple_extent_npoints(space.Get()), "describing"));
   std::vector<double> values(cells);
@@ -188,10 +188,10 @@ herr_t DescribeObject(hid_t from, char const* name, H5O_info_t const*, void* int
   // What is in the trash is no longer looked at; its space may be in use again.
   if (std::string(name).starts_with("trash")) return 0;
   try {
-    Hdf5Id const object = CheckedId(H5Oopen(from, name, H5P_DEFAULT), "describing");
+    Handle const object = CheckedId(H5Oopen(from, name, H5P_DEFAULT), "describing");
     text += name;
-    if (orx::store::HasAttribute(object.Get(), "number"))
-      text += " number " + std::to_string(orx::store::ReadInteger(object.Get(), "number"));
+    if (orx::store::HasAttribute(object, "number"))
+      text += " number " + std::to_string(orx::store::ReadInteger(object, "number"));
     if (H5Iget_type(object.Get()) == H5I_DATASET) text += DescribeValues(object.Get());
   } catch (orx::store::Hdf5Failure const& failure) {
     text += " unreadable: " + failure.cause;
@@ -214,6 +214,6 @@ std::string DescribeWithPlainHdf5(std::string const& path) {
   orx::store::QuietErrors const quiet;
   std::string const copy = path + ".copy";
   std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
-  Hdf5Id const file(H5Fopen(copy.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+  Handle const file(H5Fopen(copy.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
   return file.IsValid() ? Describe(file.Get()) : "refused";
 }

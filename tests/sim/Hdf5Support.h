@@ -31,7 +31,7 @@ private:
 
   std::string m_path;
   std::unique_ptr<orx::file::TransactionalFile> m_file;
-  orx::store::Hdf5Id m_hdf5;
+  orx::store::Handle m_hdf5;
 };
 
 /// One of a row of transactions 0, 1, 2, ..., not committed yet. It makes groups, attributes, small sets

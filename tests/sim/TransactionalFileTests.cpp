@@ -362,7 +362,7 @@ TEST_F(Transactions, BelongToOneOpeningOfTheFile) {
   Session const session = Session::Create(m_path);
   Change(session, 0);
   orx::store::QuietErrors const quiet;
-  orx::store::Hdf5Id const access(orx::store::MakeFileAccess(session.File()));
+  orx::store::Handle const access(orx::store::MakeFileAccess(session.File()));
   EXPECT_LT(H5Fopen(m_path.c_str(), H5F_ACC_RDWR, access.Get()), 0);
   session.Commit();
   EXPECT_EQ(DescribeWithPlainHdf5(m_path), Describe(session.Id()));

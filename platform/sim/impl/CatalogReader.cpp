@@ -1,7 +1,7 @@
 #include "sim/ORXSimException.h"
 #include "sim/impl/CatalogStorage.h"
-#include "sim/impl/store/DatabaseFile.h"
 #include "sim/impl/store/DenseDrawer.h"
+#include "sim/impl/store/FileObjects.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/SparseDrawer.h"
 
@@ -194,16 +194,16 @@ void LoadDistributions(DatabaseFile& file, sim::Context& context, std::int64_t& 
   }
 }
 
-void LoadTypes(hid_t file, sim::Context& context) {
+void LoadTypes(DatabaseFile const& file, sim::Context& context) {
   std::string const path = context.Path() + "/types";
-  if (CheckedRead(H5Lexists(file, path.c_str(), H5P_DEFAULT), "looking for " + path) == 0) return;
-  Hdf5Id const group = CheckedReadId(H5Gopen2(file, path.c_str(), H5P_DEFAULT), "opening " + path);
-  for (int k = 0; HasAttribute(group.Get(), std::to_string(k).c_str()); ++k)
-    context.LoadType(ReadText(group.Get(), std::to_string(k).c_str()).c_str());
+  if (!file.Has(path)) return;
+  Handle const group = OpenGroup(file, path);
+  for (int k = 0; HasAttribute(group, std::to_string(k).c_str()); ++k)
+    context.LoadType(ReadText(group, std::to_string(k).c_str()).c_str());
 }
 
 void LoadContext(DatabaseFile& file, sim::Context& context) {
-  LoadTypes(file.Id(), context);
+  LoadTypes(file, context);
   if (file.Version() == 1) return LoadFormerContext(file, context);
   LoadNumbers(file, context);
   auto unclaimed = static_cast<std::int64_t>(context.SavedNumbers().size());
@@ -216,7 +216,8 @@ void LoadContext(DatabaseFile& file, sim::Context& context) {
 
 } // namespace
 
-std::map<int, std::string> NumberedLinks(hid_t file, std::string const& path, std::string const& prefix) {
+std::map<int, std::string> NumberedLinks(DatabaseFile const& file, std::string const& path,
+                                         std::string const& prefix) {
   std::map<int, std::string> numbered;
   std::string const folder = path == "/" ? path : path + "/";
   for (std::string const& name : NamesIn(file, path)) {
@@ -234,9 +235,8 @@ void LoadCatalog(DatabaseFile& file,
                  std::function<sim::Context&(int number, ORXSimNamespaceID space)> const& create) {
   Guarded(file, [&] {
     try {
-      for (auto const& [number, path] : NumberedLinks(file.Id(), "/", "context_")) {
-        Hdf5Id const group = CheckedReadId(H5Gopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
-        std::vector<int> const space = ReadIntegers(group.Get(), "namespace");
+      for (auto const& [number, path] : NumberedLinks(file, "/", "context_")) {
+        std::vector<int> const space = ReadIntegers(OpenGroup(file, path), "namespace");
         if (space.size() != 2) throw DamageFound{path + " has a namespace of other than two words"};
         LoadContext(file, create(number, ORXSimNamespaceID(space[0], space[1])));
       }

@@ -2,8 +2,8 @@
 
 #include "file/Checksum.h"
 #include "file/TransactionalFile.h"
-#include "sim/impl/store/DatabaseFile.h"
 #include "sim/impl/store/DenseDrawer.h"
+#include "sim/impl/store/FileObjects.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/SparseDrawer.h"
 
@@ -116,14 +116,13 @@ void CatalogWriter::Move(std::string const& from, std::string const& to) {
 }
 
 void CatalogWriter::RemoveAttributes(std::string const& path, std::span<char const* const> names) {
-  Hdf5Id const object = CheckedReadId(H5Oopen(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  Handle const object = OpenObject(m_file, path);
   for (char const* const name : names) {
-    if (!HasAttribute(object.Get(), name)) continue;
-    m_reversals.emplace_back([this, path, name, former = ReadIntegers(object.Get(), name)] {
-      Hdf5Id const there(H5Oopen(m_file.Id(), path.c_str(), H5P_DEFAULT));
-      WriteAttribute(there.Get(), name, std::span(former));
+    if (!HasAttribute(object, name)) continue;
+    m_reversals.emplace_back([this, path, name, former = ReadIntegers(object, name)] {
+      WriteAttribute(OpenObject(m_file, path), name, std::span(former));
     });
-    Checked(H5Adelete(object.Get(), name), "removing the attribute " + std::string(name));
+    RemoveAttribute(object, name);
   }
 }
 
@@ -161,10 +160,8 @@ void CatalogWriter::Save(sim::Context& context) {
 void CatalogWriter::SaveContext() {
   std::string const path = m_context->Path();
   RemoveOnRevert(path);
-  Hdf5Id const group = CheckedId(H5Gcreate2(m_file.Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
-                                 "creating " + path);
   int const words[] = {m_context->Namespace().first, m_context->Namespace().second};
-  WriteAttribute(group.Get(), "namespace", std::span<int const>(words));
+  WriteAttribute(CreateGroup(m_file, path), "namespace", std::span<int const>(words));
 }
 
 /// Writes new types as attributes of a group, named by their index. Saved types are never removed.
@@ -174,15 +171,16 @@ void CatalogWriter::SaveTypes() {
   std::string const path = m_context->Path() + "/types";
   if (saved == 0) {
     RemoveOnRevert(path);
-    CheckedId(H5Gcreate2(m_file.Id(), path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
-              "creating " + path);
+    CreateGroup(m_file, path);
   }
-  Hdf5Id const group = CheckedReadId(H5Gopen2(m_file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  Handle const group = OpenGroup(m_file, path);
   for (std::size_t k = saved; k < m_context->Types().size(); ++k) {
     std::string const name = std::to_string(k);
-    m_reversals.emplace_back(
-        [this, path, name] { H5Adelete_by_name(m_file.Id(), path.c_str(), name.c_str(), H5P_DEFAULT); });
-    WriteAttribute(group.Get(), name.c_str(), std::string(m_context->Types()[k].AsText()));
+    m_reversals.emplace_back([this, path, name] {
+      Handle const types = OpenGroup(m_file, path);
+      if (HasAttribute(types, name.c_str())) RemoveAttribute(types, name.c_str());
+    });
+    WriteAttribute(group, name.c_str(), std::string(m_context->Types()[k].AsText()));
   }
 }
 
@@ -328,7 +326,7 @@ void CatalogWriter::RemoveFormerFormat(sim::Context const& context) {
   constexpr char const* drawerAttributes[] = {"sets", "chunks", "serialization"};
   Guarded(m_file, [&] {
     for (char const* const kind : {"collection_", "set_"})
-      for (auto const& [number, path] : NumberedLinks(m_file.Id(), context.Path(), kind))
+      for (auto const& [number, path] : NumberedLinks(m_file, context.Path(), kind))
         ReplaceObject(path);
     for (auto const& [handle, record] : context.AllDistributions()) {
       RemoveAttributes(record->Path(), distributionAttributes);

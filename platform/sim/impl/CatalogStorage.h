@@ -79,7 +79,7 @@ private:
 
 /// The paths of links in the group `path`, by the number in their names: with the prefix "set_", element 12
 /// is the path of "set_12". Raises DamageFound for a name that has the prefix and no number behind it.
-std::map<int, std::string> NumberedLinks(std::int64_t file, std::string const& path,
+std::map<int, std::string> NumberedLinks(DatabaseFile const& file, std::string const& path,
                                          std::string const& prefix);
 
 /// Reads the contexts of a file; `create` makes an empty context for each.

@@ -47,19 +47,23 @@ bool Exists(hid_t file, char const* path) {
 
 /// Raises DamageFound when a group lies inside more than `depth` others: HDF5 visits nested groups
 /// recursively, and a damaged file could exhaust the stack.
-void RequireShallow(hid_t file, std::string const& path, int depth) {
+void RequireShallow(DatabaseFile const& file, std::string const& path, int depth) {
   H5O_info_t info;
   for (auto const& name : NamesIn(file, path)) {
     std::string const inner = std::string(path).append("/").append(name);
     H5L_info_t link;
-    CheckedRead(H5Lget_info(file, inner.c_str(), &link, H5P_DEFAULT), "looking at " + inner);
+    CheckedRead(H5Lget_info(file.Id(), inner.c_str(), &link, H5P_DEFAULT), "looking at " + inner);
     if (link.type != H5L_TYPE_HARD) continue;
-    CheckedRead(H5Oget_info_by_name2(file, inner.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT),
+    CheckedRead(H5Oget_info_by_name2(file.Id(), inner.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT),
                 "looking at " + inner);
     if (info.type != H5O_TYPE_GROUP) continue;
     if (depth == 0) throw DamageFound{inner + " is a group inside of too many others"};
     RequireShallow(file, inner, depth - 1);
   }
+}
+
+Handle OpenRoot(hid_t file) {
+  return CheckedReadId(H5Gopen2(file, "/", H5P_DEFAULT), "opening the root group");
 }
 
 void RemoveGroup(hid_t file, char const* path) {
@@ -68,21 +72,16 @@ void RemoveGroup(hid_t file, char const* path) {
 
 /// Removes a group that was in the file when it was opened. Such a group may hold sparse drawers and, in the
 /// former format, groups of labels, but nothing deeper.
-void RemoveForeignGroup(hid_t file, char const* path) {
-  if (!Exists(file, path)) return;
+void RemoveForeignGroup(DatabaseFile const& file, char const* path) {
+  if (!file.Has(path)) return;
   RequireShallow(file, path, 1);
-  RemoveGroup(file, path);
+  RemoveGroup(file.Id(), path);
 }
 
 } // namespace
 
-struct DatabaseFile::Hdf5 {
-  Hdf5Id file;
-};
-
 DatabaseFile::DatabaseFile(std::string path, bool isReadOnly, bool isScratch)
-    : m_path(std::move(path)), m_isReadOnly(isReadOnly), m_isScratch(isScratch), m_version(formatVersion),
-      m_hdf5(std::make_unique<Hdf5>()) {}
+    : m_path(std::move(path)), m_isReadOnly(isReadOnly), m_isScratch(isScratch), m_version(formatVersion) {}
 
 DatabaseFile::~DatabaseFile() {
   if (m_bytes != nullptr) m_bytes->Discard();
@@ -108,16 +107,16 @@ std::unique_ptr<DatabaseFile> DatabaseFile::Open(std::string const& path, bool r
   std::unique_ptr<DatabaseFile> file(new DatabaseFile(path, readOnly, false));
   Guarded(*file, [&] {
     file->m_bytes = file::TransactionalFile::Open(path, readOnly);
-    Hdf5Id const access(MakeFileAccess(*file->m_bytes));
+    Handle const access(MakeFileAccess(*file->m_bytes));
     unsigned const mode = readOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
     hid_t const id = H5Fopen(path.c_str(), mode, access.Get());
     if (id < 0) file->RaiseNotHdf5();
-    file->m_hdf5->file = Hdf5Id(id);
+    file->m_hdf5 = Handle(id);
     file->CheckFormat();
     file->m_bytes->File().PrepareMapping();
     if (!readOnly)
       for (char const* const group : {trashGroup, pendingGroup})
-        RemoveForeignGroup(id, group);
+        RemoveForeignGroup(*file, group);
   });
   return file;
 }
@@ -131,33 +130,31 @@ void DatabaseFile::RaiseNotHdf5() const {
 
 void DatabaseFile::Unlink() noexcept { m_bytes->File().Unlink(); }
 
-std::int64_t DatabaseFile::Id() const noexcept { return m_hdf5->file.Get(); }
-
 void DatabaseFile::MakeFormat() {
   Guarded(*this, [&] {
-    Hdf5Id const access(MakeFileAccess(*m_bytes));
-    Hdf5Id const creation(MakeFileCreation());
-    m_hdf5->file = CheckedId(H5Fcreate(m_path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()),
-                             "creating the file");
-    Hdf5Id const root = CheckedReadId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
-    WriteAttribute(root.Get(), "format", std::string(formatName));
-    WriteAttribute(root.Get(), "format_version", formatVersion);
+    Handle const access(MakeFileAccess(*m_bytes));
+    Handle const creation(MakeFileCreation());
+    m_hdf5 = CheckedId(H5Fcreate(m_path.c_str(), H5F_ACC_TRUNC, creation.Get(), access.Get()),
+                       "creating the file");
+    Handle const root = OpenRoot(Id());
+    WriteAttribute(root, "format", std::string(formatName));
+    WriteAttribute(root, "format_version", formatVersion);
     m_version = formatVersion;
   });
 }
 
 void DatabaseFile::CheckFormat() {
-  Hdf5Id const creation = CheckedReadId(H5Fget_create_plist(Id()), "reading the properties of the file");
+  Handle const creation = CheckedReadId(H5Fget_create_plist(Id()), "reading the properties of the file");
   hsize_t userBlock = 0;
   CheckedRead(H5Pget_userblock(creation.Get(), &userBlock), "reading the properties of the file");
   // HDF5 1.10 does not add the user block to the offsets of chunks that it returns.
   if (userBlock != 0)
     throw DamageFound{"it begins with a user block of " + std::to_string(userBlock) +
                       " bytes, expected none"};
-  Hdf5Id const root = CheckedReadId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
-  if (!HasAttribute(root.Get(), "format") || ReadText(root.Get(), "format") != formatName)
+  Handle const root = OpenRoot(Id());
+  if (!HasAttribute(root, "format") || ReadText(root, "format") != formatName)
     throw DamageFound{"it is an HDF5 file, but not a simulation database"};
-  m_version = ReadInteger(root.Get(), "format_version");
+  m_version = ReadInteger(root, "format_version");
   if (m_version < 1 || m_version > formatVersion)
     throw DamageFound{"its format has version " + std::to_string(m_version) + ", expected 1 to " +
                       std::to_string(formatVersion)};
@@ -193,7 +190,7 @@ std::string DatabaseFile::PendingPath() {
 
 void DatabaseFile::Move(std::string const& from, std::string const& to) {
   std::string const what = std::string("moving ").append(from).append(" to ").append(to);
-  Hdf5Id const properties = CheckedId(H5Pcreate(H5P_LINK_CREATE), what);
+  Handle const properties = CheckedId(H5Pcreate(H5P_LINK_CREATE), what);
   Checked(H5Pset_create_intermediate_group(properties.Get(), 1), what);
   Checked(H5Lmove(Id(), from.c_str(), Id(), to.c_str(), properties.Get(), H5P_DEFAULT), what);
 }
@@ -230,8 +227,8 @@ void DatabaseFile::EmptyCommittedTrash() noexcept {
 }
 
 void DatabaseFile::WriteVersion(int version) {
-  Hdf5Id const root = CheckedReadId(H5Gopen2(Id(), "/", H5P_DEFAULT), "opening the root group");
-  WriteAttribute(root.Get(), "format_version", version);
+  Handle const root = OpenRoot(Id());
+  WriteAttribute(root, "format_version", version);
   m_version = version;
 }
 

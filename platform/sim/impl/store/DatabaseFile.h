@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sim/impl/store/Handle.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -14,7 +16,7 @@ namespace orx::store {
 constexpr int formatVersion = 2;
 
 /// A database file that HDF5 uses through the transactional driver: opens it, checks its format, commits and
-/// closes it. The identifiers that it returns are HDF5's hid_t. Errors are ORXSimException.
+/// closes it. Errors are ORXSimException.
 class DatabaseFile {
 public:
   /// Creates a file and commits it while it is still empty. The file has its name, and replaces an existing
@@ -31,7 +33,8 @@ public:
   std::string const& Path() const noexcept { return m_path; }
   bool IsReadOnly() const noexcept { return m_isReadOnly; }
   bool IsScratch() const noexcept { return m_isScratch; }
-  std::int64_t Id() const noexcept;
+  /// HDF5's identifier of the file.
+  std::int64_t Id() const noexcept { return m_hdf5.Get(); }
   /// Version of the file's format: 1, or formatVersion.
   int Version() const noexcept { return m_version; }
   file::TransactionalFile& Bytes() const noexcept { return *m_bytes; }
@@ -69,8 +72,6 @@ public:
   void CopyTo(std::string const& path, bool replacesExisting);
 
 private:
-  struct Hdf5;
-
   DatabaseFile(std::string path, bool isReadOnly, bool isScratch);
   [[noreturn]] void RaiseNotHdf5() const;
   void MakeFormat();
@@ -89,7 +90,7 @@ private:
   int m_pending = 0;               ///< number of the next pending object
   int m_pendingChecked = 0;        ///< m_pending when the group of pending objects was last removed
   std::unique_ptr<file::TransactionalFile> m_bytes;
-  std::unique_ptr<Hdf5> m_hdf5;
+  Handle m_hdf5; ///< closed before the bytes below HDF5 are
 };
 
 } // namespace orx::store

@@ -3,6 +3,7 @@
 #include "file/TransactionalFile.h"
 #include "sim/ORXSimException.h"
 #include "sim/impl/store/Guarded.h"
+#include "sim/impl/store/Hdf5.h"
 
 #include <algorithm>
 #include <limits>
@@ -30,23 +31,18 @@ std::vector<hsize_t> AsHdf5(std::span<std::int64_t const> numbers) {
   return {numbers.begin(), numbers.end()};
 }
 
-Hdf5Id CreationOf(std::int64_t dataset, std::string const& path) {
+Handle CreationOf(std::int64_t dataset, std::string const& path) {
   return CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of " + path);
 }
 
 } // namespace
 
-struct DenseDrawer::Hdf5 {
-  Hdf5Id dataset;
-};
-
 DenseDrawer::DenseDrawer(DatabaseFile& file, CellType cell, int rank)
-    : m_file(file), m_cell(cell), m_rank(rank), m_copier(file.Bytes(), m_chunks, cell),
-      m_hdf5(std::make_unique<Hdf5>()) {}
+    : m_file(file), m_cell(cell), m_rank(rank), m_copier(file.Bytes(), m_chunks, cell) {}
 
 DenseDrawer::~DenseDrawer() {
   if (m_pending.empty() || m_path != m_pending) return;
-  m_hdf5->dataset.Close();
+  m_dataset.Close();
   m_file.Remove(m_path);
 }
 
@@ -67,14 +63,14 @@ void DenseDrawer::CreateFilled(double fill) {
   RequirePossibleSize();
   std::uint64_t const freshFrom = ReserveChunks(m_chunks.Count());
   CreateDataset(fill);
-  if (!LookUpChunkOffsets(m_hdf5->dataset.Get(), IsAllZeroBits(fill)))
+  if (!LookUpChunkOffsets(m_dataset.Get(), IsAllZeroBits(fill)))
     throw Hdf5Failure{.what = "creating a drawer", .cause = "not all of its chunks have space"};
   m_access = Access::Direct;
   for (std::uint64_t const offset : m_chunks.Offsets())
     m_copier.FillChunk(offset, freshFrom, fill);
   SaveLayout();
   // HDF5 visits every open object when it moves a link, so many new drawers must not stay open.
-  m_hdf5->dataset.Close();
+  m_dataset.Close();
 }
 
 void DenseDrawer::RequirePossibleSize() const {
@@ -96,17 +92,17 @@ void DenseDrawer::CreateDataset(double fill) {
   auto const extents = AsHdf5(m_chunks.Extents());
   std::vector<hsize_t> const unlimited(extents.size(), H5S_UNLIMITED);
   auto const lengths = AsHdf5(m_chunks.Lengths());
-  Hdf5Id const space =
+  Handle const space =
       CheckedId(H5Screate_simple(m_rank, extents.data(), unlimited.data()), "describing a drawer");
-  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), "describing a drawer");
+  Handle const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), "describing a drawer");
   Checked(H5Pset_chunk(creation.Get(), m_rank, lengths.data()), "setting chunk lengths");
   Checked(H5Pset_fill_value(creation.Get(), H5T_NATIVE_DOUBLE, &fill), "setting the initialization value");
   Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), "asking for early space");
   Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), "taking over the filling");
   m_pending = m_path = m_file.PendingPath();
-  m_hdf5->dataset = CheckedId(H5Dcreate2(m_file.Id(), m_path.c_str(), FileType(m_cell), space.Get(),
-                                         H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
-                              "creating a drawer");
+  m_dataset = CheckedId(H5Dcreate2(m_file.Id(), m_path.c_str(), FileType(m_cell), space.Get(), H5P_DEFAULT,
+                                   creation.Get(), H5P_DEFAULT),
+                        "creating a drawer");
 }
 
 // Opening
@@ -123,17 +119,17 @@ std::unique_ptr<DenseDrawer> DenseDrawer::Open(DatabaseFile& file, std::string c
 }
 
 std::int64_t DenseDrawer::Dataset() {
-  if (m_hdf5->dataset.IsValid()) return m_hdf5->dataset.Get();
+  if (m_dataset.IsValid()) return m_dataset.Get();
   // Cells that HDF5 reads are read by the chunk, so HDF5 should keep a few chunks.
-  Hdf5Id const access = AccessInsideFile(H5P_DATASET_ACCESS, m_path);
+  Handle const access = AccessInsideFile(H5P_DATASET_ACCESS, m_path);
   constexpr std::size_t cacheBytes = 64 << 20;
   CheckedRead(H5Pset_chunk_cache(access.Get(), 12421, cacheBytes, 1.0), "opening " + m_path);
-  m_hdf5->dataset = CheckedReadId(H5Dopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
-  return m_hdf5->dataset.Get();
+  m_dataset = CheckedReadId(H5Dopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
+  return m_dataset.Get();
 }
 
 void DenseDrawer::ReleaseHandle() noexcept {
-  if (m_access != Access::ThroughHdf5) m_hdf5->dataset.Close();
+  if (m_access != Access::ThroughHdf5) m_dataset.Close();
 }
 
 void DenseDrawer::ReadShape() {
@@ -145,7 +141,7 @@ void DenseDrawer::ReadShape() {
 
 void DenseDrawer::ReadExtents(std::int64_t dataset) {
   std::string const what = "reading the shape of " + m_path;
-  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset), what);
+  Handle const space = CheckedReadId(H5Dget_space(dataset), what);
   int const rank = H5Sget_simple_extent_ndims(space.Get());
   if (rank != m_rank)
     throw DamageFound{m_path + " has " + std::to_string(rank) + " dimensions, expected " +
@@ -158,13 +154,13 @@ void DenseDrawer::ReadExtents(std::int64_t dataset) {
 }
 
 void DenseDrawer::RequireNumbers(std::int64_t dataset) const {
-  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset), "reading the type of " + m_path);
+  Handle const type = CheckedReadId(H5Dget_type(dataset), "reading the type of " + m_path);
   H5T_class_t const kind = H5Tget_class(type.Get());
   if (kind != H5T_FLOAT && kind != H5T_INTEGER) throw DamageFound{m_path + " does not hold numbers"};
 }
 
 void DenseDrawer::ReadProperties(std::int64_t dataset) {
-  Hdf5Id const creation = CreationOf(dataset, m_path);
+  Handle const creation = CreationOf(dataset, m_path);
   RequireOwnRawData(creation.Get(), m_path);
   CheckedRead(H5Pget_fill_value(creation.Get(), H5T_NATIVE_DOUBLE, &m_fill),
               "reading the fill value of " + m_path);
@@ -187,8 +183,8 @@ void DenseDrawer::LookUpChunks() {
 
 /// Returns false when the cells can only be read through HDF5.
 bool DenseDrawer::LookUpOffsets(std::int64_t dataset) {
-  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset), "reading the type of " + m_path);
-  Hdf5Id const creation = CreationOf(dataset, m_path);
+  Handle const type = CheckedReadId(H5Dget_type(dataset), "reading the type of " + m_path);
+  Handle const creation = CreationOf(dataset, m_path);
   if (H5Tequal(type.Get(), FileType(m_cell)) <= 0 || H5Pget_nfilters(creation.Get()) != 0) return false;
   H5D_layout_t const layout = H5Pget_layout(creation.Get());
   if (layout == H5D_CONTIGUOUS) return LookUpContiguous(dataset);
@@ -197,7 +193,7 @@ bool DenseDrawer::LookUpOffsets(std::int64_t dataset) {
   CheckedRead(H5Pget_chunk(creation.Get(), m_rank, lengths.data()), "reading the chunk lengths of " + m_path);
   m_chunks.SetLengths({lengths.begin(), lengths.end()});
   bool const haveSpace = LookUpChunkOffsets(dataset, false);
-  CheckSavedLayout(dataset);
+  CheckSavedLayout();
   return haveSpace;
 }
 
@@ -216,7 +212,7 @@ bool DenseDrawer::LookUpContiguous(std::int64_t dataset) {
 
 /// Returns false when a chunk has no space.
 bool DenseDrawer::LookUpChunkOffsets(std::int64_t dataset, bool areUnwritten) {
-  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset), "reading the shape of a drawer");
+  Handle const space = CheckedReadId(H5Dget_space(dataset), "reading the shape of a drawer");
   hsize_t count = 0;
   CheckedRead(H5Dget_num_chunks(dataset, space.Get(), &count), "counting chunks");
   if (static_cast<std::int64_t>(count) != m_chunks.Count()) return false;
@@ -261,11 +257,11 @@ std::uint64_t ObjectAddress(hid_t object) {
 /// Raises DamageFound when the offsets are not those that were saved: HDF5 guards object headers by
 /// checksums, but not the tree that holds the offsets of chunks. The attribute means nothing in a copy of the
 /// dataset that another program made; the header of the copy lies elsewhere.
-void DenseDrawer::CheckSavedLayout(std::int64_t dataset) const {
-  if (!HasAttribute(dataset, "layout")) return;
-  std::vector<std::uint64_t> const saved = ReadWords(dataset, "layout");
+void DenseDrawer::CheckSavedLayout() const {
+  if (!HasAttribute(m_dataset, "layout")) return;
+  std::vector<std::uint64_t> const saved = ReadWords(m_dataset, "layout");
   if (saved.size() != 2) throw DamageFound{m_path + " has a layout attribute of another kind"};
-  if (saved[0] == ObjectAddress(dataset) && saved[1] != m_chunks.Checksum())
+  if (saved[0] == ObjectAddress(m_dataset.Get()) && saved[1] != m_chunks.Checksum())
     throw DamageFound{m_path + " does not have its cells where they were written"};
 }
 
@@ -273,12 +269,12 @@ void DenseDrawer::SaveLayout() {
   if (m_isLayoutSaved || m_access != Access::Direct) return;
   std::int64_t const dataset = Dataset();
   std::uint64_t const words[] = {ObjectAddress(dataset), m_chunks.Checksum()};
-  WriteAttribute(dataset, "layout", words);
+  WriteAttribute(m_dataset, "layout", words);
   m_isLayoutSaved = true;
 }
 
 void DenseDrawer::MoveTo(std::string const& path) {
-  m_hdf5->dataset.Close();
+  m_dataset.Close();
   std::string now = path;
   m_file.Move(m_path, now);
   m_path.swap(now);
@@ -312,7 +308,7 @@ std::vector<std::uint64_t> DenseDrawer::SetExtents(std::vector<std::int64_t> con
     Checked(H5Dset_extent(Dataset(), extents.data()), "changing the extents of a drawer");
     // HDF5's cache may hold fill values for the cells that are cut off. They must be written now: later, they
     // would overwrite cells that CellCopier has written.
-    m_hdf5->dataset.Close();
+    m_dataset.Close();
     std::vector<std::uint64_t> added = m_chunks.Resize(
         wanted, [&](Indices const& firstCell) { return OffsetOfChunk(Dataset(), firstCell); }, areUnwritten);
     SaveLayout();
@@ -324,7 +320,7 @@ std::vector<std::uint64_t> DenseDrawer::SetExtents(std::vector<std::int64_t> con
 }
 
 void DenseDrawer::ForgetLayout() noexcept {
-  m_hdf5->dataset.Close();
+  m_dataset.Close();
   m_chunks.SetExtents({});
   m_access = Access::Unknown;
   // The attribute may belong to the former extents, and would be taken for a sign of damage.
@@ -391,8 +387,8 @@ void DenseDrawer::ReadThroughHdf5(DrawerBox const& box, std::span<std::int64_t c
   auto const bufferShape = AsHdf5(bufferCounts);
   std::string const what = "reading cells of " + m_path;
   std::int64_t const dataset = Dataset();
-  Hdf5Id const fileSpace = CheckedReadId(H5Dget_space(dataset), what);
-  Hdf5Id const bufferSpace = CheckedReadId(H5Screate_simple(m_rank, bufferShape.data(), nullptr), what);
+  Handle const fileSpace = CheckedReadId(H5Dget_space(dataset), what);
+  Handle const bufferSpace = CheckedReadId(H5Screate_simple(m_rank, bufferShape.data(), nullptr), what);
   CheckedRead(
       H5Sselect_hyperslab(fileSpace.Get(), H5S_SELECT_SET, first.data(), nullptr, counts.data(), nullptr),
       what);
@@ -417,7 +413,7 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
   box.first[dim] = from;
   box.counts[dim] = std::max<std::int64_t>(0, std::min(to, edge) - from);
   FillBox(box, fill);
-  m_hdf5->dataset.Close();
+  m_dataset.Close();
 }
 
 /// Extends the dataset, and fills the chunks that this adds.

@@ -2,6 +2,7 @@
 
 #include "sim/impl/store/CellCopier.h"
 #include "sim/impl/store/ChunkTable.h"
+#include "sim/impl/store/Handle.h"
 
 #include <cstdint>
 #include <memory>
@@ -57,7 +58,7 @@ public:
 
   // Saving; inside Guarded
 
-  /// The dataset's hid_t. Opens the dataset when it is closed.
+  /// HDF5's identifier of the dataset. Opens the dataset when it is closed.
   std::int64_t Dataset();
   /// Cuts the dataset to the sizes of the drawer.
   void CutTo(std::span<int const> sizes);
@@ -71,7 +72,6 @@ public:
   void ReleaseHandle() noexcept;
 
 private:
-  struct Hdf5;
   enum class Access : std::uint8_t { Unknown, Direct, ThroughHdf5 };
 
   DenseDrawer(DatabaseFile& file, CellType cell, int rank);
@@ -90,7 +90,7 @@ private:
   bool LookUpContiguous(std::int64_t dataset);
   std::uint64_t OffsetOfChunk(std::int64_t dataset, Indices const& firstCell) const;
   void CheckOffsets() const;
-  void CheckSavedLayout(std::int64_t dataset) const;
+  void CheckSavedLayout() const;
   std::vector<std::uint64_t> SetExtents(std::vector<std::int64_t> const& wanted, bool areUnwritten);
   void ForgetLayout() noexcept;
   void ReadThroughHdf5(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void* buffer);
@@ -108,7 +108,7 @@ private:
   Access m_access = Access::Unknown;
   std::string m_path;    ///< present path of the dataset
   std::string m_pending; ///< path before MoveTo; "" for a dataset that was opened
-  std::unique_ptr<Hdf5> m_hdf5;
+  Handle m_dataset;
 };
 
 } // namespace orx::store

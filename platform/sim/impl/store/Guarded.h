@@ -1,7 +1,7 @@
 #pragma once
 
 #include "sim/impl/store/DatabaseFile.h"
-#include "sim/impl/store/Hdf5.h"
+#include "sim/impl/store/Handle.h"
 
 namespace orx::store {
 

@@ -44,7 +44,7 @@ std::vector<LinkedObject> LinkedObjects(hid_t file) {
 }
 
 void AddChunks(hid_t dataset, std::string const& path, std::vector<Extent>& extents) {
-  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset), "reading the shape of " + path);
+  Handle const space = CheckedReadId(H5Dget_space(dataset), "reading the shape of " + path);
   hsize_t chunks = 0;
   CheckedRead(H5Dget_num_chunks(dataset, space.Get(), &chunks), "counting chunks of " + path);
   for (hsize_t k = 0; k < chunks; ++k) {
@@ -59,8 +59,8 @@ void AddChunks(hid_t dataset, std::string const& path, std::vector<Extent>& exte
 }
 
 void AddRawData(hid_t file, std::string const& path, std::vector<Extent>& extents) {
-  Hdf5Id const dataset = CheckedReadId(H5Dopen2(file, path.c_str(), H5P_DEFAULT), "opening " + path);
-  Hdf5Id const creation =
+  Handle const dataset = CheckedReadId(H5Dopen2(file, path.c_str(), H5P_DEFAULT), "opening " + path);
+  Handle const creation =
       CheckedReadId(H5Dget_create_plist(dataset.Get()), "reading the properties of " + path);
   if (H5Pget_layout(creation.Get()) == H5D_CHUNKED) return AddChunks(dataset.Get(), path, extents);
   haddr_t const offset = H5Dget_offset(dataset.Get());

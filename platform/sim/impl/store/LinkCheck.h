@@ -8,9 +8,9 @@ namespace orx::store {
 /// visits all objects of the file, which is slow.
 extern bool checksEveryCommit;
 
-/// Checks the file with the given hid_t; to be called inside Guarded. Raises an Hdf5Failure when an object
-/// does not have exactly one link, or when two objects or the raw data of two datasets share bytes of the
-/// file, of which one would be overwritten.
+/// Checks the file with this identifier of HDF5; to be called inside Guarded. Raises an Hdf5Failure when an
+/// object does not have exactly one link, or when two objects or the raw data of two datasets share bytes of
+/// the file, of which one would be overwritten.
 void CheckLinks(std::int64_t file);
 
 } // namespace orx::store

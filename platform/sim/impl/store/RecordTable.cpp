@@ -13,9 +13,9 @@ constexpr std::uint64_t metadataAllowance = 16 << 10;
 /// commit.
 constexpr std::size_t heldBytes = 256 << 10;
 
-Hdf5Id RowType(RecordTable::Columns columns) {
+Handle RowType(RecordTable::Columns columns) {
   if (columns.empty()) return CheckedId(H5Tcopy(H5T_STD_I32LE), "describing a table");
-  Hdf5Id type = CheckedId(H5Tcreate(H5T_COMPOUND, columns.size() * sizeof(int)), "describing a table");
+  Handle type = CheckedId(H5Tcreate(H5T_COMPOUND, columns.size() * sizeof(int)), "describing a table");
   for (std::size_t k = 0; k < columns.size(); ++k)
     Checked(H5Tinsert(type.Get(), columns[k], k * sizeof(int), H5T_STD_I32LE), "describing a table");
   return type;
@@ -24,11 +24,11 @@ Hdf5Id RowType(RecordTable::Columns columns) {
 int Width(RecordTable::Columns columns) { return columns.empty() ? 1 : static_cast<int>(columns.size()); }
 
 bool IsExternal(hid_t dataset) {
-  Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of a table");
+  Handle const creation = CheckedReadId(H5Dget_create_plist(dataset), "reading the properties of a table");
   return H5Pget_layout(creation.Get()) != H5D_CONTIGUOUS || H5Pget_external_count(creation.Get()) != 0;
 }
 
-std::int64_t RowsAttribute(hid_t dataset, std::string const& path) {
+std::int64_t RowsAttribute(Handle const& dataset, std::string const& path) {
   std::vector<std::uint64_t> const words = ReadWords(dataset, "rows");
   if (words.size() != 1) throw DamageFound{path + " does not say how many rows it has"};
   return static_cast<std::int64_t>(words[0]);
@@ -44,34 +44,34 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
   bytes.ReserveGrowth(table.BytesOf(capacity) + metadataAllowance);
   std::uint64_t const freshFrom = bytes.FreshFrom();
   auto const extent = static_cast<hsize_t>(capacity);
-  Hdf5Id const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
-  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
+  Handle const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
+  Handle const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
   Checked(H5Pset_layout(creation.Get(), H5D_CONTIGUOUS), what);
   Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), what);
   Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), what);
-  Hdf5Id const type = RowType(columns);
-  Hdf5Id const dataset = CheckedId(
+  Handle const type = RowType(columns);
+  Handle const dataset = CheckedId(
       H5Dcreate2(file.Id(), path.c_str(), type.Get(), space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
       what);
   table.m_offset = Checked(H5Dget_offset(dataset.Get()), what);
   table.m_capacity = capacity;
   bytes.WillWriteRawData();
   if (table.m_offset < freshFrom) bytes.File().Zero(table.m_offset, table.BytesOf(capacity));
-  WriteAttribute(dataset.Get(), "rows", std::int64_t{0});
+  WriteAttribute(dataset, "rows", std::int64_t{0});
   return table;
 }
 
 std::optional<RecordTable> RecordTable::Open(DatabaseFile& file, std::string const& path, Columns columns) {
-  if (CheckedRead(H5Lexists(file.Id(), path.c_str(), H5P_DEFAULT), "looking for " + path) == 0) return {};
+  if (!file.Has(path)) return {};
   RecordTable table(file, path, Width(columns));
-  Hdf5Id const dataset = CheckedReadId(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
-  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset.Get()), "reading the type of " + path);
-  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset.Get()), "reading the shape of " + path);
+  Handle const dataset = CheckedReadId(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
+  Handle const type = CheckedReadId(H5Dget_type(dataset.Get()), "reading the type of " + path);
+  Handle const space = CheckedReadId(H5Dget_space(dataset.Get()), "reading the shape of " + path);
   if (CheckedRead(H5Tequal(type.Get(), RowType(columns).Get()), "reading the type of " + path) == 0 ||
       H5Sget_simple_extent_ndims(space.Get()) != 1 || IsExternal(dataset.Get()))
     throw DamageFound{path + " is not a table as it was written"};
   table.m_capacity = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), "reading the shape of " + path);
-  table.m_rows = RowsAttribute(dataset.Get(), path);
+  table.m_rows = RowsAttribute(dataset, path);
   table.m_offset = H5Dget_offset(dataset.Get());
   std::uint64_t const end = file.Bytes().EndOfAllocation();
   bool const isInside =
@@ -108,9 +108,9 @@ void RecordTable::Overwrite(std::int64_t first, std::span<int const> rows) {
 void RecordTable::CutTo(std::int64_t rows) { SetRows(rows); }
 
 void RecordTable::SetRows(std::int64_t rows) {
-  Hdf5Id const dataset =
+  Handle const dataset =
       CheckedReadId(H5Dopen2(m_file->Id(), m_path.c_str(), H5P_DEFAULT), "opening " + m_path);
-  Hdf5Id const attribute = CheckedReadId(H5Aopen(dataset.Get(), "rows", H5P_DEFAULT), "opening " + m_path);
+  Handle const attribute = CheckedReadId(H5Aopen(dataset.Get(), "rows", H5P_DEFAULT), "opening " + m_path);
   Checked(H5Awrite(attribute.Get(), H5T_NATIVE_INT64, &rows), "writing the attribute rows");
   m_rows = rows;
 }

@@ -4,6 +4,7 @@
 #include "file/TransactionalFile.h"
 #include "sim/ORXSimException.h"
 #include "sim/impl/store/Guarded.h"
+#include "sim/impl/store/Hdf5.h"
 
 #include <limits>
 
@@ -31,17 +32,17 @@ template<class Value>
 void WriteArray(hid_t group, char const* name, Value const* values, std::int64_t count) {
   std::string const what = std::string("writing the sparse array ") + name;
   auto const extent = static_cast<hsize_t>(count);
-  Hdf5Id const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
-  Hdf5Id const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
+  Handle const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
+  Handle const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
   Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), what);
   Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), what);
-  Hdf5Id const dataset = CheckedId(
+  Handle const dataset = CheckedId(
       H5Dcreate2(group, name, FileType<Value>(), space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
       what);
   if (count > 0)
     Checked(H5Dwrite(dataset.Get(), MemoryType<Value>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, values), what);
   std::uint64_t const sum = ChecksumOf(values, count);
-  WriteAttribute(dataset.Get(), "checksum", std::span<std::uint64_t const>(&sum, 1));
+  WriteAttribute(dataset, "checksum", std::span<std::uint64_t const>(&sum, 1));
 }
 
 /// Raises DamageFound when a dataset is larger than its space in the file allows. Callers allocate as much
@@ -52,17 +53,17 @@ void RequireStored(DatabaseFile const& file, hid_t dataset, std::int64_t bytes, 
 }
 
 /// Opens a dataset of the group and sets `count` to the number of its values.
-Hdf5Id OpenArray(DatabaseFile const& file, hid_t group, char const* name, std::int64_t& count) {
+Handle OpenArray(DatabaseFile const& file, hid_t group, char const* name, std::int64_t& count) {
   std::string const what = std::string("reading the sparse array ") + name;
-  Hdf5Id const access = AccessInsideFile(H5P_DATASET_ACCESS, name);
-  Hdf5Id dataset = CheckedReadId(H5Dopen2(group, name, access.Get()), what);
-  Hdf5Id const creation = CheckedReadId(H5Dget_create_plist(dataset.Get()), what);
+  Handle const access = AccessInsideFile(H5P_DATASET_ACCESS, name);
+  Handle dataset = CheckedReadId(H5Dopen2(group, name, access.Get()), what);
+  Handle const creation = CheckedReadId(H5Dget_create_plist(dataset.Get()), what);
   RequireOwnRawData(creation.Get(), std::string("the sparse array ") + name);
-  Hdf5Id const space = CheckedReadId(H5Dget_space(dataset.Get()), what);
+  Handle const space = CheckedReadId(H5Dget_space(dataset.Get()), what);
   if (H5Sget_simple_extent_ndims(space.Get()) != 1)
     throw DamageFound{std::string("the sparse array ") + name + " has not one dimension"};
   count = CheckedRead(H5Sget_simple_extent_npoints(space.Get()), what);
-  Hdf5Id const type = CheckedReadId(H5Dget_type(dataset.Get()), what);
+  Handle const type = CheckedReadId(H5Dget_type(dataset.Get()), what);
   H5T_class_t const kind = H5Tget_class(type.Get());
   if (kind != H5T_FLOAT && kind != H5T_INTEGER)
     throw DamageFound{std::string("the sparse array ") + name + " does not hold numbers"};
@@ -78,15 +79,15 @@ void ReadArray(DatabaseFile const& file, hid_t group, char const* name, Value* v
                std::int64_t expected) {
   if (values == nullptr) return;
   std::int64_t count = 0;
-  Hdf5Id const dataset = OpenArray(file, group, name, count);
+  Handle const dataset = OpenArray(file, group, name, count);
   if (count != expected)
     throw DamageFound{std::string("the sparse array ") + name + " has " + std::to_string(count) +
                       " elements, expected " + std::to_string(expected)};
   if (count > 0)
     CheckedRead(H5Dread(dataset.Get(), MemoryType<Value>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, values),
                 std::string("reading the sparse array ") + name);
-  if (!HasAttribute(dataset.Get(), "checksum")) return;
-  auto const saved = ReadWords(dataset.Get(), "checksum");
+  if (!HasAttribute(dataset, "checksum")) return;
+  auto const saved = ReadWords(dataset, "checksum");
   if (saved.size() != 1 || saved[0] != ChecksumOf(values, count))
     throw DamageFound{std::string("the sparse array ") + name +
                       " does not have the checksum it was written with"};
@@ -118,16 +119,12 @@ std::string FindFault(SparseArrays const& arrays, std::int64_t rows, std::int64_
 
 } // namespace
 
-struct SparseDrawer::Hdf5 {
-  Hdf5Id group;
-};
-
 SparseDrawer::SparseDrawer(DatabaseFile& file, std::int64_t rows, std::int64_t columns)
-    : m_file(file), m_rows(rows), m_columns(columns), m_hdf5(std::make_unique<Hdf5>()) {}
+    : m_file(file), m_rows(rows), m_columns(columns) {}
 
 SparseDrawer::~SparseDrawer() {
   if (m_pending.empty() || m_path != m_pending) return;
-  m_hdf5->group.Close();
+  m_group.Close();
   m_file.Remove(m_path);
 }
 
@@ -145,11 +142,11 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int6
   Guarded(file, [&] {
     file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(12 * entries + 12 * rows + 2 * metadataAllowance));
     drawer->m_pending = drawer->m_path = file.PendingPath();
-    drawer->m_hdf5->group =
+    drawer->m_group =
         CheckedId(H5Gcreate2(file.Id(), drawer->m_path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
                   "creating a sparse drawer");
-    hid_t const group = drawer->m_hdf5->group.Get();
-    WriteAttribute(group, "MATLAB_sparse", columns);
+    hid_t const group = drawer->m_group.Get();
+    WriteAttribute(drawer->m_group, "MATLAB_sparse", columns);
     WriteArray(group, "data", arrays.values, entries);
     WriteArray(group, "ir", arrays.columnIndices, entries);
     WriteArray(group, "jc", arrays.rowPointers, rows + 1);
@@ -174,13 +171,13 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Open(DatabaseFile& file, std::string
 }
 
 std::int64_t SparseDrawer::Group() {
-  if (m_hdf5->group.IsValid()) return m_hdf5->group.Get();
-  Hdf5Id const access = AccessInsideFile(H5P_GROUP_ACCESS, m_path);
-  m_hdf5->group = CheckedReadId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
-  return m_hdf5->group.Get();
+  if (m_group.IsValid()) return m_group.Get();
+  Handle const access = AccessInsideFile(H5P_GROUP_ACCESS, m_path);
+  m_group = CheckedReadId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
+  return m_group.Get();
 }
 
-void SparseDrawer::ReleaseHandle() noexcept { m_hdf5->group.Close(); }
+void SparseDrawer::ReleaseHandle() noexcept { m_group.Close(); }
 
 void SparseDrawer::MoveTo(std::string const& path) {
   ReleaseHandle();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sim/impl/store/Handle.h"
+
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -40,7 +42,7 @@ public:
   /// Reads the arrays that are not null.
   void Read(SparseArrays const& arrays);
 
-  /// The group's hid_t. Opens the group when it is closed.
+  /// HDF5's identifier of the group. Opens the group when it is closed.
   std::int64_t Group();
   /// Moves the group from its pending path to its own; MoveBack undoes this.
   void MoveTo(std::string const& path);
@@ -48,8 +50,6 @@ public:
   void ReleaseHandle() noexcept;
 
 private:
-  struct Hdf5;
-
   SparseDrawer(DatabaseFile& file, std::int64_t rows, std::int64_t columns);
 
   DatabaseFile& m_file;
@@ -59,7 +59,7 @@ private:
   bool m_hasDiagonal = false;
   std::string m_path;    ///< present path of the group
   std::string m_pending; ///< path before MoveTo; "" for a group that was opened
-  std::unique_ptr<Hdf5> m_hdf5;
+  Handle m_group;
 };
 
 } // namespace orx::store
