@@ -110,7 +110,8 @@ Assembled AssembleEigen(Source const& source, bool reserve) {
 
 Assembled AssemblePetsc(char const* order, char const* method) {
   WarmMemory(memoryOfRun);
-  auto const lines = RunProgram(Format("%s %d %s %s", ORX_BENCH_PETSC, elementsPerSide, order, method));
+  auto const lines =
+      RunProgram(Format("%s assembly %d %s %s", ORX_BENCH_PETSC, elementsPerSide, order, method));
   return {0.0, Number(lines, "seconds"), static_cast<std::int64_t>(Number(lines, "grown_bytes")),
           static_cast<std::int64_t>(Number(lines, "nonzeros")), Number(lines, "checksum")};
 }

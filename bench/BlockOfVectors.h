@@ -10,7 +10,7 @@
 #include <sys/mman.h>
 #include <vector>
 
-// What the contestants in the claims about sparse products have in common.
+// What the contenders in the claims about sparse products have in common.
 
 namespace bench {
 

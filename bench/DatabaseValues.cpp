@@ -226,7 +226,7 @@ void Compare(Report& report, std::string const& claim, DatabaseBlocks const& our
   report.Line(claim, Rate(task.rectangles, pairs), 1.0 / pairs.ratio, "", goal);
 }
 
-/// Both contestants get the same contents, in pages that have been touched.
+/// Both contenders get the same contents, in pages that have been touched.
 template<class Store>
 void FillMatrix(Store const& store) {
   LargeArray const columns(std::int64_t{8} * order * 256);

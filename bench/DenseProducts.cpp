@@ -35,7 +35,7 @@ constexpr int productOrder = 4096;
 constexpr int tallOrder = 8192;
 constexpr int tallColumns = 64;
 
-/// Small integers, so that every product is exact and all contestants must agree to the last bit.
+/// Small integers, so that every product is exact and all contenders must agree to the last bit.
 double Value(int i, int j, int seed) { return (i * 37 + j * 101 + seed) % 97 - 48; }
 
 ORXSrvMatrix InMemory(int rows, int columns, int seed) {

@@ -96,7 +96,7 @@ private:
 /// printf into a string.
 [[gnu::format(printf, 1, 2)]] std::string Format(char const* format, ...);
 
-/// Raises std::runtime_error when the results that two contestants should share differ.
+/// Raises std::runtime_error when the results that two contenders should share differ.
 void RequireAgreement(bool agree, std::string const& what);
 
 } // namespace bench

@@ -1,6 +1,6 @@
 #include "bench/BlockOfVectors.h"
 #include "bench/Claims.h"
-#include "bench/Contestants.h"
+#include "bench/Contenders.h"
 #include "bench/Python.h"
 #include "bench/SparseProblem.h"
 #include "blac/BLAC.h"
@@ -16,13 +16,13 @@
 // The sparse kernels beside other libraries' products of compressed rows and beside the roofline: the time to
 // read a and ja once and to copy x to y, which no product can do without, and beside the plain loop that
 // everybody writes first, one vector after the other: nothing may be slower than that. In each round every
-// contestant has its turn with all products; what is reported are medians over the rounds. Our vectors, and
+// contender has its turn with all products; what is reported are medians over the rounds. Our vectors, and
 // those of PETSc and Eigen, are stored one after the other; SciPy, which would copy these, has its own order.
 
 namespace bench {
 namespace {
 
-// ---- contestants
+// ---- contenders
 
 std::string Key(bool transposed, int count) {
   return Format("%s_%d", transposed ? "transposed" : "product", count);
@@ -143,12 +143,12 @@ Timings TimeProducts(std::string command, MatrixFiles const& files, Directions c
   return TimeProgram(command, tasks);
 }
 
-std::vector<Contestant> Peers(Problem const& problem, MatrixFiles const& files) {
-  std::vector<Contestant> peers{{"Eigen", [&] { return TimeEigen(problem); }}};
-  if (*ORX_BENCH_PETSC_PRODUCTS != '\0')
-    peers.push_back({"PETSc", [&] { return TimeProducts(ORX_BENCH_PETSC_PRODUCTS, files); }});
-  if (*ORX_BENCH_CHOLMOD_PRODUCTS != '\0')
-    peers.push_back({"CHOLMOD", [&] { return TimeProducts(ORX_BENCH_CHOLMOD_PRODUCTS, files); }});
+std::vector<Contender> Peers(Problem const& problem, MatrixFiles const& files) {
+  std::vector<Contender> peers{{"Eigen", [&] { return TimeEigen(problem); }}};
+  if (*ORX_BENCH_PETSC != '\0')
+    peers.push_back({"PETSc", [&] { return TimeProducts(ORX_BENCH_PETSC " products", files); }});
+  if (*ORX_BENCH_CHOLMOD != '\0')
+    peers.push_back({"CHOLMOD", [&] { return TimeProducts(ORX_BENCH_CHOLMOD " products", files); }});
   if (std::string const python = PythonWithSciPy(); !python.empty())
     peers.push_back({"SciPy", [&files, python] { return TimeProducts(KernelPeersCommand(python), files); }});
   return peers;
@@ -185,8 +185,8 @@ Goal GoalAgainstPeers(ProblemKind const& kind, bool transposed, int count) {
   return AtMost(transposed ? 0.48 : 0.45);
 }
 
-void ReportProduct(Report& report, ProblemKind const& kind, bool transposed, int count,
-                   Contestant const& ours, Contestant const& roofline, std::vector<Contestant> const& peers) {
+void ReportProduct(Report& report, ProblemKind const& kind, bool transposed, int count, Contender const& ours,
+                   Contender const& roofline, std::vector<Contender> const& peers) {
   std::string const key = Key(transposed, count);
   std::string const claim = Claim(kind, transposed, count);
   report.Line(claim + " / roofline",
@@ -197,7 +197,7 @@ void ReportProduct(Report& report, ProblemKind const& kind, bool transposed, int
 }
 
 void ReportAgainstPlainLoop(Report& report, std::string const& claim, std::string const& key,
-                            Contestant const& ours, Contestant const& plain) {
+                            Contender const& ours, Contender const& plain) {
   RequireAgreement(plain.rounds[0].at(key).checksum == ours.rounds[0].at(key).checksum, claim);
   report.Line(claim + " / plain loop",
               Format("%.1f : %.1f ms", ours.MedianSecondsOf(key) * 1e3, plain.MedianSecondsOf(key) * 1e3),
@@ -216,23 +216,23 @@ bool IsWanted(Report const& report, ProblemKind const& kind, std::vector<char co
 void CompareProducts(Report& report, ProblemKind const& kind) {
   Problem const problem(kind);
   MatrixFiles const files(problem);
-  Contestant kernels{"kernels", [&] { return TimeOurs(problem, true); }};
-  Contestant multiply{"Multiply", [&] { return TimeOurs(problem, false); }};
-  Contestant roofline{"roofline", [&] { return TimeRoofline(problem); }};
-  Contestant plain{"plain loop", [&] { return TimePlainLoop(problem); }};
-  std::vector<Contestant> peers;
+  Contender kernels{"kernels", [&] { return TimeOurs(problem, true); }};
+  Contender multiply{"Multiply", [&] { return TimeOurs(problem, false); }};
+  Contender roofline{"roofline", [&] { return TimeRoofline(problem); }};
+  Contender plain{"plain loop", [&] { return TimePlainLoop(problem); }};
+  std::vector<Contender> peers;
   if (IsWanted(report, kind, {" / fastest peer"})) peers = Peers(problem, files);
   for (int round = 0; round < kind.rounds; ++round) {
-    for (Contestant* const contestant : {&kernels, &plain, &multiply, &roofline})
-      contestant->TakeTurn();
-    for (Contestant& peer : peers)
+    for (Contender* const contender : {&kernels, &plain, &multiply, &roofline})
+      contender->TakeTurn();
+    for (Contender& peer : peers)
       peer.TakeTurn();
   }
   for (int const count : kind.vectorCounts)
     for (bool const transposed : {false, true}) {
       ReportProduct(report, kind, transposed, count, HasGoodPattern(kind) ? kernels : multiply, roofline,
                     peers);
-      for (Contestant const* const ours : {&kernels, &multiply})
+      for (Contender const* const ours : {&kernels, &multiply})
         ReportAgainstPlainLoop(report, ClaimOf(ours->name.c_str(), kind, transposed, count),
                                Key(transposed, count), *ours, plain);
     }
@@ -241,20 +241,17 @@ void CompareProducts(Report& report, ProblemKind const& kind) {
 // ---- the symmetric form
 
 /// Those that can with one triangle, and the best of those with both: the task is the same.
-std::vector<Contestant> SymmetricPeers(Problem const& problem, MatrixFiles const& files) {
-  std::vector<Contestant> peers{{"Eigen", [&] { return TimeEigenTriangle(problem); }}};
-  if (*ORX_BENCH_PETSC_PRODUCTS != '\0') {
-    peers.push_back({"PETSc", [&] {
-                       return TimeProducts(std::string(ORX_BENCH_PETSC_PRODUCTS) + " symmetric", files,
-                                           notTransposed);
-                     }});
+std::vector<Contender> SymmetricPeers(Problem const& problem, MatrixFiles const& files) {
+  std::vector<Contender> peers{{"Eigen", [&] { return TimeEigenTriangle(problem); }}};
+  if (*ORX_BENCH_PETSC != '\0') {
     peers.push_back(
-        {"PETSc with both triangles", [&] { return TimeProducts(ORX_BENCH_PETSC_PRODUCTS, files); }});
+        {"PETSc", [&] { return TimeProducts(ORX_BENCH_PETSC " products symmetric", files, notTransposed); }});
+    peers.push_back(
+        {"PETSc with both triangles", [&] { return TimeProducts(ORX_BENCH_PETSC " products", files); }});
   }
-  if (*ORX_BENCH_CHOLMOD_PRODUCTS != '\0')
+  if (*ORX_BENCH_CHOLMOD != '\0')
     peers.push_back({"CHOLMOD", [&] {
-                       return TimeProducts(std::string(ORX_BENCH_CHOLMOD_PRODUCTS) + " symmetric", files,
-                                           notTransposed);
+                       return TimeProducts(ORX_BENCH_CHOLMOD " products symmetric", files, notTransposed);
                      }});
   return peers;
 }
@@ -300,15 +297,15 @@ bool IsSymmetricFormWanted(Report const& report, ProblemKind const& kind,
 void CompareSymmetricProducts(Report& report, ProblemKind const& kind) {
   Problem const problem(kind);
   MatrixFiles const files(problem);
-  Contestant ours{"ours", [&] { return TimeSymmetricProducts(files); }};
-  std::vector<Contestant> peers;
+  Contender ours{"ours", [&] { return TimeSymmetricProducts(files); }};
+  std::vector<Contender> peers;
   if (IsSymmetricFormWanted(report, kind, {" / fastest peer"})) peers = SymmetricPeers(problem, files);
   for (int round = 0; round < kind.rounds; ++round) {
     ours.TakeTurn();
-    for (Contestant& peer : peers)
+    for (Contender& peer : peers)
       peer.TakeTurn();
   }
-  Contestant const plain{"plain loop", {}, PlainProductsOf(ours.rounds, files)};
+  Contender const plain{"plain loop", {}, PlainProductsOf(ours.rounds, files)};
   for (int const count : kind.vectorCounts) {
     std::string const claim = SymmetricClaim(kind, count);
     ReportAgainstPeers(report, claim + " / fastest peer", Key(false, count), ours, peers,

@@ -1,5 +1,5 @@
 #include "bench/Claims.h"
-#include "bench/Contestants.h"
+#include "bench/Contenders.h"
 #include "bench/RowsOfFolder.h"
 #include "bench/SparseProblem.h"
 
@@ -102,15 +102,15 @@ std::string Claim(ProblemKind const& kind, Task const& task, char const* peer) {
   return Format("sparse %s, %s: time / %s", task.name, kind.name, peer);
 }
 
-void ReportTask(Report& report, ProblemKind const& kind, Task const& task, Contestant const& ours,
-                std::vector<Contestant> const& peers) {
+void ReportTask(Report& report, ProblemKind const& kind, Task const& task, Contender const& ours,
+                std::vector<Contender> const& peers) {
   Goal const goal = AtMost(kind.name == random.name ? task.goalForRandom : task.goal);
   if (task.peer == fastest)
     return ReportAgainstPeers(report, Claim(kind, task, fastest), task.name, ours, peers, goal);
   ReportAgainstPeers(report, Claim(kind, task, fastest), task.name, ours, peers, {});
-  std::vector<Contestant> one;
+  std::vector<Contender> one;
   std::ranges::copy_if(peers, std::back_inserter(one),
-                       [&](Contestant const& peer) { return peer.name == task.peer; });
+                       [&](Contender const& peer) { return peer.name == task.peer; });
   ReportAgainstPeers(report, Claim(kind, task, task.peer), task.name, ours, one, goal);
 }
 
@@ -118,20 +118,20 @@ void CompareOperations(Report& report, ProblemKind const& kind) {
   Problem const problem(kind);
   MatrixFiles const files(problem);
   std::vector<int> const perm = ScrambledRows(problem.rows);
-  Contestant ours{"ours", [&] { return TimeOurs(*problem.matrix, perm); }};
-  std::vector<Contestant> peers{{"Eigen", [&] { return TimeEigen(problem, perm); }}};
+  Contender ours{"ours", [&] { return TimeOurs(*problem.matrix, perm); }};
+  std::vector<Contender> peers{{"Eigen", [&] { return TimeEigen(problem, perm); }}};
   auto const addProgram = [&](char const* name, std::string const& program,
                               std::vector<std::string> const& itsTasks) {
     if (program.empty()) return;
     peers.push_back({name, [&files, program, itsTasks] {
-                       return TimeProgram(program + " " + files.Folder(), itsTasks);
+                       return TimeProgram(program + " operations " + files.Folder(), itsTasks);
                      }});
   };
-  addProgram("PETSc", ORX_BENCH_PETSC_OPERATIONS, {"transpose", "permute", "symmetry"});
-  addProgram("CHOLMOD", ORX_BENCH_CHOLMOD_OPERATIONS, {"transpose", "permute"});
+  addProgram("PETSc", ORX_BENCH_PETSC, {"transpose", "permute", "symmetry"});
+  addProgram("CHOLMOD", ORX_BENCH_CHOLMOD, {"transpose", "permute"});
   for (int round = 0; round < 3; ++round) {
     ours.TakeTurn();
-    for (Contestant& peer : peers)
+    for (Contender& peer : peers)
       peer.TakeTurn();
   }
   for (Task const& task : tasks) // the test of a random matrix ends at once

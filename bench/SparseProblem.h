@@ -17,7 +17,7 @@ namespace bench {
 
 struct ProblemKind {
   char const* name;
-  int rounds; ///< how often each contestant has its turn
+  int rounds; ///< how often each contender has its turn
   std::array<int, 4> vectorCounts;
   void (*assemble)(ORXSrvSparseMatrix&);
 };
@@ -53,7 +53,7 @@ private:
   mutable std::map<int, Vectors> m_vectors;
 };
 
-/// The compressed rows as files ia.bin, ja.bin and a.bin, for contestants that are programs of their own.
+/// The compressed rows as files ia.bin, ja.bin and a.bin, for contenders that are programs of their own.
 class MatrixFiles {
 public:
   explicit MatrixFiles(Problem const& problem);

@@ -2,7 +2,7 @@
 
 FOLDER holds the compressed rows in ia.bin, ja.bin (32-bit) and a.bin (64-bit); the matrix is square. Vectors are
 stored row by row, the only form that SciPy multiplies without a copy. All arrays are on 2 MB pages, as those of the
-other contestants are; SciPy's own loops are called for that, which "@" calls on a new array. Prints "product_COUNT SECONDS",
+other contenders are; SciPy's own loops are called for that, which "@" calls on a new array. Prints "product_COUNT SECONDS",
 "transposed_COUNT SECONDS" and, under these names with _checksum, a number that products that agree share.
 """
 import mmap

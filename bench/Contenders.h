@@ -7,19 +7,19 @@
 #include <string>
 #include <vector>
 
-// Claims with several peers: in each round every contestant has its turn with all tasks; what is reported are
+// Claims with several peers: in each round every contender has its turn with all tasks; what is reported are
 // medians over the rounds.
 
 namespace bench {
 
 struct Timing {
   double seconds;
-  double checksum; ///< contestants that agree share it
+  double checksum; ///< contenders that agree share it
 };
 /// By task.
 using Timings = std::map<std::string, Timing>;
 
-struct Contestant {
+struct Contender {
   std::string name;
   std::function<Timings()> run;
   std::vector<Timings> rounds{};
@@ -32,10 +32,10 @@ struct Contestant {
 Timings TimeProgram(std::string const& command, std::vector<std::string> const& tasks);
 
 /// The median over the rounds of the ratio of times.
-double Ratio(Contestant const& ours, Contestant const& other, std::string const& task);
+double Ratio(Contender const& ours, Contender const& other, std::string const& task);
 
 /// Reports the largest of the ratios to the peers that have the task, after a look at their checksums.
 void ReportAgainstPeers(Report& report, std::string const& claim, std::string const& task,
-                        Contestant const& ours, std::vector<Contestant> const& peers, Goal goal);
+                        Contender const& ours, std::vector<Contender> const& peers, Goal goal);
 
 } // namespace bench

@@ -1,10 +1,10 @@
-#include "bench/Contestants.h"
+#include "bench/Contenders.h"
 
 #include <algorithm>
 
 namespace bench {
 
-double Contestant::MedianSecondsOf(std::string const& task) const {
+double Contender::MedianSecondsOf(std::string const& task) const {
   std::vector<double> seconds;
   for (Timings const& round : rounds)
     seconds.push_back(round.at(task).seconds);
@@ -19,7 +19,7 @@ Timings TimeProgram(std::string const& command, std::vector<std::string> const& 
   return timings;
 }
 
-double Ratio(Contestant const& ours, Contestant const& other, std::string const& task) {
+double Ratio(Contender const& ours, Contender const& other, std::string const& task) {
   std::vector<double> ratios;
   for (std::size_t r = 0; r < ours.rounds.size(); ++r)
     ratios.push_back(ours.rounds[r].at(task).seconds / other.rounds[r].at(task).seconds);
@@ -27,10 +27,10 @@ double Ratio(Contestant const& ours, Contestant const& other, std::string const&
 }
 
 void ReportAgainstPeers(Report& report, std::string const& claim, std::string const& task,
-                        Contestant const& ours, std::vector<Contestant> const& peers, Goal goal) {
+                        Contender const& ours, std::vector<Contender> const& peers, Goal goal) {
   double largest = 0.0;
   std::string figures;
-  for (Contestant const& peer : peers) {
+  for (Contender const& peer : peers) {
     if (!peer.rounds[0].contains(task)) continue;
     RequireAgreement(peer.rounds[0].at(task).checksum == ours.rounds[0].at(task).checksum,
                      claim + ", " + peer.name);
