@@ -119,7 +119,6 @@ public:
   int Count() const noexcept { return m_count; }
   /// The root node; null when the tree is empty.
   Node const* Root() const noexcept { return Node::NodeOf(m_root); }
-  Value const& DefaultValue() const noexcept { return m_default; }
 
   // Access. Nodes and references are valid until a key is inserted or removed, or Find copies the node
 

@@ -20,7 +20,7 @@ private:
     double elapsed = 0.0;
     double cpu = 0.0;
   };
-  static Reading Now() noexcept;
+  ORX_LOCAL static Reading ReadClocks() noexcept;
 
   Reading m_total;   ///< of the intervals that have ended
   Reading m_started; ///< clocks at the start of the current interval

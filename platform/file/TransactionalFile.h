@@ -59,8 +59,6 @@ class TransactionalFile {
 public:
   struct Statistics {
     std::uint64_t commits = 0;
-    std::uint64_t pages = 0;
-    std::uint64_t journalBytes = 0;
     std::uint64_t replays = 0;
   };
 

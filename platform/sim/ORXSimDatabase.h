@@ -100,8 +100,8 @@ public:
   bool IsReadOnly() const noexcept;
 
 private:
-  ORXSimFileID Attach(std::shared_ptr<orx::sim::OpenDatabase> database);
-  orx::sim::OpenDatabase& Opened() const;
+  ORX_LOCAL ORXSimFileID Attach(std::shared_ptr<orx::sim::OpenDatabase> database);
+  ORX_LOCAL orx::sim::OpenDatabase& RequireOpen() const;
 
   ORXSimDurability m_durability = ORXSimDurability::Durable;
   std::shared_ptr<orx::sim::OpenDatabase> m_open; ///< null: unopened

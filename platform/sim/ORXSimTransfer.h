@@ -156,21 +156,17 @@ private:
   };
   enum class NewDrawer : int { No, Whole, Chunked };
 
-  orx::sim::DistributionRecord& Record() const;
-  ORXSimTransfer& Select(int dim, ORXSimDimSelection const& selection);
-  void CheckForm();
-  void CheckNewDrawer() const;
-  void CheckSelections() const;
-  void CheckExtension() const;
-  void CheckInitialValue() const;
-  void CheckBuffer(int index, std::int64_t bytesNeeded) const;
-  std::int64_t SelectedBytes() const;
-  std::shared_ptr<orx::sim::Drawer> DrawerOverSelection() const;
-  void CreateDenseDrawer();
-  void MoveDense(bool isWrite);
-  orx::store::SparseArrays SparseArrays() const;
-  void WriteSparse();
-  void ReadSparse();
+  ORX_LOCAL orx::sim::DistributionRecord& Record() const;
+  ORX_LOCAL ORXSimTransfer& SetSelection(int dim, ORXSimDimSelection const& selection);
+  ORX_LOCAL void CheckForm();
+  ORX_LOCAL void CheckSelections() const;
+  ORX_LOCAL void CheckBuffer(int index, std::int64_t bytesNeeded) const;
+  ORX_LOCAL std::shared_ptr<orx::sim::Drawer> DrawerOverSelection() const;
+  ORX_LOCAL void CreateDenseDrawer();
+  ORX_LOCAL void TransferDense(bool isWrite);
+  ORX_LOCAL orx::store::SparseArrays AttachedArrays() const;
+  ORX_LOCAL void WriteSparse();
+  ORX_LOCAL void ReadSparse();
 
   ORXSimDistribution m_distribution;
   ORXSimArray<ORXSimDimSelection> m_selections; ///< of each dimension
@@ -184,6 +180,7 @@ private:
   bool m_hasInitialValue = false;
   bool m_isRead = false;
   bool m_isWrite = false;
-  bool m_isChecked = false; ///< true when the selections were checked since they changed
+  /// Shape of the drawer that the selections were checked against; 0: they changed since, or never were.
+  std::uint64_t m_checkedShape = 0;
   ORXSimTransientDrawer m_result;
 };

@@ -192,7 +192,7 @@ TEST_F(DistributionFactory, SparseSquareMatrixTellsTheCallerItsColumns) {
     EXPECT_TRUE(SameCollection(id, 0, before.Collection()));
     EXPECT_TRUE(SameCollection(id, 1, columns.Collection()));
     EXPECT_EQ(Labels(columns), Labels(rows));
-    EXPECT_EQ(orx::sim::FindContext(m_context.ID()).Find(before.Collection()).colors,
+    EXPECT_EQ(orx::sim::FindContext(m_context.ID()).FindRecord(before.Collection()).colors,
               isAtPosition ? Ints{1} : Ints{});
   }
 }

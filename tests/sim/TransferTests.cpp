@@ -79,6 +79,12 @@ TEST_F(SmallField, ViewsAreCheckedAgainBecauseDrawersChange) {
 
   ORXSimContext const context(m_database.Contexts()[0]);
   ORXSimDistribution const other(CreateField(context, {2, 3}));
+  {
+    ORXSimTransaction const abandoned(context.ID());
+    Extend(m_field, 0, 1);
+    transfer.SetDimOrdinalRange(0, {}, 1, 1).CheckView();
+  }
+  EXPECT_CONTAINS(Message(transfer), "the drawer has 0 to 0");
   ORXSimTransfer late(other);
   {
     ORXSimTransaction const abandoned(context.ID());

@@ -4,7 +4,7 @@
 
 namespace {
 
-/// Length in bytes of the well-formed sequence at p; 0 when there is none.
+/// Number of bytes of the well-formed UTF-8 sequence at p; 0 when it is malformed.
 int SequenceLength(unsigned char const* p) noexcept {
   if (p[0] < 0x80) return 1;
   int const length = p[0] >= 0xF0 ? 4 : p[0] >= 0xE0 ? 3 : 2;

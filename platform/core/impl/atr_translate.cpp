@@ -9,7 +9,7 @@ atr_translate::Catalogue installedCatalogue = nullptr;
 
 bool IsPlaceholder(char const* p) noexcept { return p[0] == '%' && (p[1] == 's' || p[1] == 'i'); }
 
-/// The kind ('s' or 'i') of a template's placeholder `number` (one-based); '\0' when there is none.
+/// Returns the kind ('s' or 'i') of placeholder `number` (one-based) of a template; '\0' when it has fewer.
 char PlaceholderKind(char const* text, int number) noexcept {
   for (; *text != '\0'; ++text)
     if (IsPlaceholder(text) && --number == 0) return text[1];

@@ -3,20 +3,20 @@
 #include <ctime>
 
 namespace {
-double Seconds(clockid_t clock) noexcept {
+double ReadSeconds(clockid_t clock) noexcept {
   timespec time{};
   clock_gettime(clock, &time);
   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 } // namespace
 
-omi_Timer::Reading omi_Timer::Now() noexcept {
-  return {Seconds(CLOCK_MONOTONIC), Seconds(CLOCK_PROCESS_CPUTIME_ID)};
+omi_Timer::Reading omi_Timer::ReadClocks() noexcept {
+  return {ReadSeconds(CLOCK_MONOTONIC), ReadSeconds(CLOCK_PROCESS_CPUTIME_ID)};
 }
 
 void omi_Timer::Start() noexcept {
   if (m_running) return;
-  m_started = Now();
+  m_started = ReadClocks();
   m_running = true;
 }
 
@@ -27,9 +27,9 @@ void omi_Timer::Stop() noexcept {
 }
 
 double omi_Timer::GetElapsedTime() const noexcept {
-  return m_running ? m_total.elapsed + (Now().elapsed - m_started.elapsed) : m_total.elapsed;
+  return m_running ? m_total.elapsed + (ReadClocks().elapsed - m_started.elapsed) : m_total.elapsed;
 }
 
 double omi_Timer::GetTotalCpuTime() const noexcept {
-  return m_running ? m_total.cpu + (Now().cpu - m_started.cpu) : m_total.cpu;
+  return m_running ? m_total.cpu + (ReadClocks().cpu - m_started.cpu) : m_total.cpu;
 }

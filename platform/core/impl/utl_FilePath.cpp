@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 namespace {
-atr_String Joined(atr_String const& first, atr_String const& second) {
+atr_String JoinPaths(atr_String const& first, atr_String const& second) {
   if (*second.AsText() == '\0') return first;
   std::string path = first.AsText();
   if (!path.empty() && path.back() != '/') path += '/';
@@ -13,7 +13,7 @@ atr_String Joined(atr_String const& first, atr_String const& second) {
 } // namespace
 
 utl_FilePath::utl_FilePath(atr_String const& first, atr_String const& second)
-    : m_path(Joined(first, second)) {}
+    : m_path(JoinPaths(first, second)) {}
 
 bool utl_FilePath::Exists() const noexcept {
   struct stat info {};

@@ -43,8 +43,8 @@ void ForEachWord(std::size_t begin, std::size_t end, Visit visit) {
 }
 
 /// Copies the bytes of [begin, end) in a page that are held (`isHeld`), or those that are not.
-void CopyWhere(bool isHeld, PageOverlay::Page const& page, std::size_t begin, std::size_t end,
-               std::byte const* from, std::byte* to) {
+void CopyHeldOrOthers(bool isHeld, PageOverlay::Page const& page, std::size_t begin, std::size_t end,
+                      std::byte const* from, std::byte* to) {
   ForEachWord(begin, end, [&](std::size_t word, std::uint64_t mask) {
     std::uint64_t const held = page.held[word];
     std::uint64_t const chosen = (isHeld ? held : ~held) & mask;
@@ -105,7 +105,8 @@ void PageOverlay::LayOver(std::uint64_t offset, void* buffer, std::size_t bytes)
     if (page == nullptr) return;
     std::array<std::byte, pageBytes> merged;
     std::memcpy(merged.data() + range.inPage, target + range.inRange, range.bytes);
-    CopyWhere(true, *page, range.inPage, range.inPage + range.bytes, page->bytes.data(), merged.data());
+    CopyHeldOrOthers(true, *page, range.inPage, range.inPage + range.bytes, page->bytes.data(),
+                     merged.data());
     std::memcpy(target + range.inRange, merged.data() + range.inPage, range.bytes);
   });
 }
@@ -136,7 +137,7 @@ std::vector<PageOverlay::Page const*> PageOverlay::CompleteImages(PositionedFile
     Page& page = *entry.second;
     if (!IsWhole(page)) {
       file.ReadZeroFilled(page.number * pageBytes, inFile.data(), pageBytes);
-      CopyWhere(false, page, 0, pageBytes, inFile.data(), page.bytes.data());
+      CopyHeldOrOthers(false, page, 0, pageBytes, inFile.data(), page.bytes.data());
     }
     pages.push_back(&page);
   }

@@ -32,12 +32,12 @@ constexpr std::uint64_t smallestMapping = std::uint64_t{64} << 20;
 constexpr std::size_t mostAtOnce = std::size_t{1} << 30; // bytes; a system call moves less than 2 GiB
 constexpr std::uint64_t zerosAtOnce = std::uint64_t{1} << 20;
 
-FaultHook& Hook() {
+FaultHook& InstalledHook() {
   static FaultHook hook;
   return hook;
 }
 
-int FaultAt(FileStep const& step) { return Hook() ? Hook()(step) : 0; }
+int AskForFault(FileStep const& step) { return InstalledHook() ? InstalledHook()(step) : 0; }
 
 std::uint64_t RoundUp(std::uint64_t value, std::uint64_t unit) { return (value + unit - 1) / unit * unit; }
 
@@ -46,12 +46,12 @@ std::uint64_t RoundUp(std::uint64_t value, std::uint64_t unit) { return (value +
 /// and otherwise the default handler returns with the end of the last writer.
 class SizeLimitSignal {
 public:
-  static void Ignore() {
+  static void IgnoreSignal() {
     struct sigaction action {};
     if (s_writers++ > 0 || sigaction(SIGXFSZ, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
     s_isIgnored = signal(SIGXFSZ, SIG_IGN) != SIG_ERR;
   }
-  static void Restore() {
+  static void RestoreSignal() {
     struct sigaction action {};
     if (--s_writers > 0 || !std::exchange(s_isIgnored, false)) return;
     bool const isOurs = sigaction(SIGXFSZ, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
@@ -103,13 +103,13 @@ int Allocate(int descriptor, int flags, std::uint64_t from, std::uint64_t to) {
   return result == 0 ? 0 : errno;
 }
 
-std::string Sentence(char const* operation, std::string const& path, std::string const& reason) {
+std::string ComposeMessage(char const* operation, std::string const& path, std::string const& reason) {
   std::string text = std::string(operation) + " " + path + " failed: " + reason + ".";
   text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
   return text;
 }
 
-std::string Reason(int error, FileRange range, std::optional<std::uint64_t> freeBytes) {
+std::string DescribeReason(int error, FileRange range, std::optional<std::uint64_t> freeBytes) {
   std::string text = std::strerror(error);
   if (range.bytes > 0)
     text += ", " + std::to_string(range.bytes) + " bytes at offset " + std::to_string(range.offset);
@@ -138,7 +138,7 @@ std::string FolderOf(std::string const& path) {
 }
 
 /// The path with symbolic links followed; the same path when the file does not exist.
-std::string Resolved(std::string const& path) {
+std::string FollowLinks(std::string const& path) {
   char* const real = realpath(path.c_str(), nullptr);
   std::string resolved = real != nullptr ? real : path;
   free(real); // NOLINT(cppcoreguidelines-no-malloc): realpath's
@@ -155,7 +155,7 @@ std::string StagedName(std::string const& target) {
 }
 
 /// The absolute path; the same path when the current directory is unknown.
-std::string Absolute(std::string const& path) {
+std::string MakeAbsolute(std::string const& path) {
   std::error_code failure;
   std::filesystem::path const absolute = std::filesystem::absolute(path, failure);
   return failure ? path : absolute.string();
@@ -165,23 +165,24 @@ std::string Absolute(std::string const& path) {
 
 std::uint64_t PositionedFile::s_forks = 0;
 
-void SetFaultHook(FaultHook hook) { Hook() = std::move(hook); }
+void SetFaultHook(FaultHook hook) { InstalledHook() = std::move(hook); }
 
 FileError::FileError(Access access, char const* operation, std::string const& path, int error,
                      FileRange range, std::optional<std::uint64_t> freeBytes)
-    : m_text(Sentence(operation, path, Reason(error, range, freeBytes))), m_error(error), m_access(access) {}
+    : m_text(ComposeMessage(operation, path, DescribeReason(error, range, freeBytes))), m_error(error),
+      m_access(access) {}
 
 FileError::FileError(Access access, char const* operation, std::string const& path, int error,
                      std::string const& reason)
-    : m_text(Sentence(operation, path, reason)), m_error(error), m_access(access) {}
+    : m_text(ComposeMessage(operation, path, reason)), m_error(error), m_access(access) {}
 
 // Opening
 
 PositionedFile::PositionedFile(std::string path, Mode mode)
-    : m_path(std::move(path)), m_absolutePath(Absolute(m_path)), m_mode(mode) {
+    : m_path(std::move(path)), m_absolutePath(MakeAbsolute(m_path)), m_mode(mode) {
   [[maybe_unused]] static int const isCounting = pthread_atfork(nullptr, nullptr, [] { ++s_forks; });
   m_forks = s_forks;
-  SizeLimitSignal::Ignore();
+  SizeLimitSignal::IgnoreSignal();
   try {
     Open();
   } catch (...) {
@@ -203,7 +204,7 @@ void PositionedFile::CloseAll() noexcept {
   }
   for (int const descriptor : {m_descriptor, m_predecessor})
     if (descriptor >= 0) close(descriptor);
-  SizeLimitSignal::Restore();
+  SizeLimitSignal::RestoreSignal();
 }
 
 void PositionedFile::Raise(Access access, char const* operation, int error, FileRange range) const {
@@ -240,7 +241,7 @@ void PositionedFile::OpenStaged() {
   struct stat named {};
   bool const isThere = lstat(m_path.c_str(), &named) == 0;
   if (isThere && m_mode == Mode::Create) throw FileError(Access::Open, "creating", m_path, EEXIST);
-  m_target = Resolved(m_path);
+  m_target = FollowLinks(m_path);
   if (isThere) LockPredecessor();
   m_stagedPath = StagedName(m_target);
   m_descriptor = OpenWithoutBlocking(m_stagedPath, O_RDWR | O_CREAT | O_NOFOLLOW);
@@ -320,7 +321,7 @@ void PositionedFile::RequireIntact(char const* operation) const {
 void PositionedFile::Publish() {
   if (IsPublished()) return;
   RequireOwner("creating");
-  int error = FaultAt({FileStep::Kind::Rename, m_descriptor, 0, nullptr, 0});
+  int error = AskForFault({FileStep::Kind::Rename, m_descriptor, 0, nullptr, 0});
   if (error == 0) error = MoveToTarget();
   if (error != 0) throw FileError(error == EEXIST ? Access::Open : Access::Write, "creating", m_path, error);
   try {
@@ -368,7 +369,7 @@ void PositionedFile::SyncFolder() const {
   std::string const folder = FolderOf(m_target);
   int const descriptor = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (descriptor < 0) return; // the folder may be entered but not read
-  int error = FaultAt({FileStep::Kind::Sync, descriptor, 0, nullptr, 0});
+  int error = AskForFault({FileStep::Kind::Sync, descriptor, 0, nullptr, 0});
   if (error == 0) error = CallUninterrupted([&] { return fsync(descriptor); });
   close(descriptor);
   if (error != 0 && error != EINVAL) Raise(Access::Write, "flushing the folder of", error, {});
@@ -402,7 +403,7 @@ void PositionedFile::PrepareMapping() { m_mapsSafely = CanMapSafely(); }
 // Reading and writing
 
 void PositionedFile::ReadZeroFilled(std::uint64_t offset, void* to, std::size_t bytes) const {
-  if (int const error = FaultAt({FileStep::Kind::Read, m_descriptor, offset, nullptr, bytes}))
+  if (int const error = AskForFault({FileStep::Kind::Read, m_descriptor, offset, nullptr, bytes}))
     Raise(Access::Read, "reading", error, {offset, bytes});
   auto* at = static_cast<char*>(to);
   while (bytes > 0) {
@@ -424,7 +425,7 @@ void PositionedFile::ReadAt(std::uint64_t offset, void* to, std::size_t bytes) c
 
 void PositionedFile::WriteAt(std::uint64_t offset, void const* from, std::size_t bytes) {
   RequireOwner("writing to");
-  if (int const error = FaultAt({FileStep::Kind::Write, m_descriptor, offset, from, bytes}))
+  if (int const error = AskForFault({FileStep::Kind::Write, m_descriptor, offset, from, bytes}))
     Raise(Access::Write, "writing", error, {offset, bytes});
   auto const* at = static_cast<char const*>(from);
   while (bytes > 0) {
@@ -476,7 +477,7 @@ void PositionedFile::WriteZeros(std::uint64_t from, std::uint64_t to) {
 
 void PositionedFile::Resize(std::uint64_t size) {
   RequireOwner("resizing");
-  int error = FaultAt({FileStep::Kind::Resize, m_descriptor, size, nullptr, 0});
+  int error = AskForFault({FileStep::Kind::Resize, m_descriptor, size, nullptr, 0});
   if (error == 0)
     error = CallUninterrupted([&] { return ftruncate(m_descriptor, static_cast<off_t>(size)); });
   if (error != 0) Raise(Access::Write, "resizing", error, {size, 0});
@@ -485,7 +486,7 @@ void PositionedFile::Resize(std::uint64_t size) {
 
 /// Returns 0 or an errno.
 int PositionedFile::TryReserve(std::uint64_t from, std::uint64_t to) const {
-  if (int const error = FaultAt({FileStep::Kind::Reserve, m_descriptor, from, nullptr, to - from}))
+  if (int const error = AskForFault({FileStep::Kind::Reserve, m_descriptor, from, nullptr, to - from}))
     return error;
   // tmpfs begins again after a signal. In a host with a fast timer a large range would never be finished, so
   // the steps become smaller.
@@ -522,7 +523,7 @@ bool PositionedFile::Reserve(std::uint64_t from, std::uint64_t to) {
 
 void PositionedFile::Sync() {
   RequireOwner("flushing");
-  int error = FaultAt({FileStep::Kind::Sync, m_descriptor, 0, nullptr, 0});
+  int error = AskForFault({FileStep::Kind::Sync, m_descriptor, 0, nullptr, 0});
   // fdatasync makes the size and the block addresses durable, but not the time of the change.
   if (error == 0) error = CallUninterrupted([&] { return fdatasync(m_descriptor); });
   if (error != 0) Raise(Access::Write, "flushing", error, {});
@@ -555,7 +556,7 @@ bool PositionedFile::TryToMapMore(std::uint64_t offset, std::uint64_t bytes) {
 }
 
 bool PositionedFile::TryToMap(std::uint64_t bytes) {
-  errno = FaultAt({FileStep::Kind::Map, m_descriptor, 0, nullptr, bytes});
+  errno = AskForFault({FileStep::Kind::Map, m_descriptor, 0, nullptr, bytes});
   if (errno != 0) return false;
   int const protection = IsReadOnly() ? PROT_READ : PROT_READ | PROT_WRITE;
   // A mapping that is moved keeps its page tables; a new mapping would fault for each page again.

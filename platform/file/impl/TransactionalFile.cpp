@@ -259,8 +259,6 @@ Journal::Trailer TransactionalFile::WriteJournal(Pages pages) {
     if (m_file.Size() > position + bytes) m_file.Resize(position + bytes);
     Journal::Trailer const journal = Journal::Write(m_file, position, pages, m_end, ++m_sequence);
     Sync();
-    m_counts.journalBytes += bytes;
-    m_counts.pages += pages.size();
     return journal;
   } catch (...) {
     DropJournal(position);

@@ -12,14 +12,14 @@ namespace orx::store {
 
 namespace {
 
-/// Walks over the rows of a table. List and CheckAlone verify the checksum of the row.
+/// Walks over the rows of a table. ReadList and RequireChecksum verify the checksum of the row.
 class RowReader {
 public:
-  RowReader(DatabaseFile& file, sim::Context& context, TableForm const& form, std::int64_t& unclaimed)
-      : m_context(context), m_unclaimed(unclaimed), m_path(context.Path() + "/" + form.name),
-        m_width(form.columns.size()) {
-    auto const table = RecordTable::Open(file, m_path, form.columns);
-    if (table) m_rows = table->Read(0, table->Rows());
+  RowReader(DatabaseFile& file, sim::Context& context, TableLayout const& layout, std::int64_t& unclaimed)
+      : m_context(context), m_unclaimed(unclaimed), m_path(context.Path() + "/" + layout.name),
+        m_width(layout.columns.size()) {
+    auto const table = RecordTable::Open(file, m_path, layout.columns);
+    if (table) m_rows = table->ReadRows(0, table->Rows());
   }
 
   bool Next() {
@@ -28,26 +28,26 @@ public:
   }
   int operator[](std::size_t column) const { return Row()[column]; }
   std::int64_t Index() const noexcept { return m_index; }
-  std::string Place() const { return "row " + std::to_string(m_index) + " of " + m_path; }
+  std::string RowName() const { return "row " + std::to_string(m_index) + " of " + m_path; }
 
   /// The row's list: `count` saved numbers from index `at` on; empty for an `at` of -1. Raises DamageFound
   /// when these numbers do not exist or belong to another row, or when the row's checksum is wrong.
-  std::span<int const> List(int at, std::int64_t count) const {
+  std::span<int const> ReadList(int at, std::int64_t count) const {
     std::span<int const> const all = m_context.SavedNumbers();
     if (at < -1 || count < 0 || (at >= 0 && at + count > static_cast<std::int64_t>(all.size())))
-      throw DamageFound{Place() + " refers to numbers that are not there"};
+      throw DamageFound{RowName() + " refers to numbers that are not there"};
     // A list belongs to one row. If rows could share a long list, reading a small file could take days.
     m_unclaimed -= at >= 0 ? count : 0;
     Require(m_unclaimed >= 0, "refers to numbers of another row");
     auto const list = at < 0 ? std::span<int const>()
                              : all.subspan(static_cast<std::size_t>(at), static_cast<std::size_t>(count));
-    if (Row().back() != tables::CheckOf(m_index, Row().first(m_width - 1), list))
-      throw DamageFound{Place() + " does not have the check it was written with"};
+    if (Row().back() != tables::ComputeChecksum(m_index, Row().first(m_width - 1), list))
+      throw DamageFound{RowName() + " does not have the check it was written with"};
     return list;
   }
-  void CheckAlone() const { List(-1, 0); }
+  void RequireChecksum() const { ReadList(-1, 0); }
   void Require(bool isRight, char const* fault) const {
-    if (!isRight) throw DamageFound{Place() + " " + fault};
+    if (!isRight) throw DamageFound{RowName() + " " + fault};
   }
 
 private:
@@ -63,18 +63,18 @@ private:
   std::int64_t m_index = -1; ///< -1: before row 0
 };
 
-bool IsNumber(int number) { return number >= 0 && number <= sim::largestNumber; }
+bool IsValidNumber(int number) { return number >= 0 && number <= sim::largestNumber; }
 
 void LoadNumbers(DatabaseFile& file, sim::Context& context) {
   auto const table =
       RecordTable::Open(file, context.Path() + "/" + tables::numbers.name, tables::numbers.columns);
-  if (table) context.KeepSavedNumbers(table->Read(0, table->Rows()));
+  if (table) context.KeepSavedNumbers(table->ReadRows(0, table->Rows()));
 }
 
 void LoadCollections(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed) {
   for (RowReader row(file, context, tables::collections, unclaimed); row.Next();) {
-    row.CheckAlone();
-    row.Require(IsNumber(row[0]) && !context.AllCollections().contains(row[0]),
+    row.RequireChecksum();
+    row.Require(IsValidNumber(row[0]) && !context.AllCollections().contains(row[0]),
                 "has a number that cannot be");
     sim::CollectionRecord record{.type = ORXSimTypeID(row[1]), .members = sim::CollectionMembers(0)};
     record.isSaved = true;
@@ -84,12 +84,12 @@ void LoadCollections(DatabaseFile& file, sim::Context& context, std::int64_t& un
 
 void LoadMembers(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed) {
   for (RowReader row(file, context, tables::members, unclaimed); row.Next();) {
-    std::span<int const> const list = row.List(row[2], row[1]);
+    std::span<int const> const list = row.ReadList(row[2], row[1]);
     sim::CollectionRecord& collection = context.CollectionAt(row[0]);
     if (row[2] < 0) row.Require(collection.members.AddLeading(row[1]), "has labels that cannot be");
     for (int const label : list) {
       row.Require(label >= 0 && !collection.members.IsFull(), "has labels that cannot be");
-      collection.members.Add(label);
+      collection.members.AddLabel(label);
     }
     collection.savedMembers = collection.members.Size();
   }
@@ -97,7 +97,7 @@ void LoadMembers(DatabaseFile& file, sim::Context& context, std::int64_t& unclai
 
 void LoadColors(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed) {
   for (RowReader row(file, context, tables::colors, unclaimed); row.Next();) {
-    row.CheckAlone();
+    row.RequireChecksum();
     sim::CollectionRecord& collection = context.CollectionAt(row[0]);
     row.Require(row[1] >= 0, "has a colour that cannot be");
     collection.colors.push_back(row[1]);
@@ -114,13 +114,13 @@ void LoadSets(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed
   for (RowReader row(file, context, tables::sets, unclaimed); row.Next();) {
     sim::SavedLabels const labels{.count = row[3], .start = row[4], .stride = row[5], .list = row[6]};
     row.Require(labels.count >= 0, "has a number of labels that cannot be");
-    for (int const label : row.List(labels.list, labels.count))
+    for (int const label : row.ReadList(labels.list, labels.count))
       row.Require(label >= 0, "has a negative label");
     row.Require(labels.list >= 0 || IsProgressionOfLabels(labels), "has labels outside of 0 to 2147483647");
-    row.Require(IsNumber(row[0]) && !context.HasSet(row[0]), "has a number that cannot be");
+    row.Require(IsValidNumber(row[0]) && !context.HasSet(row[0]), "has a number that cannot be");
     int const head = row[2];
     if (head != -1) {
-      row.Require(IsNumber(head) && context.HasSet(head), "continues a set that is not there");
+      row.Require(IsValidNumber(head) && context.HasSet(head), "continues a set that is not there");
       row.Require(context.CollectionOfSet(head) == row[1] &&
                       context.SizeOfSet(head) <= sim::mostMembers - labels.count,
                   "continues a set that it cannot continue");
@@ -132,11 +132,6 @@ void LoadSets(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed
     record.isSaved = true;
     context.LoadSet(row[0], std::move(record));
   }
-}
-
-void SetSerialization(ORXSimSerializationType& serialization, int drawerCode) {
-  if (drawerCode == tables::sparseGeneral) serialization.SetSparse();
-  if (drawerCode == tables::sparseSymmetric) serialization.SetSparseSym();
 }
 
 /// Makes the drawer of a distribution from its row. The list holds the grid (2 * rank numbers), then the
@@ -170,12 +165,12 @@ void LoadDistributions(DatabaseFile& file, sim::Context& context, std::int64_t& 
   for (RowReader row(file, context, tables::distributions, unclaimed); row.Next();) {
     int const rank = row[3];
     row.Require(rank >= 1 && rank <= maxRank, "has a number of dimensions that cannot be");
-    std::span<int const> const list = row.List(row[5], 4 * std::int64_t{rank});
+    std::span<int const> const list = row.ReadList(row[5], 4 * std::int64_t{rank});
     row.Require(!list.empty() && (row[1] == 1 || row[1] == 2) && row[4] >= 0, "makes no sense");
     row.Require(row[2] >= -1 && row[2] < static_cast<int>(context.Types().size()),
                 "has a type that is not there");
     std::uint32_t const handle = static_cast<std::uint32_t>(row[0]) + 1;
-    row.Require(IsNumber(row[0]) && !context.AllDistributions().contains(handle),
+    row.Require(IsValidNumber(row[0]) && !context.AllDistributions().contains(handle),
                 "has a number that cannot be");
     auto record = std::make_shared<sim::DistributionRecord>();
     for (int dim = 0; dim < rank; ++dim) {
@@ -196,7 +191,7 @@ void LoadDistributions(DatabaseFile& file, sim::Context& context, std::int64_t& 
 
 void LoadTypes(DatabaseFile const& file, sim::Context& context) {
   std::string const path = context.Path() + "/types";
-  if (!file.Has(path)) return;
+  if (!file.HasObject(path)) return;
   Handle const group = OpenGroup(file, path);
   for (int k = 0; HasAttribute(group, std::to_string(k).c_str()); ++k)
     context.LoadType(ReadText(group, std::to_string(k).c_str()).c_str());
@@ -216,6 +211,11 @@ void LoadContext(DatabaseFile& file, sim::Context& context) {
 
 } // namespace
 
+void SetSerialization(ORXSimSerializationType& serialization, int drawerCode) {
+  if (drawerCode == tables::sparseGeneral) serialization.SetSparse();
+  if (drawerCode == tables::sparseSymmetric) serialization.SetSparseSym();
+}
+
 std::map<int, std::string> NumberedLinks(DatabaseFile const& file, std::string const& path,
                                          std::string const& prefix) {
   std::map<int, std::string> numbered;
@@ -224,7 +224,7 @@ std::map<int, std::string> NumberedLinks(DatabaseFile const& file, std::string c
     if (!name.starts_with(prefix)) continue;
     int number = -1;
     auto const [end, error] = std::from_chars(name.data() + prefix.size(), name.data() + name.size(), number);
-    if (error != std::errc() || end != name.data() + name.size() || !IsNumber(number))
+    if (error != std::errc() || end != name.data() + name.size() || !IsValidNumber(number))
       throw DamageFound{std::string(folder).append(name) + " has an unexpected name"};
     numbered[number] = std::string(folder).append(name);
   }

@@ -11,7 +11,7 @@
 
 namespace orx::store {
 
-int tables::CheckOf(std::int64_t index, std::span<int const> columns, std::span<int const> list) {
+int tables::ComputeChecksum(std::int64_t index, std::span<int const> columns, std::span<int const> list) {
   std::uint64_t const rowSum =
       file::Checksum(columns.data(), columns.size_bytes(), static_cast<std::uint64_t>(index) + 1);
   return static_cast<int>(file::Checksum(list.data(), list.size_bytes(), rowSum) & 0x7fffffffu);
@@ -19,9 +19,9 @@ int tables::CheckOf(std::int64_t index, std::span<int const> columns, std::span<
 
 // Tables
 
-CatalogWriter::Growing& CatalogWriter::Table(TableForm const& form) {
-  auto const [entry, isNew] = m_tables.try_emplace(form.name);
-  if (isNew) entry->second.table = RecordTable::Open(m_file, TablePath(form), form.columns);
+CatalogWriter::TableChanges& CatalogWriter::ChangesOf(TableLayout const& layout) {
+  auto const [entry, isNew] = m_tables.try_emplace(layout.name);
+  if (isNew) entry->second.table = RecordTable::Open(m_file, TablePath(layout), layout.columns);
   return entry->second;
 }
 
@@ -29,72 +29,75 @@ namespace {
 std::int64_t RowsOf(std::optional<RecordTable> const& table) { return table ? table->Rows() : 0; }
 } // namespace
 
-std::int64_t CatalogWriter::AddRow(TableForm const& form, std::vector<int> row, std::span<int const> list) {
-  Growing& growing = Table(form);
+std::int64_t CatalogWriter::AddRow(TableLayout const& layout, std::vector<int> row,
+                                   std::span<int const> list) {
+  TableChanges& changes = ChangesOf(layout);
   std::int64_t const index =
-      RowsOf(growing.table) + static_cast<std::int64_t>(growing.rows.size() / form.columns.size());
-  row.push_back(tables::CheckOf(index, row, list));
-  growing.rows.insert(growing.rows.end(), row.begin(), row.end());
+      RowsOf(changes.table) + static_cast<std::int64_t>(changes.rows.size() / layout.columns.size());
+  row.push_back(tables::ComputeChecksum(index, row, list));
+  changes.rows.insert(changes.rows.end(), row.begin(), row.end());
   return index;
 }
 
 int CatalogWriter::AddNumbers(std::span<int const> numbers) {
-  Growing& growing = Table(tables::numbers);
-  std::int64_t const at = RowsOf(growing.table) + static_cast<std::int64_t>(growing.rows.size());
+  TableChanges& changes = ChangesOf(tables::numbers);
+  std::int64_t const at = RowsOf(changes.table) + static_cast<std::int64_t>(changes.rows.size());
   if (at + static_cast<std::int64_t>(numbers.size()) > sim::mostSavedLabels)
-    sim::RefuseBeyond(sim::mostSavedLabels, "The lists of labels of a context are too long");
-  growing.rows.insert(growing.rows.end(), numbers.begin(), numbers.end());
+    sim::RefuseAboveLimit(sim::mostSavedLabels, "The lists of labels of a context are too long");
+  changes.rows.insert(changes.rows.end(), numbers.begin(), numbers.end());
   return static_cast<int>(at);
 }
 
-void CatalogWriter::OverwriteRow(TableForm const& form, std::int64_t index, std::vector<int> row,
+void CatalogWriter::OverwriteRow(TableLayout const& layout, std::int64_t index, std::vector<int> row,
                                  std::span<int const> list) {
-  row.push_back(tables::CheckOf(index, row, list));
-  Overwrite(form, index, row);
+  row.push_back(tables::ComputeChecksum(index, row, list));
+  OverwriteRows(layout, index, row);
 }
 
-void CatalogWriter::Overwrite(TableForm const& form, std::int64_t first, std::span<int const> rows) {
-  RecordTable& table = *Table(form).table;
-  auto const width = std::max<std::size_t>(form.columns.size(), 1);
-  std::vector<int> const former = table.Read(first, static_cast<std::int64_t>(rows.size() / width));
+void CatalogWriter::OverwriteRows(TableLayout const& layout, std::int64_t first, std::span<int const> rows) {
+  RecordTable& table = *ChangesOf(layout).table;
+  auto const width = std::max<std::size_t>(layout.columns.size(), 1);
+  std::vector<int> const former = table.ReadRows(first, static_cast<std::int64_t>(rows.size() / width));
   if (std::ranges::equal(former, rows)) return;
-  m_reversals.emplace_back([table, first, former]() mutable { table.Overwrite(first, former); });
-  table.Overwrite(first, rows);
+  m_reversals.emplace_back([table, first, former]() mutable { table.OverwriteRows(first, former); });
+  table.OverwriteRows(first, rows);
 }
 
 /// Replaces the table by a copy of at least twice the capacity: rows are then copied seldom.
-void CatalogWriter::Enlarge(TableForm const& form, Growing& growing, std::int64_t rows) {
-  constexpr std::int64_t smallestRoom = 16;
-  std::string const path = TablePath(form);
+void CatalogWriter::EnlargeTable(TableLayout const& layout, TableChanges& changes, std::int64_t rows) {
+  constexpr std::int64_t smallestCapacity = 16;
+  std::string const path = TablePath(layout);
   std::string const pending = m_file.PendingPath();
-  std::int64_t const former = RowsOf(growing.table);
-  std::int64_t const room = growing.table ? std::max(2 * former, rows) : rows;
+  std::int64_t const former = RowsOf(changes.table);
+  std::int64_t const capacity = changes.table ? std::max(2 * former, rows) : rows;
   RemoveOnRevert(pending);
-  RecordTable larger = RecordTable::Create(m_file, pending, form.columns, std::max(room, smallestRoom));
+  RecordTable larger =
+      RecordTable::Create(m_file, pending, layout.columns, std::max(capacity, smallestCapacity));
   m_reversals.emplace_back([larger] { larger.DropHeldRows(); });
-  if (growing.table) {
-    larger.Append(growing.table->Read(0, former));
+  if (changes.table) {
+    larger.AppendRows(changes.table->ReadRows(0, former));
     ReplaceObject(path);
   }
-  Move(pending, path);
+  MoveObject(pending, path);
   larger.SetPath(path);
-  growing.table = larger;
+  changes.table = larger;
 }
 
-void CatalogWriter::WriteTable(TableForm const& form, Growing& growing) {
-  if (growing.rows.empty()) return;
-  std::int64_t const former = RowsOf(growing.table);
-  auto const width = std::max<std::size_t>(form.columns.size(), 1);
-  std::int64_t const rows = former + static_cast<std::int64_t>(growing.rows.size() / width);
-  if (!growing.table || rows > growing.table->Capacity()) Enlarge(form, growing, rows);
-  m_reversals.emplace_back([table = *growing.table, former]() mutable { table.CutTo(former); });
-  growing.table->Append(growing.rows);
+void CatalogWriter::WriteTable(TableLayout const& layout, TableChanges& changes) {
+  if (changes.rows.empty()) return;
+  std::int64_t const former = RowsOf(changes.table);
+  auto const width = std::max<std::size_t>(layout.columns.size(), 1);
+  std::int64_t const rows = former + static_cast<std::int64_t>(changes.rows.size() / width);
+  if (!changes.table || rows > changes.table->Capacity()) EnlargeTable(layout, changes, rows);
+  m_reversals.emplace_back([table = *changes.table, former]() mutable { table.CutToRows(former); });
+  changes.table->AppendRows(changes.rows);
 }
 
 void CatalogWriter::WriteTables() {
-  for (TableForm const& form : {tables::collections, tables::members, tables::colors, tables::sets,
-                                tables::distributions, tables::numbers})
-    if (auto const found = m_tables.find(form.name); found != m_tables.end()) WriteTable(form, found->second);
+  for (TableLayout const& layout : {tables::collections, tables::members, tables::colors, tables::sets,
+                                    tables::distributions, tables::numbers})
+    if (auto const found = m_tables.find(layout.name); found != m_tables.end())
+      WriteTable(layout, found->second);
   m_tables.clear();
 }
 
@@ -103,16 +106,16 @@ void CatalogWriter::WriteTables() {
 // A reversal is noted before its change is made: no change lacks a reversal when memory runs out in between.
 
 void CatalogWriter::RemoveOnRevert(std::string const& path) {
-  m_reversals.emplace_back([this, path] { m_file.Remove(path); });
+  m_reversals.emplace_back([this, path] { m_file.RemoveObject(path); });
 }
 
-void CatalogWriter::ReplaceObject(std::string const& path) { Move(path, m_file.TrashPath()); }
+void CatalogWriter::ReplaceObject(std::string const& path) { MoveObject(path, m_file.TrashPath()); }
 
-void CatalogWriter::Move(std::string const& from, std::string const& to) {
+void CatalogWriter::MoveObject(std::string const& from, std::string const& to) {
   m_reversals.emplace_back([this, from, to] {
-    if (m_file.Has(to)) m_file.Move(to, from);
+    if (m_file.HasObject(to)) m_file.MoveObject(to, from);
   });
-  m_file.Move(from, to);
+  m_file.MoveObject(from, to);
 }
 
 void CatalogWriter::RemoveAttributes(std::string const& path, std::span<char const* const> names) {
@@ -126,7 +129,7 @@ void CatalogWriter::RemoveAttributes(std::string const& path, std::span<char con
   }
 }
 
-void CatalogWriter::Revert() noexcept {
+void CatalogWriter::RevertChanges() noexcept {
   QuietErrors const quiet;
   for (auto step = m_reversals.rbegin(); step != m_reversals.rend(); ++step)
     try {
@@ -139,11 +142,11 @@ void CatalogWriter::Revert() noexcept {
 
 // Records
 
-void CatalogWriter::Save(sim::Context& context) {
+void CatalogWriter::SaveRecords(sim::Context& context) {
   m_context = &context;
   m_tables.clear();
   m_writtenSets.clear();
-  sim::Context::Unsaved const& unsaved = context.WhatIsUnsaved();
+  sim::Context::Unsaved const& unsaved = context.UnsavedRecords();
   Guarded(m_file, [&] {
     if (unsaved.isContext) SaveContext();
     SaveTypes();
@@ -189,10 +192,10 @@ void CatalogWriter::SaveCollection(int number) {
   if (!record.isSaved) AddRow(tables::collections, {number, record.type.type});
   int const leading = record.members.Leading();
   if (record.savedMembers < leading) AddRow(tables::members, {number, leading - record.savedMembers, -1});
-  std::span<int const> const further =
-      record.members.Further().subspan(static_cast<std::size_t>(std::max(0, record.savedMembers - leading)));
-  if (!further.empty())
-    AddRow(tables::members, {number, static_cast<int>(further.size()), AddNumbers(further)}, further);
+  std::span<int const> const added =
+      record.members.Added().subspan(static_cast<std::size_t>(std::max(0, record.savedMembers - leading)));
+  if (!added.empty())
+    AddRow(tables::members, {number, static_cast<int>(added.size()), AddNumbers(added)}, added);
   for (std::size_t k = record.savedColors; k < record.colors.size(); ++k)
     AddRow(tables::colors, {number, record.colors[k]});
 }
@@ -228,7 +231,7 @@ void CatalogWriter::AddSetRow(int number) {
 
 namespace {
 
-int CodeOf(sim::Drawer const& drawer) {
+int DrawerCodeOf(sim::Drawer const& drawer) {
   switch (drawer.serialization.Kind()) {
   case ORXSimSerializationType::Layout::Sparse:
     return tables::sparseGeneral;
@@ -248,7 +251,7 @@ void CatalogWriter::SaveDistribution(std::uint32_t handle) {
       SaveSet(set);
     SaveDrawer(record);
   }
-  SaveDistributionRow(record, record.drawer != nullptr ? CodeOf(*record.drawer) : tables::noDrawer);
+  SaveDistributionRow(record, record.drawer != nullptr ? DrawerCodeOf(*record.drawer) : tables::noDrawer);
 }
 
 /// Writes the row and its list: collection and colour of each dimension, then the member set of each, then
@@ -269,7 +272,7 @@ void CatalogWriter::SaveDistributionRow(sim::DistributionRecord& record, int dra
     m_reversals.emplace_back([&record] { record.row = record.numbers = -1; });
     record.numbers = AddNumbers(list);
   } else {
-    Overwrite(tables::numbers, record.numbers, list);
+    OverwriteRows(tables::numbers, record.numbers, list);
   }
   std::vector<int> row{static_cast<int>(record.id.handle - 1),
                        static_cast<int>(record.range.Key()),
@@ -308,15 +311,16 @@ void CatalogWriter::NoteExtensions(sim::Context& context) {
   m_tables.clear();
   constexpr std::size_t drawerColumn = 4;
   Guarded(m_file, [&] {
-    for (std::uint32_t const handle : context.WhatIsUnsaved().distributions) {
+    for (std::uint32_t const handle : context.UnsavedRecords().distributions) {
       sim::DistributionRecord const& record = *context.DistributionAt(handle);
       if (record.row < 0) continue;
-      std::vector<int> row = Table(tables::distributions).table->Read(record.row, 1);
+      std::vector<int> row = ChangesOf(tables::distributions).table->ReadRows(record.row, 1);
       if (row[drawerColumn] != tables::dense) continue;
       row[drawerColumn] = tables::denseBeingExtended;
       row.pop_back();
-      OverwriteRow(tables::distributions, record.row, row,
-                   Table(tables::numbers).table->Read(record.numbers, 4 * std::int64_t{record.Rank()}));
+      OverwriteRow(
+          tables::distributions, record.row, row,
+          ChangesOf(tables::numbers).table->ReadRows(record.numbers, 4 * std::int64_t{record.Rank()}));
     }
   });
 }

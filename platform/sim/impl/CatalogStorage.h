@@ -19,13 +19,14 @@ namespace orx::store {
 class DatabaseFile;
 
 /// Writes the unsaved records of contexts into the tables of a file, and moves new drawers to their paths.
-/// Nothing is durable before the file's commit; when a call or the commit fails, the caller calls Revert.
+/// Nothing is durable before the file's commit; when a call or the commit fails, the caller calls
+/// RevertChanges.
 class CatalogWriter {
 public:
   explicit CatalogWriter(DatabaseFile& file) : m_file(file) {}
 
   /// Writes the unsaved records of a context.
-  void Save(sim::Context& context);
+  void SaveRecords(sim::Context& context);
   /// For a context whose transaction is open while another context is committed: marks the saved drawers that
   /// the transaction has extended. After a crash the next opening cuts them to their saved sizes.
   void NoteExtensions(sim::Context& context);
@@ -34,24 +35,24 @@ public:
   void RemoveFormerFormat(sim::Context const& context);
   void WriteVersion(int version, int former);
   /// Takes all changes back: the file has the state before the first call.
-  void Revert() noexcept;
+  void RevertChanges() noexcept;
 
 private:
   /// A table of m_context, and new rows that WriteTable will append to it together.
-  struct Growing {
+  struct TableChanges {
     std::optional<RecordTable> table;
     std::vector<int> rows;
   };
 
-  Growing& Table(TableForm const& form);
-  std::int64_t AddRow(TableForm const& form, std::vector<int> row, std::span<int const> list = {});
-  void OverwriteRow(TableForm const& form, std::int64_t index, std::vector<int> row,
+  TableChanges& ChangesOf(TableLayout const& layout);
+  std::int64_t AddRow(TableLayout const& layout, std::vector<int> row, std::span<int const> list = {});
+  void OverwriteRow(TableLayout const& layout, std::int64_t index, std::vector<int> row,
                     std::span<int const> list);
-  void Overwrite(TableForm const& form, std::int64_t first, std::span<int const> rows);
+  void OverwriteRows(TableLayout const& layout, std::int64_t first, std::span<int const> rows);
   int AddNumbers(std::span<int const> numbers);
   void WriteTables();
-  void WriteTable(TableForm const& form, Growing& growing);
-  void Enlarge(TableForm const& form, Growing& growing, std::int64_t rows);
+  void WriteTable(TableLayout const& layout, TableChanges& changes);
+  void EnlargeTable(TableLayout const& layout, TableChanges& changes, std::int64_t rows);
 
   void SaveContext();
   void SaveTypes();
@@ -63,24 +64,27 @@ private:
   void SaveDistributionRow(sim::DistributionRecord& record, int drawerCode);
   void SaveDrawer(sim::DistributionRecord& distribution);
 
-  std::string TablePath(TableForm const& form) const { return m_context->Path() + "/" + form.name; }
+  std::string TablePath(TableLayout const& layout) const { return m_context->Path() + "/" + layout.name; }
   void RemoveOnRevert(std::string const& path);
-  void Move(std::string const& from, std::string const& to);
+  void MoveObject(std::string const& from, std::string const& to);
   /// Moves an object to the trash: its path is then free for its successor.
   void ReplaceObject(std::string const& path);
   void RemoveAttributes(std::string const& path, std::span<char const* const> names);
 
   DatabaseFile& m_file;
-  sim::Context* m_context = nullptr;              ///< the context that is being saved
-  std::map<std::string_view, Growing> m_tables;   ///< tables of m_context by name
-  std::set<int> m_writtenSets;                    ///< sets of m_context whose rows were added
-  std::vector<std::function<void()>> m_reversals; ///< Revert runs the last step first
+  sim::Context* m_context = nullptr;                 ///< the context that is being saved
+  std::map<std::string_view, TableChanges> m_tables; ///< tables of m_context by name
+  std::set<int> m_writtenSets;                       ///< sets of m_context whose rows were added
+  std::vector<std::function<void()>> m_reversals;    ///< RevertChanges runs the last step first
 };
 
 /// The paths of links in the group `path`, by the number in their names: with the prefix "set_", element 12
 /// is the path of "set_12". Raises DamageFound for a name that has the prefix and no number behind it.
 std::map<int, std::string> NumberedLinks(DatabaseFile const& file, std::string const& path,
                                          std::string const& prefix);
+
+/// Sets the form of a sparse drawer from its tables::DrawerCode; leaves it for a dense drawer.
+void SetSerialization(ORXSimSerializationType& serialization, int drawerCode);
 
 /// Reads the contexts of a file; `create` makes an empty context for each.
 void LoadCatalog(DatabaseFile& file,

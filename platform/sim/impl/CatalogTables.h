@@ -12,7 +12,7 @@ namespace orx::store {
 
 /// Name and columns of a table. The last column is a checksum of the row and of the list of numbers that the
 /// row refers to.
-struct TableForm {
+struct TableLayout {
   char const* name;
   RecordTable::Columns columns;
 };
@@ -27,13 +27,13 @@ inline constexpr char const* setColumns[] = {"number", "collection", "head", "co
 inline constexpr char const* distributionColumns[] = {"number", "range", "type", "rank",
                                                       "drawer", "list",  "check"};
 
-inline constexpr TableForm collections{.name = "collections", .columns = collectionColumns};
-inline constexpr TableForm members{.name = "members", .columns = memberColumns};
-inline constexpr TableForm colors{.name = "colors", .columns = colorColumns};
-inline constexpr TableForm sets{.name = "sets", .columns = setColumns};
-inline constexpr TableForm distributions{.name = "distributions", .columns = distributionColumns};
+inline constexpr TableLayout collections{.name = "collections", .columns = collectionColumns};
+inline constexpr TableLayout members{.name = "members", .columns = memberColumns};
+inline constexpr TableLayout colors{.name = "colors", .columns = colorColumns};
+inline constexpr TableLayout sets{.name = "sets", .columns = setColumns};
+inline constexpr TableLayout distributions{.name = "distributions", .columns = distributionColumns};
 /// The lists that rows of the other tables refer to: one number in each row, no checksum.
-inline constexpr TableForm numbers{.name = "numbers", .columns = {}};
+inline constexpr TableLayout numbers{.name = "numbers", .columns = {}};
 
 /// Values of the column `drawer`.
 enum DrawerCode : int {
@@ -45,7 +45,7 @@ enum DrawerCode : int {
 };
 
 /// Checksum of row `index` (its columns without the last) and of its list; the index is part of it.
-int CheckOf(std::int64_t index, std::span<int const> columns, std::span<int const> list);
+int ComputeChecksum(std::int64_t index, std::span<int const> columns, std::span<int const> list);
 
 } // namespace tables
 

@@ -14,41 +14,41 @@ bool CollectionMembers::ContainsAll(ORXSimIndexSet const& labels) const {
   return true;
 }
 
-bool CollectionMembers::Add(int label) {
+bool CollectionMembers::AddLabel(int label) {
   if (Contains(label)) return false;
-  if (label == m_leading && m_further.empty()) {
+  if (label == m_leading && m_added.empty()) {
     ++m_leading;
     return true;
   }
-  m_further.push_back(label);
+  m_added.push_back(label);
   try {
-    m_isFurther.insert(label);
+    m_isAdded.insert(label);
   } catch (...) {
-    m_further.pop_back();
+    m_added.pop_back();
     throw;
   }
   return true;
 }
 
 bool CollectionMembers::AddLeading(int count) {
-  if (count < 0 || !m_further.empty() || count > mostMembers - m_leading) return false;
+  if (count < 0 || !m_added.empty() || count > mostMembers - m_leading) return false;
   m_leading += count;
   return true;
 }
 
-void CollectionMembers::ShrinkTo(int leading, std::size_t further) {
+void CollectionMembers::ShrinkTo(int leading, std::size_t added) {
   m_leading = leading;
-  while (m_further.size() > further) {
-    m_isFurther.erase(m_further.back());
-    m_further.pop_back();
+  while (m_added.size() > added) {
+    m_isAdded.erase(m_added.back());
+    m_added.pop_back();
   }
 }
 
-ORXSimIndexSet CollectionMembers::All() const {
-  if (m_further.empty()) return ORXSimIndexSet::Strided(0, m_leading, 1);
+ORXSimIndexSet CollectionMembers::AllLabels() const {
+  if (m_added.empty()) return ORXSimIndexSet::Strided(0, m_leading, 1);
   std::vector<int> labels(static_cast<std::size_t>(m_leading));
   std::iota(labels.begin(), labels.end(), 0);
-  labels.insert(labels.end(), m_further.begin(), m_further.end());
+  labels.insert(labels.end(), m_added.begin(), m_added.end());
   return ORXSimIndexSet::Listed(labels);
 }
 

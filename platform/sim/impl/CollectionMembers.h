@@ -9,33 +9,33 @@
 
 namespace orx::sim {
 
-/// The members of a collection: the labels 0 ... leading-1, which take no memory, and further labels in
+/// The members of a collection: the labels 0 ... leading-1, which take no memory, and added labels in
 /// the order in which they were added.
 class CollectionMembers {
 public:
   explicit CollectionMembers(int leading = 0) : m_leading(leading) {}
 
-  int Size() const noexcept { return m_leading + static_cast<int>(m_further.size()); }
+  int Size() const noexcept { return m_leading + static_cast<int>(m_added.size()); }
   int Leading() const noexcept { return m_leading; }
-  std::span<int const> Further() const noexcept { return m_further; }
-  bool Contains(int label) const { return (label >= 0 && label < m_leading) || m_isFurther.contains(label); }
+  std::span<int const> Added() const noexcept { return m_added; }
+  bool Contains(int label) const { return (label >= 0 && label < m_leading) || m_isAdded.contains(label); }
 
   bool ContainsAll(ORXSimIndexSet const& labels) const;
 
   bool IsFull() const noexcept { return Size() == mostMembers; }
   /// Adds a label, at least 0; returns false when the collection has it already. REQUIRES: not IsFull().
-  bool Add(int label);
+  bool AddLabel(int label);
   /// Adds the labels Leading() ... Leading() + count - 1. Returns false, and adds none, when there are
-  /// further labels, or when the count is negative or too large.
+  /// added labels, or when the count is negative or too large.
   bool AddLeading(int count);
   /// Goes back to former counts: removes the labels that were added since.
-  void ShrinkTo(int leading, std::size_t further);
-  ORXSimIndexSet All() const;
+  void ShrinkTo(int leading, std::size_t added);
+  ORXSimIndexSet AllLabels() const;
 
 private:
   int m_leading;
-  std::vector<int> m_further;
-  std::unordered_set<int> m_isFurther;
+  std::vector<int> m_added;
+  std::unordered_set<int> m_isAdded;
 };
 
 } // namespace orx::sim

@@ -1,8 +1,8 @@
 #include "sim/impl/Context.h"
 
-#include "sim/ORXSimException.h"
 #include "sim/impl/CatalogStorage.h"
 #include "sim/impl/OpenDatabase.h"
+#include "sim/impl/RaiseError.h"
 #include "sim/impl/store/DenseDrawer.h"
 #include "sim/impl/store/SparseDrawer.h"
 
@@ -11,24 +11,21 @@
 
 namespace orx::sim {
 
-void RefuseBeyond(std::int64_t limit, char const* text) {
-  ORXSimException(ORXSimException::invalidArgument,
-                  std::string(text) + ", expected at most " + std::to_string(limit) + ".")
-      .Throw(__FILE__, __LINE__);
+void RefuseAboveLimit(std::int64_t limit, char const* text) {
+  RaiseError(ORXSimException::invalidArgument,
+             std::string(text) + ", expected at most " + std::to_string(limit) + ".");
 }
 
 namespace {
 
 [[noreturn]] void RefuseNumber(std::int64_t number, char const* kind, Context const& context) {
-  ORXSimException(ORXSimException::staleIdentifier, std::string("There is no ") + kind + " " +
-                                                        std::to_string(number) + " in " + context.Name() +
-                                                        ".")
-      .Throw(__FILE__, __LINE__);
+  RaiseError(ORXSimException::staleIdentifier, std::string("There is no ") + kind + " " +
+                                                   std::to_string(number) + " in " + context.Name() + ".");
 }
 
 template<class Records>
-auto& At(Records const& records, typename Records::key_type number, std::int64_t shown, char const* kind,
-         Context const& context) {
+auto& FindOrRefuse(Records const& records, typename Records::key_type number, std::int64_t shown,
+                   char const* kind, Context const& context) {
   auto const found = records.find(number);
   if (found == records.end()) RefuseNumber(shown, kind, context);
   return found->second;
@@ -38,8 +35,21 @@ constexpr std::uint32_t largestHandle = static_cast<std::uint32_t>(largestNumber
 
 } // namespace
 
-Drawer::Drawer() = default;
+namespace {
+std::uint64_t NextShape() {
+  static std::uint64_t last = 0;
+  return ++last;
+}
+} // namespace
+
+Drawer::Drawer() : shape(NextShape()) {}
 Drawer::~Drawer() = default;
+
+void Drawer::SetAlong(std::size_t dim, int set, int size) {
+  sets[dim] = set;
+  sizes[dim] = size;
+  shape = NextShape();
+}
 
 Context::Context(OpenDatabase& database, int number, ORXSimNamespaceID space)
     : m_database(database), m_number(number), m_namespace(space) {}
@@ -63,32 +73,30 @@ std::string Context::Name() const {
 std::string Context::Path() const { return "/context_" + std::to_string(m_number); }
 
 CollectionRecord& Context::CollectionAt(int number) const {
-  return *At(m_collections, number, number, "collection", *this);
+  return *FindOrRefuse(m_collections, number, number, "collection", *this);
 }
 
 SetRecord& Context::SetAt(int number) const {
-  SetRecord& set = *At(m_sets, number, number, "member set", *this);
+  SetRecord& set = *FindOrRefuse(m_sets, number, number, "member set", *this);
   if (set.members == nullptr) ReadMembers(set);
   return set;
 }
 
 std::shared_ptr<DistributionRecord> const& Context::DistributionAt(std::uint32_t handle) const {
-  return At(m_distributions, handle, std::int64_t{handle} - 1, "distribution", *this);
+  return FindOrRefuse(m_distributions, handle, std::int64_t{handle} - 1, "distribution", *this);
 }
 
-CollectionRecord& Context::Find(ORXSimCollectionID const& id) const {
+CollectionRecord& Context::FindRecord(ORXSimCollectionID const& id) const {
   return CollectionAt(id.Minor().collection);
 }
 
-SetRecord& Context::Find(ORXSimCSetID const& id) const {
+SetRecord& Context::FindRecord(ORXSimCSetID const& id) const {
   SetRecord& set = SetAt(id.Data().memberSet);
-  if (set.collection != id.Minor().collection) {
-    ORXSimException(ORXSimException::staleIdentifier,
-                    "Member set " + std::to_string(id.Data().memberSet) + " of " + Name() +
-                        " belongs to collection " + std::to_string(set.collection) + ", not to collection " +
-                        std::to_string(id.Minor().collection) + ".")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (set.collection != id.Minor().collection)
+    RaiseError(ORXSimException::staleIdentifier, "Member set " + std::to_string(id.Data().memberSet) +
+                                                     " of " + Name() + " belongs to collection " +
+                                                     std::to_string(set.collection) + ", not to collection " +
+                                                     std::to_string(id.Minor().collection) + ".");
   return set;
 }
 
@@ -96,8 +104,8 @@ ORXSimCollectionID Context::CollectionID(int number, int color) const {
   return {ID(), {.collection = number, .color = color}, CollectionAt(number).type};
 }
 
-ORXSimCSetID Context::Identify(ORXSimCollectionID const& collection, int set) const {
-  return {ID(), {.minor = collection.Minor(), .memberSet = set}, Find(collection).type};
+ORXSimCSetID Context::MakeSetID(ORXSimCollectionID const& collection, int set) const {
+  return {ID(), {.minor = collection.Minor(), .memberSet = set}, FindRecord(collection).type};
 }
 
 // Labels of sets that were read
@@ -130,8 +138,8 @@ void Context::ReadMembers(SetRecord& set) const {
 /// Makes a change. `undo` takes the change back, also when only a part of it was made: at once when the
 /// change raises an error, or when the open transaction is abandoned.
 template<class Change>
-void Context::Changing(std::function<void()> undo, Change&& change) {
-  m_database.BecomeCurrent();
+void Context::ChangeUndoably(std::function<void()> undo, Change&& change) {
+  m_database.UpgradeFormat();
   m_undo.push_back(std::move(undo));
   try {
     change();
@@ -145,9 +153,9 @@ void Context::Changing(std::function<void()> undo, Change&& change) {
 }
 
 ORXSimCollectionID Context::AddCollection(int size, ORXSimTypeID type) {
-  if (m_nextCollection > largestNumber) RefuseBeyond(largestNumber, "A context has no more collections");
+  if (m_nextCollection > largestNumber) RefuseAboveLimit(largestNumber, "A context has no more collections");
   int const number = static_cast<int>(m_nextCollection++);
-  Changing(
+  ChangeUndoably(
       [this, number] {
         m_unsaved.collections.erase(number);
         m_collections.erase(number);
@@ -175,16 +183,16 @@ void Context::AddMembers(CollectionRecord& collection, ORXSimIndexSet const& lab
   for (int k = 0; k < labels.Size(); ++k) {
     int const label = labels[k];
     if (collection.members.Contains(label)) continue;
-    if (collection.members.IsFull()) RefuseBeyond(mostMembers, "A collection has no more members");
-    collection.members.Add(label);
+    if (collection.members.IsFull()) RefuseAboveLimit(mostMembers, "A collection has no more members");
+    collection.members.AddLabel(label);
   }
 }
 
 /// Makes a temporary set persistent.
-void Context::Keep(int set) {
+void Context::MakePersistent(int set) {
   SetRecord& record = SetAt(set);
   if (!record.isTemporary) return;
-  Changing(
+  ChangeUndoably(
       [this, set] {
         if (auto const found = m_sets.find(set); found != m_sets.end()) found->second->isTemporary = true;
         m_unsaved.sets.erase(set);
@@ -198,10 +206,10 @@ void Context::Keep(int set) {
 int Context::NewSetNumber(bool isTemporary) {
   if (isTemporary) {
     if (m_nextTemporarySet < std::numeric_limits<int>::min())
-      RefuseBeyond(largestNumber, "A context has no more temporary member sets");
+      RefuseAboveLimit(largestNumber, "A context has no more temporary member sets");
     return static_cast<int>(m_nextTemporarySet--);
   }
-  if (m_nextSet > largestNumber) RefuseBeyond(largestNumber, "A context has no more member sets");
+  if (m_nextSet > largestNumber) RefuseAboveLimit(largestNumber, "A context has no more member sets");
   return static_cast<int>(m_nextSet++);
 }
 
@@ -228,26 +236,26 @@ void Context::RemoveSet(int number) noexcept {
 }
 
 ORXSimCSetID Context::AddSet(ORXSimCollectionID const& collection, ORXSimIndexSet members, bool isTemporary) {
-  bool const hasNewLabels = !Find(collection).members.ContainsAll(members);
+  bool const hasNewLabels = !FindRecord(collection).members.ContainsAll(members);
   return FindOrAddSet(collection, std::move(members), isTemporary, hasNewLabels);
 }
 
 ORXSimCSetID Context::FindOrAddSet(ORXSimCollectionID const& collection, ORXSimIndexSet members,
                                    bool isTemporary, bool hasNewLabels) {
-  CollectionRecord& owner = Find(collection);
+  CollectionRecord& owner = FindRecord(collection);
   int number = -1;
   if (SetRecord* const found = FindSet(owner, members, number)) {
-    if (!isTemporary) Keep(number);
+    if (!isTemporary) MakePersistent(number);
     found->users += isTemporary ? 1 : 0;
-    return Identify(collection, number);
+    return MakeSetID(collection, number);
   }
   int const of = collection.Minor().collection;
   number = NewSetNumber(isTemporary);
-  Changing(
-      [this, number, of, leading = owner.members.Leading(), further = owner.members.Further().size()] {
+  ChangeUndoably(
+      [this, number, of, leading = owner.members.Leading(), added = owner.members.Added().size()] {
         RemoveSet(number);
         if (auto const found = m_collections.find(of); found != m_collections.end())
-          found->second->members.ShrinkTo(leading, further);
+          found->second->members.ShrinkTo(leading, added);
       },
       [&] {
         if (hasNewLabels) m_unsaved.collections.insert(of);
@@ -262,20 +270,20 @@ ORXSimCSetID Context::FindOrAddSet(ORXSimCollectionID const& collection, ORXSimI
         record->fileNumber = isTemporary ? -1 : number;
         InsertSet(number, std::move(record));
       });
-  return Identify(collection, number);
+  return MakeSetID(collection, number);
 }
 
 ORXSimCSetID Context::AddJoinedSet(ORXSimCollectionID const& collection, int front,
                                    ORXSimCSetID const& back) {
-  ORXSimIndexSet members = ORXSimIndexSet::Joined(*SetAt(front).members, *Find(back).members);
+  ORXSimIndexSet members = ORXSimIndexSet::Joined(*SetAt(front).members, *FindRecord(back).members);
   ORXSimCSetID const id = FindOrAddSet(collection, std::move(members), true, false);
-  SetRecord& set = Find(id);
+  SetRecord& set = FindRecord(id);
   if (set.head < 0 && id.Data().memberSet != front && set.size > SetAt(front).size) set.head = front;
   return id;
 }
 
 void Context::DropSet(ORXSimCSetID const& id) {
-  SetRecord& record = Find(id);
+  SetRecord& record = FindRecord(id);
   record.users = std::max(0, record.users - 1);
   int const number = id.Data().memberSet;
   bool const isHeld = m_sets.at(number).use_count() > 1;
@@ -283,11 +291,11 @@ void Context::DropSet(ORXSimCSetID const& id) {
 }
 
 void Context::AddColor(ORXSimCollectionID const& collection, int color) {
-  CollectionRecord& record = Find(collection);
+  CollectionRecord& record = FindRecord(collection);
   if (color == 0 || std::find(record.colors.begin(), record.colors.end(), color) != record.colors.end())
     return;
   int const number = collection.Minor().collection;
-  Changing(
+  ChangeUndoably(
       [this, number, color] {
         if (auto const owner = m_collections.find(number); owner != m_collections.end())
           std::erase(owner->second->colors, color);
@@ -302,15 +310,15 @@ int Context::AddType(char const* name) {
   for (std::size_t k = 0; k < m_types.size(); ++k)
     if (std::strcmp(m_types[k].AsText(), name) == 0) return static_cast<int>(k);
   std::size_t const index = m_types.size();
-  Changing([this, index] { m_types.resize(std::min(index, m_types.size())); },
-           [&] { m_types.emplace_back(name); });
+  ChangeUndoably([this, index] { m_types.resize(std::min(index, m_types.size())); },
+                 [&] { m_types.emplace_back(name); });
   return static_cast<int>(index);
 }
 
 ORXSimDistributionID Context::AddDistribution(std::vector<ORXSimIDMinor> grid, ORXSimRangeType range,
                                               ORXSimTypeID type, bool isTemporary) {
   if (m_nextDistribution > largestNumber || m_nextTemporaryHandle <= largestHandle)
-    RefuseBeyond(largestNumber, "A context has no more distributions");
+    RefuseAboveLimit(largestNumber, "A context has no more distributions");
   auto record = std::make_shared<DistributionRecord>();
   std::uint32_t const handle =
       isTemporary ? m_nextTemporaryHandle-- : static_cast<std::uint32_t>(++m_nextDistribution);
@@ -320,11 +328,11 @@ ORXSimDistributionID Context::AddDistribution(std::vector<ORXSimIDMinor> grid, O
   record->range = range;
   record->type = type;
   record->isTemporary = isTemporary;
-  Changing([this, handle] { RemoveDistribution(handle); },
-           [&] {
-             if (!isTemporary) m_unsaved.distributions.insert(handle);
-             m_distributions[handle] = record;
-           });
+  ChangeUndoably([this, handle] { RemoveDistribution(handle); },
+                 [&] {
+                   if (!isTemporary) m_unsaved.distributions.insert(handle);
+                   m_distributions[handle] = record;
+                 });
   return record->id;
 }
 
@@ -338,11 +346,9 @@ void Context::RemoveDistribution(std::uint32_t handle) noexcept {
 }
 
 void Context::DropDistribution(ORXSimDistributionID const& id) {
-  if (!DistributionAt(id.handle)->isTemporary) {
-    ORXSimException(ORXSimException::invalidArgument,
-                    DistributionAt(id.handle)->Name() + " cannot be dropped: it is not temporary.")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (!DistributionAt(id.handle)->isTemporary)
+    RaiseError(ORXSimException::invalidArgument,
+               DistributionAt(id.handle)->Name() + " cannot be dropped: it is not temporary.");
   RemoveDistribution(id.handle);
 }
 
@@ -352,7 +358,7 @@ void Context::InstallDrawer(DistributionRecord& distribution, std::shared_ptr<Dr
     SetAt(set);
     drawer->heldSets.push_back(m_sets.at(set));
   }
-  Changing(
+  ChangeUndoably(
       [this, handle, former = distribution.drawer] {
         auto const found = m_distributions.find(handle);
         if (found != m_distributions.end()) found->second->drawer = former;
@@ -366,18 +372,14 @@ void Context::InstallDrawer(DistributionRecord& distribution, std::shared_ptr<Dr
 void Context::RecordExtension(DistributionRecord& distribution, int dim, int set) {
   auto const along = static_cast<std::size_t>(dim);
   auto const drawer = distribution.drawer;
-  Changing(
-      [drawer, along, formerSet = drawer->sets[along], formerSize = drawer->sizes[along]] {
-        drawer->sets[along] = formerSet;
-        drawer->sizes[along] = formerSize;
-      },
-      [&] {
-        if (!distribution.isTemporary) m_unsaved.distributions.insert(distribution.id.handle);
-        int const size = SetAt(set).size;
-        drawer->heldSets.push_back(m_sets.at(set));
-        drawer->sets[along] = set;
-        drawer->sizes[along] = size;
-      });
+  ChangeUndoably([drawer, along, formerSet = drawer->sets[along],
+                  formerSize = drawer->sizes[along]] { drawer->SetAlong(along, formerSet, formerSize); },
+                 [&] {
+                   if (!distribution.isTemporary) m_unsaved.distributions.insert(distribution.id.handle);
+                   int const size = SetAt(set).size;
+                   drawer->heldSets.push_back(m_sets.at(set));
+                   drawer->SetAlong(along, set, size);
+                 });
 }
 
 void Context::EndTransaction() noexcept {
@@ -477,7 +479,7 @@ void Context::LoadSet(int number, SetRecord record) {
                                                                      static_cast<std::size_t>(saved.count)));
   }
   if (record.head >= 0) {
-    SetRecord const& head = *At(m_sets, record.head, record.head, "member set", *this);
+    SetRecord const& head = *FindOrRefuse(m_sets, record.head, record.head, "member set", *this);
     record.digest = JoinedDigest(head.digest, record.digest, record.size);
     record.size += head.size;
   }
@@ -495,12 +497,10 @@ void Context::LoadDistribution(std::uint32_t handle, std::shared_ptr<Distributio
 }
 
 Context& DistributionRecord::InContext() const {
-  if (context == nullptr) {
-    ORXSimException(ORXSimException::staleIdentifier,
-                    "Distribution " + std::to_string(id.handle) +
-                        " is used after its file was closed or its transaction was abandoned.")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (context == nullptr)
+    RaiseError(ORXSimException::staleIdentifier,
+               "Distribution " + std::to_string(id.handle) +
+                   " is used after its file was closed or its transaction was abandoned.");
   return *context;
 }
 

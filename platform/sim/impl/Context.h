@@ -42,8 +42,8 @@ public:
   SetRecord& SetAt(int number) const;
   std::shared_ptr<DistributionRecord> const& DistributionAt(std::uint32_t handle) const;
   /// The record of a collection of this context, colour variants included.
-  CollectionRecord& Find(ORXSimCollectionID const& id) const;
-  SetRecord& Find(ORXSimCSetID const& id) const;
+  CollectionRecord& FindRecord(ORXSimCollectionID const& id) const;
+  SetRecord& FindRecord(ORXSimCSetID const& id) const;
 
   ORXSimCollectionID CollectionID(int number, int color) const;
 
@@ -93,7 +93,7 @@ public:
     std::set<int> sets;
     std::set<std::uint32_t> distributions; ///< handles
   };
-  Unsaved const& WhatIsUnsaved() const noexcept { return m_unsaved; }
+  Unsaved const& UnsavedRecords() const noexcept { return m_unsaved; }
   std::size_t SavedTypes() const noexcept { return m_savedTypes; }
   /// The number of a set in the file; a temporary set gets this number now.
   int FileNumberOf(int set);
@@ -133,9 +133,9 @@ public:
 
 private:
   template<class Change>
-  void Changing(std::function<void()> undo, Change&& change);
+  void ChangeUndoably(std::function<void()> undo, Change&& change);
   SetRecord* FindSet(CollectionRecord const& collection, ORXSimIndexSet const& members, int& number) const;
-  ORXSimCSetID Identify(ORXSimCollectionID const& collection, int set) const;
+  ORXSimCSetID MakeSetID(ORXSimCollectionID const& collection, int set) const;
   ORXSimCSetID FindOrAddSet(ORXSimCollectionID const& collection, ORXSimIndexSet members, bool isTemporary,
                             bool hasNewLabels);
   int NewSetNumber(bool isTemporary);
@@ -143,7 +143,7 @@ private:
   void RemoveSet(int number) noexcept;
   void RemoveDistribution(std::uint32_t handle) noexcept;
   void AddMembers(CollectionRecord& collection, ORXSimIndexSet const& labels);
-  void Keep(int set);
+  void MakePersistent(int set);
   void ReadMembers(SetRecord& set) const;
   ORXSimIndexSet OwnLabels(SetRecord const& set) const;
 

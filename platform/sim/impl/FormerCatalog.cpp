@@ -32,10 +32,10 @@ void LoadCollection(DatabaseFile& file, sim::Context& context, int number, std::
   sim::CollectionRecord record{.type = ORXSimTypeID(ReadInteger(group, "type")),
                                .members = sim::CollectionMembers(leading)};
   if (HasAttribute(group, "colors")) record.colors = ReadIntegers(group, "colors");
-  if (file.Has(path + "/labels"))
+  if (file.HasObject(path + "/labels"))
     for (int const label : ReadLabels(file, path)) {
       if (record.members.IsFull()) throw DamageFound{path + " has more than 2147483647 members"};
-      record.members.Add(label);
+      record.members.AddLabel(label);
     }
   context.LoadCollection(number, std::move(record));
 }
@@ -79,11 +79,7 @@ void LoadSerialization(Handle const& object, sim::DistributionRecord const& reco
     throw DamageFound{path + " has the serialization " + std::to_string(layout) + ", expected 3 or 4"};
   if (record.Rank() != 2 || record.range.Key() != ORXSimTypeKey::Double)
     throw DamageFound{path + " is sparse, but not a matrix of doubles"};
-  if (layout == 3) {
-    drawer.serialization.SetSparse();
-  } else {
-    drawer.serialization.SetSparseSym();
-  }
+  SetSerialization(drawer.serialization, layout);
 }
 
 std::shared_ptr<sim::Drawer> LoadDrawer(DatabaseFile& file, sim::Context& context,
@@ -130,7 +126,7 @@ void LoadDistribution(DatabaseFile& file, sim::Context& context, int number, std
   record->type = ORXSimTypeID(ReadInteger(group, "type"));
   if (record->type.type < -1 || record->type.type >= static_cast<int>(context.Types().size()))
     throw DamageFound{path + " has the type " + std::to_string(record->type.type) + ", which is not there"};
-  if (file.Has(path + "/drawer")) {
+  if (file.HasObject(path + "/drawer")) {
     record->drawer = LoadDrawer(file, context, *record, path + "/drawer");
     record->hasSavedDrawer = true;
   }

@@ -4,35 +4,36 @@
 
 namespace orx::sim {
 
-std::size_t LabelSequence::PartOf(int position) const {
-  auto const behind = std::upper_bound(m_parts.begin(), m_parts.end(), position,
-                                       [](int wanted, Part const& part) { return wanted < part.position; });
-  return static_cast<std::size_t>(behind - m_parts.begin()) - 1;
+std::size_t LabelSequence::FindSegment(int position) const {
+  auto const behind =
+      std::upper_bound(m_segments.begin(), m_segments.end(), position,
+                       [](int wanted, Segment const& segment) { return wanted < segment.position; });
+  return static_cast<std::size_t>(behind - m_segments.begin()) - 1;
 }
 
-int LabelSequence::End(std::size_t part) const {
-  return part + 1 < m_parts.size() ? m_parts[part + 1].position : m_size;
+int LabelSequence::EndOf(std::size_t segment) const {
+  return segment + 1 < m_segments.size() ? m_segments[segment + 1].position : m_size;
 }
 
 int LabelSequence::At(int position) const {
-  Part const& part = m_parts[PartOf(position)];
-  int const inPart = position - part.position;
-  if (part.list == notListed) return part.start + inPart * part.stride;
-  return m_listed[part.list + static_cast<std::size_t>(inPart)];
+  Segment const& segment = m_segments[FindSegment(position)];
+  int const inSegment = position - segment.position;
+  if (segment.list == notListed) return segment.start + inSegment * segment.stride;
+  return m_listed[segment.list + static_cast<std::size_t>(inSegment)];
 }
 
 void LabelSequence::CopyTo(int first, int count, int* out) const {
   if (count == 0) return;
   int const end = first + count;
-  for (std::size_t k = PartOf(first); first < end; ++k) {
-    Part const& part = m_parts[k];
-    int const here = std::min(End(k), end) - first;
-    int const inPart = first - part.position;
-    if (part.list == notListed) {
+  for (std::size_t k = FindSegment(first); first < end; ++k) {
+    Segment const& segment = m_segments[k];
+    int const here = std::min(EndOf(k), end) - first;
+    int const inSegment = first - segment.position;
+    if (segment.list == notListed) {
       for (int j = 0; j < here; ++j)
-        out[j] = part.start + (inPart + j) * part.stride;
+        out[j] = segment.start + (inSegment + j) * segment.stride;
     } else {
-      std::copy_n(m_listed.begin() + static_cast<std::ptrdiff_t>(part.list) + inPart, here, out);
+      std::copy_n(m_listed.begin() + static_cast<std::ptrdiff_t>(segment.list) + inSegment, here, out);
     }
     first += here;
     out += here;
@@ -40,13 +41,13 @@ void LabelSequence::CopyTo(int first, int count, int* out) const {
 }
 
 void LabelSequence::AppendProgression(int start, int stride, int count) {
-  if (count < shortest) {
+  if (count < shortestProgression) {
     std::vector<int> labels(static_cast<std::size_t>(count));
     for (int k = 0; k < count; ++k)
       labels[static_cast<std::size_t>(k)] = start + k * stride;
     return AppendList(labels);
   }
-  m_parts.push_back({.position = m_size, .start = start, .stride = stride, .list = notListed});
+  m_segments.push_back({.position = m_size, .start = start, .stride = stride, .list = notListed});
   m_size += count;
 }
 
@@ -55,8 +56,8 @@ void LabelSequence::AppendList(std::span<int const> labels) {
   std::size_t const former = m_listed.size();
   m_listed.insert(m_listed.end(), labels.begin(), labels.end());
   try {
-    if (m_parts.empty() || m_parts.back().list == notListed)
-      m_parts.push_back({.position = m_size, .start = 0, .stride = 0, .list = former});
+    if (m_segments.empty() || m_segments.back().list == notListed)
+      m_segments.push_back({.position = m_size, .start = 0, .stride = 0, .list = former});
   } catch (...) {
     m_listed.resize(former);
     throw;
@@ -65,12 +66,13 @@ void LabelSequence::AppendList(std::span<int const> labels) {
 }
 
 void LabelSequence::IndexLists() const {
-  for (std::size_t k = m_indexed < m_size ? PartOf(m_indexed) : m_parts.size(); k < m_parts.size(); ++k) {
-    Part const& part = m_parts[k];
-    int const end = End(k);
-    for (int position = std::max(m_indexed, part.position); position < end && part.list != notListed;
+  for (std::size_t k = m_indexed < m_size ? FindSegment(m_indexed) : m_segments.size(); k < m_segments.size();
+       ++k) {
+    Segment const& segment = m_segments[k];
+    int const end = EndOf(k);
+    for (int position = std::max(m_indexed, segment.position); position < end && segment.list != notListed;
          ++position) {
-      int const label = m_listed[part.list + static_cast<std::size_t>(position - part.position)];
+      int const label = m_listed[segment.list + static_cast<std::size_t>(position - segment.position)];
       auto const [last, isFirst] = m_last.try_emplace(label, position);
       if (!isFirst) m_earlier[position] = last->second;
       last->second = position;
@@ -88,16 +90,17 @@ int LabelSequence::LastPositionOf(int label, int end) const {
     auto const earlier = m_earlier.find(found);
     found = earlier != m_earlier.end() ? earlier->second : -1;
   }
-  for (std::size_t k = m_parts.size(); k-- > 0;) {
-    Part const& part = m_parts[k];
-    if (part.list != notListed || part.position >= end) continue;
-    std::int64_t const count = std::min(End(k), end) - part.position;
-    std::int64_t const distance = std::int64_t{label} - part.start;
-    if (part.stride == 0 && distance == 0)
-      found = std::max(found, static_cast<int>(part.position + count - 1));
-    if (part.stride == 0 || distance % part.stride != 0) continue;
-    std::int64_t const inPart = distance / part.stride;
-    if (inPart >= 0 && inPart < count) found = std::max(found, static_cast<int>(part.position + inPart));
+  for (std::size_t k = m_segments.size(); k-- > 0;) {
+    Segment const& segment = m_segments[k];
+    if (segment.list != notListed || segment.position >= end) continue;
+    std::int64_t const count = std::min(EndOf(k), end) - segment.position;
+    std::int64_t const distance = std::int64_t{label} - segment.start;
+    if (segment.stride == 0 && distance == 0)
+      found = std::max(found, static_cast<int>(segment.position + count - 1));
+    if (segment.stride == 0 || distance % segment.stride != 0) continue;
+    std::int64_t const inSegment = distance / segment.stride;
+    if (inSegment >= 0 && inSegment < count)
+      found = std::max(found, static_cast<int>(segment.position + inSegment));
   }
   return found;
 }

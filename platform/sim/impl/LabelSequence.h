@@ -12,7 +12,7 @@ namespace orx::sim {
 /// number of leading labels. Long arithmetic progressions are stored as three numbers.
 ///
 ///     positions   0 ... 999      1000 1001 1002   1003 ... 5002
-///     parts       (0, stride 1)  list: 7 3 12     (2000, stride 2)
+///     segments    (0, stride 1)  list: 7 3 12     (2000, stride 2)
 class LabelSequence {
 public:
   int Size() const noexcept { return m_size; }
@@ -29,7 +29,7 @@ public:
   void AppendList(std::span<int const> labels);
 
 private:
-  struct Part {
+  struct Segment {
     int position;     ///< of its first label in the sequence
     int start;        ///< progression: its first label
     int stride;       ///< progression: difference of consecutive labels
@@ -37,14 +37,14 @@ private:
   };
   static constexpr std::size_t notListed = ~std::size_t{0};
   /// Shorter progressions are stored as lists, because LastPositionOf walks over all progressions.
-  static constexpr int shortest = 64;
+  static constexpr int shortestProgression = 64;
 
-  std::size_t PartOf(int position) const;
-  int End(std::size_t part) const;
+  std::size_t FindSegment(int position) const;
+  int EndOf(std::size_t segment) const;
   void IndexLists() const;
 
   int m_size = 0;
-  std::vector<Part> m_parts;
+  std::vector<Segment> m_segments;
   std::vector<int> m_listed;
   // Index of the listed labels; LastPositionOf brings it up to date
   mutable std::unordered_map<int, int> m_last;    ///< label to its last position

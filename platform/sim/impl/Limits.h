@@ -17,6 +17,6 @@ constexpr int mostMembers = std::numeric_limits<int>::max();
 constexpr std::int64_t mostSavedLabels = std::numeric_limits<int>::max();
 
 /// Raises invalidArgument with the text "TEXT, expected at most LIMIT."
-[[noreturn]] void RefuseBeyond(std::int64_t limit, char const* text);
+[[noreturn]] void RefuseAboveLimit(std::int64_t limit, char const* text);
 
 } // namespace orx::sim

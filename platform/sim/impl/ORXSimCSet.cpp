@@ -1,14 +1,14 @@
 #include "sim/ORXSimCSet.h"
 
-#include "sim/ORXSimException.h"
 #include "sim/impl/OpenDatabase.h"
+#include "sim/impl/RaiseError.h"
+
+using orx::sim::RaiseError;
 
 ORXSimCSet::ORXSimCSet(ORXSimCSetID const& id) : m_id(id) {
   if (id.IsNull())
-    ORXSimException(ORXSimException::staleIdentifier,
-                    "An identifier names nothing: it is the null member set.")
-        .Throw(__FILE__, __LINE__);
-  m_members = orx::sim::FindContext(id.Context()).Find(id).members;
+    RaiseError(ORXSimException::staleIdentifier, "An identifier names nothing: it is the null member set.");
+  m_members = orx::sim::FindContext(id.Context()).FindRecord(id).members;
 }
 
 int ORXSimCSet::Size() const noexcept { return m_members->Size(); }

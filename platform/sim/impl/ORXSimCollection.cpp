@@ -1,16 +1,17 @@
 #include "sim/ORXSimCollection.h"
 
-#include "sim/ORXSimException.h"
 #include "sim/impl/OpenDatabase.h"
+#include "sim/impl/RaiseError.h"
 
 #include <limits>
 #include <span>
 
+using orx::sim::RaiseError;
+
 namespace {
 
 [[noreturn]] void RefuseSet(std::string const& text) {
-  ORXSimException(ORXSimException::invalidArgument, "A member set cannot be created: " + text + ".")
-      .Throw(__FILE__, __LINE__);
+  RaiseError(ORXSimException::invalidArgument, "A member set cannot be created: " + text + ".");
 }
 
 /// Finds the context for a new set. Raises writeFailed on a read-only file, unless the set is temporary and
@@ -19,7 +20,7 @@ orx::sim::Context& ContextFor(ORXSimCollectionID const& id, ORXSimIndexSet const
   orx::sim::Context& context = orx::sim::FindContext(id.Context());
   if (!isTemporary) {
     context.Database().RequireWritable("create a member set");
-  } else if (context.Database().File().IsReadOnly() && !context.Find(id).members.ContainsAll(members)) {
+  } else if (context.Database().File().IsReadOnly() && !context.FindRecord(id).members.ContainsAll(members)) {
     context.Database().RequireWritable("add members to a collection");
   }
   return context;
@@ -38,7 +39,9 @@ ORXSimCSetID AddListedSet(ORXSimCollectionID const& id, int const* labels, int c
 
 } // namespace
 
-int ORXSimCollection::Size() const { return orx::sim::FindContext(m_id.Context()).Find(m_id).members.Size(); }
+int ORXSimCollection::Size() const {
+  return orx::sim::FindContext(m_id.Context()).FindRecord(m_id).members.Size();
+}
 
 ORXSimCSetID ORXSimCollection::CreateOrderedCSet(int const* labels, int count) const {
   return AddListedSet(m_id, labels, count, false);
@@ -69,17 +72,15 @@ ORXSimCSetID ORXSimCollection::BiggestCSetID() const {
   orx::sim::Context& context = orx::sim::FindContext(m_id.Context());
   // A read-only file has this set already, or gets a temporary set.
   bool const isTemporary = context.Database().File().IsReadOnly();
-  return context.AddSet(m_id, context.Find(m_id).members.All(), isTemporary);
+  return context.AddSet(m_id, context.FindRecord(m_id).members.AllLabels(), isTemporary);
 }
 
 ORXSimCollectionID ORXSimCollection::CreateColorVariant(int color) const {
   orx::sim::Context& context = orx::sim::FindContext(m_id.Context());
   context.Database().RequireWritable("create a colour variant");
-  if (color < 0) {
-    ORXSimException(ORXSimException::invalidArgument, "A colour variant cannot have the colour " +
-                                                          std::to_string(color) + ", expected at least 0.")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (color < 0)
+    RaiseError(ORXSimException::invalidArgument,
+               "A colour variant cannot have the colour " + std::to_string(color) + ", expected at least 0.");
   context.AddColor(m_id, color);
   return m_id.ColorVariant(color);
 }

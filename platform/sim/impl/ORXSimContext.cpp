@@ -1,10 +1,12 @@
 #include "sim/ORXSimContext.h"
 
-#include "sim/ORXSimException.h"
 #include "sim/impl/OpenDatabase.h"
+#include "sim/impl/RaiseError.h"
 #include "sim/impl/store/BoxCopy.h"
 
 #include <cstring>
+
+using orx::sim::RaiseError;
 
 ORXSimTypeID ORXSimTypeSchemaSnapshot::TypeID(int index) const {
   Name(index);
@@ -12,11 +14,9 @@ ORXSimTypeID ORXSimTypeSchemaSnapshot::TypeID(int index) const {
 }
 
 atr_String const& ORXSimTypeSchemaSnapshot::Name(int index) const {
-  if (index < 0 || index >= Size()) {
-    ORXSimException(ORXSimException::invalidArgument, "There is no type with index " + std::to_string(index) +
-                                                          ": the schema has " + std::to_string(Size()) + ".")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (index < 0 || index >= Size())
+    RaiseError(ORXSimException::invalidArgument, "There is no type with index " + std::to_string(index) +
+                                                     ": the schema has " + std::to_string(Size()) + ".");
   return m_names[index];
 }
 
@@ -25,19 +25,16 @@ ORXSimNamespaceID ORXSimContext::NamespaceID() const { return orx::sim::FindCont
 ORXSimCollectionID ORXSimContext::CreateCollection(int size, ORXSimTypeID type) const {
   orx::sim::Context& context = orx::sim::FindContext(m_id);
   context.Database().RequireWritable("create a collection");
-  if (size < 0) {
-    ORXSimException(ORXSimException::invalidArgument,
-                    "A collection cannot have " + std::to_string(size) + " members.")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (size < 0)
+    RaiseError(ORXSimException::invalidArgument,
+               "A collection cannot have " + std::to_string(size) + " members.");
   return context.AddCollection(size, type);
 }
 
 namespace {
 
 [[noreturn]] void RefuseGrid(std::string const& text) {
-  ORXSimException(ORXSimException::invalidArgument, "A distribution cannot be created: " + text + ".")
-      .Throw(__FILE__, __LINE__);
+  RaiseError(ORXSimException::invalidArgument, "A distribution cannot be created: " + text + ".");
 }
 
 std::vector<ORXSimIDMinor> CheckedGrid(orx::sim::Context const& context, ORXSimGrid const& grid) {
@@ -49,7 +46,7 @@ std::vector<ORXSimIDMinor> CheckedGrid(orx::sim::Context const& context, ORXSimG
     ORXSimCollectionID const& collection = grid.Collection(dim);
     if (!(collection.Context() == context.ID()))
       RefuseGrid("the collection of dimension " + std::to_string(dim) + " is null or of another context");
-    context.Find(collection);
+    context.FindRecord(collection);
     for (int other = 0; other < dim; ++other)
       if (grid.Collection(other).Minor() == collection.Minor())
         RefuseGrid("dimensions " + std::to_string(other) + " and " + std::to_string(dim) +
@@ -90,11 +87,9 @@ int ORXSimContext::DefineType(char const* name) const {
   orx::sim::Context& context = orx::sim::FindContext(m_id);
   context.Database().RequireWritable("define a type");
   std::size_t const length = std::strlen(name);
-  if (length < 1 || length > 255) {
-    ORXSimException(ORXSimException::invalidArgument,
-                    "A type name has " + std::to_string(length) + " bytes, expected 1 to 255.")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (length < 1 || length > 255)
+    RaiseError(ORXSimException::invalidArgument,
+               "A type name has " + std::to_string(length) + " bytes, expected 1 to 255.");
   return context.AddType(name);
 }
 

@@ -1,7 +1,9 @@
 #include "sim/ORXSimDistribution.h"
 
-#include "sim/ORXSimException.h"
 #include "sim/impl/OpenDatabase.h"
+#include "sim/impl/RaiseError.h"
+
+using orx::sim::RaiseError;
 
 std::int64_t ORXSimDrawerDescription::DataSizeItems(int buffer) const noexcept {
   if (!m_serialization.IsSparse()) {
@@ -33,12 +35,8 @@ ORXSimDistribution::ORXSimDistribution(ORXSimDistributionID const& id)
     : m_participation(orx::sim::FindDistribution(id)) {}
 
 namespace {
-orx::sim::DistributionRecord& Required(orx::sim::DistributionRecord* record) {
-  if (record == nullptr)
-    ORXSimException(ORXSimException::wrongState, "The handle is on no distribution.")
-        .Throw(__FILE__, __LINE__);
-  record->InContext();
-  return *record;
+orx::sim::DistributionRecord& RequireRecord(orx::sim::DistributionRecord* record) {
+  return orx::sim::RequireRecord(record, "handle");
 }
 } // namespace
 
@@ -52,23 +50,23 @@ int ORXSimDistribution::NumDimensions() const noexcept {
   return record != nullptr ? record->Rank() : 0;
 }
 
-ORXSimRangeType ORXSimDistribution::RangeType() const { return Required(m_participation.Record()).range; }
+ORXSimRangeType ORXSimDistribution::RangeType() const {
+  return RequireRecord(m_participation.Record()).range;
+}
 
-ORXSimTypeID ORXSimDistribution::Type() const { return Required(m_participation.Record()).type; }
+ORXSimTypeID ORXSimDistribution::Type() const { return RequireRecord(m_participation.Record()).type; }
 
 ORXSimCollectionID ORXSimDistribution::Collection(int dim) const {
-  orx::sim::DistributionRecord const& record = Required(m_participation.Record());
-  if (dim < 0 || dim >= record.Rank()) {
-    ORXSimException(ORXSimException::invalidArgument, "There is no dimension " + std::to_string(dim) +
-                                                          " in " + record.Name() + ", which has " +
-                                                          std::to_string(record.Rank()) + ".")
-        .Throw(__FILE__, __LINE__);
-  }
+  orx::sim::DistributionRecord const& record = RequireRecord(m_participation.Record());
+  if (dim < 0 || dim >= record.Rank())
+    RaiseError(ORXSimException::invalidArgument, "There is no dimension " + std::to_string(dim) + " in " +
+                                                     record.Name() + ", which has " +
+                                                     std::to_string(record.Rank()) + ".");
   return record.Collection(dim);
 }
 
 void ORXSimDistribution::QueryDrawers(ORXSimArray<ORXSimPersistentDrawerDesc>& out) const {
-  orx::sim::DistributionRecord const& record = Required(m_participation.Record());
+  orx::sim::DistributionRecord const& record = RequireRecord(m_participation.Record());
   out.Clear();
   if (record.drawer != nullptr) out.Append(ORXSimPersistentDrawerDesc(record.Describe()));
 }

@@ -17,7 +17,7 @@ struct PowerSums {
 };
 
 /// Reads the bits of `count` from the highest on: each doubles the number of labels, a 1 adds a label.
-PowerSums SumsFor(int count) noexcept {
+PowerSums ComputePowerSums(int count) noexcept {
   PowerSums sums;
   std::uint64_t done = 0;
   for (int bit = 30; bit >= 0; --bit) {
@@ -43,12 +43,12 @@ std::uint64_t DigestOf(std::span<int const> labels) noexcept {
 }
 
 std::uint64_t DigestOfProgression(int start, int stride, int count) noexcept {
-  PowerSums const sums = SumsFor(count);
+  PowerSums const sums = ComputePowerSums(count);
   return static_cast<std::uint64_t>(start) * sums.ones + static_cast<std::uint64_t>(stride) * sums.positions;
 }
 
 std::uint64_t JoinedDigest(std::uint64_t front, std::uint64_t back, int backCount) noexcept {
-  return front * SumsFor(backCount).power + back;
+  return front * ComputePowerSums(backCount).power + back;
 }
 
 } // namespace orx::sim

@@ -1,7 +1,9 @@
 #include "sim/ORXSimTransaction.h"
 
-#include "sim/ORXSimException.h"
 #include "sim/impl/OpenDatabase.h"
+#include "sim/impl/RaiseError.h"
+
+using orx::sim::RaiseError;
 
 /// The state that copies of a transaction share; its destruction abandons an open transaction.
 class ORXSimTransactionRepr {
@@ -28,20 +30,16 @@ private:
 ORXSimTransaction::ORXSimTransaction(ORXSimContextID id) {
   orx::sim::Context& context = orx::sim::FindContext(id);
   context.Database().RequireWritable("open a transaction");
-  if (context.HasTransaction()) {
-    ORXSimException(ORXSimException::wrongState, "A transaction is already open on " + context.Name() + ".")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (context.HasTransaction())
+    RaiseError(ORXSimException::wrongState, "A transaction is already open on " + context.Name() + ".");
   m_record = std::make_shared<ORXSimTransactionRepr>(context);
 }
 
 void ORXSimTransaction::Commit() {
   orx::sim::Context& context = orx::sim::FindContext(Context());
-  if (!m_record->IsOpen()) {
-    ORXSimException(ORXSimException::wrongState,
-                    "The transaction on " + context.Name() + " is over: it was committed or abandoned.")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (!m_record->IsOpen())
+    RaiseError(ORXSimException::wrongState,
+               "The transaction on " + context.Name() + " is over: it was committed or abandoned.");
   context.Database().Commit(context);
   context.EndTransaction();
 }

@@ -1,14 +1,15 @@
 #include "sim/ORXSrvPosition.h"
 
-#include "sim/ORXSimException.h"
+#include "sim/impl/RaiseError.h"
+
+using orx::sim::RaiseError;
 
 namespace {
 void RequireOpenOn(ORXSimTransaction const& transaction, ORXSimContextID const& context) {
   if (transaction.IsOpen() && transaction.Context() == context) return;
-  ORXSimException(
+  RaiseError(
       ORXSimException::wrongState,
-      "A distribution cannot be created at a position: the transaction is over, or on another context.")
-      .Throw(__FILE__, __LINE__);
+      "A distribution cannot be created at a position: the transaction is over, or on another context.");
 }
 } // namespace
 

@@ -1,7 +1,7 @@
 #include "sim/impl/OpenDatabase.h"
 
-#include "sim/ORXSimException.h"
 #include "sim/impl/CatalogStorage.h"
+#include "sim/impl/RaiseError.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -50,18 +50,17 @@ std::shared_ptr<OpenDatabase> OpenDatabase::Open(std::string const& name, bool r
 
 Context& OpenDatabase::AddContext(ORXSimNamespaceID space) {
   RequireWritable("create a context");
-  BecomeCurrent();
+  UpgradeFormat();
   std::int64_t const number = m_contexts.empty() ? 0 : std::int64_t{m_contexts.rbegin()->first} + 1;
-  if (number > largestNumber) RefuseBeyond(largestNumber, "A database has no more contexts");
+  if (number > largestNumber) RefuseAboveLimit(largestNumber, "A database has no more contexts");
   auto context = std::make_unique<Context>(*this, static_cast<int>(number), space);
   return *(m_contexts[static_cast<int>(number)] = std::move(context));
 }
 
 void OpenDatabase::RequireWritable(char const* what) const {
   if (!m_file->IsReadOnly()) return;
-  ORXSimException(ORXSimException::writeFailed,
-                  std::string("The file cannot ") + what + ": " + m_file->Path() + " was opened read-only.")
-      .Throw(__FILE__, __LINE__);
+  RaiseError(ORXSimException::writeFailed,
+             std::string("The file cannot ") + what + ": " + m_file->Path() + " was opened read-only.");
 }
 
 void OpenDatabase::Commit(Context const& committing) {
@@ -69,7 +68,7 @@ void OpenDatabase::Commit(Context const& committing) {
   std::vector<Context*> contexts;
   for (auto const& [number, context] : m_contexts)
     if (context.get() == &committing || !context->HasTransaction()) contexts.push_back(context.get());
-  Save(contexts);
+  SaveContexts(contexts);
 }
 
 void OpenDatabase::CommitForClose() {
@@ -80,10 +79,10 @@ void OpenDatabase::CommitForClose() {
     context->DropTemporaries();
     contexts.push_back(context.get());
   }
-  Save(contexts);
+  SaveContexts(contexts);
 }
 
-void OpenDatabase::BecomeCurrent() {
+void OpenDatabase::UpgradeFormat() {
   if (m_file->IsReadOnly() || m_file->Version() == store::formatVersion) return;
   int const former = m_file->Version();
   store::CatalogWriter writer(*m_file);
@@ -91,12 +90,12 @@ void OpenDatabase::BecomeCurrent() {
     for (auto const& [number, context] : m_contexts) {
       context->MarkUnsaved();
       writer.RemoveFormerFormat(*context);
-      writer.Save(*context);
+      writer.SaveRecords(*context);
     }
     writer.WriteVersion(store::formatVersion, former);
     m_file->Commit();
   } catch (...) {
-    writer.Revert();
+    writer.RevertChanges();
     for (auto const& [number, context] : m_contexts)
       context->MarkNothingUnsaved();
     throw;
@@ -105,11 +104,11 @@ void OpenDatabase::BecomeCurrent() {
     context->MarkSaved();
 }
 
-void OpenDatabase::Save(std::vector<Context*> const& contexts) {
+void OpenDatabase::SaveContexts(std::vector<Context*> const& contexts) {
   store::CatalogWriter writer(*m_file);
   try {
     for (Context* const context : contexts)
-      writer.Save(*context);
+      writer.SaveRecords(*context);
     for (auto const& [number, context] : m_contexts)
       if (std::ranges::find(contexts, context.get()) == contexts.end()) writer.NoteExtensions(*context);
     if (m_file->IsScratch()) {
@@ -118,7 +117,7 @@ void OpenDatabase::Save(std::vector<Context*> const& contexts) {
       m_file->Commit();
     }
   } catch (...) {
-    writer.Revert();
+    writer.RevertChanges();
     throw;
   }
   for (Context* const context : contexts)
@@ -139,16 +138,20 @@ Context& FindContext(ORXSimContextID const& id) {
   std::string const reason = id == ORXSimContextID()                          ? "it is the null context"
                              : OpenFiles().find(id.file) == OpenFiles().end() ? "its file is closed"
                                                                               : "there is no such context";
-  ORXSimException(ORXSimException::staleIdentifier, "An identifier names nothing: " + reason + ".")
-      .Throw(__FILE__, __LINE__);
+  RaiseError(ORXSimException::staleIdentifier, "An identifier names nothing: " + reason + ".");
 }
 
 std::shared_ptr<DistributionRecord> const& FindDistribution(ORXSimDistributionID const& id) {
   if (id.IsNull())
-    ORXSimException(ORXSimException::staleIdentifier,
-                    "An identifier names nothing: it is the null distribution.")
-        .Throw(__FILE__, __LINE__);
+    RaiseError(ORXSimException::staleIdentifier, "An identifier names nothing: it is the null distribution.");
   return FindContext(id.context).DistributionAt(id.handle);
+}
+
+DistributionRecord& RequireRecord(DistributionRecord* record, char const* holder) {
+  if (record == nullptr)
+    RaiseError(ORXSimException::wrongState, std::string("The ") + holder + " is on no distribution.");
+  record->InContext();
+  return *record;
 }
 
 } // namespace orx::sim

@@ -34,7 +34,7 @@ public:
   /// Raises writeFailed when the file is read-only; `what` names the refused work: "create a collection".
   void RequireWritable(char const* what) const;
   /// Rewrites the catalogue of a file of a former format, in a commit of its own. Called before a change.
-  void BecomeCurrent();
+  void UpgradeFormat();
   /// Saves `committing` and the contexts without an open transaction; writes nothing to a scratch file. On an
   /// error the file holds the former state and the records are as before.
   void Commit(Context const& committing);
@@ -43,7 +43,7 @@ public:
   void CommitForClose();
 
 private:
-  void Save(std::vector<Context*> const& contexts);
+  void SaveContexts(std::vector<Context*> const& contexts);
 
   std::uint32_t m_number;
   std::unique_ptr<store::DatabaseFile> m_file;
@@ -56,5 +56,8 @@ Context& FindContext(ORXSimContextID const& id);
 Context* LookUpContext(ORXSimContextID const& id) noexcept;
 /// The record that an identifier names; raises staleIdentifier when there is none.
 std::shared_ptr<DistributionRecord> const& FindDistribution(ORXSimDistributionID const& id);
+/// Returns the record of a handle or transfer, which `holder` names; raises wrongState when it has none, and
+/// staleIdentifier when the record is in no context any more.
+DistributionRecord& RequireRecord(DistributionRecord* record, char const* holder);
 
 } // namespace orx::sim

@@ -63,6 +63,12 @@ struct Drawer {
   Drawer& operator=(Drawer const&) = delete;
   ~Drawer();
 
+  /// Gives the drawer another member set along a dimension.
+  void SetAlong(std::size_t dim, int set, int size);
+
+  /// Number of the present shape, which no other drawer has and none had before: a selection that was checked
+  /// against it still fits.
+  std::uint64_t shape;
   std::vector<int> sets;                              ///< number of the member set along each dimension
   std::vector<std::shared_ptr<SetRecord>> heldSets{}; ///< these and former sets, kept from DropSet
   std::vector<int> sizes;                             ///< number of cells along each dimension

@@ -6,22 +6,36 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace orx::sim {
 
-/// Raises viewDoesNotFit unless `collection` is the collection of dimension `dim`.
-void CheckCollection(DistributionRecord const& record, int dim, ORXSimCollectionID const& collection);
-/// Raises viewDoesNotFit unless `set` exists and belongs to the collection of dimension `dim`.
-void CheckSet(DistributionRecord const& record, int dim, ORXSimCSetID const& set);
-/// The labels of a set; raises viewDoesNotFit when there is no such set.
-ORXSimIndexSet const& MembersOf(DistributionRecord const& record, ORXSimCSetID const& set);
-/// Raises viewDoesNotFit when a selected set has a member that the drawer does not have.
+// Checks of a transfer against its distribution. All functions raise viewDoesNotFit.
+
+/// Raises "The view does not fit distribution 3 of context 0 of FILE: TEXT."
+[[noreturn]] void RefuseView(DistributionRecord const& record, std::string const& text);
+/// Checks that the selections, of a transfer of this form, select positions of the present drawer, which is
+/// opened for it. Whether the drawer has each label of a selected set is left to CheckMembers.
+void CheckSelections(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections,
+                     ORXSimSerializationType const& serialization);
+/// Checks that the drawer has each member of the selected sets.
 void CheckMembers(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections);
-/// The dimension that has a collection; raises viewDoesNotFit when no dimension has it.
+/// Checks that each selection is a member set of the dimension, or nothing.
+void CheckNewSets(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections);
+void CheckChunkLengths(DistributionRecord const& record, ORXSimArray<int> const& chunks);
+void CheckInitialValue(DistributionRecord const& record, ORXSimRangeValue const& value);
+/// Checks that the distribution can have a sparse drawer.
+void CheckSparsePossible(DistributionRecord const& record);
+/// The dimension that has a collection.
 int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection);
-/// Number of positions that a selection has along a dimension of the drawer.
-std::int64_t SelectedCount(DistributionRecord const& record, ORXSimDimSelection const& selection, int dim);
+void CheckExtension(DistributionRecord const& record, ORXSimCSetID const& extension,
+                    ORXSimRangeValue const& initialValue);
+/// Number of bytes of the selected cells; refused when it exceeds 64 bits.
+std::int64_t SelectedBytes(DistributionRecord const& record,
+                           ORXSimArray<ORXSimDimSelection> const& selections);
+/// Number of bytes of all cells of a drawer.
+std::int64_t DrawerBytes(DistributionRecord const& record, Drawer const& drawer);
 
 /// The selected cells of a drawer, as boxes of consecutive positions.
 class Selection {

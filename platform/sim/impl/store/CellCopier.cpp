@@ -138,7 +138,7 @@ void WriteByCalls(file::PositionedFile& file, std::uint64_t offset, TwoStridedBo
 }
 
 /// The same box with runs that are as long as possible, each contiguous on both sides.
-TwoStridedBox WithLongRuns(TwoStridedBox const& box) {
+TwoStridedBox LengthenRuns(TwoStridedBox const& box) {
   TwoStridedBox simple = box;
   simple.Simplify();
   int const last = simple.rank - 1;
@@ -149,7 +149,7 @@ TwoStridedBox WithLongRuns(TwoStridedBox const& box) {
 
 /// True for chunks that cannot be mapped, and for long runs that are written to fresh space: its pages cost
 /// less when a write call longer than a page makes them than when the mapping faults for each.
-bool CellCopier::GoesByCalls(std::size_t chunk, bool isWrite, TwoStridedBox const& cells) const {
+bool CellCopier::NeedsCalls(std::size_t chunk, bool isWrite, TwoStridedBox const& cells) const {
   if (!m_file.File().CanMap(m_chunks.Offset(chunk), static_cast<std::uint64_t>(ChunkBytes()))) return true;
   if (!isWrite || !m_chunks.IsUnwritten(chunk)) return false;
   return cells.counts[cells.rank - 1] * BytesOf(m_cell) >= pageBytes;
@@ -158,7 +158,7 @@ bool CellCopier::GoesByCalls(std::size_t chunk, bool isWrite, TwoStridedBox cons
 template<class Cell, bool isWrite, class Buffer>
 void CellCopier::MoveByCalls(BoxInChunk const& box, TwoStridedBox const& cells, std::uint64_t offset,
                              Buffer* buffer) {
-  TwoStridedBox const runs = WithLongRuns(cells);
+  TwoStridedBox const runs = LengthenRuns(cells);
   if constexpr (isWrite) {
     WriteByCalls<Cell>(m_file.File(), offset, runs, buffer);
     auto const& lengths = m_chunks.Lengths();
@@ -172,7 +172,7 @@ void CellCopier::MoveByCalls(BoxInChunk const& box, TwoStridedBox const& cells, 
 
 /// Buffer is Cell, or Cell const for writing.
 template<class Cell, bool isWrite, class Buffer>
-void CellCopier::Move(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, Buffer* buffer) {
+void CellCopier::MoveCells(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, Buffer* buffer) {
   Indices bufferStrides;
   Indices chunkStrides;
   SetStrides(bufferCounts, bufferStrides);
@@ -190,7 +190,7 @@ void CellCopier::Move(DrawerBox const& box, std::span<std::int64_t const> buffer
     auto const inChunk =
         static_cast<std::uint64_t>(CellsBefore(rank, part.first, chunkStrides)) * sizeof(Cell);
     std::uint64_t const chunkOffset = m_chunks.Offset(part.chunk);
-    if (GoesByCalls(part.chunk, isWrite, cells)) {
+    if (NeedsCalls(part.chunk, isWrite, cells)) {
       MoveByCalls<Cell, isWrite>(part, cells, chunkOffset + inChunk, inBuffer);
       return;
     }
@@ -204,18 +204,18 @@ void CellCopier::Move(DrawerBox const& box, std::span<std::int64_t const> buffer
 
 void CellCopier::Read(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void* buffer) {
   if (m_cell == CellType::Double) {
-    Move<double, false>(box, bufferCounts, static_cast<double*>(buffer));
+    MoveCells<double, false>(box, bufferCounts, static_cast<double*>(buffer));
   } else {
-    Move<std::int32_t, false>(box, bufferCounts, static_cast<std::int32_t*>(buffer));
+    MoveCells<std::int32_t, false>(box, bufferCounts, static_cast<std::int32_t*>(buffer));
   }
 }
 
 void CellCopier::Write(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void const* buffer) {
   m_file.WillWriteRawData();
   if (m_cell == CellType::Double) {
-    Move<double, true>(box, bufferCounts, static_cast<double const*>(buffer));
+    MoveCells<double, true>(box, bufferCounts, static_cast<double const*>(buffer));
   } else {
-    Move<std::int32_t, true>(box, bufferCounts, static_cast<std::int32_t const*>(buffer));
+    MoveCells<std::int32_t, true>(box, bufferCounts, static_cast<std::int32_t const*>(buffer));
   }
 }
 

@@ -45,9 +45,9 @@ public:
 
 private:
   void WriteFill(std::uint64_t offset, double fill);
-  bool GoesByCalls(std::size_t chunk, bool isWrite, TwoStridedBox const& cells) const;
+  bool NeedsCalls(std::size_t chunk, bool isWrite, TwoStridedBox const& cells) const;
   template<class Cell, bool isWrite, class Buffer>
-  void Move(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, Buffer* buffer);
+  void MoveCells(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, Buffer* buffer);
   template<class Cell, bool isWrite, class Buffer>
   void MoveByCalls(BoxInChunk const& box, TwoStridedBox const& cells, std::uint64_t offset, Buffer* buffer);
 

@@ -2,7 +2,7 @@
 
 #include "file/ScratchFiles.h"
 #include "file/TransactionalFile.h"
-#include "sim/ORXSimException.h"
+#include "sim/impl/RaiseError.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/Hdf5.h"
 #include "sim/impl/store/Hdf5Driver.h"
@@ -28,21 +28,13 @@ std::uint16_t CodeOf(file::FileError const& error) {
   return reason == EWOULDBLOCK || reason == EBUSY ? ORXSimException::fileInUse : ORXSimException::notOpened;
 }
 
-[[noreturn]] void Raise(std::uint16_t code, std::string const& text) {
-  ORXSimException(code, text).Throw(__FILE__, __LINE__);
-}
-
 /// Raises an exception of the file unit as an ORXSimException.
 [[noreturn]] void RaiseFileFailure(std::exception_ptr const& failure) {
   try {
     std::rethrow_exception(failure);
   } catch (file::FileError const& error) {
-    Raise(CodeOf(error), error.what());
+    sim::RaiseError(CodeOf(error), error.what());
   }
-}
-
-bool Exists(hid_t file, char const* path) {
-  return CheckedRead(H5Lexists(file, path, H5P_DEFAULT), std::string("looking for ") + path) > 0;
 }
 
 /// Raises DamageFound when a group lies inside more than `depth` others: HDF5 visits nested groups
@@ -66,16 +58,16 @@ Handle OpenRoot(hid_t file) {
   return CheckedReadId(H5Gopen2(file, "/", H5P_DEFAULT), "opening the root group");
 }
 
-void RemoveGroup(hid_t file, char const* path) {
-  if (Exists(file, path)) Checked(H5Ldelete(file, path, H5P_DEFAULT), std::string("removing ") + path);
+void RemoveGroup(DatabaseFile const& file, char const* path) {
+  if (file.HasObject(path)) Checked(H5Ldelete(file.Id(), path, H5P_DEFAULT), std::string("removing ") + path);
 }
 
 /// Removes a group that was in the file when it was opened. Such a group may hold sparse drawers and, in the
 /// former format, groups of labels, but nothing deeper.
 void RemoveForeignGroup(DatabaseFile const& file, char const* path) {
-  if (!file.Has(path)) return;
+  if (!file.HasObject(path)) return;
   RequireShallow(file, path, 1);
-  RemoveGroup(file.Id(), path);
+  RemoveGroup(file, path);
 }
 
 } // namespace
@@ -170,37 +162,39 @@ void DatabaseFile::RaiseTranslated() const {
   } catch (file::FileError const&) {
     RaiseFileFailure(std::current_exception());
   } catch (DamageFound const& damage) {
-    Raise(ORXSimException::damaged, "Reading " + m_path + " failed: " + damage.text + ".");
+    sim::RaiseError(ORXSimException::damaged, "Reading " + m_path + " failed: " + damage.text + ".");
   } catch (Hdf5Failure const& failure) {
     if (m_bytes->LastFailure() != nullptr) RaiseFileFailure(m_bytes->LastFailure());
     if (failure.kind == Hdf5Failure::Kind::Memory) throw std::bad_alloc();
-    Raise(failure.kind == Hdf5Failure::Kind::Damage ? ORXSimException::damaged
-                                                    : ORXSimException::internalError,
-          m_path + ": " + failure.what + " failed: " + failure.cause + ".");
+    sim::RaiseError(failure.kind == Hdf5Failure::Kind::Damage ? ORXSimException::damaged
+                                                              : ORXSimException::internalError,
+                    m_path + ": " + failure.what + " failed: " + failure.cause + ".");
   }
   // An ORXSimException or std::bad_alloc passes through unchanged.
 }
 
 std::string DatabaseFile::PendingPath() {
   EmptyCommittedTrash();
-  if (!Exists(Id(), pendingGroup))
+  if (!HasObject(pendingGroup))
     CheckedId(H5Gcreate2(Id(), pendingGroup, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), "creating a group");
   return std::string(pendingGroup) + "/" + std::to_string(m_pending++);
 }
 
-void DatabaseFile::Move(std::string const& from, std::string const& to) {
+void DatabaseFile::MoveObject(std::string const& from, std::string const& to) {
   std::string const what = std::string("moving ").append(from).append(" to ").append(to);
   Handle const properties = CheckedId(H5Pcreate(H5P_LINK_CREATE), what);
   Checked(H5Pset_create_intermediate_group(properties.Get(), 1), what);
   Checked(H5Lmove(Id(), from.c_str(), Id(), to.c_str(), properties.Get(), H5P_DEFAULT), what);
 }
 
-void DatabaseFile::Remove(std::string const& path) noexcept {
+void DatabaseFile::RemoveObject(std::string const& path) noexcept {
   QuietErrors const quiet;
   H5Ldelete(Id(), path.c_str(), H5P_DEFAULT);
 }
 
-bool DatabaseFile::Has(std::string const& path) const { return Exists(Id(), path.c_str()); }
+bool DatabaseFile::HasObject(std::string const& path) const {
+  return CheckedRead(H5Lexists(Id(), path.c_str(), H5P_DEFAULT), "looking for " + path) > 0;
+}
 
 std::string DatabaseFile::TrashPath() {
   EmptyCommittedTrash();
@@ -210,10 +204,10 @@ std::string DatabaseFile::TrashPath() {
 /// Removes the group of pending objects when it is empty, so that it does not stay in the file.
 void DatabaseFile::RemovePendingGroupWhenEmpty() {
   H5G_info_t info;
-  if (m_pending == m_pendingChecked || !Exists(Id(), pendingGroup)) return;
+  if (m_pending == m_pendingChecked || !HasObject(pendingGroup)) return;
   CheckedRead(H5Gget_info_by_name(Id(), pendingGroup, &info, H5P_DEFAULT), "counting waiting objects");
   if (info.nlinks > 0) return;
-  RemoveGroup(Id(), pendingGroup);
+  RemoveGroup(*this, pendingGroup);
   m_pendingChecked = m_pending;
 }
 
@@ -223,7 +217,7 @@ void DatabaseFile::EmptyCommittedTrash() noexcept {
   if (!m_isTrashCommitted) return;
   m_isTrashCommitted = false;
   m_trashed = 0;
-  Remove(trashGroup);
+  RemoveObject(trashGroup);
 }
 
 void DatabaseFile::WriteVersion(int version) {

@@ -53,9 +53,9 @@ public:
   /// cache of HDF5 1.10 has dropped an object without a link, HDF5 forgets that a link will follow, and later
   /// gives the object's space to others. An opening for writing removes the objects that it finds there.
   std::string PendingPath();
-  void Move(std::string const& from, std::string const& to);
-  void Remove(std::string const& path) noexcept;
-  bool Has(std::string const& path) const;
+  void MoveObject(std::string const& from, std::string const& to);
+  void RemoveObject(std::string const& path) noexcept;
+  bool HasObject(std::string const& path) const;
   /// A path to which an unwanted object is moved, so that its space is not used again before the next commit
   /// is durable.
   std::string TrashPath();

@@ -1,7 +1,7 @@
 #include "sim/impl/store/DenseDrawer.h"
 
 #include "file/TransactionalFile.h"
-#include "sim/ORXSimException.h"
+#include "sim/impl/RaiseError.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/Hdf5.h"
 
@@ -16,7 +16,7 @@ constexpr std::int64_t largestDrawer = std::int64_t{1} << 60;
 constexpr auto pageBytes = std::int64_t{file::PageOverlay::pageBytes};
 constexpr std::int64_t metadataAllowance = 64 << 10;
 
-std::string Coordinates(std::span<std::int64_t const> numbers) {
+std::string DescribeShape(std::span<std::int64_t const> numbers) {
   std::string text;
   for (std::int64_t const number : numbers)
     text += (text.empty() ? "" : " x ") + std::to_string(number);
@@ -43,7 +43,7 @@ DenseDrawer::DenseDrawer(DatabaseFile& file, CellType cell, int rank)
 DenseDrawer::~DenseDrawer() {
   if (m_pending.empty() || m_path != m_pending) return;
   m_dataset.Close();
-  m_file.Remove(m_path);
+  m_file.RemoveObject(m_path);
 }
 
 // Creation
@@ -75,9 +75,8 @@ void DenseDrawer::CreateFilled(double fill) {
 
 void DenseDrawer::RequirePossibleSize() const {
   if (SaturatedBytes(m_chunks.Extents(), CellBytes()) <= largestDrawer) return;
-  ORXSimException(ORXSimException::invalidArgument,
-                  "A drawer of " + Coordinates(m_chunks.Extents()) + " cells is larger than any file.")
-      .Throw(__FILE__, __LINE__);
+  sim::RaiseError(ORXSimException::invalidArgument,
+                  "A drawer of " + DescribeShape(m_chunks.Extents()) + " cells is larger than any file.");
 }
 
 /// Reserves the space of new chunks: HDF5 does not survive a full disk inside its own allocation. Returns the
@@ -276,7 +275,7 @@ void DenseDrawer::SaveLayout() {
 void DenseDrawer::MoveTo(std::string const& path) {
   m_dataset.Close();
   std::string now = path;
-  m_file.Move(m_path, now);
+  m_file.MoveObject(m_path, now);
   m_path.swap(now);
 }
 
@@ -346,23 +345,21 @@ void DenseDrawer::RequireWritable() {
           ? "another program wrote the drawer compressed, of other numbers, or without space"
           : nullptr;
   if (reason == nullptr) return;
-  ORXSimException(ORXSimException::writeFailed,
-                  "Writing to " + m_path + " of " + m_file.Path() + " is not possible: " + reason + ".")
-      .Throw(__FILE__, __LINE__);
+  sim::RaiseError(ORXSimException::writeFailed,
+                  "Writing to " + m_path + " of " + m_file.Path() + " is not possible: " + reason + ".");
 }
 
 namespace {
 
 /// Callers tell a failed write by its code, whatever was in the way.
 template<class Work>
-void Writing(std::string const& path, DatabaseFile const& file, Work&& work) {
+void RaiseAsFailedWrite(std::string const& path, DatabaseFile const& file, Work&& work) {
   try {
     work();
   } catch (ORXSimException const& error) {
     if (error.Code() == ORXSimException::writeFailed) throw;
-    ORXSimException(ORXSimException::writeFailed, "Writing to " + path + " of " + file.Path() +
-                                                      " is not possible: " + error.AsString().AsText())
-        .Throw(__FILE__, __LINE__);
+    sim::RaiseError(ORXSimException::writeFailed, "Writing to " + path + " of " + file.Path() +
+                                                      " is not possible: " + error.AsString().AsText());
   }
 }
 
@@ -370,7 +367,7 @@ void Writing(std::string const& path, DatabaseFile const& file, Work&& work) {
 
 void DenseDrawer::Write(DrawerBox const& box, std::span<std::int64_t const> bufferCounts,
                         void const* buffer) {
-  Writing(m_path, m_file, [&] {
+  RaiseAsFailedWrite(m_path, m_file, [&] {
     RequireWritable();
     GuardedBytes(m_file, [&] { m_copier.Write(box, bufferCounts, buffer); });
   });

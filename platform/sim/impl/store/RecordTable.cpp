@@ -62,7 +62,7 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
 }
 
 std::optional<RecordTable> RecordTable::Open(DatabaseFile& file, std::string const& path, Columns columns) {
-  if (!file.Has(path)) return {};
+  if (!file.HasObject(path)) return {};
   RecordTable table(file, path, Width(columns));
   Handle const dataset = CheckedReadId(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT), "opening " + path);
   Handle const type = CheckedReadId(H5Dget_type(dataset.Get()), "reading the type of " + path);
@@ -84,14 +84,14 @@ std::optional<RecordTable> RecordTable::Open(DatabaseFile& file, std::string con
   return table;
 }
 
-std::vector<int> RecordTable::Read(std::int64_t first, std::int64_t count) const {
+std::vector<int> RecordTable::ReadRows(std::int64_t first, std::int64_t count) const {
   std::vector<int> rows(static_cast<std::size_t>(count) * static_cast<std::size_t>(m_width));
   if (count > 0)
     m_file->Bytes().ReadMetadata(m_offset + BytesOf(first), rows.data(), rows.size() * sizeof(int));
   return rows;
 }
 
-void RecordTable::Append(std::span<int const> rows) {
+void RecordTable::AppendRows(std::span<int const> rows) {
   std::uint64_t const offset = m_offset + BytesOf(m_rows);
   if (rows.size_bytes() > heldBytes) {
     m_file->Bytes().WriteRawData(offset, rows.data(), rows.size_bytes());
@@ -101,11 +101,11 @@ void RecordTable::Append(std::span<int const> rows) {
   SetRows(m_rows + static_cast<std::int64_t>(rows.size()) / m_width);
 }
 
-void RecordTable::Overwrite(std::int64_t first, std::span<int const> rows) {
+void RecordTable::OverwriteRows(std::int64_t first, std::span<int const> rows) {
   m_file->Bytes().WriteMetadata(m_offset + BytesOf(first), rows.data(), rows.size_bytes());
 }
 
-void RecordTable::CutTo(std::int64_t rows) { SetRows(rows); }
+void RecordTable::CutToRows(std::int64_t rows) { SetRows(rows); }
 
 void RecordTable::SetRows(std::int64_t rows) {
   Handle const dataset =

@@ -29,13 +29,13 @@ public:
 
   std::int64_t Rows() const noexcept { return m_rows; }
   std::int64_t Capacity() const noexcept { return m_capacity; }
-  std::vector<int> Read(std::int64_t first, std::int64_t count) const;
+  std::vector<int> ReadRows(std::int64_t first, std::int64_t count) const;
 
   /// Adds rows behind the last one. REQUIRES that the capacity suffices.
-  void Append(std::span<int const> rows);
-  void Overwrite(std::int64_t first, std::span<int const> rows);
+  void AppendRows(std::span<int const> rows);
+  void OverwriteRows(std::int64_t first, std::span<int const> rows);
   /// Removes the rows from `rows` on.
-  void CutTo(std::int64_t rows);
+  void CutToRows(std::int64_t rows);
   /// Notes that the dataset has another path.
   void SetPath(std::string const& path) { m_path = path; }
   /// Drops rows that are not in the file yet; to be called before the dataset is removed.

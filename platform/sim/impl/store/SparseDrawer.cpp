@@ -2,7 +2,7 @@
 
 #include "file/Checksum.h"
 #include "file/TransactionalFile.h"
-#include "sim/ORXSimException.h"
+#include "sim/impl/RaiseError.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/Hdf5.h"
 
@@ -125,17 +125,15 @@ SparseDrawer::SparseDrawer(DatabaseFile& file, std::int64_t rows, std::int64_t c
 SparseDrawer::~SparseDrawer() {
   if (m_pending.empty() || m_path != m_pending) return;
   m_group.Close();
-  m_file.Remove(m_path);
+  m_file.RemoveObject(m_path);
 }
 
 std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int64_t rows,
                                                    std::int64_t columns, std::int64_t entries,
                                                    SparseArrays const& arrays) {
-  if (std::string const fault = FindFault(arrays, rows, columns, entries); !fault.empty()) {
-    ORXSimException(ORXSimException::invalidArgument,
-                    "Writing a sparse matrix is not possible: " + fault + ".")
-        .Throw(__FILE__, __LINE__);
-  }
+  if (std::string const fault = FindFault(arrays, rows, columns, entries); !fault.empty())
+    sim::RaiseError(ORXSimException::invalidArgument,
+                    "Writing a sparse matrix is not possible: " + fault + ".");
   std::unique_ptr<SparseDrawer> drawer(new SparseDrawer(file, rows, columns));
   drawer->m_entries = entries;
   drawer->m_hasDiagonal = arrays.diagonal != nullptr;
@@ -182,7 +180,7 @@ void SparseDrawer::ReleaseHandle() noexcept { m_group.Close(); }
 void SparseDrawer::MoveTo(std::string const& path) {
   ReleaseHandle();
   std::string now = path;
-  m_file.Move(m_path, now);
+  m_file.MoveObject(m_path, now);
   m_path.swap(now);
 }
 
