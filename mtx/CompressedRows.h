@@ -22,6 +22,28 @@ struct CompressedRowsView {
   std::uint32_t const* ColumnsOf(std::int32_t row) const noexcept { return columnIndices + rowPointers[row]; }
 };
 
+/// Calls visit(row, column, value) for each stored entry, row by row. Of the symmetric form this is one
+/// triangle without the diagonal.
+template<class Visit>
+void ForEachStored(CompressedRowsView const& matrix, Visit visit) {
+  for (std::int32_t row = 0; row < matrix.rows; ++row)
+    for (std::int32_t k = matrix.rowPointers[row]; k < matrix.rowPointers[row + 1]; ++k)
+      visit(row, static_cast<std::int32_t>(matrix.columnIndices[k]), matrix.values[k]);
+}
+
+/// Calls visit(row, column, value) for each entry of the matrix. In symmetric form the diagonal comes first,
+/// then each stored entry followed by its mirror image.
+template<class Visit>
+void ForEachEntry(CompressedRowsView const& matrix, Visit visit) {
+  if (matrix.diagonal == nullptr) return ForEachStored(matrix, visit);
+  for (std::int32_t i = 0; i < matrix.rows; ++i)
+    visit(i, i, matrix.diagonal[i]);
+  ForEachStored(matrix, [&](std::int32_t row, std::int32_t column, double value) {
+    visit(row, column, value);
+    visit(column, row, value);
+  });
+}
+
 /// The owner of the arrays of a sparse matrix. Builders append entries row by row (see
 /// impl/exchange/RowAppender.h); `entries` is then the number of entries appended so far.
 struct CompressedRows {

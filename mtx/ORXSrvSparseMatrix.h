@@ -26,12 +26,12 @@ enum class RowPattern : std::uint8_t;
 ///
 /// States: assembling (AddData collects entries) and assembled (the compressed arrays are valid).
 /// General form: every stored entry is one entry of the matrix; columns ascend within a row, each once.
-/// Symmetric form, made only by the readers of symmetric files: the diagonal is an array of its own and each
-/// stored off-diagonal entry (i, j) stands for (j, i) too. Operations take both forms unless stated
-/// otherwise; the others raise error 201 with their name on a matrix in symmetric form. The matrix owns its
-/// arrays. Objects are not copied. Operations from Multiply on need a matrix that is assembled with all its
-/// rows; otherwise, also when AddData has added rows since, they raise error 206 with their name. An
-/// operation that raises an error, mem_OutOfMemory included, leaves the matrix as it was.
+/// Symmetric form, made by the readers of symmetric files and by SymmetricForm: the diagonal is an array of
+/// its own and each stored off-diagonal entry (i, j) stands for (j, i) too. Operations take both forms unless
+/// stated otherwise; the others raise error 201 with their name on a matrix in symmetric form. The matrix
+/// owns its arrays. Objects are moved, not copied. Operations from Multiply on need a matrix that is
+/// assembled with all its rows; otherwise, also when AddData has added rows since, they raise error 206 with
+/// their name. An operation that raises an error, mem_OutOfMemory included, leaves the matrix as it was.
 class ORX_EXPORT ORXSrvSparseMatrix {
 public:
   // Creation and destruction
@@ -40,6 +40,9 @@ public:
   ORXSrvSparseMatrix(int rows, int columns);
   ORXSrvSparseMatrix(ORXSrvSparseMatrix const&) = delete;
   ORXSrvSparseMatrix& operator=(ORXSrvSparseMatrix const&) = delete;
+  /// Exchanges the two matrices, so that a new matrix leaves `other` empty, 0 x 0 and under assembly.
+  ORXSrvSparseMatrix(ORXSrvSparseMatrix&& other) noexcept;
+  ORXSrvSparseMatrix& operator=(ORXSrvSparseMatrix&& other) noexcept;
   ~ORXSrvSparseMatrix();
 
   // Queries
@@ -57,6 +60,10 @@ public:
   /// stored entry followed by its mirror image. The array is the caller's, freed with mem_Free, never null.
   /// More entries than an int counts raise mem_OutOfMemory.
   ORXSrvSparseMatrixEntry* GetEntries(int& count) const;
+  /// The arrays of the last assembly or import, which stay the matrix's and are valid until it changes. Under
+  /// assembly there are none, and the view has no rows; AddData may have made the matrix larger since.
+  /// CompressedRows.h has functions that visit the entries.
+  orx::CompressedRowsView View() const noexcept;
   /// The database sets of rows and columns; undefined unless imported from a database.
   ORXSimCSetID RowCSetID() const noexcept { return m_rowCSetID; }
   ORXSimCSetID ColumnCSetID() const noexcept { return m_columnCSetID; }
@@ -98,6 +105,36 @@ public:
   /// further columns stay. D or R without enough rows or columns: errors 203 and 204, before anything is
   /// written. A matrix with NumberOfNonzeros() 0 leaves R as it is.
   void MultiplyDense(ORXSrvDenseMatrix const& d, ORXSrvDenseMatrix& r, bool transpose) const;
+
+  // Norms and diagonal
+
+  // Of the whole matrix, both triangles of the symmetric form. Sums are compensated, so that many small
+  // values count beside a large one. A value that is not a number makes the norms not a number.
+
+  /// The root of the sum of all squares, computed without overflow or underflow of a square.
+  double FrobeniusNorm() const;
+  /// The largest sum of magnitudes of a row.
+  double InfinityNorm() const;
+  /// The largest sum of magnitudes of a column.
+  double OneNorm() const;
+  /// The first entry, in the order of GetEntries, of the largest magnitude, or the first that is not a
+  /// number. {0, 0, 0.0} when all values are zero.
+  ORXSrvSparseMatrixEntry LargestEntry() const;
+  /// diagonal[i] = A(i, i) for NumberOfRows() elements; 0 where nothing is stored.
+  void GetDiagonal(double* diagonal) const;
+
+  // General and symmetric form
+
+  // Database sets and entries that wait for assembly are not taken over.
+
+  /// The same matrix in general form, with all diagonal entries of the symmetric form, zeros too; of a matrix
+  /// in general form a copy. In symmetric form the matrix has no more columns than rows, else error 206.
+  ORXSrvSparseMatrix GeneralForm() const;
+  /// The symmetric matrix of which this one has the lower triangle, or the upper one with `upper`, in
+  /// symmetric form: what is stored in the other triangle is not looked at, and entries of the diagonal that
+  /// are not stored are 0. NumberOfNonzeros() counts the diagonal. Of a matrix in symmetric form a copy.
+  /// Error 206 unless the matrix is square.
+  ORXSrvSparseMatrix SymmetricForm(bool upper = false) const;
 
   // Updates
 
@@ -197,7 +234,6 @@ private:
   ORX_LOCAL void Store(orx::CompressedRows&& content) noexcept;
   /// Does the same for content in either form; the symmetry state is then the one of the form.
   ORX_LOCAL void Replace(orx::CompressedRows&& content) noexcept;
-  ORX_LOCAL orx::CompressedRowsView View() const noexcept;
   /// The form is decided by the diagonal array alone, so that a cached answer of the symmetry test never
   /// changes how the arrays are read.
   bool IsSymmetricForm() const noexcept { return m_stored.diagonal != nullptr; }

@@ -316,14 +316,10 @@ TEST_F(Convert, WarnsOfADiagonalThatProductsPassOver) {
 
 TEST_F(Convert, ChunksCannotHoldAMultipleOfTheirLength) {
   // The last chunk of such a file is written empty, so that its entries are lost.
-  constexpr int entries = 131072;
-  orx::tool::EntryAssembly assembly("a");
-  for (int i = 0; i <= entries; ++i) {
-    assembly.Add(i, i, 1.0);
-    if (i > 0) assembly.Add(i, 0, 2.0);
-    if (i > 0) assembly.Add(0, i, 2.0);
-  }
-  auto const arrow = assembly.Finish();
+  std::vector<Entry> entries{{0, 0, 1.0}};
+  for (std::uint32_t i = 1; i <= 131072; ++i)
+    entries.insert(entries.end(), {{i, i, 1.0}, {i, 0, 2.0}, {0, i, 2.0}});
+  auto const arrow = Assembled(entries);
   std::string const blocks = Path("a.blk");
   orx::tool::SaveMatrix(blocks, arrow, {.kind = FileKind::Blocks});
 

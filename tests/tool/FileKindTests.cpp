@@ -134,8 +134,8 @@ TEST(FileKind, SeveralCandidatesAreAnErrorThatNamesThem) {
   EXPECT_EQ(CandidateKinds(path), (Kinds{FileKind::Fortran, FileKind::Dense}));
   EXPECT_CONTAINS(Ending([&] { orx::tool::LoadMatrix(path); }),
                   "can be of several types: fortran, dense; orxmtx convert with --from");
-  EXPECT_EQ(orx::tool::LoadMatrix(path, {FileKind::Fortran, {}}).Rows(), 16);
-  EXPECT_EQ(orx::tool::LoadMatrix(path, {FileKind::Dense, {}}).Rows(), 4);
+  EXPECT_EQ(orx::tool::LoadMatrix(path, {FileKind::Fortran, {}}).NumberOfRows(), 16);
+  EXPECT_EQ(orx::tool::LoadMatrix(path, {FileKind::Dense, {}}).NumberOfRows(), 4);
 }
 
 TEST(FileKind, NoCandidateIsAnErrorWithTheSize) {

@@ -25,7 +25,7 @@ std::string Fault(std::string const& text) {
   return ending.starts_with(begin) ? ending.substr(begin.size()) : ending;
 }
 
-std::string Written(orx::tool::MatrixEntries const& matrix, MarketLayout layout, Mirror mirror) {
+std::string Written(ORXSrvSparseMatrix const& matrix, MarketLayout layout, Mirror mirror) {
   TemporaryFolder const folder;
   orx::tool::WriteMatrixMarket(folder.Path("a.mtx"), matrix, layout, mirror);
   return folder.Read("a.mtx");
@@ -53,7 +53,7 @@ TEST(MatrixMarket, ReadsArraysByColumnsWithoutZeros) {
             "2 x 2: 1,1=1 1,2=2 2,1=2 2,2=3");
   EXPECT_EQ(Read("%%MatrixMarket matrix array real skew-symmetric\n3 3\n1\n2\n3\n"),
             "3 x 3: 1,2=-1 1,3=-2 2,1=1 2,3=-3 3,1=2 3,2=3");
-  EXPECT_EQ(Read("%%MatrixMarket matrix array real general\n0 2000000000\n"), "0 x 2000000000:");
+  EXPECT_EQ(Read("%%MatrixMarket matrix array real general\n0 20000000\n"), "0 x 20000000:");
 }
 
 TEST(MatrixMarket, TakesWordsInAnyCaseAndOtherSpellingsOfNumbers) {
@@ -134,17 +134,17 @@ TEST(MatrixMarket, ValuesComeBackToTheBit) {
                              std::numeric_limits<double>::min(), 0.1, -0.0};
   while (values.size() < 1000)
     if (double const value = std::bit_cast<double>(random()); std::isfinite(value)) values.push_back(value);
-  orx::tool::EntryAssembly assembly("a");
-  for (std::size_t k = 0; k < values.size(); ++k)
-    assembly.Add(static_cast<std::int64_t>(k), 0, values[k]);
-  orx::tool::WriteMatrixMarket(folder.Path("a.mtx"), assembly.Finish(), MarketLayout::Coordinate,
+  std::vector<Entry> entries;
+  for (std::uint32_t k = 0; k < values.size(); ++k)
+    entries.push_back({k, 0, values[k]});
+  orx::tool::WriteMatrixMarket(folder.Path("a.mtx"), Assembled(entries), MarketLayout::Coordinate,
                                Mirror::None);
 
   auto const back = orx::tool::ReadMatrixMarket(folder.Path("a.mtx"));
 
-  ASSERT_EQ(back.Items().size(), values.size());
+  ASSERT_EQ(back.View().Entries(), std::ssize(values));
   for (std::size_t k = 0; k < values.size(); ++k)
-    EXPECT_EQ(std::bit_cast<std::uint64_t>(back.Items()[k].value), std::bit_cast<std::uint64_t>(values[k]));
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(back.View().values[k]), std::bit_cast<std::uint64_t>(values[k]));
 }
 
 // ---- random damage

@@ -83,12 +83,12 @@ TEST(Picture, DrawsDotsAndCharacters) {
 
 TEST(Picture, CharactersShowDensity) {
   //  16 positions a pixel with 1, 4, 9, 16 entries: roots 1/4 to 4/4
-  orx::tool::EntryAssembly assembly("a");
-  for (int pixel = 0; pixel < 4; ++pixel)
-    for (int k = 0; k < (pixel + 1) * (pixel + 1); ++k)
-      assembly.Add(k / 4, 4 * pixel + k % 4, 1.0);
+  std::vector<Entry> entries;
+  for (std::uint32_t pixel = 0; pixel < 4; ++pixel)
+    for (std::uint32_t k = 0; k < (pixel + 1) * (pixel + 1); ++k)
+      entries.push_back({k / 4, 4 * pixel + k % 4, 1.0});
 
-  EXPECT_EQ(orx::tool::AsciiPicture(Rasterize(assembly.Finish(), 4, 1)), "+----+\n|:+*#|\n+----+\n");
+  EXPECT_EQ(orx::tool::AsciiPicture(Rasterize(Assembled(entries), 4, 1)), "+----+\n|:+*#|\n+----+\n");
 }
 
 TEST(Spy, PrintsThePatternAndItsFigures) {

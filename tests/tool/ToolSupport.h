@@ -18,30 +18,35 @@
 
 using Rows = std::initializer_list<std::initializer_list<double>>;
 
+using Entry = ORXSrvSparseMatrixEntry;
+
+/// A matrix of these entries; it may be larger than they need.
+inline ORXSrvSparseMatrix Assembled(std::vector<Entry> const& entries, int rows = 0, int columns = 0) {
+  ORXSrvSparseMatrix matrix(rows, columns);
+  for (Entry const& e : entries)
+    matrix.AddData(e.row, e.column, e.value);
+  matrix.EndAssembly();
+  return matrix;
+}
+
 /// Stores what is not 0 of a matrix written row by row, as on paper.
-inline orx::tool::MatrixEntries Sparse(Rows rows) {
-  ORXSrvSparseMatrix matrix(0, 0);
-  matrix.BeginAssembly();
+inline ORXSrvSparseMatrix Sparse(Rows rows, int order = 0) {
+  std::vector<Entry> entries;
   std::uint32_t i = 0;
   for (auto const& row : rows) {
     std::uint32_t j = 0;
     for (double const value : row) {
-      if (value != 0.0) matrix.AddData(i, j, value);
+      if (value != 0.0) entries.push_back({i, j, value});
       ++j;
     }
     ++i;
   }
-  matrix.EndAssembly();
-  return orx::tool::MatrixEntries(matrix);
+  return Assembled(entries, order, order);
 }
 
 /// A symmetric matrix, of which the lower triangle is used.
-inline orx::tool::SymmetricMatrix Symmetric(Rows rows) {
-  orx::tool::MatrixEntries const entries = Sparse(rows);
-  std::vector<orx::tool::Entry> lower;
-  for (orx::tool::Entry const& e : entries.Items())
-    if (e.row >= e.column) lower.push_back(e);
-  return {static_cast<int>(rows.size()), lower};
+inline ORXSrvSparseMatrix Symmetric(Rows rows) {
+  return Sparse(rows, static_cast<int>(rows.size())).SymmetricForm();
 }
 
 /// How a call ended: "1 message" for a ToolError with exit code 1.
@@ -56,10 +61,11 @@ std::string Ending(Call call) {
 }
 
 /// "3 x 2: 1,1=5 3,2=-0.1": shape and one-based entries, in row order.
-inline std::string TextOf(orx::tool::MatrixEntries const& matrix) {
-  std::string text = orx::tool::Format("%d x %d:", matrix.Rows(), matrix.Columns());
-  for (orx::tool::Entry const& e : matrix.Items())
-    text += orx::tool::Format(" %u,%u=%s", e.row + 1, e.column + 1, orx::tool::Number(e.value).c_str());
+inline std::string TextOf(ORXSrvSparseMatrix const& matrix) {
+  std::string text = orx::tool::Format("%d x %d:", matrix.NumberOfRows(), matrix.NumberOfColumns());
+  ForEachEntry(matrix.View(), [&](int row, int column, double value) {
+    text += orx::tool::Format(" %d,%d=%s", row + 1, column + 1, orx::tool::Number(value).c_str());
+  });
   return text;
 }
 

@@ -1,19 +1,15 @@
 #include "tools/commands/Compare.h"
 
+#include "tools/numerics/RowPairs.h"
 #include "tools/terminal/Progress.h"
 #include "tools/terminal/Text.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <utility>
 
 namespace orx::tool {
 namespace {
-
-bool IsBefore(Entry const& a, Entry const& b) {
-  return std::pair(a.row, a.column) < std::pair(b.row, b.column);
-}
 
 double AbsoluteDifference(double a, double b) {
   if (a == b || (std::isnan(a) && std::isnan(b))) return 0.0;
@@ -43,9 +39,9 @@ void ComparePair(ValuePair const& pair, Tolerances const& tolerances, Difference
   }
 }
 
-std::string FileText(std::string const& path, MatrixEntries const& matrix) {
-  return Format("%s, %d x %d, %s", path.c_str(), matrix.Rows(), matrix.Columns(),
-                Counted(static_cast<std::int64_t>(matrix.Items().size()), "entry", "entries").c_str());
+std::string FileText(std::string const& path, ORXSrvSparseMatrix const& matrix) {
+  return Format("%s, %d x %d, %s", path.c_str(), matrix.NumberOfRows(), matrix.NumberOfColumns(),
+                Counted(matrix.NumberOfNonzeros(), "entry", "entries").c_str());
 }
 
 std::string WorstText(double worst, ValuePair const& at) {
@@ -65,32 +61,31 @@ std::string ResultText(Difference const& difference, Tolerances const& tolerance
 
 } // namespace
 
-Difference Compare(MatrixEntries const& a, MatrixEntries const& b, Tolerances const& tolerances) {
+Difference Compare(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b, Tolerances const& tolerances) {
   Difference difference;
-  auto ofA = a.Items().begin();
-  auto ofB = b.Items().begin();
-  while (ofA != a.Items().end() || ofB != b.Items().end()) {
-    bool const takeA = ofB == b.Items().end() || (ofA != a.Items().end() && !IsBefore(*ofB, *ofA));
-    bool const takeB = ofA == a.Items().end() || (ofB != b.Items().end() && !IsBefore(*ofA, *ofB));
-    Entry const& place = takeA ? *ofA : *ofB;
-    ComparePair({place.row, place.column, takeA ? ofA->value : 0.0, takeB ? ofB->value : 0.0}, tolerances,
-                difference);
-    ++(takeA && takeB ? difference.inBoth : takeA ? difference.onlyInA : difference.onlyInB);
-    if (takeA) ++ofA;
-    if (takeB) ++ofB;
-  }
+  CompressedRowsView const rowsOfA = a.View();
+  CompressedRowsView const rowsOfB = b.View();
+  for (std::int32_t i = 0; i < rowsOfA.rows; ++i)
+    MergeRows(rowsOfA, rowsOfB, i, static_cast<std::uint32_t>(rowsOfA.columns),
+              [&](std::uint32_t column, double const* ofA, double const* ofB) {
+                ComparePair({static_cast<std::uint32_t>(i), column, ofA != nullptr ? *ofA : 0.0,
+                             ofB != nullptr ? *ofB : 0.0},
+                            tolerances, difference);
+                ++(ofA == nullptr ? difference.onlyInB
+                                  : (ofB == nullptr ? difference.onlyInA : difference.inBoth));
+              });
   return difference;
 }
 
 Comparison CompareFiles(std::string const& pathA, std::string const& pathB, Tolerances const& tolerances) {
   RefuseTwoStandardInputs(pathA, pathB);
-  MatrixEntries const a = LoadMatrix(pathA);
-  MatrixEntries const b = LoadMatrix(pathB);
+  ORXSrvSparseMatrix const a = LoadMatrix(pathA);
+  ORXSrvSparseMatrix const b = LoadMatrix(pathB);
   Comparison comparison;
   comparison.text = Line("A", FileText(pathA, a)) + Line("B", FileText(pathB, b));
-  if (a.Rows() != b.Rows() || a.Columns() != b.Columns()) {
-    comparison.text += Line("result", Format("different shapes: A %d x %d, B %d x %d", a.Rows(), a.Columns(),
-                                             b.Rows(), b.Columns()));
+  if (a.NumberOfRows() != b.NumberOfRows() || a.NumberOfColumns() != b.NumberOfColumns()) {
+    comparison.text += Line("result", Format("different shapes: A %d x %d, B %d x %d", a.NumberOfRows(),
+                                             a.NumberOfColumns(), b.NumberOfRows(), b.NumberOfColumns()));
     return comparison;
   }
   Progress const progress("comparing " + pathA + " and " + pathB);

@@ -35,7 +35,8 @@ struct Difference {
 };
 
 /// REQUIRES matrices of one shape.
-Difference Compare(MatrixEntries const& a, MatrixEntries const& b, Tolerances const& tolerances = {});
+Difference Compare(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b,
+                   Tolerances const& tolerances = {});
 
 struct Comparison {
   bool isEqual = false; ///< one shape, and no difference beyond the tolerances

@@ -30,23 +30,22 @@ ReadOptions ReadOptionsOf(ConvertOptions const& options, InputFile const& in) {
   return read;
 }
 
-MatrixEntries BothTriangles(MatrixEntries const& matrix, std::string const& name) {
-  int const order = std::max(matrix.Rows(), matrix.Columns());
-  SymmetricMatrix const symmetric = MakeSymmetric(matrix, MeasureSymmetry(matrix), order, "'" + name + "'");
-  EntryAssembly assembly(name);
-  for (Entry const& e : symmetric.Lower()) {
-    assembly.Add(e.row, e.column, e.value);
-    if (e.row != e.column) assembly.Add(e.column, e.row, e.value);
-  }
-  MatrixEntries both = assembly.Finish();
-  both.Enlarge(order, order);
+ORXSrvSparseMatrix BothTriangles(ORXSrvSparseMatrix const& matrix, std::string const& name) {
+  int const order = std::max(matrix.NumberOfRows(), matrix.NumberOfColumns());
+  ORXSrvSparseMatrix const lower =
+      MakeLowerTriangle(matrix, MeasureSymmetry(matrix), order, "'" + name + "'");
+  ORXSrvSparseMatrix both(order, order);
+  ForEachEntry(lower.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    both.AddData(row, column, value);
+    if (row != column) both.AddData(column, row, value);
+  });
+  both.EndAssembly();
   return both;
 }
 
-std::string InText(std::string const& path, FileKind kind, MatrixEntries const& matrix) {
-  return Format("%s: %d x %d, %s, %s\n", path.c_str(), matrix.Rows(), matrix.Columns(),
-                Counted(static_cast<std::int64_t>(matrix.Items().size()), "entry", "entries").c_str(),
-                Describe(kind).text);
+std::string InText(std::string const& path, FileKind kind, ORXSrvSparseMatrix const& matrix) {
+  return Format("%s: %d x %d, %s, %s\n", path.c_str(), matrix.NumberOfRows(), matrix.NumberOfColumns(),
+                Counted(matrix.NumberOfNonzeros(), "entry", "entries").c_str(), Describe(kind).text);
 }
 
 std::string OutText(std::string const& path, WriteOptions const& options) {
@@ -55,15 +54,15 @@ std::string OutText(std::string const& path, WriteOptions const& options) {
 }
 
 /// Text without a header cannot say that rows or columns without entries follow.
-std::string LostShapeText(FileKind kind, MatrixEntries const& matrix) {
+std::string LostShapeText(FileKind kind, ORXSrvSparseMatrix const& matrix) {
   if (kind != FileKind::Triplets && kind != FileKind::Commas && kind != FileKind::NodeDofs) return {};
   int rows = 0;
   int columns = 0;
-  for (Entry const& e : matrix.Items()) {
-    rows = std::max(rows, static_cast<int>(e.row) + 1);
-    columns = std::max(columns, static_cast<int>(e.column) + 1);
-  }
-  if (rows == matrix.Rows() && columns == matrix.Columns()) return {};
+  ForEachEntry(matrix.View(), [&](int row, int column, double) {
+    rows = std::max(rows, row + 1);
+    columns = std::max(columns, column + 1);
+  });
+  if (rows == matrix.NumberOfRows() && columns == matrix.NumberOfColumns()) return {};
   return Format(
       "note: the last entries lie in row %d and column %d; this type does not tell of what follows\n", rows,
       columns);
@@ -71,10 +70,11 @@ std::string LostShapeText(FileKind kind, MatrixEntries const& matrix) {
 
 /// The library counts the diagonal of a symmetric form among the nonzeros or not, by where it comes from, and
 /// its products do nothing where there are none.
-std::string DiagonalOnlyText(FileKind kind, MatrixEntries const& matrix) {
+std::string DiagonalOnlyText(FileKind kind, ORXSrvSparseMatrix const& matrix) {
   if (kind != FileKind::Fortran && kind != FileKind::Blocks && kind != FileKind::Chunks) return {};
-  auto const isOnDiagonal = [](Entry const& e) { return e.row == e.column; };
-  if (!std::ranges::all_of(matrix.Items(), isOnDiagonal)) return {};
+  bool hasDiagonalOnly = true;
+  ForEachEntry(matrix.View(), [&](int row, int column, double) { hasDiagonalOnly &= row == column; });
+  if (!hasDiagonalOnly) return {};
   return "note: the matrix has a diagonal only; imported from Fortran records, or from a database, the "
          "library's products with it do nothing\n";
 }
@@ -88,7 +88,7 @@ std::string ConvertText(ConvertOptions const& options) {
   ReplacedFile file(options.outPath);
   InputFile const in(options.inPath);
   ReadOptions const read = ReadOptionsOf(options, in);
-  MatrixEntries matrix = LoadMatrix(in, read);
+  ORXSrvSparseMatrix matrix = LoadMatrix(in, read);
   std::string const text = InText(in.Name(), *read.kind, matrix);
   if (write.part != Part::AsStored) matrix = BothTriangles(matrix, in.Name());
 

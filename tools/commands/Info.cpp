@@ -10,70 +10,39 @@
 namespace orx::tool {
 namespace {
 
-/// A sum of many values as exact as one of few: what an addition loses is kept, and added in the end.
-class CompensatedSum {
-public:
-  void Add(double value) {
-    double const sum = m_sum + value;
-    m_lost += std::fabs(m_sum) >= std::fabs(value) ? (m_sum - sum) + value : (value - sum) + m_sum;
-    m_sum = sum;
-  }
-  /// A sum beyond the largest double is infinite; what is lost then is no number.
-  double Value() const { return std::isfinite(m_sum) ? m_sum + m_lost : m_sum; }
+using Entry = ORXSrvSparseMatrixEntry;
 
-private:
-  double m_sum = 0.0;
-  double m_lost = 0.0;
-};
-
-/// Per row or column: the sum of magnitudes, and whether there is a value other than 0.
-class Lines {
-public:
-  explicit Lines(int count) : m_sums(static_cast<std::size_t>(count)), m_used(m_sums.size(), false) {}
-
-  void Add(std::uint32_t line, double value) {
-    if (value != 0.0) m_used[line] = true;
-    if (std::isfinite(value)) m_sums[line].Add(std::fabs(value));
-  }
-  double LargestSum() const {
-    double largest = 0.0;
-    for (CompensatedSum const& sum : m_sums)
-      largest = std::max(largest, sum.Value());
-    return largest;
-  }
-  std::vector<int> Zero() const {
-    std::vector<int> zero;
-    for (std::size_t i = 0; i < m_used.size(); ++i)
-      if (!m_used[i]) zero.push_back(static_cast<int>(i));
-    return zero;
-  }
-
-private:
-  std::vector<CompensatedSum> m_sums;
-  std::vector<bool> m_used;
-};
+/// Positions that are false.
+std::vector<int> Unset(std::vector<bool> const& flags) {
+  std::vector<int> unset;
+  for (std::size_t i = 0; i < flags.size(); ++i)
+    if (!flags[i]) unset.push_back(static_cast<int>(i));
+  return unset;
+}
 
 void MeasureEntry(Entry const& e, Measures& m) {
   int const distance = static_cast<int>(e.row) - static_cast<int>(e.column);
   m.lowerBandwidth = std::max(m.lowerBandwidth, distance);
   m.upperBandwidth = std::max(m.upperBandwidth, -distance);
   if (e.value == 0.0) ++m.storedZeros;
-  if (std::isfinite(e.value)) {
-    if (std::fabs(e.value) > std::fabs(m.largest.value)) m.largest = e;
-  } else if (m.notFinite++ == 0) {
-    m.firstNotFinite = e;
-  }
+  if (!std::isfinite(e.value) && m.notFinite++ == 0) m.firstNotFinite = e;
 }
 
-/// Scaled by the largest magnitude, so that no square over- or underflows.
-double FrobeniusNorm(std::span<Entry const> entries, double largest) {
-  if (largest == 0.0) return 0.0;
-  CompensatedSum sum;
-  for (Entry const& e : entries) {
-    double const scaled = e.value / largest;
-    if (std::isfinite(e.value)) sum.Add(scaled * scaled);
-  }
-  return largest * std::sqrt(sum.Value());
+void MeasureNorms(ORXSrvSparseMatrix const& matrix, Measures& m) {
+  m.norm1 = matrix.OneNorm();
+  m.normInfinity = matrix.InfinityNorm();
+  m.normFrobenius = matrix.FrobeniusNorm();
+  m.largest = matrix.LargestEntry();
+}
+
+/// The matrix with zeros for values that are not finite.
+ORXSrvSparseMatrix FinitePart(ORXSrvSparseMatrix const& matrix) {
+  ORXSrvSparseMatrix finite(matrix.NumberOfRows(), matrix.NumberOfColumns());
+  ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    finite.AddData(row, column, std::isfinite(value) ? value : 0.0);
+  });
+  finite.EndAssembly();
+  return finite;
 }
 
 std::string Count(std::int64_t count) { return std::to_string(count); }
@@ -91,9 +60,9 @@ std::string FormText(Symmetry const& symmetry) {
   return SymmetryText(symmetry) + (isOneTriangle ? " (the figures below are of this triangle)" : "");
 }
 
-std::string ShapeText(MatrixEntries const& matrix, Symmetry const& s) {
-  return Line("shape", Format("%d x %d", matrix.Rows(), matrix.Columns())) +
-         Line("stored entries", std::to_string(matrix.Items().size())) +
+std::string ShapeText(ORXSrvSparseMatrix const& matrix, Symmetry const& s) {
+  return Line("shape", Format("%d x %d", matrix.NumberOfRows(), matrix.NumberOfColumns())) +
+         Line("stored entries", std::to_string(matrix.NumberOfNonzeros())) +
          Line("  lower triangle", Count(s.lowerEntries)) + Line("  diagonal", Count(s.diagonalEntries)) +
          Line("  upper triangle", Count(s.upperEntries));
 }
@@ -121,27 +90,27 @@ std::string MeasuresText(Measures const& m) {
 
 } // namespace
 
-Measures Measure(MatrixEntries const& matrix) {
+Measures Measure(ORXSrvSparseMatrix const& matrix) {
   Measures measures;
-  Lines rows(matrix.Rows());
-  Lines columns(matrix.Columns());
-  for (Entry const& e : matrix.Items()) {
-    MeasureEntry(e, measures);
-    rows.Add(e.row, e.value);
-    columns.Add(e.column, e.value);
-  }
-  measures.norm1 = columns.LargestSum();
-  measures.normInfinity = rows.LargestSum();
-  measures.normFrobenius = FrobeniusNorm(matrix.Items(), std::fabs(measures.largest.value));
-  measures.zeroRows = rows.Zero();
-  measures.zeroColumns = columns.Zero();
+  std::vector<bool> isRowUsed(static_cast<std::size_t>(matrix.NumberOfRows()), false);
+  std::vector<bool> isColumnUsed(static_cast<std::size_t>(matrix.NumberOfColumns()), false);
+  ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    MeasureEntry({row, column, value}, measures);
+    if (value != 0.0) isRowUsed[row] = isColumnUsed[column] = true;
+  });
+  if (measures.notFinite == 0)
+    MeasureNorms(matrix, measures);
+  else
+    MeasureNorms(FinitePart(matrix), measures);
+  measures.zeroRows = Unset(isRowUsed);
+  measures.zeroColumns = Unset(isColumnUsed);
   return measures;
 }
 
 std::string InfoText(std::string const& name) {
   InputFile const file(name);
   std::string const& path = file.Name();
-  MatrixEntries const matrix = LoadMatrix(file);
+  ORXSrvSparseMatrix const matrix = LoadMatrix(file);
   Progress const progress("measuring " + path);
   Symmetry const symmetry = MeasureSymmetry(matrix);
   return Line("file", path) + ShapeText(matrix, symmetry) + Line("symmetry", FormText(symmetry)) +

@@ -15,15 +15,15 @@ struct Measures {
   double norm1 = 0.0;     ///< largest sum of magnitudes of a column
   double normInfinity = 0.0;
   double normFrobenius = 0.0;
-  Entry largest{0, 0, 0.0};  ///< the first entry of the largest magnitude
-  std::vector<int> zeroRows; ///< rows without a value other than 0
+  ORXSrvSparseMatrixEntry largest{0, 0, 0.0}; ///< the first entry of the largest magnitude
+  std::vector<int> zeroRows;                  ///< rows without a value other than 0
   std::vector<int> zeroColumns;
   std::int64_t storedZeros = 0;
   std::int64_t notFinite = 0; ///< left out of the norms and of the largest magnitude
-  Entry firstNotFinite{0, 0, 0.0};
+  ORXSrvSparseMatrixEntry firstNotFinite{0, 0, 0.0};
 };
 
-Measures Measure(MatrixEntries const& matrix);
+Measures Measure(ORXSrvSparseMatrix const& matrix);
 
 /// What `orxmtx info` prints.
 std::string InfoText(std::string const& path);

@@ -31,17 +31,21 @@ constexpr double noDigit = 0.5;
 struct Source {
   std::string name; ///< K or M
   std::string path; ///< as messages call it
-  MatrixEntries entries;
+  FileKind kind;
+  ORXSrvSparseMatrix entries;
   Symmetry symmetry;
 
   Source(char const* letter, std::string const& file) : Source(letter, InputFile(file)) {}
   Source(char const* letter, InputFile const& file)
-      : name(letter), path(file.Name()), entries(LoadMatrix(file)), symmetry(MeasureSymmetry(entries)) {
+      : name(letter), path(file.Name()), kind(KindToRead(file, {})), entries(LoadMatrix(file, {kind, {}, 0})),
+        symmetry(MeasureSymmetry(entries)) {
     if (Order() == 0)
       throw ToolError(ExitCode::UnusableInput,
                       name + " ('" + path + "') is empty; expected row column value items");
   }
-  int Order() const { return std::max(entries.Rows(), entries.Columns()); }
+  int Order() const { return std::max(entries.NumberOfRows(), entries.NumberOfColumns()); }
+  /// True when the file says its dimensions, and whether one triangle stands for both: nothing may be added.
+  bool IsWhole() const { return HasHeader(kind); }
 };
 
 std::string Note(std::string const& text) { return "# " + text + "\n"; }
@@ -65,25 +69,26 @@ std::string FormText(Symmetry const& symmetry) {
 /// A file that holds both triangles is unsymmetric when one of them is empty and the other is not.
 void RefuseHalf(Source const& source) {
   if (source.symmetry.form == Symmetry::Form::BothTriangles) return;
-  for (Entry const& e : source.entries.Items())
-    if (e.row != e.column && e.value != 0.0)
+  ForEachEntry(source.entries.View(), [&](int row, int column, double value) {
+    if (row != column && value != 0.0)
       throw ToolError(
           ExitCode::UnusableInput,
           Format("%s ('%s'): the file says that it holds both triangles, and it is not symmetric: "
-                 "(%u, %u) = %s, (%u, %u) is not stored. If one triangle stands for both, "
+                 "(%d, %d) = %s, (%d, %d) is not stored. If one triangle stands for both, "
                  "orxmtx convert --triangle full makes a file that says so",
-                 source.name.c_str(), source.path.c_str(), e.row + 1, e.column + 1, Number(e.value).c_str(),
-                 e.column + 1, e.row + 1));
+                 source.name.c_str(), source.path.c_str(), row + 1, column + 1, Number(value).c_str(),
+                 column + 1, row + 1));
+  });
 }
 
 /// What a file says of itself is believed: it is not continued by zeros, nor is its triangle mirrored.
 void RequireAsStated(Source const& source) {
-  if (!source.entries.IsWhole()) return;
-  if (source.entries.Rows() != source.entries.Columns())
+  if (!source.IsWhole()) return;
+  if (source.entries.NumberOfRows() != source.entries.NumberOfColumns())
     throw ToolError(ExitCode::UnusableInput,
                     Format("%s ('%s'): the file says that the matrix is %d x %d; expected a square",
-                           source.name.c_str(), source.path.c_str(), source.entries.Rows(),
-                           source.entries.Columns()));
+                           source.name.c_str(), source.path.c_str(), source.entries.NumberOfRows(),
+                           source.entries.NumberOfColumns()));
   RefuseHalf(source);
 }
 
@@ -91,7 +96,7 @@ void RequireAsStated(Source const& source) {
 void RequireOneOrder(Source const& k, Source const& m) {
   Source const& shorter = k.Order() < m.Order() ? k : m;
   Source const& longer = k.Order() < m.Order() ? m : k;
-  if (shorter.Order() == longer.Order() || !shorter.entries.IsWhole()) return;
+  if (shorter.Order() == longer.Order() || !shorter.IsWhole()) return;
   throw ToolError(ExitCode::UnusableInput,
                   Format("%s ('%s'): the file says that the matrix has order %d; %s ('%s') has order %d, "
                          "expected the same",
@@ -99,11 +104,16 @@ void RequireOneOrder(Source const& k, Source const& m) {
                          longer.path.c_str(), longer.Order()));
 }
 
+ORXSrvSparseMatrix SymmetricFormOf(Source const& source, int order) {
+  std::string const name = source.name + " ('" + source.path + "')";
+  return MakeLowerTriangle(source.entries, source.symmetry, order, name).SymmetricForm();
+}
+
 std::string SourceText(Source const& source, int order) {
-  std::string text = Note(
-      Format("%s: %s, order %d, %s, %s", source.name.c_str(), source.path.c_str(), source.Order(),
-             Counted(static_cast<std::int64_t>(source.entries.Items().size()), "entry", "entries").c_str(),
-             FormText(source.symmetry).c_str()));
+  std::string text =
+      Note(Format("%s: %s, order %d, %s, %s", source.name.c_str(), source.path.c_str(), source.Order(),
+                  Counted(source.entries.NumberOfNonzeros(), "entry", "entries").c_str(),
+                  FormText(source.symmetry).c_str()));
   if (source.Order() < order)
     text += Note(Format("%s ends at row %d, the other matrix at row %d: what follows is taken as zero",
                         source.name.c_str(), source.Order(), order));
@@ -237,14 +247,13 @@ FileKind KindOfShapes(std::string const& path) {
                                             " cannot hold them; expected .txt, .csv, .mtx or .bin");
 }
 
-MatrixEntries ShapesOf(ModalSolution const& solution, int order, std::string const& path) {
-  EntryAssembly assembly(path);
-  auto const count = static_cast<std::int64_t>(solution.modes.size());
-  for (std::int64_t mode = 0; mode < count; ++mode)
-    for (std::int64_t i = 0; i < order; ++i)
-      assembly.Add(i, mode, solution.modes[mode].shape[i]);
-  MatrixEntries shapes = assembly.Finish();
-  shapes.Enlarge(order, static_cast<int>(count));
+ORXSrvSparseMatrix ShapesOf(ModalSolution const& solution, int order) {
+  auto const count = static_cast<std::uint32_t>(solution.modes.size());
+  ORXSrvSparseMatrix shapes(order, static_cast<int>(count));
+  for (std::uint32_t mode = 0; mode < count; ++mode)
+    for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(order); ++i)
+      shapes.AddData(i, mode, solution.modes[mode].shape[i]);
+  shapes.EndAssembly();
   return shapes;
 }
 
@@ -253,7 +262,7 @@ class ShapesFile {
 public:
   explicit ShapesFile(std::string const& path) : m_kind(KindOfShapes(path)), m_file(path) {}
 
-  void Write(MatrixEntries const& shapes) {
+  void Write(ORXSrvSparseMatrix const& shapes) {
     WriteOptions options;
     options.kind = m_kind;
     options.isLargeAllowed = true;
@@ -288,8 +297,8 @@ void PrintModes(ModesOptions const& options, std::function<void(std::string cons
   RequireOneOrder(k, m);
 
   int const order = std::max(k.Order(), m.Order());
-  SymmetricMatrix const stiffness = MakeSymmetric(k.entries, k.symmetry, order, "K ('" + k.path + "')");
-  SymmetricMatrix const mass = MakeSymmetric(m.entries, m.symmetry, order, "M ('" + m.path + "')");
+  ORXSrvSparseMatrix const stiffness = SymmetricFormOf(k, order);
+  ORXSrvSparseMatrix const mass = SymmetricFormOf(m, order);
   ModalSolution const solution = [&] {
     Progress const progress(Format("solving the eigenproblem of order %d", order));
     return SolveModes(stiffness, mass, options.count, k.symmetry.worstDifference);
@@ -298,7 +307,7 @@ void PrintModes(ModesOptions const& options, std::function<void(std::string cons
   print(SourceText(k, order) + SourceText(m, order) + MethodText(solution) + ExceptionsText(solution) +
         ModeNotesText(solution, options.count) + TableText(solution));
   if (!shapes) return;
-  shapes->Write(ShapesOf(solution, order, options.shapesPath));
+  shapes->Write(ShapesOf(solution, order));
   print(Note("shapes: " + options.shapesPath + ", rows by modes, scaled to |x^T M x| = 1"));
 }
 

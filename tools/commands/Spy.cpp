@@ -28,38 +28,40 @@ PictureSize RoomForText(int width) {
   return {std::max(columns - frame, 1), std::max(lines, 1)};
 }
 
-std::string ScaleText(MatrixEntries const& matrix, Raster const& raster, char const* pixel) {
-  if (raster.width == matrix.Columns() && raster.height == matrix.Rows())
+std::string ScaleText(ORXSrvSparseMatrix const& matrix, Raster const& raster, char const* pixel) {
+  if (raster.width == matrix.NumberOfColumns() && raster.height == matrix.NumberOfRows())
     return Format("one position a %s", pixel);
   auto const most = [](int length, int pixels) { return (length + pixels - 1) / pixels; };
-  return Format("up to %d rows x %d columns a %s", most(matrix.Rows(), raster.height),
-                most(matrix.Columns(), raster.width), pixel);
+  return Format("up to %d rows x %d columns a %s", most(matrix.NumberOfRows(), raster.height),
+                most(matrix.NumberOfColumns(), raster.width), pixel);
 }
 
-std::string FiguresText(MatrixEntries const& matrix) {
+std::string FiguresText(ORXSrvSparseMatrix const& matrix) {
   Measures const measures = Measure(matrix);
-  return Line("shape", Format("%d x %d", matrix.Rows(), matrix.Columns())) +
-         Line("stored entries", std::to_string(matrix.Items().size())) +
+  return Line("shape", Format("%d x %d", matrix.NumberOfRows(), matrix.NumberOfColumns())) +
+         Line("stored entries", std::to_string(matrix.NumberOfNonzeros())) +
          Line("bandwidth", Format("lower %d, upper %d", measures.lowerBandwidth, measures.upperBandwidth)) +
          Line("symmetry", SymmetryText(MeasureSymmetry(matrix)));
 }
 
-std::string DrawText(MatrixEntries const& matrix, SpyOptions const& options) {
+std::string DrawText(ORXSrvSparseMatrix const& matrix, SpyOptions const& options) {
   PictureSize const room = RoomForText(options.width);
   // Characters are about twice as high as wide; the dots of a braille character are squares.
   PictureSize const size =
-      options.isAscii ? FitPicture(matrix.Rows(), matrix.Columns(), room, 2)
-                      : FitPicture(matrix.Rows(), matrix.Columns(), {2 * room.width, 4 * room.height}, 1);
+      options.isAscii
+          ? FitPicture(matrix.NumberOfRows(), matrix.NumberOfColumns(), room, 2)
+          : FitPicture(matrix.NumberOfRows(), matrix.NumberOfColumns(), {2 * room.width, 4 * room.height}, 1);
   Raster const raster = Rasterize(matrix, size.width, size.height);
   return (options.isAscii ? AsciiPicture(raster) : BraillePicture(raster)) +
          Line("scale", ScaleText(matrix, raster, options.isAscii ? "character" : "dot"));
 }
 
-std::string DrawPng(MatrixEntries const& matrix, SpyOptions const& options) {
-  if (matrix.Rows() == 0 || matrix.Columns() == 0)
+std::string DrawPng(ORXSrvSparseMatrix const& matrix, SpyOptions const& options) {
+  if (matrix.NumberOfRows() == 0 || matrix.NumberOfColumns() == 0)
     throw ToolError(ExitCode::UnusableInput,
                     "'" + options.path + "' is empty; a picture needs rows and columns");
-  PictureSize const size = FitPicture(matrix.Rows(), matrix.Columns(), {options.pngSize, options.pngSize}, 1);
+  PictureSize const size =
+      FitPicture(matrix.NumberOfRows(), matrix.NumberOfColumns(), {options.pngSize, options.pngSize}, 1);
   int const magnification = options.pngSize / std::max(size.width, size.height);
   Raster const raster = Rasterize(matrix, size.width, size.height);
   ReplacedFile file(options.pngPath);
@@ -73,7 +75,7 @@ std::string DrawPng(MatrixEntries const& matrix, SpyOptions const& options) {
 } // namespace
 
 std::string SpyText(SpyOptions const& options) {
-  MatrixEntries const matrix = LoadMatrix(options.path);
+  ORXSrvSparseMatrix const matrix = LoadMatrix(options.path);
   Progress const progress("drawing " + options.path);
   return (options.pngPath.empty() ? DrawText(matrix, options) : DrawPng(matrix, options)) +
          FiguresText(matrix);

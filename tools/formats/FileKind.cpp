@@ -3,6 +3,8 @@
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
+#include "mtx/layouts/FileLayouts.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -55,9 +57,9 @@ public:
     return bytes;
   }
   /// False where the file ends before.
-  template<std::size_t count>
-  bool Read(std::int64_t offset, std::array<std::int32_t, count>& words) const {
-    return pread(m_file, words.data(), sizeof words, offset) == static_cast<ssize_t>(sizeof words);
+  template<class T>
+  bool Read(std::int64_t offset, T& value) const {
+    return pread(m_file, &value, sizeof value, offset) == static_cast<ssize_t>(sizeof value);
   }
 
 private:
@@ -66,7 +68,7 @@ private:
   bool m_isRegular = false;
 };
 
-// ---- text
+// Text
 
 bool IsTextCharacter(char c) { return (c >= ' ' && c <= '~') || (c >= '\t' && c <= '\r'); }
 
@@ -94,50 +96,38 @@ FileKind KindOfFirstLine(std::string const& text) {
   return commas == 4 ? FileKind::NodeDofs : FileKind::Triplets;
 }
 
-// ---- binary
+// Binary files
 
 /// Every record lies between two copies of its length, and the last one ends the file.
 bool IsFortran(Probe const& file) {
   std::array<std::int32_t, 3> first{};
-  if (!file.Read(0, first) || first[0] != 4 || first[2] != 4 || first[1] < 0) return false;
+  if (!file.Read(0, first) || first[0] != fortranOrderBytes || first[2] != fortranOrderBytes || first[1] < 0)
+    return false;
   std::int32_t const order = first[1];
-  std::int64_t at = sizeof first;
+  std::int64_t offset = sizeof first;
   for (std::int32_t row = 0; row < order; ++row) {
     std::array<std::int32_t, 2> begin{};
-    std::array<std::int32_t, 1> end{};
-    if (!file.Read(at, begin) || begin[1] < 1 || begin[1] > order) return false;
-    std::int64_t const length = 4 + std::int64_t{12} * begin[1];
-    if (begin[0] != length || !file.Read(at + 4 + length, end) || end[0] != length) return false;
-    at += length + 8;
+    std::int32_t end = 0;
+    if (!file.Read(offset, begin) || begin[1] < 1 || begin[1] > order) return false;
+    std::int64_t const length = FortranRowBytes(begin[1]);
+    if (begin[0] != length || !file.Read(offset + fortranMarkerBytes + length, end) || end != length)
+      return false;
+    offset += length + 2 * fortranMarkerBytes;
   }
-  return at == file.Size();
+  return offset == file.Size();
 }
 
-/// What block and chunked files begin with.
-struct BlockHeader {
-  std::int64_t order;
-  std::int64_t entries;
-  std::int64_t blocks;
-  bool isUnsymmetric;
-  int exponent;
-  int last;
-
-  std::int64_t BlockLength() const noexcept { return std::int64_t{1} << exponent; }
-  /// Header, row starts and diagonal.
-  std::int64_t HeadBytes() const noexcept { return 24 + 4 * (order + 1) + 8 * order; }
-};
-
-/// False unless the words can be a header and the row starts begin with 0 and end with the entries.
+/// False unless the file begins with what can be a header, and the row pointers begin with 0 and end with the
+/// entries.
 bool ReadBlockHeader(Probe const& file, BlockHeader& header) {
-  std::array<std::int32_t, 6> words{};
-  if (!file.Read(0, words)) return false;
-  bool const isPossible = words[0] >= 0 && words[1] >= 0 && words[2] >= 0 && words[4] >= 0 && words[4] <= 30;
-  if (!isPossible) return false;
-  header = {words[0], words[1], words[2], words[3] != 0, words[4], words[5]};
-  std::array<std::int32_t, 1> firstStart{};
-  std::array<std::int32_t, 1> lastStart{};
-  return file.Read(24, firstStart) && firstStart[0] == 0 && file.Read(24 + 4 * header.order, lastStart) &&
-         lastStart[0] == header.entries;
+  if (!file.Read(0, header) || header.order < 0 || header.entries < 0 || header.blocks < 0 ||
+      header.exponent < 0 || header.exponent > largestBlockExponent)
+    return false;
+  std::int64_t const pointers = sizeof header;
+  std::int32_t first = 0;
+  std::int32_t last = 0;
+  return file.Read(pointers, first) && first == 0 &&
+         file.Read(pointers + 4 * std::int64_t{header.order}, last) && last == header.entries;
 }
 
 /// The last block may end with the last value.
@@ -145,32 +135,34 @@ bool IsBlocks(Probe const& file) {
   BlockHeader header{};
   if (!ReadBlockHeader(file, header)) return false;
   std::int64_t const length = header.BlockLength();
-  std::int64_t const needed = (header.entries + length - 1) / length;
-  if (header.blocks < needed || header.blocks > file.Size() / length) return false;
-  std::int64_t const sections = header.isUnsymmetric ? 2 : 1;
+  if (header.blocks * length < header.entries || header.blocks > file.Size() / length) return false;
+  bool const isUnsymmetric = header.variant != 0;
+  std::int64_t const sections = isUnsymmetric ? 2 : 1;
   std::int64_t const sectionLength =
-      length * (header.isUnsymmetric ? std::max<std::int64_t>(needed, 1) : header.blocks);
+      length * (isUnsymmetric ? BlocksFor(header.entries, length) : header.blocks);
   std::int64_t const values =
-      header.HeadBytes() + 4 * length * header.blocks + 8 * sectionLength * (sections - 1);
-  return file.Size() == values + 8 * header.entries || file.Size() == values + 8 * sectionLength;
+      header.ColumnsOffset() + 4 * length * header.blocks + 8 * sectionLength * (sections - 1);
+  return file.Size() == values + 8 * std::int64_t{header.entries} ||
+         file.Size() == values + 8 * sectionLength;
 }
 
 bool IsChunks(Probe const& file) {
   BlockHeader header{};
   if (!ReadBlockHeader(file, header)) return false;
-  constexpr std::int64_t chunk = std::int64_t{1} << 17;
-  std::int64_t const chunks = (header.entries - 1) / chunk + 1;
-  if (header.blocks != chunks || header.isUnsymmetric || header.exponent != 17 || header.last != 1)
+  std::int64_t const chunks = BlocksFor(header.entries, chunkLength);
+  if (header.blocks != chunks || header.variant != 0 || header.exponent != chunkExponent ||
+      header.unused != 1)
     return false;
-  std::int64_t const trailer = 4 + 4 * (header.order + 1) + 4 * header.entries + 8 * header.order;
-  return file.Size() == header.HeadBytes() + 12 * chunk * chunks + trailer;
+  std::int64_t const order = header.order;
+  std::int64_t const trailer = 4 + 4 * (order + 1) + 4 * std::int64_t{header.entries} + 8 * order;
+  return file.Size() == header.ColumnsOffset() + 12 * chunkLength * chunks + trailer;
 }
 
 bool IsDense(Probe const& file) {
-  std::array<std::int32_t, 4> words{};
-  return file.Read(0, words) && words[0] >= 0 && words[1] >= 0 && words[2] == words[0] &&
-         words[3] == words[1] && (file.Size() - 16) % 8 == 0 &&
-         (file.Size() - 16) / 8 == std::int64_t{words[0]} * words[1];
+  DenseHeader header{};
+  return file.Read(0, header) && header.rows >= 0 && header.columns >= 0 && header.rowsAgain == header.rows &&
+         header.columnsAgain == header.columns && (file.Size() - 16) % 8 == 0 &&
+         (file.Size() - 16) / 8 == std::int64_t{header.rows} * header.columns;
 }
 
 std::string NamesText(std::vector<FileKind> const& among) {

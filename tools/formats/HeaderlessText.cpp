@@ -12,16 +12,18 @@ namespace {
 /// An index has to leave room for a dimension that counts it.
 constexpr std::int64_t largestIndex = INT_MAX - 1;
 
-MatrixEntries ReadLines(std::string const& path, int base, char separator, char const* form) {
+ORXSrvSparseMatrix ReadLines(std::string const& path, int base, char separator, char const* form) {
   TextLines lines(path);
-  EntryAssembly assembly(path);
+  ORXSrvSparseMatrix matrix(0, 0);
   while (lines.Next(separator)) {
     lines.RequireFields(3, form);
     std::int64_t const row = lines.Integer(0, "a row", base, largestIndex + base);
     std::int64_t const column = lines.Integer(1, "a column", base, largestIndex + base);
-    assembly.Add(row - base, column - base, lines.Value(2));
+    matrix.AddData(static_cast<std::uint32_t>(row - base), static_cast<std::uint32_t>(column - base),
+                   lines.Value(2));
   }
-  return assembly.Finish();
+  EndAssembly(path, matrix);
+  return matrix;
 }
 
 struct NodeDofEntry {
@@ -38,24 +40,25 @@ public:
   NodeDofFile(std::string const& path, int dofsPerNode)
       : m_path(path), m_lines(path), m_dofsPerNode(dofsPerNode) {
     while (m_lines.Next(','))
-      TakeLine();
+      ReadLine();
   }
 
-  MatrixEntries Assemble() const {
-    EntryAssembly assembly(m_path);
+  ORXSrvSparseMatrix Assemble() const {
+    ORXSrvSparseMatrix matrix(0, 0);
     for (NodeDofEntry const& e : m_entries) {
-      std::int64_t const column =
-          e.columnDof == 0 ? std::int64_t{e.columnNode} : Unknown(e.columnNode, e.columnDof);
-      assembly.Add(Unknown(e.node, e.dof), column, e.value);
+      auto const columnOfRectangle = static_cast<std::uint32_t>(e.columnNode);
+      matrix.AddData(Unknown(e.node, e.dof),
+                     e.columnDof == 0 ? columnOfRectangle : Unknown(e.columnNode, e.columnDof), e.value);
     }
-    return assembly.Finish();
+    EndAssembly(m_path, matrix);
+    return matrix;
   }
 
 private:
-  void TakeLine() {
+  void ReadLine() {
     m_lines.RequireFields(5, "node,dof,node,dof,value");
     NodeDofEntry entry{};
-    TakeDof(0, entry.node, entry.dof);
+    ReadDof(0, entry.node, entry.dof);
     bool const isColumn = m_lines.Field(3) == "0";
     if (!m_entries.empty() && isColumn != (m_entries.front().columnDof == 0))
       m_lines.Fail(isColumn ? "a degree of freedom as in the lines before" : "0 as in the lines before",
@@ -63,20 +66,22 @@ private:
     if (isColumn)
       entry.columnNode = static_cast<std::int32_t>(m_lines.Integer(2, "a column", 0, largestIndex));
     else
-      TakeDof(2, entry.columnNode, entry.columnDof);
+      ReadDof(2, entry.columnNode, entry.columnDof);
     entry.value = m_lines.Value(4);
     m_entries.push_back(entry);
   }
 
-  void TakeDof(int position, std::int32_t& node, std::int32_t& dof) {
+  void ReadDof(int position, std::int32_t& node, std::int32_t& dof) {
     std::int64_t const most = m_dofsPerNode > 0 ? m_dofsPerNode : mostDofs;
     node = static_cast<std::int32_t>(m_lines.Integer(position, "a node", 1, largestIndex / most));
     dof = static_cast<std::int32_t>(m_lines.Integer(position + 1, "a degree of freedom", 1, most));
     m_largestDof = std::max(m_largestDof, dof);
   }
 
-  std::int64_t Unknown(std::int32_t node, std::int32_t dof) const {
-    return std::int64_t{node - 1} * (m_dofsPerNode > 0 ? m_dofsPerNode : m_largestDof) + dof - 1;
+  /// Nodes are limited so that it fits.
+  std::uint32_t Unknown(std::int32_t node, std::int32_t dof) const {
+    return static_cast<std::uint32_t>((node - 1) * (m_dofsPerNode > 0 ? m_dofsPerNode : m_largestDof) + dof -
+                                      1);
   }
 
   /// Unless said otherwise; more than any element has, and few enough for twenty million nodes.
@@ -91,15 +96,15 @@ private:
 
 } // namespace
 
-MatrixEntries ReadTriplets(std::string const& path, int base) {
+ORXSrvSparseMatrix ReadTriplets(std::string const& path, int base) {
   return ReadLines(path, base, ' ', "row column value");
 }
 
-MatrixEntries ReadCommas(std::string const& path, int base) {
+ORXSrvSparseMatrix ReadCommas(std::string const& path, int base) {
   return ReadLines(path, base, ',', "row,column,value");
 }
 
-MatrixEntries ReadNodeDofs(std::string const& path, int dofsPerNode) {
+ORXSrvSparseMatrix ReadNodeDofs(std::string const& path, int dofsPerNode) {
   return NodeDofFile(path, dofsPerNode).Assemble();
 }
 

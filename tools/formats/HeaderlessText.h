@@ -10,14 +10,14 @@
 namespace orx::tool {
 
 /// Lines "row column value"; indices begin at `base`.
-MatrixEntries ReadTriplets(std::string const& path, int base);
+ORXSrvSparseMatrix ReadTriplets(std::string const& path, int base);
 
 /// Lines "row,column,value"; indices begin at `base`.
-MatrixEntries ReadCommas(std::string const& path, int base);
+ORXSrvSparseMatrix ReadCommas(std::string const& path, int base);
 
 /// Lines "node,dof,node,dof,value": row and column as a node and its degree of freedom, both from 1, which
 /// stand for unknown (node - 1) * dofsPerNode + dof. 0 dofs a node: as many as the largest one in the file.
 /// Of a matrix that is not square the library writes "node,dof,column,0,value", the column from 0.
-MatrixEntries ReadNodeDofs(std::string const& path, int dofsPerNode);
+ORXSrvSparseMatrix ReadNodeDofs(std::string const& path, int dofsPerNode);
 
 } // namespace orx::tool

@@ -3,64 +3,74 @@
 #include "tools/formats/MatrixMarket.h"
 #include "tools/formats/OutputFile.h"
 #include "tools/formats/SymmetricFiles.h"
+#include "tools/numerics/RowPairs.h"
 #include "tools/numerics/Symmetry.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
+#include "mtx/layouts/FileLayouts.h"
 #include "sim/ORXSrvSystemDofDefinition.h"
 
-#include <filesystem>
+#include <vector>
 
 namespace orx::tool {
 namespace {
 
-bool IsInPart(Entry const& e, Part part) {
-  return (part != Part::Lower || e.row >= e.column) && (part != Part::Upper || e.row <= e.column);
+bool IsInPart(std::uint32_t row, std::uint32_t column, Part part) {
+  return (part != Part::Lower || row >= column) && (part != Part::Upper || row <= column);
 }
 
-void Export(std::string const& path, MatrixEntries const& matrix, Part part, int code,
+ORXSrvSparseMatrix TriangleOf(ORXSrvSparseMatrix const& matrix, Part part) {
+  ORXSrvSparseMatrix triangle(matrix.NumberOfRows(), matrix.NumberOfColumns());
+  ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    if (IsInPart(row, column, part)) triangle.AddData(row, column, value);
+  });
+  triangle.EndAssembly();
+  return triangle;
+}
+
+void Export(std::string const& path, ORXSrvSparseMatrix const& matrix, Part part, int code,
             ORXSrvSystemDofDefinition const* dofs = nullptr) {
-  ORXSrvSparseMatrix general(matrix.Rows(), matrix.Columns());
-  general.BeginAssembly();
-  for (Entry const& e : matrix.Items())
-    if (IsInPart(e, part)) general.AddData(e.row, e.column, e.value);
-  general.EndAssembly();
-  general.Export(path.c_str(), code, dofs);
+  bool const isTriangle = part == Part::Lower || part == Part::Upper;
+  if (isTriangle) return TriangleOf(matrix, part).Export(path.c_str(), code, dofs);
+  matrix.Export(path.c_str(), code, dofs);
 }
 
 /// The types of text without a header, with 17 digits instead of the library's 16.
-void WriteAllDigits(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
+void WriteAllDigits(std::string const& path, ORXSrvSparseMatrix const& matrix, WriteOptions const& options) {
   OutputFile file(path);
   auto const nodeAndDof = [&](std::uint32_t unknown) {
     auto const dofs = static_cast<std::uint32_t>(options.dofsPerNode);
     return Format("%u,%u,", unknown / dofs + 1, unknown % dofs + 1);
   };
-  bool const isSquare = matrix.Rows() == matrix.Columns();
-  for (Entry const& e : matrix.Items()) {
-    if (!IsInPart(e, options.part)) continue;
+  bool const isSquare = matrix.NumberOfRows() == matrix.NumberOfColumns();
+  ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    if (!IsInPart(row, column, options.part)) return;
     if (options.kind == FileKind::Triplets)
-      file.Write(Format("%u %u ", e.row + 1, e.column + 1));
+      file.Write(Format("%u %u ", row + 1, column + 1));
     else if (options.kind == FileKind::Commas)
-      file.Write(Format("%u,%u, ", e.row, e.column));
+      file.Write(Format("%u,%u, ", row, column));
     else
-      file.Write(nodeAndDof(e.row) + (isSquare ? nodeAndDof(e.column) : Format("%u,0,", e.column)));
-    file.Write(Format("%.16e\n", e.value));
-  }
+      file.Write(nodeAndDof(row) + (isSquare ? nodeAndDof(column) : Format("%u,0,", column)));
+    file.Write(Format("%.16e\n", value));
+  });
   file.Close();
 }
 
 /// Asks before a file that holds every position grows far beyond what it has to tell.
-void RequireLargeAllowed(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
+void RequireLargeAllowed(std::string const& path, ORXSrvSparseMatrix const& matrix,
+                         WriteOptions const& options) {
   constexpr double large = 1e9;
   constexpr double bytesOfEntry = 24.0;
-  double const bytes = (options.kind == FileKind::Dense ? 8.0 : 2.0) * matrix.Rows() * matrix.Columns();
-  bool const isSparse = bytes > 10.0 * bytesOfEntry * static_cast<double>(matrix.Items().size());
+  double const bytes =
+      (options.kind == FileKind::Dense ? 8.0 : 2.0) * matrix.NumberOfRows() * matrix.NumberOfColumns();
+  bool const isSparse = bytes > 10.0 * bytesOfEntry * static_cast<double>(matrix.NumberOfNonzeros());
   if (options.isLargeAllowed || bytes < large || !isSparse) return;
   throw ToolError(
       ExitCode::WrongUsage,
       Format("'%s' becomes %s, of %d x %d values that are nearly all 0; --yes writes it, other types "
              "are smaller",
-             path.c_str(), Gigabytes(bytes).c_str(), matrix.Rows(), matrix.Columns()));
+             path.c_str(), Gigabytes(bytes).c_str(), matrix.NumberOfRows(), matrix.NumberOfColumns()));
 }
 
 void RequireDofsPerNode(WriteOptions const& options) {
@@ -68,19 +78,19 @@ void RequireDofsPerNode(WriteOptions const& options) {
 }
 
 /// Nodes and degrees of freedom from 1, as many of them at each node.
-void ExportNodeDofs(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
-  ORXSimArray<ORXSrvNodeDof> equations(std::max(matrix.Rows(), matrix.Columns()));
+void ExportNodeDofs(std::string const& path, ORXSrvSparseMatrix const& matrix, WriteOptions const& options) {
+  ORXSimArray<ORXSrvNodeDof> equations(std::max(matrix.NumberOfRows(), matrix.NumberOfColumns()));
   for (int i = 0; i < equations.Size(); ++i)
     equations[i] = {i / options.dofsPerNode + 1, i % options.dofsPerNode + 1};
   ORXSrvSystemDofDefinition const dofs(equations);
   Export(path, matrix, options.part, 4, &dofs);
 }
 
-void RequireSquare(MatrixEntries const& matrix, FileKind kind) {
-  if (matrix.Rows() != matrix.Columns())
+void RequireSquare(ORXSrvSparseMatrix const& matrix, FileKind kind) {
+  if (matrix.NumberOfRows() != matrix.NumberOfColumns())
     throw ToolError(ExitCode::UnusableInput,
-                    Format("the matrix is %d x %d; expected a square for a file of type %s", matrix.Rows(),
-                           matrix.Columns(), Describe(kind).name));
+                    Format("the matrix is %d x %d; expected a square for a file of type %s",
+                           matrix.NumberOfRows(), matrix.NumberOfColumns(), Describe(kind).name));
 }
 
 bool IsSymmetric(Symmetry const& symmetry) {
@@ -89,7 +99,7 @@ bool IsSymmetric(Symmetry const& symmetry) {
   return symmetry.IsExact() && !isHalf;
 }
 
-void RequireSymmetric(MatrixEntries const& matrix, FileKind kind) {
+void RequireSymmetric(ORXSrvSparseMatrix const& matrix, FileKind kind) {
   RequireSquare(matrix, kind);
   Symmetry const symmetry = MeasureSymmetry(matrix);
   if (IsSymmetric(symmetry)) return;
@@ -100,35 +110,55 @@ void RequireSymmetric(MatrixEntries const& matrix, FileKind kind) {
              Describe(kind).name, SymmetryText(symmetry).c_str()));
 }
 
-TriangleRows RowsOfPart(MatrixEntries const& matrix, Part part) {
-  return RowsOfTriangle(matrix, part == Part::Upper ? Triangle::Upper : Triangle::Lower);
+/// A square matrix in symmetric form, by its upper triangle for Part::Upper, else by the lower one. The
+/// triangle has every position of which this or the mirror image is stored. `mirrored` receives the values of
+/// the mirror images of its entries.
+ORXSrvSparseMatrix SymmetricFormOf(ORXSrvSparseMatrix const& matrix, Part part,
+                                   std::vector<double>* mirrored = nullptr) {
+  bool const isUpper = part == Part::Upper;
+  ORXSrvSparseMatrix triangle(matrix.NumberOfRows(), matrix.NumberOfRows());
+  ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    if (row == column) triangle.AddData(row, column, value);
+  });
+  ForEachPair(matrix, [&](std::uint32_t i, std::uint32_t j, double const* lower, double const* upper) {
+    double const below = lower != nullptr ? *lower : 0.0;
+    double const above = upper != nullptr ? *upper : 0.0;
+    triangle.AddData(isUpper ? j : i, isUpper ? i : j, isUpper ? above : below);
+    if (mirrored != nullptr) mirrored->push_back(isUpper ? below : above);
+  });
+  triangle.EndAssembly();
+  return triangle.SymmetricForm(isUpper);
 }
 
-void SaveBlocks(std::string const& path, MatrixEntries const& matrix, Part part) {
+void SaveFortran(std::string const& path, ORXSrvSparseMatrix const& matrix, Part part) {
+  RequireSymmetric(matrix, FileKind::Fortran);
+  ORXSrvSparseMatrix const symmetric = SymmetricFormOf(matrix, part);
+  WriteFortran(path, symmetric.View());
+}
+
+/// Only a matrix of which no triangle was asked for may be unsymmetric.
+void SaveBlocks(std::string const& path, ORXSrvSparseMatrix const& matrix, Part part) {
   RequireSquare(matrix, FileKind::Blocks);
-  WriteBlocks(path, RowsOfPart(matrix, part), IsSymmetric(MeasureSymmetry(matrix)));
+  bool const isSymmetric = IsSymmetric(MeasureSymmetry(matrix));
+  std::vector<double> mirrored;
+  ORXSrvSparseMatrix const form = SymmetricFormOf(matrix, part, isSymmetric ? nullptr : &mirrored);
+  WriteBlocks(path, form.View(), isSymmetric ? nullptr : mirrored.data());
 }
 
-/// The library writes chunks of a matrix in symmetric form, which it has only by reading one: a block file is
-/// that, and has to be cut away because the writer leaves what it does not overwrite.
-void SaveChunks(std::string const& path, MatrixEntries const& matrix, Part part) {
+void SaveChunks(std::string const& path, ORXSrvSparseMatrix const& matrix, Part part) {
   RequireSymmetric(matrix, FileKind::Chunks);
-  TriangleRows const rows = RowsOfPart(matrix, part);
-  constexpr std::size_t chunk = std::size_t{1} << 17;
-  if (!rows.columns.empty() && rows.columns.size() % chunk == 0)
+  ORXSrvSparseMatrix const symmetric = SymmetricFormOf(matrix, part);
+  std::int32_t const entries = symmetric.View().Entries();
+  if (entries > 0 && entries % chunkLength == 0)
     throw ToolError(
         ExitCode::Failure,
-        Format("a chunked file loses the last 131072 of %zu entries beside the diagonal, as of every "
+        Format("a chunked file loses the last 131072 of %d entries beside the diagonal, as of every "
                "multiple of 131072; expected another type",
-               rows.columns.size()));
-  WriteBlocks(path, rows, true);
-  ORXSrvSparseMatrix symmetric(0, 0);
-  symmetric.Import(path.c_str(), 1);
-  std::filesystem::resize_file(path, 0);
+               entries));
   symmetric.Export(path.c_str(), 6, nullptr);
 }
 
-void SaveMarket(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
+void SaveMarket(std::string const& path, ORXSrvSparseMatrix const& matrix, WriteOptions const& options) {
   if (options.part == Part::Upper)
     throw ToolError(ExitCode::WrongUsage,
                     "Matrix Market files keep the lower triangle; --triangle upper is for "
@@ -141,7 +171,7 @@ void SaveMarket(std::string const& path, MatrixEntries const& matrix, WriteOptio
 
 } // namespace
 
-void SaveMatrix(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options) {
+void SaveMatrix(std::string const& path, ORXSrvSparseMatrix const& matrix, WriteOptions const& options) {
   if (options.kind == FileKind::NodeDofs) RequireDofsPerNode(options);
   if (options.kind == FileKind::Dense || options.kind == FileKind::MatrixMarketArray)
     RequireLargeAllowed(path, matrix, options);
@@ -157,8 +187,7 @@ void SaveMatrix(std::string const& path, MatrixEntries const& matrix, WriteOptio
   case FileKind::MatrixMarketArray:
     return SaveMarket(path, matrix, options);
   case FileKind::Fortran:
-    RequireSymmetric(matrix, options.kind);
-    return WriteFortran(path, RowsOfPart(matrix, options.part));
+    return SaveFortran(path, matrix, options.part);
   case FileKind::Blocks:
     return SaveBlocks(path, matrix, options.part);
   case FileKind::Chunks:

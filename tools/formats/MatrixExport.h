@@ -25,6 +25,6 @@ struct WriteOptions {
 /// Writes a matrix as a file of any type. With a part other than AsStored it is symmetric, with both
 /// triangles, and that part is stored; types for symmetric matrices stand for both triangles all the same.
 /// What does not suit the type is a ToolError, before anything is written.
-void SaveMatrix(std::string const& path, MatrixEntries const& matrix, WriteOptions const& options);
+void SaveMatrix(std::string const& path, ORXSrvSparseMatrix const& matrix, WriteOptions const& options);
 
 } // namespace orx::tool

@@ -7,42 +7,38 @@
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
+#include "mtx/layouts/FileLayouts.h"
+
 #include <algorithm>
-#include <array>
 #include <fstream>
+#include <utility>
+#include <vector>
 
 namespace orx::tool {
 namespace {
 
-MatrixEntries Import(std::string const& path, int code) {
+ORXSrvSparseMatrix Import(std::string const& path, int code) {
   ORXSrvSparseMatrix matrix(0, 0);
   matrix.Import(path.c_str(), code);
-  return MatrixEntries(matrix);
+  return matrix;
 }
 
-/// The library gives the entries of a symmetric form as a diagonal and pairs.
-MatrixEntries ImportSymmetric(std::string const& path, int code) {
-  MatrixEntries const unordered = Import(path, code);
-  EntryAssembly assembly(path);
-  for (Entry const& e : unordered.Items())
-    assembly.Add(e.row, e.column, e.value);
-  MatrixEntries entries = assembly.Finish();
-  entries.Enlarge(unordered.Rows(), unordered.Columns());
-  return entries;
+/// An unsymmetric block file comes in general form.
+ORXSrvSparseMatrix ImportInGeneralForm(std::string const& path, int code) {
+  ORXSrvSparseMatrix matrix = Import(path, code);
+  return matrix.View().diagonal == nullptr ? std::move(matrix) : matrix.GeneralForm();
 }
 
 /// When the entries fill the chunks to the last place, writers by the format's letter leave the last chunk
 /// empty, and its entries are not in the file.
 void RequireLastChunk(std::string const& path) {
-  constexpr std::int64_t chunk = std::int64_t{1} << 17;
   std::ifstream file(path, std::ios::binary);
-  std::array<std::int32_t, 2> header{};
-  file.read(reinterpret_cast<char*>(header.data()), sizeof header);
-  auto const [order, entries] = header;
-  if (!file || order < 0 || entries <= 0 || entries % chunk != 0) return;
-  std::vector<std::int32_t> columns(chunk);
-  file.seekg(24 + 4 * (std::int64_t{order} + 1) + std::int64_t{8} * order + 12 * (entries - chunk));
-  file.read(reinterpret_cast<char*>(columns.data()), 4 * chunk);
+  BlockHeader header{};
+  file.read(reinterpret_cast<char*>(&header), sizeof header);
+  if (!file || header.order < 0 || header.entries <= 0 || header.entries % chunkLength != 0) return;
+  std::vector<std::int32_t> columns(chunkLength);
+  file.seekg(header.ColumnsOffset() + 12 * (header.entries - chunkLength));
+  file.read(reinterpret_cast<char*>(columns.data()), 4 * chunkLength);
   if (file && std::all_of(columns.begin(), columns.end(), [](std::int32_t column) { return column == 0; }))
     throw ToolError(ExitCode::UnusableInput,
                     Format("'%s': the last chunk is empty, its 131072 entries are not in the file: a chunked "
@@ -50,11 +46,11 @@ void RequireLastChunk(std::string const& path) {
                            path.c_str()));
 }
 
-MatrixEntries LoadTriplets(std::string const& path, int base) {
+ORXSrvSparseMatrix LoadTriplets(std::string const& path, int base) {
   return base == 1 && !BeginsWithByteOrderMark(path) ? Import(path, 3) : ReadTriplets(path, base);
 }
 
-MatrixEntries LoadAs(FileKind kind, std::string const& path, ReadOptions const& options) {
+ORXSrvSparseMatrix LoadAs(FileKind kind, std::string const& path, ReadOptions const& options) {
   switch (kind) {
   case FileKind::Triplets:
     return LoadTriplets(path, options.base.value_or(1));
@@ -66,12 +62,12 @@ MatrixEntries LoadAs(FileKind kind, std::string const& path, ReadOptions const& 
   case FileKind::MatrixMarketArray:
     return ReadMatrixMarket(path);
   case FileKind::Fortran:
-    return ImportSymmetric(path, 0);
+    return ImportInGeneralForm(path, 0);
   case FileKind::Blocks:
-    return ImportSymmetric(path, 1);
+    return ImportInGeneralForm(path, 1);
   case FileKind::Chunks:
     RequireLastChunk(path);
-    return ImportSymmetric(path, 6);
+    return ImportInGeneralForm(path, 6);
   case FileKind::Dense:
     return Import(path, 7);
   }
@@ -84,16 +80,20 @@ FileKind KindToRead(InputFile const& file, ReadOptions const& options) {
   return options.kind ? *options.kind : file.Let([](std::string const& path) { return RecognizeKind(path); });
 }
 
-MatrixEntries LoadMatrix(InputFile const& file, ReadOptions const& options) {
-  Progress const progress("reading " + file.Name());
-  FileKind const kind = KindToRead(file, options);
-  MatrixEntries entries = file.Let([&](std::string const& path) { return LoadAs(kind, path, options); });
-  RequireRoomForTables(file.Name(), entries.Rows(), entries.Columns(), AvailableMemory());
-  if (HasHeader(kind)) entries.DeclareWhole();
-  return entries;
+void EndAssembly(std::string const& path, ORXSrvSparseMatrix& matrix) {
+  RequireRoomForTables(path, matrix.NumberOfRows(), matrix.NumberOfColumns(), AvailableMemory());
+  matrix.EndAssembly();
 }
 
-MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options) {
+ORXSrvSparseMatrix LoadMatrix(InputFile const& file, ReadOptions const& options) {
+  Progress const progress("reading " + file.Name());
+  FileKind const kind = KindToRead(file, options);
+  ORXSrvSparseMatrix matrix = file.Let([&](std::string const& path) { return LoadAs(kind, path, options); });
+  RequireRoomForTables(file.Name(), matrix.NumberOfRows(), matrix.NumberOfColumns(), AvailableMemory());
+  return matrix;
+}
+
+ORXSrvSparseMatrix LoadMatrix(std::string const& path, ReadOptions const& options) {
   return LoadMatrix(InputFile(path), options);
 }
 

@@ -2,7 +2,8 @@
 
 #include "tools/formats/FileKind.h"
 #include "tools/formats/InputFile.h"
-#include "tools/numerics/MatrixEntries.h"
+
+#include "mtx/ORXSrvSparseMatrix.h"
 
 #include <optional>
 #include <string>
@@ -18,11 +19,15 @@ struct ReadOptions {
 /// The type to read a file as: the one that is said, or the one that its content shows.
 FileKind KindToRead(InputFile const& file, ReadOptions const& options);
 
-/// Reads a matrix of any type; values at one position are summed, symmetric binary types give both triangles.
-/// Text without a header ends with its largest row and column: what follows the last entry is not known to
-/// it. What cannot be opened or recognized is a ToolError; what is malformed too, or the library's own
-/// exception, with path and line or offset.
-MatrixEntries LoadMatrix(InputFile const& file, ReadOptions const& options = {});
-MatrixEntries LoadMatrix(std::string const& path, ReadOptions const& options = {});
+/// Reads a matrix of any type, in general form: values at one position are summed, symmetric binary types
+/// give both triangles. Text without a header ends with its largest row and column: what follows the last
+/// entry is not known to it. What cannot be opened or recognized is a ToolError; what is malformed too, or
+/// the library's own exception, with path and line or offset.
+ORXSrvSparseMatrix LoadMatrix(InputFile const& file, ReadOptions const& options = {});
+ORXSrvSparseMatrix LoadMatrix(std::string const& path, ReadOptions const& options = {});
+
+/// For readers: ends the assembly of what was read from `path`. Dimensions that the memory has no room for
+/// are a ToolError that begins with the path.
+void EndAssembly(std::string const& path, ORXSrvSparseMatrix& matrix);
 
 } // namespace orx::tool

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -20,8 +19,8 @@ public:
 
   void Write(std::string_view text) { WriteBytes(text.data(), text.size()); }
   template<class T>
-  void WriteValues(std::span<T const> values) {
-    WriteBytes(values.data(), values.size_bytes());
+  void WriteValues(T const* values, std::int64_t count) {
+    WriteBytes(values, static_cast<std::size_t>(count) * sizeof(T));
   }
   void WriteInt(std::int32_t value) { WriteBytes(&value, sizeof value); }
   void WriteZeros(std::int64_t bytes);

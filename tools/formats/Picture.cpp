@@ -44,18 +44,18 @@ std::uint8_t Grey(double shade) {
 
 } // namespace
 
-Raster Rasterize(MatrixEntries const& matrix, int width, int height) {
+Raster Rasterize(ORXSrvSparseMatrix const& matrix, int width, int height) {
   Raster raster{width, height, std::vector<double>(static_cast<std::size_t>(width) * height, 0.0)};
-  for (Entry const& e : matrix.Items()) {
-    auto const x = std::int64_t{e.column} * width / matrix.Columns();
-    auto const y = std::int64_t{e.row} * height / matrix.Rows();
+  ForEachEntry(matrix.View(), [&](std::int64_t row, std::int64_t column, double) {
+    auto const x = column * width / matrix.NumberOfColumns();
+    auto const y = row * height / matrix.NumberOfRows();
     raster.shades[y * width + x] += 1.0;
-  }
+  });
   double densest = 0.0;
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x) {
-      double const positions = static_cast<double>(RangeLength(y, matrix.Rows(), height)) *
-                               static_cast<double>(RangeLength(x, matrix.Columns(), width));
+      double const positions = static_cast<double>(RangeLength(y, matrix.NumberOfRows(), height)) *
+                               static_cast<double>(RangeLength(x, matrix.NumberOfColumns(), width));
       double& shade = raster.shades[static_cast<std::size_t>(y) * width + x];
       shade /= positions;
       densest = std::max(densest, shade);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/numerics/MatrixEntries.h"
+#include "mtx/ORXSrvSparseMatrix.h"
 
 #include <string>
 #include <vector>
@@ -21,7 +21,7 @@ struct Raster {
 };
 
 /// REQUIRES 0 < width <= columns and 0 < height <= rows, or an empty matrix and 0.
-Raster Rasterize(MatrixEntries const& matrix, int width, int height);
+Raster Rasterize(ORXSrvSparseMatrix const& matrix, int width, int height);
 
 struct PictureSize {
   int width;

@@ -1,34 +1,19 @@
 #pragma once
 
-#include "tools/formats/MatrixFile.h"
+#include "mtx/ORXSrvSparseMatrix.h"
 
 #include <string>
-#include <vector>
 
-// Binary types that the library reads and does not write, out of a matrix by a diagonal and one triangle.
+// Binary types that the library reads and does not write. A matrix in symmetric form gives the diagonal and
+// one triangle.
 
 namespace orx::tool {
 
-enum class Triangle { Lower, Upper };
-
-/// A square matrix by the rows of one triangle: position k stands for its mirror image too. The triangle has
-/// every position of which this or the mirror image is stored.
-struct TriangleRows {
-  int order = 0;
-  std::vector<double> diagonal;
-  std::vector<std::int32_t> starts; ///< order + 1
-  std::vector<std::int32_t> columns;
-  std::vector<double> values;   ///< of the positions
-  std::vector<double> mirrored; ///< of their mirror images
-};
-
-/// REQUIRES a square matrix.
-TriangleRows RowsOfTriangle(MatrixEntries const& matrix, Triangle triangle);
-
 /// Fortran unformatted: a record with the order, then one a row with the diagonal first. Symmetric.
-void WriteFortran(std::string const& path, TriangleRows const& matrix);
+void WriteFortran(std::string const& path, CompressedRowsView const& matrix);
 
-/// Block binary of blocks of 1024 elements, in the symmetric variant or the one that holds both values.
-void WriteBlocks(std::string const& path, TriangleRows const& matrix, bool isSymmetric);
+/// Block binary of blocks of 1024 elements. `mirrored` are the values of the mirror images of the stored
+/// entries; null for a symmetric matrix, which has a variant of its own.
+void WriteBlocks(std::string const& path, CompressedRowsView const& matrix, double const* mirrored);
 
 } // namespace orx::tool

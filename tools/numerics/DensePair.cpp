@@ -10,13 +10,12 @@ namespace {
 
 std::size_t OrderOf(ORXSrvMatrix const& matrix) { return static_cast<std::size_t>(matrix.NumberOfRows()); }
 
-void AddTo(ORXSrvMatrix& target, double factor, SymmetricMatrix const& source) {
+void AddTo(ORXSrvMatrix& target, double factor, ORXSrvSparseMatrix const& source) {
   std::size_t const n = OrderOf(target);
   if (factor == 0.0) return;
-  for (Entry const& e : source.Lower()) {
-    target.Values()[e.column * n + e.row] += factor * e.value;
-    if (e.row != e.column) target.Values()[e.row * n + e.column] += factor * e.value;
-  }
+  ForEachEntry(source.View(), [&](std::size_t row, std::size_t column, double value) {
+    target.Values()[column * n + row] += factor * value;
+  });
 }
 
 std::vector<double> DiagonalOf(ORXSrvMatrix const& matrix) {
@@ -53,8 +52,8 @@ void CholeskyFactor::Solve(int rows, double* b) const {
   BLAC_DTRSV("L", "T", "N", &rows, m_matrix.Values(), &order, b, &one);
 }
 
-DensePair::DensePair(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass)
-    : m_k(stiffness), m_m(mass), m_order(stiffness.Order()), m_mass(m_order, m_order),
+DensePair::DensePair(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass)
+    : m_k(stiffness), m_m(mass), m_order(stiffness.NumberOfRows()), m_mass(m_order, m_order),
       m_combination(m_order, m_order), m_values(m_order, 1), m_vectors(m_order, m_order) {}
 
 /// Both triangles get the same bits, which the eigensolver insists on.

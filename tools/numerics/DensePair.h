@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/numerics/Symmetry.h"
+#include "mtx/ORXSrvSparseMatrix.h"
 
 #include "mtx/ORXSrvMatrix.h"
 
@@ -33,11 +33,12 @@ private:
   std::vector<double> m_shares;
 };
 
-/// Two symmetric matrices of one order, K and M, as dense matrices, and what the eigensolver makes of them.
+/// Two matrices in symmetric form of one order, K and M, as dense matrices, and what the eigensolver makes of
+/// them.
 class DensePair {
 public:
   /// Both matrices have to outlive the pair.
-  DensePair(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass);
+  DensePair(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass);
 
   int Order() const noexcept { return m_order; }
   /// Factors kFactor K + mFactor M. The factor is valid until the next call.
@@ -54,8 +55,8 @@ public:
 private:
   void Fill(ORXSrvMatrix& target, double kFactor, double mFactor) const;
 
-  SymmetricMatrix const& m_k;
-  SymmetricMatrix const& m_m;
+  ORXSrvSparseMatrix const& m_k;
+  ORXSrvSparseMatrix const& m_m;
   int const m_order;
   ORXSrvMatrix m_mass;
   ORXSrvMatrix m_combination; ///< also where it is factored on trial

@@ -2,6 +2,7 @@
 
 #include "tools/numerics/DensePair.h"
 #include "tools/numerics/NullMotions.h"
+#include "tools/numerics/SymmetricForm.h"
 #include "tools/terminal/Memory.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
@@ -64,7 +65,7 @@ struct FoundMode {
 /// positive nu in descending order of lambda, then nu = 0, then negative ones.
 class ModalSolver {
 public:
-  ModalSolver(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, double stiffnessError)
+  ModalSolver(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, double stiffnessError)
       : m_k(stiffness), m_m(mass), m_pair(stiffness, mass),
         m_stiffnessError(std::max(stiffnessError, roundoff)),
         m_rigidShare(std::max(stiffnessError, leastStiffnessError)) {}
@@ -87,8 +88,8 @@ public:
 private:
   /// The smallest ratio of diagonal values, which is at least the lowest eigenvalue when M is definite.
   double DiagonalScale() const {
-    std::vector<double> const k = m_k.Diagonal();
-    std::vector<double> const m = m_m.Diagonal();
+    std::vector<double> const k = DiagonalOf(m_k);
+    std::vector<double> const m = DiagonalOf(m_m);
     double scale = infinity;
     for (std::size_t i = 0; i < k.size(); ++i)
       if (k[i] > 0.0 && m[i] > 0.0) scale = std::min(scale, k[i] / m[i]);
@@ -109,8 +110,8 @@ private:
   }
 
   std::string CauseOfIndefiniteness() const {
-    std::vector<double> const k = m_k.Diagonal();
-    std::vector<double> const m = m_m.Diagonal();
+    std::vector<double> const k = DiagonalOf(m_k);
+    std::vector<double> const m = DiagonalOf(m_m);
     for (std::size_t i = 0; i < k.size(); ++i)
       if (k[i] <= 0.0 && m[i] <= 0.0)
         return Format("Unknown %zu has the diagonal values K = %s and M = %s", i + 1, Number(k[i]).c_str(),
@@ -135,7 +136,7 @@ private:
     auto const nu = m_pair.Values();
     if (std::fabs(nu[k]) <= static_cast<double>(nu.size()) * roundoff * m_largestNu) return true;
     auto const x = m_pair.Vector(k);
-    return std::fabs(m_m.QuadraticForm(x)) <= leastMassShare * m_m.AbsoluteForm(x);
+    return std::fabs(QuadraticForm(m_m, x)) <= leastMassShare * AbsoluteForm(m_m, x);
   }
 
   /// Which eigenpairs of the present solution are finite, lowest first: nu falls as lambda rises. A positive
@@ -162,24 +163,24 @@ private:
     double const lambda = Eigenvalue(k);
     double const magnitude = std::fabs(lambda);
     bool const isLost = m_pair.Values()[k] <= 0.0 && m_solution.isMassDefinite;
-    double const mass = std::fabs(m_m.QuadraticForm(x));
+    double const mass = std::fabs(QuadraticForm(m_m, x));
     if (isLost || !(magnitude > 0.0) || !(mass > 0.0)) return {lambda, infinity, 0.0};
     double const distance = lambda + m_shift;
-    double const ofEntries = m_stiffnessError * (m_k.AbsoluteForm(x) / mass) +
-                             roundoff * (magnitude + m_shift) * (m_m.AbsoluteForm(x) / mass);
+    double const ofEntries = m_stiffnessError * (AbsoluteForm(m_k, x) / mass) +
+                             roundoff * (magnitude + m_shift) * (AbsoluteForm(m_m, x) / mass);
     return {lambda, roundoff * distance * m_largestNu * distance / magnitude, ofEntries / magnitude};
   }
 
   double StiffnessShare(std::span<double const> x) const {
-    double const terms = m_k.AbsoluteForm(x);
-    return terms == 0.0 ? 0.0 : std::fabs(m_k.QuadraticForm(x)) / terms;
+    double const terms = AbsoluteForm(m_k, x);
+    return terms == 0.0 ? 0.0 : std::fabs(QuadraticForm(m_k, x)) / terms;
   }
 
   /// Where K is positive definite, no motion is free. The eigenvalue is 0 when it is lost in the errors of
   /// K's entries, or in those of the shifted solution.
   bool IsRigid(double eigenvalue, double stiffnessShare) const {
     if (m_solution.isStiffnessDefinite) return false;
-    double const ofSolution = 10.0 * m_k.Order() * roundoff * m_shift;
+    double const ofSolution = 10.0 * m_k.NumberOfRows() * roundoff * m_shift;
     return stiffnessShare <= m_rigidShare || std::fabs(eigenvalue) <= ofSolution;
   }
 
@@ -286,7 +287,7 @@ private:
   /// be finite and lost. Another solution looks further, once.
   bool MayHideFiniteOnes() {
     if (m_hasLookedFurther || m_solution.finiteEigenvalues >= m_count) return false;
-    std::vector<bool> const heavy = m_m.NonzeroRows();
+    std::vector<bool> const heavy = NonzeroRows(m_m);
     auto const massless = std::count(heavy.begin(), heavy.end(), false);
     m_hasLookedFurther = true;
     return m_solution.infiniteEigenvalues > massless;
@@ -304,7 +305,7 @@ private:
 
   Mode MakeMode(FoundMode& found) const {
     std::vector<double>& x = found.vector;
-    double const mass = std::fabs(m_m.QuadraticForm(x));
+    double const mass = std::fabs(QuadraticForm(m_m, x));
     if (!std::isfinite(found.estimate.eigenvalue) || !std::isfinite(mass))
       throw ToolError(ExitCode::Failure, "an eigenvalue that was asked for is beyond the range of a double; "
                                          "expected K and M in units that bring their values closer together");
@@ -336,8 +337,8 @@ private:
                             m_solution.shifts.end());
   }
 
-  SymmetricMatrix const& m_k;
-  SymmetricMatrix const& m_m;
+  ORXSrvSparseMatrix const& m_k;
+  ORXSrvSparseMatrix const& m_m;
   DensePair m_pair;
   double const m_stiffnessError; ///< of the entries of K, for estimates
   double const m_rigidShare;     ///< a motion with less than this left of x^T K x is rigid
@@ -352,9 +353,9 @@ private:
 };
 
 /// Unknowns that neither matrix has a value for.
-std::vector<int> EmptyUnknowns(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass) {
-  std::vector<bool> const stiff = stiffness.NonzeroRows();
-  std::vector<bool> const heavy = mass.NonzeroRows();
+std::vector<int> EmptyUnknowns(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass) {
+  std::vector<bool> const stiff = NonzeroRows(stiffness);
+  std::vector<bool> const heavy = NonzeroRows(mass);
   std::vector<int> empty;
   for (std::size_t i = 0; i < stiff.size(); ++i)
     if (!stiff[i] && !heavy[i]) empty.push_back(static_cast<int>(i));
@@ -364,13 +365,13 @@ std::vector<int> EmptyUnknowns(SymmetricMatrix const& stiffness, SymmetricMatrix
 /// By the matrices as they are given, so that an unknown that is held by mistake shows. Against the terms
 /// that cancel, not against ||K|| ||x||: where the mode is soft, the stiffest entries of K would make any
 /// residual look small.
-double Residual(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, Mode const& mode) {
+double Residual(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, Mode const& mode) {
   double const lambda = mode.isRigid ? 0.0 : mode.eigenvalue;
   double const weight = mode.isRigid ? mode.shift : std::fabs(mode.eigenvalue);
-  std::vector<double> const kx = stiffness.Times(mode.shape);
-  std::vector<double> const mx = mass.Times(mode.shape);
-  std::vector<double> const kTerms = stiffness.AbsoluteTimes(mode.shape);
-  std::vector<double> const mTerms = mass.AbsoluteTimes(mode.shape);
+  std::vector<double> const kx = Product(stiffness, mode.shape);
+  std::vector<double> const mx = Product(mass, mode.shape);
+  std::vector<double> const kTerms = AbsoluteProduct(stiffness, mode.shape);
+  std::vector<double> const mTerms = AbsoluteProduct(mass, mode.shape);
   double residual = 0.0;
   double terms = 0.0;
   for (std::size_t i = 0; i < kx.size(); ++i) {
@@ -381,13 +382,13 @@ double Residual(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, M
 }
 
 /// Both matrices without empty unknowns.
-ModalSolution SolveFilled(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, int count,
+ModalSolution SolveFilled(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, int count,
                           double stiffnessError) {
-  RequireFits(stiffness.Order(), AvailableMemory());
+  RequireFits(stiffness.NumberOfRows(), AvailableMemory());
   std::vector<int> held = FindNullMotions(stiffness, mass);
-  KeptUnknowns const free(stiffness.Order(), held);
-  SymmetricMatrix const freeStiffness = stiffness.Reduced(free);
-  SymmetricMatrix const freeMass = mass.Reduced(free);
+  KeptUnknowns const free(stiffness.NumberOfRows(), held);
+  ORXSrvSparseMatrix const freeStiffness = Reduced(stiffness, free);
+  ORXSrvSparseMatrix const freeMass = Reduced(mass, free);
   ModalSolution solution = ModalSolver(freeStiffness, freeMass, stiffnessError).Solve(count);
   for (Mode& mode : solution.modes) {
     mode.shape = free.Expanded(mode.shape);
@@ -405,15 +406,15 @@ double Frequency(Mode const& mode) {
   return mode.eigenvalue < 0.0 ? -magnitude : magnitude;
 }
 
-ModalSolution SolveModes(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, int count,
+ModalSolution SolveModes(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, int count,
                          double stiffnessError) {
   if (mass.FrobeniusNorm() == 0.0)
     throw ToolError(ExitCode::UnusableInput,
                     "M holds no value other than 0, so K x = lambda M x has no finite eigenvalue");
   std::vector<int> empty = EmptyUnknowns(stiffness, mass);
-  KeptUnknowns const filled(stiffness.Order(), empty);
+  KeptUnknowns const filled(stiffness.NumberOfRows(), empty);
   ModalSolution solution =
-      SolveFilled(stiffness.Reduced(filled), mass.Reduced(filled), count, stiffnessError);
+      SolveFilled(Reduced(stiffness, filled), Reduced(mass, filled), count, stiffnessError);
   for (Mode& mode : solution.modes)
     mode.shape = filled.Expanded(mode.shape);
   for (int& unknown : solution.heldUnknowns)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/numerics/Symmetry.h"
+#include "mtx/ORXSrvSparseMatrix.h"
 
 #include <vector>
 
@@ -34,8 +34,8 @@ struct ModalSolution {
 /// magnitude; a rigid mode has 0.
 double Frequency(Mode const& mode);
 
-/// The lowest `count` modes of K x = lambda M x, both of one order and given in sparse form, by the library's
-/// dense eigensolver. Always solved inside out,
+/// The lowest `count` modes of K x = lambda M x, both of one order, in symmetric form of the lower triangle,
+/// by the library's dense eigensolver. Always solved inside out,
 ///
 ///     M x = nu (K + sigma M) x,    lambda = 1 / nu - sigma,
 ///
@@ -66,7 +66,7 @@ double Frequency(Mode const& mode);
 /// `stiffnessError` is the relative error that the entries of K are known to have; it widens what counts as
 /// an eigenvalue of 0. What has no solution is a ToolError: M without a value other than 0, no definite
 /// combination, an order that does not fit into memory.
-ModalSolution SolveModes(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass, int count,
+ModalSolution SolveModes(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, int count,
                          double stiffnessError = 0.0);
 
 } // namespace orx::tool

@@ -1,6 +1,7 @@
 #include "tools/numerics/NullMotions.h"
 
 #include "tools/numerics/DensePair.h"
+#include "tools/numerics/SymmetricForm.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,9 +15,9 @@ constexpr double nothing = 1e-9;
 constexpr double rootOfNothing = 3e-5;
 
 /// A typical ratio of stiffness to mass: weighs K and M so that neither hides what the other one resists.
-double BalancingFactor(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass) {
-  std::vector<double> const k = stiffness.Diagonal();
-  std::vector<double> const m = mass.Diagonal();
+double BalancingFactor(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass) {
+  std::vector<double> const k = DiagonalOf(stiffness);
+  std::vector<double> const m = DiagonalOf(mass);
   std::vector<double> ratios;
   for (std::size_t i = 0; i < k.size(); ++i)
     if (k[i] > 0.0 && m[i] > 0.0) ratios.push_back(k[i] / m[i]);
@@ -41,15 +42,15 @@ double Norm(std::vector<double> const& x) {
   return norm;
 }
 
-bool TakesForNothing(SymmetricMatrix const& matrix, std::vector<double> const& x) {
-  return std::fabs(matrix.QuadraticForm(x)) <= nothing * matrix.AbsoluteForm(x) &&
-         Norm(matrix.Times(x)) <= rootOfNothing * Norm(matrix.AbsoluteTimes(x));
+bool TakesForNothing(ORXSrvSparseMatrix const& matrix, std::vector<double> const& x) {
+  return std::fabs(QuadraticForm(matrix, x)) <= nothing * AbsoluteForm(matrix, x) &&
+         Norm(Product(matrix, x)) <= rootOfNothing * Norm(AbsoluteProduct(matrix, x));
 }
 
 /// Looks at one pair after another, each without the unknowns that were found before.
 class NullMotionFinder {
 public:
-  NullMotionFinder(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass)
+  NullMotionFinder(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass)
       : m_k(stiffness), m_m(mass), m_s(BalancingFactor(stiffness, mass)), m_pair(stiffness, mass) {}
 
   /// The first unknown whose pivot in K + s M is next to nothing, and so are the stiffness and the mass of
@@ -71,11 +72,10 @@ private:
   /// The unknowns before i follow unit motion of unknown i as K + s M wants it; those behind rest.
   std::vector<double> MotionOf(CholeskyFactor const& factor, int i) const {
     std::vector<double> motion(static_cast<std::size_t>(m_pair.Order()), 0.0);
-    auto const row = static_cast<std::uint32_t>(i);
-    auto const subtractRow = [&](SymmetricMatrix const& matrix, double weight) {
-      for (Entry const& e : matrix.Lower()) {
-        if (e.row == row && e.column < row) motion[e.column] -= weight * e.value;
-      }
+    auto const subtractRow = [&](ORXSrvSparseMatrix const& matrix, double weight) {
+      CompressedRowsView const rows = matrix.View();
+      for (std::int32_t k = rows.rowPointers[i]; k < rows.rowPointers[i + 1]; ++k)
+        motion[rows.columnIndices[k]] -= weight * rows.values[k];
     };
     subtractRow(m_k, 1.0);
     subtractRow(m_m, m_s);
@@ -84,20 +84,20 @@ private:
     return motion;
   }
 
-  SymmetricMatrix const& m_k;
-  SymmetricMatrix const& m_m;
+  ORXSrvSparseMatrix const& m_k;
+  ORXSrvSparseMatrix const& m_m;
   double const m_s;
   DensePair m_pair;
 };
 
 } // namespace
 
-std::vector<int> FindNullMotions(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass) {
+std::vector<int> FindNullMotions(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass) {
   std::vector<int> found;
-  while (std::ssize(found) < stiffness.Order()) {
-    KeptUnknowns const kept(stiffness.Order(), found);
-    SymmetricMatrix const k = stiffness.Reduced(kept);
-    SymmetricMatrix const m = mass.Reduced(kept);
+  while (std::ssize(found) < stiffness.NumberOfRows()) {
+    KeptUnknowns const kept(stiffness.NumberOfRows(), found);
+    ORXSrvSparseMatrix const k = Reduced(stiffness, kept);
+    ORXSrvSparseMatrix const m = Reduced(mass, kept);
     std::optional<int> const next = NullMotionFinder(k, m).Find();
     if (!next) break;
     found.push_back(kept.Old(*next));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/numerics/Symmetry.h"
+#include "mtx/ORXSrvSparseMatrix.h"
 
 #include <vector>
 
@@ -13,6 +13,7 @@ namespace orx::tool {
 /// "Nothing" is what may be left of numbers that were written with ten digits: x^T K x and x^T M x at most
 /// 1e-9 of the terms that they are summed from. Looked for by Cholesky factorizations of K, M and K + s M:
 /// such a motion leaves a pivot of nearly 0 in all three.
-std::vector<int> FindNullMotions(SymmetricMatrix const& stiffness, SymmetricMatrix const& mass);
+/// Both matrices are in symmetric form of the lower triangle.
+std::vector<int> FindNullMotions(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass);
 
 } // namespace orx::tool

@@ -4,6 +4,7 @@
 #include "mtx/impl/exchange/FileInput.h"
 #include "mtx/impl/exchange/FileOutput.h"
 #include "mtx/impl/exchange/RowAppender.h"
+#include "mtx/layouts/FileLayouts.h"
 
 #include <algorithm>
 #include <climits>
@@ -22,14 +23,6 @@ constexpr double largestZero = 1e-16;
 constexpr std::int32_t mostRowsWithoutColumns = 1 << 24;
 /// Number of values that are read or written at once: 1 MiB.
 constexpr std::int64_t windowLength = std::int64_t{1} << 17;
-
-struct Header {
-  std::int32_t rows;
-  std::int32_t columns;
-  std::int32_t rowsAgain;
-  std::int32_t columnsAgain;
-};
-static_assert(sizeof(Header) == 16);
 
 /// Returns the transpose. The columns in its rows ascend, whatever the order in the rows of `matrix` is, and
 /// entries at equal positions keep their order.
@@ -70,7 +63,7 @@ public:
   bool Add(std::span<double const> values) {
     while (!values.empty()) {
       auto const inColumn = std::min(values.size(), static_cast<std::size_t>(m_rows - m_row));
-      MakeRoom(static_cast<std::int64_t>(inColumn));
+      EnsureCapacity(static_cast<std::int64_t>(inColumn));
       m_count = Keep(values.first(inColumn));
       if (m_count > INT_MAX) return false;
       values = values.subspan(inColumn);
@@ -86,10 +79,10 @@ public:
   CompressedRows Finish() const { return Transposed(m_entries.View()); }
 
 private:
-  void MakeRoom(std::int64_t more) {
-    if (m_room - m_count >= more) return;
-    m_room = std::max(m_count + more, m_room + m_room / 2);
-    ResizeEntries(m_entries, m_room);
+  void EnsureCapacity(std::int64_t more) {
+    if (m_capacity - m_count >= more) return;
+    m_capacity = std::max(m_count + more, m_capacity + m_capacity / 2);
+    ResizeEntries(m_entries, m_capacity);
   }
 
   /// Appends the values that are not zeros and returns the number of entries. Writes every value, and the
@@ -112,7 +105,7 @@ private:
   std::int32_t m_column = 0; ///< column of the next value
   CompressedRows m_entries;  ///< the transpose
   std::int64_t m_count = 0;
-  std::int64_t m_room = 0;
+  std::int64_t m_capacity = 0;
 };
 
 CompressedRows ReadValues(FileInput& file, std::int32_t rows, std::int32_t columns) {
@@ -155,7 +148,7 @@ void WriteImage(FileOutput& file, CompressedRows const& byColumns, std::int32_t 
 
 CompressedRows ReadDenseBinary(char const* path) {
   FileInput file(path);
-  Header header{};
+  DenseHeader header{};
   file.Read(&header, 1, "headers");
   if (header.rows < 0)
     file.Fail(0, "a number of rows of at least 0 expected, found " + std::to_string(header.rows));
@@ -182,7 +175,7 @@ void WriteDenseBinary(char const* path, CompressedRowsView const& matrix) {
   // The header is as long as two values. A size beyond 64 bits becomes the largest one.
   file.RequireSpace(mem_ArrayBytes(static_cast<std::int64_t>(cells) + 2, sizeof(double)));
   CompressedRows const byColumns = cells > 0 ? Transposed(matrix) : CompressedRows();
-  Header const header{matrix.rows, matrix.columns, matrix.rows, matrix.columns};
+  DenseHeader const header{matrix.rows, matrix.columns, matrix.rows, matrix.columns};
   file.Write(&header, 1);
   WriteImage(file, byColumns, matrix.rows, matrix.columns);
   file.Close();

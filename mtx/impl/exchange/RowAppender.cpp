@@ -14,6 +14,12 @@ void AllocateRowPointers(CompressedRows& matrix, std::int32_t rows, std::int32_t
   matrix.columns = columns;
 }
 
+void SumCounts(std::int32_t* counts, std::int32_t rows) {
+  counts[0] = 0;
+  for (std::int32_t i = 0; i < rows; ++i)
+    counts[i + 1] += counts[i];
+}
+
 void ResizeEntries(CompressedRows& matrix, std::int64_t entries) {
   ResizeArray(matrix.columnIndices, entries);
   ResizeArray(matrix.values, entries);

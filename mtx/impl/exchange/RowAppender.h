@@ -10,6 +10,8 @@ namespace orx {
 
 /// Allocates the row pointers for `rows` rows, and sets the dimensions.
 void AllocateRowPointers(CompressedRows& matrix, std::int32_t rows, std::int32_t columns);
+/// Turns counts[i + 1], the number of entries of row i, into the row pointers.
+void SumCounts(std::int32_t* counts, std::int32_t rows);
 /// Changes the length of the column indices and of the values; the leading ones stay.
 void ResizeEntries(CompressedRows& matrix, std::int64_t entries);
 

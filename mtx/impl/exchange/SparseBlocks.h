@@ -1,6 +1,7 @@
 #pragma once
 
 #include "mtx/CompressedRows.h"
+#include "mtx/layouts/FileLayouts.h"
 
 namespace orx {
 
@@ -11,12 +12,9 @@ namespace orx {
 //              b blocks of column indices | values of (j, i) | values of (i, j)                unsymmetric
 //   chunked    chunk: columns, values | chunk: columns, values | ... | last chunk, padded | trailer
 
-/// Chunks of a file have 2^chunkExponent elements. Tests use smaller ones.
-constexpr int chunkExponent = 17;
-
 CompressedRows ReadBlockBinary(char const* path);
 
-/// The chunk length is the caller's; the exponent in the header of the file is ignored.
+/// Chunks have 2^exponent elements; tests use small ones. The exponent in the header of the file is ignored.
 CompressedRows ReadChunkedBinary(char const* path, int exponent = chunkExponent);
 
 /// REQUIRES the symmetric form. When the number of entries is a multiple of the chunk length, the entries of

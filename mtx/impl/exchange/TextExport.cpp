@@ -45,23 +45,11 @@ private:
   char* m_next = nullptr;
 };
 
-/// Calls visit(row, column, value) for the entries of a row.
-template<class Visit>
-void ForEachEntry(CompressedRowsView const& matrix, std::int32_t row, Visit visit) {
-  for (std::int32_t k = matrix.rowPointers[row]; k < matrix.rowPointers[row + 1]; ++k)
-    visit(row, static_cast<std::int32_t>(matrix.columnIndices[k]), matrix.values[k]);
-}
-template<class Visit>
-void ForEachEntry(CompressedRowsView const& matrix, Visit visit) {
-  for (std::int32_t row = 0; row < matrix.rows; ++row)
-    ForEachEntry(matrix, row, visit);
-}
-
 /// Returns the equations 0 to the last one that a line names. Asks for each once, before the file is opened.
 std::vector<ORXSrvNodeDof> NodeDofs(CompressedRowsView const& matrix, ORXSrvSystemDofDefinition const& dofs) {
   std::int32_t const defined = dofs.NumberOfDofs();
   std::int32_t last = -1;
-  ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double) {
+  ForEachStored(matrix, [&](std::int32_t row, std::int32_t column, double) {
     last = std::max(last, matrix.rows == matrix.columns ? std::max(row, column) : row);
   });
   if (last >= defined) dofs.NodeDofFromSolverDof(last); // raises the error
@@ -75,16 +63,8 @@ std::vector<ORXSrvNodeDof> NodeDofs(CompressedRowsView const& matrix, ORXSrvSyst
 
 void WriteOneBasedText(char const* path, CompressedRowsView const& matrix) {
   LineWriter lines(path);
-  auto const write = [&](std::int32_t row, std::int32_t column, double value) {
-    lines.Begin().Put(std::int64_t{row} + 1).Put(' ').Put(std::int64_t{column} + 1).Put(' ').End(value);
-  };
-  bool const isSymmetricForm = matrix.diagonal != nullptr;
-  if (isSymmetricForm)
-    for (std::int32_t i = 0; i < matrix.rows; ++i)
-      write(i, i, matrix.diagonal[i]);
   ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double value) {
-    write(row, column, value);
-    if (isSymmetricForm) write(column, row, value);
+    lines.Begin().Put(std::int64_t{row} + 1).Put(' ').Put(std::int64_t{column} + 1).Put(' ').End(value);
   });
   lines.Close();
 }
@@ -96,7 +76,8 @@ void WriteZeroBasedText(char const* path, CompressedRowsView const& matrix) {
   };
   for (std::int32_t i = 0; i < matrix.rows; ++i) {
     if (matrix.diagonal != nullptr) write(i, i, matrix.diagonal[i]);
-    ForEachEntry(matrix, i, write);
+    for (std::int32_t k = matrix.rowPointers[i]; k < matrix.rowPointers[i + 1]; ++k)
+      write(i, static_cast<std::int32_t>(matrix.columnIndices[k]), matrix.values[k]);
   }
   lines.Close();
 }
@@ -106,7 +87,7 @@ void WriteNodeDofText(char const* path, CompressedRowsView const& matrix,
   std::vector<ORXSrvNodeDof> const equations = NodeDofs(matrix, dofs);
   bool const isSquare = matrix.rows == matrix.columns;
   LineWriter lines(path);
-  ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double value) {
+  ForEachStored(matrix, [&](std::int32_t row, std::int32_t column, double value) {
     ORXSrvNodeDof const ofRow = equations[static_cast<std::size_t>(row)];
     ORXSrvNodeDof const ofColumn =
         isSquare ? equations[static_cast<std::size_t>(column)] : ORXSrvNodeDof{column, 0};

@@ -29,6 +29,25 @@ ORXSrvSparseMatrix::ORXSrvSparseMatrix(CompressedRows&& content) noexcept
   Replace(std::move(content));
 }
 
+ORXSrvSparseMatrix::ORXSrvSparseMatrix(ORXSrvSparseMatrix&& other) noexcept
+    : m_entries(0), m_rows(0), m_columns(0) {
+  *this = std::move(other);
+}
+
+ORXSrvSparseMatrix& ORXSrvSparseMatrix::operator=(ORXSrvSparseMatrix&& other) noexcept {
+  std::swap(m_entries, other.m_entries);
+  std::swap(m_ordered, other.m_ordered);
+  std::swap(m_stored, other.m_stored);
+  std::swap(m_rows, other.m_rows);
+  std::swap(m_columns, other.m_columns);
+  std::swap(m_symmetryState, other.m_symmetryState);
+  std::swap(m_isAssembled, other.m_isAssembled);
+  std::swap(m_rowPattern, other.m_rowPattern);
+  std::swap(m_rowCSetID, other.m_rowCSetID);
+  std::swap(m_columnCSetID, other.m_columnCSetID);
+  return *this;
+}
+
 ORXSrvSparseMatrix::~ORXSrvSparseMatrix() = default;
 
 // Queries
@@ -47,20 +66,13 @@ std::int64_t ORXSrvSparseMatrix::NumberOfEntries() const noexcept {
 }
 
 ORXSrvSparseMatrixEntry* ORXSrvSparseMatrix::GetEntries(int& count) const {
-  std::int32_t const rows = m_stored.rowPointers != nullptr ? m_stored.rows : 0;
-  bool const bothTriangles = IsSymmetricForm();
   std::int64_t const total = NumberOfEntries();
   // A number of entries beyond an int becomes -1, a size that raises mem_OutOfMemory.
   auto entries = mem_MakeArray<ORXSrvSparseMatrixEntry>(total <= INT_MAX ? total : -1);
   ORXSrvSparseMatrixEntry* next = entries.get();
-  if (bothTriangles)
-    for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(rows); ++i)
-      *next++ = {i, i, m_stored.diagonal[i]};
-  for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(rows); ++i)
-    for (std::int32_t k = m_stored.rowPointers[i]; k < m_stored.rowPointers[i + 1]; ++k) {
-      *next++ = {i, m_stored.columnIndices[k], m_stored.values[k]};
-      if (bothTriangles) *next++ = {m_stored.columnIndices[k], i, m_stored.values[k]};
-    }
+  ForEachEntry(View(), [&](std::int32_t row, std::int32_t column, double value) {
+    *next++ = {static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(column), value};
+  });
   count = static_cast<int>(total);
   return entries.release();
 }

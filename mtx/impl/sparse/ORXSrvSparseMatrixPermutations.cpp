@@ -38,7 +38,7 @@ mem_Array<std::int32_t> Inverse(int const* perm, std::int32_t rows, char const* 
 }
 
 /// Allocates a matrix for the entries of another one, without row pointers and diagonal.
-CompressedRows NewOfSameEntries(CompressedRows const& matrix, std::int32_t columns) {
+CompressedRows AllocateLike(CompressedRows const& matrix, std::int32_t columns) {
   CompressedRows made;
   made.rows = matrix.rows;
   made.columns = columns;
@@ -48,20 +48,13 @@ CompressedRows NewOfSameEntries(CompressedRows const& matrix, std::int32_t colum
   return made;
 }
 
-/// Turns counts[i + 1], the entries of row i, into the row pointers.
-void SumUp(std::int32_t* counts, std::int32_t rows) {
-  counts[0] = 0;
-  for (std::int32_t i = 0; i < rows; ++i)
-    counts[i + 1] += counts[i];
-}
-
 /// Returns the row pointers of a matrix whose row newRow[i] is the old row i.
 mem_Array<std::int32_t> MovedRowPointers(std::int32_t const* rowPointers, std::int32_t rows,
                                          std::int32_t const* newRow) {
   auto moved = mem_MakeArray<std::int32_t>(std::int64_t{rows} + 1);
   for (std::int32_t i = 0; i < rows; ++i)
     moved[newRow[i] + 1] = rowPointers[i + 1] - rowPointers[i];
-  SumUp(moved.get(), rows);
+  SumCounts(moved.get(), rows);
   return moved;
 }
 
@@ -72,17 +65,18 @@ std::int32_t LongestRow(std::int32_t const* rowPointers, std::int32_t rows) {
   return longest;
 }
 
-constexpr std::int32_t mostRowsAlike = 8;
+constexpr std::int32_t largestRowGroup = 8;
 
-/// Number of rows from `first` with the same columns, at most mostRowsAlike.
-std::int32_t RowsAlike(CompressedRowsView const& matrix, std::int32_t first) {
-  std::int32_t alike = 1;
+/// Number of rows from `first` with the same columns, at most largestRowGroup.
+std::int32_t CountRowGroup(CompressedRowsView const& matrix, std::int32_t first) {
+  std::int32_t groupSize = 1;
   std::int32_t const length = matrix.Length(first);
   std::uint32_t const* const columns = matrix.ColumnsOf(first);
-  while (alike < mostRowsAlike && first + alike < matrix.rows && matrix.Length(first + alike) == length &&
-         std::equal(columns, columns + length, matrix.ColumnsOf(first + alike)))
-    ++alike;
-  return alike;
+  while (groupSize < largestRowGroup && first + groupSize < matrix.rows &&
+         matrix.Length(first + groupSize) == length &&
+         std::equal(columns, columns + length, matrix.ColumnsOf(first + groupSize)))
+    ++groupSize;
+  return groupSize;
 }
 
 /// The columns of a row with their new numbers, ascending, each with its position in the old row.
@@ -160,17 +154,17 @@ void GatherInPlace(std::uint32_t* columns, double* values, std::int32_t* source,
 /// Transposes row group by row group: stores each entry at next[column], the next position of its column.
 void TransposeByRows(CompressedRowsView const& rows, std::int32_t* next, CompressedRows& result) {
   for (std::int32_t first = 0; first < rows.rows;) {
-    std::int32_t const alike = RowsAlike(rows, first);
+    std::int32_t const groupSize = CountRowGroup(rows, first);
     std::int32_t const length = rows.Length(first);
     double const* const firstValues = rows.values + rows.rowPointers[first];
     for (std::int32_t k = 0; k < length; ++k) {
       std::int32_t& to = next[rows.ColumnsOf(first)[k]];
-      for (std::int32_t r = 0; r < alike; ++r, ++to) {
+      for (std::int32_t r = 0; r < groupSize; ++r, ++to) {
         result.columnIndices[to] = static_cast<std::uint32_t>(first + r);
         result.values[to] = firstValues[std::int64_t{r} * length + k];
       }
     }
-    first += alike;
+    first += groupSize;
   }
 }
 
@@ -218,7 +212,7 @@ void ORXSrvSparseMatrix::PermuteRows(int const* perm) {
   RequireGeneralForm("PermuteRows");
   RequireAssembled("PermuteRows");
   static_cast<void>(Inverse(perm, m_rows, "PermuteRows"));
-  CompressedRows moved = NewOfSameEntries(m_stored, m_columns);
+  CompressedRows moved = AllocateLike(m_stored, m_columns);
   moved.rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, perm);
   for (std::int32_t i = 0; i < m_rows; ++i) {
     std::int32_t const from = m_stored.rowPointers[i];
@@ -235,13 +229,13 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
   RequireNoMoreColumnsThanRows("Permute");
   auto const inverse = Inverse(perm, m_rows, "Permute");
   RenumberedRow row(inverse.get(), LongestRow(m_stored.rowPointers.get(), m_rows));
-  CompressedRows moved = NewOfSameEntries(m_stored, m_columns);
+  CompressedRows moved = AllocateLike(m_stored, m_columns);
   moved.rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, inverse.get());
   moved.diagonal = PermutedDiagonal(perm);
   CompressedRowsView const old = View();
   constexpr std::int32_t rowsAhead = 16; // rows go to scattered positions of the row pointers
   for (std::int32_t first = 0; first < m_rows;) {
-    std::int32_t const end = first + RowsAlike(old, first);
+    std::int32_t const end = first + CountRowGroup(old, first);
     if (rowsAhead < m_rows - first) __builtin_prefetch(moved.rowPointers.get() + inverse[first + rowsAhead]);
     row.Set(old.ColumnsOf(first), old.Length(first));
     moved.columns = std::max(moved.columns, row.ColumnsNeeded());
@@ -299,7 +293,7 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
   RequireAssembled("Transpose");
   if (IsSymmetricForm()) RequireNoMoreColumnsThanRows("Transpose");
   std::int32_t const entries = StoredEntries();
-  CompressedRows result = NewOfSameEntries(m_stored, m_rows);
+  CompressedRows result = AllocateLike(m_stored, m_rows);
   AllocateRowPointers(result, m_columns, m_rows);
   if (IsSymmetricForm()) {
     result.diagonal = mem_MakeArray<double>(m_columns);
@@ -311,7 +305,7 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Transpose() const {
   std::fill_n(next, std::int64_t{m_columns} + 1, 0);
   for (std::int32_t k = 0; k < entries; ++k)
     ++next[m_stored.columnIndices[k] + 1];
-  SumUp(next, m_columns);
+  SumCounts(next, m_columns);
   CompressedRowsView const rows = View();
   if (HasScatteredColumns(KernelArrays(rows), m_rows) && entries > entriesOfBucket) {
     TransposeByBuckets(rows, next, result);
