@@ -160,7 +160,8 @@ TEST(Modes, NoDefiniteCombinationIsAnError) {
                   "Unknown 2 has the diagonal values K = -4 and M = 0");
   EXPECT_CONTAINS(Ending([] { SolveModes(Identity(2, 1e308), Identity(2, 1e-300), 1); }),
                   "3 an eigenvalue that was asked for is beyond the range");
-  EXPECT_CONTAINS(Ending([] { SolveModes(Identity(2), SymmetricOf(2, {}), 1); }), "1 M holds no value other than 0");
+  EXPECT_CONTAINS(Ending([] { SolveModes(Identity(2), SymmetricOf(2, {}), 1); }),
+                  "1 M holds no value other than 0");
 }
 
 // The first guess of the shift goes by the diagonals and is 11 decades too low here.
