@@ -297,13 +297,9 @@ void CatalogWriter::SaveDrawer(sim::DistributionRecord& distribution) {
   }
   if (drawer.isSaved) return;
   if (distribution.hasSavedDrawer) ReplaceObject(path);
-  if (drawer.dense != nullptr) {
-    m_reversals.emplace_back([&drawer] { drawer.dense->MoveBack(); });
-    drawer.dense->MoveTo(path);
-  } else {
-    m_reversals.emplace_back([&drawer] { drawer.sparse->MoveBack(); });
-    drawer.sparse->MoveTo(path);
-  }
+  DrawerObject& object = drawer.dense != nullptr ? static_cast<DrawerObject&>(*drawer.dense) : *drawer.sparse;
+  m_reversals.emplace_back([&object] { object.MoveBack(); });
+  object.MoveTo(path);
 }
 
 void CatalogWriter::NoteExtensions(sim::Context& context) {

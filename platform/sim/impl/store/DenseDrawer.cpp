@@ -38,13 +38,7 @@ Handle CreationOf(std::int64_t dataset, std::string const& path) {
 } // namespace
 
 DenseDrawer::DenseDrawer(DatabaseFile& file, CellType cell, int rank)
-    : m_file(file), m_cell(cell), m_rank(rank), m_copier(file.Bytes(), m_chunks, cell) {}
-
-DenseDrawer::~DenseDrawer() {
-  if (m_pending.empty() || m_path != m_pending) return;
-  m_dataset.Close();
-  m_file.RemoveObject(m_path);
-}
+    : DrawerObject(file), m_cell(cell), m_rank(rank), m_copier(file.Bytes(), m_chunks, cell) {}
 
 // Creation
 
@@ -63,14 +57,14 @@ void DenseDrawer::CreateFilled(double fill) {
   RequirePossibleSize();
   std::uint64_t const freshFrom = ReserveChunks(m_chunks.Count());
   CreateDataset(fill);
-  if (!LookUpChunkOffsets(m_dataset.Get(), IsAllZeroBits(fill)))
+  if (!LookUpChunkOffsets(m_object.Get(), IsAllZeroBits(fill)))
     throw Hdf5Failure{.what = "creating a drawer", .cause = "not all of its chunks have space"};
   m_access = Access::Direct;
   for (std::uint64_t const offset : m_chunks.Offsets())
     m_copier.FillChunk(offset, freshFrom, fill);
   SaveLayout();
   // HDF5 visits every open object when it moves a link, so many new drawers must not stay open.
-  m_dataset.Close();
+  m_object.Close();
 }
 
 void DenseDrawer::RequirePossibleSize() const {
@@ -99,9 +93,9 @@ void DenseDrawer::CreateDataset(double fill) {
   Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), "asking for early space");
   Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), "taking over the filling");
   m_pending = m_path = m_file.PendingPath();
-  m_dataset = CheckedId(H5Dcreate2(m_file.Id(), m_path.c_str(), FileType(m_cell), space.Get(), H5P_DEFAULT,
-                                   creation.Get(), H5P_DEFAULT),
-                        "creating a drawer");
+  m_object = CheckedId(H5Dcreate2(m_file.Id(), m_path.c_str(), FileType(m_cell), space.Get(), H5P_DEFAULT,
+                                  creation.Get(), H5P_DEFAULT),
+                       "creating a drawer");
 }
 
 // Opening
@@ -118,17 +112,17 @@ std::unique_ptr<DenseDrawer> DenseDrawer::Open(DatabaseFile& file, std::string c
 }
 
 std::int64_t DenseDrawer::Dataset() {
-  if (m_dataset.IsValid()) return m_dataset.Get();
+  if (m_object.IsValid()) return m_object.Get();
   // Cells that HDF5 reads are read by the chunk, so HDF5 should keep a few chunks.
   Handle const access = AccessInsideFile(H5P_DATASET_ACCESS, m_path);
   constexpr std::size_t cacheBytes = 64 << 20;
   CheckedRead(H5Pset_chunk_cache(access.Get(), 12421, cacheBytes, 1.0), "opening " + m_path);
-  m_dataset = CheckedReadId(H5Dopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
-  return m_dataset.Get();
+  m_object = CheckedReadId(H5Dopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
+  return m_object.Get();
 }
 
 void DenseDrawer::ReleaseHandle() noexcept {
-  if (m_access != Access::ThroughHdf5) m_dataset.Close();
+  if (m_access != Access::ThroughHdf5) m_object.Close();
 }
 
 void DenseDrawer::ReadShape() {
@@ -257,10 +251,10 @@ std::uint64_t ObjectAddress(hid_t object) {
 /// checksums, but not the tree that holds the offsets of chunks. The attribute means nothing in a copy of the
 /// dataset that another program made; the header of the copy lies elsewhere.
 void DenseDrawer::CheckSavedLayout() const {
-  if (!HasAttribute(m_dataset, "layout")) return;
-  std::vector<std::uint64_t> const saved = ReadWords(m_dataset, "layout");
+  if (!HasAttribute(m_object, "layout")) return;
+  std::vector<std::uint64_t> const saved = ReadWords(m_object, "layout");
   if (saved.size() != 2) throw DamageFound{m_path + " has a layout attribute of another kind"};
-  if (saved[0] == ObjectAddress(m_dataset.Get()) && saved[1] != m_chunks.Checksum())
+  if (saved[0] == ObjectAddress(m_object.Get()) && saved[1] != m_chunks.Checksum())
     throw DamageFound{m_path + " does not have its cells where they were written"};
 }
 
@@ -268,19 +262,8 @@ void DenseDrawer::SaveLayout() {
   if (m_isLayoutSaved || m_access != Access::Direct) return;
   std::int64_t const dataset = Dataset();
   std::uint64_t const words[] = {ObjectAddress(dataset), m_chunks.Checksum()};
-  WriteAttribute(m_dataset, "layout", words);
+  WriteAttribute(m_object, "layout", words);
   m_isLayoutSaved = true;
-}
-
-void DenseDrawer::MoveTo(std::string const& path) {
-  m_dataset.Close();
-  std::string now = path;
-  m_file.MoveObject(m_path, now);
-  m_path.swap(now);
-}
-
-void DenseDrawer::MoveBack() {
-  if (m_path != m_pending) MoveTo(m_pending);
 }
 
 void DenseDrawer::CutTo(std::span<int const> sizes) {
@@ -307,7 +290,7 @@ std::vector<std::uint64_t> DenseDrawer::SetExtents(std::vector<std::int64_t> con
     Checked(H5Dset_extent(Dataset(), extents.data()), "changing the extents of a drawer");
     // HDF5's cache may hold fill values for the cells that are cut off. They must be written now: later, they
     // would overwrite cells that CellCopier has written.
-    m_dataset.Close();
+    m_object.Close();
     std::vector<std::uint64_t> added = m_chunks.Resize(
         wanted, [&](Indices const& firstCell) { return OffsetOfChunk(Dataset(), firstCell); }, areUnwritten);
     SaveLayout();
@@ -319,7 +302,7 @@ std::vector<std::uint64_t> DenseDrawer::SetExtents(std::vector<std::int64_t> con
 }
 
 void DenseDrawer::ForgetLayout() noexcept {
-  m_dataset.Close();
+  m_object.Close();
   m_chunks.SetExtents({});
   m_access = Access::Unknown;
   // The attribute may belong to the former extents, and would be taken for a sign of damage.
@@ -410,7 +393,7 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
   box.first[dim] = from;
   box.counts[dim] = std::max<std::int64_t>(0, std::min(to, edge) - from);
   FillBox(box, fill);
-  m_dataset.Close();
+  m_object.Close();
 }
 
 /// Extends the dataset, and fills the chunks that this adds.

@@ -2,7 +2,7 @@
 
 #include "sim/impl/store/CellCopier.h"
 #include "sim/impl/store/ChunkTable.h"
-#include "sim/impl/store/Handle.h"
+#include "sim/impl/store/DrawerObject.h"
 
 #include <cstdint>
 #include <memory>
@@ -11,8 +11,6 @@
 #include <vector>
 
 namespace orx::store {
-
-class DatabaseFile;
 
 /// The cells of a dense drawer: a chunked HDF5 dataset. HDF5 decides where in the file each chunk lies
 /// (ChunkTable), and CellCopier moves cells straight between the chunks and the caller's buffer. ChunkLengths
@@ -23,7 +21,7 @@ class DatabaseFile;
 ///
 /// A dataset of another program may be compressed, hold other number types, or have chunks without space: its
 /// cells are read through HDF5, and it can neither be written nor extended.
-class DenseDrawer {
+class DenseDrawer : public DrawerObject {
 public:
   /// Makes a new dataset whose cells are all `fill`, under a pending path until MoveTo. `chunks` are the
   /// lengths of the logical chunks; empty for a drawer that is stored whole.
@@ -32,11 +30,6 @@ public:
   /// Opens an existing dataset of `rank` dimensions. Its chunks are looked up when cells are first asked for.
   static std::unique_ptr<DenseDrawer> Open(DatabaseFile& file, std::string const& path, CellType cell,
                                            int rank);
-
-  DenseDrawer(DenseDrawer const&) = delete;
-  DenseDrawer& operator=(DenseDrawer const&) = delete;
-  /// Removes a dataset that is still pending, which frees its space.
-  ~DenseDrawer();
 
   int Rank() const noexcept { return m_rank; }
   /// Extent of the dataset, at least the size of the drawer: after an abandoned extension it is longer.
@@ -64,10 +57,6 @@ public:
   void CutTo(std::span<int const> sizes);
   /// Writes the attribute by which a later opening finds out whether the chunks' offsets were damaged.
   void SaveLayout();
-  /// Moves the dataset from its pending path to its own.
-  void MoveTo(std::string const& path);
-  /// Undoes MoveTo.
-  void MoveBack();
   /// Closes the dataset unless its cells are read through HDF5. The next use opens it again.
   void ReleaseHandle() noexcept;
 
@@ -97,7 +86,6 @@ private:
   void AddChunks(std::span<int const> sizes, int dim, std::int64_t to, double fill);
   void FillBox(DrawerBox const& box, double fill);
 
-  DatabaseFile& m_file;
   CellType m_cell;
   int m_rank;
   ChunkTable m_chunks;
@@ -106,9 +94,6 @@ private:
   bool m_isExtendable = true;
   bool m_isLayoutSaved = false;
   Access m_access = Access::Unknown;
-  std::string m_path;    ///< present path of the dataset
-  std::string m_pending; ///< path before MoveTo; "" for a dataset that was opened
-  Handle m_dataset;
 };
 
 } // namespace orx::store

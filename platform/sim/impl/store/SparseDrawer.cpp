@@ -120,13 +120,7 @@ std::string FindFault(SparseArrays const& arrays, std::int64_t rows, std::int64_
 } // namespace
 
 SparseDrawer::SparseDrawer(DatabaseFile& file, std::int64_t rows, std::int64_t columns)
-    : m_file(file), m_rows(rows), m_columns(columns) {}
-
-SparseDrawer::~SparseDrawer() {
-  if (m_pending.empty() || m_path != m_pending) return;
-  m_group.Close();
-  m_file.RemoveObject(m_path);
-}
+    : DrawerObject(file), m_rows(rows), m_columns(columns) {}
 
 std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int64_t rows,
                                                    std::int64_t columns, std::int64_t entries,
@@ -140,11 +134,11 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int6
   Guarded(file, [&] {
     file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(12 * entries + 12 * rows + 2 * metadataAllowance));
     drawer->m_pending = drawer->m_path = file.PendingPath();
-    drawer->m_group =
+    drawer->m_object =
         CheckedId(H5Gcreate2(file.Id(), drawer->m_path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
                   "creating a sparse drawer");
-    hid_t const group = drawer->m_group.Get();
-    WriteAttribute(drawer->m_group, "MATLAB_sparse", columns);
+    hid_t const group = drawer->m_object.Get();
+    WriteAttribute(drawer->m_object, "MATLAB_sparse", columns);
     WriteArray(group, "data", arrays.values, entries);
     WriteArray(group, "ir", arrays.columnIndices, entries);
     WriteArray(group, "jc", arrays.rowPointers, rows + 1);
@@ -169,24 +163,13 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Open(DatabaseFile& file, std::string
 }
 
 std::int64_t SparseDrawer::Group() {
-  if (m_group.IsValid()) return m_group.Get();
+  if (m_object.IsValid()) return m_object.Get();
   Handle const access = AccessInsideFile(H5P_GROUP_ACCESS, m_path);
-  m_group = CheckedReadId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
-  return m_group.Get();
+  m_object = CheckedReadId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
+  return m_object.Get();
 }
 
-void SparseDrawer::ReleaseHandle() noexcept { m_group.Close(); }
-
-void SparseDrawer::MoveTo(std::string const& path) {
-  ReleaseHandle();
-  std::string now = path;
-  m_file.MoveObject(m_path, now);
-  m_path.swap(now);
-}
-
-void SparseDrawer::MoveBack() {
-  if (m_path != m_pending) MoveTo(m_pending);
-}
+void SparseDrawer::ReleaseHandle() noexcept { m_object.Close(); }
 
 void SparseDrawer::Read(SparseArrays const& arrays) {
   Guarded(m_file, [&] {

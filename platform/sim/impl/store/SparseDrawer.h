@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sim/impl/store/Handle.h"
+#include "sim/impl/store/DrawerObject.h"
 
 #include <cstdint>
 #include <memory>
@@ -8,8 +8,6 @@
 #include <string>
 
 namespace orx::store {
-
-class DatabaseFile;
 
 /// The arrays of a sparse drawer, in the caller's memory. An array that does not exist or is not wanted is
 /// null.
@@ -24,18 +22,13 @@ struct SparseArrays {
 /// pointers) and, for the symmetric form, diagonal. These are the arrays of MATLAB's sparse matrices, which
 /// are stored by columns, so MATLAB reads the transpose. The matrix is written once, as a whole; each dataset
 /// has a checksum of its bytes as an attribute.
-class SparseDrawer {
+class SparseDrawer : public DrawerObject {
 public:
   /// Writes a new group, under a pending path until MoveTo. The diagonal may be null.
   static std::unique_ptr<SparseDrawer> Create(DatabaseFile& file, std::int64_t rows, std::int64_t columns,
                                               std::int64_t entries, SparseArrays const& arrays);
   static std::unique_ptr<SparseDrawer> Open(DatabaseFile& file, std::string const& path, std::int64_t rows,
                                             std::int64_t columns);
-
-  SparseDrawer(SparseDrawer const&) = delete;
-  SparseDrawer& operator=(SparseDrawer const&) = delete;
-  /// Removes a group that is still pending, which frees its space.
-  ~SparseDrawer();
 
   std::int64_t Entries() const noexcept { return m_entries; }
   bool HasDiagonal() const noexcept { return m_hasDiagonal; }
@@ -44,22 +37,15 @@ public:
 
   /// HDF5's identifier of the group. Opens the group when it is closed.
   std::int64_t Group();
-  /// Moves the group from its pending path to its own; MoveBack undoes this.
-  void MoveTo(std::string const& path);
-  void MoveBack();
   void ReleaseHandle() noexcept;
 
 private:
   SparseDrawer(DatabaseFile& file, std::int64_t rows, std::int64_t columns);
 
-  DatabaseFile& m_file;
   std::int64_t m_rows;
   std::int64_t m_columns;
   std::int64_t m_entries = 0;
   bool m_hasDiagonal = false;
-  std::string m_path;    ///< present path of the group
-  std::string m_pending; ///< path before MoveTo; "" for a group that was opened
-  Handle m_group;
 };
 
 } // namespace orx::store
