@@ -35,9 +35,9 @@ public:
   void Write(std::uint64_t offset, void const* from, std::size_t bytes);
   /// Copies the held bytes of the file range [offset, offset + bytes) to their positions in `buffer`, and
   /// leaves the others as they are there.
-  void LayOver(std::uint64_t offset, void* buffer, std::size_t bytes) const;
+  void CopyHeldBytes(std::uint64_t offset, void* buffer, std::size_t bytes) const;
   /// Drops the held bytes of a file range, which may become raw data.
-  void Release(std::uint64_t offset, std::uint64_t bytes);
+  void ReleaseBytes(std::uint64_t offset, std::uint64_t bytes);
   void Clear() noexcept;
 
   /// Reads the bytes that the pages do not hold from the file, as zeros behind its end, and returns the pages

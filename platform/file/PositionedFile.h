@@ -86,7 +86,7 @@ public:
   void ReadZeroFilled(std::uint64_t offset, void* to, std::size_t bytes) const;
   void WriteAt(std::uint64_t offset, void const* from, std::size_t bytes);
   /// Makes the range read as zeros and keeps its space; cheap for large ranges.
-  void Zero(std::uint64_t offset, std::uint64_t bytes);
+  void ZeroRange(std::uint64_t offset, std::uint64_t bytes);
 
   // Size and durability
 
@@ -105,7 +105,7 @@ public:
 
   // Mapping
 
-  /// Finds out whether an opened file can be mapped, and reserves space for holes that another program has
+  /// Determines if an opened file can be mapped, and reserves space for holes that another program has
   /// left in it. Call this before mapping, and only once the file is known to be one of ours.
   void PrepareMapping();
   /// True when Bytes may be used. False where the file system does not keep reserved space: a full disk would
@@ -133,7 +133,7 @@ private:
   void Open();
   void OpenStaged();
   void LockPredecessor();
-  void Lock(int descriptor) const;
+  void LockFile(int descriptor) const;
   void CheckIdentity();
   void CloseAll() noexcept;
   int MoveToTarget();

@@ -111,7 +111,7 @@ public:
   std::uint64_t FreshFrom() const noexcept { return m_usedEnd; }
 
   /// Drops the held metadata of a range whose space is given up.
-  void ReleaseMetadata(std::uint64_t offset, std::uint64_t bytes) { m_overlay.Release(offset, bytes); }
+  void ReleaseMetadata(std::uint64_t offset, std::uint64_t bytes) { m_overlay.ReleaseBytes(offset, bytes); }
 
   // Queries
 
@@ -151,7 +151,7 @@ private:
 
   TransactionalFile(std::string const& path, PositionedFile::Mode mode, bool isScratch);
   bool IsDiscarding() const noexcept { return m_state == State::Discarding; }
-  void Recover();
+  void RecoverCommit();
   void LoadJournal(Journal::Trailer const& trailer);
   void RequireUsable(char const* operation);
   void Sync();

@@ -26,18 +26,18 @@ TEST(PageOverlay, BehavesAsAListOfHeldBytes) {
       overlay.Write(offset, written.data(), bytes);
       std::fill_n(model.begin() + static_cast<std::ptrdiff_t>(offset), bytes, written[0]);
     } else {
-      overlay.Release(offset, bytes);
+      overlay.ReleaseBytes(offset, bytes);
       std::fill_n(model.begin() + static_cast<std::ptrdiff_t>(offset), bytes, std::nullopt);
     }
 
     std::size_t const from = random() % size;
     std::string seen(size - from, '~');
-    overlay.LayOver(from, seen.data(), seen.size());
+    overlay.CopyHeldBytes(from, seen.data(), seen.size());
 
     for (std::size_t k = 0; k < seen.size(); ++k)
       ASSERT_EQ(seen[k], model[from + k].value_or('~')) << "round " << round << ", offset " << from + k;
   }
-  overlay.Release(0, size);
+  overlay.ReleaseBytes(0, size);
   EXPECT_TRUE(overlay.IsEmpty());
 }
 

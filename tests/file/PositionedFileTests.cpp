@@ -67,7 +67,7 @@ TEST_P(PositionedFileOn, ZeroedRangesKeepTheirNeighboursAndTheirSpace) {
     file.WriteAt(0, expected.data(), expected.size());
     auto const* const mapped = reinterpret_cast<char const*>(file.Bytes(0, 10 * page));
 
-    file.Zero(offset, bytes);
+    file.ZeroRange(offset, bytes);
 
     std::memset(expected.data() + offset, 0, bytes);
     EXPECT_EQ(ReadWhole(m_path), expected);

@@ -42,7 +42,7 @@ void ForEachWord(std::size_t begin, std::size_t end, Visit visit) {
   }
 }
 
-/// Copies the bytes of [begin, end) in a page that are held (`isHeld`), or those that are not.
+/// Copies the held bytes of [begin, end) in a page (`isHeld`), or the bytes that are not held.
 void CopyHeldOrOthers(bool isHeld, PageOverlay::Page const& page, std::size_t begin, std::size_t end,
                       std::byte const* from, std::byte* to) {
   ForEachWord(begin, end, [&](std::size_t word, std::uint64_t mask) {
@@ -97,7 +97,7 @@ void PageOverlay::Write(std::uint64_t offset, void const* from, std::size_t byte
   });
 }
 
-void PageOverlay::LayOver(std::uint64_t offset, void* buffer, std::size_t bytes) const {
+void PageOverlay::CopyHeldBytes(std::uint64_t offset, void* buffer, std::size_t bytes) const {
   if (IsEmpty()) return;
   auto* const target = static_cast<std::byte*>(buffer);
   ForEachPage(offset, bytes, [&](PageRange const& range) {
@@ -111,7 +111,7 @@ void PageOverlay::LayOver(std::uint64_t offset, void* buffer, std::size_t bytes)
   });
 }
 
-void PageOverlay::Release(std::uint64_t offset, std::uint64_t bytes) {
+void PageOverlay::ReleaseBytes(std::uint64_t offset, std::uint64_t bytes) {
   if (IsEmpty() || bytes == 0) return;
   std::uint64_t const end = offset + bytes;
   std::uint64_t const firstPage = offset / pageBytes;

@@ -228,7 +228,7 @@ void PositionedFile::Open() {
     m_descriptor = OpenWithoutBlocking(m_path, flags);
     if (m_descriptor < 0)
       throw FileError(Access::Open, m_mode == Mode::Scratch ? "creating" : "opening", m_path, errno);
-    Lock(m_descriptor);
+    LockFile(m_descriptor);
     CheckIdentity();
   }
   if (m_mode != Mode::Scratch && !IsCreating()) return;
@@ -251,7 +251,7 @@ void PositionedFile::OpenStaged() {
     throw FileError(Access::Open, "creating", m_path, error);
   }
   try {
-    Lock(m_descriptor);
+    LockFile(m_descriptor);
     CheckIdentity();
   } catch (FileError const&) {
     m_stagedPath.clear(); // the staged file belongs to another process
@@ -271,10 +271,10 @@ void PositionedFile::LockPredecessor() {
   struct stat facts {};
   if (fstat(m_predecessor, &facts) == 0 && !S_ISREG(facts.st_mode))
     throw FileError(Access::Open, "opening", m_path, ENODEV, "it is not a regular file");
-  Lock(m_predecessor);
+  LockFile(m_predecessor);
 }
 
-void PositionedFile::Lock(int descriptor) const {
+void PositionedFile::LockFile(int descriptor) const {
   int const kind = IsReadOnly() ? LOCK_SH : LOCK_EX;
   int const error = CallUninterrupted([&] { return flock(descriptor, kind | LOCK_NB); });
   if (error == 0) return;
@@ -439,7 +439,7 @@ void PositionedFile::WriteAt(std::uint64_t offset, void const* from, std::size_t
   }
 }
 
-void PositionedFile::Zero(std::uint64_t offset, std::uint64_t bytes) {
+void PositionedFile::ZeroRange(std::uint64_t offset, std::uint64_t bytes) {
   RequireOwner("writing to");
   std::uint64_t const end = offset + bytes;
   std::uint64_t const firstPage = std::min(RoundUp(offset, pageBytes), end);

@@ -102,13 +102,13 @@ std::unique_ptr<TransactionalFile> TransactionalFile::Open(std::string const& pa
   std::unique_ptr<TransactionalFile> file(new TransactionalFile(path, mode, false));
   // Only HDF5 knows where the committed state ends; until the first commit it is taken to be the whole file.
   file->m_committedEnd = file->m_usedEnd = file->m_file.Size();
-  file->Recover();
+  file->RecoverCommit();
   return file;
 }
 
 TransactionalFile::~TransactionalFile() { DropUncommitted(); }
 
-void TransactionalFile::Recover() {
+void TransactionalFile::RecoverCommit() {
   std::array<char, signatureBytes> start{};
   m_file.ReadZeroFilled(0, start.data(), start.size());
   if (start != applyingMark) return;
@@ -292,7 +292,7 @@ void TransactionalFile::MarkDue() {
 /// state.
 void TransactionalFile::RestoreSignature() {
   std::array<std::byte, signatureBytes> signature{};
-  m_overlay.LayOver(0, signature.data(), signature.size());
+  m_overlay.CopyHeldBytes(0, signature.data(), signature.size());
   m_committedEnd = std::max(m_committedEnd, m_file.Size());
   m_usedEnd = std::max(m_usedEnd, m_file.Size());
   try {
@@ -354,7 +354,7 @@ void TransactionalFile::CopyTo(std::string const& path, bool replacesExisting) {
     std::size_t const here = std::min<std::uint64_t>(bytes.size(), m_committedEnd - at);
     m_file.ReadZeroFilled(at, bytes.data(), here);
     // The overlay of a reader has the pages of a journal that is due.
-    if (IsReadOnly()) m_overlay.LayOver(at, bytes.data(), here);
+    if (IsReadOnly()) m_overlay.CopyHeldBytes(at, bytes.data(), here);
     copy.WriteAt(at, bytes.data(), here);
   }
   copy.Sync();
@@ -372,7 +372,7 @@ void TransactionalFile::ReserveGrowth(std::uint64_t bytes) {
 }
 
 void TransactionalFile::SetEndOfAllocation(std::uint64_t end) {
-  if (!IsReadOnly() && end < m_end) m_overlay.Release(end, m_end - end);
+  if (!IsReadOnly() && end < m_end) m_overlay.ReleaseBytes(end, m_end - end);
   if (!IsReadOnly() && !IsDiscarding() && m_file.IsOwner() && end > m_end) {
     RequireUsable("reserving space in"); // the journal of a due commit lies behind the end
     if (end > m_file.Size()) ReserveUpTo(end);
@@ -415,7 +415,7 @@ std::uint64_t TransactionalFile::EndOfFile() const noexcept {
 
 void TransactionalFile::ReadMetadata(std::uint64_t offset, void* to, std::size_t bytes) const {
   m_file.ReadZeroFilled(offset, to, bytes);
-  m_overlay.LayOver(offset, to, bytes);
+  m_overlay.CopyHeldBytes(offset, to, bytes);
 }
 
 void TransactionalFile::WriteMetadata(std::uint64_t offset, void const* from, std::size_t bytes) {
@@ -447,7 +447,7 @@ void TransactionalFile::WriteRawData(std::uint64_t offset, void const* from, std
   // HDF5 also writes when a forked process exits, which must not change the file.
   if (IsDiscarding() || !m_file.IsOwner()) return;
   WillWriteRawData();
-  m_overlay.Release(offset, bytes);
+  m_overlay.ReleaseBytes(offset, bytes);
   m_file.WriteAt(offset, from, bytes);
 }
 

@@ -22,7 +22,7 @@ public:
     if (table) m_rows = table->ReadRows(0, table->Rows());
   }
 
-  bool Next() {
+  bool MoveToNext() {
     ++m_index;
     return static_cast<std::size_t>(m_index) * m_width < m_rows.size();
   }
@@ -72,7 +72,7 @@ void LoadNumbers(DatabaseFile& file, sim::Context& context) {
 }
 
 void LoadCollections(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed) {
-  for (RowReader row(file, context, tables::collections, unclaimed); row.Next();) {
+  for (RowReader row(file, context, tables::collections, unclaimed); row.MoveToNext();) {
     row.RequireChecksum();
     row.Require(IsValidNumber(row[0]) && !context.AllCollections().contains(row[0]),
                 "has a number that cannot be");
@@ -83,7 +83,7 @@ void LoadCollections(DatabaseFile& file, sim::Context& context, std::int64_t& un
 }
 
 void LoadMembers(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed) {
-  for (RowReader row(file, context, tables::members, unclaimed); row.Next();) {
+  for (RowReader row(file, context, tables::members, unclaimed); row.MoveToNext();) {
     std::span<int const> const list = row.ReadList(row[2], row[1]);
     sim::CollectionRecord& collection = context.CollectionAt(row[0]);
     if (row[2] < 0) row.Require(collection.members.AddLeading(row[1]), "has labels that cannot be");
@@ -96,7 +96,7 @@ void LoadMembers(DatabaseFile& file, sim::Context& context, std::int64_t& unclai
 }
 
 void LoadColors(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed) {
-  for (RowReader row(file, context, tables::colors, unclaimed); row.Next();) {
+  for (RowReader row(file, context, tables::colors, unclaimed); row.MoveToNext();) {
     row.RequireChecksum();
     sim::CollectionRecord& collection = context.CollectionAt(row[0]);
     row.Require(row[1] >= 0, "has a colour that cannot be");
@@ -111,7 +111,7 @@ bool IsProgressionOfLabels(sim::SavedLabels const& labels) {
 }
 
 void LoadSets(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed) {
-  for (RowReader row(file, context, tables::sets, unclaimed); row.Next();) {
+  for (RowReader row(file, context, tables::sets, unclaimed); row.MoveToNext();) {
     sim::SavedLabels const labels{.count = row[3], .start = row[4], .stride = row[5], .list = row[6]};
     row.Require(labels.count >= 0, "has a number of labels that cannot be");
     for (int const label : row.ReadList(labels.list, labels.count))
@@ -162,7 +162,7 @@ std::shared_ptr<sim::Drawer> LoadDrawer(RowReader const& row, sim::Context& cont
 }
 
 void LoadDistributions(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed) {
-  for (RowReader row(file, context, tables::distributions, unclaimed); row.Next();) {
+  for (RowReader row(file, context, tables::distributions, unclaimed); row.MoveToNext();) {
     int const rank = row[3];
     row.Require(rank >= 1 && rank <= maxRank, "has a number of dimensions that cannot be");
     std::span<int const> const list = row.ReadList(row[5], 4 * std::int64_t{rank});

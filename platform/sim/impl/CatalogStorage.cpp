@@ -190,10 +190,10 @@ void CatalogWriter::SaveTypes() {
 void CatalogWriter::SaveCollection(int number) {
   sim::CollectionRecord const& record = m_context->CollectionAt(number);
   if (!record.isSaved) AddRow(tables::collections, {number, record.type.type});
-  int const leading = record.members.Leading();
+  int const leading = record.members.LeadingCount();
   if (record.savedMembers < leading) AddRow(tables::members, {number, leading - record.savedMembers, -1});
-  std::span<int const> const added =
-      record.members.Added().subspan(static_cast<std::size_t>(std::max(0, record.savedMembers - leading)));
+  std::span<int const> const added = record.members.AddedLabels().subspan(
+      static_cast<std::size_t>(std::max(0, record.savedMembers - leading)));
   if (!added.empty())
     AddRow(tables::members, {number, static_cast<int>(added.size()), AddNumbers(added)}, added);
   for (std::size_t k = record.savedColors; k < record.colors.size(); ++k)

@@ -252,7 +252,7 @@ ORXSimCSetID Context::FindOrAddSet(ORXSimCollectionID const& collection, ORXSimI
   int const of = collection.Minor().collection;
   number = NewSetNumber(isTemporary);
   ChangeUndoably(
-      [this, number, of, leading = owner.members.Leading(), added = owner.members.Added().size()] {
+      [this, number, of, leading = owner.members.LeadingCount(), added = owner.members.AddedLabels().size()] {
         RemoveSet(number);
         if (auto const found = m_collections.find(of); found != m_collections.end())
           found->second->members.ShrinkTo(leading, added);

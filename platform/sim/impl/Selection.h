@@ -16,7 +16,7 @@ namespace orx::sim {
 /// Raises "The view does not fit distribution 3 of context 0 of FILE: TEXT."
 [[noreturn]] void RefuseView(DistributionRecord const& record, std::string const& text);
 /// Checks that the selections, of a transfer of this form, select positions of the present drawer, which is
-/// opened for it. Whether the drawer has each label of a selected set is left to CheckMembers.
+/// opened for it. The labels of selected sets are not checked; see CheckMembers.
 void CheckSelections(DistributionRecord const& record, ORXSimArray<ORXSimDimSelection> const& selections,
                      ORXSimSerializationType const& serialization);
 /// Checks that the drawer has each member of the selected sets.

@@ -52,7 +52,7 @@ void CellCopier::FillChunk(std::uint64_t offset, std::uint64_t freshFrom, double
   if (!IsAllZeroBits(fill)) {
     WriteFill(offset, fill);
   } else if (offset < freshFrom) {
-    m_file.File().Zero(offset, static_cast<std::uint64_t>(ChunkBytes()));
+    m_file.File().ZeroRange(offset, static_cast<std::uint64_t>(ChunkBytes()));
   }
   m_file.WillWriteRawData();
 }
@@ -137,7 +137,8 @@ void WriteByCalls(file::PositionedFile& file, std::uint64_t offset, TwoStridedBo
   }
 }
 
-/// The same box with runs that are as long as possible, each contiguous on both sides.
+/// Joins dimensions of the box into runs that are contiguous on both sides; returns the box as it is when
+/// that is not possible.
 TwoStridedBox LengthenRuns(TwoStridedBox const& box) {
   TwoStridedBox simple = box;
   simple.Simplify();

@@ -11,7 +11,7 @@ void ChunkTable::SetLengths(std::vector<std::int64_t> lengths) {
   m_cellsPerChunk = SaturatedProduct(m_lengths);
 }
 
-std::int64_t ChunkTable::Count() const {
+std::int64_t ChunkTable::CountChunks() const {
   std::vector<std::int64_t> counts(m_lengths.size());
   for (std::size_t dim = 0; dim < counts.size(); ++dim)
     counts[dim] = CountAlong(static_cast<int>(dim));
@@ -34,7 +34,7 @@ void ChunkTable::SetOffsets(std::vector<std::uint64_t> offsets, bool areUnwritte
 }
 
 void ChunkTable::FindOffsets(FindOffset const& find, bool areUnwritten) {
-  std::vector<std::uint64_t> offsets(static_cast<std::size_t>(Count()));
+  std::vector<std::uint64_t> offsets(static_cast<std::size_t>(CountChunks()));
   // In a buffer of the drawer's shape, a chunk begins where it begins in the drawer.
   ForEachChunk(AllCells(), [&](BoxInChunk const& box) { offsets[box.chunk] = find(box.bufferFirst); });
   SetOffsets(std::move(offsets), areUnwritten);
@@ -45,7 +45,8 @@ std::vector<std::uint64_t> ChunkTable::Resize(std::vector<std::int64_t> extents,
   ChunkTable resized;
   resized.SetExtents(std::move(extents));
   resized.SetLengths(m_lengths);
-  resized.SetOffsets(std::vector<std::uint64_t>(static_cast<std::size_t>(resized.Count())), areUnwritten);
+  resized.SetOffsets(std::vector<std::uint64_t>(static_cast<std::size_t>(resized.CountChunks())),
+                     areUnwritten);
   std::vector<std::uint64_t> added;
   resized.ForEachChunk(resized.AllCells(), [&](BoxInChunk const& box) {
     if (std::optional<std::size_t> const former = Find(box.bufferFirst)) {

@@ -56,7 +56,7 @@ public:
     return CeilingDivision(m_extents[at], m_lengths[at]);
   }
   /// Number of all chunks.
-  std::int64_t Count() const;
+  std::int64_t CountChunks() const;
   /// Number of cells in a chunk, padding beyond the extents included.
   std::int64_t CellsPerChunk() const noexcept { return m_cellsPerChunk; }
   /// The box of all cells, for a buffer of the same shape.

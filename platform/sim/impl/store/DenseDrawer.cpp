@@ -55,7 +55,7 @@ std::unique_ptr<DenseDrawer> DenseDrawer::Create(DatabaseFile& file, CellType ce
 
 void DenseDrawer::CreateFilled(double fill) {
   RequirePossibleSize();
-  std::uint64_t const freshFrom = ReserveChunks(m_chunks.Count());
+  std::uint64_t const freshFrom = ReserveChunks(m_chunks.CountChunks());
   CreateDataset(fill);
   if (!LookUpChunkOffsets(m_object.Get(), IsAllZeroBits(fill)))
     throw Hdf5Failure{.what = "creating a drawer", .cause = "not all of its chunks have space"};
@@ -208,7 +208,7 @@ bool DenseDrawer::LookUpChunkOffsets(std::int64_t dataset, bool areUnwritten) {
   Handle const space = CheckedReadId(H5Dget_space(dataset), "reading the shape of a drawer");
   hsize_t count = 0;
   CheckedRead(H5Dget_num_chunks(dataset, space.Get(), &count), "counting chunks");
-  if (static_cast<std::int64_t>(count) != m_chunks.Count()) return false;
+  if (static_cast<std::int64_t>(count) != m_chunks.CountChunks()) return false;
   m_chunks.FindOffsets([&](Indices const& firstCell) { return OffsetOfChunk(dataset, firstCell); },
                        areUnwritten);
   CheckOffsets();
@@ -334,7 +334,7 @@ void DenseDrawer::RequireWritable() {
 
 namespace {
 
-/// Callers tell a failed write by its code, whatever was in the way.
+/// Runs `work` and raises its errors as writeFailed: callers tell a failed write by this code.
 template<class Work>
 void RaiseAsFailedWrite(std::string const& path, DatabaseFile const& file, Work&& work) {
   try {

@@ -56,7 +56,7 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
   table.m_offset = Checked(H5Dget_offset(dataset.Get()), what);
   table.m_capacity = capacity;
   bytes.WillWriteRawData();
-  if (table.m_offset < freshFrom) bytes.File().Zero(table.m_offset, table.BytesOf(capacity));
+  if (table.m_offset < freshFrom) bytes.File().ZeroRange(table.m_offset, table.BytesOf(capacity));
   WriteAttribute(dataset, "rows", std::int64_t{0});
   return table;
 }
