@@ -2,6 +2,7 @@
 #include "blac/BLAC.h"
 #include "blac/sparse/InterleavedKernels.h"
 #include "blac/sparse/SpmvKernels.h"
+#include "tests/support/SparseProducts.h"
 
 #include <algorithm>
 #include <bit>
@@ -30,6 +31,10 @@ struct Sparse {
     rowPointers.push_back(static_cast<int>(columnIndices.size()));
     columnIndices.shrink_to_fit();
     values.shrink_to_fit();
+  }
+  std::vector<double> StatedSymmetricProduct(std::vector<double> const& diagonal,
+                                             std::vector<double> const& x) const {
+    return ::StatedSymmetricProduct(rowPointers, columnIndices, values, diagonal, x);
   }
 
   int columns;
@@ -125,19 +130,6 @@ std::vector<double> Stale(std::ptrdiff_t length) {
   return std::vector<double>(static_cast<std::size_t>(length), stale);
 }
 
-/// The same bits; one NaN is as good as another.
-testing::AssertionResult SameBits(std::vector<double> const& expected, std::vector<double> const& actual) {
-  auto const same = [](double x, double y) {
-    return (std::isnan(x) && std::isnan(y)) ||
-           std::bit_cast<std::uint64_t>(x) == std::bit_cast<std::uint64_t>(y);
-  };
-  auto const [e, a] = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end(), same);
-  if (e == expected.end() && a == actual.end()) return testing::AssertionSuccess();
-  if (e == expected.end() || a == actual.end()) return testing::AssertionFailure() << "lengths differ";
-  return testing::AssertionFailure() << "element " << e - expected.begin() << " is " << *a
-                                     << " and should be " << *e;
-}
-
 std::vector<double> Perform(SpmvKernel kernel, SpmvOperands operands, std::ptrdiff_t length) {
   std::vector<double> y = Stale(length);
   operands.y = y.data();
@@ -174,20 +166,26 @@ Sparse Example() {
   return matrix;
 }
 
-#ifdef __x86_64__
+/// A set of kernels for a kind of processor.
+template<class Kernels>
 struct NamedSet {
   char const* name;
-  SpmvKernels const* set;
+  Kernels const* set;
   bool isSupported;
 };
 
-/// Each set for a kind of processor must give the bits of the plain one.
-class KernelsForProcessors : public testing::TestWithParam<NamedSet> {
+template<class Kernels>
+class OnProcessors : public testing::TestWithParam<NamedSet<Kernels>> {
 protected:
   void SetUp() override {
-    if (!GetParam().isSupported) GTEST_SKIP() << "this processor has no " << GetParam().name;
+    if (!this->GetParam().isSupported) GTEST_SKIP() << "this processor has no " << this->GetParam().name;
   }
+};
 
+#ifdef __x86_64__
+/// Each set for a kind of processor must give the bits of the plain one.
+class KernelsForProcessors : public OnProcessors<SpmvKernels> {
+protected:
   /// Product and transposed product, with a row list and without, for each number of vectors.
   static void Compare(Sparse const& matrix, std::vector<int> const& list, Maker& maker) {
     std::ptrdiff_t const rows = matrix.Rows();
@@ -212,8 +210,8 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(X86, KernelsForProcessors,
-                         testing::Values(NamedSet{"AVX2", &orx::blac::avx2SpmvKernels,
-                                                  __builtin_cpu_supports("avx2") != 0}),
+                         testing::Values(NamedSet<SpmvKernels>{"AVX2", &orx::blac::avx2SpmvKernels,
+                                                               __builtin_cpu_supports("avx2") != 0}),
                          [](auto const& set) { return set.param.name; });
 #endif
 
@@ -329,21 +327,6 @@ TEST_P(KernelsForProcessors, ClearWhatFourRowsReach) {
 
 namespace {
 
-/// The symmetric product of one vector as it is defined; `matrix` has the entries beside the diagonal.
-std::vector<double> StatedSymmetricProduct(Sparse const& matrix, std::vector<double> const& diagonal,
-                                           double const* x) {
-  std::vector<double> y(diagonal.size());
-  for (int i = 0; i < matrix.Rows(); ++i) {
-    double sum = 0.0;
-    for (int k = matrix.rowPointers[i]; k < matrix.rowPointers[i + 1]; ++k) {
-      sum += matrix.values[k] * x[matrix.columnIndices[k]];
-      y[matrix.columnIndices[k]] += matrix.values[k] * x[i];
-    }
-    y[i] += diagonal[i] * x[i] + sum;
-  }
-  return y;
-}
-
 /// Random rows below the diagonal, those of three unknowns with their columns in common, and now and then an
 /// entry above it.
 Sparse NodesBelowDiagonal(Maker& maker, int nodes) {
@@ -387,31 +370,10 @@ struct AlignedWorkspace {
   std::vector<double> values;
 };
 
-std::vector<double> StatedSymmetricProduct(Sparse const& matrix, std::vector<double> const& diagonal,
-                                           std::vector<double> const& x, int vectors) {
-  std::vector<double> y;
-  for (int v = 0; v < vectors; ++v) {
-    auto const one = StatedSymmetricProduct(matrix, diagonal, x.data() + v * std::ssize(diagonal));
-    y.insert(y.end(), one.begin(), one.end());
-  }
-  return y;
-}
+class VectorsInterleaved : public OnProcessors<orx::blac::InterleavedKernels> {};
 
-struct NamedInterleaved {
-  char const* name;
-  orx::blac::InterleavedKernels const* set;
-  bool isSupported;
-};
-
-class VectorsInterleaved : public testing::TestWithParam<NamedInterleaved> {
-protected:
-  void SetUp() override {
-    if (!GetParam().isSupported) GTEST_SKIP() << "this processor has no " << GetParam().name;
-  }
-};
-
-std::vector<NamedInterleaved> InterleavedSets() {
-  std::vector<NamedInterleaved> sets{{"Plain", &orx::blac::plainInterleavedKernels, true}};
+std::vector<VectorsInterleaved::ParamType> InterleavedSets() {
+  std::vector<VectorsInterleaved::ParamType> sets{{"Plain", &orx::blac::plainInterleavedKernels, true}};
 #ifdef __x86_64__
   sets.push_back({"AVX2", &orx::blac::avx2InterleavedKernels, __builtin_cpu_supports("avx2") != 0});
 #endif
@@ -459,7 +421,7 @@ TEST_P(VectorsInterleaved, MultiplyTheSymmetricFormInTheStatedOrder) {
           AlignedWorkspace workspace(orx::blac::RingWorkspace(slots, 2 << width));
           GetParam().set->symmetricProduct[width]({matrix.Arrays(), diagonal.data(), rows, rows, vectors,
                                                    x.data(), y.data(), workspace.Begin(), slots});
-          EXPECT_TRUE(SameBits(StatedSymmetricProduct(matrix, diagonal, x, vectors), y))
+          EXPECT_TRUE(SameBits(matrix.StatedSymmetricProduct(diagonal, x), y))
               << rows << " rows, " << vectors << " vectors, " << slots;
         }
   }
@@ -476,7 +438,7 @@ TEST_P(KernelsForProcessors, MultiplyTheSymmetricFormInTheStatedOrder) {
       std::vector<double> const x = maker.SpecialValues(diagonal.size() * static_cast<std::size_t>(vectors));
       SpmvOperands const operands{matrix.Arrays(), nullptr, length,         matrix.Rows(),
                                   x.data(),        nullptr, diagonal.data()};
-      std::vector<double> const expected = StatedSymmetricProduct(matrix, diagonal, x, vectors);
+      std::vector<double> const expected = matrix.StatedSymmetricProduct(diagonal, x);
       for (SpmvKernels const* const set : {&orx::blac::plainSpmvKernels, GetParam().set})
         EXPECT_TRUE(
             SameBits(expected, Perform(set->symmetricProduct[vectors - 1], operands, length * vectors)))

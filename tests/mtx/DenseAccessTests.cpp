@@ -17,14 +17,13 @@ Doubles Part(Doubles const& all, int rows, int firstRow, int lastRow, int firstC
   Doubles part;
   for (int j = firstColumn; j <= lastColumn; ++j)
     for (int i = firstRow; i <= lastRow; ++i)
-      part.push_back(all[static_cast<std::size_t>(j * rows + i)]);
+      part.push_back(all[j * rows + i]);
   return part;
 }
 
 Doubles Read(ORXSrvDenseMatrix const& a, int firstRow, int lastRow, int firstColumn, int lastColumn) {
   // One value more than the rectangle has: it must stay.
-  Doubles values(static_cast<std::size_t>((lastRow - firstRow + 1) * (lastColumn - firstColumn + 1)) + 1,
-                 -1.0);
+  Doubles values(((lastRow - firstRow + 1) * (lastColumn - firstColumn + 1)) + 1, -1.0);
   ORXSrvMatrix target(static_cast<int>(values.size()), 1, values.data());
   a.GetValues(firstRow, lastRow, firstColumn, lastColumn, target);
   EXPECT_EQ(values.back(), -1.0);
@@ -78,7 +77,7 @@ TEST_P(DenseAccess, EveryWriteChangesItsRectangleOnly) {
       for (int j = c1; j <= c2; ++j)
         for (int i = r1; i <= r2; ++i) {
           part.push_back(-1.0 - static_cast<double>(part.size()));
-          expected[static_cast<std::size_t>((j + frame) * storedRows + i + frame)] = part.back();
+          expected[(j + frame) * storedRows + i + frame] = part.back();
         }
       Write(*m_a, r1, r2, c1, c2, part);
       ASSERT_EQ(InDatabase(), expected) << r1 << " " << r2 << " " << c1 << " " << c2;
@@ -228,7 +227,7 @@ TEST_F(DenseValues, TrianglesOfOtherShapesStayInsideTheirBuffers) {
   for (auto const& [rows, columns] : {std::pair{1, 4}, {2, 3}, {4, 2}}) {
     DensePtr const a = m_database.New(rows, columns, -1, -1);
     Number(*a);
-    Doubles out(static_cast<std::size_t>(columns * (columns + 1) / 2) + 1, -1.0);
+    Doubles out((columns * (columns + 1) / 2) + 1, -1.0);
     a->GetLowerValues(out.data());
     a->GetSymmetricValues(out.data());
     EXPECT_EQ(out.back(), -1.0);

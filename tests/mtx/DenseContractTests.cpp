@@ -21,9 +21,7 @@ protected:
   /// A matrix that holds one value everywhere.
   DensePtr Filled(int rows, int columns, double value) const {
     DensePtr matrix = m_database.New(rows, columns, -1, -1);
-    if (rows > 0 && columns > 0)
-      Write(*matrix, 0, rows - 1, 0, columns - 1,
-            Doubles(static_cast<std::size_t>(rows) * static_cast<std::size_t>(columns), value));
+    if (rows > 0 && columns > 0) Write(*matrix, 0, rows - 1, 0, columns - 1, Doubles(rows * columns, value));
     return matrix;
   }
   /// 9 x 9 values 100 * i + j.
@@ -287,7 +285,7 @@ TEST_F(DenseContract, AnErrorLeavesFinishedBlocksAndWhatWasThere) {
     Doubles expected = before;
     for (int j = 0; j < 2; ++j)
       for (int i = 0; i < 2 * update.blocksDone; ++i)
-        expected[static_cast<std::size_t>(8 * j + i)] = All(*finished)[static_cast<std::size_t>(8 * j + i)];
+        expected[8 * j + i] = All(*finished)[8 * j + i];
     EXPECT_EQ(All(*stopped), expected);
     EXPECT_EQ(All(*a), before);
     EXPECT_NE(All(*finished), before);

@@ -97,7 +97,7 @@ TEST_P(DenseBlocks, CoverTheMatrix) {
     EXPECT_EQ(a->NumberOfRows(), rows);
     EXPECT_EQ(a->MaxNumberOfRowsInBlock(), largest);
     EXPECT_EQ(a->NumberOfColumnsInBlockRange(0, a->NumberOfColumnBlocks() - 1), a->NumberOfColumns());
-    EXPECT_EQ(Labels(a->RowCSetID()).size(), static_cast<std::size_t>(rows));
+    EXPECT_EQ(Labels(a->RowCSetID()).size(), rows);
   }
 }
 

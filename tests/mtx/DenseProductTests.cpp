@@ -135,7 +135,7 @@ TEST_F(DenseProducts, PermutedRowsGoWhereThePermutationSays) {
     Dense permuted = Constant(rows, 7, 0.0);
     for (int j = 0; j < 7; ++j)
       for (int i = 0; i < rows; ++i)
-        permuted(permutation[static_cast<std::size_t>(i)], j) = a(i, j);
+        permuted(permutation[i], j) = a(i, j);
     ForEveryCut(a, [&](DensePtr const& blocks) {
       for (int const rowsOfB : {rows, (rows + 1) / 2}) {
         Dense b = Integers(rowsOfB, 3, 2);

@@ -31,8 +31,7 @@ inline DensePtr ViewOf(ORXSrvDenseMatrix const& parent, int firstRow, int lastRo
 
 /// All values, column-major.
 inline Doubles All(ORXSrvDenseMatrix const& matrix) {
-  Doubles values(static_cast<std::size_t>(matrix.NumberOfRows()) *
-                 static_cast<std::size_t>(matrix.NumberOfColumns()));
+  Doubles values(matrix.NumberOfRows() * matrix.NumberOfColumns());
   matrix.GetAllValues(values.data());
   return values;
 }
@@ -55,7 +54,7 @@ inline void Number(ORXSrvDenseMatrix& matrix) {
 
 inline std::vector<int> Labels(ORXSimCSetID const& id) {
   ORXSimCSet const set(id);
-  std::vector<int> labels(static_cast<std::size_t>(set.Size()));
+  std::vector<int> labels(set.Size());
   set.OrderedMembers(labels.data());
   return labels;
 }

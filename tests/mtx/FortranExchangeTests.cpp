@@ -18,8 +18,6 @@ void _gfortran_set_max_subrecord_length(
 
 namespace {
 
-using Access = ORXSrvSparseMatrixTestAccess;
-
 void WriteRecords(File const& file, int order, int band, bool swapped = false) {
   std::string const path = file.Path();
   write_record_file(path.c_str(), static_cast<int>(path.size()), order, band, swapped ? 1 : 0);
@@ -50,15 +48,14 @@ TEST(FortranImport, ReadsWhatAFortranProgramWrote) {
     for (int const band : {0, 1, 17}) {
       File const file;
       WriteRecords(file, order, band);
-      ORXSrvSparseMatrix matrix(0, 0);
-      matrix.Import(file.Path(), 0);
+      SparsePtr const matrix = NewImported(file.Path(), 0);
       Entries const expected = Written(static_cast<std::uint32_t>(order), static_cast<std::uint32_t>(band));
-      EXPECT_TRUE(EntriesOf(matrix) == expected) << order << ' ' << band;
-      EXPECT_EQ(matrix.NumberOfRows(), order);
-      EXPECT_EQ(matrix.NumberOfColumns(), order);
+      EXPECT_TRUE(EntriesOf(*matrix) == expected) << order << ' ' << band;
+      EXPECT_EQ(matrix->NumberOfRows(), order);
+      EXPECT_EQ(matrix->NumberOfColumns(), order);
       // This format counts the off-diagonal entries only.
-      EXPECT_EQ(matrix.NumberOfNonzeros(), (static_cast<int>(expected.size()) - order) / 2);
-      EXPECT_EQ(Access::SymmetryState(matrix), 1);
+      EXPECT_EQ(matrix->NumberOfNonzeros(), (static_cast<int>(expected.size()) - order) / 2);
+      EXPECT_EQ(Access::SymmetryState(*matrix), 1);
       EXPECT_FALSE(IsUnitOpen(81));
     }
 }
@@ -77,9 +74,7 @@ TEST(FortranImport, SubrecordsAreJoined) {
   WriteRecords(file, 60, 25);
   _gfortran_set_max_subrecord_length(2147483639);
   EXPECT_EQ(file.Content().substr(12, 4), Raw<int>({-64})); // really cut: a negative marker is continued
-  ORXSrvSparseMatrix matrix(0, 0);
-  matrix.Import(file.Path(), 0);
-  EXPECT_TRUE(EntriesOf(matrix) == Written(60, 25));
+  EXPECT_TRUE(EntriesOf(*NewImported(file.Path(), 0)) == Written(60, 25));
 }
 
 // The runtime looks at its environment when it starts, so a process of its own reads the swapped file.
@@ -87,15 +82,12 @@ constexpr char swappedFile[] = "ORX_TEST_SWAPPED_FILE";
 
 TEST(FortranImport, ReadsTheOtherByteOrderWhenTheRuntimeIsToldTo) {
   if (char const* const path = std::getenv(swappedFile)) {
-    ORXSrvSparseMatrix matrix(0, 0);
-    matrix.Import(path, 0);
-    EXPECT_TRUE(EntriesOf(matrix) == Written(40, 7));
+    EXPECT_TRUE(EntriesOf(*NewImported(path, 0)) == Written(40, 7));
     return;
   }
   File const file;
   WriteRecords(file, 40, 7, true);
-  ORXSrvSparseMatrix matrix(0, 0);
-  EXPECT_NE(Raised([&] { matrix.Import(file.Path(), 0); }).find("202 "), std::string::npos);
+  EXPECT_TRUE(RaisesFrom("202 ", [&] { NewImported(file.Path(), 0); }));
   std::string const self = std::filesystem::read_symlink("/proc/self/exe").string();
   std::string const command = std::string(swappedFile) + "='" + file.Path() +
                               "' GFORTRAN_CONVERT_UNIT=big_endian:81 '" + self +
@@ -107,35 +99,30 @@ TEST(FortranImport, AUnitThatTheHostHasInUseIsAnErrorAndStaysOpen) {
   File const file;
   WriteRecords(file, 2, 1);
   occupy_unit(81);
-  ORXSrvSparseMatrix matrix(0, 0);
-  EXPECT_EQ(Raised([&] { matrix.Import(file.Path(), 0); }),
-            "202 ORXSrvSparseImExPorter: Failed to open file " + std::string(file.Path()) +
-                ", record 1: the order of the matrix expected, found \"Fortran unit 81 is in use\".");
+  EXPECT_EQ(Raised([&] { NewImported(file.Path(), 0); }),
+            NotOpened(file.Path(),
+                      ", record 1: the order of the matrix expected, found \"Fortran unit 81 is in use\"."));
   EXPECT_TRUE(IsUnitOpen(81));
-  matrix.Import(file.Path(), 0);
-  EXPECT_EQ(matrix.NumberOfRows(), 2);
+  EXPECT_EQ(NewImported(file.Path(), 0)->NumberOfRows(), 2);
 }
 
 TEST(FortranImport, FaultsOfAFileLeaveTheUnitFree) {
   File const file;
   WriteRecords(file, 30, 5);
   std::string const whole = file.Content();
-  ORXSrvSparseMatrix matrix(0, 0);
   for (std::size_t length = 0; length < whole.size() - 4; ++length) {
     File const part(whole.substr(0, length));
-    EXPECT_EQ(Raised([&] { matrix.Import(part.Path(), 0); }).substr(0, 4), "202 ") << length;
+    EXPECT_TRUE(RaisesFrom("202 ", [&] { NewImported(part.Path(), 0); })) << length;
     EXPECT_FALSE(IsUnitOpen(81));
   }
 }
 
 TEST(FortranImport, RefusesPathsThatItsRuntimeWouldCutShort) {
-  ORXSrvSparseMatrix matrix(0, 0);
-  EXPECT_EQ(Raised([&] { matrix.Import("", 0); }), "202 ORXSrvSparseImExPorter: Failed to open file .");
+  EXPECT_EQ(Raised([] { NewImported("", 0); }), NotOpened("", "."));
   TemporaryFolder const folder;
   std::string const blank = folder.Write("blank ", "x");
-  EXPECT_EQ(Raised([&] { matrix.Import(blank.c_str(), 0); }),
-            "202 ORXSrvSparseImExPorter: Failed to open file " + blank +
-                ": Fortran cannot open a path that ends in a blank.");
+  EXPECT_EQ(Raised([&] { NewImported(blank.c_str(), 0); }),
+            NotOpened(blank, ": Fortran cannot open a path that ends in a blank."));
 }
 
 } // namespace

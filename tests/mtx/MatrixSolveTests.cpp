@@ -92,7 +92,7 @@ TEST(ForwardBackwardPass, SolvesForManyRightHandSides) {
       ORXSrvMatrix const values = symmetric ? RandomSymmetric(n) : RandomFull(n, n);
       ORXSrvMatrix factors(n, n, nullptr, symmetric, false);
       factors = values;
-      std::vector<int> pivots(static_cast<std::size_t>(n));
+      std::vector<int> pivots(n);
       factors.Factorize(pivots.data());
       for (bool const transpose : {false, true}) {
         ORXSrvMatrix const b = RandomFull(n, 3);

@@ -22,7 +22,7 @@ std::vector<double> ReadVector(fs::path const& path) {
 }
 
 std::vector<double> Ramp(int n) {
-  std::vector<double> ramp(static_cast<std::size_t>(n));
+  std::vector<double> ramp(n);
   std::iota(ramp.begin(), ramp.end(), 1.0);
   return ramp;
 }
@@ -54,7 +54,7 @@ void ExpectProduct(ORXSrvSparseMatrix const& sparse, bool transpose, std::vector
   ORXSrvMatrix const full = ToFull(sparse, false);
   int const rows = full.NumberOfRows();
   int const columns = full.NumberOfColumns();
-  std::size_t const length = static_cast<std::size_t>(transpose ? columns : rows);
+  std::size_t const length = (transpose ? columns : rows);
   ASSERT_EQ(expected.size(), length);
   std::vector<double> y(length);
   std::vector<double> bound(length);
@@ -84,7 +84,7 @@ void ExpectSolution(ORXSrvSparseMatrix const& sparse, bool transpose, bool symme
   std::vector<double> const expected = ReadVector(file);
   int const n = sparse.NumberOfRows();
   ORXSrvMatrix factors = ToFull(sparse, symmetric);
-  std::vector<int> pivots(static_cast<std::size_t>(n));
+  std::vector<int> pivots(n);
   factors.Factorize(pivots.data());
   std::vector<double> x = Ramp(n);
   ORXSrvMatrix rhs(n, 1, x.data());
@@ -104,7 +104,7 @@ void CheckMatrix(fs::path const& folder, std::string const& name, int conditionI
   ORXSrvSparseMatrix sparse(0, 0);
   sparse.Import(path.c_str(), 3);
   auto const with = [&](char const* suffix) { return folder / (name + suffix); };
-  std::vector<double> const ones(static_cast<std::size_t>(sparse.NumberOfColumns()), 1.0);
+  std::vector<double> const ones(sparse.NumberOfColumns(), 1.0);
   ExpectProduct(sparse, false, ones, with(".A_ones.txt"));
   ExpectProduct(sparse, true, Ramp(sparse.NumberOfRows()), with(".At_ramp.txt"));
   ExpectProduct(sparse, false, Ramp(sparse.NumberOfColumns()), with(".A_ramp.txt"));

@@ -13,7 +13,6 @@
 namespace {
 
 using namespace orx;
-using Access = ORXSrvSparseMatrixTestAccess;
 
 /// What assembly must give, by a map: sums in the order added, the first value taken as it is.
 Entries Reference(Entries const& triplets) {

@@ -7,11 +7,10 @@
 
 namespace {
 
-using Access = ORXSrvSparseMatrixTestAccess;
 using Ints = std::vector<int>;
 
 Ints RandomPermutation(int n, unsigned seed) {
-  Ints permutation(static_cast<std::size_t>(n));
+  Ints permutation(n);
   std::iota(permutation.begin(), permutation.end(), 0);
   std::shuffle(permutation.begin(), permutation.end(), std::mt19937(seed));
   return permutation;

@@ -11,8 +11,6 @@
 #include <utility>
 #include <vector>
 
-using SparsePtr = std::unique_ptr<ORXSrvSparseMatrix>;
-
 /// All entries of a sparse matrix, those that are not stored being zero.
 inline Dense DenseOf(ORXSrvSparseMatrix const& matrix) {
   Dense dense = Constant(matrix.NumberOfRows(), matrix.NumberOfColumns(), 0.0);
@@ -21,24 +19,18 @@ inline Dense DenseOf(ORXSrvSparseMatrix const& matrix) {
   return dense;
 }
 
-inline SparsePtr NewAssembled(int rows, int columns, Entries const& entries) {
-  auto matrix = std::make_unique<ORXSrvSparseMatrix>(rows, columns);
-  Assemble(*matrix, entries);
-  return matrix;
-}
-
 /// Small integers, zeros among them, in places of which some rows and columns have none, some many, and
 /// neighbours the same.
 inline SparsePtr RandomMatrix(unsigned seed, int rows, int columns) {
   std::mt19937 random(seed);
-  std::vector<bool> pattern(static_cast<std::size_t>(columns));
+  std::vector<bool> pattern(columns);
   Entries entries;
   for (int i = 0; i < rows; ++i) {
     if (i == 0 || random() % 2 == 0)
       for (int j = 0, density = static_cast<int>(random() % 4); j < columns; ++j)
-        pattern[static_cast<std::size_t>(j)] = j % 5 != 4 && static_cast<int>(random() % 4) < density;
+        pattern[j] = j % 5 != 4 && static_cast<int>(random() % 4) < density;
     for (int j = 0; j < columns; ++j)
-      if (pattern[static_cast<std::size_t>(j)])
+      if (pattern[j])
         entries.push_back({static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j),
                            static_cast<double>(random() % 11) - 5.0});
   }
@@ -55,7 +47,7 @@ struct Pairs {
   Doubles values, diagonal;
 
   /// The pairs of the places of `entries`, with their values.
-  Pairs(Entries const& entries, int n, Side side) : diagonal(static_cast<std::size_t>(n), 0.5) {
+  Pairs(Entries const& entries, int n, Side side) : diagonal(n, 0.5) {
     std::mt19937 random(static_cast<unsigned>(n));
     std::map<std::pair<std::uint32_t, std::uint32_t>, double> pairs;
     for (ORXSrvSparseMatrixEntry const& e : entries) {
@@ -63,7 +55,7 @@ struct Pairs {
       if (e.row == e.column) diagonal[e.row] = e.value;
       if (e.row != e.column) pairs[{low, high}] = e.value;
     }
-    std::vector<std::vector<std::pair<int, double>>> rows(static_cast<std::size_t>(n));
+    std::vector<std::vector<std::pair<int, double>>> rows(n);
     for (auto const& [place, value] : pairs) {
       bool const isBelow = side == Side::Below || (side == Side::Either && random() % 2 == 0);
       rows[isBelow ? place.second : place.first].push_back(

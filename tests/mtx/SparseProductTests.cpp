@@ -1,6 +1,7 @@
 #include "DenseSupport.h"
 #include "SparseOracle.h"
 #include "blac/sparse/RowPatterns.h"
+#include "tests/support/SparseProducts.h"
 
 #include <bit>
 #include <functional>
@@ -9,16 +10,14 @@
 
 namespace {
 
-using Access = ORXSrvSparseMatrixTestAccess;
-
 constexpr double stale = 1e300;
 
-Doubles Stale(std::int64_t length) { return Doubles(static_cast<std::size_t>(length), stale); }
+Doubles Stale(std::int64_t length) { return Doubles(length, stale); }
 
 /// Small integers; sums of their products are exact.
 Doubles Integers(std::int64_t length, unsigned seed) {
   std::mt19937 random(seed);
-  Doubles values(static_cast<std::size_t>(length));
+  Doubles values(length);
   std::generate(values.begin(), values.end(), [&] { return static_cast<double>(random() % 19) - 9.0; });
   return values;
 }
@@ -26,7 +25,7 @@ Doubles Integers(std::int64_t length, unsigned seed) {
 /// Numbers whose sums depend on the order of the additions.
 Doubles Reals(std::int64_t length, unsigned seed) {
   std::mt19937 random(seed);
-  Doubles values(static_cast<std::size_t>(length));
+  Doubles values(length);
   std::generate(values.begin(), values.end(), [&] {
     return std::ldexp(static_cast<double>(random()) - 2e9, static_cast<int>(random() % 20));
   });
@@ -47,37 +46,19 @@ Doubles Multiply(ORXSrvSparseMatrix const& a, Doubles const& x, int vectors, boo
 }
 
 /// The product as its definition states it, for one vector. `entries` are the stored ones, in order.
-Doubles StatedProduct(Entries const& entries, int rows, int columns, double const* x, bool transpose) {
-  Doubles y(static_cast<std::size_t>(transpose ? columns : rows));
-  for (ORXSrvSparseMatrixEntry const& e : entries)
-    if (transpose) {
-      y[e.column] += x[e.row] * e.value;
-    } else {
-      y[e.row] += e.value * x[e.column];
-    }
+Doubles StatedProduct(Entries const& entries, int n, Doubles const& x, bool transpose) {
+  Doubles y(x.size());
+  for (std::size_t first = 0; first < x.size(); first += n)
+    for (ORXSrvSparseMatrixEntry const& e : entries)
+      if (transpose) {
+        y[first + e.column] += x[first + e.row] * e.value;
+      } else {
+        y[first + e.row] += e.value * x[first + e.column];
+      }
   return y;
 }
 
-Doubles StatedSymmetricProduct(Pairs const& a, double const* x) {
-  auto const rows = static_cast<int>(a.diagonal.size());
-  Doubles y(a.diagonal.size());
-  for (int i = 0; i < rows; ++i) {
-    double sum = 0.0;
-    for (int k = a.rowPointers[i]; k < a.rowPointers[i + 1]; ++k) {
-      sum += a.values[k] * x[a.columns[k]];
-      y[a.columns[k]] += a.values[k] * x[i];
-    }
-    y[i] += a.diagonal[i] * x[i] + sum;
-  }
-  return y;
-}
-
-void ExpectSameBits(Doubles const& expected, Doubles const& actual) {
-  ASSERT_EQ(expected.size(), actual.size());
-  for (std::size_t i = 0; i < expected.size(); ++i)
-    ASSERT_EQ(std::bit_cast<std::uint64_t>(expected[i]), std::bit_cast<std::uint64_t>(actual[i]))
-        << "element " << i << " is " << actual[i] << " and should be " << expected[i];
-}
+constexpr int vectorCounts[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17};
 
 DensePtr NewFilled(DenseDatabase const& database, int rows, int columns, int rowChunk, int columnChunk,
                    Doubles const& values) {
@@ -121,18 +102,14 @@ TEST(SparseMultiply, RefusesAMatrixThatIsNotAssembled) {
 // What is packed, taken together or moved round in a ring must not change a bit.
 TEST(SparseMultiply, AddsInTheStatedOrderWhateverThePattern) {
   for (auto const& [name, entries, n] : LargePatterns()) {
-    ORXSrvSparseMatrix matrix(n, n);
-    Assemble(matrix, entries);
-    Entries const stored = EntriesOf(matrix);
-    for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17})
+    SparsePtr const matrix = NewAssembled(n, n, entries);
+    Entries const stored = EntriesOf(*matrix);
+    for (int const vectors : vectorCounts)
       for (bool const transpose : {false, true}) {
-        SCOPED_TRACE(testing::Message() << name << ", " << vectors << " vectors, transpose " << transpose);
         Doubles const x = Reals(std::int64_t{n} * vectors, 7);
-        Doubles const y = Multiply(matrix, x, vectors, transpose);
-        for (int v = 0; v < vectors; ++v)
-          ExpectSameBits(StatedProduct(stored, n, n, x.data() + std::ptrdiff_t{v} * n, transpose),
-                         {y.begin() + std::ptrdiff_t{v} * n, y.begin() + std::ptrdiff_t{v + 1} * n});
-        if (HasFatalFailure()) return;
+        ASSERT_TRUE(
+            SameBits(StatedProduct(stored, n, x, transpose), Multiply(*matrix, x, vectors, transpose)))
+            << name << ", " << vectors << " vectors, transpose " << transpose;
       }
   }
 }
@@ -141,36 +118,31 @@ TEST(SparseMultiply, SymmetricFormAddsInTheStatedOrderWhateverThePattern) {
   for (auto const& [name, entries, n] : LargePatterns())
     for (Pairs::Side const side : {Pairs::Side::Below, Pairs::Side::Above, Pairs::Side::Either}) {
       Pairs const pairs(entries, n, side);
-      auto const matrix = pairs.NewMatrix();
-      for (int const vectors : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17}) {
-        SCOPED_TRACE(testing::Message()
-                     << name << ", side " << static_cast<int>(side) << ", " << vectors << " vectors");
+      SparsePtr const matrix = pairs.NewMatrix();
+      for (int const vectors : vectorCounts) {
         Doubles const x = Reals(std::int64_t{n} * vectors, 8);
-        Doubles const y = Multiply(*matrix, x, vectors, false);
-        for (int v = 0; v < vectors; ++v)
-          ExpectSameBits(StatedSymmetricProduct(pairs, x.data() + std::ptrdiff_t{v} * n),
-                         {y.begin() + std::ptrdiff_t{v} * n, y.begin() + std::ptrdiff_t{v + 1} * n});
-        if (HasFatalFailure()) return;
+        ASSERT_TRUE(SameBits(
+            StatedSymmetricProduct(pairs.rowPointers, pairs.columns, pairs.values, pairs.diagonal, x),
+            Multiply(*matrix, x, vectors, false)))
+            << name << ", side " << static_cast<int>(side) << ", " << vectors << " vectors";
       }
     }
 }
 
 TEST(SparseMultiply, FindsOutOnceWhatTheRowsHaveInCommon) {
-  std::map<std::string, orx::RowPattern> const patterns{
-      {"three unknowns a node", orx::RowPattern::SharedColumns},
-      {"one unknown a node", orx::RowPattern::ShiftedColumns},
-      {"a mesh without structure", orx::RowPattern::Irregular},
-      {"anywhere", orx::RowPattern::Scattered}};
+  using orx::RowPattern;
+  std::map<std::string, RowPattern> const patterns{{"three unknowns a node", RowPattern::SharedColumns},
+                                                   {"one unknown a node", RowPattern::ShiftedColumns},
+                                                   {"a mesh without structure", RowPattern::Irregular},
+                                                   {"anywhere", RowPattern::Scattered}};
   for (auto const& [name, entries, n] : LargePatterns()) {
     if (!patterns.contains(name)) continue;
-    SCOPED_TRACE(name);
-    auto const symmetric = Pairs(entries, n, Pairs::Side::Below).NewMatrix();
-    ORXSrvSparseMatrix matrix(n, n);
-    Assemble(matrix, entries);
-    EXPECT_EQ(Access::RowPattern(matrix), orx::RowPattern::Unknown);
-    for (ORXSrvSparseMatrix* const m : {&matrix, symmetric.get()}) {
-      Multiply(*m, Doubles(static_cast<std::size_t>(n)), 1, false);
-      EXPECT_EQ(Access::RowPattern(*m), patterns.at(name));
+    SparsePtr const general = NewAssembled(n, n, entries);
+    SparsePtr const symmetric = Pairs(entries, n, Pairs::Side::Below).NewMatrix();
+    EXPECT_EQ(Access::RowPattern(*general), RowPattern::Unknown) << name;
+    for (ORXSrvSparseMatrix const* const matrix : {general.get(), symmetric.get()}) {
+      Multiply(*matrix, Doubles(n), 1, false);
+      EXPECT_EQ(Access::RowPattern(*matrix), patterns.at(name)) << name;
     }
   }
 }

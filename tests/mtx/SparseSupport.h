@@ -9,13 +9,13 @@
 #include <ostream>
 #include <vector>
 
+using SparsePtr = std::unique_ptr<ORXSrvSparseMatrix>;
+
 /// Reaches the private builders, which readers of symmetric files and operations use.
 struct ORXSrvSparseMatrixTestAccess {
-  static std::unique_ptr<ORXSrvSparseMatrix> Adopt(std::vector<int> const& rowPointers,
-                                                   std::vector<int> const& columns,
-                                                   std::vector<double> const& values,
-                                                   std::vector<double> const* diagonal, int nonzeros,
-                                                   int numColumns) {
+  static SparsePtr Adopt(std::vector<int> const& rowPointers, std::vector<int> const& columns,
+                         std::vector<double> const& values, std::vector<double> const* diagonal, int nonzeros,
+                         int numColumns) {
     auto const copy = []<class To, class From>(mem_Array<To>& to, std::vector<From> const& from) {
       to = mem_MakeArray<To>(static_cast<std::int64_t>(from.size()));
       std::copy(from.begin(), from.end(), to.get());
@@ -29,7 +29,7 @@ struct ORXSrvSparseMatrixTestAccess {
     copy(content.columnIndices, columns);
     copy(content.values, values);
     if (diagonal != nullptr) copy(content.diagonal, *diagonal);
-    return std::unique_ptr<ORXSrvSparseMatrix>(new ORXSrvSparseMatrix(std::move(content)));
+    return SparsePtr(new ORXSrvSparseMatrix(std::move(content)));
   }
   static int SymmetryState(ORXSrvSparseMatrix const& matrix) { return matrix.m_symmetryState; }
   static void SetSymmetryState(ORXSrvSparseMatrix& matrix, int state) {
@@ -50,6 +50,7 @@ inline std::ostream& operator<<(std::ostream& out, ORXSrvSparseMatrixEntry const
   return out << '(' << e.row << ", " << e.column << ", " << e.value << ')';
 }
 
+using Access = ORXSrvSparseMatrixTestAccess;
 using Entries = std::vector<ORXSrvSparseMatrixEntry>;
 
 inline Entries EntriesOf(ORXSrvSparseMatrix const& matrix) {
@@ -63,4 +64,14 @@ inline void Assemble(ORXSrvSparseMatrix& matrix, Entries const& entries) {
   for (ORXSrvSparseMatrixEntry const& e : entries)
     matrix.AddData(e.row, e.column, e.value);
   matrix.EndAssembly();
+}
+inline SparsePtr NewAssembled(int rows, int columns, Entries const& entries) {
+  auto matrix = std::make_unique<ORXSrvSparseMatrix>(rows, columns);
+  Assemble(*matrix, entries);
+  return matrix;
+}
+inline SparsePtr NewImported(char const* path, int format) {
+  auto matrix = std::make_unique<ORXSrvSparseMatrix>(0, 0);
+  matrix->Import(path, format);
+  return matrix;
 }

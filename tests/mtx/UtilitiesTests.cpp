@@ -49,7 +49,7 @@ ORXSimCSetID SetAlong(ORXSimDistributionID const& id, int dim) {
 
 template<class Cell>
 std::vector<Cell> ReadAll(ORXSimDistributionID const& id, int cells) {
-  std::vector<Cell> values(static_cast<std::size_t>(cells), Cell(-7));
+  std::vector<Cell> values(cells, Cell(-7));
   ORXSimTransfer(ORXSimDistribution(id))
       .SetRead()
       .SetBuffer(0, values.data(), cells * std::int64_t{sizeof(Cell)})

@@ -3,14 +3,16 @@
 #include "DatabaseSupport.h"
 #include "ModelDrawer.h"
 
-#include "sim/ORXSimTransaction.h"
-
-#include <functional>
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <random>
-#include <string>
-#include <vector>
+#include <set>
+
+template<class Container>
+int Count(Container const& container) {
+  return static_cast<int>(container.size());
+}
 
 /// A random session with a database beside a plain model of what it should hold. All that happens follows
 /// from the seed, so a ghost, which has no database, learns what a session that was killed had done.
@@ -18,6 +20,18 @@
 /// Errors, and differences between database and model, are std::runtime_error.
 class Session {
 public:
+  struct Collection {
+    Labels labels;
+    ORXSimCollectionID id{};
+  };
+  struct Field {
+    std::vector<int> collections; ///< along each dimension
+    bool isInteger = false;
+    std::shared_ptr<ModelDrawer> drawer{};
+    std::vector<int> sizes{}; ///< of the drawer in this state: transactions share drawers
+    ORXSimDistributionID id{};
+  };
+
   explicit Session(std::string path) : m_path(std::move(path)) {}
   /// The same state without the database. REQUIRES: no open transaction.
   Session Ghost() const;
@@ -44,18 +58,6 @@ public:
   void GoBackToCommit();
 
 private:
-  struct Collection {
-    std::vector<int> labels;
-    ORXSimCollectionID id{};
-  };
-  struct Field {
-    std::vector<int> collections; ///< along each dimension
-    std::vector<int> colors;
-    bool isInteger = false;
-    std::shared_ptr<ModelDrawer> drawer{};
-    std::vector<int> sizes{}; ///< of the drawer in this state: transactions share drawers
-    ORXSimDistributionID id{};
-  };
   struct State {
     std::vector<Collection> collections;
     std::vector<Field> fields;
@@ -67,26 +69,30 @@ private:
     ORXSimContextID id{};
     std::optional<ORXSimTransaction> transaction{};
   };
-  struct Chosen {
-    std::vector<std::vector<int>> positions;
-    std::size_t cells = 1;
-  };
 
-  bool IsLive() const { return m_database != nullptr; }
+  /// Work with the database, which a ghost leaves out.
   template<class Call>
   void Live(Call&& call) {
-    if (IsLive()) call();
+    if (m_database != nullptr) call();
   }
   int Draw(int low, int high) { return std::uniform_int_distribution<int>(low, high)(m_random); }
   int DrawBurst(int most) { return Draw(0, 99) == 0 ? Draw(1, most) : Draw(1, 3); }
   bool DrawOneIn(int count) { return Draw(1, count) == 1; }
   double DrawValue() { return Draw(-1000, 1000); }
-  Context& DrawContext();
-  /// Null when there is none that is suitable in the drawn context.
+  std::vector<double> DrawValues(std::size_t count) {
+    std::vector<double> values(count);
+    std::generate(values.begin(), values.end(), [&] { return DrawValue(); });
+    return values;
+  }
+  template<class Items>
+  auto& DrawFrom(Items& items) {
+    return items[Draw(0, Count(items) - 1)];
+  }
+  /// Null when there is none that is suitable.
   Field* DrawField(Context& context, std::function<bool(Field const&)> const& suits);
-  std::vector<int> DrawLabels(Collection const& collection, std::size_t most);
-  std::vector<int> DrawNewLabels(Collection const& collection, std::vector<int> const& present, int count);
-  Chosen DrawPositions(ModelDrawer const& drawer);
+  Labels DrawLabels(Collection const& collection, int most);
+  Labels DrawNewLabels(Collection const& collection, Labels const& present, int count);
+  std::vector<std::vector<int>> DrawPositions(ModelDrawer const& drawer);
 
   // What a step does
   void CreateContext();
@@ -98,37 +104,30 @@ private:
   void ReadMany();
   void Extend();
   void ChangeMatrix();
-  void ReadProduct();
   void Begin();
   void Commit();
   void Abandon();
   void Reopen();
 
-  void AddLabels(Collection& collection, std::vector<int> const& labels);
   void MakeDrawer(Context& context, Field& field);
-  void MakeDenseDrawer(Field& field, std::vector<std::vector<int>> const& labels, bool isEverything);
-  void MakeSparseDrawer(Field& field, std::vector<std::vector<int>> const& labels);
-  ORXSimTransfer TransferOf(Field const& field, Chosen const& chosen, bool bySets);
-  void Scale(Field& field);
-  void AddTo(Context& context, Field& field);
-  void WriteView(Field& field);
+  void MakeDenseDrawer(Field& field, bool isEverything);
+  void MakeSparseDrawer(Field& field);
   void Lengthen(Context& context, Field& field, bool asMatrix);
-  void SetCommitted(Context const& committing);
-  void CheckSample();
+  void WriteView(Field& field);
 
   // Comparing
-  static std::vector<double> ReadCells(Field const& field);
-  void CheckShape(std::size_t context) const;
-  void CheckCollections(std::size_t context) const;
+  void CheckShape(Context const& context) const;
+  void CheckCollections(Context const& context) const;
   /// `other` may be null.
   static void CheckField(Field const& field, Field const* other);
+  void CheckSample();
   [[noreturn]] static void Fail(std::string const& text) { throw std::runtime_error(text); }
   void Restore(Context& context, State const& state) const;
   void FindIdentifiers();
 
   std::string m_path;
   std::mt19937 m_random;
-  mutable std::mt19937 m_sampleRandom; ///< draws what a ghost does not
+  std::mt19937 m_sampleRandom; ///< draws what a ghost does not
   std::vector<Context> m_contexts;
   std::shared_ptr<ORXSimDatabase> m_database; ///< null: a ghost, or closed
 };

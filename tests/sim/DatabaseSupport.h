@@ -11,6 +11,7 @@
 #include "sim/ORXSimTransfer.h"
 #include "sim/impl/store/LinkCheck.h"
 #include "tests/support/Raised.h"
+#include "tests/support/Uncopied.h"
 
 #include <gtest/gtest.h>
 
@@ -22,10 +23,8 @@
 inline bool const checksCommits = orx::store::checksEveryCommit = true;
 
 /// While it lives: the check looks at every object and chunk, which takes long where there are many.
-struct WithoutLinkChecks {
+struct WithoutLinkChecks : Uncopied {
   WithoutLinkChecks() { orx::store::checksEveryCommit = false; }
-  WithoutLinkChecks(WithoutLinkChecks const&) = delete;
-  WithoutLinkChecks& operator=(WithoutLinkChecks const&) = delete;
   ~WithoutLinkChecks() { orx::store::checksEveryCommit = true; }
 };
 
@@ -38,7 +37,7 @@ inline void Open(ORXSimDatabase& database, std::string const& path, bool readOnl
 
 inline std::vector<int> Members(ORXSimCSetID const& id) {
   ORXSimCSet const set(id);
-  std::vector<int> labels(static_cast<std::size_t>(set.Size()));
+  std::vector<int> labels(set.Size());
   set.OrderedMembers(labels.data());
   return labels;
 }
@@ -79,38 +78,32 @@ inline ORXSimPersistentDrawerDesc DrawerOf(ORXSimDistributionID const& field) {
   return drawers[0];
 }
 
+/// Gives all of an array to a transfer as its buffer of that index.
+template<class Array>
+ORXSimTransfer& Lend(ORXSimTransfer& transfer, int index, Array& array) {
+  return transfer.SetBuffer(index, array.data(), static_cast<std::int64_t>(array.size() * sizeof array[0]));
+}
+
 /// All cells, packed.
 inline std::vector<double> CellsOf(ORXSimDistributionID const& field) {
-  std::vector<double> cells(static_cast<std::size_t>(DrawerOf(field).DataSizeItems(0)), -99.0);
-  ORXSimTransfer(ORXSimDistribution(field))
-      .SetRead()
-      .SetBuffer(0, cells.data(), static_cast<std::int64_t>(cells.size() * sizeof(double)))
-      .ExecRead();
+  std::vector<double> cells(DrawerOf(field).DataSizeItems(0), -99.0);
+  ORXSimTransfer transfer{ORXSimDistribution(field)};
+  Lend(transfer.SetRead(), 0, cells).ExecRead();
   return cells;
 }
 
 inline void WriteCells(ORXSimDistributionID const& field, std::vector<double> const& cells) {
-  ORXSimTransfer(ORXSimDistribution(field))
-      .SetWrite()
-      .SetBuffer(0, cells.data(), static_cast<std::int64_t>(cells.size() * sizeof(double)))
-      .ExecWrite();
+  ORXSimTransfer transfer{ORXSimDistribution(field)};
+  Lend(transfer.SetWrite(), 0, cells).ExecWrite();
 }
 
 /// A sparse drawer over all members: row k has the values starts[k] ... starts[k + 1] - 1.
 inline void WriteSparse(ORXSimDistributionID const& field, std::vector<double> const& values,
                         std::vector<int> const& columns, std::vector<int> const& starts) {
-  auto const bytes = [](auto const& array) {
-    return static_cast<std::int64_t>(array.size() * sizeof array.front());
-  };
-  ORXSimTransfer(ORXSimDistribution(field))
-      .SetMakeNewDrawer()
-      .SetWrite()
-      .SetSparseNNonzero(static_cast<int>(values.size()))
-      .SetSerialization(ORXSimSerializationType().SetSparse())
-      .SetBuffer(0, values.data(), bytes(values))
-      .SetBuffer(1, columns.data(), bytes(columns))
-      .SetBuffer(2, starts.data(), bytes(starts))
-      .ExecWrite();
+  ORXSimTransfer transfer{ORXSimDistribution(field)};
+  transfer.SetMakeNewDrawer().SetWrite().SetSparseNNonzero(static_cast<int>(values.size()));
+  transfer.SetSerialization(ORXSimSerializationType().SetSparse());
+  Lend(Lend(Lend(transfer, 0, values), 1, columns), 2, starts).ExecWrite();
 }
 
 /// Lengthens its drawer by new members.

@@ -5,6 +5,8 @@
 #include "core/ORXBasException.h"
 #include "sim/ORXSimException.h"
 
+#include <gtest/gtest.h>
+
 #include <string>
 
 /// The code and the message of the error that a call ends with; "nothing raised" without one.
@@ -32,4 +34,14 @@ int CodeOf(Call&& call, std::string* text = nullptr) {
 
 inline std::string IllegalInput(std::string const& operation) {
   return "206 ORXSrvMatrix::" + operation + " - Illegal input.";
+}
+/// What an import of the file raises; `fault` is what stands behind the path.
+inline std::string NotOpened(std::string const& path, std::string const& fault) {
+  return "202 ORXSrvSparseImExPorter: Failed to open file " + path + fault;
+}
+/// The call raises an error whose code and message begin so.
+template<class Call>
+testing::AssertionResult RaisesFrom(std::string const& beginning, Call&& call) {
+  std::string const text = Raised(call);
+  return text.starts_with(beginning) ? testing::AssertionSuccess() : testing::AssertionFailure() << text;
 }
