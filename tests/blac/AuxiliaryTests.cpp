@@ -3,7 +3,6 @@
 
 #include <bit>
 #include <climits>
-#include <cmath>
 #include <cstdint>
 #include <numbers>
 

@@ -3,7 +3,6 @@
 #include "tests/support/Dense.h"
 
 #include <string>
-#include <vector>
 
 /// A symmetric matrix.
 Dense RandomSymmetric(int n, double addedToDiagonal = 0);

@@ -3,7 +3,6 @@
 #include "blac/impl/BlacDependency.h"
 
 #include <algorithm>
-#include <random>
 
 namespace {
 

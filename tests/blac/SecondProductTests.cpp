@@ -2,7 +2,6 @@
 #include "blac/BLAC.h"
 
 #include <array>
-#include <cmath>
 #include <utility>
 
 namespace {

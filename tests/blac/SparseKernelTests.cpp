@@ -4,12 +4,7 @@
 #include "blac/sparse/SpmvKernels.h"
 #include "tests/support/SparseProducts.h"
 
-#include <algorithm>
-#include <bit>
-#include <cmath>
-#include <cstdint>
 #include <numeric>
-#include <random>
 
 namespace {
 

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <new>
-
 namespace {
 
 struct Tracked : mem_AllocationOperators {
@@ -45,8 +43,7 @@ TEST(CountedHolder, InstallingAnObjectLeavesCopiesWithTheOldState) {
 }
 
 TEST(CopyOnWrite, WritingCopiesASharedObjectOnce) {
-  cow_COW<Tracked> a(new Tracked(1));
-  cow_COW<Tracked> b(a);
+  cow_COW<Tracked> a(new Tracked(1)), b(a);
   EXPECT_EQ(a.ConstGet(), b.ConstGet());
 
   b.Get()->value = 2;

@@ -63,8 +63,7 @@ TEST(List, ResizingToNothingForgetsTheLargeBlocks) {
 }
 
 TEST(List, CopiesShareUntilOneOfThemChanges) {
-  List a = Counting(40);
-  List b(a);
+  List a = Counting(40), b(a);
   EXPECT_EQ(&a.ConstGet(20), &b.ConstGet(20));
 
   b.Append(100); // into the block that both share

@@ -11,9 +11,7 @@
 namespace {
 
 TEST(String, WithoutRepresentationReadsAsEmpty) {
-  atr_String const none;
-  atr_String const fromNull(nullptr);
-  atr_String const empty("");
+  atr_String const none, fromNull(nullptr), empty("");
   EXPECT_TRUE(none.IsNull());
   EXPECT_TRUE(fromNull.IsNull());
   EXPECT_FALSE(empty.IsNull());

@@ -19,8 +19,7 @@ TEST(Timer, AddsUpIntervalsAndStandsStillBetweenThem) {
   Spin(0.002);
   EXPECT_GE(timer.GetTotalCpuTime(), 0.002);
   timer.Stop();
-  double const elapsed = timer.GetElapsedTime();
-  double const cpu = timer.GetTotalCpuTime();
+  double const elapsed = timer.GetElapsedTime(), cpu = timer.GetTotalCpuTime();
   Spin(0.002);
   EXPECT_EQ(timer.GetElapsedTime(), elapsed);
   EXPECT_EQ(timer.GetTotalCpuTime(), cpu);

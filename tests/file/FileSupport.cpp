@@ -1,13 +1,9 @@
 #include "FileSupport.h"
 
 #include <csignal>
-#include <fcntl.h>
-#include <fstream>
-#include <sstream>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 

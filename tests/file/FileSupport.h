@@ -5,15 +5,11 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <cstdint>
-#include <functional>
-#include <string>
 
 /// A file system in memory with so many bytes; mounting one takes rights that not everybody has.
-class SmallDisk {
+class SmallDisk : Uncopied {
 public:
   explicit SmallDisk(std::uint64_t bytes);
-  SmallDisk(SmallDisk const&) = delete;
-  SmallDisk& operator=(SmallDisk const&) = delete;
   ~SmallDisk();
 
   bool IsMounted() const { return m_isMounted; }
@@ -43,7 +39,7 @@ inline bool IsAnyStep(orx::file::FileStep const&) { return true; }
 
 /// While it lives, a step on a file goes wrong: the nth that counts, or all from the nth on. The default only
 /// counts.
-class FaultPlan {
+class FaultPlan : Uncopied {
 public:
   enum class Effect : std::uint8_t {
     None,
@@ -55,8 +51,6 @@ public:
   using Filter = bool (*)(orx::file::FileStep const&);
 
   explicit FaultPlan(Effect effect = Effect::None, int nth = 0, int error = 0, Filter counts = ChangesFiles);
-  FaultPlan(FaultPlan const&) = delete;
-  FaultPlan& operator=(FaultPlan const&) = delete;
   ~FaultPlan() { orx::file::SetFaultHook(nullptr); }
 
   int Steps() const { return m_steps; }

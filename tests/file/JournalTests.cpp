@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <fstream>
 #include <random>
 
 // A file of 3 pages "o", and a commit that turns pages 0, 2 and 4 to "n" and makes it 5 pages long, caught
@@ -89,20 +88,10 @@ protected:
     return bytes;
   }
 
-  static std::string s_old;
-  static std::string s_new;
-  static std::string s_pending;
-  static std::string s_due;
-  static std::string s_halfway;
+  static inline std::string s_old, s_new, s_pending, s_due, s_halfway;
   TemporaryFolder m_folder{memoryFolder};
   std::string m_path = m_folder.Path("file");
 };
-
-std::string JournalAtTheEnd::s_old;
-std::string JournalAtTheEnd::s_new;
-std::string JournalAtTheEnd::s_pending;
-std::string JournalAtTheEnd::s_due;
-std::string JournalAtTheEnd::s_halfway;
 
 TEST_F(JournalAtTheEnd, HasTheLayoutOfTheFormat) {
   ASSERT_EQ(s_pending.size(), Position() + 5 * page); // images, numbers, trailer

@@ -18,8 +18,7 @@ TEST(PageOverlay, BehavesAsAListOfHeldBytes) {
   PageOverlay overlay;
   std::vector<std::optional<char>> model(size);
   for (int round = 0; round < 2000; ++round) {
-    std::size_t const offset = random() % size;
-    std::size_t const longest = size - offset;
+    std::size_t const offset = random() % size, longest = size - offset;
     std::size_t const bytes = random() % (round % 3 == 0 ? longest : std::min<std::size_t>(longest, 130)) + 1;
     if (random() % 2 == 0) {
       std::string const written(bytes, static_cast<char>(random() % 100));

@@ -4,11 +4,7 @@
 
 #include <csignal>
 #include <cstring>
-#include <memory>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -181,8 +177,7 @@ TEST(PositionedFile, CreationNeverTakesANameThatCameMeanwhile) {
 
 TEST(PositionedFile, AReplacedFileStaysUntilItsSuccessorIsPublished) {
   TemporaryFolder const folder;
-  std::string const path = folder.Path("file");
-  std::string const link = folder.Path("link");
+  std::string const path = folder.Path("file"), link = folder.Path("link");
   WriteWhole(path, "precious");
   chmod(path.c_str(), 0640);
   std::filesystem::create_symlink("file", link);

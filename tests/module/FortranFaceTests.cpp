@@ -6,10 +6,7 @@
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvMatrixContainer.h"
 
-#include <gtest/gtest.h>
-
 #include <new>
-#include <string>
 #include <vector>
 
 extern "C" {
@@ -23,7 +20,7 @@ double fortran_solution_error(void);
 namespace {
 
 /// A container with one matrix, which holds 1, 2, 3 ... by columns.
-class Registered {
+class Registered : Uncopied {
 public:
   Registered(int id, int rows, int columns, int rowChunk, int columnChunk) {
     std::vector<double> values;
@@ -34,8 +31,6 @@ public:
         ->Create(id, rows, columns, rowChunk, columnChunk)
         .SetValues(0, rows - 1, 0, columns - 1, source);
   }
-  Registered(Registered const&) = delete;
-  Registered& operator=(Registered const&) = delete;
   ~Registered() { ORXSRVMATRIXCONTAINERDELETE(m_container); }
   void* Handle() const { return m_container; }
 
@@ -53,9 +48,7 @@ std::string LastError() {
 
 TEST(FortranFace, ReadsRegisteredMatricesByColumns) {
   Registered const registered(5, 3, 2, 2, 1);
-  int const id = 5;
-  int const rows = 3;
-  int const columns = 2;
+  int const id = 5, rows = 3, columns = 2;
   for (int j = 1; j <= columns; ++j)
     for (int i = 1; i <= rows; ++i)
       EXPECT_EQ(fortran_value_of(registered.Handle(), &id, &rows, &columns, &i, &j), i + 3 * (j - 1));
@@ -63,8 +56,7 @@ TEST(FortranFace, ReadsRegisteredMatricesByColumns) {
 
 TEST(FortranFace, AHostCatchesWhatPassesThroughFortran) {
   Registered const registered(5, 2, 2, 2, 2);
-  int const unknown = 6;
-  int const one = 1;
+  int const unknown = 6, one = 1;
   int code = 0;
   try {
     fortran_value_of(registered.Handle(), &unknown, &one, &one, &one, &one);
@@ -78,9 +70,7 @@ TEST(FortranFace, AHostCatchesWhatPassesThroughFortran) {
 
 TEST(FortranFace, FortranLearnsWhatWentWrong) {
   Registered const registered(5, 2, 2, 1, 2);
-  int const known = 5;
-  int const unknown = -1;
-  int const length = 20;
+  int const known = 5, unknown = -1, length = 20;
   char text[length];
   double total = 0.0;
   EXPECT_NE(fortran_try_to_sum(registered.Handle(), &unknown, &total, text, &length), 0);

@@ -13,8 +13,7 @@ extern "C" void fortran_read_times(double* cpu, double* wall);
 namespace {
 
 struct Times {
-  double cpu = -1.0;
-  double wall = -1.0;
+  double cpu = -1.0, wall = -1.0;
 };
 
 Times FromFortran() {
@@ -51,8 +50,6 @@ TEST(TimeQueries, ReportTheTimerSinceItsLastStart) {
 class Immediate : public ORXSrvDataRequest {
 public:
   explicit Immediate(bool& gone) : m_gone(gone) {}
-  Immediate(Immediate const&) = delete;
-  Immediate& operator=(Immediate const&) = delete;
   ~Immediate() override { m_gone = true; }
   void Start() override { m_complete = true; }
   bool IsComplete() const override { return m_complete; }

@@ -5,12 +5,6 @@
 #include "tests/support/FileBytes.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <algorithm>
-#include <cmath>
-#include <random>
-#include <string>
-#include <vector>
-
 using namespace orx;
 
 namespace {
@@ -126,10 +120,10 @@ TEST(ChunkedImport, ColumnsAreCheckedInEveryChunk) {
       std::string bytes = good.Content();
       bytes.replace(at, 4, Raw<int>({column}));
       File const bad(bytes);
-      EXPECT_EQ(Raised([&] { ReadChunkedBinary(bad.Path(), 2); }),
-                NotOpened(bad.Path(), ", byte " + std::to_string(at) +
-                                          ": a column of 0 to 999 expected, found " + std::to_string(column) +
-                                          "."));
+      EXPECT_RAISED(NotOpened(bad.Path(), ", byte " + std::to_string(at) +
+                                              ": a column of 0 to 999 expected, found " +
+                                              std::to_string(column) + "."),
+                    ReadChunkedBinary(bad.Path(), 2));
     }
 }
 
@@ -138,12 +132,12 @@ TEST(ChunkedExport, RefusesWhatIsNotInSymmetricForm) {
   constexpr char refusal[] = "209 ORXSrvSparseMatrix::%s symmetric:True not supported!";
   ORXSrvSparseMatrix general(0, 0);
   Assemble(general, {{0, 0, 1.0}});
-  EXPECT_EQ(Raised([&] { general.Export(file.Path(), 6, nullptr); }), refusal);
+  EXPECT_RAISED(refusal, general.Export(file.Path(), 6, nullptr));
   Access::SetSymmetryState(general, 1); // a cached answer of the symmetry test makes no diagonal
-  EXPECT_EQ(Raised([&] { general.Export(file.Path(), 6, nullptr); }), refusal);
+  EXPECT_RAISED(refusal, general.Export(file.Path(), 6, nullptr));
   SparsePtr const changed = Example();
   changed->AddData(0, 0, 1.0);
-  EXPECT_EQ(Raised([&] { changed->Export(file.Path(), 6, nullptr); }), refusal);
+  EXPECT_RAISED(refusal, changed->Export(file.Path(), 6, nullptr));
   EXPECT_EQ(file.Content(), "as before");
 }
 
@@ -215,8 +209,8 @@ TEST(BlockImport, SymmetricVariantKeepsAsManyEntriesAsOrderAndCountTogether) {
   EXPECT_EQ(matrix->NumberOfNonzeros(), 5);
   EXPECT_EQ(Access::RowPointers(*matrix), (std::vector<int>{0, 1, 3, 5}));
   EXPECT_EQ(EntriesOf(*matrix).back(), (ORXSrvSparseMatrixEntry{2, 2, -5}));
-  EXPECT_EQ(Raised([&] { matrix->Import(beyond.Path(), 1); }),
-            NotOpened(beyond.Path(), ", byte 36: a last row start of 2 to 5 expected, found 6."));
+  EXPECT_RAISED(NotOpened(beyond.Path(), ", byte 36: a last row start of 2 to 5 expected, found 6."),
+                matrix->Import(beyond.Path(), 1));
 }
 
 // ---- dense binary
@@ -269,8 +263,7 @@ TEST(DenseRoundTrip, RandomMatricesOfEveryShape) {
     SparsePtr const read = NewImported(file.Path(), 7);
     EXPECT_TRUE(AreSame(Access::View(*read), Access::View(matrix)) || read->IsNull()) << rows;
     EXPECT_EQ(read->NumberOfNonzeros(), matrix.NumberOfNonzeros());
-    EXPECT_EQ(read->NumberOfRows(), rows);
-    EXPECT_EQ(read->NumberOfColumns(), columns);
+    EXPECT_EQ(SizeOf(*read), (std::pair{rows, columns}));
     EXPECT_EQ(file.Content().size(), 16 + 8 * rows * columns);
   }
 }

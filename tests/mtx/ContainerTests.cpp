@@ -16,7 +16,7 @@ TEST(MatrixContainer, KeepsMatricesUnderTheirIdentifiers) {
   EXPECT_EQ(All(container.Get(-2)), (Doubles{0, 100, 1, 101}));
   EXPECT_EQ(container.Get(7).NumberOfRowBlocks(), 2);
   EXPECT_EQ(Labels(container.Get(-2).RowCSetID()), (std::vector{40, 10}));
-  EXPECT_EQ(CodeOf([&] { container.Get(8); }), ORXSimException::invalidArgument);
+  EXPECT_CODE(invalidArgument, container.Get(8));
 }
 
 TEST(MatrixContainer, ATakenIdentifierKeepsItsMatrix) {
@@ -39,7 +39,7 @@ TEST(MatrixContainer, ARemovedIdentifierStaysTaken) {
 
   EXPECT_TRUE(container.IsMember(1));
   EXPECT_EQ(container.Size(), 1);
-  EXPECT_EQ(CodeOf([&] { container.Get(1); }), ORXSimException::invalidArgument);
+  EXPECT_CODE(invalidArgument, container.Get(1));
 }
 
 TEST(MatrixContainer, AFailedCreationLeavesTheRegistryAsItWas) {

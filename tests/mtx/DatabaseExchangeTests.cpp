@@ -1,17 +1,7 @@
-#include "MatrixSupport.h"
+#include "DenseSupport.h"
 #include "SparseSupport.h"
-#include "core/ORXUnicodeString.h"
-#include "mtx/ORXSrvUtilities.h"
-#include "sim/ORXSimCSet.h"
-#include "sim/ORXSimCollection.h"
-#include "sim/ORXSimContext.h"
-#include "sim/ORXSimDatabase.h"
 #include "sim/ORXSimTransaction.h"
 #include "sim/ORXSimTransfer.h"
-#include "tests/support/TemporaryFolder.h"
-
-#include <memory>
-#include <vector>
 
 namespace {
 
@@ -72,8 +62,7 @@ TEST_F(DatabaseExchange, GeneralFormComesBackWithItsSets) {
   read->Import(m_general);
 
   EXPECT_EQ(EntriesOf(*read), EntriesOf(*matrix));
-  EXPECT_EQ(read->NumberOfRows(), 3);
-  EXPECT_EQ(read->NumberOfColumns(), 4);
+  EXPECT_EQ(SizeOf(*read), (std::pair{3, 4}));
   EXPECT_EQ(Access::SymmetryState(*read), 0);
   EXPECT_EQ(ORXSimCSet(read->RowCSetID()).Size(), 3);
   EXPECT_EQ(ORXSimCSet(read->ColumnCSetID()).Size(), 4);
@@ -112,12 +101,12 @@ TEST_F(DatabaseExchange, RowsOfAForeignDrawerAreSortedAndSummed) {
 
 TEST_F(DatabaseExchange, OnlyAWholeMatrixIsWritten) {
   ORXSrvSparseMatrix matrix(3, 4);
-  EXPECT_EQ(Raised([&] { matrix.Export(m_rows, m_columns, m_general); }),
-            IllegalInput("Export, a matrix assembled with all its rows expected"));
+  EXPECT_RAISED(IllegalInput("Export, a matrix assembled with all its rows expected"),
+                matrix.Export(m_rows, m_columns, m_general));
   matrix.EndAssembly();
   matrix.AddData(0, 0, 1.0);
-  EXPECT_EQ(Raised([&] { matrix.Export(m_rows, m_columns, m_general); }),
-            IllegalInput("Export, a matrix without entries added since its assembly expected"));
+  EXPECT_RAISED(IllegalInput("Export, a matrix without entries added since its assembly expected"),
+                matrix.Export(m_rows, m_columns, m_general));
 }
 
 TEST_F(DatabaseExchange, AMatrixWithoutEntriesIsOneToo) {
@@ -134,17 +123,15 @@ TEST_F(DatabaseExchange, MatricesThatDoNotFitTheSetsAreRefused) {
     auto const matrix = NewAssembled(0, 0, {{rows - 1, rows == 3 ? 4U : 3U, 1.0}}); // 2 x 4, 3 x 5, 4 x 4
     EXPECT_NE(CodeOf([&] { matrix->Export(m_rows, m_columns, m_general); }), 0) << rows;
   }
-  ORXSrvSparseMatrix read(0, 0);
-  EXPECT_EQ(CodeOf([&] { read.Import(m_general); }), ORXSimException::viewDoesNotFit); // there is no drawer
 }
 
 TEST_F(DatabaseExchange, ImportsThatFailLeaveTheMatrix) {
   ORXSrvSparseMatrix matrix(0, 0);
   Assemble(matrix, {{0, 2, 4.0}});
   ORXSimDistributionID const dense = ORXSrvUtilities::Create2DDistribution(m_rows, m_columns, -1, -1);
-  EXPECT_EQ(CodeOf([&] { matrix.Import(dense); }), ORXSimException::viewDoesNotFit);
-  EXPECT_EQ(CodeOf([&] { matrix.Import(m_general); }), ORXSimException::viewDoesNotFit); // no drawer
-  EXPECT_EQ(CodeOf([&] { matrix.Import(ORXSimDistributionID()); }), ORXSimException::staleIdentifier);
+  EXPECT_CODE(viewDoesNotFit, matrix.Import(dense));
+  EXPECT_CODE(viewDoesNotFit, matrix.Import(m_general)); // no drawer
+  EXPECT_CODE(staleIdentifier, matrix.Import(ORXSimDistributionID()));
 
   int const starts[4] = {};
   double const diagonal[3] = {};

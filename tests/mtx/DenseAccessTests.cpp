@@ -2,11 +2,7 @@
 
 #include "file/PositionedFile.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <climits>
-#include <limits>
 
 namespace {
 
@@ -72,8 +68,7 @@ TEST_P(DenseAccess, EveryWriteChangesItsRectangleOnly) {
   int const frame = storedRows > Rows() ? DenseDatabase::frame : 0;
   ForEachRange(Rows(), [&](int r1, int r2) {
     ForEachRange(Columns(), [&](int c1, int c2) {
-      Doubles expected = stored;
-      Doubles part;
+      Doubles expected = stored, part;
       for (int j = c1; j <= c2; ++j)
         for (int i = r1; i <= r2; ++i) {
           part.push_back(-1.0 - static_cast<double>(part.size()));
@@ -107,18 +102,17 @@ TEST_P(DenseAccess, WhatDoesNotFitIsRefusedWithoutEffect) {
   ORXSrvMatrix buffer(20, 20);
   buffer = -1.0;
   Doubles const before = InDatabase();
-  int const rows = Rows();
-  int const columns = Columns();
+  int const rows = Rows(), columns = Columns();
   int const ranges[][4] = {{-1, 0, 0, 0},      {0, rows, 0, 0},   {0, 0, -1, 0},      {0, 0, 0, columns},
                            {2, 1, 0, 0},       {0, 0, 0, -1},     {INT_MIN, 0, 0, 0}, {0, INT_MAX, 0, 0},
                            {rows, rows, 0, 0}, {0, INT_MIN, 0, 0}};
   for (auto const& [r1, r2, c1, c2] : ranges) {
-    EXPECT_EQ(Raised([&] { m_a->GetValues(r1, r2, c1, c2, buffer); }), invalidGet) << r1 << " " << r2;
-    EXPECT_EQ(Raised([&] { m_a->SetValues(r1, r2, c1, c2, buffer); }), invalidSet) << r1 << " " << r2;
+    EXPECT_RAISED(invalidGet, m_a->GetValues(r1, r2, c1, c2, buffer)) << r1 << " " << r2;
+    EXPECT_RAISED(invalidSet, m_a->SetValues(r1, r2, c1, c2, buffer)) << r1 << " " << r2;
   }
   ORXSrvMatrix small(2, 2);
-  EXPECT_EQ(CodeOf([&] { m_a->GetValues(0, 4, 0, 0, small); }), ORXSimException::viewDoesNotFit);
-  EXPECT_EQ(CodeOf([&] { m_a->SetValues(0, 4, 0, 0, small); }), ORXSimException::viewDoesNotFit);
+  EXPECT_CODE(viewDoesNotFit, m_a->GetValues(0, 4, 0, 0, small));
+  EXPECT_CODE(viewDoesNotFit, m_a->SetValues(0, 4, 0, 0, small));
 
   EXPECT_EQ(Stored(buffer), Doubles(400, -1.0));
   EXPECT_EQ(InDatabase(), before);
@@ -155,7 +149,7 @@ protected:
 };
 
 /// While it lives, writes to files end with a database error of that code.
-class FailingWrites {
+class FailingWrites : Uncopied {
 public:
   explicit FailingWrites(std::uint16_t code) {
     orx::file::SetFaultHook([code](orx::file::FileStep const& step) -> int {
@@ -163,8 +157,6 @@ public:
       return 0;
     });
   }
-  FailingWrites(FailingWrites const&) = delete;
-  FailingWrites& operator=(FailingWrites const&) = delete;
   ~FailingWrites() { orx::file::SetFaultHook(nullptr); }
 };
 
@@ -179,7 +171,7 @@ TEST_F(DenseValues, AWriteThatFailsIsReportedWhateverFailed) {
     EXPECT_EQ(text.rfind("208 Error at writing to file: ORXSrvDenseMatrix::SetValues\n", 0), 0u) << text;
   }
   EXPECT_EQ(All(*a), Doubles(1000));
-  EXPECT_EQ(Raised([&] { a->SetColumns(0, 0, ones); }), "nothing raised");
+  EXPECT_RAISED("nothing raised", a->SetColumns(0, 0, ones));
   EXPECT_EQ(All(*a), Stored(ones));
 }
 
@@ -188,8 +180,8 @@ TEST_F(DenseValues, ReadOnlyFileIsAWriteFailureAndAClosedOneIsStale) {
   Write(*a, 0, 2, 0, 0, {1, 2, 3});
   m_database.Close();
   ORXSrvMatrix buffer(3, 1);
-  EXPECT_EQ(CodeOf([&] { a->SetValues(0, 2, 0, 0, buffer); }), ORXSimException::staleIdentifier);
-  EXPECT_EQ(CodeOf([&] { a->GetValues(0, 2, 0, 0, buffer); }), ORXSimException::staleIdentifier);
+  EXPECT_CODE(staleIdentifier, a->SetValues(0, 2, 0, 0, buffer));
+  EXPECT_CODE(staleIdentifier, a->GetValues(0, 2, 0, 0, buffer));
 
   ORXSimDatabase readOnly;
   readOnly.OpenFile(ORXUnicodeString("dense.sim"), true);
@@ -203,7 +195,7 @@ TEST_F(DenseValues, DiagonalMatrixLendsWhatItHas) {
   ORXSrvMatrix diagonal = Diagonal({1, 2, 3});
   a->SetValues(0, 2, 1, 1, diagonal);
   EXPECT_EQ(All(*a), (Doubles{0, 0, 0, 1, 2, 3, 0, 0, 0}));
-  EXPECT_EQ(CodeOf([&] { a->GetValues(0, 1, 0, 1, diagonal); }), ORXSimException::viewDoesNotFit);
+  EXPECT_CODE(viewDoesNotFit, a->GetValues(0, 1, 0, 1, diagonal));
 }
 
 // ---- whole matrix into memory
@@ -264,10 +256,10 @@ TEST_F(DenseValues, SumInMemoryTakesEveryBlock) {
     EXPECT_EQ(Stored(symmetric), (Doubles{1, 2, 3, 2, 12, 13, 3, 13, 23}));
 
     ORXSrvMatrix small = Full({{1, 2}, {3, 4}});
-    EXPECT_EQ(Raised([&] { small.Add(1.0, *a); }), IllegalInput("Add"));
+    EXPECT_RAISED(IllegalInput("Add"), small.Add(1.0, *a));
     EXPECT_EQ(Stored(small), (Doubles{1, 3, 2, 4}));
     ORXSrvMatrix diagonal = Diagonal({1, 2, 3});
-    EXPECT_EQ(Raised([&] { diagonal.Add(1.0, *a); }), IllegalInput("Assignment operator"));
+    EXPECT_RAISED(IllegalInput("Assignment operator"), diagonal.Add(1.0, *a));
   }
 }
 
@@ -277,11 +269,11 @@ TEST_F(DenseValues, CopiesOfOtherShapesAreRefusedWithoutEffect) {
   DensePtr const a = m_database.New(4, 3, 2, 2);
   DensePtr const target = m_database.New(3, 2, 1, 1);
   Number(*a);
-  EXPECT_EQ(Raised([&] { target->CopyValues(a.get()); }), invalidSet);
-  EXPECT_EQ(Raised([&] { a->GetSubmatrix(*target, 0, 1, 0, 1); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->GetSubmatrix(*target, 2, 4, 0, 1); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->GetSubmatrix(*target, 0, 2, 0, 2); }), invalidSet);
-  EXPECT_EQ(Raised([&] { target->CopyMappedRows(a.get(), true); }), invalidSet);
+  EXPECT_RAISED(invalidSet, target->CopyValues(a.get()));
+  EXPECT_RAISED(invalidGet, a->GetSubmatrix(*target, 0, 1, 0, 1));
+  EXPECT_RAISED(invalidGet, a->GetSubmatrix(*target, 2, 4, 0, 1));
+  EXPECT_RAISED(invalidSet, a->GetSubmatrix(*target, 0, 2, 0, 2));
+  EXPECT_RAISED(invalidSet, target->CopyMappedRows(a.get(), true));
   EXPECT_EQ(All(*target), Doubles(6));
 }
 
@@ -317,7 +309,7 @@ TEST_F(DenseValues, MappedRowsNeedALabelForEachRow) {
   ORXSrvScratchDenseMatrix scratch(m_database.NewSet(Ints{8, 5}), m_database.NewSet(1), 1, 1);
   ASSERT_EQ(scratch.ExtendDim(1, 1, nullptr), 0);
   DensePtr const source = Labelled({8}, 1, -1);
-  EXPECT_EQ(CodeOf([&] { scratch.CopyMappedRows(source.get(), true); }), ORXSimException::viewDoesNotFit);
+  EXPECT_CODE(viewDoesNotFit, scratch.CopyMappedRows(source.get(), true));
 }
 
 } // namespace

@@ -3,11 +3,6 @@
 #include "mtx/ORXSrvProgress.h"
 #include "mtx/impl/blocks/ProductTiles.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <stdexcept>
-
 using namespace orx;
 
 namespace {
@@ -79,8 +74,7 @@ protected:
 // ---- products with matrices in memory
 
 TEST_F(DenseProducts, WithOperandsInMemoryEqualPlainLoops) {
-  Dense const a = Integers(11, 7, 1);
-  Dense const x = Integers(7, 3, 2);
+  Dense const a = Integers(11, 7, 1), x = Integers(7, 3, 2);
   Dense const old = Integers(11, 3, 3);
   ForEveryCut(a, [&](DensePtr const& blocks) {
     Dense right = x;
@@ -101,8 +95,7 @@ TEST_F(DenseProducts, WithOperandsInMemoryEqualPlainLoops) {
 }
 
 TEST_F(DenseProducts, TransposedWithOperandsInMemoryEqualPlainLoops) {
-  Dense const a = Integers(11, 7, 1);
-  Dense const b = Integers(11, 3, 2);
+  Dense const a = Integers(11, 7, 1), b = Integers(11, 3, 2);
   ForEveryCut(a, [&](DensePtr const& blocks) {
     Dense right = b;
     for (int const k : {1, 4, 11}) {
@@ -121,8 +114,7 @@ TEST_F(DenseProducts, TransposedWithOperandsInMemoryEqualPlainLoops) {
     blocks->TransposeMultiply(Lent(right), raw.values.data(), 0);
     EXPECT_EQ(raw, product);
 
-    Dense itself = a;
-    Dense gram = Constant(7, 7, notANumber);
+    Dense itself = a, gram = Constant(7, 7, notANumber);
     blocks->TransposeMultiply(Lent(itself), gram.values.data(), 1);
     EXPECT_EQ(gram, Transposed(a) * a);
   });
@@ -155,12 +147,9 @@ TEST_F(DenseProducts, PermutedRowsGoWhereThePermutationSays) {
 // ---- products into block matrices
 
 TEST_F(DenseProducts, OfThreeBlockMatricesEqualPlainLoopsWhateverTheirCuts) {
-  Dense const a = Integers(11, 7, 1);
-  Dense const b = Integers(7, 9, 2);
-  Dense const expected = a * b;
+  Dense const a = Integers(11, 7, 1), b = Integers(7, 9, 2), expected = a * b;
   Dense const nothing = Constant(11, 9, notANumber);
-  std::vector<DensePtr> const as = MakeAll(a);
-  std::vector<DensePtr> const bs = MakeAll(b);
+  std::vector<DensePtr> const as = MakeAll(a), bs = MakeAll(b);
   std::vector<DensePtr> const cs = MakeAll(nothing);
 
   for (std::size_t i = 0; i < as.size(); ++i)
@@ -184,8 +173,7 @@ TEST_F(DenseProducts, OfManyGroupsOfBlocksEqualPlainLoops) {
   for (Shape const s :
        {Shape{203, 30, 5}, Shape{5, 90, 203}, Shape{5, 203, 7}, Shape{1, 50, 1}, Shape{60, 1, 40}})
     for (Cut const cut : {Cut{2, 3}, Cut{4, 4, Handle::View}, Cut{7, 1, Handle::View}}) {
-      Dense const a = Integers(s.m, s.k, 1);
-      Dense const b = Integers(s.k, s.n, 2);
+      Dense const a = Integers(s.m, s.k, 1), b = Integers(s.k, s.n, 2);
       DensePtr const c = Make(Constant(s.m, s.n, notANumber), cut);
       Make(a, cut)->Multiply(*Make(b, cut), *c);
       EXPECT_EQ(Contents(*c), a * b) << s.m << ' ' << s.k << ' ' << s.n << ' ' << Text(cut);
@@ -193,11 +181,9 @@ TEST_F(DenseProducts, OfManyGroupsOfBlocksEqualPlainLoops) {
 }
 
 TEST_F(DenseProducts, TransposedWithABlockMatrixEqualPlainLoops) {
-  Dense const a = Integers(11, 7, 1);
-  Dense const b = Integers(11, 5, 2);
+  Dense const a = Integers(11, 7, 1), b = Integers(11, 5, 2);
   Dense const expected = Transposed(a) * b;
-  std::vector<DensePtr> const as = MakeAll(a);
-  std::vector<DensePtr> const bs = MakeAll(b);
+  std::vector<DensePtr> const as = MakeAll(a), bs = MakeAll(b);
 
   for (std::size_t i = 0; i < as.size(); ++i) {
     for (std::size_t j = 0; j < bs.size(); ++j) {
@@ -219,8 +205,7 @@ TEST_F(DenseProducts, UpdatesOfABlockMatrixScaleItAndAddTheProduct) {
   Dense const a = Integers(11, 7, 1);
   Dense b = Integers(7, 9, 2);
   Dense const old = Integers(11, 9, 3);
-  std::vector<DensePtr> const as = MakeAll(a);
-  std::vector<DensePtr> const cs = MakeAll(old);
+  std::vector<DensePtr> const as = MakeAll(a), cs = MakeAll(old);
   for (std::size_t i = 0; i < as.size(); ++i)
     for (std::size_t k = 0; k < cs.size(); ++k) {
       SCOPED_TRACE(Text(cuts[i]) + Text(cuts[k]));
@@ -237,16 +222,14 @@ TEST_F(DenseProducts, UpdatesOfABlockMatrixScaleItAndAddTheProduct) {
   narrow.columns = 2;
   DensePtr const c = Make(Constant(11, 3, 5.0), {4, 2});
   as[1]->Multiply(1.0, Lent(narrow), 0.0, *c);
-  Dense const cleared = Contents(*c);
-  Dense const product = a * narrow;
+  Dense const cleared = Contents(*c), product = a * narrow;
   for (int i = 0; i < 11; ++i)
     EXPECT_EQ((Doubles{cleared(i, 0), cleared(i, 1), cleared(i, 2)}),
               (Doubles{product(i, 0), product(i, 1), 0.0}));
 }
 
 TEST_F(DenseProducts, DiagonalFactorsScaleColumnsWithoutAlpha) {
-  Dense const a = Integers(5, 3, 1);
-  Dense const old = Integers(5, 3, 2);
+  Dense const a = Integers(5, 3, 1), old = Integers(5, 3, 2);
   ORXSrvMatrix const diagonal = Diagonal({2, -1, 10});
   Dense const full = Filled(3, 3, [&](int i, int j) { return i == j ? diagonal.Values()[i] : 0.0; });
   DensePtr const blocks = Make(a, {2, 2});
@@ -277,8 +260,7 @@ TEST_F(DenseProducts, IndexedRowsGoToTheirPositions) {
 // ---- operations in place
 
 TEST_F(DenseProducts, AddAssignAndScaleWorkOnEveryValueAndOnNoOther) {
-  Dense const a = Integers(11, 7, 1);
-  Dense const b = Integers(11, 7, 2);
+  Dense const a = Integers(11, 7, 1), b = Integers(11, 7, 2);
   std::vector<DensePtr> const bs = MakeAll(b);
   for (Cut const cut : cuts)
     for (DensePtr const& other : bs) {
@@ -380,22 +362,22 @@ TEST_F(DenseProducts, OfShapesThatDoNotFitFailBeforeAnythingIsWritten) {
   DensePtr const smallC = Make(Constant(11, 8, 4.0), {4, 3});
   Dense y = old;
 
-  EXPECT_EQ(Raised([&] { a->Multiply(*shortB, *c); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->Multiply(shortB.get(), y.values.data()); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->Multiply(*b, *smallC); }), invalidSet);
-  EXPECT_EQ(Raised([&] { a->AddAssign(*b); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(a.get(), c.get(), 0); }), invalidSet);
+  EXPECT_RAISED(invalidGet, a->Multiply(*shortB, *c));
+  EXPECT_RAISED(invalidGet, a->Multiply(shortB.get(), y.values.data()));
+  EXPECT_RAISED(invalidSet, a->Multiply(*b, *smallC));
+  EXPECT_RAISED(invalidGet, a->AddAssign(*b));
+  EXPECT_RAISED(invalidSet, a->TransposeMultiply(a.get(), c.get(), 0));
   DensePtr const shortRows = Make(Integers(10, 3, 2), {4, 3});
   DensePtr const gram = Make(Constant(7, 3, 4.0), {4, 3});
   ORXSrvMatrix inMemory(7, 3);
   inMemory = 4.0;
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(shortRows.get(), inMemory, 0); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(shortRows.get(), inMemory.Values(), 0); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(shortRows.get(), gram.get(), 0); }), invalidGet);
+  EXPECT_RAISED(invalidGet, a->TransposeMultiply(shortRows.get(), inMemory, 0));
+  EXPECT_RAISED(invalidGet, a->TransposeMultiply(shortRows.get(), inMemory.Values(), 0));
+  EXPECT_RAISED(invalidGet, a->TransposeMultiply(shortRows.get(), gram.get(), 0));
   EXPECT_EQ(DenseOf(inMemory), Contents(*gram));
   EXPECT_EQ(Contents(*gram), Constant(7, 3, 4.0));
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(y.values.data(), 1, y.values.data(), 12); }), invalidGet);
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(y.values.data(), 1, y.values.data(), -1); }), invalidGet);
+  EXPECT_RAISED(invalidGet, a->TransposeMultiply(y.values.data(), 1, y.values.data(), 12));
+  EXPECT_RAISED(invalidGet, a->TransposeMultiply(y.values.data(), 1, y.values.data(), -1));
 
   EXPECT_EQ(Contents(*c), old);
   EXPECT_EQ(Contents(*smallC), Constant(11, 8, 4.0));
@@ -407,26 +389,22 @@ TEST_F(DenseProducts, WithBuffersThatAreTooShortFailBeforeAnythingIsWritten) {
   Dense const old = Constant(11, 9, 4.0);
   DensePtr const a = Make(Integers(11, 7, 1), {4, 3});
   DensePtr const c = Make(old, {4, 3});
-  ORXSrvMatrix const shortB(6, 3);
-  ORXSrvMatrix const wideB(7, 10);
-  ORXSrvMatrix const tallB(12, 3);
-  ORXSrvMatrix const b(11, 3);
+  ORXSrvMatrix const shortB(6, 3), wideB(7, 10), tallB(12, 3), b(11, 3);
   Dense y = Constant(7, 2, 4.0);
   ORXSrvMatrix target = Lent(y);
   int const permutation[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 12};
 
-  EXPECT_EQ(Raised([&] { a->Multiply(shortB, target); }), IllegalInput("Multiply"));
-  EXPECT_EQ(Raised([&] { a->Multiply(ORXSrvMatrix(7, 2), target); }), IllegalInput("Multiply"));
-  EXPECT_EQ(Raised([&] { a->Multiply(1.0, shortB, 0.0, *c); }), IllegalInput("Multiply"));
-  EXPECT_EQ(Raised([&] { a->Multiply(1.0, wideB, 0.0, *c); }), IllegalInput("Multiply"));
-  EXPECT_EQ(Raised([&] { a->MultiplyAssign(shortB); }), IllegalInput("MultiplyAssign"));
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(b, target, 0); }), IllegalInput("TransposeMultiply"));
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(nullptr, tallB, target, 1.0, 0.0); }),
-            IllegalInput("TransposeMultiply"));
+  EXPECT_RAISED(IllegalInput("Multiply"), a->Multiply(shortB, target));
+  EXPECT_RAISED(IllegalInput("Multiply"), a->Multiply(ORXSrvMatrix(7, 2), target));
+  EXPECT_RAISED(IllegalInput("Multiply"), a->Multiply(1.0, shortB, 0.0, *c));
+  EXPECT_RAISED(IllegalInput("Multiply"), a->Multiply(1.0, wideB, 0.0, *c));
+  EXPECT_RAISED(IllegalInput("MultiplyAssign"), a->MultiplyAssign(shortB));
+  EXPECT_RAISED(IllegalInput("TransposeMultiply"), a->TransposeMultiply(b, target, 0));
+  EXPECT_RAISED(IllegalInput("TransposeMultiply"), a->TransposeMultiply(nullptr, tallB, target, 1.0, 0.0));
   ORXSrvMatrix wide(7, 3);
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(ORXSrvMatrix(10, 3), wide, 0); }), IllegalInput("GetValues"));
-  EXPECT_EQ(Raised([&] { a->TransposeMultiply(permutation, ORXSrvMatrix(11, 2), target, 1.0, 0.0); }),
-            "212 ORXSrvMatrix::PermuteRowsInPlace - Illegal perm Vector.");
+  EXPECT_RAISED(IllegalInput("GetValues"), a->TransposeMultiply(ORXSrvMatrix(10, 3), wide, 0));
+  EXPECT_RAISED("212 ORXSrvMatrix::PermuteRowsInPlace - Illegal perm Vector.",
+                a->TransposeMultiply(permutation, ORXSrvMatrix(11, 2), target, 1.0, 0.0));
 
   EXPECT_EQ(y, Constant(7, 2, 4.0));
   EXPECT_EQ(Contents(*c), old);
@@ -444,7 +422,7 @@ TEST_F(DenseProducts, IndexedGroupsAreCheckedBeforeTheFirstIsComputed) {
   EXPECT_EQ(raised({0, 1, 5, 7}, {0, 2, 4}), IllegalInput("IndexedMultiply"));
   EXPECT_EQ(raised({0, 1, 10, 11}, {0, 2, 4}), invalidGet);
   EXPECT_EQ(raised({0, 1, 2, 3, 4}, {0, 2, 5}), invalidSet);
-  EXPECT_EQ(Raised([&] { a->IndexedMultiply(ORXSrvMatrix(7, 4), *c, nullptr, nullptr, 0); }), invalidSet);
+  EXPECT_RAISED(invalidSet, a->IndexedMultiply(ORXSrvMatrix(7, 4), *c, nullptr, nullptr, 0));
   EXPECT_EQ(Contents(*c), Constant(4, 3, 4.0));
 }
 
@@ -464,8 +442,7 @@ struct Host {
 
 TEST_F(DenseProducts, TellTheHostOfEveryBlock) {
   DensePtr const a = Make(Integers(6, 6, 1), {3, 2});
-  Dense b = Integers(6, 6, 2);
-  Dense c = Constant(6, 6, 0.0);
+  Dense b = Integers(6, 6, 2), c = Constant(6, 6, 0.0);
   ORXSrvMatrix target = Lent(c);
   Host host;
   host.stopAfter = 2; // nothing is left to be stopped then
@@ -484,8 +461,8 @@ TEST_F(DenseProducts, TellTheHostOfEveryBlock) {
   EXPECT_EQ(host.reports.back(), "ORXSrvDenseMatrix::IsSymmetric 3/3");
   host.reports.clear();
   host.stopAfter = 1;
-  EXPECT_EQ(Raised([&] { a->Multiply(Lent(b), target); }),
-            "301 ORXSrvDenseMatrix::Multiply stopped by the host after 1 of 2 blocks.");
+  EXPECT_RAISED("301 ORXSrvDenseMatrix::Multiply stopped by the host after 1 of 2 blocks.",
+                a->Multiply(Lent(b), target));
 }
 
 TEST_F(DenseProducts, PassOnWhatTheHostThrows) {

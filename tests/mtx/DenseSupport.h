@@ -12,11 +12,8 @@
 #include "tests/mtx/MatrixSupport.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <string>
-#include <vector>
 
 constexpr char invalidGet[] = "203 ORXSrvDenseMatrix::GetValues invalid range values.";
 constexpr char invalidSet[] = "204 ORXSrvDenseMatrix::SetValues invalid range values.";
@@ -61,17 +58,7 @@ inline std::vector<int> Labels(ORXSimCSetID const& id) {
 
 /// How a matrix is stored and seen.
 struct DenseKind {
-  enum class Handle : std::uint8_t {
-    Own,
-    View,
-    ViewOfView,
-    Scratch,
-    Registered,
-    Column,
-    Grown,
-    GrownColumn,
-    ViewOfGrown
-  };
+  enum class Handle { Own, View, ViewOfView, Scratch, Registered, Column, Grown, GrownColumn, ViewOfGrown };
   char const* name;
   Handle handle;
   int rowChunk, columnChunk; ///< -1: stored whole
@@ -143,30 +130,20 @@ public:
   /// A matrix of zeros of a kind; a column has one column, whatever `columns` is. Views lie inside a frame
   /// of `frame` rows and columns on each side; their parents are gone.
   DensePtr New(DenseKind const& kind, int rows, int columns) const {
-    switch (kind.handle) {
-    case DenseKind::Handle::Own:
-      return New(rows, columns, kind.rowChunk, kind.columnChunk);
-    case DenseKind::Handle::Scratch:
-      return std::make_unique<ORXSrvScratchDenseMatrix>(rows, columns, kind.rowChunk, kind.columnChunk);
-    case DenseKind::Handle::Registered:
-      return NewInRegistry(rows, columns, kind.rowChunk, kind.columnChunk);
-    case DenseKind::Handle::Column:
-      return NewColumn(rows, kind.rowChunk);
-    case DenseKind::Handle::Grown:
-      return Grown(New(rows - rows / 2, columns - columns / 2, kind.rowChunk, kind.columnChunk), rows,
-                   columns);
-    case DenseKind::Handle::GrownColumn:
-      return Grown(NewColumn(rows - rows / 2, kind.rowChunk), rows, 1);
-    case DenseKind::Handle::View:
-    case DenseKind::Handle::ViewOfView:
-    case DenseKind::Handle::ViewOfGrown:
-      break;
-    }
-    auto const parentHandle =
-        kind.handle == DenseKind::Handle::ViewOfGrown ? DenseKind::Handle::Grown : DenseKind::Handle::Own;
-    DensePtr const parent =
-        New({"", parentHandle, kind.rowChunk, kind.columnChunk}, rows + 2 * frame, columns + 2 * frame);
-    if (kind.handle != DenseKind::Handle::ViewOfView)
+    using Handle = DenseKind::Handle;
+    auto const [name, handle, rowChunk, columnChunk] = kind;
+    if (handle == Handle::Own) return New(rows, columns, rowChunk, columnChunk);
+    if (handle == Handle::Scratch)
+      return std::make_unique<ORXSrvScratchDenseMatrix>(rows, columns, rowChunk, columnChunk);
+    if (handle == Handle::Registered) return NewInRegistry(rows, columns, rowChunk, columnChunk);
+    if (handle == Handle::Column) return NewColumn(rows, rowChunk);
+    if (handle == Handle::Grown)
+      return Grown(New(rows - rows / 2, columns - columns / 2, rowChunk, columnChunk), rows, columns);
+    if (handle == Handle::GrownColumn) return Grown(NewColumn(rows - rows / 2, rowChunk), rows, 1);
+    DenseKind const ofParent{name, handle == Handle::ViewOfGrown ? Handle::Grown : Handle::Own, rowChunk,
+                             columnChunk};
+    DensePtr const parent = New(ofParent, rows + 2 * frame, columns + 2 * frame);
+    if (handle != Handle::ViewOfView)
       return ViewOf(*parent, frame, frame + rows - 1, frame, frame + columns - 1);
     DensePtr const view = ViewOf(*parent, 1, rows + 2, 1, columns + 2);
     return ViewOf(*view, frame - 1, frame + rows - 2, frame - 1, frame + columns - 2);

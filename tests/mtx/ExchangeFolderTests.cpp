@@ -1,11 +1,8 @@
 #include "MatrixSupport.h"
 #include "SparseSupport.h"
 
-#include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <string>
-#include <vector>
 
 // Two folders of small files, by format; adding a file adds a test.
 //
@@ -86,8 +83,7 @@ TEST_P(Wellformed, IsTheSameMatrix) {
   for (ORXSrvSparseMatrixEntry const& e : EntriesOf(matrix))
     image.at(e.row * 3 + e.column) += e.value;
   EXPECT_EQ(image, (std::vector<double>{4, -1, 0, -1, 4, -2, 0, -2, 5}));
-  EXPECT_EQ(matrix.NumberOfRows(), 3);
-  EXPECT_EQ(matrix.NumberOfColumns(), 3);
+  EXPECT_EQ(SizeOf(matrix), (std::pair{3, 3}));
 }
 INSTANTIATE_TEST_SUITE_P(Files, Wellformed, testing::ValuesIn(FilesIn("wellformed")), NameOf);
 

@@ -5,10 +5,6 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
-#include <filesystem>
-#include <string>
-#include <unistd.h>
-#include <vector>
 
 // What all formats of files share: what is written is the whole matrix, and the file is a whole one.
 
@@ -44,7 +40,7 @@ TEST(Export, OfAMatrixThatIsNotWholeIsRefusedAndLeavesTheFile) {
   for (int const format : formats) {
     File const file("as before");
     auto const expectRefusal = [&](ORXSrvSparseMatrix const& matrix, char const* detail) {
-      EXPECT_EQ(Raised([&] { Export(matrix, file.Path(), format); }), IllegalInput(detail)) << format;
+      EXPECT_RAISED(IllegalInput(detail), Export(matrix, file.Path(), format)) << format;
       EXPECT_EQ(file.Content(), "as before") << format;
     };
     SparsePtr const matrix = Example();
@@ -70,10 +66,10 @@ TEST(Export, ThatFailsLeavesTheOlderFileOrNone) {
     folder.Write("k", std::string(3000000, 'x'));
     {
       FullDisk const full;
-      EXPECT_EQ(Raised([&] { Export(*Example(), "k", format); }), failed) << format;
+      EXPECT_RAISED(failed, Export(*Example(), "k", format)) << format;
       EXPECT_EQ(fs::file_size("k"), 3000000u) << format;
       fs::remove("k");
-      EXPECT_EQ(Raised([&] { Export(*Example(), "k", format); }), failed) << format;
+      EXPECT_RAISED(failed, Export(*Example(), "k", format)) << format;
     }
     EXPECT_EQ(folder.Files(), std::set<std::string>{}) << format;
   }
@@ -84,8 +80,8 @@ TEST(Export, FailuresCarryThePathAndTheReason) {
     for (auto const& [path, reason] : {std::pair{"/no/such/folder/k", "No such file or directory"},
                                        {"/", "Is a directory"},
                                        {"/dev/full", "No space left on device"}})
-      EXPECT_EQ(Raised([&] { Export(*Example(), path, format); }),
-                std::string("208 Error at writing to file: ") + path + ": " + reason)
+      EXPECT_RAISED(std::string("208 Error at writing to file: ") + path + ": " + reason,
+                    Export(*Example(), path, format))
           << format;
 }
 
@@ -96,7 +92,7 @@ TEST(Import, FailuresCarryThePathAndTheReason) {
     for (auto const& [path, reason] :
          {std::pair{"/no/such/file", "."}, {"/", ": Is a directory."}, {"/dev/zero", device}})
       if (bool const isText = format == 2 || format == 3; !isText || reason != device) {
-        EXPECT_EQ(Raised([&] { matrix.Import(path, format); }), NotOpened(path, reason)) << format;
+        EXPECT_RAISED(NotOpened(path, reason), matrix.Import(path, format)) << format;
       }
 }
 
@@ -139,8 +135,8 @@ TEST(Export, WhereTheFolderTakesNoNewFileWritesInPlace) {
   fs::permissions("locked", fs::perms(0555));
   Export(*Example(), "locked/k", 3);
   EXPECT_EQ(folder.Read("locked/k"), WrittenAnew(3));
-  EXPECT_EQ(Raised([] { Export(*Example(), "locked/new", 3); }),
-            "208 Error at writing to file: locked/new: Permission denied");
+  EXPECT_RAISED("208 Error at writing to file: locked/new: Permission denied",
+                Export(*Example(), "locked/new", 3));
   fs::permissions("locked", fs::perms(0755));
 }
 

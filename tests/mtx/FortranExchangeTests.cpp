@@ -3,11 +3,6 @@
 #include "tests/support/FileBytes.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-
 extern "C" {
 void write_record_file(char const* path, int length, int order, int band, int swapped);
 void occupy_unit(int number);
@@ -51,8 +46,7 @@ TEST(FortranImport, ReadsWhatAFortranProgramWrote) {
       SparsePtr const matrix = NewImported(file.Path(), 0);
       Entries const expected = Written(static_cast<std::uint32_t>(order), static_cast<std::uint32_t>(band));
       EXPECT_TRUE(EntriesOf(*matrix) == expected) << order << ' ' << band;
-      EXPECT_EQ(matrix->NumberOfRows(), order);
-      EXPECT_EQ(matrix->NumberOfColumns(), order);
+      EXPECT_EQ(SizeOf(*matrix), (std::pair{order, order}));
       // This format counts the off-diagonal entries only.
       EXPECT_EQ(matrix->NumberOfNonzeros(), (static_cast<int>(expected.size()) - order) / 2);
       EXPECT_EQ(Access::SymmetryState(*matrix), 1);
@@ -99,9 +93,10 @@ TEST(FortranImport, AUnitThatTheHostHasInUseIsAnErrorAndStaysOpen) {
   File const file;
   WriteRecords(file, 2, 1);
   occupy_unit(81);
-  EXPECT_EQ(Raised([&] { NewImported(file.Path(), 0); }),
-            NotOpened(file.Path(),
-                      ", record 1: the order of the matrix expected, found \"Fortran unit 81 is in use\"."));
+  EXPECT_RAISED(
+      NotOpened(file.Path(),
+                ", record 1: the order of the matrix expected, found \"Fortran unit 81 is in use\"."),
+      NewImported(file.Path(), 0));
   EXPECT_TRUE(IsUnitOpen(81));
   EXPECT_EQ(NewImported(file.Path(), 0)->NumberOfRows(), 2);
 }
@@ -118,11 +113,11 @@ TEST(FortranImport, FaultsOfAFileLeaveTheUnitFree) {
 }
 
 TEST(FortranImport, RefusesPathsThatItsRuntimeWouldCutShort) {
-  EXPECT_EQ(Raised([] { NewImported("", 0); }), NotOpened("", "."));
+  EXPECT_RAISED(NotOpened("", "."), NewImported("", 0));
   TemporaryFolder const folder;
   std::string const blank = folder.Write("blank ", "x");
-  EXPECT_EQ(Raised([&] { NewImported(blank.c_str(), 0); }),
-            NotOpened(blank, ": Fortran cannot open a path that ends in a blank."));
+  EXPECT_RAISED(NotOpened(blank, ": Fortran cannot open a path that ends in a blank."),
+                NewImported(blank.c_str(), 0));
 }
 
 } // namespace

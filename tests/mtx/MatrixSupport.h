@@ -4,11 +4,8 @@
 #include "tests/support/Dense.h"
 #include "tests/support/Raised.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <initializer_list>
-#include <vector>
 
 /// A full matrix written row by row, as on paper.
 inline ORXSrvMatrix Full(std::initializer_list<std::initializer_list<double>> rows, bool symmetric = false) {
@@ -35,6 +32,12 @@ inline ORXSrvMatrix Diagonal(std::initializer_list<double> values) {
 inline double At(ORXSrvMatrix const& a, int i, int j) {
   if (a.IsDiagonal()) return i == j ? a.Values()[i] : 0.0;
   return a.Values()[j * a.NumberOfRows() + i];
+}
+
+/// Rows and columns of a matrix of any class.
+template<class Matrix>
+std::pair<int, int> SizeOf(Matrix const& matrix) {
+  return {matrix.NumberOfRows(), matrix.NumberOfColumns()};
 }
 
 /// A copy in full storage.

@@ -1,16 +1,7 @@
-#include "mtx/ORXSrvMatrixContainer.h"
-#include "mtx/ORXSrvScratchDenseMatrix.h"
-#include "sim/ORXSimContext.h"
-#include "sim/ORXSimDatabase.h"
+#include "DenseSupport.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/TemporaryFolder.h"
-
-#include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstddef>
-#include <fstream>
-#include <memory>
 #include <optional>
 #include <sys/stat.h>
 
@@ -23,13 +14,6 @@ using Files = std::set<std::string>;
 struct Scratch : ORXSrvScratchDenseMatrix {
   Scratch() : ORXSrvScratchDenseMatrix(3, 3, 2, 2) {}
 };
-
-std::string Contents(std::string const& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void Write(std::string const& name, std::string const& text) { std::ofstream(name) << text; }
 
 /// A results database with one context.
 void WriteResults(std::string const& name) {
@@ -62,7 +46,7 @@ TYPED_TEST_SUITE(ScratchFiles, Owners);
 
 TYPED_TEST(ScratchFiles, TakeThePlaceOfWhatADeadProcessLeft) {
   std::string const name = this->Name();
-  Write(name, "left behind");
+  this->m_folder.Write(name, "left behind");
   chmod(name.c_str(), 0444);
   this->Make();
   EXPECT_EQ(this->m_folder.Files(), Files{name});
@@ -72,24 +56,24 @@ TYPED_TEST(ScratchFiles, TakeThePlaceOfWhatADeadProcessLeft) {
 
 TYPED_TEST(ScratchFiles, LeaveWhatALinkPointsTo) {
   std::string const name = this->Name();
-  Write("precious", "values");
+  this->m_folder.Write("precious", "values");
   std::filesystem::create_symlink("precious", name);
   this->Make();
   EXPECT_FALSE(std::filesystem::is_symlink(name));
   this->Destroy();
   EXPECT_EQ(this->m_folder.Files(), Files{"precious"});
-  EXPECT_EQ(Contents("precious"), "values");
+  EXPECT_EQ(this->m_folder.Read("precious"), "values");
 }
 
 TYPED_TEST(ScratchFiles, LeaveADatabaseOfTheirName) {
   std::string const name = this->Name();
   WriteResults(name);
-  std::string const before = Contents(name);
+  std::string const before = this->m_folder.Read(name);
   this->Make();
   EXPECT_EQ(this->m_folder.Files().size(), 2u);
   this->Destroy();
   EXPECT_EQ(this->m_folder.Files(), Files{name});
-  EXPECT_EQ(Contents(name), before);
+  EXPECT_EQ(this->m_folder.Read(name), before);
 }
 
 TYPED_TEST(ScratchFiles, GoFromWhereTheyAre) {
@@ -97,19 +81,19 @@ TYPED_TEST(ScratchFiles, GoFromWhereTheyAre) {
   std::string const name = *this->m_folder.Files().begin();
   std::filesystem::create_directory("elsewhere");
   std::filesystem::current_path("elsewhere");
-  Write(name, "another one's");
+  this->m_folder.Write("elsewhere/" + name, "another one's");
   this->Destroy();
-  EXPECT_EQ(Contents(name), "another one's");
+  EXPECT_EQ(this->m_folder.Read("elsewhere/" + name), "another one's");
   EXPECT_EQ(this->m_folder.Files(), Files{"elsewhere"});
 }
 
 TYPED_TEST(ScratchFiles, LeaveAFileThatHasTakenTheirPlace) {
   this->Make();
   std::string const name = *this->m_folder.Files().begin();
-  Write("new", "another one's");
+  this->m_folder.Write("new", "another one's");
   std::filesystem::rename("new", name);
   this->Destroy();
-  EXPECT_EQ(Contents(name), "another one's");
+  EXPECT_EQ(this->m_folder.Read(name), "another one's");
 }
 
 TYPED_TEST(ScratchFiles, AreNotDeletedByAForkedChild) {
@@ -136,7 +120,7 @@ TEST(ScratchFilesOfKilledProcesses, AreSweptWithTheNextOne) {
   WorkingFolder const folder;
   ASSERT_EQ(KilledChild(folder).size(), 2u);
   WriteResults("results.sim");
-  Write("notes.sim", "orx scratch, on paper");
+  folder.Write("notes.sim", "orx scratch, on paper");
   {
     Scratch const matrix;
     Files const files = folder.Files();

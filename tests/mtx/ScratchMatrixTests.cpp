@@ -1,9 +1,5 @@
-#include "mtx/ORXSrvScratchDenseMatrix.h"
-
 #include "tests/mtx/DenseSupport.h"
 #include "tests/support/Shortage.h"
-
-#include <gtest/gtest.h>
 
 #include <new>
 
@@ -28,8 +24,7 @@ TEST_F(ScratchMatrix, ChunksAreLoweredToTheMatrix) {
   EXPECT_EQ(All(a), Doubles(70));
 
   ORXSrvScratchDenseMatrix const column(5, 1, 8, 8);
-  EXPECT_EQ(column.NumberOfRows(), 5);
-  EXPECT_EQ(column.NumberOfColumns(), 1);
+  EXPECT_EQ(SizeOf(column), (std::pair{5, 1}));
   EXPECT_EQ(column.NumberOfRowBlocks(), 1);
   EXPECT_FALSE(column.ColumnCSetID().IsNull());
 
@@ -114,14 +109,12 @@ TEST(ScratchMatrixOfSets, GrowsByItsOwnSets) {
 }
 
 TEST_F(ScratchMatrix, FailedCreationLeavesNoFile) {
-  EXPECT_EQ(CodeOf([] { ORXSrvScratchDenseMatrix(0, 3, 1, 1); }), ORXSimException::viewDoesNotFit);
-  EXPECT_EQ(CodeOf([] { ORXSrvScratchDenseMatrix(-1, 3, 1, 1); }), ORXSimException::invalidArgument);
-  EXPECT_EQ(CodeOf([] { ORXSrvScratchDenseMatrix(3, 3, 0, 1); }), ORXSimException::viewDoesNotFit);
+  EXPECT_CODE(viewDoesNotFit, ORXSrvScratchDenseMatrix(0, 3, 1, 1));
+  EXPECT_CODE(invalidArgument, ORXSrvScratchDenseMatrix(-1, 3, 1, 1));
+  EXPECT_CODE(viewDoesNotFit, ORXSrvScratchDenseMatrix(3, 3, 0, 1));
   int const negative[] = {1, -1};
-  EXPECT_EQ(CodeOf([&] { ORXSrvScratchDenseMatrix(2, 2, negative, nullptr, 1, 1); }),
-            ORXSimException::invalidArgument);
-  EXPECT_EQ(CodeOf([] { ORXSrvScratchDenseMatrix(ORXSimCSetID(), ORXSimCSetID(), 1, 1); }),
-            ORXSimException::staleIdentifier);
+  EXPECT_CODE(invalidArgument, ORXSrvScratchDenseMatrix(2, 2, negative, nullptr, 1, 1));
+  EXPECT_CODE(staleIdentifier, ORXSrvScratchDenseMatrix(ORXSimCSetID(), ORXSimCSetID(), 1, 1));
   int error = 0;
   {
     FullDisk const full;

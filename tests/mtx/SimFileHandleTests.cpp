@@ -1,16 +1,7 @@
+#include "DenseSupport.h"
 #include "mtx/ORXSrvSimFileHandle.h"
-
-#include "mtx/ORXSrvUtilities.h"
-#include "sim/ORXSimCollection.h"
-#include "sim/ORXSimContext.h"
-#include "sim/ORXSimDatabase.h"
-#include "tests/support/Raised.h"
 #include "tests/support/Shortage.h"
-#include "tests/support/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
 #include <optional>
 
 namespace {
@@ -25,16 +16,6 @@ protected:
 };
 
 using SimFileHandleDeathTest = SimFileHandle;
-
-TEST_F(SimFileHandle, TouchesNoFileBeforeItIsAssociated) {
-  {
-    ORXSrvSimFileHandle const handle;
-    ORXSrvSimFileHandle const copy = handle;
-    EXPECT_TRUE(copy.IsNull());
-    EXPECT_EQ(handle.UseCount(), 2);
-  }
-  EXPECT_EQ(m_folder.Files(), Files());
-}
 
 TEST_F(SimFileHandle, OffersAContextForDistributions) {
   ORXSrvSimFileHandle handle;
@@ -62,13 +43,16 @@ TEST_F(SimFileHandle, LastCopyDeletesTheFile) {
 
   second.reset();
   EXPECT_EQ(m_folder.Files(), Files());
-  EXPECT_EQ(CodeOf([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+  EXPECT_CODE(staleIdentifier, ORXSimContext(context).Collections());
 }
 
-TEST_F(SimFileHandle, AssociatingLeavesEarlierCopiesAsTheyWere) {
+TEST_F(SimFileHandle, AssociatingMakesTheFileAndLeavesEarlierCopiesAsTheyWere) {
   ORXSrvSimFileHandle const early;
   {
     ORXSrvSimFileHandle handle(early);
+    EXPECT_TRUE(handle.IsNull());
+    EXPECT_EQ(early.UseCount(), 2);
+    EXPECT_EQ(m_folder.Files(), Files());
     handle.Associate(name);
     EXPECT_TRUE(early.IsNull());
     EXPECT_EQ(early.UseCount(), 1);
@@ -82,10 +66,10 @@ TEST_F(SimFileHandle, FailedCreationLeavesTheHandleAndFilesOfOthersAsTheyWere) {
   owner.Associate(name);
   ORXSrvSimFileHandle handle;
 
-  EXPECT_EQ(CodeOf([&] { handle.Associate(name); }), ORXSimException::fileInUse);
+  EXPECT_CODE(fileInUse, handle.Associate(name));
   EXPECT_EQ(m_folder.Files(), Files{"scratch.sim"});
-  EXPECT_EQ(CodeOf([&] { handle.Associate(atr_String("missing/scratch.sim")); }), ORXSimException::notOpened);
-  EXPECT_EQ(CodeOf([&] { handle.Associate(atr_String()); }), ORXSimException::notOpened);
+  EXPECT_CODE(notOpened, handle.Associate(atr_String("missing/scratch.sim")));
+  EXPECT_CODE(notOpened, handle.Associate(atr_String()));
   EXPECT_TRUE(handle.IsNull());
 
   handle.Associate(atr_String("other.sim"));
@@ -100,7 +84,7 @@ TEST_F(SimFileHandle, ReleaseCopesWithAFileThatIsGone) {
 
   handle.reset();
   EXPECT_EQ(m_folder.Files(), Files());
-  EXPECT_EQ(CodeOf([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+  EXPECT_CODE(staleIdentifier, ORXSimContext(context).Collections());
 }
 
 TEST_F(SimFileHandle, ReleaseDeletesAFileThatCannotBeClosed) {
@@ -121,7 +105,7 @@ TEST_F(SimFileHandle, ReleaseDeletesAFileThatCannotBeClosed) {
 
   EXPECT_EQ(error, ORXSimException::writeFailed);
   EXPECT_EQ(m_folder.Files(), Files{"comparison.sim"});
-  EXPECT_EQ(CodeOf([&] { ORXSimContext(context).Collections(); }), ORXSimException::staleIdentifier);
+  EXPECT_CODE(staleIdentifier, ORXSimContext(context).Collections());
 }
 
 TEST_F(SimFileHandleDeathTest, CallsThatDoNotSuitTheStateEndTheProcess) {

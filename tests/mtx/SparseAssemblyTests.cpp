@@ -3,11 +3,8 @@
 #include "mtx/impl/exchange/TripletCollector.h"
 #include "tests/support/Shortage.h"
 
-#include <cstdint>
 #include <map>
 #include <numeric>
-#include <random>
-#include <string>
 #include <utility>
 
 namespace {
@@ -79,8 +76,7 @@ TEST(Assembly, EmptyAssemblyIsAValidNullMatrix) {
 TEST(Assembly, DimensionsGrowAndNeverShrink) {
   ORXSrvSparseMatrix matrix(2, 2);
   Assemble(matrix, {{5, 2, 1.0}});
-  EXPECT_EQ(matrix.NumberOfRows(), 6);
-  EXPECT_EQ(matrix.NumberOfColumns(), 3);
+  EXPECT_EQ(SizeOf(matrix), (std::pair{6, 3}));
   Assemble(matrix, {{0, 0, 1.0}});
   EXPECT_EQ(matrix.NumberOfRows(), 6);
   EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 0, 1.0}}));
@@ -89,10 +85,10 @@ TEST(Assembly, DimensionsGrowAndNeverShrink) {
 TEST(Assembly, IndicesBeyondTheDimensionsTypeAreRefused) {
   ORXSrvSparseMatrix matrix(2, 2);
   matrix.AddData(1, 1, 4.0);
-  EXPECT_EQ(Raised([&] { matrix.AddData(0, 2147483647u, 1.0); }),
-            IllegalInput("AddData(0, 2147483647), indices up to 2147483646 expected"));
-  EXPECT_EQ(Raised([&] { matrix.AddData(UINT32_MAX, 0, 1.0); }),
-            IllegalInput("AddData(4294967295, 0), indices up to 2147483646 expected"));
+  EXPECT_RAISED(IllegalInput("AddData(0, 2147483647), indices up to 2147483646 expected"),
+                matrix.AddData(0, 2147483647u, 1.0));
+  EXPECT_RAISED(IllegalInput("AddData(4294967295, 0), indices up to 2147483646 expected"),
+                matrix.AddData(UINT32_MAX, 0, 1.0));
   matrix.EndAssembly();
   EXPECT_EQ(EntriesOf(matrix), (Entries{{1, 1, 4.0}}));
   EXPECT_EQ(matrix.NumberOfColumns(), 2);

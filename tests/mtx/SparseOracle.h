@@ -3,13 +3,9 @@
 #include "tests/mtx/MatrixSupport.h"
 #include "tests/mtx/SparseSupport.h"
 
-#include <cmath>
 #include <cstdint>
 #include <map>
-#include <memory>
-#include <random>
 #include <utility>
-#include <vector>
 
 /// All entries of a sparse matrix, those that are not stored being zero.
 inline Dense DenseOf(ORXSrvSparseMatrix const& matrix) {

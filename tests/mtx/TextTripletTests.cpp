@@ -4,12 +4,8 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <bit>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <limits>
-#include <random>
-#include <string>
 
 namespace {
 
@@ -28,8 +24,7 @@ TEST(TextImport, SumsDuplicatesAndTakesTheLargestIndicesAsShape) {
     ORXSrvSparseMatrix matrix(7, 7);
     Assemble(matrix, {{6, 6, 1.0}});
     matrix.Import(file.Path(), format);
-    EXPECT_EQ(matrix.NumberOfRows(), 3);
-    EXPECT_EQ(matrix.NumberOfColumns(), 2);
+    EXPECT_EQ(SizeOf(matrix), (std::pair{3, 2}));
     EXPECT_EQ(EntriesOf(matrix), (Entries{{0, 0, 5.0}, {2, 1, 1.0}}));
     EXPECT_EQ(Access::SymmetryState(matrix), 0);
     matrix.AddData(0, 0, 1.0);
@@ -51,8 +46,7 @@ TEST(TextImport, EmptyFilesAreEmptyMatrices) {
     File const file(content);
     auto const matrix = NewAssembled(3, 3, {{0, 0, 1.0}});
     matrix->Import(file.Path(), 3);
-    EXPECT_EQ(matrix->NumberOfRows(), 0);
-    EXPECT_EQ(matrix->NumberOfColumns(), 0);
+    EXPECT_EQ(SizeOf(*matrix), (std::pair{0, 0}));
     EXPECT_TRUE(EntriesOf(*matrix).empty());
   }
 }
@@ -103,8 +97,8 @@ TEST(TextImport, MalformedItemsAreErrorsWithPathAndLineAndLeaveTheMatrix) {
        }) {
     File const file(content);
     auto const matrix = NewAssembled(0, 0, {{0, 2, 4.0}});
-    EXPECT_EQ(Raised([&] { matrix->Import(file.Path(), 3); }),
-              NotOpened(file.Path(), ", line " + std::to_string(line) + ": " + detail + "."));
+    EXPECT_RAISED(NotOpened(file.Path(), ", line " + std::to_string(line) + ": " + detail + "."),
+                  matrix->Import(file.Path(), 3));
     EXPECT_EQ(EntriesOf(*matrix), (Entries{{0, 2, 4.0}}));
     EXPECT_EQ(matrix->NumberOfColumns(), 3);
   }
@@ -162,11 +156,11 @@ TEST(TextImport, RefusesOtherFormats) {
   File const file("1 1 1\n");
   ORXSrvSparseMatrix matrix(2, 2);
   for (int const format : {-1, 4, 5, 8, 99, 256})
-    EXPECT_EQ(Raised([&] { matrix.Import(file.Path(), format); }),
-              "210 ORXSrvSparseImExPorter: Unsupported import format.");
+    EXPECT_RAISED("210 ORXSrvSparseImExPorter: Unsupported import format.",
+                  matrix.Import(file.Path(), format));
   for (int const format : {-1, 0, 1, 2, 8})
-    EXPECT_EQ(Raised([&] { matrix.Export(file.Path(), format, nullptr); }),
-              "207 ORXSrvSparseImExPorter: Unsupported export format.");
+    EXPECT_RAISED("207 ORXSrvSparseImExPorter: Unsupported export format.",
+                  matrix.Export(file.Path(), format, nullptr));
   EXPECT_EQ(file.Content(), "1 1 1\n");
 }
 
@@ -229,10 +223,10 @@ TEST(TextExport, NodeDofTextNeedsADefinitionOfAllEquationsAndElseLeavesTheFile) 
   ORXSrvSparseMatrix matrix(0, 0);
   Assemble(matrix, {{0, 0, 1}, {1, 3, 1}, {3, 0, 1}});
   File const file("as before");
-  EXPECT_EQ(Raised([&] { matrix.Export(file.Path(), 4, nullptr); }),
-            IllegalInput("Export(format 4), a definition of degrees of freedom expected, found none"));
+  EXPECT_RAISED(IllegalInput("Export(format 4), a definition of degrees of freedom expected, found none"),
+                matrix.Export(file.Path(), 4, nullptr));
   ORXSrvSystemDofDefinition const dofs = Dofs({{1, 1}, {1, 2}, {1, 3}});
-  EXPECT_EQ(CodeOf([&] { matrix.Export(file.Path(), 4, &dofs); }), ORXSimException::invalidArgument);
+  EXPECT_CODE(invalidArgument, matrix.Export(file.Path(), 4, &dofs));
   EXPECT_EQ(file.Content(), "as before");
 }
 

@@ -1,22 +1,13 @@
-#include "mtx/ORXSrvUtilities.h"
-
 #include "core/mem_Allocator.h"
 #include "mtx/impl/blocks/ORXSrvUtilitiesChunks.h"
-#include "sim/ORXSimCSet.h"
-#include "sim/ORXSimCollection.h"
-#include "sim/ORXSimContext.h"
-#include "sim/ORXSimDatabase.h"
 #include "sim/ORXSimDistribution.h"
 #include "sim/ORXSimTransfer.h"
 #include "sim/impl/OpenDatabase.h"
 #include "tests/mtx/DenseSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <numeric>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -88,8 +79,7 @@ TEST(LimitChunkSize2GB, LimitsTheFirstChunkByTheLastSize) {
        {Case{100000, 100000, 1000, 4096, 65536, 100000}, Case{100000, 100000, 4096, 1000, 100000, 65536},
         Case{65536, 65537, 4096, 4096, 65536, 65536}, Case{5, 5, 1 << 28, (1 << 28) + 1, 0, 1},
         Case{INT_MAX, -1, 1, 3, 89478485, -1}}) {
-    int chunkA = c.chunkA;
-    int chunkB = c.chunkB;
+    int chunkA = c.chunkA, chunkB = c.chunkB;
     Utilities::LimitChunkSize2GB(chunkA, chunkB, c.sizeB, c.sizeA);
     EXPECT_EQ(std::pair(chunkA, chunkB), std::pair(c.limitedA, c.limitedB)) << c.sizeB << ' ' << c.sizeA;
   }
@@ -125,8 +115,7 @@ TEST_F(DistributionFactory, MatricesHaveColumnsFirst) {
 }
 
 TEST_F(DistributionFactory, MatrixChunksThatCutNothingCountOnlyWithoutAPosition) {
-  ORXSimCSetID const rows = NewSet(10);
-  ORXSimCSetID const columns = NewSet(5);
+  ORXSimCSetID const rows = NewSet(10), columns = NewSet(5);
   struct Case {
     int chunkRows, chunkColumns;
     char const *inContext, *atPosition;
@@ -149,8 +138,7 @@ TEST_F(DistributionFactory, MatrixChunksThatCutNothingCountOnlyWithoutAPosition)
 TEST_F(DistributionFactory, SquareMatrixOverOneCollectionHasColumnsOnColourOne) {
   ORXSimCSetID const rows = NewSet(4);
   ORXSimCSetID const columns = Subset(rows, {2, 3});
-  ORXSimCSetID const rowsBefore = rows;
-  ORXSimCSetID const columnsBefore = columns;
+  ORXSimCSetID const rowsBefore = rows, columnsBefore = columns;
   for (ORXSimDistributionID const id :
        {Utilities::Create2DDistribution(rows, columns, -1, 1),
         Utilities::Create2DDistribution(m_transaction, m_position, -1, rows, columns, -1, 1)}) {
@@ -166,8 +154,7 @@ TEST_F(DistributionFactory, SquareMatrixOverOneCollectionHasColumnsOnColourOne) 
 // ---- sparse matrices
 
 TEST_F(DistributionFactory, SparseMatricesHaveRowsFirstAndNoDrawer) {
-  ORXSimCSetID rows = NewSet(4);
-  ORXSimCSetID columns = NewSet(3);
+  ORXSimCSetID rows = NewSet(4), columns = NewSet(3);
   ORXSimCSetID const columnsBefore = columns;
   for (ORXSimDistributionID const id :
        {Utilities::CreateSparseDistribution(rows, columns),
@@ -181,8 +168,7 @@ TEST_F(DistributionFactory, SparseMatricesHaveRowsFirstAndNoDrawer) {
 
 TEST_F(DistributionFactory, SparseSquareMatrixTellsTheCallerItsColumns) {
   for (bool const isAtPosition : {false, true}) {
-    ORXSimCSetID rows = NewSet(4);
-    ORXSimCSetID columns = rows;
+    ORXSimCSetID rows = NewSet(4), columns = rows;
     ORXSimCSetID const before = rows;
     ORXSimDistributionID const id =
         isAtPosition ? Utilities::CreateSparseDistribution(m_transaction, m_position, -1, rows, columns)
@@ -240,8 +226,7 @@ TEST_F(DistributionFactory, FieldsResolveOneClashOfCollections) {
 }
 
 TEST_F(DistributionFactory, FieldsWithMoreClashesAreNotCreated) {
-  ORXSimCSetID const a = NewSet(2);
-  ORXSimCSetID const b = NewSet(3);
+  ORXSimCSetID const a = NewSet(2), b = NewSet(3);
   int const before = NumDistributions();
   using Sets = ORXSimArray<ORXSimCSetID>;
   for (Sets const& sets : {Sets{a, a, a}, Sets{a, b, a, b}, Sets{a, a.OnColorVariant(1), a}})
@@ -254,8 +239,7 @@ TEST_F(DistributionFactory, FieldsWithMoreClashesAreNotCreated) {
 // ---- types, transactions, temporary distributions
 
 TEST_F(DistributionFactory, PositionsGiveTypesByIndex) {
-  ORXSimCSetID rows = NewSet(2);
-  ORXSimCSetID columns = NewSet(2);
+  ORXSimCSetID rows = NewSet(2), columns = NewSet(2);
   for (int const index : {-1, m_types[0], m_types[1]})
     for (ORXSimDistributionID const id :
          {Utilities::Create1DDistribution(m_transaction, m_position, index, rows, -1),
@@ -271,8 +255,7 @@ TEST_F(DistributionFactory, PositionsGiveTypesByIndex) {
 }
 
 TEST_F(DistributionFactory, OnlyTemporaryFieldsDoWithoutTheTransaction) {
-  ORXSimCSetID rows = NewSet(2);
-  ORXSimCSetID columns = NewSet(2);
+  ORXSimCSetID rows = NewSet(2), columns = NewSet(2);
   m_transaction.Commit();
   int const before = NumDistributions();
 
@@ -308,10 +291,8 @@ TEST_F(DistributionFactory, IntegersAreWrittenInSetOrder) {
 
 TEST_F(DistributionFactory, TooFewIntegersAreRefused) {
   ORXSimCSetID const set = NewSet(3);
-  int const values[3] = {1, 2, 3};
-  int const before = NumDistributions();
-  EXPECT_EQ(CodeOf([&] { Utilities::Write1DIntDistribution(set, values, 2); }),
-            ORXSimException::viewDoesNotFit);
+  int const values[3] = {1, 2, 3}, before = NumDistributions();
+  EXPECT_CODE(viewDoesNotFit, Utilities::Write1DIntDistribution(set, values, 2));
   EXPECT_EQ(NumDistributions(), before + 1);
 }
 
@@ -363,8 +344,7 @@ TEST(LimitChunks, NeverCutsToNothing) {
            Case{-1, -1, many, 1, -1, -1},               //
            Case{1 << 20, 1, 1 << 20, 1024, 1 << 18, 1}, // 2 GB in a row of chunks
        }) {
-    int rowChunk = c.rowChunk;
-    int columnChunk = c.columnChunk;
+    int rowChunk = c.rowChunk, columnChunk = c.columnChunk;
     orx::LimitChunks(rowChunk, columnChunk, c.rows, c.columns);
     EXPECT_EQ(rowChunk, c.newRowChunk) << c.rows << " x " << c.columns;
     EXPECT_EQ(columnChunk, c.newColumnChunk) << c.rows << " x " << c.columns;

@@ -127,8 +127,7 @@ Labels Session::DrawNewLabels(Collection const& collection, Labels const& presen
 std::vector<std::vector<int>> Session::DrawPositions(ModelDrawer const& drawer) {
   std::vector<std::vector<int>> chosen;
   for (Labels const& labels : drawer.labels) {
-    int const last = Count(labels) - 1;
-    int const kind = labels.empty() ? 0 : Draw(0, 3);
+    int const last = Count(labels) - 1, kind = labels.empty() ? 0 : Draw(0, 3);
     int const first = kind == 1 || kind == 2 ? Draw(0, last) : 0;
     int const end = kind == 1 ? first + 1 : kind == 2 ? Draw(first, last) + 1 : last + 1;
     std::vector<int> positions(end - first);

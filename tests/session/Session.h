@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 #include <random>
-#include <set>
 
 template<class Container>
 int Count(Container const& container) {

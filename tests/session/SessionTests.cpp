@@ -5,8 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <sys/mman.h>
-#include <sys/wait.h>
+
 #include <thread>
 
 // Longer runs: ORX_SESSION_STEPS=100000, ORX_SESSION_KILLS=1000, from ORX_SESSION_SEED on.
@@ -18,44 +17,39 @@ constexpr int mostFields = 1500; // then a new file is begun; twice as many as H
 TEST(Session, HoldsWhatItsModelHolds) {
   TemporaryFolder const folder(memoryFolder);
   int const steps = Setting("ORX_SESSION_STEPS", isSanitized ? 400 : 2000);
-  auto const seed = static_cast<unsigned>(Setting("ORX_SESSION_SEED", 1));
+  int const seed = Setting("ORX_SESSION_SEED", 1);
   Session session(folder.Path("a.sim"));
   session.Seed(seed);
   session.CreateFile();
-  int files = 1;
-  int step = 0;
-  try {
-    for (; step < steps; ++step) {
-      session.Step();
-      if (session.FieldCount() < mostFields) continue;
-      session.CloseFile();
-      session.OpenFile(true);
-      session.CheckAll();
-      session.CreateFile();
-      ++files;
-    }
+  int files = 1, step = 0;
+  auto const checkFile = [&] {
     session.CloseFile();
     session.OpenFile(true);
     session.CheckAll();
-  } catch (std::exception const& error) {
-    FAIL() << "seed " << seed << ", step " << step << ": " << error.what();
-  } catch (ORXBasException const& error) {
-    FAIL() << "seed " << seed << ", step " << step << ": " << error.AsString().AsText();
-  }
+  };
+  std::string const failure = FailureOf([&] {
+    for (; step < steps; ++step) {
+      session.Step();
+      if (session.FieldCount() < mostFields) continue;
+      checkFile();
+      session.CreateFile();
+      ++files;
+    }
+    checkFile();
+  });
+  EXPECT_EQ(failure, "") << "seed " << seed << ", step " << step;
   std::printf("%d steps, %d files, at last %d fields\n", steps, files, session.FieldCount());
 }
 
 /// What a child tells before it is killed, in memory that is shared with it.
 struct Progress {
-  std::atomic<int> begun{0};
-  std::atomic<int> done{0};
+  std::atomic<int> begun{0}, done{0};
   char error[400]{};
 };
 
 /// Goes on with a session until it is killed.
 [[noreturn]] void WorkUntilKilled(Session session, unsigned seed, int killingStep, Progress& progress) {
-  std::string text;
-  try {
+  std::string const failure = FailureOf([&] {
     FaultPlan const plan(killingStep > 0 ? FaultPlan::Effect::Kill : FaultPlan::Effect::None, killingStep);
     session.OpenFile(false);
     session.Seed(seed);
@@ -65,12 +59,8 @@ struct Progress {
       progress.done = step;
     }
     raise(SIGKILL);
-  } catch (std::exception const& error) {
-    text = error.what();
-  } catch (ORXBasException const& error) {
-    text = error.AsString().AsText();
-  }
-  std::strncpy(progress.error, text.c_str(), sizeof progress.error - 1);
+  });
+  std::strncpy(progress.error, failure.c_str(), sizeof progress.error - 1);
   _exit(1);
 }
 
@@ -102,18 +92,13 @@ Session AfterSteps(Session const& session, unsigned seed, int steps) {
 
 /// "" when the file holds what is expected, but for cells that a last step was changing.
 std::string Difference(Session& expected, Session const& inFlight) {
-  try {
+  return FailureOf([&] {
     expected.OpenFile(true);
     expected.CheckAndAdopt(inFlight);
     expected.OpenFile(false);
     expected.CheckAll();
     expected.CloseFile();
-    return "";
-  } catch (std::exception const& error) {
-    return error.what();
-  } catch (ORXBasException const& error) {
-    return error.AsString().AsText();
-  }
+  });
 }
 
 /// The session that the file holds after a kill.
@@ -134,34 +119,29 @@ Session Survivor(Session const& session, unsigned seed, Progress const& progress
 TEST(Session, LosesNothingThatWasAcknowledgedWhenItIsKilled) {
   TemporaryFolder const folder(memoryFolder);
   int const kills = Setting("ORX_SESSION_KILLS", isSanitized ? 10 : 40);
-  auto const seed = static_cast<unsigned>(Setting("ORX_SESSION_SEED", 1));
+  int const seed = Setting("ORX_SESSION_SEED", 1);
   std::mt19937 random(seed);
-  void* const shared =
-      mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(shared, MAP_FAILED);
   Session session(folder.Path("a.sim"));
   std::int64_t steps = 0;
   int whole = 0;
   for (int kill = 0; kill < kills; ++kill) {
-    auto* const progress = new (shared) Progress;
-    unsigned const killSeed = seed * 100000 + static_cast<unsigned>(kill);
+    Shared<Progress> progress;
+    unsigned const killSeed = seed * 100000 + kill;
     int const killingStep = kill % 2 == 0 ? 0 : kill / 2 + 1;
     std::chrono::microseconds const after(std::uniform_int_distribution<int>(500, 60000)(random));
-    try {
+    std::string const failure = FailureOf([&] {
       if (kill % 25 == 0) {
         session.CreateFile();
         session.CloseFile();
       }
       KillAWorker(session, killSeed, killingStep, after, *progress);
       session = Survivor(session, killSeed, *progress);
-    } catch (std::exception const& error) {
-      FAIL() << "seed " << seed << ", kill " << kill << ", " << progress->done << " steps of "
-             << progress->begun << ": " << error.what();
-    }
+    });
+    ASSERT_EQ(failure, "") << "seed " << seed << ", kill " << kill << ", " << progress->done << " steps of "
+                           << progress->begun;
     steps += progress->done;
     whole += progress->done == progress->begun ? 1 : 0;
   }
-  munmap(shared, sizeof(Progress));
   std::printf("%d kills after %lld steps, %d of them between steps\n", kills, static_cast<long long>(steps),
               whole);
 }

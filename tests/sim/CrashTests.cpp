@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <csignal>
 #include <random>
-#include <sys/mman.h>
 #include <utility>
 #include <vector>
 
@@ -25,20 +24,6 @@ constexpr int transactions = 3;
 struct Report {
   int acknowledged; ///< the last transaction whose commit returned
   int steps;
-};
-
-class SharedReport {
-public:
-  SharedReport()
-      : m_report(static_cast<Report*>(
-            mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
-  SharedReport(SharedReport const&) = delete;
-  SharedReport& operator=(SharedReport const&) = delete;
-  ~SharedReport() { munmap(m_report, sizeof(Report)); }
-  Report* operator->() const { return m_report; }
-
-private:
-  Report* m_report;
 };
 
 class Stopped : public testing::Test {
@@ -131,15 +116,12 @@ protected:
     }
   }
 
-  static std::vector<std::string> s_states;
-  static std::string s_start;
+  static inline std::vector<std::string> s_states;
+  static inline std::string s_start;
   TemporaryFolder m_folder{memoryFolder};
   std::string m_path = m_folder.Path("file");
-  SharedReport m_report;
+  Shared<Report> m_report;
 };
-
-std::vector<std::string> Stopped::s_states;
-std::string Stopped::s_start;
 
 TEST_F(Stopped, ByDeathInsideAnyStepLeavesACommittedState) {
   int const steps = CountSteps();
@@ -159,7 +141,7 @@ TEST_F(Stopped, ByADiskThatIsFullFromAnyStepOnLeavesACommittedState) {
 }
 
 /// A disk that loses power: it has all until the last sync, and of what was written since any sectors.
-class PowerCuts {
+class PowerCuts : Uncopied {
 public:
   struct Image {
     std::string bytes;
@@ -176,8 +158,6 @@ public:
       return 0;
     });
   }
-  PowerCuts(PowerCuts const&) = delete;
-  PowerCuts& operator=(PowerCuts const&) = delete;
   ~PowerCuts() { orx::file::SetFaultHook(nullptr); }
 
   std::vector<Image> const& Images() const { return m_images; }
@@ -195,8 +175,7 @@ private:
     return image;
   }
 
-  std::string m_path;
-  std::string m_durable;
+  std::string m_path, m_durable;
   std::mt19937 m_random{7};
   std::vector<Image> m_images;
 };
@@ -207,7 +186,7 @@ TEST_F(Stopped, ByAPowerCutLeavesACommittedState) {
   {
     Session const session = Session::Open(m_path);
     m_report->acknowledged = 0;
-    PowerCuts const cuts(m_path, *m_report.operator->());
+    PowerCuts const cuts(m_path, *m_report);
     for (int number = 1; number <= transactions; ++number) {
       Change(session, number);
       session.Commit();

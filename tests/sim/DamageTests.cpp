@@ -1,14 +1,11 @@
 #include "DatabaseSupport.h"
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <random>
 #include <sys/resource.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 // Damaged files are opened, walked and read in a child process, in little memory and time. What comes
 // back is an ORXSimException or a right answer: never a signal, never no end. Cells of dense drawers have no
@@ -83,14 +80,10 @@ std::string Walk(std::string const& path, bool readOnly) {
         add("cells " + std::to_string(cells.size()) + (other > 2 ? ", others" : ""));
         continue;
       }
-      std::vector<double> values(static_cast<std::size_t>(drawer.DataSizeItems(0)));
-      std::vector<int> starts(static_cast<std::size_t>(drawer.DataSizeItems(2)));
-      ORXSimTransfer(ORXSimDistribution(field))
-          .SetRead()
-          .SetSerialization(drawer.Serialization())
-          .SetBuffer(0, values.data(), static_cast<std::int64_t>(8 * values.size()))
-          .SetBuffer(2, starts.data(), static_cast<std::int64_t>(4 * starts.size()))
-          .ExecRead();
+      std::vector<double> values(drawer.DataSizeItems(0));
+      std::vector<int> starts(drawer.DataSizeItems(2));
+      ORXSimTransfer transfer = TransferOf(field).SetRead().SetSerialization(drawer.Serialization());
+      Lend(Lend(transfer, 0, values), 2, starts).ExecRead();
       for (double const value : values)
         add(std::to_string(value));
       for (int const start : starts)
@@ -116,8 +109,7 @@ int OutcomeOf(std::string const& path, bool readOnly, std::string const& expecte
 
 /// Counts of outcomes; signals and what does not end are in `lost`.
 struct Tally {
-  int right = 0;
-  int refused = 0;
+  int right = 0, refused = 0;
   std::string lost;
 };
 
@@ -170,8 +162,7 @@ protected:
   }
 
   TemporaryFolder m_folder;
-  std::string m_original;
-  std::string m_expected;
+  std::string m_original, m_expected;
 };
 
 TEST_F(Damage, TruncatedFilesAreRefused) {
@@ -248,14 +239,11 @@ TEST_F(Damage, DoesNotShowAtTheEndOfTheProcess) {
 
 TEST_F(Damage, ForeignFilesAreRefused) {
   std::string const path = m_folder.Path("b.sim");
-  std::vector<std::pair<std::string, int>> const contents{{"", ORXSimException::damaged},
-                                                          {"a text", ORXSimException::damaged},
-                                                          {std::string(5000, 'x'), ORXSimException::damaged}};
-  for (auto const& [bytes, code] : contents) {
+  for (std::string const& bytes : {std::string(), std::string("a text"), std::string(5000, 'x')}) {
     WriteWhole(path, bytes);
     for (bool const readOnly : {true, false}) {
       ORXSimDatabase database;
-      EXPECT_EQ(CodeOf([&] { Open(database, path, readOnly); }), code);
+      EXPECT_CODE(damaged, Open(database, path, readOnly));
       EXPECT_FALSE(database.IsOpen());
       EXPECT_EQ(ReadWhole(path), bytes);
     }
@@ -264,9 +252,8 @@ TEST_F(Damage, ForeignFilesAreRefused) {
   std::string text;
   EXPECT_EQ(CodeOf([&] { Open(database, m_folder.Path("missing.sim")); }, &text), ORXSimException::notOpened);
   EXPECT_NE(text.find("missing.sim"), std::string::npos) << text;
-  EXPECT_EQ(CodeOf([&] { Open(database, m_folder.Path("")); }), ORXSimException::notOpened);
-  EXPECT_EQ(CodeOf([&] { Create(database, m_folder.Path("no/such/folder.sim")); }),
-            ORXSimException::notOpened);
+  EXPECT_CODE(notOpened, Open(database, m_folder.Path("")));
+  EXPECT_CODE(notOpened, Create(database, m_folder.Path("no/such/folder.sim")));
 }
 
 } // namespace

@@ -11,12 +11,8 @@
 #include "sim/ORXSimTransfer.h"
 #include "sim/impl/store/LinkCheck.h"
 #include "tests/support/Raised.h"
-#include "tests/support/Uncopied.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
+#include <array>
 #include <vector>
 
 /// Every commit of the tests is checked.
@@ -84,24 +80,46 @@ ORXSimTransfer& Lend(ORXSimTransfer& transfer, int index, Array& array) {
   return transfer.SetBuffer(index, array.data(), static_cast<std::int64_t>(array.size() * sizeof array[0]));
 }
 
+/// The first and the last position along each dimension; all cells without any.
+using Ranges = std::vector<std::pair<int, int>>;
+inline ORXSimTransfer TransferOf(ORXSimDistributionID const& field, Ranges const& ranges = {}) {
+  ORXSimTransfer transfer{ORXSimDistribution(field)};
+  int dim = 0;
+  for (auto const& [first, last] : ranges)
+    transfer.SetDimOrdinalRange(dim++, {}, first, last);
+  return transfer;
+}
+/// The field of that number in the first context.
+inline ORXSimDistributionID FieldIn(ORXSimDatabase const& database, int number = 0) {
+  return ORXSimContext(database.Contexts()[0]).Distributions()[number];
+}
+
 /// All cells, packed.
 inline std::vector<double> CellsOf(ORXSimDistributionID const& field) {
   std::vector<double> cells(DrawerOf(field).DataSizeItems(0), -99.0);
-  ORXSimTransfer transfer{ORXSimDistribution(field)};
-  Lend(transfer.SetRead(), 0, cells).ExecRead();
+  Lend(TransferOf(field).SetRead(), 0, cells).ExecRead();
   return cells;
 }
 
-inline void WriteCells(ORXSimDistributionID const& field, std::vector<double> const& cells) {
-  ORXSimTransfer transfer{ORXSimDistribution(field)};
-  Lend(transfer.SetWrite(), 0, cells).ExecWrite();
+inline void WriteCells(ORXSimDistributionID const& field, std::vector<double> const& cells,
+                       Ranges const& ranges = {}) {
+  Lend(TransferOf(field, ranges).SetWrite(), 0, cells).ExecWrite();
+}
+
+/// The cells of these ranges.
+template<std::size_t count>
+std::array<double, count> Read(ORXSimDistributionID const& field, Ranges const& ranges) {
+  std::array<double, count> cells;
+  cells.fill(-99.0);
+  Lend(TransferOf(field, ranges).SetRead(), 0, cells).ExecRead();
+  return cells;
 }
 
 /// A sparse drawer over all members: row k has the values starts[k] ... starts[k + 1] - 1.
 inline void WriteSparse(ORXSimDistributionID const& field, std::vector<double> const& values,
                         std::vector<int> const& columns, std::vector<int> const& starts) {
-  ORXSimTransfer transfer{ORXSimDistribution(field)};
-  transfer.SetMakeNewDrawer().SetWrite().SetSparseNNonzero(static_cast<int>(values.size()));
+  ORXSimTransfer transfer = TransferOf(field).SetMakeNewDrawer().SetWrite();
+  transfer.SetSparseNNonzero(static_cast<int>(values.size()));
   transfer.SetSerialization(ORXSimSerializationType().SetSparse());
   Lend(Lend(Lend(transfer, 0, values), 1, columns), 2, starts).ExecWrite();
 }
@@ -121,7 +139,7 @@ protected:
     Create(m_database, Path());
     m_context = m_database.CreateContext(space);
   }
-  std::string Path() const { return m_folder.Path("a.sim"); }
+  std::string Path(char const* name = "a.sim") const { return m_folder.Path(name); }
   ORXSimContext Context() const { return ORXSimContext(m_context); }
   ORXSimCollection NewCollection(int size) const {
     return ORXSimCollection(Context().CreateCollection(size, {}));

@@ -3,8 +3,6 @@
 #include "sim/impl/store/DenseDrawer.h"
 
 #include <cmath>
-#include <cstdio>
-#include <ctime>
 #include <hdf5.h>
 #include <limits>
 #include <numeric>
@@ -21,10 +19,8 @@ TEST(Chunks, TakeLittleMoreSpaceThanTheCells) {
   std::mt19937 random(1);
   auto const draw = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
   for (int trial = 0; trial < 2000; ++trial) {
-    std::vector<int> sizes;
-    std::vector<int> chunks;
-    double bytes = 8.0;
-    double allowed = 1.0;
+    std::vector<int> sizes, chunks;
+    double bytes = 8.0, allowed = 1.0;
     for (int rank = draw(1, 3); rank > 0; --rank) {
       sizes.push_back(draw(rank == 1 ? 200 : 20, rank == 1 ? 30000 : 200));
       chunks.push_back(draw(1, 2 * sizes.back()));
@@ -56,7 +52,7 @@ protected:
     return ORXSimContext(m_database.Contexts()[0]);
   }
   std::string Path() const { return m_folder.Path("a.sim"); }
-  ORXSimDistributionID Field(int index) { return Context().Distributions()[index]; }
+
   /// Changes the file as another program does: `change` gets the group of the first field, and what its
   /// drawer held is "former".
   template<class Change>
@@ -81,12 +77,8 @@ protected:
     return CodeOf(
         [&] {
           Open(m_database, Path(), true);
-          ORXSimDistribution const field(Field(0));
-          double cell = 0.0;
-          ORXSimTransfer transfer(field);
-          for (int dim = 0; dim < field.NumDimensions(); ++dim)
-            transfer.SetDimOrdinalRange(dim, {}, 0, 0);
-          transfer.SetRead().SetBuffer(0, &cell, 8).ExecRead();
+          int const rank = ORXSimDistribution(FieldIn(m_database)).NumDimensions();
+          Read<1>(FieldIn(m_database), Ranges(rank, {0, 0}));
         },
         text);
   }
@@ -99,8 +91,7 @@ TEST_F(DrawerFile, LargerThanAnyFileIsRefused) {
   for (std::vector<int> const& sizes :
        {std::vector<int>(3, largestSize), std::vector<int>(32, largestSize)}) {
     ORXSimDistributionID const field = CreateField(Context(), sizes);
-    EXPECT_EQ(CodeOf([&] { CreateDrawer(field, std::vector<int>(sizes.size(), 1)); }),
-              ORXSimException::invalidArgument);
+    EXPECT_CODE(invalidArgument, CreateDrawer(field, std::vector<int>(sizes.size(), 1)));
   }
 }
 
@@ -147,7 +138,7 @@ TEST_F(DrawerFile, CellsLieAtMultiplesOfTheirSize) {
                                                    isInteger ? ORXSimTypeKey::Int32 : ORXSimTypeKey::Double);
     if (draw(0, 3) == 0 && !isInteger) {
       int const rows = DrawerOf((CreateDrawer(field, {}), field)).DimensionSize(0);
-      WriteSparse(field, {}, {}, std::vector<int>(static_cast<std::size_t>(rows) + 1, 0));
+      WriteSparse(field, {}, {}, std::vector<int>(rows + 1, 0));
     } else {
       CreateDrawer(field, {draw(1, 9), draw(1, 9)});
       if (draw(0, 1) == 0) Extend(field, draw(0, 1), draw(1, 5));
@@ -163,8 +154,7 @@ TEST_F(DrawerFile, CellsLieAtMultiplesOfTheirSize) {
   auto const visit = [](hid_t root, char const* name, H5O_info_t const* info, void* count) -> herr_t {
     if (info->type != H5O_TYPE_DATASET) return 0;
     hid_t const dataset = H5Dopen2(root, name, H5P_DEFAULT);
-    hid_t const space = H5Dget_space(dataset);
-    hid_t const type = H5Dget_type(dataset);
+    hid_t const space = H5Dget_space(dataset), type = H5Dget_type(dataset);
     hsize_t chunks = 0;
     if (H5Sget_simple_extent_ndims(space) == 2) H5Dget_num_chunks(dataset, space, &chunks);
     for (hsize_t k = 0; k < chunks; ++k) {
@@ -197,9 +187,8 @@ TEST_F(DrawerFile, AWriteThatCannotBeMappedIsDoneOrReported) {
     rlimit const limit{.rlim_cur = 40 << 20, .rlim_max = RLIM_INFINITY};
     setrlimit(RLIMIT_AS, &limit);
     std::vector<double> row(1000, 1.0);
-    ORXSimTransfer transfer{ORXSimDistribution(Field(0))};
-    transfer.SetRead().SetWrite().SetDimOrdinalRange(1, {}, 7, 7).SetBuffer(0, row.data(), 8000);
-    int const code = CodeOf([&] { transfer.ExecWrite(); });
+    ORXSimTransfer transfer = TransferOf(FieldIn(m_database), {{0, 999}, {7, 7}}).SetRead().SetWrite();
+    int const code = CodeOf([&] { Lend(transfer, 0, row).ExecWrite(); });
     rlimit const none{.rlim_cur = RLIM_INFINITY, .rlim_max = RLIM_INFINITY};
     setrlimit(RLIMIT_AS, &none);
     row.assign(1000, 0.0);

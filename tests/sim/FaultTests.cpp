@@ -1,10 +1,8 @@
 #include "DatabaseSupport.h"
 
 #include <cerrno>
-#include <cstdlib>
-#include <new>
+#include <numeric>
 #include <optional>
-#include <set>
 
 // One session, run again and again; each time another one of its system calls on the file, or of its
 // allocations, fails once. The process must live, the failure have the right code, and a model that knows
@@ -13,10 +11,8 @@
 namespace {
 
 /// While it lives, allocations are counted, and one of them fails.
-struct FailingAllocation {
+struct FailingAllocation : Uncopied {
   FailingAllocation() { s_isCounting = true; }
-  FailingAllocation(FailingAllocation const&) = delete;
-  FailingAllocation& operator=(FailingAllocation const&) = delete;
   ~FailingAllocation() { s_isCounting = false; }
 
   static void* Allocate(std::size_t bytes) {
@@ -116,9 +112,8 @@ private:
       ORXSimTransaction transaction(m_context);
       ORXSimDistributionID const field = CreateField(context, {2, 3 + 40 * round});
       CreateDrawer(field, round % 2 == 0 ? std::vector<int>{1, 2} : std::vector<int>{}, round);
-      std::vector<double> cells(static_cast<std::size_t>(2 * (3 + 40 * round)));
-      for (std::size_t k = 0; k < cells.size(); ++k)
-        cells[k] = 1000.0 * round + static_cast<double>(k);
+      std::vector<double> cells(2 * (3 + 40 * round));
+      std::iota(cells.begin(), cells.end(), 1000.0 * round);
       WriteCells(field, cells);
       after.push_back({.cells = cells, .fill = 1.0 * round, .first = {cells[0]}});
       if (after.size() >= 2) {
@@ -134,14 +129,7 @@ private:
     if (m_fields.empty() || !m_database->IsOpen()) return;
     double const value = -1.0 - round;
     Field& field = m_fields.front();
-    bool const isDone = Try([&] {
-      ORXSimTransfer(ORXSimDistribution(ORXSimContext(m_context).Distributions()[0]))
-          .SetWrite()
-          .SetDimOrdinalRange(0, {}, 0, 0)
-          .SetDimOrdinalRange(1, {}, 0, 0)
-          .SetBuffer(0, &value, sizeof value)
-          .ExecWrite();
-    });
+    bool const isDone = Try([&] { WriteCells(FieldIn(*m_database), {value}, {{0, 0}, {0, 0}}); });
     if (isDone) field.first.clear();
     field.first.insert(value);
   }
@@ -187,14 +175,8 @@ std::string RunWith(std::string const& path, Fault&& fault) {
   std::filesystem::remove(path);
   FaultSession session(path);
   fault(session);
-  try {
-    session.Check();
-  } catch (std::exception const& e) {
-    return session.Faults() + " reopening failed: " + e.what();
-  } catch (ORXSimException const& e) {
-    return session.Faults() + " reopening failed: " + e.AsString().AsText();
-  }
-  return session.Faults();
+  std::string const failure = FailureOf([&] { session.Check(); });
+  return session.Faults() + (failure.empty() ? "" : " reopening failed: " + failure);
 }
 
 TEST(Faults, OfEachSystemCallAreSurvived) {

@@ -1,13 +1,7 @@
 #include "DatabaseSupport.h"
 
-#include "file/PositionedFile.h"
-
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
-#include <sys/wait.h>
-#include <unistd.h>
 
 // The file under a database: who may write to it, how it comes into being, what its failures are called.
 
@@ -35,7 +29,14 @@ ORXSimDistributionID MakeField(ORXSimDatabase& database, std::string const& path
 std::vector<double> CellsIn(std::string const& path, int field = 0) {
   ORXSimDatabase database;
   Open(database, path, true);
-  return CellsOf(ORXSimContext(database.Contexts()[0]).Distributions()[field]);
+  return CellsOf(FieldIn(database, field));
+}
+
+/// A closed file with such a field.
+void WriteFile(std::string const& path) {
+  ORXSimDatabase database;
+  MakeField(database, path, 3.0);
+  database.Close();
 }
 
 std::vector<double> const threes(3, 3.0);
@@ -104,7 +105,7 @@ TEST_F(DatabaseFiles, AreWrittenByOneOrReadByMany) {
   EXPECT_EQ(CodeOf([&] { Open(again, m_path); }, &text), ORXSimException::fileInUse);
   EXPECT_NE(text.find(m_path), std::string::npos);
   EXPECT_NE(text.find("another process, or this one, has it open"), std::string::npos) << text;
-  EXPECT_EQ(CodeOf([&] { Create(again, m_path); }), ORXSimException::fileInUse);
+  EXPECT_CODE(fileInUse, Create(again, m_path));
   database.Close();
   Open(database, m_path, true);
   EXPECT_EQ(codeInChild(true), 0);
@@ -141,11 +142,7 @@ TEST_F(DatabaseFiles, AreSeenByAPollingReaderAsNoneOrWhole) {
 }
 
 TEST_F(DatabaseFiles, ThatCannotBeCreatedLeaveTheFormerOne) {
-  {
-    ORXSimDatabase database;
-    MakeField(database, m_path, 3.0);
-    database.Close();
-  }
+  WriteFile(m_path);
   std::string const former = ReadWhole(m_path);
   int failures = 0;
   for (int nth = 1;; ++nth) {
@@ -171,7 +168,7 @@ TEST_F(DatabaseFiles, OfOthersAreNotTouchedBeforeTheyAreKnown) {
   std::ofstream(m_path) << "a file of holes";
   std::filesystem::resize_file(m_path, 64 << 20);
   ORXSimDatabase database;
-  EXPECT_EQ(CodeOf([&] { Open(database, m_path); }), ORXSimException::damaged);
+  EXPECT_CODE(damaged, Open(database, m_path));
   EXPECT_LT(AllocatedBytes(m_path), 1U << 20);
 }
 
@@ -188,7 +185,7 @@ TEST_F(DatabaseFiles, WriteNothingWhileACommitWaitsForItsDisk) {
     return isInPlace ? EIO : 0;
   });
   EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), 0);
-  EXPECT_EQ(CodeOf([&] { WriteCells(field, sevens); }), ORXSimException::writeFailed);
+  EXPECT_CODE(writeFailed, WriteCells(field, sevens));
   orx::file::SetFaultHook(nullptr);
   EXPECT_EQ(CellsOf(field), threes);
   WriteCells(field, sevens);
@@ -199,11 +196,7 @@ TEST_F(DatabaseFiles, WriteNothingWhileACommitWaitsForItsDisk) {
 }
 
 TEST_F(DatabaseFiles, ThatCannotBeReadAreNotCalledDamaged) {
-  {
-    ORXSimDatabase database;
-    MakeField(database, m_path, 3.0);
-    database.Close();
-  }
+  WriteFile(m_path);
   auto const isRead = [](FileStep const& step) { return step.kind == FileStep::Kind::Read; };
   for (bool const readOnly : {true, false}) {
     for (int nth = 1;; ++nth) {
@@ -227,7 +220,7 @@ TEST_F(DatabaseFiles, ThatLostTheirFileRefuseToCommit) {
     } else {
       std::filesystem::resize_file(m_path, 100);
     }
-    EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), ORXSimException::writeFailed);
+    EXPECT_CODE(writeFailed, transaction.Commit());
   }
 }
 

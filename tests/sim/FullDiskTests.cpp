@@ -1,6 +1,5 @@
 #include "DatabaseSupport.h"
 
-#include <functional>
 #include <sys/resource.h>
 
 // A disk that is full is an error at the call that needs the space; nothing is lost, and once there is space
@@ -24,8 +23,7 @@ ORXSimContext WithAField(ORXSimDatabase& database, std::string const& path) {
 /// Creates fields until that fails; their number with the one that has no drawer.
 int CreateFieldsUntilFull(ORXSimContext const& context, char const* expectedText) {
   std::string text;
-  int code = 0;
-  int fields = 0;
+  int code = 0, fields = 0;
   for (; code == 0 && fields < 1000; ++fields)
     code = CodeOf([&] { CreateDrawer(CreateField(context, {256, 256}), {}); }, &text);
   EXPECT_EQ(code, ORXSimException::writeFailed);
@@ -44,11 +42,11 @@ void FillInATransaction(std::string const& path, std::function<void()> const& ma
   ORXSimContext const context = WithAField(database, path);
   ORXSimTransaction transaction(context.ID());
   int const fields = CreateFieldsUntilFull(context, "a.sim");
-  EXPECT_EQ(CodeOf([&] { Extend(context.Distributions()[0], 0, 100000); }), ORXSimException::writeFailed);
+  EXPECT_CODE(writeFailed, Extend(context.Distributions()[0], 0, 100000));
   EXPECT_EQ(CellsOf(context.Distributions()[0]), cells);
   CreateManyCollections(context);
   for (int attempt = 0; attempt < 2; ++attempt)
-    EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), ORXSimException::writeFailed);
+    EXPECT_CODE(writeFailed, transaction.Commit());
   makeRoom();
   EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), 0) << "once there is space";
   EXPECT_EQ(CodeOf([&] { database.Close(); }), 0);
@@ -68,7 +66,7 @@ TEST(FullDisk, IsAnErrorAtTheCallAndLosesNothing) {
   ORXSimContext const context = WithAField(database, path);
   CreateFieldsUntilFull(context, "bytes are free");
   CreateManyCollections(context);
-  EXPECT_EQ(CodeOf([&] { database.Close(); }), ORXSimException::writeFailed);
+  EXPECT_CODE(writeFailed, database.Close());
   ASSERT_TRUE(database.IsOpen());
   TemporaryFolder const elsewhere;
   std::filesystem::copy_file(path, elsewhere.Path("a.sim"));

@@ -2,8 +2,7 @@
 
 #include <cerrno>
 #include <cmath>
-#include <fstream>
-#include <sstream>
+#include <numeric>
 
 // Files that we write are read by h5dump and h5py, and the reverse.
 
@@ -46,12 +45,8 @@ protected:
     ORXSimDistribution const integers(
         context.CreateDistribution(ORXSimGrid({collection.ID()}), ORXSimRangeType(ORXSimTypeKey::Int32), {}));
     int const numbers[] = {-1, 0, 2147483647};
-    ORXSimTransfer(integers)
-        .SetMakeNewDrawer()
-        .SetWrite()
-        .SetDim(0, set)
-        .SetBuffer(0, numbers, 12)
-        .ExecWrite();
+    ORXSimTransfer transfer = TransferOf(integers.ID()).SetMakeNewDrawer().SetWrite();
+    transfer.SetDim(0, set).SetBuffer(0, numbers, 12).ExecWrite();
     WriteSparse(CreateField(context, {3, 4}), {5, 7, 9}, {0, 1, 3}, {0, 2, 2, 3});
     database.Close();
   }
@@ -138,24 +133,13 @@ TEST_F(WithH5py, WritesWhatWeRead) {
   auto const fields = ORXSimContext(database.Contexts()[0]).Distributions();
   ASSERT_EQ(fields.Size(), 5);
   std::vector<double> expected(24);
-  for (std::size_t k = 0; k < 24; ++k)
-    expected[k] = static_cast<double>(k);
+  std::iota(expected.begin(), expected.end(), 0.0);
   for (int k = 0; k < 4; ++k)
     EXPECT_EQ(CellsOf(fields[k]), expected) << k;
-  double pair[2] = {0, 0};
-  ORXSimTransfer(ORXSimDistribution(fields[2]))
-      .SetRead()
-      .SetDimOrdinalRange(0, {}, 1, 2)
-      .SetDimOrdinalRange(1, {}, 3, 3)
-      .SetBuffer(0, pair, 16)
-      .ExecRead();
-  EXPECT_EQ(pair[1], 15.0);
-  int starts[5] = {};
-  ORXSimTransfer(ORXSimDistribution(fields[4]))
-      .SetRead()
-      .SetSerialization(DrawerOf(fields[4]).Serialization())
-      .SetBuffer(2, starts, 20)
-      .ExecRead();
+  EXPECT_EQ(Read<2>(fields[2], {{1, 2}, {3, 3}})[1], 15.0);
+  std::vector<int> starts(5);
+  ORXSimTransfer transfer = TransferOf(fields[4]).SetSerialization(DrawerOf(fields[4]).Serialization());
+  Lend(transfer.SetRead(), 2, starts).ExecRead();
   EXPECT_EQ(starts[4], 2);
 
   // Written where the bytes are ours to write, refused where they are not.

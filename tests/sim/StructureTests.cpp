@@ -36,8 +36,7 @@ TEST(Identifiers, DeriveFromEachOther) {
 }
 
 TEST_F(Structure, CollectionsGrowByTheLabelsOfTheirSets) {
-  ORXSimCollection const empty = NewCollection(0);
-  ORXSimCollection const three = NewCollection(3);
+  ORXSimCollection const empty = NewCollection(0), three = NewCollection(3);
 
   EXPECT_EQ(Members(Ordered(empty, {0, 1, 2})), (std::vector<int>{0, 1, 2}));
   EXPECT_EQ(Members(Ordered(three, {9, 4, 1, 9})), (std::vector<int>{9, 4, 1, 9}))
@@ -114,10 +113,8 @@ TEST_F(Structure, TypesPositionsAndColoursComeBack) {
     position.CreateTypedDistribution(transaction, grid, 1, ORXSimRangeType(ORXSimTypeKey::Double));
     position.CreateDistribution(transaction, grid, ORXSimRangeType(ORXSimTypeKey::Int32));
     transaction.Commit();
-    EXPECT_EQ(CodeOf([&] {
-                position.CreateDistribution(transaction, grid, ORXSimRangeType(ORXSimTypeKey::Int32));
-              }),
-              ORXSimException::wrongState);
+    EXPECT_CODE(wrongState,
+                position.CreateDistribution(transaction, grid, ORXSimRangeType(ORXSimTypeKey::Int32)));
   }
   Context().CreateTempDistribution(ORXSimGrid({variant}), ORXSimRangeType(ORXSimTypeKey::Double), {});
 
@@ -156,12 +153,11 @@ TEST_F(Structure, StaleIdentifiersAreRefused) {
        })
     EXPECT_EQ(CodeOf(call), ORXSimException::staleIdentifier);
   EXPECT_EQ(members.Size(), 4);
-  EXPECT_EQ(CodeOf([&] { m_database.CreateContext({}); }), ORXSimException::wrongState);
+  EXPECT_CODE(wrongState, m_database.CreateContext({}));
 
   ORXSimDatabase other;
   Open(other, Path());
-  EXPECT_EQ(CodeOf([&] { ORXSimDistribution{field}; }), ORXSimException::staleIdentifier)
-      << "of another opening";
+  EXPECT_CODE(staleIdentifier, ORXSimDistribution{field}) << "of another opening";
 }
 
 TEST_F(Structure, AnAbandonedTransactionLeavesNothing) {
@@ -199,16 +195,13 @@ TEST_F(Structure, AnAbandonedTransactionLeavesNothing) {
     EXPECT_EQ(ORXSimContext(m_database.Contexts()[1]).Collections().Size(), 1) << "the sibling's work stays";
   };
   check();
-  EXPECT_EQ(CodeOf([&] { ORXSimCSet{set}; }), ORXSimException::staleIdentifier);
-  EXPECT_EQ(CodeOf([&] { ORXSimDistribution{abandoned}; }), ORXSimException::staleIdentifier);
+  EXPECT_CODE(staleIdentifier, ORXSimCSet{set});
+  EXPECT_CODE(staleIdentifier, ORXSimDistribution{abandoned});
   CreateField(Context(), {1});
-  EXPECT_EQ(CodeOf([&] { ORXSimDistribution{abandoned}; }), ORXSimException::staleIdentifier)
-      << "not used again";
+  EXPECT_CODE(staleIdentifier, ORXSimDistribution{abandoned}) << "not used again";
   EXPECT_EQ(Context().Distributions().Size(), 2);
   { ORXSimTransaction undo(m_context); }
-  m_database.Close();
-  Open(m_database, Path());
-  m_context = m_database.Contexts()[0];
+  Reopen();
   EXPECT_EQ(Context().Distributions().Size(), 2);
   EXPECT_EQ(CellsOf(Context().Distributions()[0]), (std::vector<double>{1, 2, 3, 4, 5, 6}));
 }
@@ -236,12 +229,11 @@ TEST_F(Structure, ATransactionIsAloneAndEndsOnce) {
   EXPECT_NE(text.find("a.sim"), std::string::npos);
   ORXSimTransaction const copy = *first;
   first.reset();
-  EXPECT_EQ(CodeOf([&] { ORXSimTransaction{m_context}; }), ORXSimException::wrongState)
-      << "a copy holds it open";
+  EXPECT_CODE(wrongState, ORXSimTransaction{m_context}) << "a copy holds it open";
   ORXSimTransaction shared = copy;
   shared.Commit();
   EXPECT_FALSE(copy.IsOpen());
-  EXPECT_EQ(CodeOf([&] { shared.Commit(); }), ORXSimException::wrongState);
+  EXPECT_CODE(wrongState, shared.Commit());
   ORXSimTransaction{m_context}.Commit();
 }
 
@@ -250,11 +242,11 @@ TEST_F(Structure, ATransactionThatClosingEndedTouchesNoLaterOne) {
   m_database.CreateContext({});
   {
     FaultPlan const full(FaultPlan::Effect::FailOn, 1, ENOSPC);
-    EXPECT_EQ(CodeOf([&] { m_database.Close(); }), ORXSimException::writeFailed);
+    EXPECT_CODE(writeFailed, m_database.Close());
   }
   ORXSimTransaction second(m_context);
   EXPECT_FALSE(first->IsOpen());
-  EXPECT_EQ(CodeOf([&] { first->Commit(); }), ORXSimException::wrongState);
+  EXPECT_CODE(wrongState, first->Commit());
   NewCollection(3);
 
   first.reset();
@@ -286,7 +278,7 @@ TEST_F(Structure, ACommitTakesNothingOfOtherTransactionsWithIt) {
   for (int const failingStep : {0, 1, 2, 3}) {
     if (failingStep > 0) {
       FaultPlan const full(FaultPlan::Effect::FailOn, failingStep, ENOSPC);
-      EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), ORXSimException::writeFailed);
+      EXPECT_CODE(writeFailed, transaction.Commit());
     }
     ORXSimTransaction(sibling).Commit();
 
@@ -316,11 +308,8 @@ TEST_F(Structure, TemporaryFieldsNeverReachTheFile) {
   int const labels[] = {4, 1};
   ORXSimDistribution const field(Context().CreateTempDistribution(
       ORXSimGrid({collection.ID()}), ORXSimRangeType(ORXSimTypeKey::Double), {}));
-  ORXSimTransfer(field)
-      .SetMakeNewDrawer()
-      .SetWrite()
-      .SetDim(0, collection.CreateTempOrderedCSet(labels, 2))
-      .InitializePersistentDrawer();
+  ORXSimTransfer transfer = TransferOf(field.ID()).SetMakeNewDrawer().SetWrite();
+  transfer.SetDim(0, collection.CreateTempOrderedCSet(labels, 2)).InitializePersistentDrawer();
   {
     ORXSimTransaction const abandoned(m_context);
     Extend(field.ID(), 0, 3);
@@ -389,7 +378,7 @@ TEST_F(Structure, FilesAreNotOverwrittenUnasked) {
   EXPECT_NE(text.find("a.sim"), std::string::npos);
   Create(other, Path());
   EXPECT_EQ(other.Contexts().Size(), 0);
-  EXPECT_EQ(CodeOf([&] { Open(other, Path()); }), ORXSimException::wrongState);
+  EXPECT_CODE(wrongState, Open(other, Path()));
 }
 
 TEST_F(Structure, ScratchFilesReplaceDatabasesWhenAskedAndCommitForFree) {
@@ -397,7 +386,7 @@ TEST_F(Structure, ScratchFilesReplaceDatabasesWhenAskedAndCommitForFree) {
   ORXSimDatabase scratch;
   scratch.SetDurability(ORXSimDurability::Scratch);
   ORXUnicodeString const name(Path().c_str());
-  EXPECT_EQ(CodeOf([&] { scratch.CreateFile(name, 0, -1); }), ORXSimException::notOpened);
+  EXPECT_CODE(notOpened, scratch.CreateFile(name, 0, -1));
   scratch.CreateFile(name, ORXSimDatabase::replaceExisting, -1);
   ORXSimContextID const id = scratch.CreateContext({});
   ORXSimTransaction transaction(id);
@@ -418,7 +407,7 @@ TEST(Dofs, MapEquationsToNodes) {
   ORXSrvSystemDofDefinition const system({{.node = 7, .dof = 1}, {.node = 7, .dof = 3}});
   EXPECT_EQ(system.NumberOfDofs(), 2);
   EXPECT_EQ(system.NodeDofFromSolverDof(1), (ORXSrvNodeDof{.node = 7, .dof = 3}));
-  EXPECT_EQ(CodeOf([&] { system.NodeDofFromSolverDof(2); }), ORXSimException::invalidArgument);
+  EXPECT_CODE(invalidArgument, system.NodeDofFromSolverDof(2));
 }
 
 } // namespace

@@ -6,9 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <utility>
 
 namespace {
@@ -110,8 +108,7 @@ TEST_F(Transactions, WhoseLastStepFailsOnceAreWhole) {
     Session const session = Session::Create(m_path);
     session.Commit();
     Change(session, 0);
-    bool isInPlace = false;
-    bool hasFailed = false;
+    bool isInPlace = false, hasFailed = false;
     FailWhere([&, kind = kind](FileStep const& step) {
       isInPlace |= IsInPlace(step);
       return isInPlace && step.kind == kind && !std::exchange(hasFailed, true);
@@ -341,8 +338,7 @@ TEST_F(Transactions, KnowWhereTheFileReadsAsZero) {
 
 TEST_F(Transactions, DoNotPutOldMetadataOverRawDataInItsSpace) {
   auto const file = TransactionalFile::Create(m_path, false, false);
-  std::string const metadata(4000, 's');
-  std::string const values(1000, 'v');
+  std::string const metadata(4000, 's'), values(1000, 'v');
   file->SetEndOfAllocation(4000);
   file->WriteMetadata(0, metadata.data(), metadata.size());
   file->Free(1000, 3000);

@@ -20,6 +20,19 @@ std::string Raised(Call&& call) {
   return "nothing raised";
 }
 
+/// What a call that should succeed fails with; empty when it succeeds.
+template<class Call>
+std::string FailureOf(Call&& call) {
+  try {
+    call();
+    return "";
+  } catch (std::exception const& error) {
+    return error.what();
+  } catch (ORXBasException const& error) {
+    return error.AsString().AsText();
+  }
+}
+
 /// The code of the database error that a call ends with, 0 without one. `text` receives the message.
 template<class Call>
 int CodeOf(Call&& call, std::string* text = nullptr) {
@@ -45,3 +58,8 @@ testing::AssertionResult RaisesFrom(std::string const& beginning, Call&& call) {
   std::string const text = Raised(call);
   return text.starts_with(beginning) ? testing::AssertionSuccess() : testing::AssertionFailure() << text;
 }
+
+/// The call raises an error of this code and message, as Raised tells them.
+#define EXPECT_RAISED(expected, ...) EXPECT_EQ(Raised([&] { __VA_ARGS__; }), expected)
+/// The call raises the database error of this name.
+#define EXPECT_CODE(name, ...) EXPECT_EQ(CodeOf([&] { __VA_ARGS__; }), ORXSimException::name)

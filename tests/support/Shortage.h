@@ -2,6 +2,8 @@
 
 // Disks and memory that are short while an object lives.
 
+#include "tests/support/Uncopied.h"
+
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -10,7 +12,7 @@
 #include <unistd.h>
 
 /// While it lives, files cannot grow beyond one byte, as on a full disk.
-class FullDisk {
+class FullDisk : Uncopied {
 public:
   FullDisk() : m_onSignal(std::signal(SIGXFSZ, SIG_IGN)) {
     getrlimit(RLIMIT_FSIZE, &m_before);
@@ -18,8 +20,6 @@ public:
     full.rlim_cur = 1;
     setrlimit(RLIMIT_FSIZE, &full);
   }
-  FullDisk(FullDisk const&) = delete;
-  FullDisk& operator=(FullDisk const&) = delete;
   ~FullDisk() {
     setrlimit(RLIMIT_FSIZE, &m_before);
     std::signal(SIGXFSZ, m_onSignal);
@@ -33,7 +33,7 @@ private:
 #ifndef __SANITIZE_ADDRESS__ // which needs addresses without end
 /// While it lives, there are only so many MB of memory: what earlier tests have left free in the heap is
 /// taken, too.
-class ShortOfMemory {
+class ShortOfMemory : Uncopied {
 public:
   explicit ShortOfMemory(std::int64_t megabytes) {
     std::int64_t pages = 0;
@@ -47,8 +47,6 @@ public:
       }
     SetLimit(pages * sysconf(_SC_PAGESIZE) + (megabytes << 20));
   }
-  ShortOfMemory(ShortOfMemory const&) = delete;
-  ShortOfMemory& operator=(ShortOfMemory const&) = delete;
   ~ShortOfMemory() {
     setrlimit(RLIMIT_AS, &m_before);
     while (m_taken != nullptr) {

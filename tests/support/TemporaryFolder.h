@@ -2,6 +2,8 @@
 
 // The one temporary folder of all test programs, and a single file in one.
 
+#include "tests/support/Uncopied.h"
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -11,7 +13,7 @@
 #include <string>
 
 /// A folder that goes away with its files.
-class TemporaryFolder {
+class TemporaryFolder : Uncopied {
 public:
   explicit TemporaryFolder(std::filesystem::path const& parent = std::filesystem::temp_directory_path()) {
     std::string name = (parent / "orx-XXXXXX").string();
@@ -19,8 +21,6 @@ public:
       throw std::runtime_error("no folder can be made in " + parent.string());
     m_path = name;
   }
-  TemporaryFolder(TemporaryFolder const&) = delete;
-  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
   ~TemporaryFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(m_path, ignored);
@@ -51,8 +51,6 @@ private:
 class WorkingFolder : public TemporaryFolder {
 public:
   WorkingFolder() { std::filesystem::current_path(Path("")); }
-  WorkingFolder(WorkingFolder const&) = delete;
-  WorkingFolder& operator=(WorkingFolder const&) = delete;
   ~WorkingFolder() {
     std::error_code ignored;
     std::filesystem::current_path(m_before, ignored);

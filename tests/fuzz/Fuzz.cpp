@@ -1,7 +1,9 @@
-#pragma once
-
-#include "mtx/CompressedRows.h"
 #include "mtx/ORXSrvMtxOpenFileException.h"
+#include "mtx/impl/exchange/DenseBinary.h"
+#include "mtx/impl/exchange/FortranRecords.h"
+#include "mtx/impl/exchange/SparseBlocks.h"
+#include "mtx/impl/exchange/TextTriplets.h"
+#include "tests/support/Uncopied.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -13,17 +15,20 @@
 #include <unistd.h>
 
 // Gives a reader the fuzzer's bytes as a file. It may refuse them with its own error, or run out of the
-// memory that the fuzzer grants it; what it accepts has to be a sound matrix.
+// memory that the fuzzer grants it; what it accepts has to be a sound matrix. CMakeLists.txt names the reader
+// of each target.
+
+using namespace orx;
+
+namespace {
 
 /// The bytes as a file in memory that has a path.
-class MemoryFile {
+class MemoryFile : Uncopied {
 public:
   MemoryFile(std::uint8_t const* bytes, std::size_t size) : m_file(memfd_create("fuzz", 0)) {
     if (m_file < 0 || write(m_file, bytes, size) != static_cast<ssize_t>(size)) std::abort();
     m_path = "/proc/self/fd/" + std::to_string(m_file);
   }
-  MemoryFile(MemoryFile const&) = delete;
-  MemoryFile& operator=(MemoryFile const&) = delete;
   ~MemoryFile() { close(m_file); }
   std::string const& Path() const { return m_path; }
 
@@ -32,14 +37,14 @@ private:
   std::string m_path;
 };
 
-inline void Require(bool holds, char const* what) {
+void Require(bool holds, char const* what) {
   if (holds) return;
   std::fprintf(stderr, "not so: %s\n", what);
   std::abort();
 }
 
 /// Touches all of the matrix.
-inline void RequireSound(orx::CompressedRows const& matrix) {
+void RequireSound(CompressedRows const& matrix) {
   std::int32_t const* const starts = matrix.rowPointers.get();
   Require(matrix.rows >= 0 && matrix.columns >= 0, "dimensions are not negative");
   Require(starts[0] == 0 && starts[matrix.rows] == matrix.entries, "row pointers go from 0 to the count");
@@ -63,11 +68,13 @@ inline void RequireSound(orx::CompressedRows const& matrix) {
 constexpr std::int32_t largestDimension = 10000;
 constexpr int notForTheCorpus = -1;
 
-template<class Read>
-int FuzzOne(std::uint8_t const* bytes, std::size_t size, Read read) {
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t size) {
   MemoryFile const file(bytes, size);
+  char const* const path = file.Path().c_str();
   try {
-    orx::CompressedRows const matrix = read(file.Path().c_str());
+    CompressedRows const matrix = ORX_READ;
     if (std::max(matrix.rows, matrix.columns) > largestDimension) return notForTheCorpus;
     RequireSound(matrix);
   } catch (ORXSrvMtxOpenFileException const& error) {
