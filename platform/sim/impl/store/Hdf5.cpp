@@ -78,6 +78,18 @@ Hdf5Failure LastHdf5Failure(std::string const& what) {
   return failure;
 }
 
+Handle CreateContiguous(hid_t place, char const* name, hid_t type, std::int64_t count,
+                        std::string const& what) {
+  auto const extent = static_cast<hsize_t>(count);
+  Handle const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
+  Handle const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
+  Checked(H5Pset_layout(creation.Get(), H5D_CONTIGUOUS), what);
+  Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), what);
+  Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), what);
+  return CheckedId(H5Dcreate2(place, name, type, space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
+                   what);
+}
+
 // Other files
 
 Handle AccessInsideFile(hid_t kind, std::string const& path) {

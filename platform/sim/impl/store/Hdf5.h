@@ -74,6 +74,10 @@ private:
   bool m_isOutOfMemory = false;
 };
 
+/// Creates a contiguous dataset with one dimension, whose space is allocated now and not filled.
+Handle CreateContiguous(hid_t place, char const* name, hid_t type, std::int64_t count,
+                        std::string const& what);
+
 // A database is read from its own file alone: a file may come from a stranger, and other files that it names
 // are not opened.
 

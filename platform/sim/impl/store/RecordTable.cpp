@@ -43,16 +43,8 @@ RecordTable RecordTable::Create(DatabaseFile& file, std::string const& path, Col
   file::TransactionalFile& bytes = file.Bytes();
   bytes.ReserveGrowth(table.BytesOf(capacity) + metadataAllowance);
   std::uint64_t const freshFrom = bytes.FreshFrom();
-  auto const extent = static_cast<hsize_t>(capacity);
-  Handle const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
-  Handle const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
-  Checked(H5Pset_layout(creation.Get(), H5D_CONTIGUOUS), what);
-  Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), what);
-  Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), what);
   Handle const type = RowType(columns);
-  Handle const dataset = CheckedId(
-      H5Dcreate2(file.Id(), path.c_str(), type.Get(), space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
-      what);
+  Handle const dataset = CreateContiguous(file.Id(), path.c_str(), type.Get(), capacity, what);
   table.m_offset = Checked(H5Dget_offset(dataset.Get()), what);
   table.m_capacity = capacity;
   bytes.WillWriteRawData();

@@ -31,14 +31,7 @@ std::uint64_t ChecksumOf(Value const* values, std::int64_t count) {
 template<class Value>
 void WriteArray(hid_t group, char const* name, Value const* values, std::int64_t count) {
   std::string const what = std::string("writing the sparse array ") + name;
-  auto const extent = static_cast<hsize_t>(count);
-  Handle const space = CheckedId(H5Screate_simple(1, &extent, nullptr), what);
-  Handle const creation = CheckedId(H5Pcreate(H5P_DATASET_CREATE), what);
-  Checked(H5Pset_alloc_time(creation.Get(), H5D_ALLOC_TIME_EARLY), what);
-  Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), what);
-  Handle const dataset = CheckedId(
-      H5Dcreate2(group, name, FileType<Value>(), space.Get(), H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
-      what);
+  Handle const dataset = CreateContiguous(group, name, FileType<Value>(), count, what);
   if (count > 0)
     Checked(H5Dwrite(dataset.Get(), MemoryType<Value>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, values), what);
   std::uint64_t const sum = ChecksumOf(values, count);
