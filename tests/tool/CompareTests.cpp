@@ -60,8 +60,7 @@ protected:
 };
 
 TEST_F(ComparedFiles, EqualIsExitCode0WhateverTheTypes) {
-  RunResult const result = Cmp("1 1 2\n2 1 -1\n", "%%MatrixMarket matrix coordinate real general\n"
-                                                  "2 1 2\n2 1 -1\n1 1 2\n");
+  RunResult const result = Cmp("1 1 2\n2 1 -1\n", General("2 1 2\n2 1 -1\n1 1 2\n"));
 
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.err, "");
@@ -70,11 +69,9 @@ TEST_F(ComparedFiles, EqualIsExitCode0WhateverTheTypes) {
 }
 
 TEST_F(ComparedFiles, ToleranceDecides) {
-  std::string const a = "1 1 1\n2 2 8\n";
-  std::string const b = "1 1 1\n2 2 8.0000008\n";
+  std::string const a = "1 1 1\n2 2 8\n", b = "1 1 1\n2 2 8.0000008\n";
 
-  RunResult const exact = Cmp(a, b);
-  RunResult const tolerant = Cmp(a, b, "--tolerance 1e-6");
+  RunResult const exact = Cmp(a, b), tolerant = Cmp(a, b, "--tolerance 1e-6");
 
   EXPECT_EQ(exact.exitCode, 1);
   EXPECT_EQ(exact.err, "");
@@ -86,8 +83,7 @@ TEST_F(ComparedFiles, ToleranceDecides) {
 }
 
 TEST_F(ComparedFiles, EachPositionMayMeetEitherTolerance) {
-  std::string const a = "1 1 1e-20\n2 2 8\n";
-  std::string const b = "1 1 -3e-20\n2 2 8.0000008\n";
+  std::string const a = "1 1 1e-20\n2 2 8\n", b = "1 1 -3e-20\n2 2 8.0000008\n";
 
   RunResult const relative = Cmp(a, b, "--tolerance 1e-6");
 

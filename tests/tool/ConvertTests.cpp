@@ -24,9 +24,7 @@ char const symmetricEntries[] = "3 x 3: 1,1=4 1,2=-1 2,1=-1 2,2=2 2,3=7 3,2=7 3,
 struct Request {
   char const* to = "";
   char const* triangle = "";
-  int base = -1;
-  int dofsPerNode = 0;
-  int digits = 16;
+  int base = -1, dofsPerNode = 0, digits = 16;
 };
 
 class Convert : public testing::Test {
@@ -86,8 +84,7 @@ TEST_F(Convert, DiagonalAndEmptyMatricesGoThroughEveryType) {
 }
 
 TEST_F(Convert, RectanglesGoThroughGeneralTypes) {
-  std::string const source = Write("source.mtx", "%%MatrixMarket matrix coordinate real general\n"
-                                                 "2 3 3\n1 1 4\n1 3 -0.5\n2 2 3\n");
+  std::string const source = Write("source.mtx", General("2 3 3\n1 1 4\n1 3 -0.5\n2 2 3\n"));
   for (char const* type : {"triplets", "commas", "nodedofs", "mtx", "mtx-array", "dense"}) {
     To("out", source, {.to = type, .dofsPerNode = 1});
     EXPECT_EQ(Loaded("out"), "2 x 3: 1,1=4 1,3=-0.5 2,2=3") << type;
@@ -108,8 +105,8 @@ TEST_F(Convert, TextTypesAreWrittenAsDocumented) {
 }
 
 TEST_F(Convert, SeventeenDigitsGiveTheSameDoubleBack) {
-  std::string const source = Write("source.mtx", "%%MatrixMarket matrix coordinate real general\n"
-                                                 "3 3 3\n1 1 0.1\n3 2 0.30000000000000004\n3 3 -inf\n");
+  std::string const source =
+      Write("source.mtx", General("3 3 3\n1 1 0.1\n3 2 0.30000000000000004\n3 3 -inf\n"));
   for (auto const& [name, text] : std::map<std::string, std::string>{
            {"a.txt", "1 1 1.0000000000000001e-01\n3 2 3.0000000000000004e-01\n3 3 -inf\n"},
            {"a.csv", "0,0, 1.0000000000000001e-01\n2,1, 3.0000000000000004e-01\n2,2, -inf\n"},
@@ -121,22 +118,18 @@ TEST_F(Convert, SeventeenDigitsGiveTheSameDoubleBack) {
 }
 
 TEST_F(Convert, AsksBeforeAFileOfGigabytesThatAreNearlyAllZeros) {
-  std::string const source = Write("source.mtx", "%%MatrixMarket matrix coordinate real general\n"
-                                                 "20000 20000 1\n1 1 1\n");
+  std::string const source = Write("source.mtx", General("20000 20000 1\n1 1 1\n"));
   Write("old.bin", "old");
 
   EXPECT_CONTAINS(Failure("old.bin", source),
                   "becomes 3.2 GB, of 20000 x 20000 values that are nearly all 0; --yes");
-  EXPECT_CONTAINS(Failure("old.mtx",
-                          Write("b.mtx", "%%MatrixMarket matrix coordinate real general\n"
-                                         "30000 30000 0\n"),
-                          {.to = "mtx-array"}),
+  EXPECT_CONTAINS(Failure("old.mtx", Write("b.mtx", General("30000 30000 0\n")), {.to = "mtx-array"}),
                   "becomes 1.8 GB");
   EXPECT_EQ(m_folder.Read("old.bin"), "old");
 }
 
 TEST_F(Convert, StandardInputAndOutputAreFilesToo) {
-  std::string const in = Write("a.mtx", "%%MatrixMarket matrix coordinate real general\n2 2 1\n2 1 5\n");
+  std::string const in = Write("a.mtx", General("2 2 1\n2 1 5\n"));
 
   RunResult const result = RunTool("convert --to commas - - <'" + in + "'");
 
@@ -298,7 +291,7 @@ TEST_F(Convert, TheTargetMayBeTheSource) {
 }
 
 TEST_F(Convert, SaysWhatTextCannotHold) {
-  std::string const source = Write("a.mtx", "%%MatrixMarket matrix coordinate real general\n5 4 1\n3 2 1\n");
+  std::string const source = Write("a.mtx", General("5 4 1\n3 2 1\n"));
 
   EXPECT_CONTAINS(Say("a.txt", source), "note: the last entries lie in row 3 and column 2");
   EXPECT_EQ(Say("a.bin", source),

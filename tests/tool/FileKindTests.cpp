@@ -105,7 +105,7 @@ TEST(FileKind, TextIsToldByItsFirstLine) {
   EXPECT_EQ(KindsOf(" \r\n"), Kinds{FileKind::Triplets});
   EXPECT_EQ(KindsOf("\n0,0,  2.5\n"), Kinds{FileKind::Commas});
   EXPECT_EQ(KindsOf("1,1,1,2, 2.5"), Kinds{FileKind::NodeDofs});
-  EXPECT_EQ(KindsOf("%%MatrixMarket matrix coordinate real general\n"), Kinds{FileKind::MatrixMarket});
+  EXPECT_EQ(KindsOf(General("")), Kinds{FileKind::MatrixMarket});
   EXPECT_EQ(KindsOf("%%matrixmarket MATRIX ARRAY real general\n"), Kinds{FileKind::MatrixMarketArray});
   EXPECT_EQ(KindsOf("1 1 2.5\n\1"), Kinds{});
 }
@@ -158,8 +158,8 @@ TEST(FileKind, APipeIsReadOnceAsWhatItHolds) {
   TemporaryFolder const folder;
   std::string const pipe = folder.Path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  for (std::string const content :
-       {"1 2 3.5\n", "0,1,3.5\n", "%%MatrixMarket matrix coordinate real general\n1 2 1\n1 2 3.5\n"}) {
+  for (std::string const& content :
+       {std::string("1 2 3.5\n"), std::string("0,1,3.5\n"), General("1 2 1\n1 2 3.5\n")}) {
     ASSERT_EQ(std::system(("cat '" + folder.Write("content", content) + "' >'" + pipe + "' &").c_str()), 0);
     EXPECT_EQ(TextOf(orx::tool::LoadMatrix(pipe)), "1 x 2: 1,2=3.5");
   }

@@ -32,8 +32,7 @@ std::string Written(ORXSrvSparseMatrix const& matrix, MarketLayout layout, Mirro
 }
 
 TEST(MatrixMarket, ReadsCoordinates) {
-  EXPECT_EQ(Read("%%MatrixMarket matrix coordinate real general\n% a comment\n%\n\n3 4 3\n"
-                 "1 1 2.5\n3 2 -1e-3\n2 4 +7\n"),
+  EXPECT_EQ(Read(General("% a comment\n%\n\n3 4 3\n1 1 2.5\n3 2 -1e-3\n2 4 +7\n")),
             "3 x 4: 1,1=2.5 2,4=7 3,2=-0.001");
   EXPECT_EQ(Read("%%MatrixMarket matrix coordinate integer general\n2 2 2\n1 2 -3\n2 1 9007199254740992\n"),
             "2 x 2: 1,2=-3 2,1=9007199254740992");
@@ -43,7 +42,7 @@ TEST(MatrixMarket, ReadsCoordinates) {
             "3 x 3: 1,2=5 2,1=5 3,3=6");
   EXPECT_EQ(Read("%%MatrixMarket matrix coordinate real skew-symmetric\n2 2 1\n2 1 5\n"),
             "2 x 2: 1,2=-5 2,1=5");
-  EXPECT_EQ(Read("%%MatrixMarket matrix coordinate real general\n5 2 0\n"), "5 x 2:");
+  EXPECT_EQ(Read(General("5 2 0\n")), "5 x 2:");
 }
 
 TEST(MatrixMarket, ReadsArraysByColumnsWithoutZeros) {
@@ -60,13 +59,12 @@ TEST(MatrixMarket, TakesWordsInAnyCaseAndOtherSpellingsOfNumbers) {
   EXPECT_EQ(Read("%%matrixMARKET Matrix  Coordinate REAL General \r\n1 3 3\r\n1 1 1.5D2\r\n1 2 .5\r\n"
                  "1 3 1e-400\r\n"),
             "1 x 3: 1,1=150 1,2=0.5 1,3=0");
-  EXPECT_EQ(Read("%%MatrixMarket matrix coordinate real general\n1 2 3\n1 1 -inf\n1 2 2\n1 2 3\n"),
-            "1 x 2: 1,1=-inf 1,2=5")
+  EXPECT_EQ(Read(General("1 2 3\n1 1 -inf\n1 2 2\n1 2 3\n")), "1 x 2: 1,1=-inf 1,2=5")
       << "values at one position are summed";
 }
 
 TEST(MatrixMarket, FaultsAreNamedWithTheirLine) {
-  std::string const general = "%%MatrixMarket matrix coordinate real general\n";
+  std::string const general = General("");
   std::string const symmetric = "%%MatrixMarket matrix coordinate real symmetric\n";
   std::pair<std::string, std::string> const cases[] = {
       {"", "line 0: %%MatrixMarket matrix, layout, values, symmetry expected, found the end of the file"},
@@ -114,7 +112,7 @@ TEST(MatrixMarket, FaultsAreNamedWithTheirLine) {
 
 TEST(MatrixMarket, WritesTheLowerTriangleOfMirroredMatrices) {
   EXPECT_EQ(Written(Sparse({{1, 0, 2}, {0, 0, 0.1}}), MarketLayout::Coordinate, Mirror::None),
-            "%%MatrixMarket matrix coordinate real general\n2 3 3\n1 1 1\n1 3 2\n2 3 0.1\n");
+            General("2 3 3\n1 1 1\n1 3 2\n2 3 0.1\n"));
   EXPECT_EQ(Written(Sparse({{1, 2}, {2, 0}}), MarketLayout::Coordinate, Mirror::Same),
             "%%MatrixMarket matrix coordinate real symmetric\n2 2 2\n1 1 1\n2 1 2\n");
   EXPECT_EQ(Written(Sparse({{0, -2}, {2, 0}}), MarketLayout::Coordinate, Mirror::Negative),

@@ -61,8 +61,7 @@ TEST(Memory, RefusesShapesWhoseTablesDoNotFit) {
             "no error");
   if (orx::tool::AvailableMemory().value_or(~0ULL) > 100'000'000'000U) GTEST_SKIP() << "it would fit";
   TemporaryFolder const folder;
-  for (std::string const text :
-       {"%%MatrixMarket matrix coordinate real general\n2147483647 1 0\n", "0,2147483640,1\n"})
+  for (std::string const& text : {General("2147483647 1 0\n"), std::string("0,2147483640,1\n")})
     EXPECT_NE(RunTool("info " + folder.Write("a", text)).exitCode, 0) << text;
 }
 

@@ -50,9 +50,7 @@ TEST(Program, WritesShapesAsOneBasedTriplets) {
   double const half = std::sqrt(0.5);
   for (std::vector<double> const& expected :
        {std::vector<double>{1, 1, half}, {1, 2, half}, {2, 1, half}, {2, 2, -half}}) {
-    double row = 0;
-    double mode = 0;
-    double value = 0;
+    double row = 0, mode = 0, value = 0;
     ASSERT_TRUE(shapes >> row >> mode >> value);
     EXPECT_EQ(row, expected[0]);
     EXPECT_EQ(mode, expected[1]);
@@ -108,20 +106,13 @@ TEST(Program, ShorterMatrixIsContinuedByZeros) {
   EXPECT_NEAR(static_cast<double>(ReadModes(result.out)[0].eigenvalue), 1.5, 1e-14);
 }
 
-/// A file that says its shape and that it holds both triangles.
-std::string General(std::string const& sizesAndEntries) {
-  return "%%MatrixMarket matrix coordinate real general\n" + sizesAndEntries;
-}
-
 TEST(Program, WhatAFileSaysOfItselfIsBelieved) {
   TwoMasses const files;
   struct Case {
-    std::string k;
-    std::string m;
+    std::string k, m;
     char const* message; ///< none: lambda are 1 and 3
   };
-  std::string const k = "1 1 2\n2 1 -1\n2 2 2\n";
-  std::string const m = "1 1 1\n2 2 1\n";
+  std::string const k = "1 1 2\n2 1 -1\n2 2 2\n", m = "1 1 1\n2 2 1\n";
   std::string const symmetric = "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n" + k;
   for (Case const& test : {
            Case{General("2 2 3\n1 1 2\n1 2 1\n2 2 3\n"), m, "(1, 2) = 1, (2, 1) is not stored"},

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 
 // Published stiffness and mass matrices, with their lowest eigenvalues known to 25 digits. Each folder holds
 // {K,M}.{full,lower}.txt and ref.json; without the data these tests are skipped.

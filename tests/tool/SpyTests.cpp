@@ -28,8 +28,7 @@ std::string DrawnPng(std::string const& path, std::string const& pngPath, int pn
 }
 
 struct Png {
-  int width = 0;
-  int height = 0;
+  int width = 0, height = 0;
   std::vector<png_byte> greys;
   int At(int x, int y) const { return greys[static_cast<std::size_t>(y) * width + x]; }
 };

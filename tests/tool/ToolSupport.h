@@ -9,12 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <initializer_list>
-#include <sstream>
-#include <string>
 #include <sys/wait.h>
-#include <vector>
 
 using Rows = std::initializer_list<std::initializer_list<double>>;
 
@@ -47,6 +42,11 @@ inline ORXSrvSparseMatrix Sparse(Rows rows, int order = 0) {
 /// A symmetric matrix, of which the lower triangle is used.
 inline ORXSrvSparseMatrix Symmetric(Rows rows) {
   return Sparse(rows, static_cast<int>(rows.size())).SymmetricForm();
+}
+
+/// A Matrix Market file of the usual kind: "rows columns entries" and the entries.
+inline std::string General(std::string const& sizesAndEntries) {
+  return "%%MatrixMarket matrix coordinate real general\n" + sizesAndEntries;
 }
 
 /// How a call ended: "1 message" for a ToolError with exit code 1.
