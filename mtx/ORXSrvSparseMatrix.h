@@ -247,7 +247,7 @@ private:
   ORX_LOCAL void RequireGeneralForm(char const* operation) const;
   ORX_LOCAL void RequireNoMoreColumnsThanRows(char const* operation) const;
   ORX_LOCAL bool CompareTriangles() const;
-  ORX_LOCAL mem_Array<double> PermutedDiagonal(int const* perm) const;
+  ORX_LOCAL mem_Array<double> PermuteDiagonal(int const* perm) const;
   int StoredEntries() const noexcept { return m_stored.View().Entries(); }
   /// Number of entries that GetEntries returns.
   ORX_LOCAL std::int64_t NumberOfEntries() const noexcept;

@@ -275,8 +275,8 @@ TEST_F(Convert, WritesIntoAFileThatHasLostItsName) {
   std::filesystem::remove(Path("gone"));
 
   orx::tool::ReplacedFile target("/proc/self/fd/" + std::to_string(file));
-  target.Let([](std::string const& path) { std::ofstream(path) << "text"; });
-  target.TakePlace();
+  target.WriteWith([](std::string const& path) { std::ofstream(path) << "text"; });
+  target.ReplaceTarget();
 
   char text[4] = {};
   EXPECT_EQ(pread(file, text, 4, 0), 4);

@@ -11,10 +11,10 @@
 namespace orx::tool {
 namespace {
 
-Part PartOf(std::string const& triangle) {
-  if (triangle == "lower") return Part::Lower;
-  if (triangle == "upper") return Part::Upper;
-  return triangle == "full" ? Part::Full : Part::AsStored;
+Triangle ParseTriangle(std::string const& triangle) {
+  if (triangle == "lower") return Triangle::Lower;
+  if (triangle == "upper") return Triangle::Upper;
+  return triangle == "full" ? Triangle::Full : Triangle::AsStored;
 }
 
 ReadOptions ReadOptionsOf(ConvertOptions const& options, InputFile const& in) {
@@ -50,7 +50,7 @@ std::string InText(std::string const& path, FileKind kind, ORXSrvSparseMatrix co
 
 std::string OutText(std::string const& path, WriteOptions const& options) {
   char const* const parts[] = {"", ", lower triangle", ", upper triangle", ", both triangles"};
-  return path + ": " + Describe(options.kind).text + parts[static_cast<int>(options.part)] + "\n";
+  return path + ": " + Describe(options.kind).text + parts[static_cast<int>(options.triangle)] + "\n";
 }
 
 /// Text without a header cannot say that rows or columns without entries follow.
@@ -83,18 +83,18 @@ std::string DiagonalOnlyText(FileKind kind, ORXSrvSparseMatrix const& matrix) {
 
 std::string ConvertText(ConvertOptions const& options) {
   WriteOptions const write{options.to.empty() ? KindOfExtension(options.outPath) : KindOfName(options.to),
-                           PartOf(options.triangle), options.dofsPerNode, options.digits,
+                           ParseTriangle(options.triangle), options.dofsPerNode, options.digits,
                            options.isLargeAllowed};
   ReplacedFile file(options.outPath);
   InputFile const in(options.inPath);
   ReadOptions const read = ReadOptionsOf(options, in);
   ORXSrvSparseMatrix matrix = LoadMatrix(in, read);
   std::string const text = InText(in.Name(), *read.kind, matrix);
-  if (write.part != Part::AsStored) matrix = BothTriangles(matrix, in.Name());
+  if (write.triangle != Triangle::AsStored) matrix = BothTriangles(matrix, in.Name());
 
   Progress const progress("writing " + options.outPath);
-  file.Let([&](std::string const& path) { SaveMatrix(path, matrix, write); });
-  file.TakePlace();
+  file.WriteWith([&](std::string const& path) { SaveMatrix(path, matrix, write); });
+  file.ReplaceTarget();
   return text + OutText(options.outPath, write) + LostShapeText(write.kind, matrix) +
          DiagonalOnlyText(write.kind, matrix);
 }

@@ -266,8 +266,8 @@ public:
     WriteOptions options;
     options.kind = m_kind;
     options.isLargeAllowed = true;
-    m_file.Let([&](std::string const& path) { SaveMatrix(path, shapes, options); });
-    m_file.TakePlace();
+    m_file.WriteWith([&](std::string const& path) { SaveMatrix(path, shapes, options); });
+    m_file.ReplaceTarget();
   }
 
 private:

@@ -65,8 +65,8 @@ std::string DrawPng(ORXSrvSparseMatrix const& matrix, SpyOptions const& options)
   int const magnification = options.pngSize / std::max(size.width, size.height);
   Raster const raster = Rasterize(matrix, size.width, size.height);
   ReplacedFile file(options.pngPath);
-  file.Let([&](std::string const& path) { WritePng(path, raster, magnification); });
-  file.TakePlace();
+  file.WriteWith([&](std::string const& path) { WritePng(path, raster, magnification); });
+  file.ReplaceTarget();
   return Line("picture", Format("%s, %d x %d pixels", options.pngPath.c_str(), size.width * magnification,
                                 size.height * magnification)) +
          Line("scale", ScaleText(matrix, raster, magnification > 1 ? "square" : "pixel"));

@@ -1,5 +1,6 @@
 #include "tools/formats/FileKind.h"
 
+#include "tools/formats/Probe.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
@@ -11,9 +12,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace orx::tool {
@@ -29,43 +28,6 @@ constexpr FileKindDescription kinds[] = {
     {FileKind::Blocks, "blocks", ".blk", "block binary, symmetric or unsymmetric"},
     {FileKind::Chunks, "chunks", ".chk", "chunked binary, symmetric"},
     {FileKind::Dense, "dense", ".bin", "dense binary"},
-};
-
-/// A file whose bytes are looked at here and there. What is no regular file is not opened: a pipe can be
-/// opened only once.
-class Probe {
-public:
-  explicit Probe(std::string const& path) {
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
-    m_file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    m_isRegular = m_file >= 0;
-    m_size = status.st_size;
-  }
-  Probe(Probe const&) = delete;
-  Probe& operator=(Probe const&) = delete;
-  ~Probe() {
-    if (m_file >= 0) close(m_file);
-  }
-
-  bool IsRegular() const noexcept { return m_isRegular; }
-  std::int64_t Size() const noexcept { return m_size; }
-  std::string Begin(std::size_t length) const {
-    std::string bytes(length, '\0');
-    ssize_t const read = pread(m_file, bytes.data(), length, 0);
-    bytes.resize(read > 0 ? static_cast<std::size_t>(read) : 0);
-    return bytes;
-  }
-  /// False where the file ends before.
-  template<class T>
-  bool Read(std::int64_t offset, T& value) const {
-    return pread(m_file, &value, sizeof value, offset) == static_cast<ssize_t>(sizeof value);
-  }
-
-private:
-  int m_file = -1;
-  std::int64_t m_size = 0;
-  bool m_isRegular = false;
 };
 
 // Text

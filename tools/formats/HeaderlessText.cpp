@@ -2,6 +2,8 @@
 
 #include "tools/formats/TextLines.h"
 
+#include "mtx/layouts/TextFields.h"
+
 #include <algorithm>
 #include <climits>
 #include <vector>

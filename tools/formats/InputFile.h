@@ -21,7 +21,7 @@ public:
   /// Calls read(Path()). Errors become a ToolError in which the file has its name; those of the library's
   /// readers lose the name of a class and begin with the place.
   template<class Read>
-  auto Let(Read const& read) const {
+  auto ReadWith(Read const& read) const {
     try {
       return read(m_path);
     } catch (...) {

@@ -16,23 +16,23 @@
 namespace orx::tool {
 namespace {
 
-bool IsInPart(std::uint32_t row, std::uint32_t column, Part part) {
-  return (part != Part::Lower || row >= column) && (part != Part::Upper || row <= column);
+bool IsInTriangle(std::uint32_t row, std::uint32_t column, Triangle triangle) {
+  return (triangle != Triangle::Lower || row >= column) && (triangle != Triangle::Upper || row <= column);
 }
 
-ORXSrvSparseMatrix TriangleOf(ORXSrvSparseMatrix const& matrix, Part part) {
-  ORXSrvSparseMatrix triangle(matrix.NumberOfRows(), matrix.NumberOfColumns());
+ORXSrvSparseMatrix ExtractTriangle(ORXSrvSparseMatrix const& matrix, Triangle triangle) {
+  ORXSrvSparseMatrix extracted(matrix.NumberOfRows(), matrix.NumberOfColumns());
   ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
-    if (IsInPart(row, column, part)) triangle.AddData(row, column, value);
+    if (IsInTriangle(row, column, triangle)) extracted.AddData(row, column, value);
   });
-  triangle.EndAssembly();
-  return triangle;
+  extracted.EndAssembly();
+  return extracted;
 }
 
-void Export(std::string const& path, ORXSrvSparseMatrix const& matrix, Part part, int code,
+void Export(std::string const& path, ORXSrvSparseMatrix const& matrix, Triangle triangle, int code,
             ORXSrvSystemDofDefinition const* dofs = nullptr) {
-  bool const isTriangle = part == Part::Lower || part == Part::Upper;
-  if (isTriangle) return TriangleOf(matrix, part).Export(path.c_str(), code, dofs);
+  bool const isTriangle = triangle == Triangle::Lower || triangle == Triangle::Upper;
+  if (isTriangle) return ExtractTriangle(matrix, triangle).Export(path.c_str(), code, dofs);
   matrix.Export(path.c_str(), code, dofs);
 }
 
@@ -45,7 +45,7 @@ void WriteAllDigits(std::string const& path, ORXSrvSparseMatrix const& matrix, W
   };
   bool const isSquare = matrix.NumberOfRows() == matrix.NumberOfColumns();
   ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
-    if (!IsInPart(row, column, options.part)) return;
+    if (!IsInTriangle(row, column, options.triangle)) return;
     if (options.kind == FileKind::Triplets)
       file.Write(Format("%u %u ", row + 1, column + 1));
     else if (options.kind == FileKind::Commas)
@@ -83,7 +83,7 @@ void ExportNodeDofs(std::string const& path, ORXSrvSparseMatrix const& matrix, W
   for (int i = 0; i < equations.Size(); ++i)
     equations[i] = {i / options.dofsPerNode + 1, i % options.dofsPerNode + 1};
   ORXSrvSystemDofDefinition const dofs(equations);
-  Export(path, matrix, options.part, 4, &dofs);
+  Export(path, matrix, options.triangle, 4, &dofs);
 }
 
 void RequireSquare(ORXSrvSparseMatrix const& matrix, FileKind kind) {
@@ -110,44 +110,44 @@ void RequireSymmetric(ORXSrvSparseMatrix const& matrix, FileKind kind) {
              Describe(kind).name, SymmetryText(symmetry).c_str()));
 }
 
-/// A square matrix in symmetric form, by its upper triangle for Part::Upper, else by the lower one. The
+/// A square matrix in symmetric form, by its upper triangle for Triangle::Upper, else by the lower one. The
 /// triangle has every position of which this or the mirror image is stored. `mirrored` receives the values of
 /// the mirror images of its entries.
-ORXSrvSparseMatrix SymmetricFormOf(ORXSrvSparseMatrix const& matrix, Part part,
+ORXSrvSparseMatrix SymmetricFormOf(ORXSrvSparseMatrix const& matrix, Triangle triangle,
                                    std::vector<double>* mirrored = nullptr) {
-  bool const isUpper = part == Part::Upper;
-  ORXSrvSparseMatrix triangle(matrix.NumberOfRows(), matrix.NumberOfRows());
+  bool const isUpper = triangle == Triangle::Upper;
+  ORXSrvSparseMatrix stored(matrix.NumberOfRows(), matrix.NumberOfRows());
   ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
-    if (row == column) triangle.AddData(row, column, value);
+    if (row == column) stored.AddData(row, column, value);
   });
   ForEachPair(matrix, [&](std::uint32_t i, std::uint32_t j, double const* lower, double const* upper) {
     double const below = lower != nullptr ? *lower : 0.0;
     double const above = upper != nullptr ? *upper : 0.0;
-    triangle.AddData(isUpper ? j : i, isUpper ? i : j, isUpper ? above : below);
+    stored.AddData(isUpper ? j : i, isUpper ? i : j, isUpper ? above : below);
     if (mirrored != nullptr) mirrored->push_back(isUpper ? below : above);
   });
-  triangle.EndAssembly();
-  return triangle.SymmetricForm(isUpper);
+  stored.EndAssembly();
+  return stored.SymmetricForm(isUpper);
 }
 
-void SaveFortran(std::string const& path, ORXSrvSparseMatrix const& matrix, Part part) {
+void SaveFortran(std::string const& path, ORXSrvSparseMatrix const& matrix, Triangle triangle) {
   RequireSymmetric(matrix, FileKind::Fortran);
-  ORXSrvSparseMatrix const symmetric = SymmetricFormOf(matrix, part);
+  ORXSrvSparseMatrix const symmetric = SymmetricFormOf(matrix, triangle);
   WriteFortran(path, symmetric.View());
 }
 
 /// Only a matrix of which no triangle was asked for may be unsymmetric.
-void SaveBlocks(std::string const& path, ORXSrvSparseMatrix const& matrix, Part part) {
+void SaveBlocks(std::string const& path, ORXSrvSparseMatrix const& matrix, Triangle triangle) {
   RequireSquare(matrix, FileKind::Blocks);
   bool const isSymmetric = IsSymmetric(MeasureSymmetry(matrix));
   std::vector<double> mirrored;
-  ORXSrvSparseMatrix const form = SymmetricFormOf(matrix, part, isSymmetric ? nullptr : &mirrored);
+  ORXSrvSparseMatrix const form = SymmetricFormOf(matrix, triangle, isSymmetric ? nullptr : &mirrored);
   WriteBlocks(path, form.View(), isSymmetric ? nullptr : mirrored.data());
 }
 
-void SaveChunks(std::string const& path, ORXSrvSparseMatrix const& matrix, Part part) {
+void SaveChunks(std::string const& path, ORXSrvSparseMatrix const& matrix, Triangle triangle) {
   RequireSymmetric(matrix, FileKind::Chunks);
-  ORXSrvSparseMatrix const symmetric = SymmetricFormOf(matrix, part);
+  ORXSrvSparseMatrix const symmetric = SymmetricFormOf(matrix, triangle);
   std::int32_t const entries = symmetric.View().Entries();
   if (entries > 0 && entries % chunkLength == 0)
     throw ToolError(
@@ -159,11 +159,11 @@ void SaveChunks(std::string const& path, ORXSrvSparseMatrix const& matrix, Part 
 }
 
 void SaveMarket(std::string const& path, ORXSrvSparseMatrix const& matrix, WriteOptions const& options) {
-  if (options.part == Part::Upper)
+  if (options.triangle == Triangle::Upper)
     throw ToolError(ExitCode::WrongUsage,
                     "Matrix Market files keep the lower triangle; --triangle upper is for "
                     "other types");
-  Mirror const mirror = options.part == Part::Full ? Mirror::None : MirrorOf(matrix);
+  Mirror const mirror = options.triangle == Triangle::Full ? Mirror::None : MirrorOf(matrix);
   WriteMatrixMarket(path, matrix,
                     options.kind == FileKind::MatrixMarket ? MarketLayout::Coordinate : MarketLayout::Array,
                     mirror);
@@ -178,22 +178,22 @@ void SaveMatrix(std::string const& path, ORXSrvSparseMatrix const& matrix, Write
   if (options.digits == 17 && !HasHeader(options.kind)) return WriteAllDigits(path, matrix, options);
   switch (options.kind) {
   case FileKind::Triplets:
-    return Export(path, matrix, options.part, 3);
+    return Export(path, matrix, options.triangle, 3);
   case FileKind::Commas:
-    return Export(path, matrix, options.part, 5);
+    return Export(path, matrix, options.triangle, 5);
   case FileKind::NodeDofs:
     return ExportNodeDofs(path, matrix, options);
   case FileKind::MatrixMarket:
   case FileKind::MatrixMarketArray:
     return SaveMarket(path, matrix, options);
   case FileKind::Fortran:
-    return SaveFortran(path, matrix, options.part);
+    return SaveFortran(path, matrix, options.triangle);
   case FileKind::Blocks:
-    return SaveBlocks(path, matrix, options.part);
+    return SaveBlocks(path, matrix, options.triangle);
   case FileKind::Chunks:
-    return SaveChunks(path, matrix, options.part);
+    return SaveChunks(path, matrix, options.triangle);
   case FileKind::Dense:
-    return Export(path, matrix, options.part, 7);
+    return Export(path, matrix, options.triangle, 7);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "tools/formats/HeaderlessText.h"
 #include "tools/formats/MatrixMarket.h"
+#include "tools/formats/Probe.h"
 #include "tools/terminal/Memory.h"
 #include "tools/terminal/Progress.h"
 #include "tools/terminal/Text.h"
@@ -10,9 +11,9 @@
 #include "mtx/layouts/FileLayouts.h"
 
 #include <algorithm>
-#include <fstream>
+#include <array>
+#include <memory>
 #include <utility>
-#include <vector>
 
 namespace orx::tool {
 namespace {
@@ -32,14 +33,13 @@ ORXSrvSparseMatrix ImportInGeneralForm(std::string const& path, int code) {
 /// When the entries fill the chunks to the last place, writers by the format's letter leave the last chunk
 /// empty, and its entries are not in the file.
 void RequireLastChunk(std::string const& path) {
-  std::ifstream file(path, std::ios::binary);
+  Probe const file(path);
   BlockHeader header{};
-  file.read(reinterpret_cast<char*>(&header), sizeof header);
-  if (!file || header.order < 0 || header.entries <= 0 || header.entries % chunkLength != 0) return;
-  std::vector<std::int32_t> columns(chunkLength);
-  file.seekg(header.ColumnsOffset() + 12 * (header.entries - chunkLength));
-  file.read(reinterpret_cast<char*>(columns.data()), 4 * chunkLength);
-  if (file && std::all_of(columns.begin(), columns.end(), [](std::int32_t column) { return column == 0; }))
+  bool const isPossible = file.Read(0, header) && header.order >= 0 && header.entries > 0;
+  if (!isPossible || header.entries % chunkLength != 0) return;
+  auto const columns = std::make_unique<std::array<std::int32_t, chunkLength>>();
+  bool const isThere = file.Read(header.ColumnsOffset() + 12 * (header.entries - chunkLength), *columns);
+  if (isThere && std::ranges::all_of(*columns, [](std::int32_t column) { return column == 0; }))
     throw ToolError(ExitCode::UnusableInput,
                     Format("'%s': the last chunk is empty, its 131072 entries are not in the file: a chunked "
                            "file cannot hold a multiple of 131072 entries beside the diagonal",
@@ -77,7 +77,8 @@ ORXSrvSparseMatrix LoadAs(FileKind kind, std::string const& path, ReadOptions co
 } // namespace
 
 FileKind KindToRead(InputFile const& file, ReadOptions const& options) {
-  return options.kind ? *options.kind : file.Let([](std::string const& path) { return RecognizeKind(path); });
+  return options.kind ? *options.kind
+                      : file.ReadWith([](std::string const& path) { return RecognizeKind(path); });
 }
 
 void EndAssembly(std::string const& path, ORXSrvSparseMatrix& matrix) {
@@ -88,7 +89,8 @@ void EndAssembly(std::string const& path, ORXSrvSparseMatrix& matrix) {
 ORXSrvSparseMatrix LoadMatrix(InputFile const& file, ReadOptions const& options) {
   Progress const progress("reading " + file.Name());
   FileKind const kind = KindToRead(file, options);
-  ORXSrvSparseMatrix matrix = file.Let([&](std::string const& path) { return LoadAs(kind, path, options); });
+  ORXSrvSparseMatrix matrix =
+      file.ReadWith([&](std::string const& path) { return LoadAs(kind, path, options); });
   RequireRoomForTables(file.Name(), matrix.NumberOfRows(), matrix.NumberOfColumns(), AvailableMemory());
   return matrix;
 }

@@ -5,6 +5,8 @@
 #include "tools/numerics/RowPairs.h"
 #include "tools/terminal/Text.h"
 
+#include "mtx/layouts/TextFields.h"
+
 #include <algorithm>
 #include <cctype>
 #include <climits>

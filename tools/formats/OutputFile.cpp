@@ -129,7 +129,7 @@ void ReplacedFile::Rethrow() const {
   }
 }
 
-void ReplacedFile::Stream() const {
+void ReplacedFile::CopyToTarget() const {
   Descriptor const target(m_name, O_WRONLY);
   Descriptor const source(m_path, O_RDONLY);
   if (target.IsOpen() && source.IsOpen() && m_stream->FillFrom(source.Number()) &&
@@ -139,8 +139,8 @@ void ReplacedFile::Stream() const {
   isReaderGone = true;
 }
 
-void ReplacedFile::TakePlace() {
-  if (m_stream) return Stream();
+void ReplacedFile::ReplaceTarget() {
+  if (m_stream) return CopyToTarget();
   {
     Descriptor const file(m_path, O_WRONLY);
     if (!file.IsOpen() || fsync(file.Number()) != 0) Fail("cannot bring to the disk");

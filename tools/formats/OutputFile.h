@@ -61,7 +61,7 @@ public:
   std::string const& Path() const noexcept { return m_path; }
   /// Calls write(Path()). Errors become a ToolError in which the file has the name of the target.
   template<class Write>
-  void Let(Write const& write) const {
+  void WriteWith(Write const& write) const {
     try {
       write(m_path);
     } catch (...) {
@@ -69,11 +69,11 @@ public:
     }
   }
   /// Brings the content to the disk and gives it the target's name, and the permissions of an older file.
-  void TakePlace();
+  void ReplaceTarget();
 
 private:
   void CreateBeside();
-  void Stream() const;
+  void CopyToTarget() const;
   [[noreturn]] void Rethrow() const;
   [[noreturn]] void Fail(char const* what) const;
 

@@ -3,8 +3,9 @@
 #include "tools/formats/FileKind.h"
 #include "tools/terminal/ToolError.h"
 
+#include "mtx/layouts/TextFields.h"
+
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -16,14 +17,10 @@
 namespace orx::tool {
 namespace {
 
-constexpr std::string_view blanks = " \t\v\f\r";
-
-bool IsBlank(char c) noexcept { return blanks.find(c) != std::string_view::npos; }
-
 std::string_view Trimmed(std::string_view text) {
-  std::size_t const first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+  auto const first = std::ranges::find_if_not(text, IsBlank);
+  auto const end = std::find_if_not(text.rbegin(), std::make_reverse_iterator(first), IsBlank).base();
+  return {first, end};
 }
 
 struct CloseFile {
@@ -59,14 +56,6 @@ bool IsDecimal(std::string_view field) {
 }
 
 } // namespace
-
-std::string Quoted(std::string_view text) {
-  constexpr std::size_t longest = 40;
-  std::string quoted(text.substr(0, longest));
-  for (char& c : quoted)
-    if (std::isprint(static_cast<unsigned char>(c)) == 0) c = '?';
-  return '"' + quoted + (text.size() > longest ? "...\"" : "\"");
-}
 
 TextLines::TextLines(std::string const& path) : m_path(path), m_text(ReadWhole(path)) {
   if (m_text.starts_with(byteOrderMark)) m_next = byteOrderMark.size();

@@ -55,7 +55,4 @@ private:
   int m_fieldCount = 0; ///< also counts those beyond maxFields
 };
 
-/// What of a text fits into a message, in quotes.
-std::string Quoted(std::string_view text);
-
 } // namespace orx::tool

@@ -113,7 +113,7 @@ void FileOutput::WriteBytes(void const* bytes, std::size_t count) {
     Flush();
     WriteThrough(static_cast<char const*>(bytes), count);
   } else {
-    std::memcpy(Room(count), bytes, count);
+    std::memcpy(ReserveBuffer(count), bytes, count);
     m_next += count;
   }
 }
@@ -121,7 +121,7 @@ void FileOutput::WriteBytes(void const* bytes, std::size_t count) {
 void FileOutput::WriteZeros(std::int64_t bytes) {
   while (bytes > 0) {
     auto const run = static_cast<std::size_t>(std::min<std::int64_t>(bytes, bufferSize));
-    std::memset(Room(run), 0, run);
+    std::memset(ReserveBuffer(run), 0, run);
     m_next += run;
     bytes -= static_cast<std::int64_t>(run);
   }

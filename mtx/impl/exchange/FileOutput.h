@@ -39,12 +39,12 @@ public:
   void WriteZeros(std::int64_t bytes);
 
   /// Returns the start of `bytes` free bytes of the buffer; the caller fills them and passes their end to
-  /// Take. REQUIRES bytes <= bufferSize.
-  char* Room(std::size_t bytes) {
+  /// CommitBuffer. REQUIRES bytes <= bufferSize.
+  char* ReserveBuffer(std::size_t bytes) {
     if (m_buffer.get() + bufferSize - m_next < static_cast<std::ptrdiff_t>(bytes)) Flush();
     return m_next;
   }
-  void Take(char* end) noexcept { m_next = end; }
+  void CommitBuffer(char* end) noexcept { m_next = end; }
 
   /// Writes the buffer, closes the file and renames it to the target. Without Close only a file that is
   /// written in place changes.

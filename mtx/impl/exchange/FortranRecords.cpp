@@ -19,7 +19,7 @@ extern "C" {
 std::int32_t orx_fortran_open(char const* path, std::int32_t length, std::int32_t* isBigEndian,
                               char* message);
 std::int32_t orx_fortran_read_order(std::int32_t* order, char* message);
-std::int32_t orx_fortran_read_rows(std::int32_t order, std::int64_t room, std::int32_t* starts,
+std::int32_t orx_fortran_read_rows(std::int32_t order, std::int64_t capacity, std::int32_t* rowPointers,
                                    std::uint32_t* columns, double* values, double* diagonal,
                                    std::int32_t* row, std::int32_t* pairs, char* message);
 void orx_fortran_close();
@@ -54,11 +54,11 @@ public:
     ++m_record;
     bool isContinued = true;
     while (isContinued) {
-      std::int64_t const leading = MarkerAt(m_next, isBigEndian);
+      std::int64_t const leading = ReadMarker(m_next, isBigEndian);
       std::int64_t const length = std::abs(leading);
       std::int64_t const end = m_next + markerBytes + length;
       bool const isCutOff = end > m_file.Size() - markerBytes;
-      std::int64_t const trailing = isCutOff ? 0 : MarkerAt(end, isBigEndian);
+      std::int64_t const trailing = isCutOff ? 0 : ReadMarker(end, isBigEndian);
       if (isCutOff || std::abs(trailing) != length)
         Fail(m_path, m_record,
              "a record of " + std::to_string(length) + " bytes at byte " + std::to_string(m_next) +
@@ -73,7 +73,7 @@ private:
   static constexpr std::int64_t markerBytes = 4;
   static constexpr std::int64_t windowBytes = std::int64_t{1} << 18;
 
-  std::int64_t MarkerAt(std::int64_t offset, bool isBigEndian) {
+  std::int64_t ReadMarker(std::int64_t offset, bool isBigEndian) {
     if (offset > m_file.Size() - markerBytes)
       Fail(m_path, m_record,
            "a record at byte " + std::to_string(offset) + " expected, found the end of the file");
@@ -143,13 +143,13 @@ private:
   }
 
   void ReadRows(CompressedRows& content) {
-    std::int64_t const room =
+    std::int64_t const capacity =
         std::min<std::int64_t>((m_frames.FileSize() - orderBytes - rowBytes * m_order) / entryBytes, INT_MAX);
-    ResizeEntries(content, room);
+    ResizeEntries(content, capacity);
     std::int32_t row = 0;
     std::int32_t pairs = 0;
     std::int32_t const status =
-        orx_fortran_read_rows(m_order, room, content.rowPointers.get(), content.columnIndices.get(),
+        orx_fortran_read_rows(m_order, capacity, content.rowPointers.get(), content.columnIndices.get(),
                               content.values.get(), content.diagonal.get(), &row, &pairs, m_message);
     std::int64_t const record = std::int64_t{row} + 1;
     if (status == miscounted)
@@ -174,8 +174,9 @@ private:
     if (content.entries == 0 || largest < order) return;
     auto const bad = std::find_if(columns, columns + content.entries,
                                   [=](std::uint32_t column) { return column >= order; });
-    std::int32_t const* const starts = content.rowPointers.get();
-    std::int64_t const row = std::upper_bound(starts, starts + m_order + 1, bad - columns) - starts;
+    std::int32_t const* const rowPointers = content.rowPointers.get();
+    std::int64_t const row =
+        std::upper_bound(rowPointers, rowPointers + m_order + 1, bad - columns) - rowPointers;
     Fail(m_path, row + 1,
          "a column of 1 to " + std::to_string(m_order) + " expected, found " +
              std::to_string(static_cast<std::int32_t>(*bad + 1)));

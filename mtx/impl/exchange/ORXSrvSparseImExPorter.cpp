@@ -48,6 +48,36 @@ bool IsSymmetric(ORXSimSerializationType const& type) {
   return type.Kind() == ORXSimSerializationType::Layout::SparseSym;
 }
 
+void RequireSquare(std::int32_t rows, std::int32_t columns) {
+  if (rows == columns) return;
+  std::string const detail = "Import, a symmetric matrix with as many columns as rows expected, found " +
+                             std::to_string(rows) + " rows and " + std::to_string(columns) + " columns";
+  ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
+}
+
+/// Allocates the arrays for the values of a sparse drawer; the diagonal for one in symmetric form only.
+CompressedRows AllocateFor(ORXSimPersistentDrawerDesc const& drawer) {
+  bool const isSymmetric = IsSymmetric(drawer.Serialization());
+  if (isSymmetric) RequireSquare(drawer.DimensionSize(0), drawer.DimensionSize(1));
+  CompressedRows content;
+  AllocateRowPointers(content, drawer.DimensionSize(0), drawer.DimensionSize(1));
+  content.entries = static_cast<std::int32_t>(drawer.DataSizeItems(valuesBuffer));
+  ResizeEntries(content, content.entries);
+  if (isSymmetric) content.diagonal = mem_MakeArray<double>(content.rows);
+  return content;
+}
+
+void ReadArrays(ORXSimTransfer& transfer, CompressedRows& content) {
+  std::int64_t const rows = content.rows;
+  std::int64_t const entries = content.entries;
+  transfer.SetBuffer(rowPointersBuffer, content.rowPointers.get(), (rows + 1) * 4);
+  transfer.SetBuffer(columnsBuffer, content.columnIndices.get(), entries * 4);
+  transfer.SetBuffer(valuesBuffer, content.values.get(), entries * 8);
+  if (content.diagonal != nullptr) transfer.SetBuffer(diagonalBuffer, content.diagonal.get(), rows * 8);
+  transfer.ExecRead();
+  transfer.RelinquishBuffers();
+}
+
 } // namespace
 
 // Files
@@ -113,35 +143,13 @@ ORXSrvSparseImExPorter::Drawer ORXSrvSparseImExPorter::Import(ORXSimDistribution
   if (drawers.Size() == 0 || !drawers[0].Serialization().IsSparse())
     transfer.SetSerialization(ORXSimSerializationType().SetSparse()).CheckView(); // raises the error
   ORXSimPersistentDrawerDesc const& drawer = drawers[0];
-  ORXSimCSetID const rowSet = drawer.DimensionCSetID(0);
-  ORXSimCSetID const columnSet = drawer.DimensionCSetID(1);
-  transfer.SetSerialization(drawer.Serialization()).SetDim(0, rowSet).SetDim(1, columnSet).CheckView();
-
-  CompressedRows content;
-  content.rows = drawer.DimensionSize(0);
-  content.columns = drawer.DimensionSize(1);
-  bool const isSymmetric = IsSymmetric(drawer.Serialization());
-  if (isSymmetric && content.rows != content.columns) {
-    std::string const detail = "Import, a symmetric matrix with as many columns as rows expected, found " +
-                               std::to_string(content.rows) + " rows and " + std::to_string(content.columns) +
-                               " columns";
-    ORXSrvMtxIllegalInput(detail.c_str()).Throw(sourceFile, __LINE__);
-  }
-  std::int64_t const count = drawer.DataSizeItems(valuesBuffer);
-  content.entries = static_cast<std::int32_t>(count);
-  AllocateRowPointers(content, content.rows, content.columns);
-  ResizeEntries(content, count);
-  transfer.SetBuffer(rowPointersBuffer, content.rowPointers.get(), (std::int64_t{content.rows} + 1) * 4);
-  transfer.SetBuffer(columnsBuffer, content.columnIndices.get(), count * 4);
-  if (isSymmetric) {
-    content.diagonal = mem_MakeArray<double>(content.rows);
-    transfer.SetBuffer(diagonalBuffer, content.diagonal.get(), std::int64_t{content.rows} * 8);
-  }
-  transfer.SetBuffer(valuesBuffer, content.values.get(), count * 8);
-  transfer.ExecRead();
-  transfer.RelinquishBuffers();
+  ORXSimCSetID const rows = drawer.DimensionCSetID(0);
+  ORXSimCSetID const columns = drawer.DimensionCSetID(1);
+  transfer.SetSerialization(drawer.Serialization()).SetDim(0, rows).SetDim(1, columns).CheckView();
+  CompressedRows content = AllocateFor(drawer);
+  ReadArrays(transfer, content);
   // Other programs store the columns of a row in any order.
-  if (!isSymmetric) SortRows(content);
+  if (content.diagonal == nullptr) SortRows(content);
   content.numberOfNonzeros = content.entries;
-  return {std::move(content), rowSet, columnSet};
+  return {std::move(content), rows, columns};
 }

@@ -50,8 +50,8 @@ mem_Array<std::int32_t> ReadRowPointers(FileInput& file, BlockHeader const& head
 }
 
 /// Raises an error for a column index outside of 0 ... order - 1. `offset` is the file offset of the indices.
-void CheckColumns(FileInput const& file, std::int64_t offset, std::span<std::uint32_t const> columns,
-                  std::int32_t order) {
+void RequireColumnsBelow(FileInput const& file, std::int64_t offset, std::span<std::uint32_t const> columns,
+                         std::int32_t order) {
   // Finding the largest index is several times faster than finding the first that is too large.
   std::uint32_t largest = 0;
   for (std::uint32_t const column : columns)
@@ -71,10 +71,10 @@ void RequireCountable(FileInput const& file, std::int64_t total) {
 }
 
 /// Reads the part that both formats have in common; column indices and values are not read yet.
-CompressedRows ReadRowsAndDiagonal(FileInput& file, BlockHeader const& header, std::int64_t lastPointer) {
+CompressedRows ReadRowsAndDiagonal(FileInput& file, BlockHeader const& header, std::int64_t largestLast) {
   CompressedRows content;
   content.rows = content.columns = header.order;
-  content.rowPointers = ReadRowPointers(file, header, lastPointer);
+  content.rowPointers = ReadRowPointers(file, header, largestLast);
   content.entries = content.rowPointers[header.order];
   content.diagonal = file.ReadArray<double>(header.order, "diagonal values");
   return content;
@@ -103,7 +103,7 @@ void ReadBlockColumns(FileInput& file, BlockHeader const& header, std::int64_t s
   content.columnIndices = file.ReadArray<std::uint32_t>(content.entries, "column indices");
   file.Skip(stored - content.entries, sizeof(std::uint32_t), "column indices");
   auto const count = static_cast<std::size_t>(content.entries);
-  CheckColumns(file, offset, {content.columnIndices.get(), count}, header.order);
+  RequireColumnsBelow(file, offset, {content.columnIndices.get(), count}, header.order);
 }
 
 CompressedRows ReadUnsymmetric(FileInput& file, BlockHeader const& header, CompressedRows&& pattern) {
@@ -124,7 +124,7 @@ void ReadChunk(FileInput& file, CompressedRows& content, std::int32_t first, std
   std::int64_t const offset = file.Offset();
   std::uint32_t* const columns = content.columnIndices.get() + first;
   file.Read(columns, count, "column indices");
-  CheckColumns(file, offset, {columns, static_cast<std::size_t>(count)}, content.columns);
+  RequireColumnsBelow(file, offset, {columns, static_cast<std::size_t>(count)}, content.columns);
   file.Skip(padding, sizeof(std::uint32_t), "padding column indices");
   file.Read(content.values.get() + first, count, "values");
 }

@@ -16,23 +16,23 @@ class LineWriter {
 public:
   explicit LineWriter(char const* path) : m_file(path, FileOutput::Existing::Truncate) {}
 
-  LineWriter& Begin() {
-    m_next = m_file.Room(longestLine);
+  LineWriter& BeginLine() {
+    m_next = m_file.ReserveBuffer(longestLine);
     return *this;
   }
-  LineWriter& Put(std::int64_t number) {
+  LineWriter& Append(std::int64_t number) {
     if (number < 0) *m_next++ = '-';
     m_next = WriteUnsigned(m_next, static_cast<std::uint64_t>(number < 0 ? -number : number));
     return *this;
   }
-  LineWriter& Put(char separator) {
+  LineWriter& Append(char separator) {
     *m_next++ = separator;
     return *this;
   }
-  void End(double value) {
+  void EndLine(double value) {
     m_next = WriteScientific15(m_next, value);
     *m_next++ = '\n';
-    m_file.Take(m_next);
+    m_file.CommitBuffer(m_next);
   }
   void Close() { m_file.Close(); }
 
@@ -64,7 +64,12 @@ std::vector<ORXSrvNodeDof> NodeDofs(CompressedRowsView const& matrix, ORXSrvSyst
 void WriteOneBasedText(char const* path, CompressedRowsView const& matrix) {
   LineWriter lines(path);
   ForEachEntry(matrix, [&](std::int32_t row, std::int32_t column, double value) {
-    lines.Begin().Put(std::int64_t{row} + 1).Put(' ').Put(std::int64_t{column} + 1).Put(' ').End(value);
+    lines.BeginLine()
+        .Append(std::int64_t{row} + 1)
+        .Append(' ')
+        .Append(std::int64_t{column} + 1)
+        .Append(' ')
+        .EndLine(value);
   });
   lines.Close();
 }
@@ -72,7 +77,13 @@ void WriteOneBasedText(char const* path, CompressedRowsView const& matrix) {
 void WriteZeroBasedText(char const* path, CompressedRowsView const& matrix) {
   LineWriter lines(path);
   auto const write = [&](std::int32_t row, std::int32_t column, double value) {
-    lines.Begin().Put(std::int64_t{row}).Put(',').Put(std::int64_t{column}).Put(',').Put(' ').End(value);
+    lines.BeginLine()
+        .Append(std::int64_t{row})
+        .Append(',')
+        .Append(std::int64_t{column})
+        .Append(',')
+        .Append(' ')
+        .EndLine(value);
   };
   for (std::int32_t i = 0; i < matrix.rows; ++i) {
     if (matrix.diagonal != nullptr) write(i, i, matrix.diagonal[i]);
@@ -91,8 +102,16 @@ void WriteNodeDofText(char const* path, CompressedRowsView const& matrix,
     ORXSrvNodeDof const ofRow = equations[static_cast<std::size_t>(row)];
     ORXSrvNodeDof const ofColumn =
         isSquare ? equations[static_cast<std::size_t>(column)] : ORXSrvNodeDof{column, 0};
-    lines.Begin().Put(std::int64_t{ofRow.node}).Put(',').Put(std::int64_t{ofRow.dof}).Put(',');
-    lines.Put(std::int64_t{ofColumn.node}).Put(',').Put(std::int64_t{ofColumn.dof}).Put(',').End(value);
+    lines.BeginLine()
+        .Append(std::int64_t{ofRow.node})
+        .Append(',')
+        .Append(std::int64_t{ofRow.dof})
+        .Append(',');
+    lines.Append(std::int64_t{ofColumn.node})
+        .Append(',')
+        .Append(std::int64_t{ofColumn.dof})
+        .Append(',')
+        .EndLine(value);
   });
   lines.Close();
 }

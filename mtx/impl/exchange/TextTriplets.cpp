@@ -5,9 +5,9 @@
 #include "mtx/impl/exchange/ResizeArray.h"
 #include "mtx/impl/exchange/TripletCollector.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
+#include "mtx/layouts/TextFields.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -26,11 +26,9 @@ struct FileCloser {
 };
 
 /// Rows without entries take no bytes in the file: without a limit, one line could ask for gigabytes of row
-/// pointers. A matrix may have mostRowsInAnyCase rows, or mostRowsPerItem for each entry if that is more.
+/// pointers. A matrix may have mostRowsInAnyCase rows, or mostRowsPerEntry for each entry if that is more.
 constexpr std::int64_t mostRowsInAnyCase = 1 << 24;
-constexpr std::int64_t mostRowsPerItem = 16;
-
-bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr std::int64_t mostRowsPerEntry = 16;
 
 /// True when a number may begin with the character: a digit, a sign, a point, inf or nan.
 bool BeginsNumber(char c) noexcept { return std::strchr("0123456789+-.iInN", c) != nullptr && c != '\0'; }
@@ -49,15 +47,6 @@ std::int64_t CountLineEnds(char const* p, char const* end) noexcept {
   return total;
 }
 
-/// Returns a token in quotes for a message, cut after 40 characters.
-std::string Quoted(char const* first, char const* last) {
-  constexpr std::ptrdiff_t longest = 40;
-  std::string text(first, first + std::min(last - first, longest));
-  for (char& c : text)
-    if (std::isprint(static_cast<unsigned char>(c)) == 0) c = '?';
-  return '"' + text + (last - first > longest ? "...\"" : "\"");
-}
-
 /// Reads a file through a buffer, m_window:
 ///
 ///     parsed | entry | entry | start of an entry | free
@@ -74,12 +63,12 @@ public:
   }
 
   CompressedRows Read() {
-    while (GoToNextItem()) {
-      if (m_count == batch) HandOver();
-      TakeItem();
+    while (MoveToNextEntry()) {
+      if (m_count == batch) HandOverBatch();
+      ReadEntry();
     }
-    HandOver();
-    RequireItemsForRows();
+    HandOverBatch();
+    RequireEntriesForRows();
     return m_collector.Finish(m_rows, m_columns);
   }
 
@@ -87,39 +76,39 @@ private:
   enum class Field : std::uint8_t { Row, Column, Value, None };
 
   /// Moves to the next entry. Returns false at the end of the file.
-  bool GoToNextItem() {
+  bool MoveToNextEntry() {
     while (true) {
-      m_next = BehindBlanks(m_next);
+      m_next = SkipBlanks(m_next);
       if (m_next != m_end) return true;
       if (m_atEnd) return false;
-      Refill();
+      RefillWindow();
     }
   }
 
-  void TakeItem() {
+  void ReadEntry() {
     while (true) {
       char const* at = m_next;
-      Field const failed = ParseItem(at);
+      Field const failed = ParseEntry(at);
       if (failed == Field::None) {
         m_next = at;
         return;
       }
-      bool const isCutOff = TokenEnd(at) == m_end && !m_atEnd;
+      bool const isCutOff = FindTokenEnd(at) == m_end && !m_atEnd;
       if (!isCutOff || (at != m_end && !BeginsNumber(*at))) Fail(at, failed);
-      Refill();
+      RefillWindow();
     }
   }
 
   /// Parses one entry and moves `at` to its end. On failure returns the field that failed, with `at` at its
   /// start.
-  Field ParseItem(char const*& at) {
+  Field ParseEntry(char const*& at) {
     ORXSrvSparseMatrixEntry& entry = m_batch[m_count];
     std::int32_t row = 0;
     std::int32_t column = 0;
-    if (!TakeIndex(at, row)) return Field::Row;
-    at = BehindBlanks(at);
-    if (!TakeIndex(at, column)) return Field::Column;
-    at = BehindBlanks(at);
+    if (!ParseIndex(at, row)) return Field::Row;
+    at = SkipBlanks(at);
+    if (!ParseIndex(at, column)) return Field::Column;
+    at = SkipBlanks(at);
     DecimalResult const read = ReadDouble(at, m_end, entry.value);
     if (read.status != DecimalStatus::Ok || !IsTokenEnd(read.end)) return Field::Value;
     at = read.end;
@@ -131,7 +120,7 @@ private:
     return Field::None;
   }
 
-  bool TakeIndex(char const*& at, std::int32_t& index) const {
+  bool ParseIndex(char const*& at, std::int32_t& index) const {
     DecimalResult const read = ReadInt32(at, m_end, index);
     if (read.status != DecimalStatus::Ok || index < 1 || !IsTokenEnd(read.end)) return false;
     at = read.end;
@@ -139,22 +128,22 @@ private:
   }
 
   bool IsTokenEnd(char const* p) const noexcept { return p != m_end ? IsBlank(*p) : m_atEnd; }
-  char const* BehindBlanks(char const* p) const noexcept {
+  char const* SkipBlanks(char const* p) const noexcept {
     while (p != m_end && IsBlank(*p))
       ++p;
     return p;
   }
-  char const* TokenEnd(char const* p) const noexcept { return std::find_if(p, m_end, IsBlank); }
+  char const* FindTokenEnd(char const* p) const noexcept { return std::find_if(p, m_end, IsBlank); }
 
   /// Drops the parsed characters and reads more; doubles a buffer that is full of one entry.
-  void Refill() {
+  void RefillWindow() {
     char* const window = m_window.get();
     m_line += CountLineEnds(window, m_next);
     auto const kept = static_cast<std::int64_t>(m_end - m_next);
     std::memmove(window, m_next, static_cast<std::size_t>(kept));
     if (kept == m_capacity) {
-      if (m_capacity == longestItem)
-        FailAt(m_next, "an item of less than " + std::to_string(longestItem) +
+      if (m_capacity == longestEntry)
+        FailAt(m_next, "an item of less than " + std::to_string(longestEntry) +
                            " characters expected, found a longer one");
       ResizeArray(m_window, m_capacity * 2);
       m_capacity *= 2;
@@ -168,15 +157,15 @@ private:
     m_end = m_next + kept + read;
   }
 
-  void HandOver() {
+  void HandOverBatch() {
     m_total += m_count;
     if (m_total > INT_MAX) FailAt(m_next, "at most 2147483647 items expected, found more");
     m_collector.Add({m_batch, static_cast<std::size_t>(m_count)});
     m_count = 0;
   }
 
-  void RequireItemsForRows() const {
-    std::int64_t const most = std::max(mostRowsInAnyCase, mostRowsPerItem * m_total);
+  void RequireEntriesForRows() const {
+    std::int64_t const most = std::max(mostRowsInAnyCase, mostRowsPerEntry * m_total);
     if (m_rows > most)
       FailWith(": at most " + std::to_string(most) + " rows for " + std::to_string(m_total) +
                " items expected, found " + std::to_string(m_rows));
@@ -186,7 +175,7 @@ private:
     std::string const index = field == Field::Row ? "a row" : "a column";
     if (token == m_end)
       FailAt(token, (field == Field::Value ? "a value" : index) + " expected, found the end of the file");
-    std::string const found = Quoted(token, TokenEnd(token));
+    std::string const found = Quoted({token, FindTokenEnd(token)});
     if (field != Field::Value) FailAt(token, index + " of 1 to 2147483647 expected, found " + found);
     double unused = 0.0;
     DecimalResult const read = ReadDouble(token, m_end, unused);
@@ -208,7 +197,7 @@ private:
   }
 
   /// Characters of an entry with the blanks between its fields.
-  static constexpr std::int64_t longestItem = std::int64_t{1} << 24;
+  static constexpr std::int64_t longestEntry = std::int64_t{1} << 24;
 
   std::string m_path;
   std::unique_ptr<std::FILE, FileCloser> m_file;

@@ -16,7 +16,7 @@ void TripletCollector::Add(std::span<ORXSrvSparseMatrixEntry const> triplets) {
       continue;
     }
     if (isNewRow) BeginRow(t.row);
-    if (m_end == m_room) MakeRoom();
+    if (m_end == m_capacity) Enlarge();
     m_isAscending =
         m_isAscending && (m_end == m_ordered.entries || m_ordered.columnIndices[m_end - 1] < t.column);
     m_ordered.columnIndices[m_end] = t.column;
@@ -37,16 +37,16 @@ void TripletCollector::EndRow() {
   } else {
     m_rowColumns.assign(m_ordered.columnIndices.get() + begin, m_ordered.columnIndices.get() + m_end);
     m_rowValues.assign(m_ordered.values.get() + begin, m_ordered.values.get() + m_end);
-    AppendSorted(m_ordered, m_rowColumns, m_rowValues.data(), m_sortScratch);
+    AppendSorted(m_ordered, m_rowColumns, m_rowValues.data(), m_sortWorkspace);
     m_end = m_ordered.entries;
     m_isAscending = true;
   }
 }
 
-void TripletCollector::MakeRoom() {
-  std::int64_t const room = std::max<std::int64_t>(1 << 16, std::int64_t{m_room} * 2);
-  m_room = static_cast<std::int32_t>(std::min<std::int64_t>(room, INT_MAX));
-  ResizeEntries(m_ordered, m_room);
+void TripletCollector::Enlarge() {
+  std::int64_t const capacity = std::max<std::int64_t>(1 << 16, std::int64_t{m_capacity} * 2);
+  m_capacity = static_cast<std::int32_t>(std::min<std::int64_t>(capacity, INT_MAX));
+  ResizeEntries(m_ordered, m_capacity);
 }
 
 CompressedRows TripletCollector::Finish(std::int32_t rows, std::int32_t columns) {

@@ -31,19 +31,19 @@ private:
 
   void BeginRow(std::uint32_t row);
   void EndRow();
-  void MakeRoom();
+  void Enlarge();
   CompressedRows FinishOrdered(std::int32_t rows, std::int32_t columns);
   CompressedRows FinishUnordered(std::int32_t rows, std::int32_t columns);
 
   CompressedRows m_ordered; ///< compressed rows without row pointers
   std::vector<RowStart> m_rowStarts;
   std::int32_t m_end = 0; ///< end of the open row, which begins at m_ordered.entries
-  std::int32_t m_room = 0;
+  std::int32_t m_capacity = 0;
   bool m_isAscending = true; ///< true while the columns of the open row ascend
   cow_List<ORXSrvSparseMatrixEntry> m_rest;
   std::vector<std::uint32_t> m_rowColumns; ///< workspace for a row out of order
   std::vector<double> m_rowValues;
-  std::vector<std::uint64_t> m_sortScratch;
+  std::vector<std::uint64_t> m_sortWorkspace;
 };
 
 } // namespace orx

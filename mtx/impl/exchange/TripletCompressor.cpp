@@ -51,7 +51,7 @@ struct TripletCompressor::Bucket {
 };
 
 /// Workspace, reused from bucket to bucket and from row to row.
-struct TripletCompressor::Scratch {
+struct TripletCompressor::Workspace {
   // The triplets of a bucket ordered by row: row r has [r == 0 ? 0 : rowEnds[r - 1], rowEnds[r]).
   std::vector<std::int32_t> rowEnds;
   std::vector<std::uint32_t> columns;
@@ -127,7 +127,7 @@ void TripletCompressor::OpenChunk(Bucket& bucket) {
   bucket.end = chunk->triplets + Chunk::capacity;
 }
 
-inline void TripletCompressor::Put(ORXSrvSparseMatrixEntry const& triplet) {
+inline void TripletCompressor::AddTriplet(ORXSrvSparseMatrixEntry const& triplet) {
   Bucket& bucket = m_buckets[triplet.row >> m_bucketShift];
   if (bucket.next == bucket.end) OpenChunk(bucket);
   *bucket.next++ = triplet;
@@ -135,12 +135,12 @@ inline void TripletCompressor::Put(ORXSrvSparseMatrixEntry const& triplet) {
 
 void TripletCompressor::Add(std::span<ORXSrvSparseMatrixEntry const> triplets) {
   for (ORXSrvSparseMatrixEntry const& triplet : triplets)
-    Put(triplet);
+    AddTriplet(triplet);
 }
 
 void TripletCompressor::Add(TripletCompressor const& other) {
   for (std::int64_t b = 0; b < other.m_bucketCount; ++b)
-    other.m_buckets[b].ForEach([&](ORXSrvSparseMatrixEntry const& triplet) { Put(triplet); });
+    other.m_buckets[b].ForEach([&](ORXSrvSparseMatrixEntry const& triplet) { AddTriplet(triplet); });
 }
 
 void TripletCompressor::AddAndDrop(cow_List<ORXSrvSparseMatrixEntry>& triplets) {
@@ -149,7 +149,7 @@ void TripletCompressor::AddAndDrop(cow_List<ORXSrvSparseMatrixEntry>& triplets) 
     int added = 0;
     try {
       for (; added < static_cast<int>(run.size()); ++added)
-        Put(run[static_cast<std::size_t>(added)]);
+        AddTriplet(run[static_cast<std::size_t>(added)]);
     } catch (mem_OutOfMemory const&) {
       triplets.DropFront(added);
       throw;
@@ -175,32 +175,33 @@ CompressedRows TripletCompressor::Compress() {
   if (count == 0) return result;
   // Memory for a matrix without duplicates. Pages that are not needed are never touched, and are freed below.
   ResizeEntries(result, count <= INT_MAX ? count : -1);
-  Scratch scratch;
-  scratch.Reserve(std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, m_rows),
-                  TripletsOfLargestBucket());
+  Workspace workspace;
+  workspace.Reserve(std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, m_rows),
+                    TripletsOfLargestBucket());
   if (m_columns <= 4 * count) {
-    scratch.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
-    std::fill_n(scratch.lastPosition.get(), m_columns, -1);
+    workspace.lastPosition = mem_MakeArray<std::int32_t>(m_columns);
+    std::fill_n(workspace.lastPosition.get(), m_columns, -1);
   }
   for (std::int64_t b = 0; b < m_bucketCount; ++b)
-    CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], scratch, result);
+    CompressBucket(static_cast<std::int32_t>(b << m_bucketShift), m_buckets[b], workspace, result);
   result.numberOfNonzeros = result.entries;
   ResizeEntries(result, result.entries); // cannot fail, because it only gives memory back
   return result;
 }
 
-void TripletCompressor::CompressBucket(std::int32_t firstRow, Bucket& bucket, Scratch& scratch,
+void TripletCompressor::CompressBucket(std::int32_t firstRow, Bucket& bucket, Workspace& workspace,
                                        CompressedRows& result) {
   auto const rowsHere = static_cast<std::int32_t>(
       std::min<std::int64_t>(std::int64_t{1} << m_bucketShift, std::int64_t{m_rows} - firstRow));
-  OrderByRow(firstRow, rowsHere, bucket, scratch);
+  OrderByRow(firstRow, rowsHere, bucket, workspace);
   FreeChunks(bucket);
-  scratch.slotColumns = {};
+  workspace.slotColumns = {};
   std::int32_t begin = 0;
   for (std::int32_t r = 0; r < rowsHere; ++r) {
-    std::int32_t const end = scratch.rowEnds[r];
+    std::int32_t const end = workspace.rowEnds[r];
     std::size_t const length = static_cast<std::size_t>(end - begin);
-    CompressRow({scratch.columns.data() + begin, length}, scratch.values.data() + begin, scratch, result);
+    CompressRow({workspace.columns.data() + begin, length}, workspace.values.data() + begin, workspace,
+                result);
     result.rowPointers[std::int64_t{firstRow} + r + 1] = result.entries;
     begin = end;
   }
@@ -208,8 +209,8 @@ void TripletCompressor::CompressBucket(std::int32_t firstRow, Bucket& bucket, Sc
 
 /// Orders the triplets of a bucket by row, with a stable counting sort.
 void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket,
-                                   Scratch& scratch) const {
-  std::vector<std::int32_t>& ends = scratch.rowEnds;
+                                   Workspace& workspace) {
+  std::vector<std::int32_t>& ends = workspace.rowEnds;
   ends.assign(static_cast<std::size_t>(rowsHere) + 1, 0);
   bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) { ++ends[t.row - firstRow + 1]; });
   for (std::int32_t r = 0; r < rowsHere; ++r)
@@ -217,80 +218,92 @@ void TripletCompressor::OrderByRow(std::int32_t firstRow, std::int32_t rowsHere,
   // ends[r] is the start of row r now; each triplet of the row advances it, until it is the row's end.
   bucket.ForEach([&](ORXSrvSparseMatrixEntry const& t) {
     std::int32_t const p = ends[t.row - firstRow]++;
-    scratch.columns[p] = t.column;
-    scratch.values[p] = t.value;
+    workspace.columns[p] = t.column;
+    workspace.values[p] = t.value;
   });
 }
 
 void TripletCompressor::CompressRow(std::span<std::uint32_t const> columns, double const* values,
-                                    Scratch& scratch, CompressedRows& result) const {
+                                    Workspace& workspace, CompressedRows& result) {
   if (std::adjacent_find(columns.begin(), columns.end(), std::greater_equal<>()) == columns.end())
     return AppendAscending(result, columns, values);
-  bool const isLikeLast = std::ranges::equal(columns, scratch.slotColumns);
-  if (!isLikeLast && (columns.size() <= shortRow || scratch.lastPosition == nullptr))
-    return AppendSorted(result, columns, values, scratch.order);
-  if (isLikeLast || FindSlotsInPattern(columns, scratch)) {
-    std::copy_n(result.columnIndices.get() + scratch.patternStart, scratch.distinct,
+  bool const isLikeLast = std::ranges::equal(columns, workspace.slotColumns);
+  if (!isLikeLast && (columns.size() <= shortRow || workspace.lastPosition == nullptr))
+    return AppendSorted(result, columns, values, workspace.order);
+  if (isLikeLast || FindSlotsInPattern(columns, workspace)) {
+    std::copy_n(result.columnIndices.get() + workspace.patternStart, workspace.distinct,
                 result.columnIndices.get() + result.entries);
   } else {
-    FindSlots(columns, scratch, result);
+    FindSlots(columns, workspace, result);
   }
   double* const sums = result.values.get() + result.entries;
-  std::fill_n(sums, scratch.distinct, -0.0); // -0.0 + x is x, also for zeros of either sign
+  std::fill_n(sums, workspace.distinct, -0.0); // -0.0 + x is x, also for zeros of either sign
   for (std::size_t e = 0; e < columns.size(); ++e)
-    sums[scratch.slots[e]] += values[e];
-  result.entries += scratch.distinct;
+    sums[workspace.slots[e]] += values[e];
+  result.entries += workspace.distinct;
 }
 
-/// True when the row has the pattern found last; scratch.slots then has the slots of its triplets.
-bool TripletCompressor::FindSlotsInPattern(std::span<std::uint32_t const> columns, Scratch& scratch) {
-  if (scratch.slots.size() < columns.size()) scratch.slots.resize(columns.size());
-  scratch.isTouched.assign(static_cast<std::size_t>(scratch.distinct), 0);
-  std::int32_t untouched = scratch.distinct;
+/// True when the row has the pattern found last; workspace.slots then has the slots of its triplets.
+bool TripletCompressor::FindSlotsInPattern(std::span<std::uint32_t const> columns, Workspace& workspace) {
+  if (workspace.slots.size() < columns.size()) workspace.slots.resize(columns.size());
+  workspace.isTouched.assign(static_cast<std::size_t>(workspace.distinct), 0);
+  std::int32_t untouched = workspace.distinct;
   for (std::size_t e = 0; e < columns.size(); ++e) {
-    std::int32_t const slot = scratch.lastPosition[columns[e]] - scratch.patternStart;
-    if (slot < 0 || slot >= scratch.distinct) return false;
-    scratch.slots[e] = static_cast<std::uint32_t>(slot);
-    untouched -= scratch.isTouched[slot] == 0 ? 1 : 0;
-    scratch.isTouched[slot] = 1;
+    std::int32_t const slot = workspace.lastPosition[columns[e]] - workspace.patternStart;
+    if (slot < 0 || slot >= workspace.distinct) return false;
+    workspace.slots[e] = static_cast<std::uint32_t>(slot);
+    untouched -= workspace.isTouched[slot] == 0 ? 1 : 0;
+    workspace.isTouched[slot] = 1;
   }
   if (untouched != 0) return false;
-  scratch.slotColumns = columns;
+  workspace.slotColumns = columns;
   return true;
 }
 
-/// Writes the row's distinct columns, ascending, after the last entry of the result, and the slots of its
-/// triplets into scratch.slots.
-void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
-                                  CompressedRows const& result) const {
-  std::int32_t const start = result.entries;
-  std::int32_t* const lastPosition = scratch.lastPosition.get();
-  scratch.order.clear();
-  if (scratch.slots.size() < columns.size()) scratch.slots.resize(columns.size());
+/// Numbers the columns of the row by first appearance: workspace.slots gets the number of each triplet's
+/// column, workspace.order each distinct column with its number.
+void TripletCompressor::NumberColumns(std::span<std::uint32_t const> columns, std::int32_t start,
+                                      Workspace& workspace) {
+  std::int32_t* const lastPosition = workspace.lastPosition.get();
+  workspace.order.clear();
+  if (workspace.slots.size() < columns.size()) workspace.slots.resize(columns.size());
   for (std::size_t e = 0; e < columns.size(); ++e) {
     std::int32_t& position = lastPosition[columns[e]];
     if (position < start) {
-      std::size_t const number = scratch.order.size();
+      std::size_t const number = workspace.order.size();
       position = start + static_cast<std::int32_t>(number);
-      scratch.order.push_back(std::uint64_t{columns[e]} << 32 | number);
+      workspace.order.push_back(std::uint64_t{columns[e]} << 32 | number);
     }
-    scratch.slots[e] = static_cast<std::uint32_t>(position - start);
+    workspace.slots[e] = static_cast<std::uint32_t>(position - start);
   }
+}
 
-  std::sort(scratch.order.begin(), scratch.order.end());
-  std::size_t const distinct = scratch.order.size();
-  if (scratch.rank.size() < distinct) scratch.rank.resize(distinct);
+/// Writes the distinct columns, ascending, to the result from `start` on, and the rank of each number into
+/// workspace.rank.
+void TripletCompressor::StoreSortedColumns(std::int32_t start, Workspace& workspace, CompressedRows& result) {
+  std::sort(workspace.order.begin(), workspace.order.end());
+  std::size_t const distinct = workspace.order.size();
+  if (workspace.rank.size() < distinct) workspace.rank.resize(distinct);
   for (std::size_t k = 0; k < distinct; ++k) {
-    auto const column = static_cast<std::uint32_t>(scratch.order[k] >> 32);
-    scratch.rank[scratch.order[k] & UINT32_MAX] = static_cast<std::uint32_t>(k);
+    auto const column = static_cast<std::uint32_t>(workspace.order[k] >> 32);
+    workspace.rank[workspace.order[k] & UINT32_MAX] = static_cast<std::uint32_t>(k);
     result.columnIndices[start + k] = column;
-    lastPosition[column] = start + static_cast<std::int32_t>(k);
+    workspace.lastPosition[column] = start + static_cast<std::int32_t>(k);
   }
+}
+
+/// Writes the row's distinct columns, ascending, after the last entry of the result, and the slots of its
+/// triplets into workspace.slots.
+void TripletCompressor::FindSlots(std::span<std::uint32_t const> columns, Workspace& workspace,
+                                  CompressedRows& result) {
+  std::int32_t const start = result.entries;
+  NumberColumns(columns, start, workspace);
+  StoreSortedColumns(start, workspace, result);
   for (std::size_t e = 0; e < columns.size(); ++e)
-    scratch.slots[e] = scratch.rank[scratch.slots[e]];
-  scratch.slotColumns = columns;
-  scratch.distinct = static_cast<std::int32_t>(distinct);
-  scratch.patternStart = start;
+    workspace.slots[e] = workspace.rank[workspace.slots[e]];
+  workspace.slotColumns = columns;
+  workspace.distinct = static_cast<std::int32_t>(workspace.order.size());
+  workspace.patternStart = start;
 }
 
 } // namespace orx

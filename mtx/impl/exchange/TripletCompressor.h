@@ -41,19 +41,21 @@ public:
 private:
   struct Chunk;
   struct Bucket;
-  struct Scratch;
+  struct Workspace;
 
-  void Put(ORXSrvSparseMatrixEntry const& triplet);
+  void AddTriplet(ORXSrvSparseMatrixEntry const& triplet);
   static void OpenChunk(Bucket& bucket);
   static void FreeChunks(Bucket& bucket) noexcept;
   std::int64_t TripletsOfLargestBucket() const noexcept;
-  void CompressBucket(std::int32_t firstRow, Bucket& bucket, Scratch& scratch, CompressedRows& result);
-  void OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket, Scratch& scratch) const;
-  void CompressRow(std::span<std::uint32_t const> columns, double const* values, Scratch& scratch,
-                   CompressedRows& result) const;
-  static bool FindSlotsInPattern(std::span<std::uint32_t const> columns, Scratch& scratch);
-  void FindSlots(std::span<std::uint32_t const> columns, Scratch& scratch,
-                 CompressedRows const& result) const;
+  void CompressBucket(std::int32_t firstRow, Bucket& bucket, Workspace& workspace, CompressedRows& result);
+  static void OrderByRow(std::int32_t firstRow, std::int32_t rowsHere, Bucket const& bucket,
+                         Workspace& workspace);
+  static void CompressRow(std::span<std::uint32_t const> columns, double const* values, Workspace& workspace,
+                          CompressedRows& result);
+  static bool FindSlotsInPattern(std::span<std::uint32_t const> columns, Workspace& workspace);
+  static void NumberColumns(std::span<std::uint32_t const> columns, std::int32_t start, Workspace& workspace);
+  static void StoreSortedColumns(std::int32_t start, Workspace& workspace, CompressedRows& result);
+  static void FindSlots(std::span<std::uint32_t const> columns, Workspace& workspace, CompressedRows& result);
 
   std::int32_t m_rows = 0;
   std::int32_t m_columns = 0;

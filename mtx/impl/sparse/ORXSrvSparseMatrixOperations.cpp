@@ -20,7 +20,7 @@ namespace {
 constexpr auto& sourceFile = orx::sparseMatrixSource;
 
 /// Allocates a list that is returned to the caller.
-mem_Array<unsigned> NewList(std::int32_t length) { return mem_MakeArray<unsigned>(length); }
+mem_Array<unsigned> AllocateList(std::int32_t length) { return mem_MakeArray<unsigned>(length); }
 
 // Difference
 
@@ -92,6 +92,22 @@ void AppendDifference(Row const& a, Row const& b, CompressedRows& result) {
   result.entries += a.length;
 }
 
+/// Appends the rows of a - b up to the last row of either. Returns false when the columns of a row do not
+/// ascend.
+bool AppendRows(CompressedRowsView const& a, CompressedRowsView const& b, Dimensions& dimensions,
+                CompressedRows& result) {
+  for (std::int32_t i = 0; i < std::max(a.rows, b.rows); ++i) {
+    Row const rowA(a, i);
+    Row const rowB(b, i);
+    if (!rowA.IsAscending() || !rowB.IsAscending()) return false;
+    AppendDifference(rowA, rowB, result);
+    result.rowPointers[i + 1] = result.entries;
+    if (result.entries > result.rowPointers[i])
+      dimensions.Hold(static_cast<std::uint32_t>(i), result.columnIndices[result.entries - 1]);
+  }
+  return true;
+}
+
 /// Returns a - b, computed row by row, the same as the assembly of all entries. Returns nothing when the
 /// columns of a row do not ascend. The result has `dimensions`, which grow to hold the entries.
 std::optional<CompressedRows> DifferenceOfRows(CompressedRowsView const& a, CompressedRowsView const& b,
@@ -103,15 +119,7 @@ std::optional<CompressedRows> DifferenceOfRows(CompressedRowsView const& a, Comp
   ResizeEntries(result, largest <= INT_MAX ? largest : -1);
   AllocateRowPointers(result, std::max({a.rows, b.rows, dimensions.rows}), dimensions.columns);
   result.rowPointers[0] = 0;
-  for (std::int32_t i = 0; i < std::max(a.rows, b.rows); ++i) {
-    Row const rowA(a, i);
-    Row const rowB(b, i);
-    if (!rowA.IsAscending() || !rowB.IsAscending()) return std::nullopt;
-    AppendDifference(rowA, rowB, result);
-    result.rowPointers[i + 1] = result.entries;
-    if (result.entries > result.rowPointers[i])
-      dimensions.Hold(static_cast<std::uint32_t>(i), result.columnIndices[result.entries - 1]);
-  }
+  if (!AppendRows(a, b, dimensions, result)) return std::nullopt;
   for (std::int32_t i = std::max(a.rows, b.rows); i < dimensions.rows; ++i)
     result.rowPointers[i + 1] = result.entries;
   result.rows = dimensions.rows;
@@ -121,19 +129,30 @@ std::optional<CompressedRows> DifferenceOfRows(CompressedRowsView const& a, Comp
   return result;
 }
 
+/// All entries of a matrix, in a list of their own.
+struct EntryList {
+  explicit EntryList(ORXSrvSparseMatrix const& matrix) : m_entries(matrix.GetEntries(m_count)) {}
+  std::span<ORXSrvSparseMatrixEntry> All() const {
+    return {m_entries.get(), static_cast<std::size_t>(m_count)};
+  }
+
+private:
+  int m_count = 0;
+  mem_Array<ORXSrvSparseMatrixEntry> m_entries;
+};
+
 /// Returns the assembly of the entries that wait for it (`ordered`, which may be null, and `list`), of `a`,
-/// and of `b` negated, each in any order. Negates the values of `b`.
+/// and of `b` negated, each in any order.
 CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
-                                   cow_List<ORXSrvSparseMatrixEntry> const& list,
-                                   std::span<ORXSrvSparseMatrixEntry const> a,
-                                   std::span<ORXSrvSparseMatrixEntry> b, Dimensions dimensions) {
-  for (ORXSrvSparseMatrixEntry const& entry : a)
+                                   cow_List<ORXSrvSparseMatrixEntry> const& list, EntryList const& a,
+                                   EntryList const& b, Dimensions dimensions) {
+  for (ORXSrvSparseMatrixEntry const& entry : a.All())
     dimensions.Hold(entry.row, entry.column);
-  for (ORXSrvSparseMatrixEntry& entry : b) {
+  for (ORXSrvSparseMatrixEntry& entry : b.All()) {
     dimensions.Hold(entry.row, entry.column);
     entry.value = -entry.value;
   }
-  auto const expected = list.Count() + static_cast<std::int64_t>(a.size() + b.size());
+  auto const expected = list.Count() + static_cast<std::int64_t>(a.All().size() + b.All().size());
   TripletCompressor compressor(dimensions.rows, dimensions.columns, expected);
   if (ordered != nullptr) compressor.Add(*ordered);
   for (int i = 0; i < list.Count();) {
@@ -141,8 +160,8 @@ CompressedRows DifferenceOfEntries(TripletCompressor const* ordered,
     compressor.Add(run);
     i += static_cast<int>(run.size());
   }
-  compressor.Add(a);
-  compressor.Add(b);
+  compressor.Add(a.All());
+  compressor.Add(b.All());
   return compressor.Compress();
 }
 
@@ -202,15 +221,8 @@ void ORXSrvSparseMatrix::Subtract(ORXSrvSparseMatrix const& a, ORXSrvSparseMatri
   std::optional<CompressedRows> difference;
   bool const areRowsEnough = !HasPendingEntries() && !a.IsSymmetricForm() && !b.IsSymmetricForm();
   if (areRowsEnough) difference = DifferenceOfRows(a.View(), b.View(), dimensions);
-  if (!difference) {
-    int countA = 0;
-    int countB = 0;
-    mem_Array<ORXSrvSparseMatrixEntry> const entriesA(a.GetEntries(countA));
-    mem_Array<ORXSrvSparseMatrixEntry> const entriesB(b.GetEntries(countB));
-    difference =
-        DifferenceOfEntries(m_ordered.get(), m_entries, {entriesA.get(), static_cast<std::size_t>(countA)},
-                            {entriesB.get(), static_cast<std::size_t>(countB)}, dimensions);
-  }
+  if (!difference)
+    difference = DifferenceOfEntries(m_ordered.get(), m_entries, EntryList(a), EntryList(b), dimensions);
   // The symmetry state becomes what an AddData for each entry of the operands would make of it.
   std::int64_t const added = a.NumberOfEntries() + b.NumberOfEntries();
   if (added > 0) m_symmetryState = added == 1 && m_symmetryState == symmetric ? unsymmetric : unknown;
@@ -241,7 +253,7 @@ unsigned* ORXSrvSparseMatrix::EliminateTrivialColumns(int& count) {
   RequireAssembled("EliminateTrivialColumns");
   int kept = 0;
   mem_Array<unsigned> list(FindNontrivialColumns(kept));
-  auto const newNumbers = NewList(m_columns);
+  auto const newNumbers = AllocateList(m_columns);
   for (int p = 0; p < kept; ++p)
     newNumbers[list[p]] = static_cast<unsigned>(p);
   for (std::int32_t k = 0; k < StoredEntries(); ++k)
@@ -288,7 +300,7 @@ bool ORXSrvSparseMatrix::CompareTriangles() const {
 
 unsigned* ORXSrvSparseMatrix::FindNontrivialRows(int& count) const {
   RequireAssembled("FindNontrivialRows");
-  auto list = NewList(m_rows);
+  auto list = AllocateList(m_rows);
   count = 0;
   for (std::int32_t i = 0; i < m_rows; ++i)
     if (m_stored.rowPointers[i] < m_stored.rowPointers[i + 1]) list[count++] = static_cast<unsigned>(i);
@@ -297,7 +309,7 @@ unsigned* ORXSrvSparseMatrix::FindNontrivialRows(int& count) const {
 
 unsigned* ORXSrvSparseMatrix::FindNontrivialColumns(int& count) const {
   RequireAssembled("FindNontrivialColumns");
-  auto list = NewList(m_columns);
+  auto list = AllocateList(m_columns);
   std::fill_n(list.get(), m_columns, 0U);
   for (std::int32_t k = 0; k < StoredEntries(); ++k)
     list[m_stored.columnIndices[k]] = 1;

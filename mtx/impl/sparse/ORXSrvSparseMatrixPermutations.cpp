@@ -22,7 +22,7 @@ namespace {
 constexpr auto& sourceFile = orx::sparseMatrixSource;
 
 /// Returns the inverse: inverse[perm[k]] = k. Error 206 unless `perm` is a permutation of 0 ... rows - 1.
-mem_Array<std::int32_t> Inverse(int const* perm, std::int32_t rows, char const* operation) {
+mem_Array<std::int32_t> InvertPermutation(int const* perm, std::int32_t rows, char const* operation) {
   auto inverse = mem_MakeArray<std::int32_t>(rows);
   std::fill_n(inverse.get(), rows, -1);
   for (std::int32_t k = 0; k < rows; ++k) {
@@ -49,8 +49,8 @@ CompressedRows AllocateLike(CompressedRows const& matrix, std::int32_t columns) 
 }
 
 /// Returns the row pointers of a matrix whose row newRow[i] is the old row i.
-mem_Array<std::int32_t> MovedRowPointers(std::int32_t const* rowPointers, std::int32_t rows,
-                                         std::int32_t const* newRow) {
+mem_Array<std::int32_t> MoveRowPointers(std::int32_t const* rowPointers, std::int32_t rows,
+                                        std::int32_t const* newRow) {
   auto moved = mem_MakeArray<std::int32_t>(std::int64_t{rows} + 1);
   for (std::int32_t i = 0; i < rows; ++i)
     moved[newRow[i] + 1] = rowPointers[i + 1] - rowPointers[i];
@@ -58,7 +58,7 @@ mem_Array<std::int32_t> MovedRowPointers(std::int32_t const* rowPointers, std::i
   return moved;
 }
 
-std::int32_t LongestRow(std::int32_t const* rowPointers, std::int32_t rows) {
+std::int32_t FindLongestRow(std::int32_t const* rowPointers, std::int32_t rows) {
   std::int32_t longest = 0;
   for (std::int32_t i = 0; i < rows; ++i)
     longest = std::max(longest, rowPointers[i + 1] - rowPointers[i]);
@@ -171,37 +171,62 @@ void TransposeByRows(CompressedRowsView const& rows, std::int32_t* next, Compres
 /// Number of entries of a bucket, 16 bytes each, that fill half of the second-level cache.
 constexpr auto entriesOfBucket = static_cast<std::int32_t>(blac::secondLevelCacheBytes / 2 / 16);
 
-/// Does the same for scattered columns, where TransposeByRows would miss the cache with each entry. First
-/// moves each entry into its bucket, a range of columns, then orders each bucket within the cache. From the
-/// start a bucket lies where its entries belong, only their order is not right.
-void TransposeByBuckets(CompressedRowsView const& rows, std::int32_t* next, CompressedRows& result) {
-  std::int32_t const entries = rows.rowPointers[rows.rows];
+/// Ranges of 2^shift columns whose entries fill a bucket on average.
+struct Buckets {
+  explicit Buckets(CompressedRowsView const& rows) {
+    while ((rows.columns >> shift) > rows.Entries() / entriesOfBucket)
+      ++shift;
+    count = ((rows.columns - 1) >> shift) + 1;
+  }
   int shift = 0;
-  while ((rows.columns >> shift) > entries / entriesOfBucket)
-    ++shift;
-  std::int32_t const buckets = ((rows.columns - 1) >> shift) + 1;
-  auto ends = mem_MakeArray<std::int32_t>(buckets);
-  for (std::int32_t b = 0; b < buckets; ++b)
-    ends[b] = next[std::int64_t{b} << shift];
-  auto const columnOf = mem_MakeArray<std::uint32_t>(entries);
-  for (std::int32_t i = 0; i < rows.rows; ++i)
-    for (std::int32_t k = rows.rowPointers[i]; k < rows.rowPointers[i + 1]; ++k) {
-      std::int32_t const to = ends[rows.columnIndices[k] >> shift]++;
-      columnOf[to] = rows.columnIndices[k];
-      result.columnIndices[to] = static_cast<std::uint32_t>(i);
-      result.values[to] = rows.values[k];
-    }
-  std::vector<std::uint32_t> bucketRows;
-  std::vector<double> bucketValues;
-  for (std::int32_t b = 0, begin = 0; b < buckets; begin = ends[b++]) {
-    bucketRows.assign(result.columnIndices.get() + begin, result.columnIndices.get() + ends[b]);
-    bucketValues.assign(result.values.get() + begin, result.values.get() + ends[b]);
-    for (std::int32_t k = begin; k < ends[b]; ++k) {
+  std::int32_t count = 0;
+};
+
+/// Moves each entry into its bucket. From the start a bucket lies where its entries belong, only their order
+/// is not right. `ends` holds the start of each bucket and is advanced to its end. Returns the column of each
+/// entry.
+mem_Array<std::uint32_t> FillBuckets(CompressedRowsView const& rows, int shift, std::int32_t* ends,
+                                     CompressedRows& result) {
+  auto columnOf = mem_MakeArray<std::uint32_t>(rows.Entries());
+  ForEachStored(rows, [&](std::int32_t row, std::int32_t column, double value) {
+    std::int32_t const to = ends[column >> shift]++;
+    columnOf[to] = static_cast<std::uint32_t>(column);
+    result.columnIndices[to] = static_cast<std::uint32_t>(row);
+    result.values[to] = value;
+  });
+  return columnOf;
+}
+
+/// Orders the entries of a bucket, which all lie in the cache.
+class BucketSorter {
+public:
+  void Sort(std::int32_t begin, std::int32_t end, std::uint32_t const* columnOf, std::int32_t* next,
+            CompressedRows& result) {
+    m_rows.assign(result.columnIndices.get() + begin, result.columnIndices.get() + end);
+    m_values.assign(result.values.get() + begin, result.values.get() + end);
+    for (std::int32_t k = begin; k < end; ++k) {
       std::int32_t const to = next[columnOf[k]]++;
-      result.columnIndices[to] = bucketRows[static_cast<std::size_t>(k - begin)];
-      result.values[to] = bucketValues[static_cast<std::size_t>(k - begin)];
+      result.columnIndices[to] = m_rows[static_cast<std::size_t>(k - begin)];
+      result.values[to] = m_values[static_cast<std::size_t>(k - begin)];
     }
   }
+
+private:
+  std::vector<std::uint32_t> m_rows;
+  std::vector<double> m_values;
+};
+
+/// Does the same for scattered columns, where TransposeByRows would miss the cache with each entry: moves the
+/// entries into buckets, each a range of columns, and orders each bucket within the cache.
+void TransposeByBuckets(CompressedRowsView const& rows, std::int32_t* next, CompressedRows& result) {
+  Buckets const buckets(rows);
+  auto const ends = mem_MakeArray<std::int32_t>(buckets.count);
+  for (std::int32_t b = 0; b < buckets.count; ++b)
+    ends[b] = next[std::int64_t{b} << buckets.shift];
+  auto const columnOf = FillBuckets(rows, buckets.shift, ends.get(), result);
+  BucketSorter sorter;
+  for (std::int32_t b = 0, begin = 0; b < buckets.count; begin = ends[b++])
+    sorter.Sort(begin, ends[b], columnOf.get(), next, result);
 }
 
 } // namespace
@@ -211,9 +236,9 @@ void TransposeByBuckets(CompressedRowsView const& rows, std::int32_t* next, Comp
 void ORXSrvSparseMatrix::PermuteRows(int const* perm) {
   RequireGeneralForm("PermuteRows");
   RequireAssembled("PermuteRows");
-  static_cast<void>(Inverse(perm, m_rows, "PermuteRows"));
+  static_cast<void>(InvertPermutation(perm, m_rows, "PermuteRows"));
   CompressedRows moved = AllocateLike(m_stored, m_columns);
-  moved.rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, perm);
+  moved.rowPointers = MoveRowPointers(m_stored.rowPointers.get(), m_rows, perm);
   for (std::int32_t i = 0; i < m_rows; ++i) {
     std::int32_t const from = m_stored.rowPointers[i];
     std::int32_t const to = moved.rowPointers[perm[i]];
@@ -227,11 +252,11 @@ void ORXSrvSparseMatrix::PermuteRows(int const* perm) {
 ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
   RequireAssembled("Permute");
   RequireNoMoreColumnsThanRows("Permute");
-  auto const inverse = Inverse(perm, m_rows, "Permute");
-  RenumberedRow row(inverse.get(), LongestRow(m_stored.rowPointers.get(), m_rows));
+  auto const inverse = InvertPermutation(perm, m_rows, "Permute");
+  RenumberedRow row(inverse.get(), FindLongestRow(m_stored.rowPointers.get(), m_rows));
   CompressedRows moved = AllocateLike(m_stored, m_columns);
-  moved.rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, inverse.get());
-  moved.diagonal = PermutedDiagonal(perm);
+  moved.rowPointers = MoveRowPointers(m_stored.rowPointers.get(), m_rows, inverse.get());
+  moved.diagonal = PermuteDiagonal(perm);
   CompressedRowsView const old = View();
   constexpr std::int32_t rowsAhead = 16; // rows go to scattered positions of the row pointers
   for (std::int32_t first = 0; first < m_rows;) {
@@ -249,7 +274,7 @@ ORXSrvSparseMatrix* ORXSrvSparseMatrix::Permute(int const* perm) const {
 }
 
 /// Returns diagonal[perm[k]] for all k; null in general form.
-mem_Array<double> ORXSrvSparseMatrix::PermutedDiagonal(int const* perm) const {
+mem_Array<double> ORXSrvSparseMatrix::PermuteDiagonal(int const* perm) const {
   if (!IsSymmetricForm()) return nullptr;
   auto permuted = mem_MakeArray<double>(m_rows);
   for (std::int32_t k = 0; k < m_rows; ++k)
@@ -260,13 +285,13 @@ mem_Array<double> ORXSrvSparseMatrix::PermutedDiagonal(int const* perm) const {
 void ORXSrvSparseMatrix::PermuteInPlace(int const* perm) {
   RequireAssembled("PermuteInPlace");
   RequireNoMoreColumnsThanRows("PermuteInPlace");
-  auto const inverse = Inverse(perm, m_rows, "PermuteInPlace");
-  std::int32_t const longest = LongestRow(m_stored.rowPointers.get(), m_rows);
+  auto const inverse = InvertPermutation(perm, m_rows, "PermuteInPlace");
+  std::int32_t const longest = FindLongestRow(m_stored.rowPointers.get(), m_rows);
   RenumberedRow row(inverse.get(), longest);
   auto const rowValues = mem_MakeArray<double>(longest);
   auto const source = mem_MakeArray<std::int32_t>(StoredEntries());
-  auto rowPointers = MovedRowPointers(m_stored.rowPointers.get(), m_rows, inverse.get());
-  auto diagonal = PermutedDiagonal(perm);
+  auto rowPointers = MoveRowPointers(m_stored.rowPointers.get(), m_rows, inverse.get());
+  auto diagonal = PermuteDiagonal(perm);
   // From here on nothing can fail.
   for (std::int32_t i = 0; i < m_rows; ++i) {
     std::uint32_t* const columns = m_stored.columnIndices.get() + m_stored.rowPointers[i];

@@ -23,13 +23,13 @@ class ListedRows {
 public:
   ListedRows(ORXSrvDenseMatrix const& matrix, unsigned const* list, int count)
       : m_matrix(matrix), m_list(list), m_count(count),
-        m_starts(ORXSrvFindContiguousRanges(reinterpret_cast<int const*>(list), count, INT_MAX, m_runs)) {}
+        m_runStarts(ORXSrvFindContiguousRanges(reinterpret_cast<int const*>(list), count, INT_MAX, m_runs)) {}
 
   /// Reads the listed rows of `columns`.
   void Read(BlockRange const& columns, ORXSrvMatrix& target) const {
     if (m_runs < fewestRunsReadAtOnce) {
       for (int run = 0; run < m_runs; ++run)
-        ReadRows(m_starts[run], m_starts[run + 1], columns, target);
+        ReadRows(m_runStarts[run], m_runStarts[run + 1], columns, target);
     } else {
       ReadAllAndPick(columns, target);
     }
@@ -60,7 +60,7 @@ private:
   unsigned const* m_list;
   int m_count;
   int m_runs = 0;
-  mem_Array<int> m_starts; ///< start of each run in the list, then the end of the list
+  mem_Array<int> m_runStarts; ///< start of each run in the list, then the end of the list
 };
 
 } // namespace
