@@ -82,7 +82,7 @@ public:
 
   /// Reads a range of bytes; raises FileError when the file ends before the range does.
   void ReadAt(std::uint64_t offset, void* to, std::size_t bytes) const;
-  /// Reads a range of bytes; those behind the file's end are zeros.
+  /// Reads a range of bytes, as zeros behind the file's end.
   void ReadZeroFilled(std::uint64_t offset, void* to, std::size_t bytes) const;
   void WriteAt(std::uint64_t offset, void const* from, std::size_t bytes);
   /// Makes the range read as zeros and keeps its space; cheap for large ranges.

@@ -65,7 +65,7 @@ NumberPage ReadNumbers(PositionedFile const& file, Trailer const& trailer, std::
   return numbers;
 }
 
-/// True when the page numbers can be those of a commit: they begin with 0, ascend, and lie before the
+/// True when a commit can have these page numbers: they begin with 0, ascend, and lie before the
 /// journal.
 bool HasSoundNumbers(PositionedFile const& file, Trailer const& trailer) {
   std::uint64_t const journalPage = trailer.position / pageBytes;

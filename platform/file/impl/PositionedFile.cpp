@@ -378,7 +378,7 @@ void PositionedFile::SyncFolder() const {
 // Space for mappings
 
 /// True when no access through a mapping can meet a full disk, which would be a signal. A copied file may
-/// have holes, or share its blocks with the original, and writing to those through a mapping needs space;
+/// have holes, or share blocks with the original, and writing to either through a mapping needs space;
 /// this function reserves that space.
 bool PositionedFile::CanMapSafely() {
   unsigned long const fileSystem = FileSystemOf(m_descriptor);

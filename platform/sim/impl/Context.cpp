@@ -110,12 +110,14 @@ ORXSimCSetID Context::MakeSetID(ORXSimCollectionID const& collection, int set) c
 
 // Labels of sets that were read
 
+std::span<int const> Context::ListedLabels(SavedLabels const& saved) const {
+  return SavedNumbers().subspan(static_cast<std::size_t>(saved.list), static_cast<std::size_t>(saved.count));
+}
+
 ORXSimIndexSet Context::OwnLabels(SetRecord const& set) const {
   SavedLabels const& saved = set.saved;
   if (saved.list < 0) return ORXSimIndexSet::Strided(saved.start, saved.count, saved.stride);
-  return ORXSimIndexSet::Listed(
-      std::span(m_savedNumbers)
-          .subspan(static_cast<std::size_t>(saved.list), static_cast<std::size_t>(saved.count)));
+  return ORXSimIndexSet::Listed(ListedLabels(saved));
 }
 
 /// Reads the labels of the sets that a set continues, and then its own: all of them share one sequence.
@@ -441,7 +443,6 @@ void Context::MarkSaved() {
     drawer.isSaved = true;
     found->second->hasSavedDrawer = true;
     if (drawer.dense != nullptr) drawer.dense->ReleaseHandle();
-    if (drawer.sparse != nullptr) drawer.sparse->ReleaseHandle();
   }
   m_savedTypes = m_types.size();
   m_unsaved = {.isContext = false, .collections = {}, .sets = {}, .distributions = {}};
@@ -475,8 +476,7 @@ void Context::LoadSet(int number, SetRecord record) {
   } else {
     record.size = saved.count;
     record.digest = saved.list < 0 ? DigestOfProgression(saved.start, saved.stride, saved.count)
-                                   : DigestOf(SavedNumbers().subspan(static_cast<std::size_t>(saved.list),
-                                                                     static_cast<std::size_t>(saved.count)));
+                                   : DigestOf(ListedLabels(saved));
   }
   if (record.head >= 0) {
     SetRecord const& head = *FindOrRefuse(m_sets, record.head, record.head, "member set", *this);

@@ -145,6 +145,7 @@ private:
   void AddMembers(CollectionRecord& collection, ORXSimIndexSet const& labels);
   void MakePersistent(int set);
   void ReadMembers(SetRecord& set) const;
+  std::span<int const> ListedLabels(SavedLabels const& saved) const;
   ORXSimIndexSet OwnLabels(SetRecord const& set) const;
 
   OpenDatabase& m_database;

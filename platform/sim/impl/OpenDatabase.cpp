@@ -64,7 +64,7 @@ void OpenDatabase::RequireWritable(char const* what) const {
 }
 
 void OpenDatabase::Commit(Context const& committing) {
-  if (m_file->IsScratch()) return; // CommitForClose writes the structure
+  if (m_file->IsScratch()) return; // CommitForClose writes the metadata
   std::vector<Context*> contexts;
   for (auto const& [number, context] : m_contexts)
     if (context.get() == &committing || !context->HasTransaction()) contexts.push_back(context.get());

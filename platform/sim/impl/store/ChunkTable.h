@@ -68,8 +68,8 @@ public:
   void SetOffsets(std::vector<std::uint64_t> offsets, bool areUnwritten);
   /// The same with the offsets that `find` returns. When `find` raises an exception, the table is unchanged.
   void FindOffsets(FindOffset const& find, bool areUnwritten);
-  /// Changes the extents and returns the offsets of the chunks that are new. `find` is called for those only,
-  /// because HDF5 does not move chunks. When it raises an exception, the table is unchanged.
+  /// Changes the extents and returns the offsets of the chunks that are new. `find` is called for new chunks
+  /// only, because HDF5 does not move chunks. When it raises an exception, the table is unchanged.
   std::vector<std::uint64_t> Resize(std::vector<std::int64_t> extents, FindOffset const& find,
                                     bool areUnwritten);
   std::vector<std::uint64_t> const& Offsets() const noexcept { return m_offsets; }

@@ -247,7 +247,7 @@ std::uint64_t ObjectAddress(hid_t object) {
 }
 } // namespace
 
-/// Raises DamageFound when the offsets are not those that were saved: HDF5 guards object headers by
+/// Raises DamageFound when the offsets differ from the saved ones: HDF5 guards object headers by
 /// checksums, but not the tree that holds the offsets of chunks. The attribute means nothing in a copy of the
 /// dataset that another program made; the header of the copy lies elsewhere.
 void DenseDrawer::CheckSavedLayout() const {

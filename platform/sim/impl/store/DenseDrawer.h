@@ -51,8 +51,6 @@ public:
 
   // Saving; inside Guarded
 
-  /// HDF5's identifier of the dataset. Opens the dataset when it is closed.
-  std::int64_t Dataset();
   /// Cuts the dataset to the sizes of the drawer.
   void CutTo(std::span<int const> sizes);
   /// Writes the attribute by which a later opening finds out whether the chunks' offsets were damaged.
@@ -65,6 +63,8 @@ private:
 
   DenseDrawer(DatabaseFile& file, CellType cell, int rank);
 
+  /// HDF5's identifier of the dataset. Opens the dataset when it is closed.
+  std::int64_t Dataset();
   void CreateFilled(double fill);
   void RequirePossibleSize() const;
   std::uint64_t ReserveChunks(std::int64_t count);

@@ -24,7 +24,7 @@ protected:
   ~DrawerObject();
 
   DatabaseFile& m_file;
-  Handle m_object;
+  Handle m_object;       ///< the dataset while it is open; a group is open during a call only
   std::string m_path;    ///< present path
   std::string m_pending; ///< path before MoveTo; "" for an object that was opened
 };

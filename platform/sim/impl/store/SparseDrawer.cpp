@@ -127,16 +127,14 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Create(DatabaseFile& file, std::int6
   Guarded(file, [&] {
     file.Bytes().ReserveGrowth(static_cast<std::uint64_t>(12 * entries + 12 * rows + 2 * metadataAllowance));
     drawer->m_pending = drawer->m_path = file.PendingPath();
-    drawer->m_object =
+    Handle const group =
         CheckedId(H5Gcreate2(file.Id(), drawer->m_path.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
                   "creating a sparse drawer");
-    hid_t const group = drawer->m_object.Get();
-    WriteAttribute(drawer->m_object, "MATLAB_sparse", columns);
-    WriteArray(group, "data", arrays.values, entries);
-    WriteArray(group, "ir", arrays.columnIndices, entries);
-    WriteArray(group, "jc", arrays.rowPointers, rows + 1);
-    if (arrays.diagonal != nullptr) WriteArray(group, "diagonal", arrays.diagonal, rows);
-    drawer->ReleaseHandle();
+    WriteAttribute(group, "MATLAB_sparse", columns);
+    WriteArray(group.Get(), "data", arrays.values, entries);
+    WriteArray(group.Get(), "ir", arrays.columnIndices, entries);
+    WriteArray(group.Get(), "jc", arrays.rowPointers, rows + 1);
+    if (arrays.diagonal != nullptr) WriteArray(group.Get(), "diagonal", arrays.diagonal, rows);
   });
   return drawer;
 }
@@ -146,32 +144,26 @@ std::unique_ptr<SparseDrawer> SparseDrawer::Open(DatabaseFile& file, std::string
   std::unique_ptr<SparseDrawer> drawer(new SparseDrawer(file, rows, columns));
   drawer->m_path = path;
   Guarded(file, [&] {
-    hid_t const group = drawer->Group();
-    OpenArray(file, group, "data", drawer->m_entries);
+    Handle const group = drawer->OpenOwnGroup();
+    OpenArray(file, group.Get(), "data", drawer->m_entries);
     drawer->m_hasDiagonal =
-        CheckedRead(H5Lexists(group, "diagonal", H5P_DEFAULT), "looking for a diagonal") > 0;
-    drawer->ReleaseHandle();
+        CheckedRead(H5Lexists(group.Get(), "diagonal", H5P_DEFAULT), "looking for a diagonal") > 0;
   });
   return drawer;
 }
 
-std::int64_t SparseDrawer::Group() {
-  if (m_object.IsValid()) return m_object.Get();
+Handle SparseDrawer::OpenOwnGroup() const {
   Handle const access = AccessInsideFile(H5P_GROUP_ACCESS, m_path);
-  m_object = CheckedReadId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
-  return m_object.Get();
+  return CheckedReadId(H5Gopen2(m_file.Id(), m_path.c_str(), access.Get()), "opening " + m_path);
 }
-
-void SparseDrawer::ReleaseHandle() noexcept { m_object.Close(); }
 
 void SparseDrawer::Read(SparseArrays const& arrays) {
   Guarded(m_file, [&] {
-    hid_t const group = Group();
-    ReadArray(m_file, group, "data", arrays.values, m_entries);
-    ReadArray(m_file, group, "ir", arrays.columnIndices, m_entries);
-    ReadArray(m_file, group, "jc", arrays.rowPointers, m_rows + 1);
-    ReadArray(m_file, group, "diagonal", arrays.diagonal, m_rows);
-    ReleaseHandle();
+    Handle const group = OpenOwnGroup();
+    ReadArray(m_file, group.Get(), "data", arrays.values, m_entries);
+    ReadArray(m_file, group.Get(), "ir", arrays.columnIndices, m_entries);
+    ReadArray(m_file, group.Get(), "jc", arrays.rowPointers, m_rows + 1);
+    ReadArray(m_file, group.Get(), "diagonal", arrays.diagonal, m_rows);
     if (std::string const fault = FindFault(arrays, m_rows, m_columns, m_entries); !fault.empty())
       throw DamageFound{fault};
   });

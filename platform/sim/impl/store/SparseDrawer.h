@@ -35,12 +35,9 @@ public:
   /// Reads the arrays that are not null.
   void Read(SparseArrays const& arrays);
 
-  /// HDF5's identifier of the group. Opens the group when it is closed.
-  std::int64_t Group();
-  void ReleaseHandle() noexcept;
-
 private:
   SparseDrawer(DatabaseFile& file, std::int64_t rows, std::int64_t columns);
+  Handle OpenOwnGroup() const;
 
   std::int64_t m_rows;
   std::int64_t m_columns;
