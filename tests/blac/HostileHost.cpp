@@ -96,7 +96,7 @@ TEST(HostileHost, GetsTheReportsOfIllegalArguments) {
 TEST(HostileHost, SeesNoThreadStartedForALargeProduct) {
   int const n = 1500;
   double const one = 1, none = 0;
-  std::vector<double> const a(static_cast<std::size_t>(n) * n, 1);
+  std::vector<double> const a(n * n, 1);
   std::vector<double> c(a.size());
   auto const before = NumberOfThreads();
 

@@ -8,9 +8,7 @@
 
 namespace {
 
-using orx::blac::SpmvKernel;
-using orx::blac::SpmvKernels;
-using orx::blac::SpmvOperands;
+using namespace orx::blac;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
@@ -19,7 +17,7 @@ struct Sparse {
   explicit Sparse(int columnCount) : columns(columnCount) {}
 
   int Rows() const { return static_cast<int>(rowPointers.size()) - 1; }
-  orx::blac::RowArrays Arrays() const { return {values.data(), rowPointers.data(), columnIndices.data()}; }
+  RowArrays Arrays() const { return {values.data(), rowPointers.data(), columnIndices.data()}; }
   void AppendRow(std::vector<int> const& rowColumns, std::vector<double> const& rowValues) {
     columnIndices.insert(columnIndices.end(), rowColumns.begin(), rowColumns.end());
     values.insert(values.end(), rowValues.begin(), rowValues.end());
@@ -53,7 +51,7 @@ public:
   std::vector<double> SpecialValues(std::size_t count) {
     std::vector<double> values = Values(count);
     for (double& value : values)
-      if (Below(40) == 0) value = std::array{infinity, 0.0, -0.0}[static_cast<std::size_t>(Below(3))];
+      if (Below(40) == 0) value = std::array{infinity, 0.0, -0.0}[Below(3)];
     return values;
   }
   /// Ascending runs of up to `longest` columns with gaps between them.
@@ -83,7 +81,7 @@ public:
       row.insert(row.end(), row.begin(), row.begin() + static_cast<std::ptrdiff_t>(row.size() / 2));
       return row;
     case 5: // full
-      row.resize(static_cast<std::size_t>(columns));
+      row.resize(columns);
       std::iota(row.begin(), row.end(), 0);
       return row;
     case 6: // the unknowns of nodes that are not neighbours
@@ -102,7 +100,7 @@ public:
       bool const isGrid = Below(2) == 0;
       for (int times = 1 + Below(9); times > 0 && matrix.Rows() < rows; --times) {
         if (size > 0 && Below(12) == 0) pattern.back() = Below(columns);
-        if (size > 0 && Below(12) == 0) pattern[static_cast<std::size_t>(Below(size))] = Below(columns);
+        if (size > 0 && Below(12) == 0) pattern[Below(size)] = Below(columns);
         if (isGrid || Below(6) == 0) Shift(pattern, columns);
         matrix.AppendRow(pattern, Values(pattern.size()));
       }
@@ -121,9 +119,7 @@ private:
 
 /// What y holds before a kernel writes it.
 constexpr double stale = 1e300;
-std::vector<double> Stale(std::ptrdiff_t length) {
-  return std::vector<double>(static_cast<std::size_t>(length), stale);
-}
+std::vector<double> Stale(std::ptrdiff_t length) { return std::vector<double>(length, stale); }
 
 std::vector<double> Perform(SpmvKernel kernel, SpmvOperands operands, std::ptrdiff_t length) {
   std::vector<double> y = Stale(length);
@@ -185,18 +181,18 @@ protected:
   static void Compare(Sparse const& matrix, std::vector<int> const& list, Maker& maker) {
     std::ptrdiff_t const rows = matrix.Rows();
     auto const listed = static_cast<std::ptrdiff_t>(list.size());
-    for (int vectors = 1; vectors <= orx::blac::vectorsInGroup; ++vectors) {
+    for (int vectors = 1; vectors <= vectorsInGroup; ++vectors) {
       SCOPED_TRACE(testing::Message() << rows << " x " << matrix.columns << ", " << vectors << " vectors");
       auto const n = static_cast<std::size_t>(vectors - 1);
       SpmvOperands operands{matrix.Arrays(), nullptr, rows, matrix.columns, nullptr, nullptr};
       auto const compare = [&](auto kernels, std::size_t lengthX, std::ptrdiff_t lengthY) {
         std::vector<double> const x = maker.SpecialValues(lengthX * vectors);
         operands.x = x.data();
-        ASSERT_TRUE(SameBits(Perform((orx::blac::plainSpmvKernels.*kernels)[n], operands, lengthY * vectors),
+        ASSERT_TRUE(SameBits(Perform((plainSpmvKernels.*kernels)[n], operands, lengthY * vectors),
                              Perform((GetParam().set->*kernels)[n], operands, lengthY * vectors)));
       };
-      compare(&SpmvKernels::product, static_cast<std::size_t>(matrix.columns), rows);
-      compare(&SpmvKernels::transposedProduct, static_cast<std::size_t>(rows), matrix.columns);
+      compare(&SpmvKernels::product, matrix.columns, rows);
+      compare(&SpmvKernels::transposedProduct, rows, matrix.columns);
       operands.rows = listed;
       operands.rowList = list.data();
       compare(&SpmvKernels::transposedProduct, list.size(), matrix.columns);
@@ -205,7 +201,7 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(X86, KernelsForProcessors,
-                         testing::Values(NamedSet<SpmvKernels>{"AVX2", &orx::blac::avx2SpmvKernels,
+                         testing::Values(NamedSet<SpmvKernels>{"AVX2", &avx2SpmvKernels,
                                                                __builtin_cpu_supports("avx2") != 0}),
                          [](auto const& set) { return set.param.name; });
 #endif
@@ -225,16 +221,15 @@ TEST(SparseKernels, GiveEachVectorWhatItGetsAlone) {
   auto const compare = [&](Sparse const& matrix, int vectors) {
     std::ptrdiff_t const rows = matrix.Rows(), columns = matrix.columns;
     SpmvOperands operands{matrix.Arrays(), nullptr, rows, columns, nullptr, nullptr};
-    std::vector<double> const x = maker.Values(static_cast<std::size_t>(columns * vectors));
-    std::vector<double> const z = maker.Values(static_cast<std::size_t>(rows * vectors));
+    std::vector<double> const x = maker.Values(columns * vectors);
+    std::vector<double> const z = maker.Values(rows * vectors);
     std::vector<double> y, w;
     for (int v = 0; v < vectors; ++v) {
       operands.x = x.data() + columns * v;
-      std::vector<double> const one = Perform(orx::blac::plainSpmvKernels.product[0], operands, rows);
+      std::vector<double> const one = Perform(plainSpmvKernels.product[0], operands, rows);
       y.insert(y.end(), one.begin(), one.end());
       operands.x = z.data() + rows * v;
-      std::vector<double> const other =
-          Perform(orx::blac::plainSpmvKernels.transposedProduct[0], operands, columns);
+      std::vector<double> const other = Perform(plainSpmvKernels.transposedProduct[0], operands, columns);
       w.insert(w.end(), other.begin(), other.end());
     }
     EXPECT_TRUE(SameBits(y, Call(Kernel::Product, matrix, x, vectors))) << vectors;
@@ -255,8 +250,7 @@ TEST(SparseKernels, TakeRowsThatAreNotListedForZero) {
   std::copy_if(all.begin(), all.end(), std::back_inserter(some), [](int row) { return row % 5 < 3; });
   int const count = static_cast<int>(some.size());
   Dense const x = Random(90, 9, 0);
-  Dense const listed =
-      Filled(count, 9, 0, [&](int p, int v) { return x(some[static_cast<std::size_t>(p)], v); });
+  Dense const listed = Filled(count, 9, 0, [&](int p, int v) { return x(some[p], v); });
   Dense const extended = Filled(90, 9, 0, [&](int i, int v) { return i % 5 < 3 ? x(i, v) : 0; });
 
   EXPECT_TRUE(SameBits(Call(Kernel::Transposed, matrix, x.values, 9),
@@ -285,7 +279,7 @@ TEST_P(KernelsForProcessors, GiveTheBitsOfThePlainOnesForAllPatterns) {
       // Many rows: some pass before rows are looked for again that can be taken together.
       Sparse const matrix = maker.Matrix(1 + maker.Below(repetition == 0 ? 600 : 60), columns);
       // Neighbours, rows that come twice, and any order.
-      std::vector<int> list(static_cast<std::size_t>(maker.Below(40)));
+      std::vector<int> list(maker.Below(40));
       for (std::size_t p = 0; p < list.size(); ++p) {
         bool const isNeighbour = p > 0 && maker.Below(4) > 0;
         list[p] = isNeighbour ? std::min(list[p - 1] + 1, matrix.Rows() - 1) : maker.Below(matrix.Rows());
@@ -360,17 +354,17 @@ Sparse GridBelowDiagonal(Maker& maker, int rows) {
 }
 
 struct AlignedWorkspace {
-  explicit AlignedWorkspace(std::ptrdiff_t size) : values(static_cast<std::size_t>(size) + 8, stale) {}
+  explicit AlignedWorkspace(std::ptrdiff_t size) : values(size + 8, stale) {}
   double* Begin() { return values.data() + (-reinterpret_cast<std::uintptr_t>(values.data()) & 63) / 8; }
   std::vector<double> values;
 };
 
-class VectorsInterleaved : public OnProcessors<orx::blac::InterleavedKernels> {};
+class VectorsInterleaved : public OnProcessors<InterleavedKernels> {};
 
 std::vector<VectorsInterleaved::ParamType> InterleavedSets() {
-  std::vector<VectorsInterleaved::ParamType> sets{{"Plain", &orx::blac::plainInterleavedKernels, true}};
+  std::vector<VectorsInterleaved::ParamType> sets{{"Plain", &plainInterleavedKernels, true}};
 #ifdef __x86_64__
-  sets.push_back({"AVX2", &orx::blac::avx2InterleavedKernels, __builtin_cpu_supports("avx2") != 0});
+  sets.push_back({"AVX2", &avx2InterleavedKernels, __builtin_cpu_supports("avx2") != 0});
 #endif
   return sets;
 }
@@ -383,12 +377,12 @@ INSTANTIATE_TEST_SUITE_P(Sets, VectorsInterleaved, testing::ValuesIn(Interleaved
 TEST_P(VectorsInterleaved, GiveTheBitsOfThePlainKernels) {
   Maker maker(6);
   Sparse const matrix = maker.Matrix(60, 45);
-  for (int width = 0; width < orx::blac::InterleavedKernels::widths; ++width)
+  for (int width = 0; width < InterleavedKernels::widths; ++width)
     for (int vectors = 1 + (1 << width); vectors <= 2 << width; ++vectors) {
       std::vector<double> const x = maker.SpecialValues(60U * vectors);
-      AlignedWorkspace workspace(orx::blac::InterleavedWorkspace(45, 2 << width));
-      orx::blac::InterleavedOperands operands{matrix.Arrays(), nullptr,           60, 45, vectors, x.data(),
-                                              nullptr,         workspace.Begin(), 0};
+      AlignedWorkspace workspace(InterleavedWorkspace(45, 2 << width));
+      InterleavedOperands operands{matrix.Arrays(), nullptr,           60, 45, vectors, x.data(),
+                                   nullptr,         workspace.Begin(), 0};
       SpmvOperands const plain{matrix.Arrays(), nullptr, 60, 45, x.data(), nullptr};
       auto const compare = [&](auto const& interleaved, auto const& plainKernels, int length) {
         std::vector<double> y = Stale(length * vectors);
@@ -396,8 +390,8 @@ TEST_P(VectorsInterleaved, GiveTheBitsOfThePlainKernels) {
         interleaved[width](operands);
         EXPECT_TRUE(SameBits(Perform(plainKernels[vectors - 1], plain, length * vectors), y)) << vectors;
       };
-      compare(GetParam().set->product, orx::blac::plainSpmvKernels.product, 60);
-      compare(GetParam().set->transposedProduct, orx::blac::plainSpmvKernels.transposedProduct, 45);
+      compare(GetParam().set->product, plainSpmvKernels.product, 60);
+      compare(GetParam().set->transposedProduct, plainSpmvKernels.transposedProduct, 45);
     }
 }
 
@@ -407,13 +401,13 @@ TEST_P(VectorsInterleaved, MultiplyTheSymmetricFormInTheStatedOrder) {
   for (int const nodes : {1, 2, 9, 40}) {
     Sparse const matrix = NodesBelowDiagonal(maker, nodes);
     int const rows = 3 * nodes;
-    std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(rows));
-    for (int width = 0; width < orx::blac::InterleavedKernels::widths; ++width)
+    std::vector<double> const diagonal = maker.Values(rows);
+    for (int width = 0; width < InterleavedKernels::widths; ++width)
       for (int vectors = 1 + (1 << width); vectors <= 2 << width; ++vectors)
         for (int const slots : {4, 16, 64, 256}) {
-          std::vector<double> const x = maker.SpecialValues(static_cast<std::size_t>(rows) * vectors);
+          std::vector<double> const x = maker.SpecialValues(rows * vectors);
           std::vector<double> y = Stale(std::ptrdiff_t{rows} * vectors);
-          AlignedWorkspace workspace(orx::blac::RingWorkspace(slots, 2 << width));
+          AlignedWorkspace workspace(RingWorkspace(slots, 2 << width));
           GetParam().set->symmetricProduct[width]({matrix.Arrays(), diagonal.data(), rows, rows, vectors,
                                                    x.data(), y.data(), workspace.Begin(), slots});
           EXPECT_TRUE(SameBits(matrix.StatedSymmetricProduct(diagonal, x), y))
@@ -428,13 +422,13 @@ TEST_P(KernelsForProcessors, MultiplyTheSymmetricFormInTheStatedOrder) {
   for (int const rows : {1, 4, 5, 30, 100, 400, 700, 900, 1000}) {
     Sparse const matrix = rows != 5 ? GridBelowDiagonal(maker, rows) : NodesBelowDiagonal(maker, rows);
     std::ptrdiff_t const length = matrix.Rows() + rows % 3; // of the vectors
-    std::vector<double> const diagonal = maker.Values(static_cast<std::size_t>(length));
-    for (int vectors = 1; vectors <= orx::blac::vectorsInGroup; ++vectors) {
-      std::vector<double> const x = maker.SpecialValues(diagonal.size() * static_cast<std::size_t>(vectors));
+    std::vector<double> const diagonal = maker.Values(length);
+    for (int vectors = 1; vectors <= vectorsInGroup; ++vectors) {
+      std::vector<double> const x = maker.SpecialValues(diagonal.size() * vectors);
       SpmvOperands const operands{matrix.Arrays(), nullptr, length,         matrix.Rows(),
                                   x.data(),        nullptr, diagonal.data()};
       std::vector<double> const expected = matrix.StatedSymmetricProduct(diagonal, x);
-      for (SpmvKernels const* const set : {&orx::blac::plainSpmvKernels, GetParam().set})
+      for (SpmvKernels const* const set : {&plainSpmvKernels, GetParam().set})
         EXPECT_TRUE(
             SameBits(expected, Perform(set->symmetricProduct[vectors - 1], operands, length * vectors)))
             << rows << " rows, " << vectors << " vectors";

@@ -109,7 +109,7 @@ TEST(List, BehavesAsAVectorUnderRandomUse) {
       if (count > 0) {
         int const n = static_cast<int>(random() % static_cast<unsigned>(count));
         lists[k].Resize(n);
-        vectors[k].resize(static_cast<std::size_t>(n));
+        vectors[k].resize(n);
       }
       break;
     case 2:
@@ -122,7 +122,7 @@ TEST(List, BehavesAsAVectorUnderRandomUse) {
       if (count > 0) {
         int const i = static_cast<int>(random() % static_cast<unsigned>(count));
         lists[k].Get(i) = step;
-        vectors[k][static_cast<std::size_t>(i)] = step;
+        vectors[k][i] = step;
       }
       break;
     default:

@@ -15,13 +15,10 @@
 
 namespace {
 
-using orx::file::FileError;
-using orx::file::FileStep;
-using orx::file::Journal;
-using orx::file::TransactionalFile;
+using namespace orx::file;
 using Trailer = Journal::Trailer;
 
-constexpr std::uint64_t page = orx::file::PageOverlay::pageBytes;
+constexpr std::uint64_t page = PageOverlay::pageBytes;
 
 void PutPage(TransactionalFile& file, std::uint64_t number, char content) {
   std::string const bytes(page, content);
@@ -44,7 +41,7 @@ protected:
     file->WriteRawData(3 * page, values.data(), page);
     for (std::uint64_t const number : {0U, 2U, 4U})
       PutPage(*file, number, 'n');
-    orx::file::SetFaultHook([&](FileStep const& step) {
+    SetFaultHook([&](FileStep const& step) {
       bool const isInPlace = step.kind == FileStep::Kind::Write && step.offset < 5 * page;
       std::string* const states[] = {&s_pending, &s_due, &s_halfway};
       for (std::string* const state : states)
@@ -55,7 +52,7 @@ protected:
       return 0;
     });
     file->Commit();
-    orx::file::SetFaultHook(nullptr);
+    SetFaultHook(nullptr);
     s_new = ReadWhole(path);
   }
 
@@ -82,7 +79,7 @@ protected:
     return trailer;
   }
   static std::string WithTrailer(Trailer trailer, bool isResealed) {
-    if (isResealed) trailer.checksum = orx::file::Checksum(&trailer, offsetof(Trailer, checksum), 1);
+    if (isResealed) trailer.checksum = Checksum(&trailer, offsetof(Trailer, checksum), 1);
     std::string bytes = s_due;
     std::memcpy(bytes.data() + bytes.size() - page, &trailer, sizeof trailer);
     return bytes;

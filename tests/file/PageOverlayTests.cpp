@@ -9,8 +9,7 @@
 
 namespace {
 
-using orx::file::PageOverlay;
-using orx::file::PositionedFile;
+using namespace orx::file;
 
 TEST(PageOverlay, BehavesAsAListOfHeldBytes) {
   constexpr std::size_t size = 3 * PageOverlay::pageBytes + 100;

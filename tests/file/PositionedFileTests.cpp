@@ -8,8 +8,7 @@
 
 namespace {
 
-using orx::file::FileError;
-using orx::file::PositionedFile;
+using namespace orx::file;
 using Mode = PositionedFile::Mode;
 
 constexpr std::uint64_t page = 4096;

@@ -266,8 +266,7 @@ TEST_F(DenseValues, SumInMemoryTakesEveryBlock) {
 // ---- copies between block matrices
 
 TEST_F(DenseValues, CopiesOfOtherShapesAreRefusedWithoutEffect) {
-  DensePtr const a = m_database.New(4, 3, 2, 2);
-  DensePtr const target = m_database.New(3, 2, 1, 1);
+  DensePtr const a = m_database.New(4, 3, 2, 2), target = m_database.New(3, 2, 1, 1);
   Number(*a);
   EXPECT_RAISED(invalidSet, target->CopyValues(a.get()));
   EXPECT_RAISED(invalidGet, a->GetSubmatrix(*target, 0, 1, 0, 1));

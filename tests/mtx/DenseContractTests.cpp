@@ -245,8 +245,7 @@ TEST_F(DenseContract, AnErrorLeavesFinishedBlocksAndWhatWasThere) {
   };
   for (Update const& update : updates) {
     SCOPED_TRACE(update.name);
-    DensePtr const a = m_database.New(8, 2, 2, 1);
-    DensePtr const stopped = m_database.New(8, 2, 2, 2);
+    DensePtr const a = m_database.New(8, 2, 2, 1), stopped = m_database.New(8, 2, 2, 2);
     DensePtr const finished = m_database.New(8, 2, 2, 2);
     for (DensePtr const& matrix : {std::cref(a), std::cref(stopped), std::cref(finished)})
       Number(*matrix);

@@ -74,8 +74,7 @@ protected:
 // ---- products with matrices in memory
 
 TEST_F(DenseProducts, WithOperandsInMemoryEqualPlainLoops) {
-  Dense const a = Integers(11, 7, 1), x = Integers(7, 3, 2);
-  Dense const old = Integers(11, 3, 3);
+  Dense const a = Integers(11, 7, 1), x = Integers(7, 3, 2), old = Integers(11, 3, 3);
   ForEveryCut(a, [&](DensePtr const& blocks) {
     Dense right = x;
 
@@ -149,8 +148,7 @@ TEST_F(DenseProducts, PermutedRowsGoWhereThePermutationSays) {
 TEST_F(DenseProducts, OfThreeBlockMatricesEqualPlainLoopsWhateverTheirCuts) {
   Dense const a = Integers(11, 7, 1), b = Integers(7, 9, 2), expected = a * b;
   Dense const nothing = Constant(11, 9, notANumber);
-  std::vector<DensePtr> const as = MakeAll(a), bs = MakeAll(b);
-  std::vector<DensePtr> const cs = MakeAll(nothing);
+  std::vector<DensePtr> const as = MakeAll(a), bs = MakeAll(b), cs = MakeAll(nothing);
 
   for (std::size_t i = 0; i < as.size(); ++i)
     for (std::size_t j = 0; j < bs.size(); ++j) {

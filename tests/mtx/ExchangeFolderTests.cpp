@@ -53,8 +53,7 @@ class Malformed : public testing::TestWithParam<ExchangeFile> {};
 
 TEST_P(Malformed, IsAnErrorWithPathAndPlaceAndLeavesTheMatrix) {
   auto const& [format, path] = GetParam();
-  std::string const stem = path.stem().string();
-  std::string const place = stem.substr(stem.rfind('-') + 1);
+  std::string const stem = path.stem().string(), place = stem.substr(stem.rfind('-') + 1);
   std::vector<double> const diagonal{1, 2};
   auto const matrix = ORXSrvSparseMatrixTestAccess::Adopt({0, 1, 1}, {1}, {7}, &diagonal, 3, 2);
 

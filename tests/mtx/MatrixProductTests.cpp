@@ -41,8 +41,7 @@ TEST(Product, IsExactOnIntegersOfEveryShape) {
     SCOPED_TRACE(testing::Message() << m << " x " << k << " times " << k << " x " << n);
     ORXSrvMatrix const a = OfIntegers(m, k, 1), transposed = Transposed(a);
     ORXSrvMatrix const b = OfIntegers(k, n, 2), old = OfIntegers(m, n, 3);
-    ORXSrvMatrix const expected = Product(a, b);
-    ORXSrvMatrix const accumulated = Sum(expected, old);
+    ORXSrvMatrix const expected = Product(a, b), accumulated = Sum(expected, old);
 
     ORXSrvMatrix checked = Uniform(m, n, untouched);
     checked.Multiply(a, b);
@@ -177,8 +176,7 @@ TEST(Product, RefusesShapesStoragesAndItsOwnOperands) {
 
 TEST(InPlaceProduct, MultipliesSquaresFromTheRightAndVectorsFromTheLeft) {
   for (int const n : {1, 2, 128, 145, 300}) {
-    ORXSrvMatrix const b = OfIntegers(n, n, 1);
-    ORXSrvMatrix const scaling = DiagonalOfIntegers(n, 2);
+    ORXSrvMatrix const b = OfIntegers(n, n, 1), scaling = DiagonalOfIntegers(n, 2);
     ORXSrvMatrix const square = OfIntegers(n, n, 3), x = OfIntegers(n, 1, 4);
 
     ORXSrvMatrix result(square);

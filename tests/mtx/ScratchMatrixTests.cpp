@@ -49,8 +49,7 @@ TEST_F(ScratchMatrix, FileIsNamedByTheAddressAndGoesWithTheMatrix) {
 TEST_F(ScratchMatrix, ViewKeepsTheFile) {
   auto parent = std::make_unique<ORXSrvScratchDenseMatrix>(4, 3, 2, 2);
   Number(*parent);
-  DensePtr view = ViewOf(*parent, 1, 2, 0, 1);
-  DensePtr inner = ViewOf(*view, 1, 1, 0, 1);
+  DensePtr view = ViewOf(*parent, 1, 2, 0, 1), inner = ViewOf(*view, 1, 1, 0, 1);
 
   parent.reset();
   view.reset();

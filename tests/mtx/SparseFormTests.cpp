@@ -1,11 +1,6 @@
 #include "SparseOracle.h"
 #include "tests/support/Shortage.h"
 
-#include <cmath>
-#include <limits>
-#include <string>
-#include <utility>
-
 namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
@@ -25,10 +20,9 @@ bool IsSame(double a, double b) { return a == b || (std::isnan(a) && std::isnan(
 
 void ExpectMeasures(ORXSrvSparseMatrix const& matrix) {
   Dense const grid = DenseOf(matrix);
-  Doubles rowSums(static_cast<std::size_t>(grid.rows)), columnSums(static_cast<std::size_t>(grid.columns));
+  Doubles rowSums(grid.rows), columnSums(grid.columns);
   Doubles diagonal(rowSums.size()), found(rowSums.size(), nan);
-  double squares = 0.0;
-  double largest = 0.0;
+  double squares = 0.0, largest = 0.0;
   for (int i = 0; i < grid.rows; ++i)
     for (int j = 0; j < grid.columns; ++j) {
       rowSums[i] += std::fabs(grid(i, j));
@@ -122,16 +116,13 @@ TEST(SparseForms, RefuseWhatTheyCannotTake) {
                                    {"OneNorm", [](auto const& m) { m.OneNorm(); }},
                                    {"LargestEntry", [](auto const& m) { m.LargestEntry(); }},
                                    {"GetDiagonal", [](auto const& m) { m.GetDiagonal(nullptr); }}})
-    EXPECT_EQ(Raised([&] { call(assembling); }),
-              IllegalInput(name + ", a matrix assembled with all its rows expected"));
-  EXPECT_EQ(Raised([] {
-              NewAssembled(3, 2, {{0, 1, 1}})->SymmetricForm();
-            }),
-            IllegalInput("SymmetricForm, as many columns as rows expected, found 3 rows and 2 columns"));
+    EXPECT_RAISED(IllegalInput(name + ", a matrix assembled with all its rows expected"), call(assembling));
+  EXPECT_RAISED(IllegalInput("SymmetricForm, as many columns as rows expected, found 3 rows and 2 columns"),
+                NewAssembled(3, 2, {{0, 1, 1}})->SymmetricForm());
   auto wide = RandomPairs(1, 3).NewMatrix();
   wide->AddData(0, 4, 1);
-  EXPECT_EQ(Raised([&] { wide->GeneralForm(); }),
-            IllegalInput("GeneralForm, 3 rows and 5 columns, no more columns than rows expected"));
+  EXPECT_RAISED(IllegalInput("GeneralForm, 3 rows and 5 columns, no more columns than rows expected"),
+                wide->GeneralForm());
 }
 
 // ---- moving

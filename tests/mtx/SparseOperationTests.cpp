@@ -49,20 +49,6 @@ constexpr char notAssembled[] = ", a matrix assembled with all its rows expected
 
 // ---- permutations and transposition
 
-// a . .         . . c                b . .
-// . b .   ->    a . .   PermuteRows  . c .   Permute, with columns renumbered too
-// . . c         . b .                . . a
-TEST(SparsePermutations, HaveOppositeConventions) {
-  Ints const cycle{1, 2, 0};
-  Entries const diagonal{{0, 0, 1}, {1, 1, 2}, {2, 2, 3}};
-  auto const rows = NewAssembled(3, 3, diagonal);
-  rows->PermuteRows(cycle.data());
-  EXPECT_EQ(EntriesOf(*rows), (Entries{{0, 2, 3}, {1, 0, 1}, {2, 1, 2}}));
-  auto const both = NewAssembled(3, 3, diagonal);
-  SparsePtr const permuted(both->Permute(cycle.data()));
-  EXPECT_EQ(EntriesOf(*permuted), (Entries{{0, 0, 2}, {1, 1, 3}, {2, 2, 1}}));
-}
-
 TEST(SparsePermutations, AgreeWithDenseArithmetic) {
   for (unsigned seed = 0; seed < 60; ++seed) {
     int const n = 1 + static_cast<int>(seed * 7 % 53);

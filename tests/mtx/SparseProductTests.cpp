@@ -265,8 +265,7 @@ TEST(SparseMultiplyDense, RefusesBlockMatricesThatAreTooSmallBeforeItWrites) {
   EXPECT_EQ(All(*r), Stale(24));
 
   // What is written for one block would be read with the next.
-  DensePtr const all = database.New(12, 12, 2, 2);
-  DensePtr const from = ViewOf(*all, 0, 11, 0, 3);
+  DensePtr const all = database.New(12, 12, 2, 2), from = ViewOf(*all, 0, 11, 0, 3);
   DensePtr const shifted = ViewOf(*all, 0, 11, 1, 5);
   EXPECT_RAISED(IllegalInput("MultiplyDense"), matrix->MultiplyDense(*from, *shifted, false));
 }

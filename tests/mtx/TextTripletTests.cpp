@@ -247,15 +247,4 @@ TEST(TextExport, IsWhatPrintfWritesForAMillionBytes) {
   EXPECT_TRUE(file.Content() == expected);
 }
 
-TEST(TextExport, WhatIsWrittenIsReadBackToSixteenDigits) {
-  Entries const entries{
-      {0, 0, 0.1}, {0, 5, -1.0 / 3.0}, {4, 2, 5e-324}, {5, 5, std::numeric_limits<double>::max() / 2}};
-  File const file;
-  NewAssembled(0, 0, entries)->Export(file.Path(), 3, nullptr);
-  Entries const read = EntriesOf(*NewImported(file.Path(), 3));
-  ASSERT_EQ(read.size(), entries.size());
-  for (std::size_t k = 0; k < read.size(); ++k)
-    EXPECT_LE(std::abs(read[k].value - entries[k].value), 5e-16 * std::abs(entries[k].value));
-}
-
 } // namespace

@@ -1,11 +1,10 @@
 #include "Session.h"
 
 #include "mtx/ORXSrvDenseMatrix.h"
-#include "mtx/ORXSrvMatrix.h"
 
 #include <numeric>
 
-// What a session does with collections, fields, their drawers and matrices over them.
+// What a session does with collections, fields and their drawers.
 
 namespace {
 
@@ -251,40 +250,7 @@ void Session::Lengthen(Context& context, Field& field, bool asMatrix) {
   field.sizes = field.drawer->Sizes();
 }
 
-void Session::ChangeMatrix() {
+void Session::ExtendMatrix() {
   Context& context = DrawFrom(m_contexts);
-  Field* const field = DrawField(context, IsMatrix);
-  if (field == nullptr) return;
-  switch (Draw(0, 2)) {
-  case 0:
-    Live([&] { ORXSrvDenseMatrix(field->id).Scale(-1.0); });
-    for (double& cell : field->drawer->cells)
-      cell = -cell;
-    return;
-  case 1:
-    return Lengthen(context, *field, true);
-  default:
-    return WriteView(*field);
-  }
-}
-
-/// Writes a rectangle through a view that holds it, and reads it back. Columns are along dimension 0.
-void Session::WriteView(Field& field) {
-  int const columns = field.sizes[0], rows = field.sizes[1];
-  int const firstColumn = Draw(0, columns - 1), width = Draw(1, columns - firstColumn);
-  int const firstRow = Draw(0, rows - 1), height = Draw(1, rows - firstRow);
-  std::vector<std::vector<int>> chosen{std::vector<int>(width), std::vector<int>(height)};
-  std::iota(chosen[0].begin(), chosen[0].end(), firstColumn);
-  std::iota(chosen[1].begin(), chosen[1].end(), firstRow);
-  Cells cells = DrawValues(width * height);
-  field.drawer->Set(chosen, cells);
-  Live([&] {
-    ORXSrvMatrix const values(height, width, cells.data());
-    std::unique_ptr<ORXSrvDenseMatrix> const view(
-        ORXSrvDenseMatrix(field.id).Submatrix(firstRow, rows - 1, firstColumn, columns - 1));
-    view->SetValues(0, height - 1, 0, width - 1, values);
-    ORXSrvMatrix found(height, width);
-    view->GetValues(0, height - 1, 0, width - 1, found);
-    if (!(found == values)) Fail("a view reads other values than were written");
-  });
+  if (Field* const field = DrawField(context, IsMatrix)) Lengthen(context, *field, true);
 }

@@ -152,7 +152,7 @@ void Session::Step() {
                                              {4, &Session::CreateSets},    {10, &Session::CreateFields},
                                              {5, &Session::ReplaceDrawer}, {25, &Session::Write},
                                              {15, &Session::ReadMany},     {8, &Session::Extend},
-                                             {8, &Session::ChangeMatrix},  {8, &Session::Begin},
+                                             {4, &Session::ExtendMatrix},  {8, &Session::Begin},
                                              {8, &Session::Commit},        {3, &Session::Abandon},
                                              {1, &Session::Reopen}};
   if (m_contexts.empty()) return CreateContext();

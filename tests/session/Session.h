@@ -102,7 +102,7 @@ private:
   void Write();
   void ReadMany();
   void Extend();
-  void ChangeMatrix();
+  void ExtendMatrix();
   void Begin();
   void Commit();
   void Abandon();
@@ -112,7 +112,6 @@ private:
   void MakeDenseDrawer(Field& field, bool isEverything);
   void MakeSparseDrawer(Field& field);
   void Lengthen(Context& context, Field& field, bool asMatrix);
-  void WriteView(Field& field);
 
   // Comparing
   void CheckShape(Context const& context) const;

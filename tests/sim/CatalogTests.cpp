@@ -57,11 +57,11 @@ TEST(IndexSets, JoinedOnesAreTheListsTheyStandFor) {
   auto const below = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
   std::vector<std::pair<ORXSimIndexSet, std::vector<int>>> sets{{ORXSimIndexSet::Strided(0, 0, 1), {}}};
   for (int k = 0; k < 600; ++k) {
-    std::vector<int> more(static_cast<std::size_t>(below(3) == 0 ? below(200) : below(4)));
+    std::vector<int> more(below(3) == 0 ? below(200) : below(4));
     int const start = 1000 + below(200), stride = below(5) - 2;
     for (std::size_t j = 0; j < more.size(); ++j)
       more[j] = stride == 2 ? below(300) : start + stride * static_cast<int>(j);
-    auto const [front, frontLabels] = sets[static_cast<std::size_t>(below(static_cast<int>(sets.size())))];
+    auto const [front, frontLabels] = sets[below(static_cast<int>(sets.size()))];
     if (frontLabels.size() > 3000) continue;
     std::vector<int> labels = frontLabels;
     labels.insert(labels.end(), more.begin(), more.end());
@@ -143,7 +143,7 @@ TEST_F(Catalog, TemporarySetsAndFieldsTakeNoNumbersAndEnd) {
   EXPECT_EQ(CreateField(Context(), {1}).handle, 1u);
 
   for (int const k : {0, 1, 2})
-    collection.DropTempCSet(sets[static_cast<std::size_t>(k)]);
+    collection.DropTempCSet(sets[k]);
   EXPECT_EQ(Members(sets[0]), std::vector<int>{0}) << "asked for twice, dropped once";
   EXPECT_CODE(staleIdentifier, Members(sets[1]));
   EXPECT_EQ(Members(sets[2]), std::vector<int>{2}) << "a drawer stands on it";

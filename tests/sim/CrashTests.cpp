@@ -16,7 +16,7 @@
 
 namespace {
 
-using orx::file::FileStep;
+using namespace orx::file;
 
 constexpr int transactions = 3;
 
@@ -56,7 +56,7 @@ protected:
         session.Commit();
         m_report->acknowledged = number;
       }
-    } catch (orx::file::FileError const&) {
+    } catch (FileError const&) {
       result = 1;
     } catch (orx::store::Hdf5Failure const&) {
       result = session.Failure().has_value() ? 1 : 2;
@@ -94,8 +94,8 @@ protected:
     if (next > transactions) return;
     Change(session, next);
     session.Commit();
-    EXPECT_EQ(Describe(session.Id()), s_states[static_cast<std::size_t>(next)]) << what;
-    EXPECT_EQ(DescribeWithPlainHdf5(m_path), s_states[static_cast<std::size_t>(next)]) << what;
+    EXPECT_EQ(Describe(session.Id()), s_states[next]) << what;
+    EXPECT_EQ(DescribeWithPlainHdf5(m_path), s_states[next]) << what;
   }
 
   int CountSteps() {
@@ -149,7 +149,7 @@ public:
   };
 
   PowerCuts(std::string path, Report const& report) : m_path(std::move(path)), m_durable(ReadWhole(m_path)) {
-    orx::file::SetFaultHook([this, &report](FileStep const& step) {
+    SetFaultHook([this, &report](FileStep const& step) {
       std::string const now = ReadWhole(m_path);
       // Most can go wrong just before a sync.
       for (int k = 0; k < (step.kind == FileStep::Kind::Sync ? 20 : 3); ++k)
@@ -158,7 +158,7 @@ public:
       return 0;
     });
   }
-  ~PowerCuts() { orx::file::SetFaultHook(nullptr); }
+  ~PowerCuts() { SetFaultHook(nullptr); }
 
   std::vector<Image> const& Images() const { return m_images; }
 

@@ -167,9 +167,8 @@ protected:
 
 TEST_F(Damage, TruncatedFilesAreRefused) {
   int const cuts = static_cast<int>(m_original.size() / 512);
-  Tally const tally = TryDamaged(m_original, m_expected, cuts, [&](int k, std::string& bytes) {
-    bytes.resize(static_cast<std::size_t>(k) * 512);
-  });
+  Tally const tally =
+      TryDamaged(m_original, m_expected, cuts, [&](int k, std::string& bytes) { bytes.resize(k * 512); });
   EXPECT_EQ(tally.lost, "");
   EXPECT_EQ(tally.refused, cuts);
 }
@@ -223,10 +222,8 @@ int WorkToTheEnd(std::string const& path, std::string const& messages) {
 
 TEST_F(Damage, DoesNotShowAtTheEndOfTheProcess) {
   // The first bytes are the root group's, which all work meets. 1 tries every byte.
-  std::size_t const stride =
-      static_cast<std::size_t>(Setting("ORX_DAMAGE_STRIDE", isSanitized ? 9001 : 3001));
-  std::string const path = m_folder.Path("b.sim");
-  std::string const messages = m_folder.Path("messages");
+  std::size_t const stride = Setting("ORX_DAMAGE_STRIDE", isSanitized ? 9001 : 3001);
+  std::string const path = m_folder.Path("b.sim"), messages = m_folder.Path("messages");
   for (std::size_t at = 8; at < m_original.size();
        at += at < 256 ? std::min<std::size_t>(16, stride) : stride) {
     std::string bytes = m_original;

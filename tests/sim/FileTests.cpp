@@ -7,7 +7,7 @@
 
 namespace {
 
-using orx::file::FileStep;
+using namespace orx::file;
 
 class DatabaseFiles : public testing::Test {
 protected:
@@ -180,13 +180,13 @@ TEST_F(DatabaseFiles, WriteNothingWhileACommitWaitsForItsDisk) {
   ORXSimTransaction transaction(field.context);
   ORXSimDistributionID const later = CreateField(ORXSimContext(field.context), {3});
   CreateDrawer(later, {}, 7.0);
-  orx::file::SetFaultHook([](FileStep const& step) {
+  SetFaultHook([](FileStep const& step) {
     bool const isInPlace = step.kind == FileStep::Kind::Write && step.offset == 8;
     return isInPlace ? EIO : 0;
   });
   EXPECT_EQ(CodeOf([&] { transaction.Commit(); }), 0);
   EXPECT_CODE(writeFailed, WriteCells(field, sevens));
-  orx::file::SetFaultHook(nullptr);
+  SetFaultHook(nullptr);
   EXPECT_EQ(CellsOf(field), threes);
   WriteCells(field, sevens);
   EXPECT_EQ(CodeOf([&] { database.Close(); }), 0);

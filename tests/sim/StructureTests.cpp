@@ -206,22 +206,6 @@ TEST_F(Structure, AnAbandonedTransactionLeavesNothing) {
   EXPECT_EQ(CellsOf(Context().Distributions()[0]), (std::vector<double>{1, 2, 3, 4, 5, 6}));
 }
 
-TEST_F(Structure, AnExtensionAfterAnAbandonedOneStartsAfresh) {
-  ORXSimDistributionID const field = CreateField(Context(), {2, 3});
-  CreateDrawer(field, {2, 2}, -1.0);
-  auto const extend = [&](double value) {
-    Extend(field, 1, 2);
-    if (value != 0.0) WriteCells(field, std::vector<double>(10, value));
-  };
-  {
-    ORXSimTransaction transaction(m_context);
-    extend(5.0);
-  }
-  extend(0.0);
-  EXPECT_EQ(CellsOf(field), (std::vector<double>{5, 5, 5, -1, -1, 5, 5, 5, -1, -1}))
-      << "values are not rolled back, and the new cells are not those of the abandoned extension";
-}
-
 TEST_F(Structure, ATransactionIsAloneAndEndsOnce) {
   std::optional<ORXSimTransaction> first(m_context);
   std::string text;
@@ -318,26 +302,6 @@ TEST_F(Structure, TemporaryFieldsNeverReachTheFile) {
 
   Reopen(false);
   EXPECT_EQ(Context().Distributions().Size(), 0);
-}
-
-TEST_F(Structure, WhatIsNotClosedIsDropped) {
-  NewCollection(3);
-  {
-    ORXSimTransaction transaction(m_context);
-    NewCollection(4);
-    transaction.Commit();
-  }
-  NewCollection(5);
-  auto lost = std::make_unique<ORXSimDatabase>();
-  Create(*lost, m_folder.Path("b.sim"));
-  lost->CreateContext({});
-  lost.reset();
-
-  ORXSimDatabase again;
-  Open(again, m_folder.Path("b.sim"));
-  EXPECT_EQ(again.Contexts().Size(), 0);
-  Reopen(false);
-  EXPECT_EQ(Context().Collections().Size(), 3) << "Close commits what is outside of any transaction";
 }
 
 TEST_F(Structure, AReadOnlyFileIsNotWritten) {

@@ -11,9 +11,7 @@
 
 namespace {
 
-using orx::file::FileError;
-using orx::file::FileStep;
-using orx::file::TransactionalFile;
+using namespace orx::file;
 
 class Transactions : public testing::Test {
 protected:
@@ -58,7 +56,7 @@ TEST_F(Transactions, WorkAfterAHostHasShutHdf5Down) {
 using Fails = std::function<bool(FileStep const&)>;
 
 void FailWhere(Fails const& fails) {
-  orx::file::SetFaultHook([fails](FileStep const& step) { return fails(step) ? EIO : 0; });
+  SetFaultHook([fails](FileStep const& step) { return fails(step) ? EIO : 0; });
 }
 
 bool IsMark(FileStep const& step) {
@@ -87,7 +85,7 @@ TEST_F(Transactions, ThatFailAreNotThereAfterwards) {
       Change(session, 1);
       FailWhere(fails);
       EXPECT_THROW(session.Commit(), FileError) << what;
-      orx::file::SetFaultHook(nullptr);
+      SetFaultHook(nullptr);
       EXPECT_EQ(DescribeWithPlainHdf5(m_path), committed) << what;
       // After a failed sync nobody knows what the disk has of the values; otherwise it may be tried again.
       bool const isOver = fails({FileStep::Kind::Sync, -1, 0, nullptr, 0});
@@ -114,7 +112,7 @@ TEST_F(Transactions, WhoseLastStepFailsOnceAreWhole) {
       return isInPlace && step.kind == kind && !std::exchange(hasFailed, true);
     });
     session.Commit();
-    orx::file::SetFaultHook(nullptr);
+    SetFaultHook(nullptr);
     EXPECT_TRUE(hasFailed) << what;
     EXPECT_EQ(DescribeWithPlainHdf5(m_path), Describe(session.Id())) << what;
   }
@@ -140,12 +138,12 @@ TEST_F(Transactions, ThatStickAfterTheirMarkAreFinishedByTheNextWriteOrOpening) 
         EXPECT_EQ(Describe(session.Id()), expected);
         EXPECT_EQ(DescribeWithPlainHdf5(m_path), "refused");
         if (isFinishedHere) {
-          orx::file::SetFaultHook(nullptr);
+          SetFaultHook(nullptr);
           session.File().WillWriteRawData();
           EXPECT_EQ(DescribeWithPlainHdf5(m_path), expected);
         }
       }
-      orx::file::SetFaultHook(nullptr);
+      SetFaultHook(nullptr);
       if (readsFirst) {
         std::string const bytes = ReadWhole(m_path);
         EXPECT_EQ(Describe(Session::Open(m_path, true).Id()), expected);
@@ -164,7 +162,7 @@ TEST_F(Transactions, BringTheMarkToTheDiskBetweenJournalAndPages) {
   session.Flush();
   std::uint64_t const end = session.File().EndOfAllocation();
   std::string order;
-  orx::file::SetFaultHook([&](FileStep const& step) {
+  SetFaultHook([&](FileStep const& step) {
     char const what = step.kind == FileStep::Kind::Sync                          ? 's'
                       : IsMark(step)                                             ? 'm'
                       : step.kind == FileStep::Kind::Resize                      ? 'c'
@@ -176,7 +174,7 @@ TEST_F(Transactions, BringTheMarkToTheDiskBetweenJournalAndPages) {
     return 0;
   });
   session.File().Commit();
-  orx::file::SetFaultHook(nullptr);
+  SetFaultHook(nullptr);
   EXPECT_EQ(order, "jsmspshsc"); // journal, mark, pages, head, each on the disk before the next; the cut
 }
 
@@ -193,7 +191,7 @@ TEST_F(Transactions, AreNotForgedByRawData) {
     FailWhere(IsInPlace);
     other->Commit();
     forged = ReadWhole(m_folder.Path("other")).substr(2 * page.size());
-    orx::file::SetFaultHook(nullptr);
+    SetFaultHook(nullptr);
   }
   auto file = TransactionalFile::Create(m_path, false, false);
   std::string const page(4096, 's');
@@ -228,7 +226,7 @@ TEST_F(Transactions, AreCopiedAsTheyWereCommitted) {
 
   FailWhere(IsInPlace);
   session.Commit();
-  orx::file::SetFaultHook(nullptr);
+  SetFaultHook(nullptr);
   session.File().CopyTo(copy, true); // finishes it before
   EXPECT_EQ(DescribeWithPlainHdf5(copy), Describe(session.Id()));
 }
@@ -238,7 +236,7 @@ TEST_F(Transactions, OfAScratchFileCostNothingBeforeItsEnd) {
   {
     Session const session = Session::Create(m_path, true);
     int syncs = 0;
-    orx::file::SetFaultHook([&](FileStep const& step) {
+    SetFaultHook([&](FileStep const& step) {
       syncs += step.kind == FileStep::Kind::Sync ? 1 : 0;
       return 0;
     });
@@ -248,7 +246,7 @@ TEST_F(Transactions, OfAScratchFileCostNothingBeforeItsEnd) {
     Change(session, 1);
     session.Flush();
     session.File().CommitForClose();
-    orx::file::SetFaultHook(nullptr);
+    SetFaultHook(nullptr);
     EXPECT_EQ(syncs, 0);
     expected = Describe(session.Id());
   }
