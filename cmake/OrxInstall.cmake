@@ -1,8 +1,8 @@
 include(CMakePackageConfigHelpers)
 
-install(TARGETS orx_core orx_sim orx_linear_algebra orx_fortran EXPORT orx_targets
+install(TARGETS orx_core orx_sim orx_linear_algebra orx_solve orx_fortran EXPORT orx_targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY platform/core platform/sim blac mtx module DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx
+install(DIRECTORY platform/core platform/sim blac mtx module solve DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx
         FILES_MATCHING PATTERN "*.h" PATTERN impl EXCLUDE PATTERN sparse EXCLUDE PATTERN layouts EXCLUDE)
 install(FILES ${PROJECT_BINARY_DIR}/fortran/orx_linear_algebra.f90
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx/fortran)

@@ -27,6 +27,9 @@ public:
 
   /// `context` is passed to each call. A null function ends the calls.
   static void Set(Function function, void* context) noexcept;
+  /// Calls the function, for an operation that has done `done` of its `total` blocks. Raises ORXSrvMtxStopped
+  /// when it says stop and blocks are left. Operations of other libraries report through it too.
+  static void Report(char const* operation, std::int64_t done, std::int64_t total);
 };
 
 /// The host has stopped an operation.

@@ -18,6 +18,7 @@
 
 #include <cfloat>
 #include <climits>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -186,10 +187,28 @@ void AddModes(CLI::App& app, orx::tool::ModesOptions& options) {
   modes->add_option("M", options.massPath, "mass matrix, both triangles or one")
       ->required()
       ->type_name("FILE");
-  modes->add_option("-n,--count", options.count, "how many modes")
+  modes->add_option("-n,--count", options.choice.count, "how many modes")
       ->capture_default_str()
       ->type_name("COUNT")
       ->check(CLI::Range(1, INT_MAX).description(""));
+  auto const finite = [](std::string const& text) {
+    double value = 0.0;
+    bool const isNumber = CLI::detail::lexical_cast(text, value) && std::isfinite(value);
+    return isNumber ? std::string() : "'" + text + "' is not a frequency";
+  };
+  auto* const near = modes->add_option("--near", options.choice.near, "the modes nearest to this frequency")
+                         ->type_name("HZ")
+                         ->check(finite);
+  modes->add_option("--interval", options.choice.interval, "all modes between two frequencies")
+      ->type_name("HZ HZ")
+      ->check(finite)
+      ->excludes(near);
+  modes
+      ->add_option("--budget", options.choice.memory,
+                   "memory for factorization and basis, such as 8GB; what needs more is kept on disk")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(true));
+  modes->add_flag("--explain", options.explains, "say first what the factorization takes");
   modes
       ->add_option("--shapes", options.shapesPath,
                    "write the mode shapes to this .txt, .csv, .mtx or .bin file")

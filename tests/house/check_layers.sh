@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$1"
 
-find platform blac mtx module tools examples bench tests -name '*.h' -o -name '*.hpp' -o -name '*.cpp' -o -name '*.c' |
+find platform blac mtx module solve tools examples bench tests -name '*.h' -o -name '*.hpp' -o -name '*.cpp' -o -name '*.c' |
   sort | awk '
 # The table: unit_of[path pattern] and allowed[unit].
 FILENAME == "docs/architecture.md" {
@@ -40,13 +40,14 @@ function check(file, line, included,    target, unit, other, owner) {
   if (sub(/\/impl\/.*/, "/", owner) && index(file, owner) != 1 && unit != "module")
     return fail(file ":" line ": " included " is private to " owner)
   if (index(allowed[unit], " " other " ")) return
-  if (index(allowed[unit], " public ") && target ~ /^(platform\/core|platform\/sim|blac|mtx|module)\/[^\/]+$/) return
+  if (index(allowed[unit], " public ") && target ~ /^(platform\/core|platform\/sim|blac|mtx|module|solve)\/[^\/]+$/) return
   fail(file ":" line ": " unit " may not include " included " of " other)
 }
 function may_use_hdf5(file) { return file ~ /^platform\/sim\/impl\/store\/|^tests\/sim\/|^bench\/peers\/Hdf5Peer/ }
 function check_foreign(file, line, header) {
   if (exists(header) || exists("platform/" header)) fail(file ":" line ": " header " is ours, and included with quotes")
   if (header == "blis.h" && file !~ /^blac\/impl\//) fail(file ":" line ": only blac/impl/ includes blis.h")
+  if (header ~ /^(dmumps_c|scotch)\.h$/ && file !~ /^solve\/impl\//) fail(file ":" line ": only solve/impl/ includes " header)
   if (header == "hdf5.h" && !may_use_hdf5(file)) fail(file ":" line ": only platform/sim/impl/store/ includes hdf5.h")
   if (header == "png.h" && file !~ /^(tests\/)?tools?\//) fail(file ":" line ": only tools/ includes png.h")
   if (header ~ /^CLI\// && file !~ /^tools\//) fail(file ":" line ": only tools/ includes CLI")

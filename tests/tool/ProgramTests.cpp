@@ -205,12 +205,6 @@ TEST(Program, WrongUsageIsExitCode2) {
 
 TEST(Program, FailedWorkIsExitCode3) {
   TwoMasses const files;
-  std::string manyRows;
-  for (int i = 1; i <= 40000; ++i)
-    manyRows += std::to_string(i) + " " + std::to_string(i) + " 1\n";
-  std::string const large = files.folder.Write("large.txt", manyRows);
-
-  ExpectFailure(RunTool("modes " + large + " " + large), 3, "order 40000: the dense");
   ExpectFailure(RunTool("modes " + files.folder.Write("K1.txt", "1 1 1\n2 2 -1\n") + " " +
                         files.folder.Write("M1.txt", "1 1 1\n")),
                 3, "Unknown 2 has");

@@ -3,6 +3,7 @@
 #include "tools/formats/MatrixExport.h"
 #include "tools/formats/OutputFile.h"
 #include "tools/numerics/ModalProblem.h"
+#include "tools/numerics/SparseModes.h"
 #include "tools/terminal/Progress.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
@@ -127,7 +128,24 @@ std::string ShiftsText(ModalSolution const& s) {
   return text;
 }
 
+/// "1.5e+03 < lambda < 2e+06"
+std::string RangeText(ModeCount const& count) {
+  std::string const to = Format("lambda < %.6g", count.to);
+  return std::isfinite(count.from) ? Format("%.6g < ", count.from) + to : to;
+}
+
+std::string SparseMethodText(ModalSolution const& s) {
+  std::string text = Note(Format("sparse: block Lanczos, %s of K - sigma M, sigma = ",
+                                 Counted(std::ssize(s.shifts), "factorization", "factorizations").c_str()) +
+                          ShiftsText(s));
+  for (ModeCount const& count : s.counts)
+    text += Note("certified: " + Counted(count.count, "eigenvalue", "eigenvalues") + " with " +
+                 RangeText(count) + ", counted by inertia, all found");
+  return text;
+}
+
 std::string MethodText(ModalSolution const& s) {
+  if (s.isSparse) return SparseMethodText(s);
   std::string const mass = s.isMassDefinite ? "M is positive definite" : "M is not positive definite";
   std::string text = s.isStiffnessDefinite
                          ? (s.isMassDefinite ? "M and K are positive definite" : mass + ", K is")
@@ -299,13 +317,14 @@ void PrintModes(ModesOptions const& options, std::function<void(std::string cons
   int const order = std::max(k.Order(), m.Order());
   ORXSrvSparseMatrix const stiffness = SymmetricFormOf(k, order);
   ORXSrvSparseMatrix const mass = SymmetricFormOf(m, order);
+  if (options.explains) print(ExplainFactorization(stiffness, mass));
   ModalSolution const solution = [&] {
     Progress const progress(Format("solving the eigenproblem of order %d", order));
-    return SolveModes(stiffness, mass, options.count, k.symmetry.worstDifference);
+    return SolveModes(stiffness, mass, options.choice, k.symmetry.worstDifference);
   }();
 
   print(SourceText(k, order) + SourceText(m, order) + MethodText(solution) + ExceptionsText(solution) +
-        ModeNotesText(solution, options.count) + TableText(solution));
+        ModeNotesText(solution, options.choice.count) + TableText(solution));
   if (!shapes) return;
   shapes->Write(ShapesOf(solution, order));
   print(Note("shapes: " + options.shapesPath + ", rows by modes, scaled to |x^T M x| = 1"));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/numerics/ModalProblem.h"
 #include "tools/numerics/Symmetry.h"
 
 #include <functional>
@@ -10,7 +11,8 @@ namespace orx::tool {
 struct ModesOptions {
   std::string stiffnessPath;
   std::string massPath;
-  int count = 10;
+  ModeChoice choice;
+  bool explains = false;  ///< prints what the factorization takes, before it begins
   std::string shapesPath; ///< of a type by its extension, else triplets; empty: the shapes are not written
 };
 

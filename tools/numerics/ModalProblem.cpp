@@ -2,6 +2,7 @@
 
 #include "tools/numerics/DensePair.h"
 #include "tools/numerics/NullMotions.h"
+#include "tools/numerics/SparseModes.h"
 #include "tools/numerics/SymmetricForm.h"
 #include "tools/terminal/Memory.h"
 #include "tools/terminal/Text.h"
@@ -382,8 +383,8 @@ double Residual(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& m
 }
 
 /// Both matrices without empty unknowns.
-ModalSolution SolveFilled(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, int count,
-                          double stiffnessError) {
+ModalSolution SolveDense(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, int count,
+                         double stiffnessError) {
   RequireFits(stiffness.NumberOfRows(), AvailableMemory());
   std::vector<int> held = FindNullMotions(stiffness, mass);
   KeptUnknowns const free(stiffness.NumberOfRows(), held);
@@ -398,6 +399,21 @@ ModalSolution SolveFilled(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatri
   return solution;
 }
 
+/// Orders from which on the sparse solver is the faster one.
+constexpr int sparseOrder = 500;
+
+/// A negative mass on the diagonal: what the sparse solver does not take.
+bool HasNegativeMass(ORXSrvSparseMatrix const& mass) {
+  return std::ranges::any_of(DiagonalOf(mass), [](double value) { return value < 0.0; });
+}
+
+ModalSolution SolveFilled(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
+                          ModeChoice const& choice, double stiffnessError) {
+  bool const isSparse = choice.near || choice.interval || stiffness.NumberOfRows() >= sparseOrder;
+  if (isSparse && !HasNegativeMass(mass)) return SolveSparse(stiffness, mass, choice, stiffnessError);
+  return SolveDense(stiffness, mass, choice.count, stiffnessError);
+}
+
 } // namespace
 
 double Frequency(Mode const& mode) {
@@ -406,15 +422,15 @@ double Frequency(Mode const& mode) {
   return mode.eigenvalue < 0.0 ? -magnitude : magnitude;
 }
 
-ModalSolution SolveModes(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, int count,
-                         double stiffnessError) {
+ModalSolution SolveModes(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
+                         ModeChoice const& choice, double stiffnessError) {
   if (mass.FrobeniusNorm() == 0.0)
     throw ToolError(ExitCode::UnusableInput,
                     "M holds no value other than 0, so K x = lambda M x has no finite eigenvalue");
   std::vector<int> empty = EmptyUnknowns(stiffness, mass);
   KeptUnknowns const filled(stiffness.NumberOfRows(), empty);
   ModalSolution solution =
-      SolveFilled(Reduced(stiffness, filled), Reduced(mass, filled), count, stiffnessError);
+      SolveFilled(Reduced(stiffness, filled), Reduced(mass, filled), choice, stiffnessError);
   for (Mode& mode : solution.modes)
     mode.shape = filled.Expanded(mode.shape);
   for (int& unknown : solution.heldUnknowns)

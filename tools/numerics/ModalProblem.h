@@ -2,6 +2,9 @@
 
 #include "mtx/ORXSrvSparseMatrix.h"
 
+#include <cstdint>
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace orx::tool {
@@ -17,8 +20,26 @@ struct Mode {
   std::vector<double> shape; ///< |x^T M x| = 1, its largest component positive
 };
 
+/// Which modes are wanted.
+struct ModeChoice {
+  ModeChoice(int wanted = 10) : count(wanted) {}
+
+  int count;                                         ///< the lowest, or those nearest to `near`
+  std::optional<double> near;                        ///< Hz
+  std::optional<std::pair<double, double>> interval; ///< Hz; all modes in it, whatever their count
+  std::int64_t memory = 0;                           ///< bytes for the sparse solver; 0: its own choice
+};
+
+/// Eigenvalues between two shifts, counted by inertia.
+struct ModeCount {
+  double from, to;
+  int count;
+};
+
 /// What was found about a pair of matrices, and its lowest modes.
 struct ModalSolution {
+  bool isSparse = false; ///< found by the sparse solver, and certified; what follows is not looked for then
+  std::vector<ModeCount> counts; ///< of the sparse solver
   bool isStiffnessDefinite = false;
   bool isMassDefinite = false;
   std::vector<double> shifts;     ///< every sigma that a mode was found with, ascending
@@ -34,8 +55,9 @@ struct ModalSolution {
 /// magnitude; a rigid mode has 0.
 double Frequency(Mode const& mode);
 
-/// The lowest `count` modes of K x = lambda M x, both of one order, in symmetric form of the lower triangle,
-/// by the library's dense eigensolver. Always solved inside out,
+/// The modes of K x = lambda M x that are chosen, both of one order, in symmetric form of the lower triangle.
+/// From order 500 on, and for other modes than the lowest, by the sparse solver, see SolveSparse; else, and
+/// where M is indefinite, by the library's dense eigensolver. Always solved inside out,
 ///
 ///     M x = nu (K + sigma M) x,    lambda = 1 / nu - sigma,
 ///
@@ -66,7 +88,7 @@ double Frequency(Mode const& mode);
 /// `stiffnessError` is the relative error that the entries of K are known to have; it widens what counts as
 /// an eigenvalue of 0. What has no solution is a ToolError: M without a value other than 0, no definite
 /// combination, an order that does not fit into memory.
-ModalSolution SolveModes(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass, int count,
-                         double stiffnessError = 0.0);
+ModalSolution SolveModes(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
+                         ModeChoice const& choice, double stiffnessError = 0.0);
 
 } // namespace orx::tool

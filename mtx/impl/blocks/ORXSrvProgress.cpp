@@ -20,12 +20,13 @@ Host host;
 
 void ORXSrvProgress::Set(Function function, void* context) noexcept { host = {function, context}; }
 
-void BlockProgress::BlockDone() {
-  ++m_done;
+void ORXSrvProgress::Report(char const* operation, std::int64_t done, std::int64_t total) {
   if (host.function == nullptr) return;
-  bool const goesOn = host.function(host.context, m_operation, m_done, m_total);
-  if (!goesOn && m_done < m_total) ORXSrvMtxStopped(m_operation, m_done, m_total).Throw(sourceFile, __LINE__);
+  bool const goesOn = host.function(host.context, operation, done, total);
+  if (!goesOn && done < total) ORXSrvMtxStopped(operation, done, total).Throw(sourceFile, __LINE__);
 }
+
+void BlockProgress::BlockDone() { ORXSrvProgress::Report(m_operation, ++m_done, m_total); }
 
 ORXSrvMtxStopped::ORXSrvMtxStopped(char const* operation, std::int64_t done, std::int64_t total)
     : m_operation(operation), m_done(done), m_total(total) {}

@@ -1,0 +1,312 @@
+#include "solve/impl/BlockLanczos.h"
+
+#include "blac/BLAC.h"
+#include "solve/ORXSrvSolveError.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+namespace orx {
+
+namespace {
+
+constexpr int usualWidth = 8; ///< one pass over the factor and over M serves so many vectors
+constexpr double tolerance = 1e-10;
+constexpr double epsilon = std::numeric_limits<double>::epsilon();
+/// A residual, by the terms that it is summed from, that a shape without alien motions does not have.
+constexpr double pureResidual = 1e-9;
+/// Values within this share of each other have vectors that may be turned within their space.
+constexpr double closeness = 1e-6;
+/// A new direction shorter than this share of the vectors that it was made of is rounding errors.
+constexpr double leastDirection = 1e-13;
+/// A square of a length below minus this share of the others is no rounding error.
+constexpr double mostNegative = 1e-9;
+
+[[noreturn]] void RaiseIndefiniteMass() {
+  ORXSrvSolveError(ORXSrvSolveError::indefiniteMass,
+                   "ORXSrvModes: M is indefinite, x^T M x < 0 for some x; expected no negative mass.")
+      .Throw("solve/impl/BlockLanczos.cpp", __LINE__);
+}
+
+/// c = alpha * op(a) * b + beta * c; the result is m x n.
+void Multiply(char const* transA, int m, int n, int k, double alpha, double const* a, int lda,
+              double const* b, int ldb, double beta, double* c, int ldc) {
+  if (m > 0 && n > 0) BLAC_DGEMM(transA, "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
+}
+
+/// All eigenvalues, ascending, of a symmetric matrix of order n without gaps; the vectors replace it.
+std::vector<double> SolveSymmetric(std::vector<double>& a, int n) {
+  std::vector<double> values(static_cast<std::size_t>(n));
+  double best = 0.0;
+  int query = -1, info = 0;
+  BLAC_DSYEV("V", "U", &n, a.data(), &n, values.data(), &best, &query, &info);
+  int const size = static_cast<int>(best);
+  std::vector<double> work(static_cast<std::size_t>(size));
+  BLAC_DSYEV("V", "U", &n, a.data(), &n, values.data(), work.data(), &size, &info);
+  if (info != 0)
+    ORXSrvSolveError(ORXSrvSolveError::engineFailed,
+                     "ORXSrvModes: the projected eigenproblem did not converge.")
+        .Throw("solve/impl/BlockLanczos.cpp", __LINE__);
+  return values;
+}
+
+/// Of components as large as each other to rounding, as symmetric structures have, the first decides.
+double SignOfLargest(double const* x, int count) {
+  double largest = 0.0;
+  for (int i = 0; i < count; ++i)
+    largest = std::max(largest, std::abs(x[i]));
+  double const* const decisive =
+      std::find_if(x, x + count, [=](double value) { return std::abs(value) >= (1.0 - 1e-6) * largest; });
+  return *decisive < 0.0 ? -1.0 : 1.0;
+}
+
+} // namespace
+
+BlockLanczos::BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, int mostVectors)
+    : m_pencil(pencil), m_shift(shift), m_known(known), m_order(pencil.Order()),
+      m_width(std::min(usualWidth, pencil.Order())), m_capacity(std::max(mostVectors, 4 * m_width)),
+      m_vectors(mem_MakeArray<double>(std::int64_t{m_order} * m_capacity)),
+      m_massTimes(mem_MakeArray<double>(std::int64_t{m_order} * m_width)),
+      m_t(static_cast<std::size_t>(m_capacity) * m_capacity, 0.0) {}
+
+void BlockLanczos::Apply(double* x, int count) {
+  m_pencil.MultiplyByMass(x, count, m_massTimes.get());
+  std::copy_n(m_massTimes.get(), std::int64_t{m_order} * count, x);
+  m_pencil.Solve(x, count);
+}
+
+void BlockLanczos::Orthogonalize(int count, double* t) {
+  double* const block = Column(m_size);
+  std::vector<double> coefficients(static_cast<std::size_t>(m_size) * count);
+  for (int pass = 0; pass < 2; ++pass) {
+    m_pencil.MultiplyByMass(block, count, m_massTimes.get());
+    for (FoundMode const& mode : m_known)
+      for (int v = 0; v < count; ++v) {
+        double* const x = block + std::int64_t{v} * m_order;
+        double const* const massTimes = m_massTimes.get() + std::int64_t{v} * m_order;
+        double const c = std::inner_product(mode.shape.begin(), mode.shape.end(), massTimes, 0.0);
+        for (int i = 0; i < m_order; ++i)
+          x[i] -= c * mode.shape[i];
+      }
+    Multiply("T", m_size, count, m_order, 1.0, m_vectors.get(), m_order, m_massTimes.get(), m_order, 0.0,
+             coefficients.data(), std::max(m_size, 1));
+    Multiply("N", m_order, count, m_size, -1.0, m_vectors.get(), m_order, coefficients.data(),
+             std::max(m_size, 1), 1.0, block, m_order);
+    if (t == nullptr) continue;
+    for (int v = 0; v < count; ++v)
+      for (int i = 0; i < m_size; ++i)
+        t[std::int64_t{v} * m_capacity + i] += coefficients[static_cast<std::size_t>(v) * m_size + i];
+  }
+}
+
+int BlockLanczos::Orthonormalize(int count, std::vector<double>& r) {
+  double* const block = Column(m_size);
+  double* const massTimes = m_massTimes.get();
+  m_pencil.MultiplyByMass(block, count, massTimes);
+  auto const dot = [&](double const* x, double const* y) {
+    return std::inner_product(x, x + m_order, y, 0.0);
+  };
+  auto const column = [&](double* first, int index) { return first + std::int64_t{index} * m_order; };
+  double longest = 0.0;
+  for (int v = 0; v < count; ++v)
+    longest = std::max(longest, std::abs(dot(column(block, v), column(massTimes, v))));
+  longest = std::sqrt(longest);
+  std::vector<double> coefficients(static_cast<std::size_t>(count) * count, 0.0);
+  int rank = 0;
+  for (int v = 0; v < count; ++v) {
+    // The new vector and M times it go through the same steps, which saves products with M.
+    double *const x = column(block, v), *const mx = column(massTimes, v);
+    double* const c = coefficients.data() + static_cast<std::size_t>(v) * count;
+    for (int pass = 0; pass < 2; ++pass)
+      for (int k = 0; k < rank; ++k) {
+        double const share = dot(column(block, k), mx);
+        c[k] += share;
+        for (int i = 0; i < m_order; ++i) {
+          x[i] -= share * column(block, k)[i];
+          mx[i] -= share * column(massTimes, k)[i];
+        }
+      }
+    double const square = dot(x, mx);
+    if (square < -mostNegative * longest * longest) RaiseIndefiniteMass();
+    double const length = std::sqrt(std::max(square, 0.0));
+    if (!(length > leastDirection * longest)) continue;
+    c[rank] = length;
+    for (int i = 0; i < m_order; ++i) {
+      column(block, rank)[i] = x[i] / length;
+      column(massTimes, rank)[i] = mx[i] / length;
+    }
+    ++rank;
+  }
+  r.assign(static_cast<std::size_t>(rank) * count, 0.0);
+  for (int v = 0; v < count; ++v)
+    std::copy_n(coefficients.data() + static_cast<std::size_t>(v) * count, rank,
+                r.data() + static_cast<std::size_t>(v) * rank);
+  return rank;
+}
+
+int BlockLanczos::AddRandomDirections(int first, int count) {
+  // The columns that are there count as part of Q meanwhile.
+  int const size = m_size;
+  m_size += first;
+  std::uniform_real_distribution<double> distribution(-1.0, 1.0);
+  std::generate_n(Column(m_size), std::int64_t{m_order} * count, [&] { return distribution(m_generator); });
+  Apply(Column(m_size), count);
+  std::vector<double> ignored;
+  int added = Orthonormalize(count, ignored);
+  if (added > 0) {
+    Orthogonalize(added, nullptr);
+    // What is left of vectors of length 1: nothing but rounding errors where Q holds all motions with mass.
+    m_pencil.MultiplyByMass(Column(m_size), added, m_massTimes.get());
+    double longest = 0.0;
+    for (std::int64_t v = 0; v < added; ++v)
+      longest = std::max(longest, std::inner_product(Column(m_size + static_cast<int>(v)),
+                                                     Column(m_size + static_cast<int>(v)) + m_order,
+                                                     m_massTimes.get() + v * m_order, 0.0));
+    added = longest > 1e-16 ? Orthonormalize(added, ignored) : 0;
+  }
+  if (added > 0) {
+    Orthogonalize(added, nullptr);
+    added = Orthonormalize(added, ignored);
+  }
+  m_size = size;
+  return added;
+}
+
+void BlockLanczos::Start() {
+  m_next = AddRandomDirections(0, m_width);
+  m_isExhausted = m_next == 0;
+}
+
+bool BlockLanczos::Extend() {
+  if (m_size == 0 && m_next == 0) Start();
+  if (m_isExhausted || IsFull()) return false;
+  m_last = m_next;
+  m_size += m_next;
+  std::copy_n(Column(m_size - m_last), std::int64_t{m_order} * m_last, Column(m_size));
+  Apply(Column(m_size), m_last);
+  double* const t = m_t.data() + std::int64_t{m_size - m_last} * m_capacity;
+  Orthogonalize(m_last, t);
+  double largest = 0.0;
+  for (std::int64_t v = 0; v < m_last; ++v)
+    for (int i = 0; i < m_size; ++i)
+      largest = std::max(largest, std::abs(t[v * m_capacity + i]));
+
+  std::vector<double> first, second;
+  m_next = Orthonormalize(m_last, first);
+  double remains = 0.0;
+  for (double const value : first)
+    remains = std::max(remains, std::abs(value));
+  if (remains <= leastDirection * largest) m_next = 0;
+  if (m_next > 0) {
+    int const before = m_next;
+    Orthogonalize(before, nullptr);
+    m_next = Orthonormalize(before, second);
+    m_r.assign(static_cast<std::size_t>(m_next) * m_last, 0.0);
+    Multiply("N", m_next, m_last, before, 1.0, second.data(), m_next, first.data(), before, 0.0, m_r.data(),
+             m_next);
+  } else {
+    m_r.clear();
+  }
+  int const rank = m_next; // R has that many rows
+  if (m_next < m_width && !IsFull()) {
+    m_next += AddRandomDirections(m_next, m_width - m_next);
+    std::vector<double> padded(static_cast<std::size_t>(m_next) * m_last, 0.0);
+    for (int j = 0; j < m_last; ++j)
+      std::copy_n(m_r.data() + static_cast<std::size_t>(j) * rank, rank,
+                  padded.data() + static_cast<std::size_t>(j) * m_next);
+    m_r = std::move(padded);
+  }
+  m_isExhausted = m_next == 0;
+  constexpr int looksPerDoubling = 16;
+  if (m_isExhausted || IsFull() || m_size - m_checkedSize >= m_checkedSize / looksPerDoubling)
+    FindRitzValues();
+  return true;
+}
+
+void BlockLanczos::FindRitzValues() {
+  m_checkedSize = m_size;
+  auto const size = static_cast<std::size_t>(m_size);
+  std::vector<double> t(size * size);
+  for (std::size_t j = 0; j < size; ++j)
+    for (std::size_t i = 0; i <= j; ++i)
+      t[j * size + i] = m_t[j * m_capacity + i];
+  std::vector<double> const thetas = SolveSymmetric(t, m_size);
+  std::vector<int> order(size);
+  std::iota(order.begin(), order.end(), 0);
+  std::ranges::stable_sort(order, std::greater{}, [&](int k) { return std::abs(thetas[k]); });
+  m_ritzVectors.resize(size * size);
+  m_values.clear();
+  std::vector<double> rest(static_cast<std::size_t>(m_next));
+  for (std::size_t k = 0; k < size; ++k) {
+    double const* const s = t.data() + order[k] * size;
+    std::copy_n(s, size, m_ritzVectors.data() + k * size);
+    Multiply("N", m_next, 1, m_last, 1.0, m_r.data(), std::max(m_next, 1), s + (m_size - m_last), m_last, 0.0,
+             rest.data(), std::max(m_next, 1));
+    double const residual = std::sqrt(std::inner_product(rest.begin(), rest.end(), rest.begin(), 0.0));
+    double const theta = thetas[order[k]];
+    m_values.push_back({theta, residual, residual <= tolerance * std::abs(theta)});
+  }
+}
+
+double BlockLanczos::ErrorOf(std::size_t index) const {
+  RitzValue const& value = m_values[index];
+  // Values that cannot be told apart count as one.
+  double const near = closeness * std::abs(value.theta);
+  double squares = 0.0, gap = std::abs(value.theta);
+  for (RitzValue const& other : m_values) {
+    double const distance = std::abs(other.theta - value.theta);
+    if (distance <= near) {
+      squares += other.residual * other.residual;
+    } else {
+      gap = std::min(gap, distance - other.residual);
+    }
+  }
+  return gap > 0.0 ? std::min(value.residual, squares / gap) : value.residual;
+}
+
+std::vector<FoundMode> BlockLanczos::MakeModes() {
+  std::vector<double> weights, lambdas, errors, roundings; // weights: columns of Q's coefficients
+  double const rounding = m_values.empty() ? 0.0 : 4 * epsilon * std::abs(m_values.front().theta);
+  for (std::size_t k = 0; k < m_values.size(); ++k) {
+    RitzValue const& value = m_values[k];
+    if (!value.isConverged) continue;
+    auto const first = m_ritzVectors.begin() + static_cast<std::ptrdiff_t>(k) * m_size;
+    weights.insert(weights.end(), first, first + m_size);
+    lambdas.push_back(Lambda(static_cast<int>(k)));
+    errors.push_back(ErrorOf(k) / (value.theta * value.theta));
+    roundings.push_back(rounding / (value.theta * value.theta));
+  }
+  int const count = static_cast<int>(lambdas.size());
+  mem_Array<double> const shapes = mem_MakeArray<double>(std::int64_t{m_order} * count);
+  Multiply("N", m_order, count, m_size, 1.0, m_vectors.get(), m_order, weights.data(), m_size, 0.0,
+           shapes.get(), m_order);
+  std::vector<ModeQuality> quality = m_pencil.Measure(lambdas, shapes.get());
+  bool const isPure =
+      std::ranges::all_of(quality, [](ModeQuality const& mode) { return mode.residual <= pureResidual; });
+  for (int first = 0; first < count && !isPure; first += m_width)
+    Apply(shapes.get() + std::int64_t{first} * m_order, std::min(m_width, count - first));
+  if (!isPure) quality = m_pencil.Measure(lambdas, shapes.get());
+
+  std::vector<FoundMode> modes;
+  for (int k = 0; k < count; ++k) {
+    double const* const shape = shapes.get() + std::int64_t{k} * m_order;
+    m_pencil.MultiplyByMass(shape, 1, m_massTimes.get());
+    double const length = std::sqrt(std::inner_product(shape, shape + m_order, m_massTimes.get(), 0.0));
+    double const scale = SignOfLargest(shape, m_order) / length;
+    auto const mode = static_cast<std::size_t>(k);
+    // The operator knows the lowest eigenvalues best, the Rayleigh quotient those far above them.
+    double const square = length * length;
+    double const ofQuotient = 4 * epsilon * quality[mode].defectTerms / square;
+    bool const isQuotientBetter = ofQuotient < roundings[mode];
+    double const lambda = lambdas[mode] + (isQuotientBetter ? quality[mode].defect / square : 0.0);
+    double const error = errors[mode] + std::min(ofQuotient, roundings[mode]);
+    modes.push_back({lambda, error, quality[mode], {shape, shape + m_order}});
+    for (double& x : modes.back().shape)
+      x *= scale;
+  }
+  return modes;
+}
+
+} // namespace orx

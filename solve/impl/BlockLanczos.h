@@ -1,0 +1,91 @@
+#pragma once
+
+#include "core/mem_Allocator.h"
+#include "solve/impl/Pencil.h"
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+namespace orx {
+
+/// An approximate eigenvalue of the shifted and inverted operator (K - shift M)^-1 M.
+struct RitzValue {
+  double theta;    ///< 1 / (lambda - shift)
+  double residual; ///< ||(K - shift M)^-1 M x - theta x|| in the norm of M, x of norm 1
+  bool isConverged;
+};
+
+/// A mode that was found.
+struct FoundMode {
+  double lambda;
+  double error; ///< bound of the error of lambda
+  ModeQuality quality;
+  std::vector<double> shape;
+};
+
+/// Block Lanczos for the factorization that the pencil has now, orthogonal in the inner product of M to all
+/// vectors before and to modes that are known:
+///
+///     (K - shift M)^-1 M Q = Q T + next R [0 ... 0 I],   Q^T M Q = I
+class BlockLanczos {
+public:
+  /// `known` modes are lent. Vectors are at most `mostVectors`.
+  BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, int mostVectors);
+
+  /// Adds a block and finds the Ritz values. Returns false when there is no further direction, or no memory
+  /// for one.
+  bool Extend();
+  bool IsFull() const noexcept { return m_size + m_next + m_width > m_capacity; }
+  /// True when the vectors span all motions with mass, so that no mode is left.
+  bool IsExhausted() const noexcept { return m_isExhausted; }
+  /// True when Values are those of all vectors: they are not looked for after each block.
+  bool HasValues() const noexcept { return m_checkedSize == m_size && m_size > 0; }
+  /// Largest |theta| first.
+  std::vector<RitzValue> const& Values() const noexcept { return m_values; }
+  double Lambda(int index) const { return m_shift + 1.0 / m_values[index].theta; }
+  /// The modes of the converged values, if HasValues. Where M is singular, shapes are purified of motions
+  /// without mass by another step of the operator (Ericsson, Ruhe 1980).
+  std::vector<FoundMode> MakeModes();
+
+private:
+  double* Column(int index) noexcept { return m_vectors.get() + std::int64_t{index} * m_order; }
+  double const* Column(int index) const noexcept { return m_vectors.get() + std::int64_t{index} * m_order; }
+  /// Replaces vectors x by (K - shift M)^-1 M x.
+  void Apply(double* x, int count);
+  /// Makes the columns behind Q orthogonal to the known modes and to Q, and adds the coefficients of Q to
+  /// `t`, which may be null, with m_capacity as its leading dimension.
+  void Orthogonalize(int count, double* t);
+  /// Makes the columns behind Q orthonormal: old columns = new columns * r. Returns the number of new
+  /// columns: those of which nothing but rounding errors is left are dropped.
+  int Orthonormalize(int count, std::vector<double>& r);
+  /// Puts up to `count` new directions behind the columns first ... that the next block has. Returns their
+  /// number.
+  int AddRandomDirections(int first, int count);
+  void Start();
+  void FindRitzValues();
+  /// Bound of the error of a value: its residual, or where others are far enough its square by their distance
+  /// (Kato, Temple; Parlett 1980, 11.7).
+  double ErrorOf(std::size_t index) const;
+
+  Pencil& m_pencil;
+  double m_shift;
+  std::vector<FoundMode> const& m_known;
+  int m_order;    ///< unknowns
+  int m_width;    ///< columns of a block
+  int m_capacity; ///< columns of m_vectors
+  int m_size = 0; ///< columns of Q
+  int m_last = 0; ///< of these in the last block
+  int m_next = 0; ///< columns of the next block
+  bool m_isExhausted = false;
+  mem_Array<double> m_vectors;       ///< Q and behind it the next block, column-major
+  mem_Array<double> m_massTimes;     ///< M times a block
+  std::vector<double> m_t;           ///< T, column-major, leading dimension m_capacity
+  std::vector<double> m_r;           ///< R, m_next x m_last
+  std::vector<double> m_ritzVectors; ///< m_size x m_size, a column for each of m_values
+  std::vector<RitzValue> m_values;
+  int m_checkedSize = 0; ///< columns of Q at the last look for Ritz values
+  std::mt19937_64 m_generator{1};
+};
+
+} // namespace orx

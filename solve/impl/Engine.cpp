@@ -1,0 +1,214 @@
+#include "solve/impl/Engine.h"
+
+#include "core/mem_Allocator.h"
+#include "solve/ORXSrvSolveError.h"
+#include "solve/impl/ScratchFolder.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <dmumps_c.h>
+#include <optional>
+#include <scotch.h>
+
+namespace orx {
+
+namespace {
+
+// Names for the elements of MUMPS's control and information arrays, as its users' guide numbers them.
+
+enum Job { begin = -1, end = -2, analyse = 1, factorize = 2, solve = 3 };
+
+MUMPS_INT& Control(DMUMPS_STRUC_C& id, int number) { return id.icntl[number - 1]; }
+MUMPS_INT Info(DMUMPS_STRUC_C const& id, int number) { return id.infog[number - 1]; }
+
+/// A number of entries; MUMPS gives large ones in millions, with a minus sign.
+std::int64_t Count(MUMPS_INT info) { return info >= 0 ? info : -std::int64_t{1000000} * info; }
+
+constexpr std::int64_t megabyte = 1000000;
+constexpr int usualSlack = 30; ///< percent of workspace beyond the estimate, for delayed pivots
+/// A pivot below this share of the largest entry, after scaling, is zero to rounding.
+constexpr double nullPivot = 1e-10;
+
+extern "C" void dgetrf_(int const* m, int const* n, double* a, int const* lda, int* pivots, int* info);
+
+/// Makes the engine's BLAS take the memory into which it packs matrices, 128 MB of address space, once: it
+/// asks forever when the system does not have it. Raises mem_OutOfMemory then.
+void RequireBlasMemory() {
+  static bool isTaken = false;
+  if (isTaken) return;
+  mem_MakeArray<char>(std::int64_t{136} << 20).reset();
+  int const n = 1;
+  double a = 1.0;
+  int pivot = 0, info = 0;
+  dgetrf_(&n, &n, &a, &n, &pivot, &info);
+  isTaken = true;
+}
+
+std::string Megabytes(std::int64_t bytes) {
+  return std::to_string((bytes + megabyte - 1) / megabyte) + " MB";
+}
+
+[[noreturn]] void Raise(ORXSrvSolveError::Cause cause, std::string const& text, int line) {
+  ORXSrvSolveError(cause, text.c_str()).Throw("solve/impl/Engine.cpp", line);
+}
+
+} // namespace
+
+/// While it lives, SCOTCH does without threads of its own: with them orderings differ from run to run. It
+/// asks the environment, and nobody else reads it meanwhile: all calls into the library come from one thread.
+class OneThread {
+public:
+  OneThread() {
+    if (char const* const value = std::getenv(name)) m_before = value;
+    setenv(name, "1", 1);
+  }
+  OneThread(OneThread const&) = delete;
+  OneThread& operator=(OneThread const&) = delete;
+  ~OneThread() {
+    if (m_before) {
+      setenv(name, m_before->c_str(), 1);
+    } else {
+      unsetenv(name);
+    }
+  }
+
+private:
+  static constexpr char name[] = "SCOTCH_PTHREAD_NUMBER";
+  std::optional<std::string> m_before;
+};
+
+struct Engine::State {
+  DMUMPS_STRUC_C id{};
+  RowGroups groups;
+  EngineEstimate estimate{};
+  std::unique_ptr<ScratchFolder> folder; ///< while a factor is on disk
+
+  explicit State(bool isSymmetric) {
+    id.par = 1;
+    id.sym = isSymmetric ? 2 : 0;
+    id.comm_fortran = -987654; // MPI_COMM_WORLD
+    Run(begin);
+  }
+  State(State const&) = delete;
+  State& operator=(State const&) = delete;
+  ~State() { Run(end); }
+
+  void Run(Job job) {
+    id.job = job;
+    dmumps_c(&id);
+  }
+  bool HasFailed() const { return Info(id, 1) < 0; }
+  /// Raises the error for what the last job has returned.
+  [[noreturn]] void RaiseFailure(char const* what, std::string const& where);
+};
+
+void Engine::State::RaiseFailure(char const* what, std::string const& where) {
+  int const code = Info(id, 1), detail = Info(id, 2);
+  constexpr int outOfMemory[] = {-5, -7, -13};
+  if (std::ranges::find(outOfMemory, code) != std::end(outOfMemory))
+    throw mem_OutOfMemory(static_cast<std::size_t>(Count(detail)) * sizeof(double));
+  if (code == -90)
+    Raise(ORXSrvSolveError::onDisk,
+          std::string(what) + ": the factor cannot be written to " + where + ". Is the disk full?", __LINE__);
+  Raise(ORXSrvSolveError::engineFailed,
+        std::string(what) + ": MUMPS ended with code " + std::to_string(code) + ", " +
+            std::to_string(detail) + ".",
+        __LINE__);
+}
+
+Engine::Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots) {
+  RequireBlasMemory();
+  m_state = std::make_unique<State>(matrix.IsSymmetric());
+  State& state = *m_state;
+  DMUMPS_STRUC_C& id = state.id;
+  if (state.HasFailed()) state.RaiseFailure("ORXSrvSparseFactor::Analyse", {});
+  for (int const messages : {1, 2, 3, 4})
+    Control(id, messages) = 0; // no printing
+  Control(id, 7) = 3;          // SCOTCH
+  Control(id, 24) = zeroPivots == ZeroPivots::AreSetAside ? 1 : 0;
+  id.cntl[2] = nullPivot;
+  id.n = matrix.Order();
+  id.nnz = matrix.Entries();
+  id.irn = const_cast<int*>(matrix.Rows().data()); // read only
+  id.jcn = const_cast<int*>(matrix.Columns().data());
+  id.a = const_cast<double*>(matrix.Values().data());
+  // With zeros on the diagonal MUMPS looks for pairs of unknowns that make good pivots, from the values.
+  if (!matrix.HasZeroOnDiagonal()) {
+    Control(id, 6) = 0;
+    Control(id, 12) = 1;
+    state.groups = FindRowGroups(matrix);
+    if (!state.groups.pointers.empty()) {
+      Control(id, 15) = 1;
+      id.nblk = static_cast<int>(state.groups.pointers.size()) - 1;
+      id.blkptr = state.groups.pointers.data();
+      id.blkvar = state.groups.unknowns.data();
+    }
+  }
+  {
+    OneThread const oneThread;
+    SCOTCH_randomSeed(1);
+    state.Run(analyse);
+  }
+  if (state.HasFailed()) state.RaiseFailure("ORXSrvSparseFactor::Analyse", {});
+  state.estimate = {Count(Info(id, 20)), Info(id, 17) * megabyte, Info(id, 27) * megabyte, id.rinfog[0]};
+}
+
+Engine::~Engine() = default;
+
+EngineEstimate const& Engine::Estimate() const noexcept { return m_state->estimate; }
+
+EngineFacts Engine::Factorize(ShiftedMatrix const& matrix, EngineLimits const& limits) {
+  std::optional<EngineFacts> facts = TryFactorize(matrix, limits);
+  if (!facts) m_state->RaiseFailure("ORXSrvSparseFactor::Factorize", {});
+  return *std::move(facts);
+}
+
+std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, EngineLimits const& limits) {
+  State& state = *m_state;
+  DMUMPS_STRUC_C& id = state.id;
+  bool const isOnDisk = state.estimate.bytes > limits.bytes;
+  if (isOnDisk && state.estimate.bytesOnDisk > limits.bytes)
+    Raise(ORXSrvSolveError::beyondBudget,
+          "ORXSrvSparseFactor::Factorize: the factorization needs " + Megabytes(state.estimate.bytes) +
+              " of memory, or " + Megabytes(state.estimate.bytesOnDisk) +
+              " with the factor on disk; the budget is " + Megabytes(limits.bytes) + ".",
+          __LINE__);
+  Control(id, 22) = isOnDisk ? 1 : 0;
+  state.folder.reset();
+  if (isOnDisk) {
+    state.folder = std::make_unique<ScratchFolder>(limits.folder);
+    std::snprintf(id.ooc_tmpdir, sizeof id.ooc_tmpdir, "%s", state.folder->Path().c_str());
+    std::snprintf(id.ooc_prefix, sizeof id.ooc_prefix, "factor");
+  }
+  id.irn = const_cast<int*>(matrix.Rows().data());
+  id.jcn = const_cast<int*>(matrix.Columns().data());
+  id.a = const_cast<double*>(matrix.Values().data());
+  constexpr int workspaceTooSmall[] = {-8, -9, -14, -15, -17, -18, -20};
+  for (int slack = usualSlack; slack <= 1000; slack *= 3) {
+    Control(id, 14) = slack;
+    state.Run(factorize);
+    if (std::ranges::find(workspaceTooSmall, Info(id, 1)) == std::end(workspaceTooSmall)) break;
+  }
+  constexpr int singular = -10;
+  if (Info(id, 1) == singular) return {};
+  if (state.HasFailed()) state.RaiseFailure("ORXSrvSparseFactor::Factorize", limits.folder);
+  EngineFacts facts{Count(Info(id, 29)), Info(id, 22) * megabyte, isOnDisk, Info(id, 12), Info(id, 13), {}};
+  for (int k = 0; k < Info(id, 28); ++k)
+    facts.nullUnknowns.push_back(id.pivnul_list[k] - 1);
+  std::ranges::sort(facts.nullUnknowns);
+  return facts;
+}
+
+void Engine::Solve(double* x, int count, int group) {
+  DMUMPS_STRUC_C& id = m_state->id;
+  Control(id, 27) = group;
+  id.rhs = x;
+  id.nrhs = count;
+  id.lrhs = id.n;
+  m_state->Run(solve);
+  if (m_state->HasFailed())
+    m_state->RaiseFailure("ORXSrvSparseFactor::Solve", m_state->folder ? m_state->folder->Path() : "");
+}
+
+} // namespace orx

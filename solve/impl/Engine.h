@@ -1,0 +1,57 @@
+#pragma once
+
+#include "solve/impl/ShiftedMatrix.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orx {
+
+/// What the engine may use, see ORXSrvSparseFactor.
+struct EngineLimits {
+  std::int64_t bytes;
+  std::string folder; ///< for factors on disk
+};
+
+struct EngineEstimate {
+  std::int64_t entries, bytes, bytesOnDisk;
+  double operations;
+};
+
+struct EngineFacts {
+  std::int64_t entries, bytes;
+  bool isOnDisk;
+  int negative, delayed;
+  std::vector<int> nullUnknowns; ///< zero-based, ascending
+};
+
+/// The direct solver for one pattern. The only place that knows MUMPS. Errors are ORXSrvSolveError and
+/// mem_OutOfMemory.
+class Engine {
+public:
+  enum class ZeroPivots { AreSetAside, AreErrors };
+
+  /// Orders the unknowns of `matrix`, which is lent for the call.
+  Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots);
+  Engine(Engine const&) = delete;
+  Engine& operator=(Engine const&) = delete;
+  ~Engine();
+
+  EngineEstimate const& Estimate() const noexcept;
+  /// Factorizes `matrix`, which has the pattern of the analysed one and is lent for the call.
+  EngineFacts Factorize(ShiftedMatrix const& matrix, EngineLimits const& limits);
+  /// Does the same, but returns nothing for a matrix that has a pivot of exactly zero.
+  std::optional<EngineFacts> TryFactorize(ShiftedMatrix const& matrix, EngineLimits const& limits);
+  /// Replaces `count` right-hand sides by the solutions, `group` of them at a time. Components of null
+  /// unknowns are zero.
+  void Solve(double* x, int count, int group);
+
+private:
+  struct State;
+  std::unique_ptr<State> m_state;
+};
+
+} // namespace orx

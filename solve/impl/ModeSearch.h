@@ -1,0 +1,78 @@
+#pragma once
+
+#include "solve/impl/BlockLanczos.h"
+
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace orx {
+
+/// Finds modes by Lanczos at as many shifts as are needed, and counts them by inertia: between two shifts
+/// there are as many eigenvalues as the negative pivots of the factorizations there differ by.
+class ModeSearch {
+public:
+  ModeSearch(Pencil& pencil, EngineLimits limits, bool isCertified)
+      : m_pencil(pencil), m_limits(std::move(limits)), m_isCertified(isCertified) {}
+
+  // Each leaves more modes than asked for in Modes: those that were found on the way. Returns the bounds
+  // between which all modes are found; when certified, counted.
+
+  struct Range {
+    double from, to;
+    bool isComplete; ///< found as many as counted, or not certified
+  };
+  Range FindLowest(int count);
+  Range FindNear(double lambda, int count);
+  Range FindBetween(double from, double to);
+
+  /// Ascending.
+  std::vector<FoundMode> const& Modes() const noexcept { return m_modes; }
+  /// Eigenvalues below each shift.
+  std::map<double, int> const& Counts() const noexcept { return m_counts; }
+  std::vector<double> const& Shifts() const noexcept { return m_shifts; }
+  int FoundBetween(double from, double to) const;
+
+private:
+  /// What is known around the current shift while Lanczos goes on.
+  struct Neighbourhood {
+    std::vector<double> lambdas; ///< modes that were found before, and converged values; ascending
+    double reach;                ///< every eigenvalue nearer to the shift is among them
+    double seen; ///< distance of the farthest new value that has converged, all nearer ones too
+    int below;   ///< of lambdas, below the shift
+  };
+
+  void FactorizeAt(double shift, Pencil::Side side);
+  /// Factorizes below all modes of a positive semidefinite K. Of a free body the elastic modes are so far
+  /// above the first shift that rounding errors of the rigid ones would cover them: then nearer to the
+  /// elastic ones.
+  void FactorizeBelowAll();
+  /// Extends Lanczos at the current shift until isDone(neighbourhood), and keeps the converged modes. Returns
+  /// true when there is nothing more to find.
+  template<class IsDone>
+  bool Explore(int expected, IsDone isDone);
+  Neighbourhood Look(BlockLanczos const& lanczos) const;
+  void Keep(BlockLanczos& lanczos);
+  /// Finds what is missing between two shifts that were factorized; `from` may be -infinity. Returns false
+  /// when it gives up.
+  bool Complete(double from, double to, int depth);
+  /// A shift in a gap above at least `count` modes, all of which are known; nothing if there is none yet.
+  std::optional<double> FindCut(Neighbourhood const& around, int count) const;
+  /// A distance from the current shift, in a gap on both sides, within which at least `count` modes are
+  /// known.
+  std::optional<double> FindRadius(Neighbourhood const& around, int count) const;
+  /// The end of a search for the lowest modes that lies within a mode which is there very often.
+  std::optional<Range> EndInCluster(int count);
+  int CountBelow(double shift) const;
+  int BasisSize(int expected) const;
+
+  Pencil& m_pencil;
+  EngineLimits m_limits;
+  bool m_isCertified;
+  ShiftFacts m_current;
+  std::vector<FoundMode> m_modes;
+  std::map<double, int> m_counts;
+  std::vector<double> m_shifts;
+};
+
+} // namespace orx

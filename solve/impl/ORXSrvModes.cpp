@@ -1,0 +1,215 @@
+#include "solve/ORXSrvModes.h"
+
+#include "mtx/ORXSrvDenseMatrix.h"
+#include "mtx/ORXSrvMatrix.h"
+#include "mtx/ORXSrvSparseMatrix.h"
+#include "solve/ORXSrvSolveError.h"
+#include "solve/impl/ModeSearch.h"
+#include "solve/impl/Pencil.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <optional>
+#include <string>
+
+using namespace orx;
+
+namespace {
+
+constexpr char sourceFile[] = "solve/impl/ORXSrvModes.cpp";
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+/// x^T K x below this share of the terms that it is summed from is the strain of a rigid motion.
+constexpr double rigidStrain = 1e-13;
+
+[[noreturn]] void Raise(ORXSrvSolveError::Cause cause, std::string const& text, int line) {
+  ORXSrvSolveError(cause, ("ORXSrvModes: " + text).c_str()).Throw(sourceFile, line);
+}
+
+double FrequencyOf(double lambda) {
+  return std::copysign(std::sqrt(std::abs(lambda)) / (2 * std::numbers::pi), lambda);
+}
+
+double EigenvalueOf(double frequency) {
+  double const omega = 2 * std::numbers::pi * frequency;
+  return std::copysign(omega * omega, frequency);
+}
+
+void RequireCount(int count) {
+  if (count < 1) Raise(ORXSrvSolveError::illegalInput, std::to_string(count) + " modes asked for.", __LINE__);
+}
+
+ORXSrvMode Describe(FoundMode const& found) {
+  return {found.lambda,           FrequencyOf(found.lambda), found.error,
+          found.quality.residual, found.quality.strainShare, found.quality.strainShare <= rigidStrain};
+}
+
+} // namespace
+
+struct ORXSrvModes::State {
+  Pencil pencil;
+  std::int64_t memory = 0; ///< 0: the default
+  std::string folder;
+  bool isWanted = true; ///< certification
+  bool isCertified = false;
+  std::vector<ORXSrvMode> modes;
+  std::vector<FoundMode> found; ///< as many as modes
+  std::vector<ORXSrvModeCount> counts;
+  std::vector<double> shifts;
+
+  State(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : pencil(k, m) {}
+
+  EngineLimits Limits() const { return {memory > 0 ? memory : ORXSrvDenseMatrix::WorkMemory(), folder}; }
+
+  /// Performs a search; then keeps the modes that isWanted(lambda, index) among those in its range.
+  template<class Find, class Select>
+  void Run(Find find, Select select) {
+    modes.clear();
+    found.clear();
+    counts.clear();
+    shifts.clear();
+    isCertified = false;
+    ModeSearch search(pencil, Limits(), isWanted);
+    ModeSearch::Range const range = find(search);
+    shifts = search.Shifts();
+    std::vector<FoundMode> inside;
+    for (FoundMode const& mode : search.Modes())
+      if (mode.lambda > range.from && mode.lambda < range.to) inside.push_back(mode);
+    found = select(std::move(inside));
+    for (FoundMode const& mode : found)
+      modes.push_back(Describe(mode));
+    SetCounts(search, range);
+    isCertified = isWanted && range.isComplete;
+    if (isWanted && !range.isComplete) RaiseNotCertified();
+  }
+
+  void SetCounts(ModeSearch const& search, ModeSearch::Range const& range) {
+    double last = -infinity;
+    int below = 0;
+    for (auto const& [shift, count] : search.Counts()) {
+      if (shift > range.to) break;
+      if (last >= range.from && (last != -infinity || range.from == -infinity))
+        counts.push_back({last, shift, search.FoundBetween(last, shift), count - below});
+      last = shift;
+      below = count;
+    }
+  }
+
+  [[noreturn]] void RaiseNotCertified() const {
+    for (ORXSrvModeCount const& count : counts)
+      if (count.found != count.counted)
+        Raise(ORXSrvSolveError::notCertified,
+              "between the eigenvalues " + std::to_string(count.from) + " and " + std::to_string(count.to) +
+                  ", " + std::to_string(count.found) + " modes were found and " +
+                  std::to_string(count.counted) + " counted.",
+              __LINE__);
+    Raise(ORXSrvSolveError::notCertified, "the search came to no end.", __LINE__);
+  }
+};
+
+ORXSrvModes::ORXSrvModes(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m)
+    : m_state(std::make_unique<State>(k, m)) {}
+
+ORXSrvModes::~ORXSrvModes() = default;
+
+// Settings
+
+void ORXSrvModes::SetMemory(std::int64_t bytes) noexcept { m_state->memory = bytes; }
+
+void ORXSrvModes::SetFolder(char const* path) { m_state->folder = path; }
+
+void ORXSrvModes::SetCertified(bool certified) noexcept { m_state->isWanted = certified; }
+
+// Analyses
+
+void ORXSrvModes::FindLowest(int count) {
+  RequireCount(count);
+  m_state->Run([&](ModeSearch& search) { return search.FindLowest(count); },
+               [&](std::vector<FoundMode> found) {
+                 if (found.size() > static_cast<std::size_t>(count))
+                   found.resize(static_cast<std::size_t>(count));
+                 return found;
+               });
+}
+
+void ORXSrvModes::FindNear(double frequency, int count) {
+  RequireCount(count);
+  double const lambda = EigenvalueOf(frequency);
+  m_state->Run([&](ModeSearch& search) { return search.FindNear(lambda, count); },
+               [&](std::vector<FoundMode> found) {
+                 std::ranges::stable_sort(found, {},
+                                          [&](FoundMode const& m) { return std::abs(m.lambda - lambda); });
+                 if (found.size() > static_cast<std::size_t>(count))
+                   found.resize(static_cast<std::size_t>(count));
+                 std::ranges::sort(found, {}, &FoundMode::lambda);
+                 return found;
+               });
+}
+
+void ORXSrvModes::FindBetween(double from, double to) {
+  double const lower = EigenvalueOf(from), upper = EigenvalueOf(to);
+  if (!(lower < upper) || !std::isfinite(lower) || !std::isfinite(upper))
+    Raise(ORXSrvSolveError::illegalInput,
+          "modes between " + std::to_string(from) + " and " + std::to_string(to) +
+              " Hz asked for; expected the lower frequency first.",
+          __LINE__);
+  // The shifts lie outside: a mode on a bound belongs to the interval.
+  double const margin = 1e-9 * std::max(std::abs(lower), std::abs(upper));
+  m_state->Run([&](ModeSearch& search) { return search.FindBetween(lower - margin, upper + margin); },
+               [&](std::vector<FoundMode> found) {
+                 std::erase_if(found, [&](FoundMode const& m) {
+                   return m.lambda < lower - std::max(m.error, 1e-12 * std::abs(lower)) ||
+                          m.lambda > upper + std::max(m.error, 1e-12 * std::abs(upper));
+                 });
+                 return found;
+               });
+}
+
+// Results
+
+std::vector<ORXSrvMode> const& ORXSrvModes::Modes() const noexcept { return m_state->modes; }
+
+bool ORXSrvModes::IsCertified() const noexcept { return m_state->isCertified; }
+
+std::vector<ORXSrvModeCount> const& ORXSrvModes::Counts() const noexcept { return m_state->counts; }
+
+std::vector<double> const& ORXSrvModes::Shifts() const noexcept { return m_state->shifts; }
+
+double const* ORXSrvModes::Shape(int index) const {
+  if (index < 0 || static_cast<std::size_t>(index) >= m_state->found.size())
+    Raise(ORXSrvSolveError::illegalInput,
+          "shape " + std::to_string(index) + " asked for; there are " +
+              std::to_string(m_state->found.size()) + ".",
+          __LINE__);
+  return m_state->found[static_cast<std::size_t>(index)].shape.data();
+}
+
+void ORXSrvModes::GetShapes(ORXSrvMatrix& shapes) const {
+  int const order = m_state->pencil.Order();
+  auto const count = static_cast<int>(m_state->found.size());
+  if (shapes.IsDiagonal() || shapes.NumberOfRows() != order || shapes.NumberOfColumns() != count)
+    Raise(ORXSrvSolveError::illegalInput,
+          "the matrix for shapes is " + std::to_string(shapes.NumberOfRows()) + " x " +
+              std::to_string(shapes.NumberOfColumns()) + "; expected a full one of " + std::to_string(order) +
+              " x " + std::to_string(count) + ".",
+          __LINE__);
+  for (int mode = 0; mode < count; ++mode)
+    std::copy_n(Shape(mode), order, shapes.Values() + std::int64_t{mode} * order);
+}
+
+void ORXSrvModes::GetShapes(ORXSrvDenseMatrix& shapes) const {
+  int const order = m_state->pencil.Order();
+  auto const count = static_cast<int>(m_state->found.size());
+  if (shapes.NumberOfRows() != order || shapes.NumberOfColumns() != count)
+    Raise(ORXSrvSolveError::illegalInput,
+          "the matrix for shapes is " + std::to_string(shapes.NumberOfRows()) + " x " +
+              std::to_string(shapes.NumberOfColumns()) + "; expected " + std::to_string(order) + " x " +
+              std::to_string(count) + ".",
+          __LINE__);
+  if (count == 0) return;
+  ORXSrvMatrix all(order, count);
+  GetShapes(all);
+  shapes.SetColumns(0, count - 1, all);
+}

@@ -1,0 +1,250 @@
+#include "solve/ORXSrvSparseFactor.h"
+
+#include "mtx/ORXSrvDenseMatrix.h"
+#include "mtx/ORXSrvMatrix.h"
+#include "mtx/ORXSrvProgress.h"
+#include "mtx/ORXSrvSparseMatrix.h"
+#include "solve/ORXSrvSolveError.h"
+#include "solve/impl/Engine.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+using namespace orx;
+
+namespace {
+
+constexpr char sourceFile[] = "solve/impl/ORXSrvSparseFactor.cpp";
+
+/// Vectors that are solved for at a time. More share one pass over the factor, and take more memory.
+constexpr int vectorsAtATime = 32;
+
+/// Terms below this share of what they could be are next to nothing (Arioli, Demmel, Duff 1989).
+constexpr double wholeRow = 1e-10;
+
+[[noreturn]] void Refuse(std::string const& text, int line) {
+  ORXSrvSolveError(ORXSrvSolveError::illegalInput, text.c_str()).Throw(sourceFile, line);
+}
+
+std::string Shape(char const* name, int rows, int columns) {
+  return std::string(name) + " is " + std::to_string(rows) + " x " + std::to_string(columns);
+}
+
+void RequireSquare(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const* m) {
+  if (k.View().rows != k.NumberOfRows() || (m != nullptr && m->View().rows != m->NumberOfRows()))
+    Refuse("ORXSrvSparseFactor: a matrix is not assembled, or has rows since.", __LINE__);
+  if (k.NumberOfRows() != k.NumberOfColumns() || k.NumberOfRows() == 0)
+    Refuse("ORXSrvSparseFactor: " + Shape("K", k.NumberOfRows(), k.NumberOfColumns()) +
+               "; expected a square matrix with rows.",
+           __LINE__);
+  if (m != nullptr && (m->NumberOfRows() != k.NumberOfRows() || m->NumberOfColumns() != k.NumberOfColumns()))
+    Refuse("ORXSrvSparseFactor: " + Shape("M", m->NumberOfRows(), m->NumberOfColumns()) + "; expected " +
+               std::to_string(k.NumberOfRows()) + " x " + std::to_string(k.NumberOfRows()) + ", as K is.",
+           __LINE__);
+}
+
+ShiftedMatrix MakeMatrix(ORXSrvSparseMatrix const& k, double shift, ORXSrvSparseMatrix const* m) {
+  RequireSquare(k, m);
+  bool const isSymmetric = k.IsSymmetric() && (m == nullptr || m->IsSymmetric());
+  CompressedRowsView const rowsK = k.View();
+  CompressedRowsView const rowsM = m != nullptr ? m->View() : CompressedRowsView{};
+  ShiftedMatrix matrix(rowsK, shift, m != nullptr ? &rowsM : nullptr, isSymmetric);
+  if (std::int64_t const at = matrix.FindNotFinite(); at >= 0)
+    Refuse("ORXSrvSparseFactor: entry (" + std::to_string(matrix.Rows()[at]) + ", " +
+               std::to_string(matrix.Columns()[at]) + "), counted from 1, is " +
+               std::to_string(matrix.Values()[at]) + "; expected a finite number.",
+           __LINE__);
+  return matrix;
+}
+
+/// "3, 7, 8 and 12 more", counted from 1.
+std::string ListUnknowns(std::vector<int> const& unknowns) {
+  constexpr std::size_t most = 8;
+  std::string text;
+  for (std::size_t k = 0; k < std::min(most, unknowns.size()); ++k)
+    text += (k > 0 ? ", " : "") + std::to_string(unknowns[k] + 1);
+  if (unknowns.size() > most) text += " and " + std::to_string(unknowns.size() - most) + " more";
+  return text;
+}
+
+} // namespace
+
+struct ORXSrvSparseFactor::State {
+  std::int64_t memory = 0; ///< 0: the default
+  std::string folder;
+  bool holdsNullUnknowns = false;
+  ShiftedMatrix matrix; ///< the engine has pointers into it
+  std::optional<Engine> engine;
+  bool hasFactor = false;
+  ORXSrvFactorEstimate estimate;
+  ORXSrvFactorFacts facts;
+
+  EngineLimits Limits() const { return {memory > 0 ? memory : ORXSrvDenseMatrix::WorkMemory(), folder}; }
+
+  /// Takes the matrix over; analyses it unless its pattern is the last one.
+  void Prepare(ShiftedMatrix&& next) {
+    bool const isKnown = engine && next.HasPatternOf(matrix);
+    hasFactor = false;
+    if (!isKnown) engine.reset();
+    matrix = std::move(next);
+    if (isKnown) return;
+    engine.emplace(matrix, Engine::ZeroPivots::AreSetAside);
+    EngineEstimate const& e = engine->Estimate();
+    estimate = {e.entries, e.bytes, e.bytesOnDisk, e.operations};
+    ORXSrvProgress::Report("ORXSrvSparseFactor::Analyse", 1, 2);
+  }
+
+  void Factorize(ShiftedMatrix&& next) {
+    Prepare(std::move(next));
+    EngineFacts found = engine->Factorize(matrix, Limits());
+    facts = {};
+    facts.order = matrix.Order();
+    facts.isSymmetric = matrix.IsSymmetric();
+    facts.entries = found.entries;
+    facts.bytes = found.bytes;
+    facts.isOnDisk = found.isOnDisk;
+    facts.negative = found.negative;
+    facts.zero = static_cast<int>(found.nullUnknowns.size());
+    facts.positive = facts.isSymmetric ? facts.order - facts.negative - facts.zero : 0;
+    facts.delayedPivots = found.delayed;
+    facts.nullUnknowns = std::move(found.nullUnknowns);
+    hasFactor = true;
+    ORXSrvProgress::Report("ORXSrvSparseFactor::Factorize", 2, 2);
+  }
+
+  void RequireSolvable() const {
+    if (!hasFactor)
+      Refuse("ORXSrvSparseFactor::Solve: there is no factor. Factorize comes before.", __LINE__);
+    if (facts.zero > 0 && !holdsNullUnknowns)
+      ORXSrvSolveError(ORXSrvSolveError::singular,
+                       ("ORXSrvSparseFactor::Solve: the matrix is singular, " + std::to_string(facts.zero) +
+                        " pivots are zero to rounding, at unknowns (counted from 1) " +
+                        ListUnknowns(facts.nullUnknowns) + ".")
+                           .c_str(),
+                       facts.nullUnknowns.front())
+          .Throw(sourceFile, __LINE__);
+  }
+
+  void SolveGroup(double* x, int count) {
+    engine->Solve(x, count, vectorsAtATime);
+    for (int const unknown : facts.nullUnknowns) // the engine leaves rounding errors there
+      for (int v = 0; v < count; ++v)
+        x[std::int64_t{v} * facts.order + unknown] = 0.0;
+  }
+
+  void Solve(double* x, int count) {
+    for (int first = 0; first < count; first += vectorsAtATime) {
+      int const group = std::min(vectorsAtATime, count - first);
+      SolveGroup(x + std::int64_t{first} * facts.order, group);
+      ORXSrvProgress::Report("ORXSrvSparseFactor::Solve", first / vectorsAtATime + 1,
+                             (count + vectorsAtATime - 1) / vectorsAtATime);
+    }
+  }
+};
+
+ORXSrvSparseFactor::ORXSrvSparseFactor() : m_state(std::make_unique<State>()) {}
+
+ORXSrvSparseFactor::~ORXSrvSparseFactor() = default;
+
+// Settings
+
+void ORXSrvSparseFactor::SetMemory(std::int64_t bytes) noexcept { m_state->memory = bytes; }
+
+void ORXSrvSparseFactor::SetFolder(char const* path) { m_state->folder = path; }
+
+void ORXSrvSparseFactor::HoldNullUnknowns(bool held) noexcept { m_state->holdsNullUnknowns = held; }
+
+// Factorization
+
+ORXSrvFactorEstimate const& ORXSrvSparseFactor::Analyse(ORXSrvSparseMatrix const& k) {
+  m_state->Prepare(MakeMatrix(k, 0.0, nullptr));
+  return m_state->estimate;
+}
+
+ORXSrvFactorEstimate const& ORXSrvSparseFactor::Analyse(ORXSrvSparseMatrix const& k,
+                                                        ORXSrvSparseMatrix const& m) {
+  m_state->Prepare(MakeMatrix(k, 0.0, &m));
+  return m_state->estimate;
+}
+
+void ORXSrvSparseFactor::Factorize(ORXSrvSparseMatrix const& k) {
+  m_state->Factorize(MakeMatrix(k, 0.0, nullptr));
+}
+
+void ORXSrvSparseFactor::Factorize(ORXSrvSparseMatrix const& k, double shift, ORXSrvSparseMatrix const& m) {
+  m_state->Factorize(MakeMatrix(k, shift, &m));
+}
+
+bool ORXSrvSparseFactor::HasFactor() const noexcept { return m_state->hasFactor; }
+
+ORXSrvFactorEstimate const& ORXSrvSparseFactor::Estimate() const noexcept { return m_state->estimate; }
+
+ORXSrvFactorFacts const& ORXSrvSparseFactor::Facts() const noexcept { return m_state->facts; }
+
+// Solution
+
+void ORXSrvSparseFactor::Solve(double* x, int count) {
+  m_state->RequireSolvable();
+  if (count < 0) Refuse("ORXSrvSparseFactor::Solve: " + std::to_string(count) + " vectors.", __LINE__);
+  m_state->Solve(x, count);
+}
+
+void ORXSrvSparseFactor::Solve(ORXSrvMatrix& x) {
+  m_state->RequireSolvable();
+  if (x.IsDiagonal() || x.NumberOfRows() != m_state->facts.order)
+    Refuse("ORXSrvSparseFactor::Solve: " + Shape("x", x.NumberOfRows(), x.NumberOfColumns()) +
+               "; expected a full matrix of " + std::to_string(m_state->facts.order) + " rows.",
+           __LINE__);
+  m_state->Solve(x.Values(), x.NumberOfColumns());
+}
+
+void ORXSrvSparseFactor::Solve(ORXSrvDenseMatrix& x) {
+  m_state->RequireSolvable();
+  int const order = m_state->facts.order;
+  if (x.NumberOfRows() != order)
+    Refuse("ORXSrvSparseFactor::Solve: " + Shape("x", x.NumberOfRows(), x.NumberOfColumns()) + "; expected " +
+               std::to_string(order) + " rows.",
+           __LINE__);
+  int const width = std::max(1, std::min(x.MaxNumberOfColumnsInBlock(), 4 * vectorsAtATime));
+  for (int first = 0; first < x.NumberOfColumns(); first += width) {
+    int const last = std::min(first + width, x.NumberOfColumns()) - 1;
+    ORXSrvMatrix columns(order, last - first + 1);
+    x.GetColumns(first, last, columns);
+    m_state->Solve(columns.Values(), columns.NumberOfColumns());
+    x.SetColumns(first, last, columns);
+  }
+}
+
+double ORXSrvSparseFactor::SolveRefined(double const* b, double* x, int count) {
+  m_state->RequireSolvable();
+  int const order = m_state->facts.order;
+  std::vector<double> residual(static_cast<std::size_t>(order)), weights(residual.size());
+  std::vector<double> const largest = m_state->matrix.LargestInRows();
+  auto const measure = [&](double const* load, double const* solution) {
+    m_state->matrix.ComputeResidual(solution, load, residual.data(), weights.data());
+    double longest = 0.0, worst = 0.0;
+    for (int i = 0; i < order; ++i)
+      longest = std::max(longest, std::abs(solution[i]));
+    for (int i = 0; i < order; ++i) {
+      // Rows whose terms are all next to nothing are measured by the solution as a whole.
+      double const whole = largest[i] * longest;
+      double const weight = weights[i] > wholeRow * whole ? weights[i] : weights[i] + whole;
+      if (weight > 0.0) worst = std::max(worst, std::abs(residual[i]) / weight);
+    }
+    return worst;
+  };
+  std::copy_n(b, std::int64_t{order} * count, x);
+  Solve(x, count);
+  double worst = 0.0;
+  for (int v = 0; v < count; ++v) {
+    double const* const load = b + std::int64_t{v} * order;
+    double* const solution = x + std::int64_t{v} * order;
+    measure(load, solution);
+    m_state->SolveGroup(residual.data(), 1);
+    for (int i = 0; i < order; ++i)
+      solution[i] += residual[i];
+    worst = std::max(worst, measure(load, solution));
+  }
+  return worst;
+}

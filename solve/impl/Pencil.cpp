@@ -1,0 +1,224 @@
+#include "solve/impl/Pencil.h"
+
+#include "mtx/ORXSrvProgress.h"
+#include "solve/ORXSrvSolveError.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <random>
+
+namespace orx {
+
+namespace {
+
+constexpr char sourceFile[] = "solve/impl/Pencil.cpp";
+
+/// A backward error from which on a factorization is no evidence.
+constexpr double unsoundError = 1e-9;
+/// x^T A x below this share of the terms that it is summed from is zero to rounding.
+constexpr double cancelled = 1e-14;
+/// A shift that hits an eigenvalue moves by this share.
+constexpr double shiftStep = 1e-7;
+constexpr int mostMoves = 6;
+
+[[noreturn]] void Raise(ORXSrvSolveError::Cause cause, std::string const& text, int line) {
+  ORXSrvSolveError(cause, ("ORXSrvModes: " + text).c_str()).Throw(sourceFile, line);
+}
+
+[[noreturn]] void RaiseNullMotion(int unknown) {
+  std::string const text =
+      "ORXSrvModes: a motion has neither stiffness nor mass, so that every frequency would be "
+      "one of it; it moves unknown " +
+      std::to_string(unknown + 1) + " (counted from 1). Fix the unknown or leave it out.";
+  ORXSrvSolveError(ORXSrvSolveError::singular, text.c_str(), unknown).Throw(sourceFile, __LINE__);
+}
+
+std::string Dimensions(ORXSrvSparseMatrix const& a) {
+  return std::to_string(a.NumberOfRows()) + " x " + std::to_string(a.NumberOfColumns());
+}
+
+/// As ORXSrvSparseMatrix::Multiply, but also for a symmetric form that has nothing but a diagonal.
+void Multiply(ORXSrvSparseMatrix const& a, double const* x, int count, double* y) {
+  if (a.NumberOfNonzeros() > 0) return a.Multiply(x, count, y, false);
+  CompressedRowsView const view = a.View();
+  for (int v = 0; v < count; ++v)
+    for (int i = 0; i < view.rows; ++i, ++x, ++y)
+      *y = view.diagonal != nullptr ? view.diagonal[i] * *x : 0.0;
+}
+
+double AbsoluteForm(ORXSrvSparseMatrix const& a, double const* x) {
+  double sum = 0.0;
+  ForEachEntry(a.View(), [&](int i, int j, double value) { sum += std::abs(value * x[i] * x[j]); });
+  return sum;
+}
+
+std::vector<double> Diagonal(ORXSrvSparseMatrix const& a) {
+  std::vector<double> diagonal(static_cast<std::size_t>(a.NumberOfRows()));
+  a.GetDiagonal(diagonal.data());
+  return diagonal;
+}
+
+void RequireUsable(ORXSrvSparseMatrix const& matrix, std::string const& name) {
+  if (matrix.View().rows != matrix.NumberOfRows())
+    Raise(ORXSrvSolveError::illegalInput, name + " is not assembled, or has rows since.", __LINE__);
+  ForEachEntry(matrix.View(), [&](int i, int j, double value) {
+    if (!std::isfinite(value))
+      Raise(ORXSrvSolveError::illegalInput,
+            name + "(" + std::to_string(i + 1) + ", " + std::to_string(j + 1) + ") is " +
+                std::to_string(value) + "; expected a finite number.",
+            __LINE__);
+  });
+  if (!matrix.IsSymmetric()) Raise(ORXSrvSolveError::illegalInput, name + " is not symmetric.", __LINE__);
+}
+
+} // namespace
+
+Pencil::Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : m_k(k), m_m(m) {
+  if (k.NumberOfRows() == 0 || k.NumberOfRows() != k.NumberOfColumns() ||
+      m.NumberOfRows() != k.NumberOfRows() || m.NumberOfColumns() != k.NumberOfRows())
+    Raise(ORXSrvSolveError::illegalInput,
+          "K is " + Dimensions(k) + " and M is " + Dimensions(m) + "; expected square matrices of one order.",
+          __LINE__);
+  RequireUsable(k, "K");
+  RequireUsable(m, "M");
+}
+
+void Pencil::MultiplyByMass(double const* x, int count, double* y) const { Multiply(m_m, x, count, y); }
+
+std::vector<ModeQuality> Pencil::Measure(std::vector<double> const& lambdas, double const* x) const {
+  std::vector<ModeQuality> all;
+  for (std::size_t first = 0; first < lambdas.size(); first += groupWidth) {
+    std::size_t const count = std::min<std::size_t>(groupWidth, lambdas.size() - first);
+    MeasureGroup(lambdas.data() + first, x + first * static_cast<std::size_t>(Order()), count, all);
+  }
+  return all;
+}
+
+// The vectors of a group lie element by element: one pass over the entries serves all, and the loops over a
+// group are vector instructions.
+void Pencil::MeasureGroup(double const* lambdas, double const* x, std::size_t count,
+                          std::vector<ModeQuality>& all) const {
+  using Group = std::array<double, groupWidth>;
+  auto const order = static_cast<std::size_t>(Order());
+  std::vector<Group> vectors(order, Group{}), sums(order, Group{}), terms(order, Group{});
+  for (std::size_t v = 0; v < count; ++v)
+    for (std::size_t i = 0; i < order; ++i)
+      vectors[i][v] = x[v * order + i];
+  Group factors{}, strain{}, strainTerms{};
+  auto const add = [&](int row, int column, double value) {
+    Group const& from = vectors[static_cast<std::size_t>(column)];
+    Group &sum = sums[static_cast<std::size_t>(row)], &term = terms[static_cast<std::size_t>(row)];
+    for (std::size_t v = 0; v < groupWidth; ++v) {
+      double const product = factors[v] * value * from[v];
+      sum[v] += product;
+      term[v] += std::abs(product);
+    }
+  };
+  factors.fill(1.0);
+  ForEachEntry(m_k.View(), add);
+  for (std::size_t i = 0; i < order; ++i)
+    for (std::size_t v = 0; v < groupWidth; ++v) {
+      strain[v] += vectors[i][v] * sums[i][v];
+      strainTerms[v] += std::abs(vectors[i][v]) * terms[i][v];
+    }
+  for (std::size_t v = 0; v < count; ++v)
+    factors[v] = -lambdas[v];
+  ForEachEntry(m_m.View(), add);
+  for (std::size_t v = 0; v < count; ++v) {
+    double residual = 0.0, size = 0.0, defect = 0.0, defectTerms = 0.0;
+    for (std::size_t i = 0; i < order; ++i) {
+      residual += sums[i][v] * sums[i][v];
+      size += terms[i][v] * terms[i][v];
+      defect += vectors[i][v] * sums[i][v];
+      defectTerms += std::abs(vectors[i][v]) * terms[i][v];
+    }
+    all.push_back({size > 0.0 ? std::sqrt(residual / size) : 0.0,
+                   strainTerms[v] > 0.0 ? std::abs(strain[v]) / strainTerms[v] : 0.0, defect, defectTerms});
+  }
+}
+
+double Pencil::StartShift() const {
+  std::vector<double> const stiffness = Diagonal(m_k), mass = Diagonal(m_m);
+  double least = std::numeric_limits<double>::infinity();
+  for (std::size_t i = 0; i < mass.size(); ++i) {
+    if (mass[i] < 0.0)
+      Raise(ORXSrvSolveError::indefiniteMass,
+            "M has " + std::to_string(mass[i]) + " on the diagonal at unknown " + std::to_string(i + 1) +
+                " (counted from 1); expected no negative mass.",
+            __LINE__);
+    if (mass[i] > 0.0 && stiffness[i] != 0.0) least = std::min(least, std::abs(stiffness[i]) / mass[i]);
+  }
+  return std::isfinite(least) ? -1e-10 * least : -1.0;
+}
+
+Pencil::Soundness Pencil::TestFactor(ShiftFacts& facts) {
+  auto const order = static_cast<std::size_t>(Order());
+  std::vector<double> load(order), x(order), residual(order), weights(order);
+  std::mt19937_64 generator(1);
+  std::uniform_real_distribution<double> distribution(-1.0, 1.0);
+  // Scaled by rows, so that every unknown has its say whatever its unit.
+  std::ranges::generate(x, [&] { return distribution(generator); });
+  m_shifted.ComputeResidual(x.data(), std::vector<double>(order, 0.0).data(), residual.data(),
+                            weights.data());
+  for (std::size_t i = 0; i < order; ++i)
+    load[i] = x[i] * weights[i];
+  x = load;
+  m_engine->Solve(x.data(), 1, 1);
+  if (!std::ranges::all_of(x, [](double value) { return std::isfinite(value); }))
+    return Soundness::OnEigenvalue;
+  m_shifted.ComputeResidual(x.data(), load.data(), residual.data(), weights.data());
+  double form = 0.0, terms = 0.0, error = 0.0;
+  for (std::size_t i = 0; i < order; ++i) {
+    form += x[i] * (load[i] - residual[i]);
+    terms += std::abs(x[i]) * weights[i];
+    if (weights[i] > 0.0) error = std::max(error, std::abs(residual[i]) / weights[i]);
+  }
+  std::vector<double> massTimes(order);
+  MultiplyByMass(x.data(), 1, massTimes.data());
+  double const mass = std::inner_product(x.begin(), x.end(), massTimes.begin(), 0.0);
+  if (mass > 0.0) facts.nearest = facts.shift + form / mass;
+  if (std::abs(form) > cancelled * terms)
+    return error < unsoundError ? Soundness::Sound : Soundness::Inaccurate;
+  // The solution is a motion that A takes for nothing.
+  if (std::abs(mass) > 1e-9 * AbsoluteForm(m_m, x.data())) return Soundness::OnEigenvalue;
+  auto const largest = std::ranges::max_element(x, {}, [](double value) { return std::abs(value); });
+  RaiseNullMotion(static_cast<int>(largest - x.begin()));
+}
+
+ShiftFacts Pencil::Factorize(double shift, Side side, EngineLimits const& limits) {
+  CompressedRowsView const k = m_k.View(), m = m_m.View();
+  double const step = std::max(std::abs(shift), std::abs(StartShift())) * shiftStep;
+  for (int move = 0; move <= mostMoves; ++move) {
+    m_shifted = ShiftedMatrix(k, shift, &m, true);
+    if (!m_engine) {
+      m_engine.emplace(m_shifted, Engine::ZeroPivots::AreErrors);
+      ORXSrvProgress::Report("ORXSrvModes, analysis", 1, 2);
+    }
+    std::optional<EngineFacts> const engineFacts = m_engine->TryFactorize(m_shifted, limits);
+    if (engineFacts) {
+      ShiftFacts facts{shift, engineFacts->negative};
+      if (TestFactor(facts) == Soundness::Sound) return facts;
+    }
+    shift += (side == Side::Below ? -step : step) * (1 << (2 * move));
+  }
+  RaiseSingular(shift, limits);
+}
+
+void Pencil::RaiseSingular(double shift, EngineLimits const& limits) const {
+  CompressedRowsView const k = m_k.View(), m = m_m.View();
+  ShiftedMatrix const matrix(k, shift, &m, true);
+  std::vector<int> const unknowns =
+      Engine(matrix, Engine::ZeroPivots::AreSetAside).Factorize(matrix, limits).nullUnknowns;
+  if (!unknowns.empty()) RaiseNullMotion(unknowns.front());
+  Raise(ORXSrvSolveError::singular,
+        "no shift near " + std::to_string(shift) +
+            " gives a matrix K - shift M that can be factorized to any digit.",
+        __LINE__);
+}
+
+void Pencil::Solve(double* x, int count) { m_engine->Solve(x, count, count); }
+
+} // namespace orx

@@ -1,0 +1,249 @@
+// Factorization and solution against dense algebra, and what it says of matrices that have no inverse.
+
+#include "blac/BLAC.h"
+#include "mtx/ORXSrvMatrix.h"
+#include "mtx/ORXSrvProgress.h"
+#include "mtx/ORXSrvScratchDenseMatrix.h"
+#include "solve/ORXSrvSolveError.h"
+#include "solve/ORXSrvSparseFactor.h"
+#include "tests/solve/SolveSupport.h"
+#include "tests/support/Dense.h"
+#include "tests/support/Raised.h"
+#include "tests/support/Shortage.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace {
+
+Dense ToDense(Sparse const& a) {
+  Dense dense = Constant(a.NumberOfRows(), a.NumberOfColumns(), 0.0);
+  orx::ForEachEntry(a.View(), [&](int i, int j, double value) { dense(i, j) += value; });
+  return dense;
+}
+
+int CountNegative(Dense a) {
+  std::vector<double> w(static_cast<std::size_t>(a.rows)), work(static_cast<std::size_t>(a.rows) * 40);
+  int const lwork = static_cast<int>(work.size());
+  int info = 0;
+  BLAC_DSYEV("N", "U", &a.rows, a.Data(), &a.ld, w.data(), work.data(), &lwork, &info);
+  EXPECT_EQ(info, 0);
+  return static_cast<int>(std::count_if(w.begin(), w.end(), [](double x) { return x < 0; }));
+}
+
+/// Checks that solving recovers random vectors.
+void ExpectSolves(ORXSrvSparseFactor& factor, Dense const& a, double tolerance) {
+  Dense const x = Random(a.rows, 11);
+  Dense b = a * x;
+  factor.Solve(b.Data(), b.columns);
+  EXPECT_TRUE(Near(x, b, tolerance));
+}
+
+std::vector<std::string> reported;
+bool Record(void* stopAt, char const* operation, std::int64_t, std::int64_t) {
+  reported.emplace_back(operation);
+  return stopAt == nullptr || static_cast<char const*>(stopAt) != reported.back();
+}
+struct Recording {
+  explicit Recording(char const* stopAt = nullptr) {
+    reported.clear();
+    ORXSrvProgress::Set(Record, const_cast<char*>(stopAt));
+  }
+  ~Recording() { ORXSrvProgress::Set(nullptr, nullptr); }
+};
+
+} // namespace
+
+TEST(SparseFactor, SolvesWhatDenseAlgebraSolvesAndCountsItsSigns) {
+  for (unsigned seed = 1; seed <= 6; ++seed) {
+    int const order = 40 * static_cast<int>(seed);
+    Sparse const k = RandomMatrix(order, 0.08, true, seed), m = RandomMatrix(order, 0.02, true, seed + 100);
+    ORXSrvSparseFactor factor;
+    factor.Factorize(k);
+    EXPECT_TRUE(factor.Facts().isSymmetric);
+    EXPECT_EQ(factor.Facts().negative, CountNegative(ToDense(k)));
+    EXPECT_EQ(factor.Facts().negative + factor.Facts().positive, order);
+    ExpectSolves(factor, ToDense(k), 1e-9);
+
+    // One triangle, stored below or above the diagonal, is the same matrix; so is K - shift M of any two
+    // forms.
+    for (bool const upper : {false, true}) {
+      Sparse const half = k.SymmetricForm(upper);
+      factor.Factorize(half, 0.7, m);
+      Dense const shifted = ToDense(k) + -0.7 * ToDense(m);
+      EXPECT_EQ(factor.Facts().negative, CountNegative(shifted));
+      ExpectSolves(factor, shifted, 1e-9);
+    }
+    Sparse const u = RandomMatrix(order, 0.08, false, seed);
+    factor.Factorize(u, -2.5, m);
+    EXPECT_FALSE(factor.Facts().isSymmetric);
+    ExpectSolves(factor, ToDense(u) + 2.5 * ToDense(m), 1e-9);
+  }
+}
+
+TEST(SparseFactor, SolvesMatricesInMemoryAndOutOfCoreAlike) {
+  WorkingFolder const folder;
+  Sparse const k = Grid(30, 20);
+  ORXSrvSparseFactor factor;
+  factor.Factorize(k);
+  Dense const loads = Random(600, 70);
+  Dense expected = loads;
+  factor.Solve(expected.Data(), 70);
+  ORXSrvMatrix inMemory(600, 70);
+  std::copy(loads.values.begin(), loads.values.end(), inMemory.Values());
+  ORXSrvScratchDenseMatrix outOfCore(600, 70, 128, 16);
+  outOfCore.SetColumns(0, 69, inMemory);
+  factor.Solve(inMemory);
+  factor.Solve(outOfCore);
+  Dense read(600, 70);
+  outOfCore.GetAllValues(read.Data());
+  EXPECT_TRUE(
+      Near(expected, Filled(600, 70, [&](int i, int j) { return inMemory.Values()[i + 600 * j]; }), 1e-12));
+  EXPECT_TRUE(Near(expected, read, 1e-12));
+
+  std::vector<double> x(600 * 3);
+  EXPECT_LT(factor.SolveRefined(loads.Data(), x.data(), 3), 1e-15);
+  EXPECT_NEAR(x[1234], expected.values[1234], 1e-11);
+  EXPECT_EQ(Raised([&] {
+              ORXSrvMatrix wrong(599, 2);
+              factor.Solve(wrong);
+            }),
+            "401 ORXSrvSparseFactor::Solve: x is 599 x 2; expected a full matrix of 600 rows.");
+}
+
+TEST(SparseFactor, GivesTheSameBitsEachTimeAndAnalysesAPatternOnce) {
+  Sparse const k = Grid(40, 40), m = UnitMass(1600);
+  std::vector<double> first(1600, 1.0), again(1600, 1.0);
+  Recording const recording;
+  ORXSrvSparseFactor factor;
+  factor.Factorize(k, 0.5, m);
+  factor.Solve(first.data(), 1);
+  factor.Factorize(k, 0.1, m);
+  factor.Factorize(k, 0.5, m);
+  factor.Solve(again.data(), 1);
+  EXPECT_EQ(first, again);
+  ORXSrvSparseFactor other;
+  std::vector<double> others(1600, 1.0);
+  other.Factorize(k, 0.5, m);
+  other.Solve(others.data(), 1);
+  EXPECT_EQ(first, others);
+  EXPECT_EQ(std::ranges::count(reported, "ORXSrvSparseFactor::Analyse"), 2);
+  EXPECT_EQ(std::ranges::count(reported, "ORXSrvSparseFactor::Factorize"), 4);
+}
+
+TEST(SparseFactor, NamesTheUnknownsOfASingularMatrix) {
+  // A free chain, an unknown without stiffness, and an unknown that is not stored at all.
+  int const n = 400;
+  Sparse const k = Assembled(n, [&](auto add) {
+    for (int i = 0; i + 3 < n; ++i)
+      AddSpring(add, i, i + 1, 1e6 * (1 + i % 3));
+    add(n - 2, n - 2, 0.0);
+  });
+  ORXSrvSparseFactor factor;
+  factor.Factorize(k);
+  ORXSrvFactorFacts const& facts = factor.Facts();
+  EXPECT_EQ(facts.zero, 3);
+  EXPECT_EQ(facts.negative, 0);
+  EXPECT_EQ(facts.positive, n - 3);
+  ASSERT_EQ(facts.nullUnknowns.size(), 3u);
+  EXPECT_LT(facts.nullUnknowns[0], n - 2);
+  EXPECT_EQ(facts.nullUnknowns[1], n - 2);
+  EXPECT_EQ(facts.nullUnknowns[2], n - 1);
+  std::vector<double> b(n, 0.0), x(n);
+  b[3] = 1.0, b[200] = -1.0; // in balance: the chain can carry it
+  std::string const text = Raised([&] { factor.Solve(b.data(), 1); });
+  EXPECT_EQ(text, "402 ORXSrvSparseFactor::Solve: the matrix is singular, 3 pivots are zero to rounding, at "
+                  "unknowns (counted from 1) " +
+                      std::to_string(facts.nullUnknowns[0] + 1) + ", 399, 400.");
+  factor.HoldNullUnknowns(true);
+  EXPECT_LT(factor.SolveRefined(b.data(), x.data(), 1), 1e-9);
+  EXPECT_EQ(x[facts.nullUnknowns[0]], 0.0);
+}
+
+TEST(SparseFactor, TellsASlenderBodyFromAFreeOne) {
+  // The last pivot of a clamped beam in bending falls with the third power of its length.
+  for (bool const isClamped : {true, false}) {
+    int const elements = 1500;
+    double const e[4][4] = {{12, 6, -12, 6}, {6, 4, -6, 2}, {-12, -6, 12, -6}, {6, 2, -6, 4}};
+    int const fixed = isClamped ? 2 : 0, n = 2 * elements + 2 - fixed;
+    Sparse const k = Assembled(n, [&](auto add) {
+      for (int element = 0; element < elements; ++element)
+        for (int i = 0; i < 4; ++i)
+          for (int j = 0; j < 4; ++j)
+            if (2 * element + std::min(i, j) >= fixed)
+              add(2 * element + i - fixed, 2 * element + j - fixed, e[i][j]);
+    });
+    ORXSrvSparseFactor factor;
+    factor.Factorize(k);
+    EXPECT_EQ(factor.Facts().zero, isClamped ? 0 : 2);
+    EXPECT_EQ(factor.Facts().negative, 0);
+  }
+}
+
+TEST(SparseFactor, KeepsFactorsOnDiskWhenTheBudgetIsSmall) {
+  WorkingFolder const folder;
+  Sparse const k = Grid(300, 300);
+  std::vector<double> inMemory(90000, 1.0), onDisk(90000, 1.0);
+  ORXSrvSparseFactor factor;
+  ORXSrvFactorEstimate const estimate = factor.Analyse(k);
+  ASSERT_LT(estimate.bytesOnDisk, estimate.bytes);
+  factor.SetMemory(estimate.bytes);
+  factor.Factorize(k);
+  EXPECT_FALSE(factor.Facts().isOnDisk);
+  factor.Solve(inMemory.data(), 1);
+
+  factor.SetMemory(estimate.bytes - 1);
+  factor.SetFolder("/nowhere/at/all");
+  EXPECT_EQ(Raised([&] { factor.Factorize(k); }).substr(0, 46),
+            "404 A folder for factors on disk, /nowhere/at/");
+  factor.SetFolder(".");
+  factor.Factorize(k);
+  EXPECT_TRUE(factor.Facts().isOnDisk);
+  factor.Solve(onDisk.data(), 1);
+  for (std::size_t i = 0; i < onDisk.size(); ++i)
+    ASSERT_NEAR(onDisk[i], inMemory[i], 1e-10 * std::abs(inMemory[i]));
+  {
+    FullDisk const full;
+    EXPECT_EQ(Raised([&] { factor.Factorize(k); }).substr(0, 4), "404 ");
+  }
+  EXPECT_FALSE(factor.HasFactor());
+  factor.SetMemory(1);
+  std::string const megabytes = std::to_string(estimate.bytes / 1000000);
+  EXPECT_EQ(Raised([&] {
+              factor.Factorize(k);
+            }).find("403 ORXSrvSparseFactor::Factorize: the factorization needs " + megabytes + " MB"),
+            0u);
+  factor.SetMemory(estimate.bytes);
+  factor.Factorize(k);
+  EXPECT_TRUE(folder.Files().empty());
+}
+
+TEST(SparseFactor, RefusesWhatItCannotFactorize) {
+  ORXSrvSparseFactor factor;
+  double x = 1.0;
+  EXPECT_EQ(Raised([&] { factor.Solve(&x, 1); }),
+            "401 ORXSrvSparseFactor::Solve: there is no factor. Factorize comes before.");
+  Sparse const k = Grid(3, 3), m = UnitMass(8);
+  EXPECT_EQ(Raised([&] { factor.Factorize(k, 1.0, m); }),
+            "401 ORXSrvSparseFactor: M is 8 x 8; expected 9 x 9, as K is.");
+  Sparse const empty = Assembled(0, [](auto) {});
+  EXPECT_EQ(Raised([&] { factor.Factorize(empty); }),
+            "401 ORXSrvSparseFactor: K is 0 x 0; expected a square matrix with rows.");
+  Sparse const bad = Assembled(2, [](auto add) {
+    add(0, 0, 1.0), add(1, 1, 1.0), add(1, 0, std::numeric_limits<double>::quiet_NaN());
+  });
+  EXPECT_EQ(Raised([&] { factor.Factorize(bad); }),
+            "401 ORXSrvSparseFactor: entry (2, 1), counted from 1, is nan; expected a finite number.");
+  {
+    Recording const stop("ORXSrvSparseFactor::Analyse");
+    EXPECT_EQ(Raised([&] { factor.Factorize(k); }),
+              "301 ORXSrvSparseFactor::Analyse stopped by the host after 1 of 2 blocks.");
+  }
+  EXPECT_FALSE(factor.HasFactor());
+  factor.Factorize(k);
+  EXPECT_TRUE(factor.HasFactor());
+}

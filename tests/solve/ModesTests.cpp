@@ -1,0 +1,217 @@
+// Modes of models whose spectra are known.
+
+#include "solve/ORXSrvModes.h"
+
+#include "mtx/ORXSrvMatrix.h"
+#include "mtx/ORXSrvScratchDenseMatrix.h"
+#include "solve/ORXSrvSolveError.h"
+#include "tests/solve/SolveSupport.h"
+#include "tests/support/Raised.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+double Hertz(double eigenvalue) {
+  return std::copysign(std::sqrt(std::abs(eigenvalue)) / (2 * std::numbers::pi), eigenvalue);
+}
+
+/// Checks that modes are certified and have these eigenvalues.
+void ExpectModes(ORXSrvModes const& modes, std::vector<double> const& expected, double scale) {
+  EXPECT_TRUE(modes.IsCertified());
+  for (ORXSrvModeCount const& count : modes.Counts())
+    EXPECT_EQ(count.found, count.counted) << count.from << " to " << count.to;
+  ASSERT_EQ(modes.Modes().size(), expected.size());
+  for (std::size_t k = 0; k < expected.size(); ++k) {
+    ORXSrvMode const& mode = modes.Modes()[k];
+    EXPECT_NEAR(mode.eigenvalue, expected[k], 1e-10 * std::abs(expected[k]) + 1e-13 * scale)
+        << "mode " << k + 1;
+    EXPECT_LE(std::abs(mode.eigenvalue - expected[k]), mode.error + 1e-13 * scale)
+        << "bound of mode " << k + 1;
+    EXPECT_LT(mode.residual, 1e-7) << "mode " << k + 1;
+    EXPECT_DOUBLE_EQ(mode.frequency, Hertz(mode.eigenvalue));
+  }
+}
+
+std::vector<double> First(std::vector<double> const& values, int count) {
+  return {values.begin(), values.begin() + count};
+}
+std::vector<double> Between(std::vector<double> const& values, double from, double to) {
+  std::vector<double> inside;
+  std::copy_if(values.begin(), values.end(), std::back_inserter(inside),
+               [&](double v) { return v >= from && v <= to; });
+  return inside;
+}
+
+} // namespace
+
+TEST(Modes, OfAMembraneWithDoubleFrequenciesAreAllFound) {
+  int const n = 50;
+  Sparse const k = Grid(n, n), m = UnitMass(n * n);
+  std::vector<double> const exact = GridEigenvalues(n, n);
+  ORXSrvModes modes(k, m);
+  for (int const count : {1, 2, 3, 25, 150}) {
+    modes.FindLowest(count);
+    ExpectModes(modes, First(exact, count), 8);
+  }
+  modes.FindBetween(Hertz(0.3), Hertz(0.5));
+  ExpectModes(modes, Between(exact, 0.3, 0.5), 8);
+  modes.FindBetween(Hertz(exact[30]), Hertz(exact[60])); // both bounds are modes
+  ExpectModes(modes, Between(exact, exact[30] - 1e-12, exact[60] + 1e-12), 8);
+  modes.FindBetween(Hertz(1e-9), Hertz(1e-6));
+  ExpectModes(modes, {}, 8);
+  modes.FindNear(Hertz(exact[40]), 2); // the shift is a mode, a double one
+  ASSERT_EQ(modes.Modes().size(), 2u);
+  for (ORXSrvMode const& mode : modes.Modes())
+    EXPECT_NEAR(mode.eigenvalue, exact[40], 0.02);
+}
+
+TEST(Modes, OfAFreeBodyBeginWithRigidOnes) {
+  int const n = 40;
+  std::vector<double> exact = GridEigenvalues(n, n, true);
+  for (double const stiffness : {1.0, 1e11}) {
+    Sparse k = Grid(n, n, true);
+    k.Scale(stiffness);
+    Sparse const m = UnitMass(n * n);
+    ORXSrvModes modes(k, m);
+    modes.FindLowest(12);
+    std::vector<double> expected = First(exact, 12);
+    for (double& value : expected)
+      value *= stiffness;
+    ExpectModes(modes, expected, 8 * stiffness);
+    EXPECT_TRUE(modes.Modes()[0].isRigid);
+    EXPECT_FALSE(modes.Modes()[1].isRigid);
+  }
+}
+
+TEST(Modes, OfOneFrequencyManyTimesAreAllFound) {
+  // Equal chains, beside each other and not connected: every mode as many times.
+  int const copies = 24, length = 20;
+  std::vector<double> exact;
+  for (double const value : GridEigenvalues(length, 1))
+    exact.insert(exact.end(), copies, value);
+  Sparse const k = Assembled(copies * length, [&](auto add) {
+    for (int c = 0; c < copies; ++c)
+      for (int i = 0; i < length; ++i) {
+        add(c * length + i, c * length + i, 2.0 + (i == 0) + (i + 1 == length));
+        if (i + 1 < length) AddSpring(add, c * length + i, c * length + i + 1, 1.0);
+      }
+  });
+  Sparse const m = UnitMass(copies * length);
+  ORXSrvModes modes(k, m);
+  EXPECT_EQ(Raised([&] { modes.FindLowest(3 * copies); }), "nothing raised");
+  ExpectModes(modes, First(exact, 3 * copies), 8);
+  modes.FindLowest(7); // ends within a cluster
+  ExpectModes(modes, First(exact, 7), 8);
+}
+
+TEST(Modes, WithMasslessUnknownsAreThoseOfTheCondensedModel) {
+  // Every second node of a clamped chain has no mass: two springs in a row are one of half the stiffness.
+  int const masses = 300, n = 2 * masses + 1;
+  Sparse const k = Grid(n, 1, true);
+  Sparse const clamped = Assembled(n, [&](auto add) {
+    orx::ForEachEntry(k.View(), add);
+    add(0, 0, 1.0), add(n - 1, n - 1, 1.0);
+  });
+  std::vector<double> diagonal(static_cast<std::size_t>(n), 0.0);
+  for (int i = 1; i < n; i += 2)
+    diagonal[static_cast<std::size_t>(i)] = 1.0;
+  Sparse const m = DiagonalMatrix(diagonal), half = m.SymmetricForm();
+  std::vector<double> exact;
+  for (int i = 1; i <= masses; ++i)
+    exact.push_back(2 * std::pow(std::sin(i * std::numbers::pi / (2.0 * (masses + 1))), 2));
+  for (Sparse const* mass : {&m, &half}) {
+    ORXSrvModes modes(clamped, *mass);
+    modes.FindLowest(20);
+    ExpectModes(modes, First(exact, 20), 2);
+    // The massless node between two masses is in the middle of them.
+    double const* const x = modes.Shape(19);
+    EXPECT_NEAR(x[300], (x[299] + x[301]) / 2, 1e-8);
+    modes.FindLowest(n); // more than there are
+    ExpectModes(modes, exact, 2);
+  }
+}
+
+TEST(Modes, OfAnIndefiniteStiffnessBeginBelowZero) {
+  int const n = 30;
+  Sparse const k = Grid(n, n);
+  Sparse const lowered = Assembled(n * n, [&](auto add) {
+    orx::ForEachEntry(k.View(), add);
+    for (int i = 0; i < n * n; ++i)
+      add(i, i, -0.15);
+  });
+  std::vector<double> exact = GridEigenvalues(n, n);
+  for (double& value : exact)
+    value -= 0.15;
+  Sparse const m = UnitMass(n * n);
+  ORXSrvModes modes(lowered, m);
+  ASSERT_LT(exact[4], 0);
+  for (int const count : {2, 15}) {
+    modes.FindLowest(count);
+    ExpectModes(modes, First(exact, count), 8);
+  }
+  modes.FindBetween(Hertz(-0.05), Hertz(0.05));
+  ExpectModes(modes, Between(exact, -0.05, 0.05), 8);
+}
+
+TEST(Modes, HaveShapesOfUnitMassThatAreOrthogonal) {
+  WorkingFolder const folder;
+  int const n = 25, count = 12;
+  Sparse const k = Grid(n, n);
+  std::vector<double> masses(static_cast<std::size_t>(n * n));
+  for (std::size_t i = 0; i < masses.size(); ++i)
+    masses[i] = 1.0 + static_cast<double>(i % 7);
+  Sparse const m = DiagonalMatrix(masses);
+  ORXSrvModes modes(k, m);
+  modes.FindLowest(count);
+  ORXSrvMatrix shapes(n * n, count);
+  modes.GetShapes(shapes);
+  ORXSrvScratchDenseMatrix stored(n * n, count, 100, 5);
+  modes.GetShapes(stored);
+  std::vector<double> read(static_cast<std::size_t>(n * n * count));
+  stored.GetAllValues(read.data());
+  EXPECT_TRUE(std::equal(read.begin(), read.end(), shapes.Values()));
+  for (int a = 0; a < count; ++a)
+    for (int b = 0; b < count; ++b) {
+      double sum = 0;
+      for (int i = 0; i < n * n; ++i)
+        sum += modes.Shape(a)[i] * masses[static_cast<std::size_t>(i)] * modes.Shape(b)[i];
+      EXPECT_NEAR(sum, a == b, 1e-9);
+    }
+  ORXSrvMatrix wrong(n * n, count - 1);
+  EXPECT_EQ(Raised([&] { modes.GetShapes(wrong); }),
+            "401 ORXSrvModes: the matrix for shapes is 625 x 11; expected a full one of 625 x 12.");
+}
+
+TEST(Modes, RefuseMatricesThatHaveNone) {
+  Sparse const k = Grid(10, 10);
+  auto const find = [&](Sparse const& stiffness, Sparse const& mass) {
+    return Raised([&] { ORXSrvModes(stiffness, mass).FindLowest(4); });
+  };
+  EXPECT_EQ(find(k, UnitMass(99)),
+            "401 ORXSrvModes: K is 100 x 100 and M is 99 x 99; expected square matrices of one order.");
+  EXPECT_EQ(find(RandomMatrix(100, 0.1, false, 1), UnitMass(100)), "401 ORXSrvModes: K is not symmetric.");
+  std::vector<double> masses(100, 1.0);
+  masses[17] = -1.0;
+  EXPECT_EQ(find(k, DiagonalMatrix(masses)).substr(0, 46), "405 ORXSrvModes: M has -1.000000 on the diagon");
+  Sparse const indefinite = Assembled(100, [](auto add) {
+    for (int i = 0; i < 100; ++i)
+      add(i, i, 1.0);
+    add(3, 4, 2.0), add(4, 3, 2.0);
+  });
+  EXPECT_EQ(find(k, indefinite).substr(0, 4), "405 ");
+  masses[17] = 0.0;
+  Sparse const loose = Assembled(100, [&](auto add) {
+    orx::ForEachEntry(k.View(), [&](int i, int j, double v) {
+      if (i != 17 && j != 17) add(i, j, v);
+    });
+  });
+  std::string const text = find(loose, DiagonalMatrix(masses));
+  EXPECT_EQ(text.substr(0, 4), "402 ");
+  EXPECT_NE(text.find("unknown 18 (counted from 1)"), std::string::npos) << text;
+  EXPECT_EQ(find(k, DiagonalMatrix(std::vector<double>(100, 0.0))), "nothing raised");
+}
