@@ -28,5 +28,7 @@ void ClaimExchangeFiles(Report& report);
 void ClaimSparseKernels(Report& report);
 /// Transposition, permutation, difference and symmetry test of sparse matrices.
 void ClaimSparseOperations(Report& report);
+/// Sparse factorization, block solves and modes.
+void ClaimSparseModes(Report& report);
 
 } // namespace bench

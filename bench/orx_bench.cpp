@@ -84,6 +84,7 @@ int Run(char const* word) {
   bench::ClaimMatrixRegistry(report);
   bench::ClaimSparseKernels(report);
   bench::ClaimSparseOperations(report);
+  bench::ClaimSparseModes(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();

@@ -1,0 +1,152 @@
+#include "bench/Claims.h"
+#include "bench/ElasticBlock.h"
+#include "bench/Process.h"
+#include "bench/Python.h"
+#include "bench/TemporaryFolder.h"
+#include "solve/ORXSrvModes.h"
+#include "solve/ORXSrvSparseFactor.h"
+
+#include <cmath>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Factorization, block solves and modes of a clamped block of steel with 92,610 unknowns and 6.6 million
+// entries.
+
+namespace bench {
+namespace {
+
+constexpr int rounds = 3;
+
+struct Model {
+  ORXSrvSparseMatrix stiffness, mass;
+  TemporaryFolder folder; ///< with both in files, for the peers
+
+  Model() : Model(ElasticBlock(70, 20, 20, true)) {}
+  explicit Model(ElasticBlock const& block) : stiffness(block.Stiffness()), mass(block.Mass()) {
+    Write("K", stiffness);
+    Write("M", mass);
+  }
+
+private:
+  template<class T>
+  void WriteArray(std::string const& name, T const* values, std::int64_t count) const {
+    std::ofstream(folder.Path() + "/" + name + ".bin", std::ios::binary)
+        .write(reinterpret_cast<char const*>(values), count * static_cast<std::int64_t>(sizeof(T)));
+  }
+  void Write(std::string const& name, ORXSrvSparseMatrix const& matrix) const {
+    orx::CompressedRowsView const rows = matrix.View();
+    WriteArray(name + ".ia", rows.rowPointers, rows.rows + 1);
+    WriteArray(name + ".ja", rows.columnIndices, rows.Entries());
+    WriteArray(name + ".a", rows.values, rows.Entries());
+  }
+};
+
+double TimeFactorization(Model const& model) {
+  double const start = Now();
+  ORXSrvSparseFactor factor;
+  factor.Factorize(model.stiffness);
+  return Now() - start;
+}
+
+struct Found {
+  double seconds;
+  double last; ///< eigenvalue
+};
+
+Found FindModes(Model const& model, int count, bool isCertified) {
+  double const start = Now();
+  ORXSrvModes modes(model.stiffness, model.mass);
+  modes.SetCertified(isCertified);
+  modes.FindLowest(count);
+  return {Now() - start, modes.Modes().back().eigenvalue};
+}
+
+Found FindModesByPeer(Model const& model, std::string const& python, char const* peer, int count) {
+  auto const lines = RunProgram(python + " '" ORX_BENCH_MODE_PEERS "' " + peer + " '" + model.folder.Path() +
+                                "' " + std::to_string(count));
+  return {Number(lines, "modes"), Number(lines, "last")};
+}
+
+void RequireSame(double a, double b) {
+  RequireAgreement(std::abs(a - b) <= 1e-8 * std::abs(b), "the last eigenvalue");
+}
+
+void CompareModes(Report& report, Model const& model, int count, std::string const& python) {
+  std::vector<double> toSlepc, certifiedToSlepc, toFactor, certifiedToFactor, seconds;
+  std::string const name = Format("modes, %d of 92,610 unknowns", count);
+  for (int round = 0; round < rounds; ++round) {
+    double const factorization = TimeFactorization(model);
+    Found const plain = FindModes(model, count, false), certified = FindModes(model, count, true);
+    RequireSame(plain.last, certified.last);
+    toFactor.push_back(plain.seconds / factorization);
+    certifiedToFactor.push_back(certified.seconds / factorization);
+    seconds.push_back(certified.seconds);
+    if (python.empty()) continue;
+    Found const peer = FindModesByPeer(model, python, "slepc", count);
+    RequireSame(certified.last, peer.last);
+    toSlepc.push_back(plain.seconds / peer.seconds);
+    certifiedToSlepc.push_back(certified.seconds / peer.seconds);
+  }
+  std::string const figures = Format("%.1f s certified", Median(seconds));
+  bool const isFew = count <= 20;
+  report.Line(name + ": time / analysis and factorization", figures, Median(toFactor), "",
+              isFew ? AtMost(1.7) : Goal{});
+  report.Line(name + ", certified: time / analysis and factorization", figures, Median(certifiedToFactor), "",
+              isFew ? AtMost(2.3) : Goal{});
+  if (python.empty()) return report.Absent(name + ": time / SLEPc with MUMPS", "SLEPc");
+  report.Line(name + ": time / SLEPc with MUMPS", figures, Median(toSlepc), "", AtMost(isFew ? 0.75 : 0.7));
+  report.Line(name + ", certified: time / SLEPc with MUMPS, which certifies nothing", figures,
+              Median(certifiedToSlepc), "", isFew ? AtMost(1.0) : Goal{});
+}
+
+/// SciPy's eigsh takes minutes: one run.
+void CompareWithSciPy(Report& report, Model const& model) {
+  std::string const claim = "modes, 20 of 92,610 unknowns: time / SciPy's eigsh";
+  std::string const python = PythonWithSciPy();
+  if (python.empty()) return report.Absent(claim, "SciPy");
+  Found const ours = FindModes(model, 20, false);
+  Found const peer = FindModesByPeer(model, python, "scipy", 20);
+  RequireSame(ours.last, peer.last);
+  report.Line(claim, Format("%.1f : %.1f s", ours.seconds, peer.seconds), ours.seconds / peer.seconds, "",
+              AtMost(0.06));
+}
+
+void CompareBlockSolves(Report& report, Model const& model) {
+  ORXSrvSparseFactor factor;
+  factor.Factorize(model.stiffness);
+  auto const order = static_cast<std::size_t>(factor.Facts().order);
+  std::vector<double> x(order * 32, 1.0);
+  auto const perVector = [&](int count) {
+    double const start = Now();
+    factor.Solve(x.data(), count);
+    return (Now() - start) / count;
+  };
+  for (auto const& [count, goal] : {std::pair{8, 0.25}, std::pair{32, 0.15}}) {
+    Pairs const pairs = MeasurePairs([&] { return perVector(count); }, [&] { return perVector(1); }, 5.0, 3);
+    report.Line(Format("sparse solve of 92,610 unknowns, %d vectors: time a vector / of a single one", count),
+                Format("%.1f : %.1f ms", pairs.ours * 1e3, pairs.peers * 1e3), pairs.ratio, "", AtMost(goal));
+  }
+}
+
+} // namespace
+
+void ClaimSparseModes(Report& report) {
+  std::optional<Model> model;
+  auto const withModel = [&](char const* claim, auto measure) {
+    if (!report.Wants(claim)) return;
+    report.Try(claim, [&] {
+      if (!model) model.emplace();
+      measure();
+    });
+  };
+  std::string const python = PythonWith("slepc4py");
+  withModel("sparse solve of 92,610 unknowns", [&] { CompareBlockSolves(report, *model); });
+  withModel("modes, 20 of 92,610 unknowns", [&] { CompareModes(report, *model, 20, python); });
+  withModel("modes, 200 of 92,610 unknowns", [&] { CompareModes(report, *model, 200, python); });
+  withModel("modes, 20 of 92,610 unknowns: time / SciPy's eigsh", [&] { CompareWithSciPy(report, *model); });
+}
+
+} // namespace bench
