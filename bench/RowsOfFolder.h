@@ -15,6 +15,20 @@
 
 namespace bench {
 
+/// "products [symmetric] FOLDER COUNT...": what a program is asked to time.
+struct ProductsTask {
+  bool isSymmetric;
+  std::string folder;
+  std::vector<int> counts; ///< of vectors
+
+  explicit ProductsTask(std::vector<std::string> const& words) : isSymmetric(words[1] == "symmetric") {
+    std::size_t const first = isSymmetric ? 2 : 1;
+    folder = words[first];
+    for (std::size_t k = first + 1; k < words.size(); ++k)
+      counts.push_back(std::stoi(words[k]));
+  }
+};
+
 /// Compressed rows of a square matrix, out of the files ia.bin, ja.bin and a.bin.
 struct RowsOfFolder {
   LargeArray<int> ia, ja;

@@ -81,28 +81,28 @@ cholmod_dense Over(bench::BlockOfVectors& vectors, int count) {
   return dense;
 }
 
-void TimeProducts(char const* folder, bool symmetric, std::vector<int> const& counts) {
-  bench::RowsOfFolder rows(folder);
+void TimeProducts(bench::ProductsTask const& task) {
+  bench::RowsOfFolder rows(task.folder);
   cholmod_common common;
   cholmod_start(&common);
   cholmod_sparse matrix = CholmodMatrixOver(rows);
   constexpr int upper = 1, withValues = 1;
-  cholmod_sparse* triangle = symmetric ? cholmod_copy(&matrix, upper, withValues, &common) : nullptr;
-  for (int const count : counts) {
+  cholmod_sparse* triangle = task.isSymmetric ? cholmod_copy(&matrix, upper, withValues, &common) : nullptr;
+  for (int const count : task.counts) {
     auto x = bench::BlockOfVectors::Factors(rows.rows, count);
     bench::BlockOfVectors y(rows.rows, count);
     cholmod_dense denseX = Over(x, count);
     cholmod_dense denseY = Over(y, count);
-    auto const report = [&](char const* task, bool transposeHeld) {
+    auto const report = [&](char const* name, bool transposeHeld) {
       double one[] = {1, 0}, zero[] = {0, 0};
       double const seconds = bench::MedianSeconds([&] {
-        cholmod_sdmult(symmetric ? triangle : &matrix, transposeHeld ? 1 : 0, one, zero, &denseX, &denseY,
-                       &common);
+        cholmod_sdmult(task.isSymmetric ? triangle : &matrix, transposeHeld ? 1 : 0, one, zero, &denseX,
+                       &denseY, &common);
       });
-      bench::PrintTiming((task + std::to_string(count)).c_str(), seconds, y.Checksum());
+      bench::PrintTiming((name + std::to_string(count)).c_str(), seconds, y.Checksum());
     };
     report("product_", true);
-    if (!symmetric) report("transposed_", false);
+    if (!task.isSymmetric) report("transposed_", false);
   }
   cholmod_free_sparse(&triangle, &common);
   cholmod_finish(&common);
@@ -117,11 +117,6 @@ int main(int argc, char** argv) {
     TimeOperations(words[1].c_str());
     return 0;
   }
-  bool const symmetric = words[1] == "symmetric";
-  std::size_t const folder = symmetric ? 2 : 1;
-  std::vector<int> counts;
-  for (std::size_t k = folder + 1; k < words.size(); ++k)
-    counts.push_back(std::stoi(words[k]));
-  TimeProducts(words[folder].c_str(), symmetric, counts);
+  TimeProducts(bench::ProductsTask(words));
   return 0;
 }

@@ -236,16 +236,16 @@ void TimeVectors(char const* name, DenseProduct product, Matrix const& matrix, B
   Require(MatDestroy(&dense));
 }
 
-void TimeProducts(char const* folder, bool symmetric, std::vector<int> const& counts) {
-  Matrix matrix(folder, symmetric);
-  for (int const count : counts) {
+void TimeProducts(bench::ProductsTask const& task) {
+  Matrix matrix(task.folder, task.isSymmetric);
+  for (int const count : task.counts) {
     BlockOfVectors x = BlockOfVectors::Factors(matrix.rows, count);
     BlockOfVectors y(matrix.rows, count);
     if (count == 1) {
       TimeOneVector(matrix, x, y);
     } else {
       TimeVectors("product", MatMatMult, matrix, x, y, count);
-      if (!symmetric) TimeVectors("transposed", MatTransposeMatMult, matrix, x, y, count);
+      if (!task.isSymmetric) TimeVectors("transposed", MatTransposeMatMult, matrix, x, y, count);
     }
   }
   Require(MatDestroy(&matrix.mat));
@@ -266,12 +266,7 @@ int main(int argc, char** argv) {
   } else if (words[0] == "operations") {
     TimeOperations(words[1].c_str());
   } else {
-    bool const symmetric = words[1] == "symmetric";
-    std::size_t const folder = symmetric ? 2 : 1;
-    std::vector<int> counts;
-    for (std::size_t k = folder + 1; k < words.size(); ++k)
-      counts.push_back(std::stoi(words[k]));
-    TimeProducts(words[folder].c_str(), symmetric, counts);
+    TimeProducts(bench::ProductsTask(words));
   }
   Require(PetscFinalize());
   return 0;

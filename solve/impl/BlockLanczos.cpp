@@ -7,6 +7,8 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
+#include <optional>
+#include <utility>
 
 namespace orx {
 
@@ -36,20 +38,48 @@ void Multiply(char const* transA, int m, int n, int k, double alpha, double cons
   if (m > 0 && n > 0) BLAC_DGEMM(transA, "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
 }
 
-/// All eigenvalues, ascending, of a symmetric matrix of order n without gaps; the vectors replace it.
-std::vector<double> SolveSymmetric(std::vector<double>& a, int n) {
-  std::vector<double> values(static_cast<std::size_t>(n));
-  double best = 0.0;
-  int query = -1, info = 0;
-  BLAC_DSYEV("V", "U", &n, a.data(), &n, values.data(), &best, &query, &info);
-  int const size = static_cast<int>(best);
-  std::vector<double> work(static_cast<std::size_t>(size));
+/// All eigenvalues, ascending, of a symmetric matrix of order n without gaps, of which the upper triangle is
+/// used; the vectors replace it.
+std::vector<double> SolveByIteration(std::vector<double>& a, int n) {
+  std::vector<double> values(static_cast<std::size_t>(n)), work(64 * values.size() + 1);
+  int const size = static_cast<int>(work.size());
+  int info = 0;
   BLAC_DSYEV("V", "U", &n, a.data(), &n, values.data(), work.data(), &size, &info);
   if (info != 0)
     ORXSrvSolveError(ORXSrvSolveError::engineFailed,
                      "ORXSrvModes: the projected eigenproblem did not converge.")
         .Throw("solve/impl/BlockLanczos.cpp", __LINE__);
   return values;
+}
+
+/// Does the same by relatively robust representations, in a fraction of the time. Returns nothing where these
+/// fail, which happens to matrices with tight clusters; `a` is then destroyed.
+std::optional<std::vector<double>> SolveByRepresentations(std::vector<double>& a, int n) {
+  auto const order = static_cast<std::size_t>(n);
+  std::vector<double> diagonal(order), beside(order), tau(order), values(order), vectors(order * order);
+  std::vector<double> work(64 * order + 1);
+  std::vector<int> support(2 * order), integers(10 * order);
+  int const size = static_cast<int>(work.size()), integerSize = static_cast<int>(integers.size());
+  int const unused = 0;
+  double const none = 0.0;
+  int found = 0, info = 0, triesRelative = 1;
+  BLAC_DSYTRD("U", &n, a.data(), &n, diagonal.data(), beside.data(), tau.data(), work.data(), &size, &info);
+  BLAC_DSTEMR("V", "A", &n, diagonal.data(), beside.data(), &none, &none, &unused, &unused, &found,
+              values.data(), vectors.data(), &n, &n, support.data(), &triesRelative, work.data(), &size,
+              integers.data(), &integerSize, &info);
+  if (info != 0 || found != n) return {};
+  BLAC_DORMTR("L", "U", "N", &n, &n, a.data(), &n, tau.data(), vectors.data(), &n, work.data(), &size, &info);
+  a = std::move(vectors);
+  return values;
+}
+
+std::vector<double> SolveSymmetric(std::vector<double>& a, int n) {
+  constexpr int worthwhileOrder = 150;
+  if (n < worthwhileOrder) return SolveByIteration(a, n);
+  std::vector<double> const copy = a;
+  if (std::optional<std::vector<double>> values = SolveByRepresentations(a, n)) return *std::move(values);
+  a = copy;
+  return SolveByIteration(a, n);
 }
 
 /// Of components as large as each other to rounding, as symmetric structures have, the first decides.
@@ -77,10 +107,10 @@ void BlockLanczos::Apply(double* x, int count) {
   m_pencil.Solve(x, count);
 }
 
-void BlockLanczos::Orthogonalize(int count, double* t) {
+void BlockLanczos::Orthogonalize(int count, int passes, double* t) {
   double* const block = Column(m_size);
   std::vector<double> coefficients(static_cast<std::size_t>(m_size) * count);
-  for (int pass = 0; pass < 2; ++pass) {
+  for (int pass = 0; pass < passes; ++pass) {
     m_pencil.MultiplyByMass(block, count, m_massTimes.get());
     for (FoundMode const& mode : m_known)
       for (int v = 0; v < count; ++v) {
@@ -156,7 +186,7 @@ int BlockLanczos::AddRandomDirections(int first, int count) {
   std::vector<double> ignored;
   int added = Orthonormalize(count, ignored);
   if (added > 0) {
-    Orthogonalize(added, nullptr);
+    Orthogonalize(added, 2, nullptr);
     // What is left of vectors of length 1: nothing but rounding errors where Q holds all motions with mass.
     m_pencil.MultiplyByMass(Column(m_size), added, m_massTimes.get());
     double longest = 0.0;
@@ -167,7 +197,7 @@ int BlockLanczos::AddRandomDirections(int first, int count) {
     added = longest > 1e-16 ? Orthonormalize(added, ignored) : 0;
   }
   if (added > 0) {
-    Orthogonalize(added, nullptr);
+    Orthogonalize(added, 1, nullptr);
     added = Orthonormalize(added, ignored);
   }
   m_size = size;
@@ -187,7 +217,7 @@ bool BlockLanczos::Extend() {
   std::copy_n(Column(m_size - m_last), std::int64_t{m_order} * m_last, Column(m_size));
   Apply(Column(m_size), m_last);
   double* const t = m_t.data() + std::int64_t{m_size - m_last} * m_capacity;
-  Orthogonalize(m_last, t);
+  Orthogonalize(m_last, 2, t);
   double largest = 0.0;
   for (std::int64_t v = 0; v < m_last; ++v)
     for (int i = 0; i < m_size; ++i)
@@ -201,7 +231,7 @@ bool BlockLanczos::Extend() {
   if (remains <= leastDirection * largest) m_next = 0;
   if (m_next > 0) {
     int const before = m_next;
-    Orthogonalize(before, nullptr);
+    Orthogonalize(before, 1, nullptr);
     m_next = Orthonormalize(before, second);
     m_r.assign(static_cast<std::size_t>(m_next) * m_last, 0.0);
     Multiply("N", m_next, m_last, before, 1.0, second.data(), m_next, first.data(), before, 0.0, m_r.data(),

@@ -53,9 +53,9 @@ private:
   double const* Column(int index) const noexcept { return m_vectors.get() + std::int64_t{index} * m_order; }
   /// Replaces vectors x by (K - shift M)^-1 M x.
   void Apply(double* x, int count);
-  /// Makes the columns behind Q orthogonal to the known modes and to Q, and adds the coefficients of Q to
-  /// `t`, which may be null, with m_capacity as its leading dimension.
-  void Orthogonalize(int count, double* t);
+  /// Makes the columns behind Q orthogonal to the known modes and to Q, in one pass if they nearly are, else
+  /// in two. Adds the coefficients of Q to `t`, which may be null, with m_capacity as its leading dimension.
+  void Orthogonalize(int count, int passes, double* t);
   /// Makes the columns behind Q orthonormal: old columns = new columns * r. Returns the number of new
   /// columns: those of which nothing but rounding errors is left are dropped.
   int Orthonormalize(int count, std::vector<double>& r);
