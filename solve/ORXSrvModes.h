@@ -24,7 +24,7 @@ struct ORXSrvMode {
 struct ORXSrvModeCount {
   double from, to;
   int found;
-  int counted; ///< by the inertia of K - from M and K - to M; -1 when it is not known
+  int counted; ///< by the inertia of K - from M and K - to M
 };
 
 /// The modes of K x = lambda M x, K and M symmetric, M positive semidefinite: massless unknowns are welcome.
@@ -45,6 +45,10 @@ struct ORXSrvModeCount {
 /// it comes to no end raises ORXSrvSolveError::notCertified; the modes found until then can be read, and
 /// Counts says which interval is uncertain.
 ///
+/// Progress and stop go through ORXSrvProgress, after each factorization and each block of vectors; how many
+/// there will be is not known before, so that each reports 1 of 2. After an error or a stop there are no
+/// modes, unless the error is notCertified.
+///
 /// The matrices are lent and must live as long as this object. Both are assembled and of the same order, in
 /// either form. Shapes are scaled to x^T M x = 1, the largest component positive.
 class ORX_EXPORT ORXSrvModes {
@@ -57,10 +61,10 @@ public:
 
   // Settings
 
-  /// Memory in bytes for factorization and basis, at first ORXSrvDenseMatrix::WorkMemory. A factor that needs
-  /// more is kept on disk.
+  /// Memory for the factorization in bytes, at first ORXSrvDenseMatrix::WorkMemory. A factor that needs more
+  /// is kept on disk. The Lanczos basis takes up to a third as much beside it, but has 64 vectors at least.
   void SetMemory(std::int64_t bytes) noexcept;
-  /// The folder for what is kept on disk, see ORXSrvSparseFactor.
+  /// The folder for factors on disk, see ORXSrvSparseFactor.
   void SetFolder(char const* path);
   void SetCertified(bool certified) noexcept;
 

@@ -9,9 +9,8 @@
 class ORX_EXPORT ORXSrvSolveError : public ORXBasException {
 public:
   enum Cause {
-    illegalInput =
-        401,        ///< shapes that do not belong together, a value that is not finite, calls out of order
-    singular = 402, ///< the matrix has no inverse; the text names unknowns
+    illegalInput = 401,   ///< shapes that do not fit, values that are not finite, calls out of order
+    singular = 402,       ///< the matrix has no inverse; the text names unknowns
     beyondBudget = 403,   ///< more memory is needed than the budget allows, even with the factors on disk
     onDisk = 404,         ///< the folder for factors on disk cannot be written, or is full
     indefiniteMass = 405, ///< x^T M x < 0 for some x: modes with such a matrix are not ordered on a line

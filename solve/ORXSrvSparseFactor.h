@@ -90,11 +90,12 @@ public:
   /// For `count` vectors. Raises ORXSrvSolveError::singular when there are zero pivots, unless they are held.
   void Solve(double* x, int count);
   void Solve(ORXSrvMatrix& x);
-  /// Column block by column block, as the budget allows.
+  /// Column block by column block, at most 128 columns at a time in memory.
   void Solve(ORXSrvDenseMatrix& x);
   /// Solves, then takes one step of iterative refinement. Returns the largest componentwise backward error
   /// |b - A x| / (|A| |x| + |b|) of all vectors: x solves exactly a system whose data differ from these by
-  /// that share (Oettli, Prager 1964).
+  /// that share (Oettli, Prager 1964). Rows whose terms are next to nothing are measured by the solution as a
+  /// whole (Arioli, Demmel, Duff 1989). REQUIRES: b and x do not overlap, else illegalInput.
   double SolveRefined(double const* b, double* x, int count);
   /// With `held`, solves with a singular matrix as if the unknowns of its zero pivots were held at zero. The
   /// right-hand side is not checked for consistency; SolveRefined tells the residual.

@@ -1,7 +1,7 @@
 #include "solve/impl/BlockLanczos.h"
 
 #include "blac/BLAC.h"
-#include "solve/ORXSrvSolveError.h"
+#include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,12 +26,6 @@ constexpr double leastDirection = 1e-13;
 /// A square of a length below minus this share of the others is no rounding error.
 constexpr double mostNegative = 1e-9;
 
-[[noreturn]] void RaiseIndefiniteMass() {
-  ORXSrvSolveError(ORXSrvSolveError::indefiniteMass,
-                   "ORXSrvModes: M is indefinite, x^T M x < 0 for some x; expected no negative mass.")
-      .Throw("solve/impl/BlockLanczos.cpp", __LINE__);
-}
-
 /// c = alpha * op(a) * b + beta * c; the result is m x n.
 void Multiply(char const* transA, int m, int n, int k, double alpha, double const* a, int lda,
               double const* b, int ldb, double beta, double* c, int ldc) {
@@ -46,9 +40,8 @@ std::vector<double> SolveByIteration(std::vector<double>& a, int n) {
   int info = 0;
   BLAC_DSYEV("V", "U", &n, a.data(), &n, values.data(), work.data(), &size, &info);
   if (info != 0)
-    ORXSrvSolveError(ORXSrvSolveError::engineFailed,
-                     "ORXSrvModes: the projected eigenproblem did not converge.")
-        .Throw("solve/impl/BlockLanczos.cpp", __LINE__);
+    RaiseSolveError(ORXSrvSolveError::engineFailed, "ORXSrvModes: the projected eigenproblem of order " +
+                                                        std::to_string(n) + " did not converge.");
   return values;
 }
 
@@ -159,7 +152,10 @@ int BlockLanczos::Orthonormalize(int count, std::vector<double>& r) {
         }
       }
     double const square = dot(x, mx);
-    if (square < -mostNegative * longest * longest) RaiseIndefiniteMass();
+    if (square < -mostNegative * longest * longest)
+      RaiseSolveError(ORXSrvSolveError::indefiniteMass,
+                      "ORXSrvModes: M is indefinite, x^T M x is " + NumberText(square) +
+                          " for some x of length " + NumberText(longest) + "; expected no negative mass.");
     double const length = std::sqrt(std::max(square, 0.0));
     if (!(length > leastDirection * longest)) continue;
     c[rank] = length;

@@ -1,8 +1,8 @@
 #include "solve/impl/Engine.h"
 
 #include "core/mem_Allocator.h"
-#include "solve/ORXSrvSolveError.h"
 #include "solve/impl/ScratchFolder.h"
+#include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -49,12 +49,6 @@ std::string Megabytes(std::int64_t bytes) {
   return std::to_string((bytes + megabyte - 1) / megabyte) + " MB";
 }
 
-[[noreturn]] void Raise(ORXSrvSolveError::Cause cause, std::string const& text, int line) {
-  ORXSrvSolveError(cause, text.c_str()).Throw("solve/impl/Engine.cpp", line);
-}
-
-} // namespace
-
 /// While it lives, SCOTCH does without threads of its own: with them orderings differ from run to run. It
 /// asks the environment, and nobody else reads it meanwhile: all calls into the library come from one thread.
 class OneThread {
@@ -78,6 +72,8 @@ private:
   std::optional<std::string> m_before;
 };
 
+} // namespace
+
 struct Engine::State {
   DMUMPS_STRUC_C id{};
   RowGroups groups;
@@ -98,6 +94,14 @@ struct Engine::State {
     id.job = job;
     dmumps_c(&id);
   }
+  /// The arrays of the matrix for the next job, which only reads them.
+  void Lend(ShiftedMatrix const& matrix) {
+    id.n = matrix.Order();
+    id.nnz = matrix.Entries();
+    id.irn = const_cast<int*>(matrix.Rows().data());
+    id.jcn = const_cast<int*>(matrix.Columns().data());
+    id.a = const_cast<double*>(matrix.Values().data());
+  }
   bool HasFailed() const { return Info(id, 1) < 0; }
   /// Raises the error for what the last job has returned.
   [[noreturn]] void RaiseFailure(char const* what, std::string const& where);
@@ -109,12 +113,11 @@ void Engine::State::RaiseFailure(char const* what, std::string const& where) {
   if (std::ranges::find(outOfMemory, code) != std::end(outOfMemory))
     throw mem_OutOfMemory(static_cast<std::size_t>(Count(detail)) * sizeof(double));
   if (code == -90)
-    Raise(ORXSrvSolveError::onDisk,
-          std::string(what) + ": the factor cannot be written to " + where + ". Is the disk full?", __LINE__);
-  Raise(ORXSrvSolveError::engineFailed,
-        std::string(what) + ": MUMPS ended with code " + std::to_string(code) + ", " +
-            std::to_string(detail) + ".",
-        __LINE__);
+    RaiseSolveError(ORXSrvSolveError::onDisk,
+                    std::string(what) + ": the factor cannot be written to " + where + ". Is the disk full?");
+  RaiseSolveError(ORXSrvSolveError::engineFailed, std::string(what) + ": MUMPS ended with code " +
+                                                      std::to_string(code) + ", " + std::to_string(detail) +
+                                                      ".");
 }
 
 Engine::Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots) {
@@ -128,11 +131,7 @@ Engine::Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots) {
   Control(id, 7) = 3;          // SCOTCH
   Control(id, 24) = zeroPivots == ZeroPivots::AreSetAside ? 1 : 0;
   id.cntl[2] = nullPivot;
-  id.n = matrix.Order();
-  id.nnz = matrix.Entries();
-  id.irn = const_cast<int*>(matrix.Rows().data()); // read only
-  id.jcn = const_cast<int*>(matrix.Columns().data());
-  id.a = const_cast<double*>(matrix.Values().data());
+  state.Lend(matrix);
   // With zeros on the diagonal MUMPS looks for pairs of unknowns that make good pivots, from the values.
   if (!matrix.HasZeroOnDiagonal()) {
     Control(id, 6) = 0;
@@ -169,11 +168,11 @@ std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, Eng
   DMUMPS_STRUC_C& id = state.id;
   bool const isOnDisk = state.estimate.bytes > limits.bytes;
   if (isOnDisk && state.estimate.bytesOnDisk > limits.bytes)
-    Raise(ORXSrvSolveError::beyondBudget,
-          "ORXSrvSparseFactor::Factorize: the factorization needs " + Megabytes(state.estimate.bytes) +
-              " of memory, or " + Megabytes(state.estimate.bytesOnDisk) +
-              " with the factor on disk; the budget is " + Megabytes(limits.bytes) + ".",
-          __LINE__);
+    RaiseSolveError(ORXSrvSolveError::beyondBudget,
+                    "ORXSrvSparseFactor::Factorize: the factorization needs " +
+                        Megabytes(state.estimate.bytes) + " of memory, or " +
+                        Megabytes(state.estimate.bytesOnDisk) + " with the factor on disk; the budget is " +
+                        Megabytes(limits.bytes) + ".");
   Control(id, 22) = isOnDisk ? 1 : 0;
   state.folder.reset();
   if (isOnDisk) {
@@ -181,9 +180,7 @@ std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, Eng
     std::snprintf(id.ooc_tmpdir, sizeof id.ooc_tmpdir, "%s", state.folder->Path().c_str());
     std::snprintf(id.ooc_prefix, sizeof id.ooc_prefix, "factor");
   }
-  id.irn = const_cast<int*>(matrix.Rows().data());
-  id.jcn = const_cast<int*>(matrix.Columns().data());
-  id.a = const_cast<double*>(matrix.Values().data());
+  state.Lend(matrix);
   constexpr int workspaceTooSmall[] = {-8, -9, -14, -15, -17, -18, -20};
   for (int slack = usualSlack; slack <= 1000; slack *= 3) {
     Control(id, 14) = slack;

@@ -3,9 +3,9 @@
 #include "mtx/ORXSrvDenseMatrix.h"
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvSparseMatrix.h"
-#include "solve/ORXSrvSolveError.h"
 #include "solve/impl/ModeSearch.h"
 #include "solve/impl/Pencil.h"
+#include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -18,15 +18,10 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "solve/impl/ORXSrvModes.cpp";
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
 /// x^T K x below this share of the terms that it is summed from is the strain of a rigid motion.
 constexpr double rigidStrain = 1e-13;
-
-[[noreturn]] void Raise(ORXSrvSolveError::Cause cause, std::string const& text, int line) {
-  ORXSrvSolveError(cause, ("ORXSrvModes: " + text).c_str()).Throw(sourceFile, line);
-}
 
 double FrequencyOf(double lambda) {
   return std::copysign(std::sqrt(std::abs(lambda)) / (2 * std::numbers::pi), lambda);
@@ -38,7 +33,9 @@ double EigenvalueOf(double frequency) {
 }
 
 void RequireCount(int count) {
-  if (count < 1) Raise(ORXSrvSolveError::illegalInput, std::to_string(count) + " modes asked for.", __LINE__);
+  if (count < 1)
+    RaiseSolveError(ORXSrvSolveError::illegalInput,
+                    "ORXSrvModes: " + std::to_string(count) + " modes asked for; expected at least one.");
 }
 
 ORXSrvMode Describe(FoundMode const& found) {
@@ -63,7 +60,7 @@ struct ORXSrvModes::State {
 
   EngineLimits Limits() const { return {memory > 0 ? memory : ORXSrvDenseMatrix::WorkMemory(), folder}; }
 
-  /// Performs a search; then keeps the modes that isWanted(lambda, index) among those in its range.
+  /// Performs a search, then keeps what select(modes) returns of the modes in its range.
   template<class Find, class Select>
   void Run(Find find, Select select) {
     modes.clear();
@@ -97,15 +94,24 @@ struct ORXSrvModes::State {
     }
   }
 
+  template<class Matrix>
+  void RequireShape(Matrix const& shapes, bool isFull) const {
+    auto const count = static_cast<int>(found.size());
+    if (!isFull || shapes.NumberOfRows() != pencil.Order() || shapes.NumberOfColumns() != count)
+      RaiseSolveError(ORXSrvSolveError::illegalInput,
+                      "ORXSrvModes: the matrix for shapes is " +
+                          ShapeText(shapes.NumberOfRows(), shapes.NumberOfColumns()) +
+                          "; expected a full one of " + ShapeText(pencil.Order(), count) + ".");
+  }
+
   [[noreturn]] void RaiseNotCertified() const {
     for (ORXSrvModeCount const& count : counts)
       if (count.found != count.counted)
-        Raise(ORXSrvSolveError::notCertified,
-              "between the eigenvalues " + std::to_string(count.from) + " and " + std::to_string(count.to) +
-                  ", " + std::to_string(count.found) + " modes were found and " +
-                  std::to_string(count.counted) + " counted.",
-              __LINE__);
-    Raise(ORXSrvSolveError::notCertified, "the search came to no end.", __LINE__);
+        RaiseSolveError(ORXSrvSolveError::notCertified,
+                        "ORXSrvModes: between the eigenvalues " + NumberText(count.from) + " and " +
+                            NumberText(count.to) + ", " + std::to_string(count.found) +
+                            " modes were found and " + std::to_string(count.counted) + " counted.");
+    RaiseSolveError(ORXSrvSolveError::notCertified, "ORXSrvModes: the search came to no end.");
   }
 };
 
@@ -137,6 +143,9 @@ void ORXSrvModes::FindLowest(int count) {
 void ORXSrvModes::FindNear(double frequency, int count) {
   RequireCount(count);
   double const lambda = EigenvalueOf(frequency);
+  if (!std::isfinite(lambda))
+    RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: modes near " + NumberText(frequency) +
+                                                        " Hz asked for; expected a finite frequency.");
   m_state->Run([&](ModeSearch& search) { return search.FindNear(lambda, count); },
                [&](std::vector<FoundMode> found) {
                  std::ranges::stable_sort(found, {},
@@ -151,10 +160,9 @@ void ORXSrvModes::FindNear(double frequency, int count) {
 void ORXSrvModes::FindBetween(double from, double to) {
   double const lower = EigenvalueOf(from), upper = EigenvalueOf(to);
   if (!(lower < upper) || !std::isfinite(lower) || !std::isfinite(upper))
-    Raise(ORXSrvSolveError::illegalInput,
-          "modes between " + std::to_string(from) + " and " + std::to_string(to) +
-              " Hz asked for; expected the lower frequency first.",
-          __LINE__);
+    RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: modes between " + NumberText(from) +
+                                                        " and " + NumberText(to) +
+                                                        " Hz asked for; expected the lower frequency first.");
   // The shifts lie outside: a mode on a bound belongs to the interval.
   double const margin = 1e-9 * std::max(std::abs(lower), std::abs(upper));
   m_state->Run([&](ModeSearch& search) { return search.FindBetween(lower - margin, upper + margin); },
@@ -179,37 +187,23 @@ std::vector<double> const& ORXSrvModes::Shifts() const noexcept { return m_state
 
 double const* ORXSrvModes::Shape(int index) const {
   if (index < 0 || static_cast<std::size_t>(index) >= m_state->found.size())
-    Raise(ORXSrvSolveError::illegalInput,
-          "shape " + std::to_string(index) + " asked for; there are " +
-              std::to_string(m_state->found.size()) + ".",
-          __LINE__);
+    RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: shape " + std::to_string(index) +
+                                                        " asked for; there are " +
+                                                        std::to_string(m_state->found.size()) + ".");
   return m_state->found[static_cast<std::size_t>(index)].shape.data();
 }
 
 void ORXSrvModes::GetShapes(ORXSrvMatrix& shapes) const {
-  int const order = m_state->pencil.Order();
-  auto const count = static_cast<int>(m_state->found.size());
-  if (shapes.IsDiagonal() || shapes.NumberOfRows() != order || shapes.NumberOfColumns() != count)
-    Raise(ORXSrvSolveError::illegalInput,
-          "the matrix for shapes is " + std::to_string(shapes.NumberOfRows()) + " x " +
-              std::to_string(shapes.NumberOfColumns()) + "; expected a full one of " + std::to_string(order) +
-              " x " + std::to_string(count) + ".",
-          __LINE__);
-  for (int mode = 0; mode < count; ++mode)
-    std::copy_n(Shape(mode), order, shapes.Values() + std::int64_t{mode} * order);
+  m_state->RequireShape(shapes, !shapes.IsDiagonal());
+  for (int mode = 0; mode < shapes.NumberOfColumns(); ++mode)
+    std::copy_n(Shape(mode), shapes.NumberOfRows(),
+                shapes.Values() + std::int64_t{mode} * shapes.NumberOfRows());
 }
 
 void ORXSrvModes::GetShapes(ORXSrvDenseMatrix& shapes) const {
-  int const order = m_state->pencil.Order();
-  auto const count = static_cast<int>(m_state->found.size());
-  if (shapes.NumberOfRows() != order || shapes.NumberOfColumns() != count)
-    Raise(ORXSrvSolveError::illegalInput,
-          "the matrix for shapes is " + std::to_string(shapes.NumberOfRows()) + " x " +
-              std::to_string(shapes.NumberOfColumns()) + "; expected " + std::to_string(order) + " x " +
-              std::to_string(count) + ".",
-          __LINE__);
-  if (count == 0) return;
-  ORXSrvMatrix all(order, count);
+  m_state->RequireShape(shapes, true);
+  if (shapes.NumberOfColumns() == 0) return;
+  ORXSrvMatrix all(shapes.NumberOfRows(), shapes.NumberOfColumns());
   GetShapes(all);
-  shapes.SetColumns(0, count - 1, all);
+  shapes.SetColumns(0, shapes.NumberOfColumns() - 1, all);
 }

@@ -4,10 +4,11 @@
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvProgress.h"
 #include "mtx/ORXSrvSparseMatrix.h"
-#include "solve/ORXSrvSolveError.h"
 #include "solve/impl/Engine.h"
+#include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,33 +16,33 @@ using namespace orx;
 
 namespace {
 
-constexpr char sourceFile[] = "solve/impl/ORXSrvSparseFactor.cpp";
-
 /// Vectors that are solved for at a time. More share one pass over the factor, and take more memory.
 constexpr int vectorsAtATime = 32;
 
 /// Terms below this share of what they could be are next to nothing (Arioli, Demmel, Duff 1989).
 constexpr double wholeRow = 1e-10;
 
-[[noreturn]] void Refuse(std::string const& text, int line) {
-  ORXSrvSolveError(ORXSrvSolveError::illegalInput, text.c_str()).Throw(sourceFile, line);
+[[noreturn]] void Refuse(std::string const& text, char const* file = __builtin_FILE(),
+                         int line = __builtin_LINE()) {
+  RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvSparseFactor" + text, -1, file, line);
 }
 
-std::string Shape(char const* name, int rows, int columns) {
-  return std::string(name) + " is " + std::to_string(rows) + " x " + std::to_string(columns);
+std::string ShapeOf(ORXSrvSparseMatrix const& a) { return ShapeText(a.NumberOfRows(), a.NumberOfColumns()); }
+
+void RequireAssembled(ORXSrvSparseMatrix const& a, std::string const& name) {
+  if (a.View().rows != a.NumberOfRows())
+    Refuse(": " + name + " is not assembled, or has more rows than when it was: " +
+           std::to_string(a.NumberOfRows()) + ", in its arrays " + std::to_string(a.View().rows) + ".");
 }
 
 void RequireSquare(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const* m) {
-  if (k.View().rows != k.NumberOfRows() || (m != nullptr && m->View().rows != m->NumberOfRows()))
-    Refuse("ORXSrvSparseFactor: a matrix is not assembled, or has rows since.", __LINE__);
+  RequireAssembled(k, "K");
   if (k.NumberOfRows() != k.NumberOfColumns() || k.NumberOfRows() == 0)
-    Refuse("ORXSrvSparseFactor: " + Shape("K", k.NumberOfRows(), k.NumberOfColumns()) +
-               "; expected a square matrix with rows.",
-           __LINE__);
-  if (m != nullptr && (m->NumberOfRows() != k.NumberOfRows() || m->NumberOfColumns() != k.NumberOfColumns()))
-    Refuse("ORXSrvSparseFactor: " + Shape("M", m->NumberOfRows(), m->NumberOfColumns()) + "; expected " +
-               std::to_string(k.NumberOfRows()) + " x " + std::to_string(k.NumberOfRows()) + ", as K is.",
-           __LINE__);
+    Refuse(": K is " + ShapeOf(k) + "; expected a square matrix with rows.");
+  if (m == nullptr) return;
+  RequireAssembled(*m, "M");
+  if (m->NumberOfRows() != k.NumberOfRows() || m->NumberOfColumns() != k.NumberOfRows())
+    Refuse(": M is " + ShapeOf(*m) + "; expected " + ShapeOf(k) + ", as K is.");
 }
 
 ShiftedMatrix MakeMatrix(ORXSrvSparseMatrix const& k, double shift, ORXSrvSparseMatrix const* m) {
@@ -51,10 +52,8 @@ ShiftedMatrix MakeMatrix(ORXSrvSparseMatrix const& k, double shift, ORXSrvSparse
   CompressedRowsView const rowsM = m != nullptr ? m->View() : CompressedRowsView{};
   ShiftedMatrix matrix(rowsK, shift, m != nullptr ? &rowsM : nullptr, isSymmetric);
   if (std::int64_t const at = matrix.FindNotFinite(); at >= 0)
-    Refuse("ORXSrvSparseFactor: entry (" + std::to_string(matrix.Rows()[at]) + ", " +
-               std::to_string(matrix.Columns()[at]) + "), counted from 1, is " +
-               std::to_string(matrix.Values()[at]) + "; expected a finite number.",
-           __LINE__);
+    Refuse(": entry (" + std::to_string(matrix.Rows()[at]) + ", " + std::to_string(matrix.Columns()[at]) +
+           "), counted from 1, is " + NumberText(matrix.Values()[at]) + "; expected a finite number.");
   return matrix;
 }
 
@@ -74,7 +73,7 @@ struct ORXSrvSparseFactor::State {
   std::int64_t memory = 0; ///< 0: the default
   std::string folder;
   bool holdsNullUnknowns = false;
-  ShiftedMatrix matrix; ///< the engine has pointers into it
+  ShiftedMatrix matrix; ///< the last one
   std::optional<Engine> engine;
   bool hasFactor = false;
   ORXSrvFactorEstimate estimate;
@@ -114,16 +113,13 @@ struct ORXSrvSparseFactor::State {
   }
 
   void RequireSolvable() const {
-    if (!hasFactor)
-      Refuse("ORXSrvSparseFactor::Solve: there is no factor. Factorize comes before.", __LINE__);
+    if (!hasFactor) Refuse("::Solve: there is no factor. Factorize comes before.");
     if (facts.zero > 0 && !holdsNullUnknowns)
-      ORXSrvSolveError(ORXSrvSolveError::singular,
-                       ("ORXSrvSparseFactor::Solve: the matrix is singular, " + std::to_string(facts.zero) +
-                        " pivots are zero to rounding, at unknowns (counted from 1) " +
-                        ListUnknowns(facts.nullUnknowns) + ".")
-                           .c_str(),
-                       facts.nullUnknowns.front())
-          .Throw(sourceFile, __LINE__);
+      RaiseSolveError(ORXSrvSolveError::singular,
+                      "ORXSrvSparseFactor::Solve: the matrix is singular, " + std::to_string(facts.zero) +
+                          " pivots are zero to rounding, at unknowns (counted from 1) " +
+                          ListUnknowns(facts.nullUnknowns) + ".",
+                      facts.nullUnknowns.front());
   }
 
   void SolveGroup(double* x, int count) {
@@ -186,16 +182,15 @@ ORXSrvFactorFacts const& ORXSrvSparseFactor::Facts() const noexcept { return m_s
 
 void ORXSrvSparseFactor::Solve(double* x, int count) {
   m_state->RequireSolvable();
-  if (count < 0) Refuse("ORXSrvSparseFactor::Solve: " + std::to_string(count) + " vectors.", __LINE__);
+  if (count < 0) Refuse("::Solve: " + std::to_string(count) + " vectors asked for; expected none or more.");
   m_state->Solve(x, count);
 }
 
 void ORXSrvSparseFactor::Solve(ORXSrvMatrix& x) {
   m_state->RequireSolvable();
   if (x.IsDiagonal() || x.NumberOfRows() != m_state->facts.order)
-    Refuse("ORXSrvSparseFactor::Solve: " + Shape("x", x.NumberOfRows(), x.NumberOfColumns()) +
-               "; expected a full matrix of " + std::to_string(m_state->facts.order) + " rows.",
-           __LINE__);
+    Refuse("::Solve: x is " + ShapeText(x.NumberOfRows(), x.NumberOfColumns()) +
+           "; expected a full matrix of " + std::to_string(m_state->facts.order) + " rows.");
   m_state->Solve(x.Values(), x.NumberOfColumns());
 }
 
@@ -203,9 +198,8 @@ void ORXSrvSparseFactor::Solve(ORXSrvDenseMatrix& x) {
   m_state->RequireSolvable();
   int const order = m_state->facts.order;
   if (x.NumberOfRows() != order)
-    Refuse("ORXSrvSparseFactor::Solve: " + Shape("x", x.NumberOfRows(), x.NumberOfColumns()) + "; expected " +
-               std::to_string(order) + " rows.",
-           __LINE__);
+    Refuse("::Solve: x is " + ShapeText(x.NumberOfRows(), x.NumberOfColumns()) + "; expected " +
+           std::to_string(order) + " rows.");
   int const width = std::max(1, std::min(x.MaxNumberOfColumnsInBlock(), 4 * vectorsAtATime));
   for (int first = 0; first < x.NumberOfColumns(); first += width) {
     int const last = std::min(first + width, x.NumberOfColumns()) - 1;
@@ -219,6 +213,11 @@ void ORXSrvSparseFactor::Solve(ORXSrvDenseMatrix& x) {
 double ORXSrvSparseFactor::SolveRefined(double const* b, double* x, int count) {
   m_state->RequireSolvable();
   int const order = m_state->facts.order;
+  std::int64_t const values = std::int64_t{order} * std::max(count, 0);
+  std::less<double const*> const isBefore;
+  if (isBefore(b, x + values) && isBefore(x, b + values))
+    Refuse("::SolveRefined: the " + std::to_string(count) +
+           " vectors of b and x overlap; expected two arrays.");
   std::vector<double> residual(static_cast<std::size_t>(order)), weights(residual.size());
   std::vector<double> const largest = m_state->matrix.LargestInRows();
   auto const measure = [&](double const* load, double const* solution) {

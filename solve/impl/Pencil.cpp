@@ -1,7 +1,7 @@
 #include "solve/impl/Pencil.h"
 
 #include "mtx/ORXSrvProgress.h"
-#include "solve/ORXSrvSolveError.h"
+#include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
 #include <array>
@@ -14,8 +14,6 @@ namespace orx {
 
 namespace {
 
-constexpr char sourceFile[] = "solve/impl/Pencil.cpp";
-
 /// A backward error from which on a factorization is no evidence.
 constexpr double unsoundError = 1e-9;
 /// x^T A x below this share of the terms that it is summed from is zero to rounding.
@@ -24,20 +22,13 @@ constexpr double cancelled = 1e-14;
 constexpr double shiftStep = 1e-7;
 constexpr int mostMoves = 6;
 
-[[noreturn]] void Raise(ORXSrvSolveError::Cause cause, std::string const& text, int line) {
-  ORXSrvSolveError(cause, ("ORXSrvModes: " + text).c_str()).Throw(sourceFile, line);
-}
-
 [[noreturn]] void RaiseNullMotion(int unknown) {
-  std::string const text =
-      "ORXSrvModes: a motion has neither stiffness nor mass, so that every frequency would be "
-      "one of it; it moves unknown " +
-      std::to_string(unknown + 1) + " (counted from 1). Fix the unknown or leave it out.";
-  ORXSrvSolveError(ORXSrvSolveError::singular, text.c_str(), unknown).Throw(sourceFile, __LINE__);
-}
-
-std::string Dimensions(ORXSrvSparseMatrix const& a) {
-  return std::to_string(a.NumberOfRows()) + " x " + std::to_string(a.NumberOfColumns());
+  RaiseSolveError(
+      ORXSrvSolveError::singular,
+      "ORXSrvModes: a motion has neither stiffness nor mass, so that every frequency would be one of it; "
+      "it moves unknown " +
+          std::to_string(unknown + 1) + " (counted from 1). Fix the unknown or leave it out.",
+      unknown);
 }
 
 /// As ORXSrvSparseMatrix::Multiply, but also for a symmetric form that has nothing but a diagonal.
@@ -63,15 +54,18 @@ std::vector<double> Diagonal(ORXSrvSparseMatrix const& a) {
 
 void RequireUsable(ORXSrvSparseMatrix const& matrix, std::string const& name) {
   if (matrix.View().rows != matrix.NumberOfRows())
-    Raise(ORXSrvSolveError::illegalInput, name + " is not assembled, or has rows since.", __LINE__);
+    RaiseSolveError(ORXSrvSolveError::illegalInput,
+                    "ORXSrvModes: " + name + " is not assembled, or has more rows than when it was: " +
+                        std::to_string(matrix.NumberOfRows()) + ", in its arrays " +
+                        std::to_string(matrix.View().rows) + ".");
   ForEachEntry(matrix.View(), [&](int i, int j, double value) {
     if (!std::isfinite(value))
-      Raise(ORXSrvSolveError::illegalInput,
-            name + "(" + std::to_string(i + 1) + ", " + std::to_string(j + 1) + ") is " +
-                std::to_string(value) + "; expected a finite number.",
-            __LINE__);
+      RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: " + name + "(" + std::to_string(i + 1) +
+                                                          ", " + std::to_string(j + 1) + ") is " +
+                                                          NumberText(value) + "; expected a finite number.");
   });
-  if (!matrix.IsSymmetric()) Raise(ORXSrvSolveError::illegalInput, name + " is not symmetric.", __LINE__);
+  if (!matrix.IsSymmetric())
+    RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: " + name + " is not symmetric.");
 }
 
 } // namespace
@@ -79,9 +73,10 @@ void RequireUsable(ORXSrvSparseMatrix const& matrix, std::string const& name) {
 Pencil::Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : m_k(k), m_m(m) {
   if (k.NumberOfRows() == 0 || k.NumberOfRows() != k.NumberOfColumns() ||
       m.NumberOfRows() != k.NumberOfRows() || m.NumberOfColumns() != k.NumberOfRows())
-    Raise(ORXSrvSolveError::illegalInput,
-          "K is " + Dimensions(k) + " and M is " + Dimensions(m) + "; expected square matrices of one order.",
-          __LINE__);
+    RaiseSolveError(ORXSrvSolveError::illegalInput,
+                    "ORXSrvModes: K is " + ShapeText(k.NumberOfRows(), k.NumberOfColumns()) + " and M is " +
+                        ShapeText(m.NumberOfRows(), m.NumberOfColumns()) +
+                        "; expected square matrices of one order.");
   RequireUsable(k, "K");
   RequireUsable(m, "M");
 }
@@ -145,10 +140,9 @@ double Pencil::StartShift() const {
   double least = std::numeric_limits<double>::infinity();
   for (std::size_t i = 0; i < mass.size(); ++i) {
     if (mass[i] < 0.0)
-      Raise(ORXSrvSolveError::indefiniteMass,
-            "M has " + std::to_string(mass[i]) + " on the diagonal at unknown " + std::to_string(i + 1) +
-                " (counted from 1); expected no negative mass.",
-            __LINE__);
+      RaiseSolveError(ORXSrvSolveError::indefiniteMass,
+                      "ORXSrvModes: M has " + NumberText(mass[i]) + " on the diagonal at unknown " +
+                          std::to_string(i + 1) + " (counted from 1); expected no negative mass.");
     if (mass[i] > 0.0 && stiffness[i] != 0.0) least = std::min(least, std::abs(stiffness[i]) / mass[i]);
   }
   return std::isfinite(least) ? -1e-10 * least : -1.0;
@@ -213,10 +207,9 @@ void Pencil::RaiseSingular(double shift, EngineLimits const& limits) const {
   std::vector<int> const unknowns =
       Engine(matrix, Engine::ZeroPivots::AreSetAside).Factorize(matrix, limits).nullUnknowns;
   if (!unknowns.empty()) RaiseNullMotion(unknowns.front());
-  Raise(ORXSrvSolveError::singular,
-        "no shift near " + std::to_string(shift) +
-            " gives a matrix K - shift M that can be factorized to any digit.",
-        __LINE__);
+  RaiseSolveError(ORXSrvSolveError::singular,
+                  "ORXSrvModes: no shift near " + NumberText(shift) +
+                      " gives a matrix K - shift M that can be factorized to any digit.");
 }
 
 void Pencil::Solve(double* x, int count) { m_engine->Solve(x, count, count); }

@@ -1,6 +1,6 @@
 #include "solve/impl/ScratchFolder.h"
 
-#include "solve/ORXSrvSolveError.h"
+#include "solve/impl/SolveErrors.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -25,11 +25,9 @@ ScratchFolder::ScratchFolder(std::string const& parent)
     : m_path((parent.empty() ? DefaultParent() : parent) + "/ORXSrvSparseFactor-XXXXXX") {
   bool const isTooLong = m_path.size() > longestPath;
   if (isTooLong || mkdtemp(m_path.data()) == nullptr)
-    ORXSrvSolveError(ORXSrvSolveError::onDisk,
-                     ("A folder for factors on disk, " + m_path +
-                      ", cannot be made: " + std::strerror(isTooLong ? ENAMETOOLONG : errno) + ".")
-                         .c_str())
-        .Throw("solve/impl/ScratchFolder.cpp", __LINE__);
+    RaiseSolveError(ORXSrvSolveError::onDisk,
+                    "A folder for factors on disk, " + m_path +
+                        ", cannot be made: " + std::strerror(isTooLong ? ENAMETOOLONG : errno) + ".");
 }
 
 ScratchFolder::~ScratchFolder() {

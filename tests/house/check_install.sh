@@ -35,6 +35,7 @@ cmake -S "$consumers" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/insta
 expect 'C, find_package' "$c_output" "$work/cmake/consumer_c"
 expect 'C++, find_package' "$cpp_output" "$work/cmake/consumer_cpp"
 expect 'Fortran, find_package' "$fortran_output" "$work/cmake/consumer_f90"
+expect 'modes, find_package' $'1.000000\n3.000000\ncertified' "$work/cmake/consumer_solve"
 
 pc=$(find "$work/installed" -name orx_linear_algebra.pc)
 export PKG_CONFIG_PATH=${pc%/*}

@@ -14,10 +14,6 @@ using Cells = std::vector<double>;
 
 bool IsDense(Session::Field const& field) { return field.drawer != nullptr && !field.drawer->isSparse; }
 
-bool IsMatrix(Session::Field const& field) {
-  return IsDense(field) && !field.isInteger && field.sizes.size() == 2 && !field.drawer->cells.empty();
-}
-
 void AddLabels(Session::Collection& collection, Labels const& labels) {
   std::set<int> present(collection.labels.begin(), collection.labels.end());
   for (int const label : labels)
@@ -248,9 +244,4 @@ void Session::Lengthen(Context& context, Field& field, bool asMatrix) {
   AddLabels(collection, labels);
   field.drawer->Extend(dim, labels, value);
   field.sizes = field.drawer->Sizes();
-}
-
-void Session::ExtendMatrix() {
-  Context& context = DrawFrom(m_contexts);
-  if (Field* const field = DrawField(context, IsMatrix)) Lengthen(context, *field, true);
 }

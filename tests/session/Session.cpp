@@ -152,9 +152,9 @@ void Session::Step() {
                                              {4, &Session::CreateSets},    {10, &Session::CreateFields},
                                              {5, &Session::ReplaceDrawer}, {25, &Session::Write},
                                              {15, &Session::ReadMany},     {8, &Session::Extend},
-                                             {4, &Session::ExtendMatrix},  {8, &Session::Begin},
-                                             {8, &Session::Commit},        {3, &Session::Abandon},
-                                             {1, &Session::Reopen}};
+                                             {8, &Session::ChangeMatrix},  {4, &Session::ReadProduct},
+                                             {8, &Session::Begin},         {8, &Session::Commit},
+                                             {3, &Session::Abandon},       {1, &Session::Reopen}};
   if (m_contexts.empty()) return CreateContext();
   int all = 0;
   for (Operation const& operation : operations)

@@ -102,7 +102,8 @@ private:
   void Write();
   void ReadMany();
   void Extend();
-  void ExtendMatrix();
+  void ChangeMatrix();
+  void ReadProduct();
   void Begin();
   void Commit();
   void Abandon();
@@ -112,6 +113,9 @@ private:
   void MakeDenseDrawer(Field& field, bool isEverything);
   void MakeSparseDrawer(Field& field);
   void Lengthen(Context& context, Field& field, bool asMatrix);
+  void Scale(Field& field);
+  void AddTo(Context& context, Field& field);
+  void WriteView(Field& field);
 
   // Comparing
   void CheckShape(Context const& context) const;

@@ -108,6 +108,8 @@ TEST(SparseFactor, SolvesMatricesInMemoryAndOutOfCoreAlike) {
   std::vector<double> x(600 * 3);
   EXPECT_LT(factor.SolveRefined(loads.Data(), x.data(), 3), 1e-15);
   EXPECT_NEAR(x[1234], expected.values[1234], 1e-11);
+  EXPECT_EQ(Raised([&] { factor.SolveRefined(x.data(), x.data() + 600, 2); }),
+            "401 ORXSrvSparseFactor::SolveRefined: the 2 vectors of b and x overlap; expected two arrays.");
   EXPECT_EQ(Raised([&] {
               ORXSrvMatrix wrong(599, 2);
               factor.Solve(wrong);

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <vector>
 
 namespace {
@@ -195,9 +196,18 @@ TEST(Modes, RefuseMatricesThatHaveNone) {
   EXPECT_EQ(find(k, UnitMass(99)),
             "401 ORXSrvModes: K is 100 x 100 and M is 99 x 99; expected square matrices of one order.");
   EXPECT_EQ(find(RandomMatrix(100, 0.1, false, 1), UnitMass(100)), "401 ORXSrvModes: K is not symmetric.");
+  Sparse const unit = UnitMass(100);
+  ORXSrvModes modes(k, unit);
+  for (double const frequency :
+       {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
+    EXPECT_EQ(Raised([&] { modes.FindNear(frequency, 1); }).substr(0, 29),
+              "401 ORXSrvModes: modes near " + std::string(1, "ni"[std::isinf(frequency)]));
+    EXPECT_EQ(Raised([&] { modes.FindBetween(0.0, frequency); }).substr(0, 32),
+              "401 ORXSrvModes: modes between 0");
+  }
   std::vector<double> masses(100, 1.0);
   masses[17] = -1.0;
-  EXPECT_EQ(find(k, DiagonalMatrix(masses)).substr(0, 46), "405 ORXSrvModes: M has -1.000000 on the diagon");
+  EXPECT_EQ(find(k, DiagonalMatrix(masses)).substr(0, 46), "405 ORXSrvModes: M has -1 on the diagonal at u");
   Sparse const indefinite = Assembled(100, [](auto add) {
     for (int i = 0; i < 100; ++i)
       add(i, i, 1.0);

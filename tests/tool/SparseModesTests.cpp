@@ -73,6 +73,17 @@ TEST(SparseModes, NearAFrequencyOrBetweenTwoAreChosenAtAnyOrder) {
   }
 }
 
+TEST(SparseModes, AreNotReplacedByOthersWhereMassIsNegative) {
+  // The dense solver takes such a mass, but finds the lowest modes only.
+  ORXSrvSparseMatrix const mass = Assembled({{0, 0, 1.0}, {1, 1, -1.0}}).SymmetricForm();
+  ModeChoice choice;
+  choice.interval = {0.1, 0.2};
+  EXPECT_CONTAINS(Ending([&] {
+                    SolveModes(Assembled({{0, 0, 1.0}, {1, 1, 1.0}}).SymmetricForm(), mass, choice);
+                  }),
+                  "3 ORXSrvModes: M has -1 on the diagonal at unknown 2");
+}
+
 TEST(SparseModes, HoldWhatNothingHolds) {
   // Two unknowns tied to each other and to nothing else, without mass, and two of no matrix at all.
   int const order = 700;

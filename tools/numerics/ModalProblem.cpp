@@ -409,8 +409,9 @@ bool HasNegativeMass(ORXSrvSparseMatrix const& mass) {
 
 ModalSolution SolveFilled(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
                           ModeChoice const& choice, double stiffnessError) {
-  bool const isSparse = choice.near || choice.interval || stiffness.NumberOfRows() >= sparseOrder;
-  if (isSparse && !HasNegativeMass(mass)) return SolveSparse(stiffness, mass, choice, stiffnessError);
+  bool const areTheLowest = !choice.near && !choice.interval;
+  bool const isDense = stiffness.NumberOfRows() < sparseOrder || HasNegativeMass(mass);
+  if (!areTheLowest || !isDense) return SolveSparse(stiffness, mass, choice, stiffnessError);
   return SolveDense(stiffness, mass, choice.count, stiffnessError);
 }
 
