@@ -45,9 +45,15 @@ struct ORXSrvModeCount {
 /// it comes to no end raises ORXSrvSolveError::notCertified; the modes found until then can be read, and
 /// Counts says which interval is uncertain.
 ///
-/// Progress and stop go through ORXSrvProgress, after each factorization and each block of vectors; how many
-/// there will be is not known before, so that each reports 1 of 2. After an error or a stop there are no
-/// modes, unless the error is notCertified.
+/// Progress and stop go through ORXSrvProgress:
+///
+///     operation                      after                        done, total
+///     "ORXSrvModes, analysis"        the ordering of unknowns     1, 2
+///     "ORXSrvModes, factorization"   the k-th factorization       k, k + 1: how many there will be is
+///     unknown "ORXSrvModes, modes"           each block of vectors        f + 1, n + 2: f of n modes are
+///     known
+///
+/// After an error or a stop there are no modes, unless the error is notCertified.
 ///
 /// The matrices are lent and must live as long as this object. Both are assembled and of the same order, in
 /// either form. Shapes are scaled to x^T M x = 1, the largest component positive.

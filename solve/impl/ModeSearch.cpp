@@ -48,7 +48,15 @@ void ModeSearch::FactorizeAt(double shift, Pencil::Side side) {
   m_current = m_pencil.Factorize(shift, side, m_limits);
   m_counts[m_current.shift] = m_current.below;
   m_shifts.push_back(m_current.shift);
-  ORXSrvProgress::Report("ORXSrvModes, factorization", 1, 2);
+  auto const count = static_cast<std::int64_t>(m_shifts.size());
+  ORXSrvProgress::Report("ORXSrvModes, factorization", count, count + 1);
+}
+
+void ModeSearch::ReportModes(Neighbourhood const* around) {
+  if (around != nullptr)
+    m_found = static_cast<int>(
+        std::ranges::count_if(around->lambdas, [&](double l) { return l > m_goal.from && l < m_goal.to; }));
+  ORXSrvProgress::Report("ORXSrvModes, modes", std::min(m_found, m_goal.modes) + 1, m_goal.modes + 2);
 }
 
 void ModeSearch::FactorizeBelowAll() {
@@ -59,13 +67,15 @@ void ModeSearch::FactorizeBelowAll() {
   std::vector<FoundMode> const none;
   BlockLanczos lanczos(m_pencil, shift, none, 0);
   double elastic = infinity; // the lowest eigenvalue that is not rigid, as it looks
-  while (elastic == infinity && lanczos.Extend())
+  while (elastic == infinity && lanczos.Extend()) {
+    ReportModes(nullptr);
     for (std::size_t k = 0; lanczos.HasValues() && k < lanczos.Values().size(); ++k) {
       RitzValue const& value = lanczos.Values()[k];
       double const lambda = lanczos.Lambda(static_cast<int>(k));
       bool const isSeen = value.residual < 0.1 * value.theta;
       if (isSeen && lambda > std::abs(shift)) elastic = std::min(elastic, lambda);
     }
+  }
   if (elastic < infinity && elastic > farAbove * std::abs(shift))
     FactorizeAt(-elasticShare * elastic, Pencil::Side::Below);
 }
@@ -109,8 +119,10 @@ template<class IsDone>
 bool ModeSearch::Explore(int expected, IsDone isDone) {
   BlockLanczos lanczos(m_pencil, m_current.shift, m_modes, BasisSize(expected));
   while (lanczos.Extend()) {
-    ORXSrvProgress::Report("ORXSrvModes, modes", 1, 2);
-    if (lanczos.HasValues() && isDone(Look(lanczos))) break;
+    std::optional<Neighbourhood> around;
+    if (lanczos.HasValues()) around = Look(lanczos);
+    ReportModes(around ? &*around : nullptr);
+    if (around && isDone(*around)) break;
   }
   bool const isExhausted = lanczos.IsExhausted();
   if (lanczos.HasValues()) Keep(lanczos);
@@ -188,6 +200,7 @@ std::optional<double> ModeSearch::FindCut(Neighbourhood const& around, int count
 }
 
 ModeSearch::Range ModeSearch::FindLowest(int count) {
+  m_goal.modes = count;
   FactorizeBelowAll();
   for (;;) {
     double const shift = m_current.shift;
@@ -229,6 +242,7 @@ std::optional<double> ModeSearch::FindRadius(Neighbourhood const& around, int co
 }
 
 ModeSearch::Range ModeSearch::FindNear(double lambda, int count) {
+  m_goal.modes = count;
   FactorizeAt(lambda, Pencil::Side::Below);
   double const shift = m_current.shift;
   int const below = m_current.below;
@@ -256,6 +270,7 @@ ModeSearch::Range ModeSearch::FindBetween(double from, double to) {
   double const lower = m_current.shift;
   FactorizeAt(to, Pencil::Side::Above);
   double const upper = m_current.shift;
+  m_goal = {CountBelow(upper) - CountBelow(lower), lower, upper};
   return {lower, upper, Complete(lower, upper, 0)};
 }
 

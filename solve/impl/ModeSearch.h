@@ -2,6 +2,7 @@
 
 #include "solve/impl/BlockLanczos.h"
 
+#include <limits>
 #include <map>
 #include <optional>
 #include <vector>
@@ -42,7 +43,16 @@ private:
     int below;   ///< of lambdas, below the shift
   };
 
+  /// What is looked for, as far as it is known, for reports of progress.
+  struct Goal {
+    int modes = 0;
+    double from = -std::numeric_limits<double>::infinity();
+    double to = std::numeric_limits<double>::infinity();
+  };
+
   void FactorizeAt(double shift, Pencil::Side side);
+  /// Reports the number of modes that are known, after a block for which `around` may be null.
+  void ReportModes(Neighbourhood const* around);
   /// Factorizes below all modes of a positive semidefinite K. Of a free body the elastic modes are so far
   /// above the first shift that rounding errors of the rigid ones would cover them: then nearer to the
   /// elastic ones.
@@ -70,6 +80,8 @@ private:
   EngineLimits m_limits;
   bool m_isCertified;
   ShiftFacts m_current;
+  Goal m_goal;
+  int m_found = 0; ///< modes of the goal that were known when they were last counted
   std::vector<FoundMode> m_modes;
   std::map<double, int> m_counts;
   std::vector<double> m_shifts;

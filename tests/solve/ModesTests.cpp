@@ -3,6 +3,7 @@
 #include "solve/ORXSrvModes.h"
 
 #include "mtx/ORXSrvMatrix.h"
+#include "mtx/ORXSrvProgress.h"
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 #include "solve/ORXSrvSolveError.h"
 #include "tests/solve/SolveSupport.h"
@@ -12,7 +13,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <limits>
+#include <string>
 #include <vector>
 
 namespace {
@@ -224,4 +227,66 @@ TEST(Modes, RefuseMatricesThatHaveNone) {
   EXPECT_EQ(text.substr(0, 4), "402 ");
   EXPECT_NE(text.find("unknown 18 (counted from 1)"), std::string::npos) << text;
   EXPECT_EQ(find(k, DiagonalMatrix(std::vector<double>(100, 0.0))), "nothing raised");
+}
+
+namespace {
+
+/// What was reported: "factorization 1/2", "modes 5/10"; stops at the report whose text is given.
+struct Reports {
+  std::vector<std::string> texts;
+  std::string stop;
+
+  explicit Reports(std::string stopAt = {}) : stop(std::move(stopAt)) { ORXSrvProgress::Set(Record, this); }
+  Reports(Reports const&) = delete;
+  Reports& operator=(Reports const&) = delete;
+  ~Reports() { ORXSrvProgress::Set(nullptr, nullptr); }
+
+private:
+  static bool Record(void* context, char const* operation, std::int64_t done, std::int64_t total) {
+    auto& reports = *static_cast<Reports*>(context);
+    std::string const name = operation;
+    reports.texts.push_back(name.substr(name.find(", ") + 2) + " " + std::to_string(done) + "/" +
+                            std::to_string(total));
+    return reports.texts.back() != reports.stop;
+  }
+};
+
+} // namespace
+
+TEST(Modes, ReportTheirPhasesAndTheModesThatAreKnown) {
+  Sparse const k = Grid(20, 17), m = UnitMass(20 * 17);
+  ORXSrvModes modes(k, m);
+  std::vector<double> const all = GridEigenvalues(20, 17);
+  struct Case {
+    std::function<void()> find;
+    char const* last; // with all modes known
+  };
+  for (Case const& search : {Case{[&] { modes.FindLowest(8); }, "modes 9/10"},
+                             Case{[&] { modes.FindNear(Hertz(all[40] * 1.0001), 5); }, "modes 6/7"},
+                             Case{[&] {
+                                    ORXSrvModes fresh(k, m);
+                                    fresh.FindBetween(Hertz(all[9] * 1.0001), Hertz(all[29] * 1.0001));
+                                  },
+                                  "modes 21/22"}}) {
+    Reports const reports;
+    search.find();
+    std::vector<std::string> ofModes, others;
+    for (std::string const& text : reports.texts)
+      (text.starts_with("modes") ? ofModes : others).push_back(text);
+    ASSERT_FALSE(ofModes.empty());
+    EXPECT_EQ(ofModes.back(), search.last);
+    EXPECT_GT(std::ranges::count(others, "factorization 1/2") + std::ranges::count(others, "analysis 1/2"),
+              0);
+    EXPECT_EQ(std::ranges::count(others, "factorization 2/3"), 1);
+  }
+  for (char const* const phase : {"analysis 1/2", "factorization 1/2", "modes 1/10", "factorization 2/3"}) {
+    ORXSrvModes stopped(k, m);
+    {
+      Reports const reports(phase);
+      EXPECT_TRUE(Raised([&] { stopped.FindLowest(8); }).starts_with("301 ORXSrvModes, ")) << phase;
+    }
+    EXPECT_TRUE(stopped.Modes().empty());
+    stopped.FindLowest(8);
+    EXPECT_TRUE(stopped.IsCertified());
+  }
 }
