@@ -197,8 +197,9 @@ std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, Eng
   return facts;
 }
 
-void Engine::Solve(double* x, int count, int group) {
+void Engine::Solve(double* x, int count, int group, bool transposed) {
   DMUMPS_STRUC_C& id = m_state->id;
+  Control(id, 9) = transposed ? 0 : 1;
   Control(id, 27) = group;
   id.rhs = x;
   id.nrhs = count;

@@ -46,8 +46,8 @@ public:
   /// Does the same, but returns nothing for a matrix that has a pivot of exactly zero.
   std::optional<EngineFacts> TryFactorize(ShiftedMatrix const& matrix, EngineLimits const& limits);
   /// Replaces `count` right-hand sides by the solutions, `group` of them at a time. Components of null
-  /// unknowns are zero.
-  void Solve(double* x, int count, int group);
+  /// unknowns are zero. Solves with the transposed matrix when asked to.
+  void Solve(double* x, int count, int group, bool transposed = false);
 
 private:
   struct State;

@@ -5,10 +5,12 @@
 #include "mtx/ORXSrvProgress.h"
 #include "mtx/ORXSrvSparseMatrix.h"
 #include "solve/impl/Engine.h"
+#include "solve/impl/InverseNorm.h"
 #include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 
@@ -112,8 +114,12 @@ struct ORXSrvSparseFactor::State {
     ORXSrvProgress::Report("ORXSrvSparseFactor::Factorize", 2, 2);
   }
 
+  void RequireFactor(char const* operation) const {
+    if (!hasFactor) Refuse(std::string(operation) + ": there is no factor. Factorize comes before.");
+  }
+
   void RequireSolvable() const {
-    if (!hasFactor) Refuse("::Solve: there is no factor. Factorize comes before.");
+    RequireFactor("::Solve");
     if (facts.zero > 0 && !holdsNullUnknowns)
       RaiseSolveError(ORXSrvSolveError::singular,
                       "ORXSrvSparseFactor::Solve: the matrix is singular, " + std::to_string(facts.zero) +
@@ -246,4 +252,15 @@ double ORXSrvSparseFactor::SolveRefined(double const* b, double* x, int count) {
     worst = std::max(worst, measure(load, solution));
   }
   return worst;
+}
+
+double ORXSrvSparseFactor::EstimateCondition() {
+  m_state->RequireFactor("::EstimateCondition");
+  if (m_state->facts.zero > 0) return std::numeric_limits<double>::infinity();
+  int solves = 0;
+  return m_state->matrix.OneNorm() *
+         EstimateInverseNorm(m_state->facts.order, [&](double* x, bool transposed) {
+           m_state->engine->Solve(x, 1, vectorsAtATime, transposed);
+           ORXSrvProgress::Report("ORXSrvSparseFactor::EstimateCondition", ++solves, mostSolvesOfEstimate);
+         });
 }

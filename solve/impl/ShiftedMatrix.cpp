@@ -146,6 +146,16 @@ void ShiftedMatrix::ComputeResidual(double const* x, double const* b, double* re
   }
 }
 
+double ShiftedMatrix::OneNorm() const {
+  std::vector<double> sums(static_cast<std::size_t>(m_order), 0.0);
+  for (std::size_t k = 0; k < m_values.size(); ++k) {
+    int const i = m_rows[k] - 1, j = m_columns[k] - 1;
+    sums[j] += std::abs(m_values[k]);
+    if (m_isSymmetric && i != j) sums[i] += std::abs(m_values[k]);
+  }
+  return sums.empty() ? 0.0 : *std::ranges::max_element(sums);
+}
+
 std::vector<double> ShiftedMatrix::LargestInRows() const {
   std::vector<double> largest(static_cast<std::size_t>(m_order), 0.0);
   for (std::size_t k = 0; k < m_values.size(); ++k)

@@ -32,6 +32,8 @@ public:
 
   /// residual = b - A x, and weights = |b| + |A| |x|.
   void ComputeResidual(double const* x, double const* b, double* residual, double* weights) const;
+  /// The largest sum of magnitudes of a column.
+  double OneNorm() const;
   /// Largest magnitude in each row.
   std::vector<double> LargestInRows() const;
 

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,28 @@ int CountNegative(Dense a) {
   BLAC_DSYEV("N", "U", &a.rows, a.Data(), &a.ld, w.data(), work.data(), &lwork, &info);
   EXPECT_EQ(info, 0);
   return static_cast<int>(std::count_if(w.begin(), w.end(), [](double x) { return x < 0; }));
+}
+
+double OneNorm(Dense const& a) {
+  double largest = 0.0;
+  for (int j = 0; j < a.columns; ++j) {
+    double sum = 0.0;
+    for (int i = 0; i < a.rows; ++i)
+      sum += std::abs(a(i, j));
+    largest = std::max(largest, sum);
+  }
+  return largest;
+}
+
+/// By the dense inverse.
+double Condition(Dense a) {
+  Dense inverse = Identity(a.rows, 0);
+  std::vector<int> pivots(static_cast<std::size_t>(a.rows));
+  int info = 0;
+  double const norm = OneNorm(a);
+  BLAC_DGESV(&a.rows, &a.rows, a.Data(), &a.ld, pivots.data(), inverse.Data(), &inverse.ld, &info);
+  EXPECT_EQ(info, 0);
+  return norm * OneNorm(inverse);
 }
 
 /// Checks that solving recovers random vectors.
@@ -248,4 +271,45 @@ TEST(SparseFactor, RefusesWhatItCannotFactorize) {
   EXPECT_FALSE(factor.HasFactor());
   factor.Factorize(k);
   EXPECT_TRUE(factor.HasFactor());
+}
+
+TEST(SparseFactor, EstimatesTheConditionWithinAFactorOfThree) {
+  auto const hilbert = [](int order, double skew) {
+    return Assembled(order, [=](auto add) {
+      for (int i = 0; i < order; ++i)
+        for (int j = 0; j < order; ++j)
+          add(i, j, (i < j ? skew : 1.0) / (i + j + 1));
+    });
+  };
+  // Its transposed inverse has other sums of columns: a solve with the wrong one of the two is seen.
+  Sparse const lopsided = Assembled(30, [](auto add) {
+    for (int i = 0; i < 30; ++i) {
+      add(i, i, 1.0);
+      if (i > 0) add(i, 0, -1.0);
+      if (i > 1) add(i, i - 1, 0.9);
+    }
+  });
+  auto const expectNear = [](Sparse const& a) {
+    SCOPED_TRACE(a.NumberOfRows());
+    ORXSrvSparseFactor factor;
+    factor.Factorize(a);
+    double const ratio = factor.EstimateCondition() / Condition(ToDense(a));
+    EXPECT_GT(ratio, 1.0 / 3.0);
+    EXPECT_LT(ratio, 1.0 + 1e-6);
+  };
+  expectNear(DiagonalMatrix({-5.0}));
+  expectNear(DiagonalMatrix({1e-6, 3.0, -1e4, 2.0}));
+  expectNear(hilbert(5, 1.0));
+  expectNear(hilbert(6, -2.0));
+  expectNear(lopsided);
+  expectNear(*std::unique_ptr<Sparse>(lopsided.Transpose()));
+  for (bool const upper : {false, true})
+    expectNear(Grid(12, 9).SymmetricForm(upper));
+  for (unsigned seed = 1; seed <= 10; ++seed)
+    expectNear(RandomMatrix(50 + static_cast<int>(seed), 0.1, seed % 2 == 0, seed));
+  ORXSrvSparseFactor factor;
+  EXPECT_EQ(Raised([&] { factor.EstimateCondition(); }),
+            "401 ORXSrvSparseFactor::EstimateCondition: there is no factor. Factorize comes before.");
+  factor.Factorize(Grid(4, 4, true));
+  EXPECT_EQ(factor.EstimateCondition(), std::numeric_limits<double>::infinity());
 }
