@@ -1,6 +1,7 @@
 #include "tools/commands/Modes.h"
 
 #include "tools/formats/MatrixExport.h"
+#include "tools/formats/MatrixSource.h"
 #include "tools/formats/OutputFile.h"
 #include "tools/numerics/ModalProblem.h"
 #include "tools/numerics/SparseModes.h"
@@ -27,99 +28,6 @@ constexpr double farAbove = 1e6;
 
 /// The relative error of an eigenvalue of which no digit is known.
 constexpr double noDigit = 0.5;
-
-/// A matrix of the pair as it was found in its file.
-struct Source {
-  std::string name; ///< K or M
-  std::string path; ///< as messages call it
-  FileKind kind;
-  ORXSrvSparseMatrix entries;
-  Symmetry symmetry;
-
-  Source(char const* letter, std::string const& file) : Source(letter, InputFile(file)) {}
-  Source(char const* letter, InputFile const& file)
-      : name(letter), path(file.Name()), kind(KindToRead(file, {})), entries(LoadMatrix(file, {kind, {}, 0})),
-        symmetry(MeasureSymmetry(entries)) {
-    if (Order() == 0)
-      throw ToolError(ExitCode::UnusableInput,
-                      name + " ('" + path + "') is empty; expected row column value items");
-  }
-  int Order() const { return std::max(entries.NumberOfRows(), entries.NumberOfColumns()); }
-  /// True when the file says its dimensions, and whether one triangle stands for both: nothing may be added.
-  bool IsWhole() const { return HasHeader(kind); }
-};
-
-std::string Note(std::string const& text) { return "# " + text + "\n"; }
-
-std::string FormText(Symmetry const& symmetry) {
-  switch (symmetry.form) {
-  case Symmetry::Form::Diagonal:
-    return "diagonal";
-  case Symmetry::Form::LowerTriangle:
-    return "lower triangle, taken as half of a symmetric matrix";
-  case Symmetry::Form::UpperTriangle:
-    return "upper triangle, taken as half of a symmetric matrix";
-  case Symmetry::Form::BothTriangles:
-    break;
-  }
-  if (symmetry.IsExact()) return "both triangles, exactly symmetric";
-  return Format("both triangles, averaged: relative difference %.3g, worst pair ", symmetry.worstDifference) +
-         Describe(*symmetry.worst);
-}
-
-/// A file that holds both triangles is unsymmetric when one of them is empty and the other is not.
-void RefuseHalf(Source const& source) {
-  if (source.symmetry.form == Symmetry::Form::BothTriangles) return;
-  ForEachEntry(source.entries.View(), [&](int row, int column, double value) {
-    if (row != column && value != 0.0)
-      throw ToolError(
-          ExitCode::UnusableInput,
-          Format("%s ('%s'): the file says that it holds both triangles, and it is not symmetric: "
-                 "(%d, %d) = %s, (%d, %d) is not stored. If one triangle stands for both, "
-                 "orxmtx convert --triangle full makes a file that says so",
-                 source.name.c_str(), source.path.c_str(), row + 1, column + 1, Number(value).c_str(),
-                 column + 1, row + 1));
-  });
-}
-
-/// What a file says of itself is believed: it is not continued by zeros, nor is its triangle mirrored.
-void RequireAsStated(Source const& source) {
-  if (!source.IsWhole()) return;
-  if (source.entries.NumberOfRows() != source.entries.NumberOfColumns())
-    throw ToolError(ExitCode::UnusableInput,
-                    Format("%s ('%s'): the file says that the matrix is %d x %d; expected a square",
-                           source.name.c_str(), source.path.c_str(), source.entries.NumberOfRows(),
-                           source.entries.NumberOfColumns()));
-  RefuseHalf(source);
-}
-
-/// Only text without a header may end before the other matrix does.
-void RequireOneOrder(Source const& k, Source const& m) {
-  Source const& shorter = k.Order() < m.Order() ? k : m;
-  Source const& longer = k.Order() < m.Order() ? m : k;
-  if (shorter.Order() == longer.Order() || !shorter.IsWhole()) return;
-  throw ToolError(ExitCode::UnusableInput,
-                  Format("%s ('%s'): the file says that the matrix has order %d; %s ('%s') has order %d, "
-                         "expected the same",
-                         shorter.name.c_str(), shorter.path.c_str(), shorter.Order(), longer.name.c_str(),
-                         longer.path.c_str(), longer.Order()));
-}
-
-ORXSrvSparseMatrix SymmetricFormOf(Source const& source, int order) {
-  std::string const name = source.name + " ('" + source.path + "')";
-  return MakeLowerTriangle(source.entries, source.symmetry, order, name).SymmetricForm();
-}
-
-std::string SourceText(Source const& source, int order) {
-  std::string text =
-      Note(Format("%s: %s, order %d, %s, %s", source.name.c_str(), source.path.c_str(), source.Order(),
-                  Counted(source.entries.NumberOfNonzeros(), "entry", "entries").c_str(),
-                  FormText(source.symmetry).c_str()));
-  if (source.Order() < order)
-    text += Note(Format("%s ends at row %d, the other matrix at row %d: what follows is taken as zero",
-                        source.name.c_str(), source.Order(), order));
-  return text;
-}
 
 std::string ShiftsText(ModalSolution const& s) {
   std::string text;
@@ -308,8 +216,8 @@ void PrintModes(ModesOptions const& options, std::function<void(std::string cons
   RefuseToOverwriteInput(options);
   std::optional<ShapesFile> shapes;
   if (!options.shapesPath.empty()) shapes.emplace(options.shapesPath);
-  Source const k("K", options.stiffnessPath);
-  Source const m("M", options.massPath);
+  MatrixSource const k("K", options.stiffnessPath);
+  MatrixSource const m("M", options.massPath);
   RequireAsStated(k);
   RequireAsStated(m);
   RequireOneOrder(k, m);

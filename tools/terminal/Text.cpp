@@ -36,6 +36,8 @@ std::string Line(char const* label, std::string const& text) {
   return Format("%-20s %s\n", (std::string(label) + ":").c_str(), text.c_str());
 }
 
+std::string Note(std::string const& text) { return "# " + text + "\n"; }
+
 std::string Replaced(std::string text, std::string const& part, std::string const& by) {
   for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + by.size()))
     text.replace(at, part.size(), by);

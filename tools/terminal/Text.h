@@ -18,6 +18,9 @@ std::string ShortList(std::vector<int> const& positions);
 /// "label:   text", the texts of several lines below one another.
 std::string Line(char const* label, std::string const& text);
 
+/// "# text", a line that scripts skip among the lines of figures.
+std::string Note(std::string const& text);
+
 /// The text with every `part` in it replaced.
 std::string Replaced(std::string text, std::string const& part, std::string const& by);
 
