@@ -211,7 +211,7 @@ void AddModes(CLI::App& app, orx::tool::ModesOptions& options) {
   modes->add_flag("--explain", options.explains, "say first what the factorization takes");
   modes
       ->add_option("--shapes", options.shapesPath,
-                   "write the mode shapes to this .txt, .csv, .mtx or .bin file")
+                   "write the mode shapes to this .txt, .csv, .mtx or .bin file, or .sim or .h5 database")
       ->type_name("FILE")
       ->check([](std::string const& path) { return path.empty() ? "empty file name" : ""; });
 }

@@ -1,5 +1,10 @@
 #include "ToolSupport.h"
 
+#include "module/ORXSrvLinearAlgebra.h"
+#include "mtx/ORXSrvDenseMatrix.h"
+#include "sim/ORXSimContext.h"
+#include "sim/ORXSimDatabase.h"
+
 #include <cmath>
 #include <numbers>
 
@@ -68,6 +73,44 @@ TEST(Program, ShapesAreOfTheTypeOfTheirFile) {
   EXPECT_TRUE(piped.out.starts_with("1 1 7.07106781186547")) << piped.out;
   EXPECT_EQ(ReadModes(piped.err).size(), 2U);
   ExpectFailure(RunTool("modes " + files.Pair() + " --shapes S.chk"), 2, "type chunks cannot hold them");
+}
+
+/// The values of a distribution of a database, column by column, behind its rows and columns.
+std::vector<double> ReadDistribution(std::string const& path, int index) {
+  ORXSimDatabase database;
+  database.OpenFile(ORXUnicodeString(path.c_str()), true);
+  ORXSrvDenseMatrix const matrix(ORXSimContext(database.Contexts()[0]).Distributions()[index]);
+  int const rows = matrix.NumberOfRows(), columns = matrix.NumberOfColumns();
+  std::vector<double> values(2 + static_cast<std::size_t>(rows) * columns);
+  values[0] = rows;
+  values[1] = columns;
+  if (values.size() > 2) matrix.GetAllValues(values.data() + 2);
+  return values;
+}
+
+TEST(Program, ShapesInADatabaseAreABlockMatrixBesideTheirFrequencies) {
+  TwoMasses const files;
+  ORXSrvLinearAlgebraSession const session;
+  for (char const* const name : {"S.sim", "S.h5"}) {
+    std::string const path = files.folder.Write(name, "what it replaces");
+    RunResult const result = RunTool("modes " + files.Pair() + " --shapes " + path);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    std::vector<double> const shapes = ReadDistribution(path, 0), frequencies = ReadDistribution(path, 1);
+    double const half = std::sqrt(0.5);
+    std::vector<double> const expected = {2, 2, half, half, half, -half};
+    ASSERT_EQ(shapes.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+      EXPECT_NEAR(shapes[i], expected[i], 1e-14);
+    ASSERT_EQ(frequencies.size(), 4U);
+    EXPECT_NEAR(frequencies[3], std::sqrt(3.0) / (2 * std::numbers::pi), 1e-14);
+    EXPECT_CONTAINS(RunTool("db " + path).out, "type mode shapes\n");
+  }
+  // An interval without modes.
+  RunResult const none =
+      RunTool("modes " + files.Pair() + " --interval 7 8 --shapes " + files.folder.Path("S.sim"));
+  EXPECT_EQ(none.exitCode, 0) << none.err;
+  EXPECT_EQ(ReadDistribution(files.folder.Path("S.sim"), 0), (std::vector<double>{2, 0}));
+  EXPECT_EQ(files.folder.Files().size(), 4U); // nothing is left beside
 }
 
 TEST(Program, ModesArePrintedThoughTheirShapesCannotBeWritten) {

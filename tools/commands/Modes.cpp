@@ -1,8 +1,7 @@
 #include "tools/commands/Modes.h"
 
-#include "tools/formats/MatrixExport.h"
 #include "tools/formats/MatrixSource.h"
-#include "tools/formats/OutputFile.h"
+#include "tools/formats/ShapesFile.h"
 #include "tools/numerics/ModalProblem.h"
 #include "tools/numerics/SparseModes.h"
 #include "tools/terminal/Progress.h"
@@ -163,44 +162,6 @@ std::string TableText(ModalSolution const& solution) {
   return text;
 }
 
-FileKind KindOfShapes(std::string const& path) {
-  FileKind kind = FileKind::Triplets;
-  for (FileKindDescription const& description : FileKinds())
-    if (description.extension != nullptr && path.ends_with(description.extension)) kind = description.kind;
-  for (FileKind const known : {FileKind::Triplets, FileKind::Commas, FileKind::MatrixMarket, FileKind::Dense})
-    if (kind == known) return kind;
-  throw ToolError(ExitCode::WrongUsage, "--shapes '" + path + "': a file of type " + Describe(kind).name +
-                                            " cannot hold them; expected .txt, .csv, .mtx or .bin");
-}
-
-ORXSrvSparseMatrix ShapesOf(ModalSolution const& solution, int order) {
-  auto const count = static_cast<std::uint32_t>(solution.modes.size());
-  ORXSrvSparseMatrix shapes(order, static_cast<int>(count));
-  for (std::uint32_t mode = 0; mode < count; ++mode)
-    for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(order); ++i)
-      shapes.AddData(i, mode, solution.modes[mode].shape[i]);
-  shapes.EndAssembly();
-  return shapes;
-}
-
-/// The file of shapes, from before the modes are known.
-class ShapesFile {
-public:
-  explicit ShapesFile(std::string const& path) : m_kind(KindOfShapes(path)), m_file(path) {}
-
-  void Write(ORXSrvSparseMatrix const& shapes) {
-    WriteOptions options;
-    options.kind = m_kind;
-    options.isLargeAllowed = true;
-    m_file.WriteWith([&](std::string const& path) { SaveMatrix(path, shapes, options); });
-    m_file.ReplaceTarget();
-  }
-
-private:
-  FileKind m_kind;
-  ReplacedFile m_file;
-};
-
 void RefuseToOverwriteInput(ModesOptions const& options) {
   std::error_code ignored;
   for (std::string const& input : {std::cref(options.stiffnessPath), std::cref(options.massPath)})
@@ -234,7 +195,7 @@ void PrintModes(ModesOptions const& options, std::function<void(std::string cons
   print(SourceText(k, order) + SourceText(m, order) + MethodText(solution) + ExceptionsText(solution) +
         ModeNotesText(solution, options.choice.count) + TableText(solution));
   if (!shapes) return;
-  shapes->Write(ShapesOf(solution, order));
+  shapes->Write(solution.modes, order);
   print(Note("shapes: " + options.shapesPath + ", rows by modes, scaled to |x^T M x| = 1"));
 }
 

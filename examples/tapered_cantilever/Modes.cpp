@@ -1,6 +1,7 @@
-#include "examples/fv32/Modes.h"
+#include "examples/tapered_cantilever/Modes.h"
 
-#include "examples/fv32/Benchmark.h"
+#include "examples/support/ModeTable.h"
+#include "examples/tapered_cantilever/Benchmark.h"
 
 #include "mtx/ORXSrvSparseMatrix.h"
 
@@ -12,28 +13,6 @@
 
 namespace fv32 {
 namespace {
-
-std::vector<double> ReadFrequencies(std::string const& path) {
-  std::ifstream file(path);
-  if (!file) throw std::runtime_error(path + ": cannot be opened; run `orxmtx modes` first");
-  std::vector<double> frequencies;
-  for (std::string line; std::getline(file, line);) {
-    int mode = 0;
-    double frequency = 0.0;
-    if (line.empty() || line[0] == '#') continue;
-    if (!(std::istringstream(line) >> mode >> frequency) || mode != std::ssize(frequencies) + 1)
-      throw std::runtime_error((std::ostringstream() << path << ": expected mode " << frequencies.size() + 1
-                                                     << " and its frequency, found \"" << line << "\"")
-                                   .str());
-    frequencies.push_back(frequency);
-  }
-  if (std::ssize(frequencies) < modeCount)
-    throw std::runtime_error(
-        (std::ostringstream() << path << ": expected " << modeCount << " modes, found " << frequencies.size())
-            .str());
-  frequencies.resize(modeCount);
-  return frequencies;
-}
 
 /// Displacements of all nodes in all modes, zero where clamped.
 std::vector<std::vector<Point>> ReadShapes(std::string const& path, Mesh const& mesh) {
@@ -90,13 +69,13 @@ bool IsAxial(std::vector<Point> const& displacement) {
 } // namespace
 
 std::vector<Mode> ReadModes(std::string const& tablePath, std::string const& shapesPath, Mesh const& mesh) {
-  std::vector<double> const frequencies = ReadFrequencies(tablePath);
+  std::vector<support::TabledMode> const table = support::ReadModeTable(tablePath, modeCount);
   std::vector<std::vector<Point>> shapes = ReadShapes(shapesPath, mesh);
   std::vector<Mode> modes;
   for (int k = 0; k < modeCount; ++k) {
     Normalize(shapes[k]);
     bool const isAxial = IsAxial(shapes[k]);
-    modes.push_back({frequencies[k], std::move(shapes[k]), isAxial});
+    modes.push_back({table[k].frequency, std::move(shapes[k]), isAxial});
   }
   return modes;
 }

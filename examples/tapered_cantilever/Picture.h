@@ -1,6 +1,6 @@
 #pragma once
 
-#include "examples/fv32/Modes.h"
+#include "examples/tapered_cantilever/Modes.h"
 
 #include <string>
 #include <vector>

@@ -1,9 +1,9 @@
-#include "examples/fv32/SvgPath.h"
+#include "examples/support/SvgPath.h"
 
 #include <cctype>
 #include <cmath>
 
-namespace fv32 {
+namespace support {
 
 SvgPath::Place SvgPath::Rounded(Point p) {
   return {static_cast<int>(std::lround(p.x)), static_cast<int>(std::lround(p.y))};
@@ -44,4 +44,4 @@ void SvgPath::ParabolaTo(Point middle, Point end) {
   m_reached = to;
 }
 
-} // namespace fv32
+} // namespace support

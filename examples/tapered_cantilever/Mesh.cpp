@@ -1,6 +1,6 @@
-#include "examples/fv32/Mesh.h"
+#include "examples/tapered_cantilever/Mesh.h"
 
-#include "examples/fv32/Benchmark.h"
+#include "examples/tapered_cantilever/Benchmark.h"
 
 namespace fv32 {
 namespace {

@@ -1,4 +1,4 @@
-#include "examples/fv32/Contours.h"
+#include "examples/tapered_cantilever/Contours.h"
 
 #include <algorithm>
 #include <array>

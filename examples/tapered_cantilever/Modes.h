@@ -1,6 +1,6 @@
 #pragma once
 
-#include "examples/fv32/Mesh.h"
+#include "examples/tapered_cantilever/Mesh.h"
 
 #include <string>
 #include <vector>

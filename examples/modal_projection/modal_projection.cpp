@@ -4,8 +4,8 @@
 //
 //     modal_projection DIR     after tapered_cantilever and orxmtx have left K.txt, M.txt, shapes.txt there
 
-#include "core/ORXBasException.h"
-#include "module/ORXSrvLinearAlgebra.h"
+#include "examples/support/Program.h"
+
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvMatrixContainer.h"
 #include "mtx/ORXSrvSparseMatrix.h"
@@ -13,13 +13,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <exception>
 #include <numbers>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-/// Prints the modes as PrintModes does, in Fortran (examples/print_modes.f90).
+/// Prints the modes as PrintModes does, in Fortran (print_modes.f90).
 extern "C" void print_modes(ORXSrvMatrixContainer* matrices, int const* shapes, int const* stiffness,
                             int const* mass);
 
@@ -113,23 +112,11 @@ void Run(std::string const& folder) {
   print_modes(&matrices, &ids[0], &ids[1], &ids[2]);
 }
 
-int Fail(char const* message) {
-  std::fflush(stdout);
-  std::fprintf(stderr, "modal_projection: %s\n", message);
-  return 1;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-  try {
-    if (argc != 2) return Fail("usage: modal_projection DIR");
-    ORXSrvLinearAlgebraSession const session;
+  return support::RunProgram("modal_projection", [&] {
+    if (argc != 2) throw std::runtime_error("usage: modal_projection DIR");
     Run(argv[1]);
-    return 0;
-  } catch (ORXBasException const& e) {
-    return Fail(e.AsString().AsText());
-  } catch (std::exception const& e) {
-    return Fail(e.what());
-  }
+  });
 }

@@ -1,18 +1,13 @@
 #pragma once
 
+#include "examples/support/Point.h"
+
 #include <array>
 #include <vector>
 
 namespace fv32 {
 
-struct Point {
-  double x;
-  double y;
-};
-
-inline Point operator+(Point a, Point b) { return {a.x + b.x, a.y + b.y}; }
-inline Point operator-(Point a, Point b) { return {a.x - b.x, a.y - b.y}; }
-inline Point operator*(double factor, Point p) { return {factor * p.x, factor * p.y}; }
+using support::Point;
 
 /// Node numbers of a quadrilateral, counter-clockwise: the corners, then the middles of the sides.
 ///

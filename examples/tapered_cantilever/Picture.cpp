@@ -1,20 +1,20 @@
-#include "examples/fv32/Picture.h"
+#include "examples/tapered_cantilever/Picture.h"
 
-#include "examples/fv32/Benchmark.h"
-#include "examples/fv32/Contours.h"
-#include "examples/fv32/Element.h"
-#include "examples/fv32/SvgPath.h"
+#include "examples/support/Drawing.h"
+#include "examples/support/SvgPath.h"
+#include "examples/tapered_cantilever/Benchmark.h"
+#include "examples/tapered_cantilever/Contours.h"
+#include "examples/tapered_cantilever/Element.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 
 namespace fv32 {
 namespace {
 
-// One unit of the picture is a tenth of a pixel, so that whole numbers are precise enough.
-//
+using namespace support;
+
 //     +---------------------------------+
 //     | heading                         |
 //     |   panel 0          panel 1      |   panelPitch.x
@@ -37,65 +37,15 @@ constexpr double unitsPerMetre = 435.0;
 /// The largest displacement as drawn, in metres of the structure.
 constexpr double drawnDisplacement = 1.4;
 
-constexpr int colourBands = 60;
 /// Points of the sampled field per element side.
 constexpr int samples = 3;
 
-constexpr char style[] = R"(<style>
-text{font-family:system-ui,-apple-system,'Segoe UI',Roboto,'DejaVu Sans',Arial,sans-serif}
-text{font-size:205px;fill:#1f2933}
-.heading{font-size:320px;font-weight:600}
-.strong{font-weight:600}
-.soft{fill:#6b7785}
-.end{text-anchor:end}
-.middle{text-anchor:middle}
-path{stroke-linecap:round;stroke-linejoin:round}
-.clamp{fill:none;stroke:#52606d;stroke-width:14}
+constexpr char styles[] = R"(.clamp{fill:none;stroke:#52606d;stroke-width:14}
 .undeformed{fill:#eceff2}
 .before{fill:none;stroke:#c3cad1;stroke-opacity:.7;stroke-width:12}
 .mesh{fill:none;stroke:#0b1a2b;stroke-opacity:.3;stroke-width:7}
 .outline{fill:none;stroke:#0b1a2b;stroke-opacity:.85;stroke-width:15}
-</style>
 )";
-
-template<class... Arguments>
-std::string Format(char const* format, Arguments... arguments) {
-  std::string text(std::snprintf(nullptr, 0, format, arguments...), '\0');
-  std::snprintf(text.data(), text.size() + 1, format, arguments...);
-  return text;
-}
-
-std::string PathElement(char const* attributes, SvgPath const& path) {
-  return std::string("<path ") + attributes + " d=\"" + path.Data() + "\"/>\n";
-}
-
-/// Nine colours of equal perceived distance from dark to light: neighbours are 0.085 apart in the OKLab
-/// colour space, and lightness rises by the same 0.07 at each step. In between, straight interpolation.
-std::string Colour(double share) {
-  struct Rgb {
-    int r, g, b;
-  };
-  constexpr std::array<Rgb, 9> anchors{{{0x41, 0x33, 0x7d},
-                                        {0x32, 0x51, 0x97},
-                                        {0x11, 0x6f, 0xa3},
-                                        {0x14, 0x8b, 0xa4},
-                                        {0x36, 0xa6, 0xa2},
-                                        {0x52, 0xc0, 0x9a},
-                                        {0x86, 0xd4, 0x87},
-                                        {0xc3, 0xe1, 0x74},
-                                        {0xfe, 0xea, 0x6e}}};
-  double const place = share * (anchors.size() - 1);
-  int const below = std::min(static_cast<int>(place), static_cast<int>(anchors.size()) - 2);
-  auto const mixed = [&](int Rgb::*channel) {
-    double const low = anchors[below].*channel;
-    double const high = anchors[below + 1].*channel;
-    return static_cast<int>(std::lround(low + (place - below) * (high - low)));
-  };
-  return Format("#%02x%02x%02x", mixed(&Rgb::r), mixed(&Rgb::g), mixed(&Rgb::b));
-}
-
-/// The colour of a band is that of its middle.
-std::string BandColour(int band) { return Colour((band + 0.5) / colourBands); }
 
 /// A place of the structure in the panel: y points down there.
 Point InPanel(Point p) { return {rootPlace.x + unitsPerMetre * p.x, rootPlace.y - unitsPerMetre * p.y}; }
@@ -244,34 +194,10 @@ std::string Heading(Mesh const& mesh) {
       margin, margin, static_cast<int>(mesh.Elements().size()), mesh.NumberOfUnknowns());
 }
 
-std::string ColourBar() {
-  constexpr int bandWidth = 80;
-  constexpr int left = (width - colourBands * bandWidth) / 2;
-  constexpr int right = left + colourBands * bandWidth;
-  std::string svg;
-  for (int band = 0; band < colourBands; ++band) { // each reaches below the next one, so that no seams show
-    int const start = left + band * bandWidth;
-    svg += Format("<path fill=\"%s\" d=\"M%d %dH%dv230H%dz\"/>\n", BandColour(band).c_str(), start, barTop,
-                  std::min(start + 2 * bandWidth, right), start);
-  }
-  svg += Format("<text class=\"soft end\" x=\"%d\" y=\"%d\">0</text>\n", left - 110, barTop + 188);
-  svg += Format("<text class=\"soft\" x=\"%d\" y=\"%d\">1</text>\n", right + 110, barTop + 188);
-  svg += Format("<text class=\"soft middle\" x=\"%d\" y=\"%d\">displacement, relative to the largest of the "
-                "mode</text>\n",
-                width / 2, barTop + 560);
-  return svg;
-}
-
 } // namespace
 
 std::string DrawModes(std::vector<Mode> const& modes, Mesh const& mesh) {
-  std::string svg = Format("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %d %d\" width=\"%d\" "
-                           "height=\"%d\">\n",
-                           width, height, width / 10, height / 10);
-  svg += "<title>Mode shapes of the tapered cantilever membrane</title>\n";
-  svg += style;
-  // A page of its own colour: the picture looks the same on light and on dark pages.
-  svg += "<rect width=\"100%\" height=\"100%\" rx=\"160\" fill=\"#fbfcfd\"/>\n";
+  std::string svg = BeginPage(width, height, "Mode shapes of the tapered cantilever membrane", styles);
   svg += Heading(mesh);
   for (int k = 0; k < modeCount; ++k) {
     int const left = margin + static_cast<int>(panelPitch.x) * (k % 2);
@@ -281,7 +207,7 @@ std::string DrawModes(std::vector<Mode> const& modes, Mesh const& mesh) {
     svg += Panel(mesh, modes[k].displacement).Draw();
     svg += "</g>\n";
   }
-  return svg + ColourBar() + "</svg>\n";
+  return svg + ColourBar(width / 2, barTop) + EndPage();
 }
 
 } // namespace fv32

@@ -1,6 +1,6 @@
-#include "examples/fv32/Element.h"
+#include "examples/tapered_cantilever/Element.h"
 
-#include "examples/fv32/Benchmark.h"
+#include "examples/tapered_cantilever/Benchmark.h"
 
 #include <cmath>
 

@@ -6,20 +6,18 @@
 //     orxmtx modes DIR/K.txt DIR/M.txt -n 6 --shapes DIR/shapes.txt > DIR/modes.txt
 //     tapered_cantilever report DIR                          compares, and writes DIR/modes.svg
 
-#include "examples/fv32/Benchmark.h"
-#include "examples/fv32/Element.h"
-#include "examples/fv32/Mesh.h"
-#include "examples/fv32/Modes.h"
-#include "examples/fv32/Picture.h"
+#include "examples/support/Program.h"
+#include "examples/tapered_cantilever/Benchmark.h"
+#include "examples/tapered_cantilever/Element.h"
+#include "examples/tapered_cantilever/Mesh.h"
+#include "examples/tapered_cantilever/Modes.h"
+#include "examples/tapered_cantilever/Picture.h"
 
-#include "core/ORXBasException.h"
-#include "module/ORXSrvLinearAlgebra.h"
 #include "mtx/ORXSrvSparseMatrix.h"
 
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <exception>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -105,28 +103,13 @@ void Report(std::string const& folder) {
   RequireAgreement(modes);
 }
 
-int Fail(char const* message) {
-  std::fflush(stdout); // what was found so far comes first
-  std::fprintf(stderr, "tapered_cantilever: %s\n", message);
-  return 1;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-  try {
+  return support::RunProgram("tapered_cantilever", [&] {
     std::string const task = argc == 3 ? argv[1] : "";
-    ORXSrvLinearAlgebraSession const session;
-    if (task == "assemble")
-      Assemble(argv[2]);
-    else if (task == "report")
-      Report(argv[2]);
-    else
-      return Fail("usage: tapered_cantilever assemble DIR | tapered_cantilever report DIR");
-    return 0;
-  } catch (ORXBasException const& e) { // whatever the library raises; the text says what and where
-    return Fail(e.AsString().AsText());
-  } catch (std::exception const& e) {
-    return Fail(e.what());
-  }
+    if (task == "assemble") return Assemble(argv[2]);
+    if (task == "report") return Report(argv[2]);
+    throw std::runtime_error("usage: tapered_cantilever assemble DIR | tapered_cantilever report DIR");
+  });
 }

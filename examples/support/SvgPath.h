@@ -1,10 +1,10 @@
 #pragma once
 
-#include "examples/fv32/Mesh.h"
+#include "examples/support/Point.h"
 
 #include <string>
 
-namespace fv32 {
+namespace support {
 
 /// The data of an SVG path in whole units, written short: steps are relative to the rounded place reached so
 /// far, so that rounding does not add up, and separators appear only where numbers would run together.
@@ -33,4 +33,4 @@ private:
   Place m_reached; ///< the end of the last step
 };
 
-} // namespace fv32
+} // namespace support
