@@ -14,7 +14,7 @@ class ORXSrvSparseMatrix;
 struct ORXSrvMode {
   double eigenvalue;  ///< lambda: the square of the circular frequency, (rad/s)^2 in consistent units
   double frequency;   ///< sqrt(|lambda|) / (2 pi), in Hz; negative for a negative lambda
-  double error;       ///< bound of |exact lambda - lambda|, as far as rounding errors allow
+  double error;       ///< bound of |exact lambda - lambda|, K and M known to their last digit only
   double residual;    ///< ||K x - lambda M x|| / || |K| |x| + |lambda| |M| |x| ||, 2-norms
   double strainShare; ///< |x^T K x| / |x|^T |K| |x|: what is left of the terms when they cancel
   bool isRigid;       ///< lambda is zero to rounding: a motion that strains nothing

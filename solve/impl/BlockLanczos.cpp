@@ -324,10 +324,10 @@ std::vector<FoundMode> BlockLanczos::MakeModes() {
     auto const mode = static_cast<std::size_t>(k);
     // The operator knows the lowest eigenvalues best, the Rayleigh quotient those far above them.
     double const square = length * length;
-    double const ofQuotient = 4 * epsilon * quality[mode].defectTerms / square;
-    bool const isQuotientBetter = ofQuotient < roundings[mode];
+    double const ofData = epsilon * quality[mode].defectTerms / square;
+    bool const isQuotientBetter = 4 * ofData < roundings[mode];
     double const lambda = lambdas[mode] + (isQuotientBetter ? quality[mode].defect / square : 0.0);
-    double const error = errors[mode] + std::min(ofQuotient, roundings[mode]);
+    double const error = errors[mode] + ofData;
     modes.push_back({lambda, error, quality[mode], {shape, shape + m_order}});
     for (double& x : modes.back().shape)
       x *= scale;

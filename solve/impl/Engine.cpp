@@ -27,8 +27,8 @@ std::int64_t Count(MUMPS_INT info) { return info >= 0 ? info : -std::int64_t{100
 
 constexpr std::int64_t megabyte = 1000000;
 constexpr int usualSlack = 30; ///< percent of workspace beyond the estimate, for delayed pivots
-/// A pivot below this share of the largest entry, after scaling, is zero to rounding.
-constexpr double nullPivot = 1e-10;
+/// A pivot below this share of the largest entry is exactly zero: rounding errors leave more.
+constexpr double nullPivot = 1e-20;
 
 extern "C" void dgetrf_(int const* m, int const* n, double* a, int const* lda, int* pivots, int* info);
 

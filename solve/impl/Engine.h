@@ -25,7 +25,7 @@ struct EngineFacts {
   std::int64_t entries, bytes;
   bool isOnDisk;
   int negative, delayed;
-  std::vector<int> nullUnknowns; ///< zero-based, ascending
+  std::vector<int> nullUnknowns; ///< whose pivots were exactly zero, zero-based, ascending
 };
 
 /// The direct solver for one pattern. The only place that knows MUMPS. Errors are ORXSrvSolveError and

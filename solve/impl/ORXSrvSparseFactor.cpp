@@ -6,6 +6,7 @@
 #include "mtx/ORXSrvSparseMatrix.h"
 #include "solve/impl/Engine.h"
 #include "solve/impl/InverseNorm.h"
+#include "solve/impl/NullMotions.h"
 #include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
@@ -98,7 +99,8 @@ struct ORXSrvSparseFactor::State {
 
   void Factorize(ShiftedMatrix&& next) {
     Prepare(std::move(next));
-    EngineFacts found = engine->Factorize(matrix, Limits());
+    std::vector<int> unknowns;
+    EngineFacts const found = FactorizeHoldingNullMotions(unknowns);
     facts = {};
     facts.order = matrix.Order();
     facts.isSymmetric = matrix.IsSymmetric();
@@ -106,12 +108,30 @@ struct ORXSrvSparseFactor::State {
     facts.bytes = found.bytes;
     facts.isOnDisk = found.isOnDisk;
     facts.negative = found.negative;
-    facts.zero = static_cast<int>(found.nullUnknowns.size());
+    facts.zero = static_cast<int>(unknowns.size());
     facts.positive = facts.isSymmetric ? facts.order - facts.negative - facts.zero : 0;
     facts.delayedPivots = found.delayed;
-    facts.nullUnknowns = std::move(found.nullUnknowns);
+    facts.nullUnknowns = std::move(unknowns);
     hasFactor = true;
-    ORXSrvProgress::Report("ORXSrvSparseFactor::Factorize", 2, 2);
+  }
+
+  /// Factorizes with unknowns held until no motion without stiffness is left; `unknowns` becomes their list.
+  EngineFacts FactorizeHoldingNullMotions(std::vector<int>& unknowns) {
+    std::vector<double> const largest = matrix.LargestInRows();
+    for (int i = 0; i < matrix.Order(); ++i)
+      if (largest[static_cast<std::size_t>(i)] == 0.0) unknowns.push_back(i);
+    for (;;) {
+      ShiftedMatrix held;
+      if (!unknowns.empty()) (held = matrix).Hold(unknowns);
+      ShiftedMatrix const& a = unknowns.empty() ? matrix : held;
+      EngineFacts found = engine->Factorize(a, Limits());
+      ORXSrvProgress::Report("ORXSrvSparseFactor::Factorize", 2, 2);
+      std::vector<int> const more =
+          found.nullUnknowns.empty() ? FindNullMotions(*engine, a) : found.nullUnknowns;
+      if (more.empty()) return found;
+      unknowns.insert(unknowns.end(), more.begin(), more.end());
+      std::ranges::sort(unknowns);
+    }
   }
 
   void RequireFactor(char const* operation) const {

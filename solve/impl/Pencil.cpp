@@ -1,6 +1,7 @@
 #include "solve/impl/Pencil.h"
 
 #include "mtx/ORXSrvProgress.h"
+#include "solve/impl/NullMotions.h"
 #include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
-#include <random>
 
 namespace orx {
 
@@ -149,33 +149,15 @@ double Pencil::StartShift() const {
 }
 
 Pencil::Soundness Pencil::TestFactor(ShiftFacts& facts) {
-  auto const order = static_cast<std::size_t>(Order());
-  std::vector<double> load(order), x(order), residual(order), weights(order);
-  std::mt19937_64 generator(1);
-  std::uniform_real_distribution<double> distribution(-1.0, 1.0);
-  // Scaled by rows, so that every unknown has its say whatever its unit.
-  std::ranges::generate(x, [&] { return distribution(generator); });
-  m_shifted.ComputeResidual(x.data(), std::vector<double>(order, 0.0).data(), residual.data(),
-                            weights.data());
-  for (std::size_t i = 0; i < order; ++i)
-    load[i] = x[i] * weights[i];
-  x = load;
-  m_engine->Solve(x.data(), 1, 1);
-  if (!std::ranges::all_of(x, [](double value) { return std::isfinite(value); }))
-    return Soundness::OnEigenvalue;
-  m_shifted.ComputeResidual(x.data(), load.data(), residual.data(), weights.data());
-  double form = 0.0, terms = 0.0, error = 0.0;
-  for (std::size_t i = 0; i < order; ++i) {
-    form += x[i] * (load[i] - residual[i]);
-    terms += std::abs(x[i]) * weights[i];
-    if (weights[i] > 0.0) error = std::max(error, std::abs(residual[i]) / weights[i]);
-  }
-  std::vector<double> massTimes(order);
+  TestSolution const test = SolveForRandomLoad(*m_engine, m_shifted);
+  if (!test.isFinite) return Soundness::OnEigenvalue;
+  std::vector<double> const& x = test.x;
+  std::vector<double> massTimes(x.size());
   MultiplyByMass(x.data(), 1, massTimes.data());
   double const mass = std::inner_product(x.begin(), x.end(), massTimes.begin(), 0.0);
-  if (mass > 0.0) facts.nearest = facts.shift + form / mass;
-  if (std::abs(form) > cancelled * terms)
-    return error < unsoundError ? Soundness::Sound : Soundness::Inaccurate;
+  if (mass > 0.0) facts.nearest = facts.shift + test.form / mass;
+  if (std::abs(test.form) > cancelled * test.terms)
+    return test.error < unsoundError ? Soundness::Sound : Soundness::Inaccurate;
   // The solution is a motion that A takes for nothing.
   if (std::abs(mass) > 1e-9 * AbsoluteForm(m_m, x.data())) return Soundness::OnEigenvalue;
   auto const largest = std::ranges::max_element(x, {}, [](double value) { return std::abs(value); });
@@ -203,13 +185,18 @@ ShiftFacts Pencil::Factorize(double shift, Side side, EngineLimits const& limits
 
 void Pencil::RaiseSingular(double shift, EngineLimits const& limits) const {
   CompressedRowsView const k = m_k.View(), m = m_m.View();
-  ShiftedMatrix const matrix(k, shift, &m, true);
-  std::vector<int> const unknowns =
-      Engine(matrix, Engine::ZeroPivots::AreSetAside).Factorize(matrix, limits).nullUnknowns;
-  if (!unknowns.empty()) RaiseNullMotion(unknowns.front());
+  // Where both matrices weigh the same, nothing is null but what is null in both.
+  double const mass = std::abs(m_m.LargestEntry().value);
+  double const balanced = mass > 0.0 ? -std::abs(m_k.LargestEntry().value) / mass : 0.0;
+  ShiftedMatrix const matrix(k, balanced, &m, true);
+  Engine engine(matrix, Engine::ZeroPivots::AreSetAside);
+  std::vector<int> unknowns = engine.Factorize(matrix, limits).nullUnknowns;
+  if (unknowns.empty()) unknowns = FindNullMotions(engine, matrix);
+  if (!unknowns.empty()) RaiseNullMotion(std::ranges::min(unknowns));
   RaiseSolveError(ORXSrvSolveError::singular,
                   "ORXSrvModes: no shift near " + NumberText(shift) +
-                      " gives a matrix K - shift M that can be factorized to any digit.");
+                      " gives a matrix K - shift M that can be factorized to any digit: there the "
+                      "eigenvalues are lost in the rounding errors of K and M.");
 }
 
 void Pencil::Solve(double* x, int count) { m_engine->Solve(x, count, count); }

@@ -111,6 +111,19 @@ ShiftedMatrix::ShiftedMatrix(CompressedRowsView const& k, double shift, Compress
     });
 }
 
+void ShiftedMatrix::Hold(std::vector<int> const& unknowns) {
+  std::vector<double> const largest = LargestInRows();
+  std::vector<bool> isHeld(static_cast<std::size_t>(m_order));
+  for (int const unknown : unknowns)
+    isHeld[static_cast<std::size_t>(unknown)] = true;
+  for (std::size_t k = 0; k < m_values.size(); ++k) {
+    auto const row = static_cast<std::size_t>(m_rows[k] - 1),
+               column = static_cast<std::size_t>(m_columns[k] - 1);
+    if (!isHeld[row] && !isHeld[column]) continue;
+    m_values[k] = row != column ? 0.0 : largest[row] > 0.0 ? largest[row] : 1.0;
+  }
+}
+
 bool ShiftedMatrix::HasPatternOf(ShiftedMatrix const& other) const noexcept {
   return m_order == other.m_order && m_isSymmetric == other.m_isSymmetric && m_rows == other.m_rows &&
          m_columns == other.m_columns;

@@ -24,6 +24,9 @@ public:
   std::vector<int> const& Columns() const noexcept { return m_columns; }
   std::vector<double> const& Values() const noexcept { return m_values; }
 
+  /// Replaces rows and columns of these unknowns, zero-based, by those of a multiple of the identity.
+  void Hold(std::vector<int> const& unknowns);
+
   bool HasPatternOf(ShiftedMatrix const& other) const noexcept;
   /// True when some diagonal value is zero.
   bool HasZeroOnDiagonal() const;

@@ -25,9 +25,10 @@ void Find(ORXSrvModes& modes, ModeChoice const& choice) {
   modes.FindLowest(choice.count);
 }
 
-/// Errors of K's entries and rounding shift an eigenvalue by their share of what x^T K x is summed from.
+/// Errors of K's entries shift an eigenvalue by their share of what x^T K x is summed from. That of their last
+/// digit is in the bound of the mode.
 double DataError(ORXSrvMode const& mode, double stiffnessError) {
-  return std::max(stiffnessError, roundoff) / std::max(mode.strainShare, roundoff);
+  return stiffnessError > roundoff ? stiffnessError / std::max(mode.strainShare, roundoff) : 0.0;
 }
 
 Mode MakeMode(ORXSrvMode const& mode, double const* shape, int order, double shift, double stiffnessError) {
