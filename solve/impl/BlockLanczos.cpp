@@ -19,11 +19,16 @@ constexpr double tolerance = 1e-10;
 constexpr double epsilon = std::numeric_limits<double>::epsilon();
 /// A residual, by the terms that it is summed from, that a shape without alien motions does not have.
 constexpr double pureResidual = 1e-9;
+/// The residual of a mode, by the same measure, from which on its eigenvalue is less exact than K and M are:
+/// the error of the Rayleigh quotient is about its square.
+constexpr double poorResidual = 1e-8;
 /// Values within this share of each other have vectors that may be turned within their space.
 constexpr double closeness = 1e-6;
 /// A new direction shorter than this share of the vectors that it was made of is rounding errors.
 constexpr double leastDirection = 1e-13;
-/// A square of a length below minus this share of the others is no rounding error.
+/// x^T M x is rounding errors below this share of the sum of x_i^2 M_ii: x is a motion without mass.
+constexpr double massless = 1e-8;
+/// x^T M x below minus this share of that sum, and of the longest vector's, is no rounding error.
 constexpr double mostNegative = 1e-9;
 
 /// c = alpha * op(a) * b + beta * c; the result is m x n.
@@ -87,12 +92,14 @@ double SignOfLargest(double const* x, int count) {
 
 } // namespace
 
-BlockLanczos::BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, int mostVectors)
+BlockLanczos::BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, int mostVectors,
+                           std::size_t seed)
     : m_pencil(pencil), m_shift(shift), m_known(known), m_order(pencil.Order()),
       m_width(std::min(usualWidth, pencil.Order())), m_capacity(std::max(mostVectors, 4 * m_width)),
       m_vectors(mem_MakeArray<double>(std::int64_t{m_order} * m_capacity)),
       m_massTimes(mem_MakeArray<double>(std::int64_t{m_order} * m_width)),
-      m_t(static_cast<std::size_t>(m_capacity) * m_capacity, 0.0) {}
+      m_massDiagonal(pencil.MassDiagonal()), m_t(static_cast<std::size_t>(m_capacity) * m_capacity, 0.0),
+      m_generator(seed) {}
 
 void BlockLanczos::Apply(double* x, int count) {
   m_pencil.MultiplyByMass(x, count, m_massTimes.get());
@@ -124,6 +131,13 @@ void BlockLanczos::Orthogonalize(int count, int passes, double* t) {
   }
 }
 
+double BlockLanczos::SquareByDiagonal(double const* x) const {
+  double sum = 0.0;
+  for (std::size_t i = 0; i < m_massDiagonal.size(); ++i)
+    sum += x[i] * x[i] * m_massDiagonal[i];
+  return sum;
+}
+
 int BlockLanczos::Orthonormalize(int count, std::vector<double>& r) {
   double* const block = Column(m_size);
   double* const massTimes = m_massTimes.get();
@@ -151,13 +165,13 @@ int BlockLanczos::Orthonormalize(int count, std::vector<double>& r) {
           mx[i] -= share * column(massTimes, k)[i];
         }
       }
-    double const square = dot(x, mx);
-    if (square < -mostNegative * longest * longest)
+    double const square = dot(x, mx), ofDiagonal = SquareByDiagonal(x);
+    if (square < -mostNegative * std::max(longest * longest, ofDiagonal))
       RaiseSolveError(ORXSrvSolveError::indefiniteMass,
                       "ORXSrvModes: M is indefinite, x^T M x is " + NumberText(square) +
                           " for some x of length " + NumberText(longest) + "; expected no negative mass.");
     double const length = std::sqrt(std::max(square, 0.0));
-    if (!(length > leastDirection * longest)) continue;
+    if (!(length > leastDirection * longest && square > massless * ofDiagonal)) continue;
     c[rank] = length;
     for (int i = 0; i < m_order; ++i) {
       column(block, rank)[i] = x[i] / length;
@@ -293,8 +307,7 @@ double BlockLanczos::ErrorOf(std::size_t index) const {
 }
 
 std::vector<FoundMode> BlockLanczos::MakeModes() {
-  std::vector<double> weights, lambdas, errors, roundings; // weights: columns of Q's coefficients
-  double const rounding = m_values.empty() ? 0.0 : 4 * epsilon * std::abs(m_values.front().theta);
+  std::vector<double> weights, lambdas, errors; // weights: columns of Q's coefficients
   for (std::size_t k = 0; k < m_values.size(); ++k) {
     RitzValue const& value = m_values[k];
     if (!value.isConverged) continue;
@@ -302,7 +315,6 @@ std::vector<FoundMode> BlockLanczos::MakeModes() {
     weights.insert(weights.end(), first, first + m_size);
     lambdas.push_back(Lambda(static_cast<int>(k)));
     errors.push_back(ErrorOf(k) / (value.theta * value.theta));
-    roundings.push_back(rounding / (value.theta * value.theta));
   }
   int const count = static_cast<int>(lambdas.size());
   mem_Array<double> const shapes = mem_MakeArray<double>(std::int64_t{m_order} * count);
@@ -317,17 +329,16 @@ std::vector<FoundMode> BlockLanczos::MakeModes() {
 
   std::vector<FoundMode> modes;
   for (int k = 0; k < count; ++k) {
+    if (quality[static_cast<std::size_t>(k)].residual > poorResidual) continue;
     double const* const shape = shapes.get() + std::int64_t{k} * m_order;
     m_pencil.MultiplyByMass(shape, 1, m_massTimes.get());
     double const length = std::sqrt(std::inner_product(shape, shape + m_order, m_massTimes.get(), 0.0));
     double const scale = SignOfLargest(shape, m_order) / length;
     auto const mode = static_cast<std::size_t>(k);
-    // The operator knows the lowest eigenvalues best, the Rayleigh quotient those far above them.
+    // The Rayleigh quotient knows lambda as well as K and M do; rounding in the solves blurs theta.
     double const square = length * length;
-    double const ofData = epsilon * quality[mode].defectTerms / square;
-    bool const isQuotientBetter = 4 * ofData < roundings[mode];
-    double const lambda = lambdas[mode] + (isQuotientBetter ? quality[mode].defect / square : 0.0);
-    double const error = errors[mode] + ofData;
+    double const lambda = lambdas[mode] + quality[mode].defect / square;
+    double const error = errors[mode] + epsilon * quality[mode].defectTerms / square;
     modes.push_back({lambda, error, quality[mode], {shape, shape + m_order}});
     for (double& x : modes.back().shape)
       x *= scale;

@@ -30,8 +30,10 @@ struct FoundMode {
 ///     (K - shift M)^-1 M Q = Q T + next R [0 ... 0 I],   Q^T M Q = I
 class BlockLanczos {
 public:
-  /// `known` modes are lent. Vectors are at most `mostVectors`.
-  BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, int mostVectors);
+  /// `known` modes are lent. Vectors are at most `mostVectors`. The random vectors that it begins with have
+  /// to differ between runs that share known modes: of a mode many times, equal ones find the same copies.
+  BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, int mostVectors,
+               std::size_t seed);
 
   /// Adds a block and finds the Ritz values. Returns false when there is no further direction, or no memory
   /// for one.
@@ -44,8 +46,9 @@ public:
   /// Largest |theta| first.
   std::vector<RitzValue> const& Values() const noexcept { return m_values; }
   double Lambda(int index) const { return m_shift + 1.0 / m_values[index].theta; }
-  /// The modes of the converged values, if HasValues. Where M is singular, shapes are purified of motions
-  /// without mass by another step of the operator (Ericsson, Ruhe 1980).
+  /// The modes of the converged values, if HasValues, less those with a poor residual, which another shift
+  /// has to find. Where M is singular, shapes are purified of motions without mass by another step of the
+  /// operator (Ericsson, Ruhe 1980).
   std::vector<FoundMode> MakeModes();
 
 private:
@@ -56,6 +59,8 @@ private:
   /// Makes the columns behind Q orthogonal to the known modes and to Q, in one pass if they nearly are, else
   /// in two. Adds the coefficients of Q to `t`, which may be null, with m_capacity as its leading dimension.
   void Orthogonalize(int count, int passes, double* t);
+  /// The sum of x_i^2 M_ii.
+  double SquareByDiagonal(double const* x) const;
   /// Makes the columns behind Q orthonormal: old columns = new columns * r. Returns the number of new
   /// columns: those of which nothing but rounding errors is left are dropped.
   int Orthonormalize(int count, std::vector<double>& r);
@@ -78,14 +83,15 @@ private:
   int m_last = 0; ///< of these in the last block
   int m_next = 0; ///< columns of the next block
   bool m_isExhausted = false;
-  mem_Array<double> m_vectors;       ///< Q and behind it the next block, column-major
-  mem_Array<double> m_massTimes;     ///< M times a block
+  mem_Array<double> m_vectors;   ///< Q and behind it the next block, column-major
+  mem_Array<double> m_massTimes; ///< M times a block
+  std::vector<double> m_massDiagonal;
   std::vector<double> m_t;           ///< T, column-major, leading dimension m_capacity
   std::vector<double> m_r;           ///< R, m_next x m_last
   std::vector<double> m_ritzVectors; ///< m_size x m_size, a column for each of m_values
   std::vector<RitzValue> m_values;
   int m_checkedSize = 0; ///< columns of Q at the last look for Ritz values
-  std::mt19937_64 m_generator{1};
+  std::mt19937_64 m_generator;
 };
 
 } // namespace orx

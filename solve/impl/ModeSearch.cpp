@@ -24,10 +24,10 @@ constexpr std::size_t copiesBeyond = 32;
 /// More modes than this in an interval are shared out among several shifts.
 constexpr int modesOfAShift = 120;
 constexpr int mostSplits = 24;
-/// Elastic modes that lie so many times the first shift above it deserve another one, at this share of
-/// theirs.
-constexpr double farAbove = 100;
-constexpr double elasticShare = 0.3;
+/// Modes that lie so many times farther from a shift than those beside it deserve another one, at this share
+/// of their distance.
+constexpr double farAway = 100;
+constexpr double shareOfNext = 0.3;
 
 /// A value between two neighbours in a sorted list, nearer to the lower one: the upper one may still come
 /// down.
@@ -59,25 +59,23 @@ void ModeSearch::ReportModes(Neighbourhood const* around) {
   ORXSrvProgress::Report("ORXSrvModes, modes", std::min(m_found, m_goal.modes) + 1, m_goal.modes + 2);
 }
 
-void ModeSearch::FactorizeBelowAll() {
-  FactorizeAt(m_pencil.StartShift(), Pencil::Side::Below);
-  double const shift = m_current.shift;
-  bool const isAnyRigid = m_current.below == 0 && m_current.nearest < std::abs(shift);
-  if (!isAnyRigid) return;
+void ModeSearch::StepAside(double center) {
+  double const distance = std::abs(m_current.shift - center);
+  if (!(std::abs(m_current.nearest - center) < distance)) return;
   std::vector<FoundMode> const none;
-  BlockLanczos lanczos(m_pencil, shift, none, 0);
-  double elastic = infinity; // the lowest eigenvalue that is not rigid, as it looks
-  while (elastic == infinity && lanczos.Extend()) {
+  BlockLanczos lanczos(m_pencil, m_current.shift, none, 0, 0);
+  double next = infinity; // distance of the next eigenvalue from the center, as it looks
+  while (next == infinity && lanczos.Extend()) {
     ReportModes(nullptr);
     for (std::size_t k = 0; lanczos.HasValues() && k < lanczos.Values().size(); ++k) {
       RitzValue const& value = lanczos.Values()[k];
-      double const lambda = lanczos.Lambda(static_cast<int>(k));
-      bool const isSeen = value.residual < 0.1 * value.theta;
-      if (isSeen && lambda > std::abs(shift)) elastic = std::min(elastic, lambda);
+      double const fromCenter = std::abs(lanczos.Lambda(static_cast<int>(k)) - center);
+      bool const isSeen = value.residual < 0.1 * std::abs(value.theta);
+      if (isSeen && fromCenter > distance) next = std::min(next, fromCenter);
     }
   }
-  if (elastic < infinity && elastic > farAbove * std::abs(shift))
-    FactorizeAt(-elasticShare * elastic, Pencil::Side::Below);
+  if (next < infinity && next > farAway * distance)
+    FactorizeAt(center - shareOfNext * next, Pencil::Side::Below);
 }
 
 // Lanczos at one shift
@@ -117,16 +115,18 @@ void ModeSearch::Keep(BlockLanczos& lanczos) {
 
 template<class IsDone>
 bool ModeSearch::Explore(int expected, IsDone isDone) {
-  BlockLanczos lanczos(m_pencil, m_current.shift, m_modes, BasisSize(expected));
+  BlockLanczos lanczos(m_pencil, m_current.shift, m_modes, BasisSize(expected), ++m_runs);
   while (lanczos.Extend()) {
     std::optional<Neighbourhood> around;
     if (lanczos.HasValues()) around = Look(lanczos);
     ReportModes(around ? &*around : nullptr);
     if (around && isDone(*around)) break;
   }
-  bool const isExhausted = lanczos.IsExhausted();
-  if (lanczos.HasValues()) Keep(lanczos);
-  return isExhausted;
+  if (!lanczos.HasValues()) return lanczos.IsExhausted();
+  auto const converged = std::ranges::count_if(lanczos.Values(), &RitzValue::isConverged);
+  auto const before = std::ssize(m_modes);
+  Keep(lanczos);
+  return lanczos.IsExhausted() && std::ssize(m_modes) - before == converged;
 }
 
 // Completing an interval
@@ -201,7 +201,8 @@ std::optional<double> ModeSearch::FindCut(Neighbourhood const& around, int count
 
 ModeSearch::Range ModeSearch::FindLowest(int count) {
   m_goal.modes = count;
-  FactorizeBelowAll();
+  FactorizeAt(m_pencil.StartShift(), Pencil::Side::Below);
+  StepAside(0.0); // from rigid modes
   for (;;) {
     double const shift = m_current.shift;
     std::optional<double> cut; // a shift above `count` modes, or above all
@@ -216,7 +217,7 @@ ModeSearch::Range ModeSearch::FindLowest(int count) {
       if (std::optional<Range> const range = EndInCluster(count)) return *range;
     double const top = m_modes.empty() ? shift : m_modes.back().lambda;
     if (!cut && isAll) cut = top + std::max(std::abs(top), std::abs(shift));
-    if (cut && !m_isCertified) return {-infinity, *cut, true};
+    if (cut && !m_isCertified && FoundBetween(-infinity, *cut) >= count) return {-infinity, *cut, true};
     // Without a cut the basis is full: on from the uppermost mode.
     if (!cut && !(top > shift)) return {-infinity, shift, false};
     FactorizeAt(cut ? *cut : top + leastGap * std::abs(top - shift), Pencil::Side::Above);
@@ -226,15 +227,15 @@ ModeSearch::Range ModeSearch::FindLowest(int count) {
   }
 }
 
-std::optional<double> ModeSearch::FindRadius(Neighbourhood const& around, int count) const {
+std::optional<double> ModeSearch::FindRadius(Neighbourhood const& around, double center, int count) const {
+  double const reach = around.reach - std::abs(m_current.shift - center);
   std::vector<double> distances;
   for (double const lambda : around.lambdas)
-    if (double const distance = std::abs(lambda - m_current.shift); distance < around.reach)
-      distances.push_back(distance);
+    if (double const distance = std::abs(lambda - center); distance < reach) distances.push_back(distance);
   std::ranges::sort(distances);
   for (auto k = static_cast<std::size_t>(count); k <= distances.size(); ++k) {
     double const last = distances[k - 1];
-    double const next = k < distances.size() ? distances[k] : around.reach;
+    double const next = k < distances.size() ? distances[k] : reach;
     if (next == infinity) return {};
     if (next - last > leastGap * last) return CutBetween(last, next);
   }
@@ -244,17 +245,18 @@ std::optional<double> ModeSearch::FindRadius(Neighbourhood const& around, int co
 ModeSearch::Range ModeSearch::FindNear(double lambda, int count) {
   m_goal.modes = count;
   FactorizeAt(lambda, Pencil::Side::Below);
+  StepAside(lambda); // from modes at this very place
   double const shift = m_current.shift;
   int const below = m_current.below;
   std::optional<double> radius;
   bool const isAll = Explore(count, [&](Neighbourhood const& around) {
-    radius = FindRadius(around, count);
+    radius = FindRadius(around, lambda, count);
     return radius.has_value();
   });
   double const top = m_modes.empty() ? shift : std::max(shift, m_modes.back().lambda);
-  double from = radius ? shift - *radius : -infinity;
-  double to = radius ? shift + *radius : top + std::max(std::abs(top), std::abs(shift));
-  if (!m_isCertified) return {from, to, isAll || radius};
+  double from = radius ? lambda - *radius : -infinity;
+  double to = radius ? lambda + *radius : top + std::max(std::abs(top), std::abs(shift));
+  if (!m_isCertified && (isAll || FoundBetween(from, to) >= count)) return {from, to, true};
   if (FoundBetween(-infinity, shift) == below) from = -infinity; // all below the shift
   if (from != -infinity) {
     FactorizeAt(from, Pencil::Side::Below);
@@ -262,7 +264,8 @@ ModeSearch::Range ModeSearch::FindNear(double lambda, int count) {
   }
   FactorizeAt(to, Pencil::Side::Above);
   to = m_current.shift;
-  return {from, to, Complete(from, to, 0)};
+  bool const isComplete = Complete(from, to, 0);
+  return {from, to, isComplete && (isAll || FoundBetween(from, to) >= count)};
 }
 
 ModeSearch::Range ModeSearch::FindBetween(double from, double to) {

@@ -53,10 +53,9 @@ private:
   void FactorizeAt(double shift, Pencil::Side side);
   /// Reports the number of modes that are known, after a block for which `around` may be null.
   void ReportModes(Neighbourhood const* around);
-  /// Factorizes below all modes of a positive semidefinite K. Of a free body the elastic modes are so far
-  /// above the first shift that rounding errors of the rigid ones would cover them: then nearer to the
-  /// elastic ones.
-  void FactorizeBelowAll();
+  /// Where modes lie at `center` and the shift is next to them, the others are so far away that rounding
+  /// errors of these would cover them: moves the shift below the center, towards the others.
+  void StepAside(double center);
   /// Extends Lanczos at the current shift until isDone(neighbourhood), and keeps the converged modes. Returns
   /// true when there is nothing more to find.
   template<class IsDone>
@@ -68,9 +67,8 @@ private:
   bool Complete(double from, double to, int depth);
   /// A shift in a gap above at least `count` modes, all of which are known; nothing if there is none yet.
   std::optional<double> FindCut(Neighbourhood const& around, int count) const;
-  /// A distance from the current shift, in a gap on both sides, within which at least `count` modes are
-  /// known.
-  std::optional<double> FindRadius(Neighbourhood const& around, int count) const;
+  /// A distance from the center, in a gap on both sides, within which at least `count` modes are known.
+  std::optional<double> FindRadius(Neighbourhood const& around, double center, int count) const;
   /// The end of a search for the lowest modes that lies within a mode which is there very often.
   std::optional<Range> EndInCluster(int count);
   int CountBelow(double shift) const;
@@ -85,6 +83,7 @@ private:
   std::vector<FoundMode> m_modes;
   std::map<double, int> m_counts;
   std::vector<double> m_shifts;
+  std::size_t m_runs = 0; ///< of Lanczos
 };
 
 } // namespace orx

@@ -24,6 +24,14 @@ double Dot(Vector const& x, Vector const& y) {
   return std::inner_product(x.begin(), x.end(), y.begin(), 0.0);
 }
 
+/// Scales of unknowns and rows that make the largest entry of each row about 1.
+Vector UnitsOf(ShiftedMatrix const& a) {
+  Vector units = a.LargestInRows();
+  for (double& unit : units)
+    unit = unit > 0.0 ? 1.0 / std::sqrt(unit) : 1.0;
+  return units;
+}
+
 /// {x, y} := {c x - s y, s x + c y}
 void Rotate(Vector& x, Vector& y, double c, double s) {
   for (std::size_t i = 0; i < x.size(); ++i) {
@@ -33,13 +41,10 @@ void Rotate(Vector& x, Vector& y, double c, double s) {
   }
 }
 
-/// Inverse iteration with a block, in coordinates in which the largest entry of each row is about 1.
+/// Inverse iteration with a block, in scaled coordinates.
 class MotionFinder {
 public:
-  MotionFinder(Engine& engine, ShiftedMatrix const& a) : m_engine(engine), m_a(a), m_unit(a.LargestInRows()) {
-    for (double& unit : m_unit)
-      unit = unit > 0.0 ? 1.0 / std::sqrt(unit) : 1.0;
-  }
+  MotionFinder(Engine& engine, ShiftedMatrix const& a) : m_engine(engine), m_a(a), m_unit(UnitsOf(a)) {}
 
   /// Unknowns that hold the motions that are found, not sorted.
   std::vector<int> Find() {
@@ -163,7 +168,7 @@ private:
 
   Engine& m_engine;
   ShiftedMatrix const& m_a;
-  Vector m_unit;                 ///< of each unknown
+  Vector m_unit;                 ///< see UnitsOf
   std::vector<Vector> m_vectors; ///< orthonormal
 };
 
@@ -184,11 +189,15 @@ TestSolution SolveForRandomLoad(Engine& engine, ShiftedMatrix const& a) {
   test.isFinite = std::ranges::all_of(x, [](double value) { return std::isfinite(value); });
   if (!test.isFinite) return test;
   a.ComputeResidual(x.data(), load.data(), residual.data(), weights.data());
+  Vector const units = UnitsOf(a);
+  double errors = 0.0, sizes = 0.0;
   for (std::size_t i = 0; i < order; ++i) {
     test.form += x[i] * (load[i] - residual[i]);
     test.terms += std::abs(x[i]) * weights[i];
-    if (weights[i] > 0.0) test.error = std::max(test.error, std::abs(residual[i]) / weights[i]);
+    errors += std::pow(residual[i] * units[i], 2);
+    sizes += std::pow(weights[i] * units[i], 2);
   }
+  test.error = sizes > 0.0 ? std::sqrt(errors / sizes) : 0.0;
   return test;
 }
 

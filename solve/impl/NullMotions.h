@@ -13,7 +13,7 @@ struct TestSolution {
   bool isFinite;
   double form;  ///< x^T A x
   double terms; ///< |x|^T (|A| |x| + |b|)
-  double error; ///< largest componentwise backward error |b - A x| / (|A| |x| + |b|)
+  double error; ///< backward error ||b - A x|| / || |A| |x| + |b| ||, rows scaled to a largest entry of 1
 };
 
 /// Solves with the factor of A that the engine has.

@@ -81,6 +81,8 @@ Pencil::Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : m_k(k
   RequireUsable(m, "M");
 }
 
+std::vector<double> Pencil::MassDiagonal() const { return Diagonal(m_m); }
+
 void Pencil::MultiplyByMass(double const* x, int count, double* y) const { Multiply(m_m, x, count, y); }
 
 std::vector<ModeQuality> Pencil::Measure(std::vector<double> const& lambdas, double const* x) const {
@@ -155,9 +157,12 @@ Pencil::Soundness Pencil::TestFactor(ShiftFacts& facts) {
   std::vector<double> massTimes(x.size());
   MultiplyByMass(x.data(), 1, massTimes.data());
   double const mass = std::inner_product(x.begin(), x.end(), massTimes.begin(), 0.0);
-  if (mass > 0.0) facts.nearest = facts.shift + test.form / mass;
-  if (std::abs(test.form) > cancelled * test.terms)
-    return test.error < unsoundError ? Soundness::Sound : Soundness::Inaccurate;
+  if (mass > 0.0) {
+    facts.nearest = facts.shift + test.form / mass;
+    facts.leastDistance = 10 * cancelled * test.terms / mass;
+  }
+  if (test.error > unsoundError) return Soundness::Inaccurate;
+  if (std::abs(test.form) > std::max(cancelled, 10 * test.error) * test.terms) return Soundness::Sound;
   // The solution is a motion that A takes for nothing.
   if (std::abs(mass) > 1e-9 * AbsoluteForm(m_m, x.data())) return Soundness::OnEigenvalue;
   auto const largest = std::ranges::max_element(x, {}, [](double value) { return std::abs(value); });
@@ -168,6 +173,7 @@ ShiftFacts Pencil::Factorize(double shift, Side side, EngineLimits const& limits
   CompressedRowsView const k = m_k.View(), m = m_m.View();
   double const step = std::max(std::abs(shift), std::abs(StartShift())) * shiftStep;
   for (int move = 0; move <= mostMoves; ++move) {
+    double distance = step * (1 << (2 * move));
     m_shifted = ShiftedMatrix(k, shift, &m, true);
     if (!m_engine) {
       m_engine.emplace(m_shifted, Engine::ZeroPivots::AreErrors);
@@ -177,8 +183,9 @@ ShiftFacts Pencil::Factorize(double shift, Side side, EngineLimits const& limits
     if (engineFacts) {
       ShiftFacts facts{shift, engineFacts->negative};
       if (TestFactor(facts) == Soundness::Sound) return facts;
+      distance = std::max(distance, facts.leastDistance);
     }
-    shift += (side == Side::Below ? -step : step) * (1 << (2 * move));
+    shift += side == Side::Below ? -distance : distance;
   }
   RaiseSingular(shift, limits);
 }

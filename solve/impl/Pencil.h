@@ -16,6 +16,8 @@ struct ShiftFacts {
   int below = 0; ///< eigenvalues below the shift
   /// Rayleigh quotient of (K - shift M)^-1 times a random vector: about the eigenvalue nearest to the shift.
   double nearest = 0;
+  /// Distance from an eigenvalue at which rounding errors no longer hide it, as the same vector tells.
+  double leastDistance = 0;
 };
 
 /// How well a mode fulfils K x = lambda M x.
@@ -37,6 +39,7 @@ public:
   int Order() const noexcept { return m_k.NumberOfRows(); }
   /// y = M x for `count` vectors without gaps.
   void MultiplyByMass(double const* x, int count, double* y) const;
+  std::vector<double> MassDiagonal() const;
   /// Measures as many eigenvalues and vectors, without gaps, against the matrices themselves.
   std::vector<ModeQuality> Measure(std::vector<double> const& lambdas, double const* x) const;
   /// A shift below all eigenvalues of a positive semidefinite K, small beside those that a mesh resolves:

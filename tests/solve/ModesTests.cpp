@@ -6,6 +6,7 @@
 #include "mtx/ORXSrvProgress.h"
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 #include "solve/ORXSrvSolveError.h"
+#include "tests/solve/ModeChecks.h"
 #include "tests/solve/SolveSupport.h"
 #include "tests/support/Raised.h"
 #include "tests/support/TemporaryFolder.h"
@@ -17,41 +18,6 @@
 #include <limits>
 #include <string>
 #include <vector>
-
-namespace {
-
-double Hertz(double eigenvalue) {
-  return std::copysign(std::sqrt(std::abs(eigenvalue)) / (2 * std::numbers::pi), eigenvalue);
-}
-
-/// Checks that modes are certified and have these eigenvalues.
-void ExpectModes(ORXSrvModes const& modes, std::vector<double> const& expected, double scale) {
-  EXPECT_TRUE(modes.IsCertified());
-  for (ORXSrvModeCount const& count : modes.Counts())
-    EXPECT_EQ(count.found, count.counted) << count.from << " to " << count.to;
-  ASSERT_EQ(modes.Modes().size(), expected.size());
-  for (std::size_t k = 0; k < expected.size(); ++k) {
-    ORXSrvMode const& mode = modes.Modes()[k];
-    EXPECT_NEAR(mode.eigenvalue, expected[k], 1e-10 * std::abs(expected[k]) + 1e-13 * scale)
-        << "mode " << k + 1;
-    EXPECT_LE(std::abs(mode.eigenvalue - expected[k]), mode.error + 1e-13 * scale)
-        << "bound of mode " << k + 1;
-    EXPECT_LT(mode.residual, 1e-7) << "mode " << k + 1;
-    EXPECT_DOUBLE_EQ(mode.frequency, Hertz(mode.eigenvalue));
-  }
-}
-
-std::vector<double> First(std::vector<double> const& values, int count) {
-  return {values.begin(), values.begin() + count};
-}
-std::vector<double> Between(std::vector<double> const& values, double from, double to) {
-  std::vector<double> inside;
-  std::copy_if(values.begin(), values.end(), std::back_inserter(inside),
-               [&](double v) { return v >= from && v <= to; });
-  return inside;
-}
-
-} // namespace
 
 TEST(Modes, OfAMembraneWithDoubleFrequenciesAreAllFound) {
   int const n = 50;

@@ -1,13 +1,17 @@
 #pragma once
 
-// Sparse matrices whose eigenvalues are known in closed form.
+// Sparse matrices whose eigenvalues are known in closed form; what progress was reported.
 
+#include "mtx/ORXSrvProgress.h"
 #include "mtx/ORXSrvSparseMatrix.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <numbers>
 #include <random>
+#include <string>
 #include <vector>
 
 using Sparse = ORXSrvSparseMatrix;
@@ -82,3 +86,67 @@ inline Sparse RandomMatrix(int order, double share, bool symmetric, unsigned see
     }
   });
 }
+
+/// A beam of unit length, stiffness and mass per length, of Hermite elements: deflection and slope at each
+/// node, less those of `fixed`, which is sorted.
+class Beam {
+public:
+  explicit Beam(int elements, std::vector<int> const& fixed = {}) : m_elements(elements) {
+    for (int i = 0; i < 2 * elements + 2; ++i)
+      m_unknowns.push_back(std::ranges::binary_search(fixed, i) ? -1 : m_order++);
+  }
+
+  int Order() const { return m_order; }
+  Sparse K() const {
+    double const h = 1.0 / m_elements, h2 = h * h;
+    double const e[4][4] = {{12, 6 * h, -12, 6 * h},
+                            {6 * h, 4 * h2, -6 * h, 2 * h2},
+                            {-12, -6 * h, 12, -6 * h},
+                            {6 * h, 2 * h2, -6 * h, 4 * h2}};
+    return Sum(e, 1 / (h2 * h));
+  }
+  Sparse M() const {
+    double const h = 1.0 / m_elements, h2 = h * h;
+    double const e[4][4] = {{156, 22 * h, 54, -13 * h},
+                            {22 * h, 4 * h2, 13 * h, -3 * h2},
+                            {54, 13 * h, 156, -22 * h},
+                            {-13 * h, -3 * h2, -22 * h, 4 * h2}};
+    return Sum(e, h / 420);
+  }
+
+private:
+  Sparse Sum(double const (&e)[4][4], double factor) const {
+    return Assembled(m_order, [&](auto add) {
+      for (std::size_t at = 0; at + 3 < m_unknowns.size(); at += 2)
+        for (std::size_t i = 0; i < 4; ++i)
+          for (std::size_t j = 0; j < 4; ++j)
+            if (m_unknowns[at + i] >= 0 && m_unknowns[at + j] >= 0)
+              add(m_unknowns[at + i], m_unknowns[at + j], factor * e[i][j]);
+    });
+  }
+
+  int m_elements, m_order = 0;
+  std::vector<int> m_unknowns; ///< -1 for those that are fixed
+};
+
+/// Records what is reported while it lives, and can stop the work.
+class Recording {
+public:
+  /// Stops at the report of this number, counted from 0, or never.
+  explicit Recording(std::size_t stopAt = SIZE_MAX) : m_stopAt(stopAt) { ORXSrvProgress::Set(Record, this); }
+  Recording(Recording const&) = delete;
+  Recording& operator=(Recording const&) = delete;
+  ~Recording() { ORXSrvProgress::Set(nullptr, nullptr); }
+
+  std::vector<std::string> const& Reported() const { return m_reported; }
+
+private:
+  static bool Record(void* self, char const* operation, std::int64_t, std::int64_t) {
+    auto& recording = *static_cast<Recording*>(self);
+    recording.m_reported.emplace_back(operation);
+    return recording.m_reported.size() <= recording.m_stopAt;
+  }
+
+  std::size_t m_stopAt;
+  std::vector<std::string> m_reported;
+};

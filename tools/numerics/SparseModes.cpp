@@ -25,8 +25,8 @@ void Find(ORXSrvModes& modes, ModeChoice const& choice) {
   modes.FindLowest(choice.count);
 }
 
-/// Errors of K's entries shift an eigenvalue by their share of what x^T K x is summed from. That of their last
-/// digit is in the bound of the mode.
+/// Errors of K's entries shift an eigenvalue by their share of what x^T K x is summed from. That of their
+/// last digit is in the bound of the mode.
 double DataError(ORXSrvMode const& mode, double stiffnessError) {
   return stiffnessError > roundoff ? stiffnessError / std::max(mode.strainShare, roundoff) : 0.0;
 }
