@@ -1,5 +1,7 @@
 #include "ToolSupport.h"
 
+#include "mtx/ORXSrvProgress.h"
+#include "tools/numerics/SearchProgress.h"
 #include "tools/terminal/Memory.h"
 #include "tools/terminal/Progress.h"
 
@@ -16,12 +18,13 @@ struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-/// What a progress line leaves in a stream when the work takes `duration`.
-std::string ToldDuring(std::chrono::milliseconds duration, std::chrono::milliseconds period) {
+/// What progress leaves in a stream, where `second` stands for the second, during work(progress).
+template<class Work>
+std::string ToldDuring(bool isTerminal, std::chrono::milliseconds second, Work const& work) {
   std::unique_ptr<std::FILE, CloseFile> const stream(std::tmpfile());
   {
-    orx::tool::Progress const progress("solving", stream.get(), period);
-    std::this_thread::sleep_for(duration);
+    orx::tool::Progress progress("modes", stream.get(), isTerminal, second);
+    work(progress);
   }
   std::string text(static_cast<std::size_t>(std::ftell(stream.get())), '\0');
   std::rewind(stream.get());
@@ -30,18 +33,59 @@ std::string ToldDuring(std::chrono::milliseconds duration, std::chrono::millisec
 }
 
 TEST(Progress, TellsTheActivityAndErasesItsLine) {
-  std::string const told = ToldDuring(200ms, 10ms);
+  std::string const told =
+      ToldDuring(true, 10ms, [](orx::tool::Progress&) { std::this_thread::sleep_for(200ms); });
 
-  EXPECT_TRUE(told.starts_with("\rorxmtx: solving: 2 s\033[K\rorxmtx: solving: 3 s\033[K")) << told;
+  EXPECT_TRUE(told.starts_with("\rorxmtx: modes: 2 s\033[K\rorxmtx: modes: 3 s\033[K")) << told;
   EXPECT_TRUE(told.ends_with("s\033[K\r\033[K")) << told;
 }
 
 TEST(Progress, ShortWorkLeavesNoTraceAndIsNotHeldUp) {
   auto const start = std::chrono::steady_clock::now();
 
-  EXPECT_EQ(ToldDuring(0ms, 60'000ms), "");
+  for (bool const isTerminal : {true, false})
+    EXPECT_EQ(ToldDuring(isTerminal, 60'000ms, [](orx::tool::Progress&) {}), "");
 
   EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+}
+
+TEST(Progress, TellsElsewhereALineEachTenSecondsWithPhaseShareAndEstimate) {
+  std::string const told = ToldDuring(false, 20ms, [](orx::tool::Progress& progress) {
+    progress.BeginPhase("factorization 2", 1e6);
+    std::this_thread::sleep_for(300ms);
+    progress.BeginPhase("Lanczos");
+    progress.SetShare("5 of 20 modes", 0.25);
+    std::this_thread::sleep_for(200ms);
+  });
+
+  std::string const first = "orxmtx: modes: factorization 2, 0 %, about 16";
+  EXPECT_TRUE(told.starts_with(first)) << told;
+  EXPECT_CONTAINS(told, " min left, 10 s\norxmtx: modes: Lanczos, 5 of 20 modes, 25 %, about ");
+  EXPECT_CONTAINS(told, " s left, 20 s\n");
+  EXPECT_EQ(told.find('\r'), std::string::npos);
+}
+
+TEST(Progress, OfASearchFollowsItsReports) {
+  struct Case {
+    char const* operation;
+    int done, total;
+    char const* line;
+  };
+  std::string const told = ToldDuring(true, 60'000ms, [](orx::tool::Progress& progress) {
+    orx::tool::SearchProgress const search(progress);
+    for (Case const& report :
+         {Case{orx::tool::SearchProgress::start, 1, 1, "orxmtx: modes: analysis"},
+          Case{"ORXSrvModes, analysis", 1, 2, "orxmtx: modes: factorization 1"},
+          Case{"ORXSrvModes, factorization", 1, 2, "orxmtx: modes: Lanczos"},
+          Case{"ORXSrvModes, modes", 2, 22, "orxmtx: modes: Lanczos, 1 of 20 modes"},
+          Case{"ORXSrvDenseMatrix::Multiply", 1, 2, "orxmtx: modes: Lanczos, 1 of 20 modes"},
+          Case{"ORXSrvModes, modes", 21, 22, "orxmtx: modes: all modes found, factorization 2 counts them"},
+          Case{"ORXSrvModes, factorization", 2, 3, "orxmtx: modes: completing"}}) {
+      ORXSrvProgress::Report(report.operation, report.done, report.total);
+      EXPECT_TRUE(progress.TextAfter(7).starts_with(report.line)) << progress.TextAfter(7);
+    }
+  });
+  EXPECT_EQ(told, "");
 }
 
 TEST(Memory, RefusesWhatDoesNotFitAndSaysHowMuch) {

@@ -3,6 +3,7 @@
 #include "tools/formats/MatrixSource.h"
 #include "tools/formats/ShapesFile.h"
 #include "tools/numerics/ModalProblem.h"
+#include "tools/numerics/SearchProgress.h"
 #include "tools/numerics/SparseModes.h"
 #include "tools/terminal/Progress.h"
 #include "tools/terminal/Text.h"
@@ -188,14 +189,18 @@ void PrintModes(ModesOptions const& options, std::function<void(std::string cons
   ORXSrvSparseMatrix const mass = SymmetricFormOf(m, order);
   if (options.explains) print(ExplainFactorization(stiffness, mass));
   ModalSolution const solution = [&] {
-    Progress const progress(Format("solving the eigenproblem of order %d", order));
+    Progress progress(Format("modes of order %d", order));
+    SearchProgress const search(progress);
     return SolveModes(stiffness, mass, options.choice, k.symmetry.worstDifference);
   }();
 
   print(SourceText(k, order) + SourceText(m, order) + MethodText(solution) + ExceptionsText(solution) +
         ModeNotesText(solution, options.choice.count) + TableText(solution));
   if (!shapes) return;
-  shapes->Write(solution.modes, order);
+  {
+    Progress const progress("writing " + options.shapesPath);
+    shapes->Write(solution.modes, order);
+  }
   print(Note("shapes: " + options.shapesPath + ", rows by modes, scaled to |x^T M x| = 1"));
 }
 

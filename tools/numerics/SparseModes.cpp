@@ -1,8 +1,10 @@
 #include "tools/numerics/SparseModes.h"
 
+#include "mtx/ORXSrvProgress.h"
 #include "solve/ORXSrvModes.h"
 #include "solve/ORXSrvSolveError.h"
 #include "solve/ORXSrvSparseFactor.h"
+#include "tools/numerics/SearchProgress.h"
 #include "tools/numerics/SymmetricForm.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
@@ -64,6 +66,7 @@ ModalSolution Describe(ORXSrvModes const& modes, int order, ModeChoice const& ch
 ModalSolution SolveSparse(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
                           ModeChoice const& choice, double stiffnessError) {
   std::vector<int> held;
+  ORXSrvProgress::Report(SearchProgress::start, 1, 1);
   for (;;) {
     KeptUnknowns const free(stiffness.NumberOfRows(), held);
     ORXSrvSparseMatrix const k = Reduced(stiffness, free), m = Reduced(mass, free);
