@@ -68,7 +68,8 @@ public:
   // Settings
 
   /// Memory for the factorization in bytes, at first ORXSrvDenseMatrix::WorkMemory. A factor that needs more
-  /// is kept on disk. The Lanczos basis takes up to a third as much beside it, but has 64 vectors at least.
+  /// is kept on disk. The Lanczos basis takes up to a third as much beside it, 64 vectors at least; what is
+  /// beyond goes to a scratch block matrix (ORXSrvScratchDenseMatrix) in the current directory.
   void SetMemory(std::int64_t bytes) noexcept;
   /// The folder for factors on disk, see ORXSrvSparseFactor.
   void SetFolder(char const* path);

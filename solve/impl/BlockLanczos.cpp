@@ -1,6 +1,7 @@
 #include "solve/impl/BlockLanczos.h"
 
 #include "blac/BLAC.h"
+#include "mtx/ORXSrvMatrix.h"
 #include "solve/impl/SolveErrors.h"
 
 #include <algorithm>
@@ -30,6 +31,9 @@ constexpr double leastDirection = 1e-13;
 constexpr double massless = 1e-8;
 /// x^T M x below minus this share of that sum, and of the longest vector's, is no rounding error.
 constexpr double mostNegative = 1e-9;
+
+/// Vectors that are read from the scratch matrix at a time.
+constexpr int panelWidth = 32;
 
 /// c = alpha * op(a) * b + beta * c; the result is m x n.
 void Multiply(char const* transA, int m, int n, int k, double alpha, double const* a, int lda,
@@ -92,14 +96,37 @@ double SignOfLargest(double const* x, int count) {
 
 } // namespace
 
-BlockLanczos::BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, int mostVectors,
+BlockLanczos::BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, Size size,
                            std::size_t seed)
     : m_pencil(pencil), m_shift(shift), m_known(known), m_order(pencil.Order()),
-      m_width(std::min(usualWidth, pencil.Order())), m_capacity(std::max(mostVectors, 4 * m_width)),
-      m_vectors(mem_MakeArray<double>(std::int64_t{m_order} * m_capacity)),
+      m_width(std::min(usualWidth, pencil.Order())), m_capacity(std::max(size.vectors, 4 * m_width)),
+      m_inMemory(std::min(m_capacity, std::max(size.inMemory, 4 * m_width))),
+      m_vectors(mem_MakeArray<double>(std::int64_t{m_order} * m_inMemory)),
       m_massTimes(mem_MakeArray<double>(std::int64_t{m_order} * m_width)),
       m_massDiagonal(pencil.MassDiagonal()), m_t(static_cast<std::size_t>(m_capacity) * m_capacity, 0.0),
       m_generator(seed) {}
+
+void BlockLanczos::MakeRoom() {
+  if (m_size - m_stored + m_next + m_width <= m_inMemory) return;
+  if (!m_file) m_file.emplace(m_order, m_capacity, -1, panelWidth);
+  for (int first = m_stored; first < m_size; first += panelWidth) {
+    ORXSrvMatrix panel(m_order, std::min(panelWidth, m_size - first));
+    std::copy_n(Column(first), std::int64_t{m_order} * panel.NumberOfColumns(), panel.Values());
+    m_file->SetColumns(first, first + panel.NumberOfColumns() - 1, panel);
+  }
+  std::copy_n(Column(m_size), std::int64_t{m_order} * m_next, m_vectors.get());
+  m_stored = m_size;
+}
+
+template<class Visit>
+void BlockLanczos::ForEachPanel(Visit visit) const {
+  for (int first = 0; first < m_stored; first += panelWidth) {
+    ORXSrvMatrix panel(m_order, std::min(panelWidth, m_stored - first));
+    m_file->GetColumns(first, first + panel.NumberOfColumns() - 1, panel);
+    visit(first, panel.Values(), panel.NumberOfColumns());
+  }
+  if (m_size > m_stored) visit(m_stored, Column(m_stored), m_size - m_stored);
+}
 
 void BlockLanczos::Apply(double* x, int count) {
   m_pencil.MultiplyByMass(x, count, m_massTimes.get());
@@ -120,10 +147,11 @@ void BlockLanczos::Orthogonalize(int count, int passes, double* t) {
         for (int i = 0; i < m_order; ++i)
           x[i] -= c * mode.shape[i];
       }
-    Multiply("T", m_size, count, m_order, 1.0, m_vectors.get(), m_order, m_massTimes.get(), m_order, 0.0,
-             coefficients.data(), std::max(m_size, 1));
-    Multiply("N", m_order, count, m_size, -1.0, m_vectors.get(), m_order, coefficients.data(),
-             std::max(m_size, 1), 1.0, block, m_order);
+    ForEachPanel([&](int first, double const* q, int columns) {
+      double* const c = coefficients.data() + first;
+      Multiply("T", columns, count, m_order, 1.0, q, m_order, m_massTimes.get(), m_order, 0.0, c, m_size);
+      Multiply("N", m_order, count, columns, -1.0, q, m_order, c, m_size, 1.0, block, m_order);
+    });
     if (t == nullptr) continue;
     for (int v = 0; v < count; ++v)
       for (int i = 0; i < m_size; ++i)
@@ -222,6 +250,7 @@ void BlockLanczos::Start() {
 bool BlockLanczos::Extend() {
   if (m_size == 0 && m_next == 0) Start();
   if (m_isExhausted || IsFull()) return false;
+  MakeRoom();
   m_last = m_next;
   m_size += m_next;
   std::copy_n(Column(m_size - m_last), std::int64_t{m_order} * m_last, Column(m_size));
@@ -318,8 +347,10 @@ std::vector<FoundMode> BlockLanczos::MakeModes() {
   }
   int const count = static_cast<int>(lambdas.size());
   mem_Array<double> const shapes = mem_MakeArray<double>(std::int64_t{m_order} * count);
-  Multiply("N", m_order, count, m_size, 1.0, m_vectors.get(), m_order, weights.data(), m_size, 0.0,
-           shapes.get(), m_order);
+  ForEachPanel([&](int first, double const* q, int columns) {
+    Multiply("N", m_order, count, columns, 1.0, q, m_order, weights.data() + first, m_size,
+             first > 0 ? 1.0 : 0.0, shapes.get(), m_order);
+  });
   std::vector<ModeQuality> quality = m_pencil.Measure(lambdas, shapes.get());
   bool const isPure =
       std::ranges::all_of(quality, [](ModeQuality const& mode) { return mode.residual <= pureResidual; });

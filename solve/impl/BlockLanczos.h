@@ -1,9 +1,11 @@
 #pragma once
 
 #include "core/mem_Allocator.h"
+#include "mtx/ORXSrvScratchDenseMatrix.h"
 #include "solve/impl/Pencil.h"
 
 #include <cstdint>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -30,9 +32,13 @@ struct FoundMode {
 ///     (K - shift M)^-1 M Q = Q T + next R [0 ... 0 I],   Q^T M Q = I
 class BlockLanczos {
 public:
-  /// `known` modes are lent. Vectors are at most `mostVectors`. The random vectors that it begins with have
-  /// to differ between runs that share known modes: of a mode many times, equal ones find the same copies.
-  BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, int mostVectors,
+  /// Vectors are at most so many, and of these in memory; the older ones go to a scratch block matrix.
+  struct Size {
+    int vectors, inMemory;
+  };
+  /// `known` modes are lent. The random vectors that it begins with have to differ between runs that share
+  /// known modes: of a mode many times, equal ones find the same copies.
+  BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, Size size,
                std::size_t seed);
 
   /// Adds a block and finds the Ritz values. Returns false when there is no further direction, or no memory
@@ -52,8 +58,15 @@ public:
   std::vector<FoundMode> MakeModes();
 
 private:
-  double* Column(int index) noexcept { return m_vectors.get() + std::int64_t{index} * m_order; }
-  double const* Column(int index) const noexcept { return m_vectors.get() + std::int64_t{index} * m_order; }
+  double* Column(int index) noexcept { return m_vectors.get() + std::int64_t{index - m_stored} * m_order; }
+  double const* Column(int index) const noexcept {
+    return m_vectors.get() + std::int64_t{index - m_stored} * m_order;
+  }
+  /// Moves Q to the scratch matrix if there is no memory for another block.
+  void MakeRoom();
+  /// Calls visit(first, columns, count) for all vectors of Q, as many at a time as lie together.
+  template<class Visit>
+  void ForEachPanel(Visit visit) const;
   /// Replaces vectors x by (K - shift M)^-1 M x.
   void Apply(double* x, int count);
   /// Makes the columns behind Q orthogonal to the known modes and to Q, in one pass if they nearly are, else
@@ -78,13 +91,16 @@ private:
   std::vector<FoundMode> const& m_known;
   int m_order;    ///< unknowns
   int m_width;    ///< columns of a block
-  int m_capacity; ///< columns of m_vectors
+  int m_capacity; ///< vectors
+  int m_inMemory; ///< columns of m_vectors
   int m_size = 0; ///< columns of Q
   int m_last = 0; ///< of these in the last block
   int m_next = 0; ///< columns of the next block
   bool m_isExhausted = false;
-  mem_Array<double> m_vectors;   ///< Q and behind it the next block, column-major
-  mem_Array<double> m_massTimes; ///< M times a block
+  mem_Array<double> m_vectors; ///< Q from m_stored on and behind it the next block, column-major
+  std::optional<ORXSrvScratchDenseMatrix> m_file; ///< the first vectors of Q
+  int m_stored = 0;                               ///< their number
+  mem_Array<double> m_massTimes;                  ///< M times a block
   std::vector<double> m_massDiagonal;
   std::vector<double> m_t;           ///< T, column-major, leading dimension m_capacity
   std::vector<double> m_r;           ///< R, m_next x m_last

@@ -63,7 +63,7 @@ void ModeSearch::StepAside(double center) {
   double const distance = std::abs(m_current.shift - center);
   if (!(std::abs(m_current.nearest - center) < distance)) return;
   std::vector<FoundMode> const none;
-  BlockLanczos lanczos(m_pencil, m_current.shift, none, 0, 0);
+  BlockLanczos lanczos(m_pencil, m_current.shift, none, {}, 0);
   double next = infinity; // distance of the next eigenvalue from the center, as it looks
   while (next == infinity && lanczos.Extend()) {
     ReportModes(nullptr);
@@ -80,11 +80,14 @@ void ModeSearch::StepAside(double center) {
 
 // Lanczos at one shift
 
-int ModeSearch::BasisSize(int expected) const {
-  double const order = m_pencil.Order();
-  double const byMemory = static_cast<double>(m_limits.bytes) / 3 / (8 * order);
-  double const wanted = std::min(order + 16, 3.0 * std::min(expected, 2 * modesOfAShift) + 200);
-  return static_cast<int>(std::max(64.0, std::min(wanted, byMemory)));
+BlockLanczos::Size ModeSearch::BasisSize(int expected) const {
+  constexpr std::int64_t fewest = 64;
+  std::int64_t const order = m_pencil.Order();
+  std::int64_t const wanted =
+      std::min<std::int64_t>(order + 16, 3 * std::min(expected, 2 * modesOfAShift) + 200);
+  std::int64_t const byMemory = m_limits.bytes / 3 / (8 * order);
+  return {static_cast<int>(std::max(fewest, wanted)),
+          static_cast<int>(std::clamp(byMemory, fewest, std::max(fewest, wanted)))};
 }
 
 ModeSearch::Neighbourhood ModeSearch::Look(BlockLanczos const& lanczos) const {

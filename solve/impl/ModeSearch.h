@@ -72,7 +72,7 @@ private:
   /// The end of a search for the lowest modes that lies within a mode which is there very often.
   std::optional<Range> EndInCluster(int count);
   int CountBelow(double shift) const;
-  int BasisSize(int expected) const;
+  BlockLanczos::Size BasisSize(int expected) const;
 
   Pencil& m_pencil;
   EngineLimits m_limits;

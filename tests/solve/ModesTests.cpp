@@ -9,6 +9,7 @@
 #include "tests/solve/ModeChecks.h"
 #include "tests/solve/SolveSupport.h"
 #include "tests/support/Raised.h"
+#include "tests/support/Shortage.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -38,6 +39,25 @@ TEST(Modes, OfAMembraneWithDoubleFrequenciesAreAllFound) {
   ASSERT_EQ(modes.Modes().size(), 2u);
   for (ORXSrvMode const& mode : modes.Modes())
     EXPECT_NEAR(mode.eigenvalue, exact[40], 0.02);
+}
+
+TEST(Modes, AreTheSameWithABasisOutOfCore) {
+  WorkingFolder const folder;
+  int const n = 50;
+  Sparse const k = Grid(n, n), m = UnitMass(n * n);
+  ORXSrvModes modes(k, m);
+  modes.SetMemory(4000000); // of 2500 unknowns 66 vectors
+  modes.FindLowest(100);
+  ExpectModes(modes, First(GridEigenvalues(n, n), 100), 8);
+  EXPECT_TRUE(folder.Files().empty());
+  std::string raised;
+  {
+    FullDisk const full;
+    raised = Raised([&] { modes.FindLowest(100); });
+  }
+  EXPECT_EQ(raised.substr(0, 2), "70") << raised;
+  EXPECT_TRUE(modes.Modes().empty());
+  EXPECT_TRUE(folder.Files().empty());
 }
 
 TEST(Modes, OfAFreeBodyBeginWithRigidOnes) {
