@@ -201,10 +201,10 @@ TestSolution SolveForRandomLoad(Engine& engine, ShiftedMatrix const& a) {
   return test;
 }
 
-std::vector<int> FindNullMotions(Engine& engine, ShiftedMatrix const& a) {
+FactorTest TestFactor(Engine& engine, ShiftedMatrix const& a) {
   TestSolution const test = SolveForRandomLoad(engine, a);
-  if (test.isFinite && std::abs(test.form) > suspiciousShare * test.terms) return {};
-  return MotionFinder(engine, a).Find();
+  bool const isRegular = test.isFinite && std::abs(test.form) > suspiciousShare * test.terms;
+  return {test.error, isRegular ? std::vector<int>{} : MotionFinder(engine, a).Find()};
 }
 
 } // namespace orx

@@ -19,13 +19,19 @@ struct TestSolution {
 /// Solves with the factor of A that the engine has.
 TestSolution SolveForRandomLoad(Engine& engine, ShiftedMatrix const& a);
 
-/// Looks for motions with A x = 0 to rounding. Returns zero-based unknowns, not sorted, which hold as many of
-/// them when they are fixed; none for a regular matrix. There may be more motions than one call finds. The
-/// engine has a factor of A.
+/// What a test of a factor has found.
+struct FactorTest {
+  double error; ///< backward error of a solution, see TestSolution
+  /// Zero-based, not sorted: where they are held, as many motions with A x = 0 to rounding are. None for a
+  /// regular matrix; there may be more motions than one test finds.
+  std::vector<int> nullUnknowns;
+};
+
+/// Tests the factor of A that the engine has.
 ///
-/// Pivots do not tell such motions: in long slender models the last ones are small anyway, and rounding
-/// errors hide zeros. Where a test solution strains next to nothing, inverse iteration with a block finds the
-/// motions themselves (Golub, Van Loan, Matrix Computations, 8.2), and each is measured against A.
-std::vector<int> FindNullMotions(Engine& engine, ShiftedMatrix const& a);
+/// Pivots do not tell motions without stiffness: in long slender models the last ones are small anyway, and
+/// rounding errors hide zeros. Where a test solution strains next to nothing, inverse iteration with a block
+/// finds the motions themselves (Golub, Van Loan, Matrix Computations, 8.2), and each is measured against A.
+FactorTest TestFactor(Engine& engine, ShiftedMatrix const& a);
 
 } // namespace orx

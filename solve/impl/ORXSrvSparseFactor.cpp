@@ -99,9 +99,9 @@ struct ORXSrvSparseFactor::State {
 
   void Factorize(ShiftedMatrix&& next) {
     Prepare(std::move(next));
+    facts = {};
     std::vector<int> unknowns;
     EngineFacts const found = FactorizeHoldingNullMotions(unknowns);
-    facts = {};
     facts.order = matrix.Order();
     facts.isSymmetric = matrix.IsSymmetric();
     facts.entries = found.entries;
@@ -126,8 +126,9 @@ struct ORXSrvSparseFactor::State {
       ShiftedMatrix const& a = unknowns.empty() ? matrix : held;
       EngineFacts found = engine->Factorize(a, Limits());
       ORXSrvProgress::Report("ORXSrvSparseFactor::Factorize", 2, 2);
-      std::vector<int> const more =
-          found.nullUnknowns.empty() ? FindNullMotions(*engine, a) : found.nullUnknowns;
+      FactorTest const test = TestFactor(*engine, a);
+      std::vector<int> const& more = found.nullUnknowns.empty() ? test.nullUnknowns : found.nullUnknowns;
+      facts.backwardError = test.error;
       if (more.empty()) return found;
       unknowns.insert(unknowns.end(), more.begin(), more.end());
       std::ranges::sort(unknowns);
@@ -143,14 +144,15 @@ struct ORXSrvSparseFactor::State {
     if (facts.zero > 0 && !holdsNullUnknowns)
       RaiseSolveError(ORXSrvSolveError::singular,
                       "ORXSrvSparseFactor::Solve: the matrix is singular, " + std::to_string(facts.zero) +
-                          " pivots are zero to rounding, at unknowns (counted from 1) " +
+                          (facts.zero == 1 ? " motion meets" : " independent motions meet") +
+                          " no resistance; held they are at unknowns (counted from 1) " +
                           ListUnknowns(facts.nullUnknowns) + ".",
                       facts.nullUnknowns.front());
   }
 
   void SolveGroup(double* x, int count) {
     engine->Solve(x, count, vectorsAtATime);
-    for (int const unknown : facts.nullUnknowns) // the engine leaves rounding errors there
+    for (int const unknown : facts.nullUnknowns) // they are solved by themselves
       for (int v = 0; v < count; ++v)
         x[std::int64_t{v} * facts.order + unknown] = 0.0;
   }

@@ -198,7 +198,7 @@ void Pencil::RaiseSingular(double shift, EngineLimits const& limits) const {
   ShiftedMatrix const matrix(k, balanced, &m, true);
   Engine engine(matrix, Engine::ZeroPivots::AreSetAside);
   std::vector<int> unknowns = engine.Factorize(matrix, limits).nullUnknowns;
-  if (unknowns.empty()) unknowns = FindNullMotions(engine, matrix);
+  if (unknowns.empty()) unknowns = orx::TestFactor(engine, matrix).nullUnknowns;
   if (!unknowns.empty()) RaiseNullMotion(std::ranges::min(unknowns));
   RaiseSolveError(ORXSrvSolveError::singular,
                   "ORXSrvModes: no shift near " + NumberText(shift) +

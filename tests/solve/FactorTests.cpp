@@ -168,8 +168,8 @@ TEST(SparseFactor, NamesTheUnknownsOfASingularMatrix) {
   std::vector<double> b(n, 0.0), x(n);
   b[3] = 1.0, b[200] = -1.0; // in balance: the chain can carry it
   std::string const text = Raised([&] { factor.Solve(b.data(), 1); });
-  EXPECT_EQ(text, "402 ORXSrvSparseFactor::Solve: the matrix is singular, 3 pivots are zero to rounding, at "
-                  "unknowns (counted from 1) " +
+  EXPECT_EQ(text, "402 ORXSrvSparseFactor::Solve: the matrix is singular, 3 independent motions meet no "
+                  "resistance; held they are at unknowns (counted from 1) " +
                       std::to_string(facts.nullUnknowns[0] + 1) + ", 399, 400.");
   factor.HoldNullUnknowns(true);
   EXPECT_LT(factor.SolveRefined(b.data(), x.data(), 1), 1e-9);
@@ -183,6 +183,8 @@ TEST(SparseFactor, TellsASlenderBodyFromAFreeOne) {
     ORXSrvSparseFactor factor;
     factor.Factorize(clamped.K());
     EXPECT_EQ(factor.Facts().zero, 0) << elements;
+    EXPECT_LT(factor.Facts().backwardError, 1e-14);
+    EXPECT_GT(factor.Facts().backwardError, 0);
     factor.Factorize(isFree.K());
     EXPECT_EQ(factor.Facts().zero, 2) << elements;
     EXPECT_EQ(factor.Facts().negative, 0) << elements;
