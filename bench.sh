@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/install-packages.sh
 orx_install g++ gfortran cmake ninja-build pkg-config libopenblas-serial-dev libblis-serial-dev libcli11-dev \
-  libpng-dev libhdf5-dev libmumps-seq-dev libmumps-headers-dev libscotch-dev libeigen3-dev libsqlite3-dev
+  libpng-dev libhdf5-dev libmumps-seq-dev libmumps-headers-dev libscotch-dev liblapack3 libeigen3-dev libsqlite3-dev
 
 build=${ORX_BENCH_BUILD:-build/bench}
 mkdir -p "$build"

@@ -17,7 +17,7 @@ build_programs() {
 }
 
 orx_install g++ gfortran cmake ninja-build libopenblas-serial-dev pkg-config libblis-serial-dev libhdf5-dev \
-  libmumps-seq-dev libmumps-headers-dev libscotch-dev libcli11-dev libpng-dev
+  libmumps-seq-dev libmumps-headers-dev libscotch-dev liblapack3 libcli11-dev libpng-dev
 mkdir -p "$build" "$output"
 
 echo "building (log in $log)"

@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/install-packages.sh
 orx_install g++ gfortran cmake ninja-build pkg-config libopenblas-serial-dev libblis-serial-dev libhdf5-dev \
-  libmumps-seq-dev libmumps-headers-dev libscotch-dev libcli11-dev libpng-dev libgtest-dev \
+  libmumps-seq-dev libmumps-headers-dev libscotch-dev liblapack3 libcli11-dev libpng-dev libgtest-dev \
   clang-format clang-tidy libclang-rt-14-dev hdf5-tools python3-h5py
 
 passed=0 failed=0

@@ -57,3 +57,8 @@ pkg_config_build g++ -std=c++20 "$work/readme2.cpp"
 pkg_config_build gfortran -J"$work" "$module" "$work/readme.f90"
 expect 'README, Fortran' "$(block text 3)" "$work/program"
 expect 'installed orxmtx' 'orxmtx 0.1.0' "$work/installed/bin/orxmtx" --version
+
+for notice in 'OpenBLAS BSD' 'LAPACK Tennessee' 'BLIS BSD' 'MUMPS CeCILL-C' 'SCOTCH CeCILL-C' 'CLI11 BSD'; do
+  read -r name words <<<"$notice"
+  grep -q "$words" "$work/installed/share/doc/orx_linear_algebra/licences/$name.txt" || { echo "no notice of $name"; exit 1; }
+done
