@@ -73,6 +73,9 @@ public:
   explicit Report(std::string_view word);
 
   bool Wants(std::string_view claim) const;
+  /// True when the word is `name` itself: for claims that take so long that they are only made when asked
+  /// for.
+  bool IsAskedFor(std::string_view name) const { return m_word == name; }
   void Heading() const;
   /// `value` is a ratio, or has a unit. `figures` is what was measured, printed behind the claim.
   void Line(std::string const& claim, std::string const& figures, double value, char const* unit, Goal goal);

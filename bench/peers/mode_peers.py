@@ -1,6 +1,6 @@
 """mode_peers.py slepc|scipy FOLDER COUNT: times the lowest COUNT modes of the pair in FOLDER, by SLEPc with MUMPS or by
 SciPy's eigsh, both with a shift of 0, and prints "modes SECONDS", "last EIGENVALUE" and "peak_bytes BYTES". FOLDER has
-K and M in compressed rows, as NAME.ia.bin, NAME.ja.bin and NAME.a.bin. Neither certifies anything."""
+K and M in compressed rows, as NAME/ia.bin, NAME/ja.bin and NAME/a.bin. Neither certifies anything."""
 
 import resource
 import sys
@@ -11,9 +11,9 @@ import scipy.sparse
 
 
 def read(name):
-    pointers, columns = (numpy.fromfile(f"{folder}/{name}.{part}.bin", numpy.int32) for part in ("ia", "ja"))
+    pointers, columns = (numpy.fromfile(f"{folder}/{name}/{part}.bin", numpy.int32) for part in ("ia", "ja"))
     order = len(pointers) - 1
-    return scipy.sparse.csr_matrix((numpy.fromfile(f"{folder}/{name}.a.bin"), columns, pointers), (order, order))
+    return scipy.sparse.csr_matrix((numpy.fromfile(f"{folder}/{name}/a.bin"), columns, pointers), (order, order))
 
 
 def solve_slepc():
