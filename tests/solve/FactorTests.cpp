@@ -6,7 +6,6 @@
 #include "solve/ORXSrvSolveError.h"
 #include "solve/ORXSrvSparseFactor.h"
 #include "tests/solve/SolveSupport.h"
-#include "tests/support/Dense.h"
 #include "tests/support/Raised.h"
 #include "tests/support/Shortage.h"
 #include "tests/support/TemporaryFolder.h"
@@ -20,12 +19,6 @@
 #include <vector>
 
 namespace {
-
-Dense ToDense(Sparse const& a) {
-  Dense dense = Constant(a.NumberOfRows(), a.NumberOfColumns(), 0.0);
-  orx::ForEachEntry(a.View(), [&](int i, int j, double value) { dense(i, j) += value; });
-  return dense;
-}
 
 int CountNegative(Dense a) {
   std::vector<double> w(static_cast<std::size_t>(a.rows)), work(static_cast<std::size_t>(a.rows) * 40);

@@ -4,6 +4,7 @@
 
 #include "mtx/ORXSrvProgress.h"
 #include "mtx/ORXSrvSparseMatrix.h"
+#include "tests/support/Dense.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,6 +27,12 @@ Sparse Assembled(int order, Fill const& fill) {
   });
   a.EndAssembly();
   return a;
+}
+
+inline Dense ToDense(Sparse const& a) {
+  Dense dense = Constant(a.NumberOfRows(), a.NumberOfColumns(), 0.0);
+  orx::ForEachEntry(a.View(), [&](int i, int j, double value) { dense(i, j) += value; });
+  return dense;
 }
 
 inline Sparse DiagonalMatrix(std::vector<double> const& values) {

@@ -1,0 +1,143 @@
+// Modes of models as engineers have them: free bodies, shells with pairs of modes, parts that are there many
+// times.
+
+#include "bench/ElasticBlock.h"
+#include "blac/BLAC.h"
+#include "solve/ORXSrvModes.h"
+#include "tests/solve/SolveSupport.h"
+#include "tests/support/Raised.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <iostream>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using bench::ElasticBlock;
+
+struct Model {
+  std::string name;
+  Sparse stiffness, mass;
+  int rigid; ///< modes
+  int count; ///< that are looked for
+
+  Model(std::string text, ElasticBlock const& block, int rigidModes, int wanted)
+      : name(std::move(text)), stiffness(block.Stiffness()), mass(block.Mass()), rigid(rigidModes),
+        count(wanted) {}
+  friend void PrintTo(Model const& model, std::ostream* out) { *out << model.name; }
+};
+
+/// A free block; its length is in cells of 0.1 m.
+Model FreeBlock(int length, int width) {
+  return {"free block", ElasticBlock(length, width, width, false), 6, 30};
+}
+/// A square plate that is free: by its symmetry many modes come in pairs.
+Model FreePlate(int cells) {
+  return {"free plate", ElasticBlock(cells, cells, 1, false, {1.0 / cells, 1.0 / cells, 0.01}), 6, 40};
+}
+/// A thin tube of radius 0.5 m: all modes but the axisymmetric ones come in pairs, and the pairs lie dense.
+Model Tube(int length, int around) {
+  return {"tube",
+          ElasticBlock(length, around, 1, true, {2.0 / length, std::numbers::pi / around, 0.005},
+                       ElasticBlock::Form::RolledUp),
+          0, 60};
+}
+
+/// A clamped plate that carries the same part at 100 places: two nodes in a row, on springs whose stiffness
+/// is `softness` times less than the plate's where they are fixed. Every mode of the part is there 100 times,
+/// as good as alike.
+Model PlateWithParts(int cells, double softness) {
+  constexpr int places = 10, unknownsOfPart = 6;
+  ElasticBlock const plate(cells, cells, 1, true, {0.1, 0.1, 0.05});
+  Model model("plate with parts", plate, 0, 230);
+  int const order = plate.Order(), all = order + places * places * unknownsOfPart;
+  auto const eachPart = [&](auto visit) {
+    for (int part = 0; part < places * places; ++part) {
+      int const x = (part / places + 1) * cells / places, y = part % places * cells / places;
+      int const node = ((x - 1) * (cells + 1) + y) * 2;
+      for (int axis = 0; axis < 3; ++axis)
+        visit(3 * node + axis, order + part * unknownsOfPart + axis, 1.0 + 0.3 * axis);
+    }
+  };
+  double const spring = 1e10 / softness, weight = spring / 1e5;
+  model.stiffness = Assembled(all, [&](auto add) {
+    orx::ForEachEntry(plate.Stiffness().View(), add);
+    eachPart([&](int foot, int first, double factor) {
+      AddSpring(add, foot, first, factor * spring);
+      AddSpring(add, first, first + 3, factor * spring);
+    });
+  });
+  model.mass = Assembled(all, [&](auto add) {
+    orx::ForEachEntry(plate.Mass().View(), add);
+    eachPart([&](int, int first, double) { add(first, first, weight), add(first + 3, first + 3, weight); });
+  });
+  return model;
+}
+
+std::vector<double> EigenvaluesByLapack(Model const& model) {
+  int const n = model.stiffness.NumberOfRows(), itype = 1, size = 64 * n;
+  Dense k = ToDense(model.stiffness), m = ToDense(model.mass);
+  std::vector<double> values(static_cast<std::size_t>(n)), work(static_cast<std::size_t>(size));
+  int info = 0;
+  BLAC_DSYGV(&itype, "N", "U", &n, k.Data(), &n, m.Data(), &n, values.data(), work.data(), &size, &info);
+  EXPECT_EQ(info, 0);
+  return values;
+}
+
+void ExpectComplete(ORXSrvModes const& modes, Model const& model) {
+  EXPECT_TRUE(modes.IsCertified());
+  ASSERT_EQ(modes.Modes().size(), static_cast<std::size_t>(model.count));
+  int rigid = 0;
+  for (ORXSrvMode const& mode : modes.Modes()) {
+    rigid += mode.isRigid;
+    EXPECT_LT(mode.residual, 1e-9);
+  }
+  EXPECT_EQ(rigid, model.rigid);
+  for (ORXSrvModeCount const& count : modes.Counts())
+    EXPECT_EQ(count.found, count.counted) << count.from << " to " << count.to;
+}
+
+class Models : public testing::TestWithParam<Model> {};
+class LargeModels : public testing::TestWithParam<Model> {};
+
+} // namespace
+
+TEST_P(Models, HaveTheModesThatLapackFinds) {
+  Model const& model = GetParam();
+  std::vector<double> const exact = EigenvaluesByLapack(model);
+
+  ORXSrvModes modes(model.stiffness, model.mass);
+  EXPECT_EQ(Raised([&] { modes.FindLowest(model.count); }), "nothing raised");
+
+  ExpectComplete(modes, model);
+  double const rounding = 1e-13 * exact.back(); // of LAPACK
+  for (std::size_t k = 0; k < modes.Modes().size(); ++k) {
+    ORXSrvMode const& mode = modes.Modes()[k];
+    EXPECT_NEAR(mode.eigenvalue, exact[k], mode.error + rounding) << "mode " << k + 1;
+    EXPECT_LT(mode.error, 1e-8 * mode.eigenvalue + rounding) << "mode " << k + 1;
+  }
+}
+INSTANTIATE_TEST_SUITE_P(Small, Models,
+                         testing::Values(FreeBlock(8, 4), FreePlate(9), Tube(8, 16), PlateWithParts(10, 1e3),
+                                         PlateWithParts(10, 1e7)));
+
+// They take minutes: --gtest_also_run_disabled_tests.
+TEST_P(LargeModels, DISABLED_AreFoundComplete) {
+  Model const& model = GetParam();
+  auto const start = std::chrono::steady_clock::now();
+
+  ORXSrvModes modes(model.stiffness, model.mass);
+  EXPECT_EQ(Raised([&] { modes.FindLowest(model.count); }), "nothing raised");
+
+  std::chrono::duration<double> const seconds = std::chrono::steady_clock::now() - start;
+  std::cout << model.name << ": " << model.stiffness.NumberOfRows() << " unknowns, " << seconds.count()
+            << " s, " << modes.Shifts().size() << " factorizations\n";
+  ExpectComplete(modes, model);
+}
+INSTANTIATE_TEST_SUITE_P(Large, LargeModels,
+                         testing::Values(FreeBlock(24, 15), FreePlate(57), Tube(54, 60),
+                                         PlateWithParts(60, 1e3), PlateWithParts(60, 1e7)));
