@@ -17,13 +17,18 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 /// them: what lies closer together is one cluster, which no shift may cut.
 constexpr double leastGap = 1e-5;
 /// Modes so close together, by their distance from the shift, are one mode many times: it may be had more
-/// often than there is room for, and any of its copies are the lowest.
+/// often than there is room for.
 constexpr double clusterWidth = 1e-8;
-/// So many copies beyond those that are wanted, and it is such a mode.
-constexpr std::size_t copiesBeyond = 32;
 /// More modes than this in an interval are shared out among several shifts.
 constexpr int modesOfAShift = 120;
 constexpr int mostSplits = 24;
+/// An interval that has been split so often and still has more modes than a shift finds is a cluster: Lanczos
+/// finds it in several runs.
+constexpr int splitsToCluster = 8;
+/// A run that finds fewer of the missing modes is not worth another one at the same shift.
+constexpr int worthwhile = 8;
+/// Halvings of an interval to find a bound with no more modes below than can be had there.
+constexpr int mostHalvings = 12;
 /// Modes that lie so many times farther from a shift than those beside it deserve another one, at this share
 /// of their distance.
 constexpr double farAway = 100;
@@ -32,6 +37,13 @@ constexpr double shareOfNext = 0.3;
 /// A value between two neighbours in a sorted list, nearer to the lower one: the upper one may still come
 /// down.
 double CutBetween(double lower, double upper) { return lower + 0.3 * (upper - lower); }
+
+/// The middle of an interval by frequency, by which modes are spread.
+double MiddleOf(double from, double to) {
+  auto const frequency = [](double lambda) { return std::copysign(std::sqrt(std::abs(lambda)), lambda); };
+  double const middle = 0.5 * (frequency(from) + frequency(to));
+  return middle * std::abs(middle);
+}
 
 } // namespace
 
@@ -134,36 +146,54 @@ bool ModeSearch::Explore(int expected, IsDone isDone) {
 
 // Completing an interval
 
+double ModeSearch::Floor(double to) const {
+  double floor = -infinity;
+  for (auto const& [shift, count] : m_counts)
+    if (shift < to && count == 0) floor = shift;
+  return floor;
+}
+
+void ModeSearch::FindMissing(double from, double to) {
+  auto const missing = [&] { return CountBelow(to) - CountBelow(from) - FoundBetween(from, to); };
+  int before = 0;
+  do {
+    before = missing();
+    double const shift = m_current.shift;
+    double const farthest = std::max(std::abs(to - shift), std::abs(shift - from));
+    Explore(before, [&](Neighbourhood const& around) {
+      auto const inside = std::ranges::count_if(around.lambdas, [&](double l) { return l > from && l < to; });
+      return inside >= CountBelow(to) - CountBelow(from) || around.seen > farthest;
+    });
+  } while (missing() > 0 && before - missing() >= worthwhile);
+}
+
 bool ModeSearch::Complete(double from, double to, int depth) {
   auto const missing = [&] { return CountBelow(to) - CountBelow(from) - FoundBetween(from, to); };
   if (missing() == 0) return true;
   if (missing() < 0 || depth > mostSplits) return false;
-  auto const explore = [&] {
-    double const shift = m_current.shift;
-    int const wanted = missing();
-    Explore(wanted, [&](Neighbourhood const& around) {
-      auto const inside = std::ranges::count_if(around.lambdas, [&](double l) { return l > from && l < to; });
-      double const farthest =
-          std::max(std::abs(to - shift), from == -infinity ? 0.0 : std::abs(shift - from));
-      return inside >= CountBelow(to) - CountBelow(from) || (from != -infinity && around.seen > farthest);
-    });
-  };
+  if (from == -infinity) return CompleteFromBelow(to, depth);
+  if (auto const inside = m_counts.upper_bound(from); inside->first < to) {
+    double const middle = inside->first;
+    return Complete(from, middle, depth) && Complete(middle, to, depth);
+  }
   bool const isAtEnd = m_current.shift == from || m_current.shift == to;
-  if (isAtEnd && missing() <= modesOfAShift) {
-    explore();
+  if (isAtEnd && (missing() <= modesOfAShift || depth >= splitsToCluster)) {
+    FindMissing(from, to);
     if (missing() <= 0) return missing() == 0;
   }
-  double const lower = from == -infinity ? std::min(2 * to, to - 1.0) : from;
-  double middle = lower + 0.5 * (to - lower);
-  if (lower > 0.0) {
-    double const root = 0.5 * (std::sqrt(lower) + std::sqrt(to)); // modes are spread by frequency
-    middle = root * root;
-  }
-  FactorizeAt(from == -infinity ? lower : middle, Pencil::Side::Below);
-  middle = m_current.shift;
+  FactorizeAt(MiddleOf(from, to), Pencil::Side::Below);
+  double const middle = m_current.shift;
   if (!(middle > from && middle < to)) return false;
-  if (CountBelow(to) - CountBelow(from) - FoundBetween(from, to) <= modesOfAShift) explore();
+  if (missing() <= modesOfAShift) FindMissing(from, to);
   return Complete(from, middle, depth + 1) && Complete(middle, to, depth + 1);
+}
+
+bool ModeSearch::CompleteFromBelow(double to, int depth) {
+  double const floor = Floor(to);
+  if (floor != -infinity) return FoundBetween(-infinity, floor) == 0 && Complete(floor, to, depth);
+  double const lowest = std::min(to, m_counts.begin()->first);
+  FactorizeAt(lowest > 0.0 ? -lowest : std::min(2 * lowest, -1.0), Pencil::Side::Below);
+  return Complete(-infinity, to, depth + 1);
 }
 
 // Searches
@@ -178,13 +208,16 @@ std::optional<ModeSearch::Range> ModeSearch::EndInCluster(int count) {
     --first;
   double const lowest = m_modes[first].lambda;
   if (!(last - lowest <= clusterWidth * (last - shift))) return {};
-  double cut = first > 0 ? CutBetween(m_modes[first - 1].lambda, lowest) : shift;
-  if (m_isCertified && !m_counts.contains(cut)) {
-    FactorizeAt(cut, Pencil::Side::Below);
-    cut = m_current.shift;
-  }
-  return Range{-infinity, last + clusterWidth * (last - shift),
-               !m_isCertified || Complete(-infinity, cut, 0)};
+  Range range{-infinity, last + clusterWidth * (last - shift), true};
+  if (!m_isCertified) return range;
+  double const below = first > 0 ? m_modes[first - 1].lambda : shift;
+  FactorizeAt(std::max(CutBetween(below, lowest), lowest - leastGap * (last - shift)), Pencil::Side::Below);
+  double const cut = m_current.shift;
+  range.isComplete = Complete(-infinity, cut, 0);
+  // The copies that were not found lie above the cut too, and may lie below those that were.
+  for (FoundMode& mode : m_modes)
+    if (mode.lambda > cut && mode.lambda < range.to) mode.error = std::max(mode.error, mode.lambda - cut);
+  return range;
 }
 
 std::optional<double> ModeSearch::FindCut(Neighbourhood const& around, int count) const {
@@ -202,6 +235,15 @@ std::optional<double> ModeSearch::FindCut(Neighbourhood const& around, int count
   return {};
 }
 
+double ModeSearch::LowerBound(double to, int count) {
+  double from = Floor(to);
+  for (int k = 0; k < mostHalvings && from != -infinity && CountBelow(to) > count + modesOfAShift; ++k) {
+    FactorizeAt(MiddleOf(from, to), Pencil::Side::Below);
+    (m_current.below >= count ? to : from) = m_current.shift;
+  }
+  return to;
+}
+
 ModeSearch::Range ModeSearch::FindLowest(int count) {
   m_goal.modes = count;
   FactorizeAt(m_pencil.StartShift(), Pencil::Side::Below);
@@ -211,20 +253,19 @@ ModeSearch::Range ModeSearch::FindLowest(int count) {
     std::optional<double> cut; // a shift above `count` modes, or above all
     bool const isAll = Explore(count, [&](Neighbourhood const& around) {
       cut = FindCut(around, count);
-      auto const wanted = static_cast<std::size_t>(count);
-      if (cut || around.lambdas.size() < wanted + copiesBeyond) return cut.has_value();
-      double const last = around.lambdas[wanted - 1];
-      return around.lambdas[wanted + copiesBeyond - 1] - last <= clusterWidth * std::abs(last - shift);
+      return cut.has_value();
     });
     if (!cut)
       if (std::optional<Range> const range = EndInCluster(count)) return *range;
-    double const top = m_modes.empty() ? shift : m_modes.back().lambda;
+    // As many modes as were found below it there are at least.
+    auto const wanted = std::min(m_modes.size(), static_cast<std::size_t>(count));
+    double const top = m_modes.empty() ? shift : isAll ? m_modes.back().lambda : m_modes[wanted - 1].lambda;
     if (!cut && isAll) cut = top + std::max(std::abs(top), std::abs(shift));
     if (cut && !m_isCertified && FoundBetween(-infinity, *cut) >= count) return {-infinity, *cut, true};
     // Without a cut the basis is full: on from the uppermost mode.
     if (!cut && !(top > shift)) return {-infinity, shift, false};
     FactorizeAt(cut ? *cut : top + leastGap * std::abs(top - shift), Pencil::Side::Above);
-    double const to = m_current.shift;
+    double const to = cut ? m_current.shift : LowerBound(m_current.shift, count);
     bool const isComplete = Complete(-infinity, to, 0);
     if (!isComplete || isAll || FoundBetween(-infinity, to) >= count) return {-infinity, to, isComplete};
   }

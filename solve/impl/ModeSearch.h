@@ -65,6 +65,14 @@ private:
   /// Finds what is missing between two shifts that were factorized; `from` may be -infinity. Returns false
   /// when it gives up.
   bool Complete(double from, double to, int depth);
+  /// The same below `to`, from a shift below all eigenvalues.
+  bool CompleteFromBelow(double to, int depth);
+  /// Explores at the current shift, as long as that finds modes that are missing between two others.
+  void FindMissing(double from, double to);
+  /// The uppermost shift below `to` that has no eigenvalues below it; -infinity if there is none.
+  double Floor(double to) const;
+  /// A shift at or below `to` that still has `count` eigenvalues below it, and not many more.
+  double LowerBound(double to, int count);
   /// A shift in a gap above at least `count` modes, all of which are known; nothing if there is none yet.
   std::optional<double> FindCut(Neighbourhood const& around, int count) const;
   /// A distance from the center, in a gap on both sides, within which at least `count` modes are known.
