@@ -28,8 +28,9 @@ struct ORXSrvModeCount {
 };
 
 /// The modes of K x = lambda M x, K and M symmetric, M positive semidefinite: massless unknowns are welcome.
-/// K may be singular (free bodies, mechanisms) or indefinite. A motion with neither stiffness nor mass makes
-/// every lambda a solution and is an error that names its unknown.
+/// An indefinite M is an error where it is found: by its diagonal, by two unknowns, by 30 steps of Lanczos on
+/// M, or later. K may be singular (free bodies, mechanisms) or indefinite. A motion with neither stiffness
+/// nor mass makes every lambda a solution and is an error that names its unknown.
 ///
 ///     ORXSrvModes modes(k, m);
 ///     modes.FindLowest(20);

@@ -16,7 +16,8 @@ namespace orx {
 namespace {
 
 constexpr int usualWidth = 8; ///< one pass over the factor and over M serves so many vectors
-constexpr double tolerance = 1e-10;
+/// Of a Ritz value, by its magnitude. The error of an eigenvalue is about the square.
+constexpr double tolerance = 1e-8;
 constexpr double epsilon = std::numeric_limits<double>::epsilon();
 /// A residual, by the terms that it is summed from, that a shape without alien motions does not have.
 constexpr double pureResidual = 1e-9;
@@ -27,6 +28,9 @@ constexpr double poorResidual = 1e-8;
 constexpr double closeness = 1e-6;
 /// A new direction shorter than this share of the vectors that it was made of is rounding errors.
 constexpr double leastDirection = 1e-13;
+/// Of a vector orthogonal to Q that is made orthogonal to others, what is left is orthogonal to Q, too, if it
+/// is more than this share.
+constexpr double faithfulShare = 1e-3;
 /// x^T M x is rounding errors below this share of the sum of x_i^2 M_ii: x is a motion without mass.
 constexpr double massless = 1e-8;
 /// x^T M x below minus this share of that sum, and of the longest vector's, is no rounding error.
@@ -39,6 +43,11 @@ constexpr int panelWidth = 32;
 void Multiply(char const* transA, int m, int n, int k, double alpha, double const* a, int lda,
               double const* b, int ldb, double beta, double* c, int ldc) {
   if (m > 0 && n > 0) BLAC_DGEMM(transA, "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
+}
+
+double Dot(int count, double const* x, double const* y) {
+  int const one = 1;
+  return BLAC_DDOT(&count, x, &one, y, &one);
 }
 
 /// All eigenvalues, ascending, of a symmetric matrix of order n without gaps, of which the upper triangle is
@@ -130,6 +139,10 @@ void BlockLanczos::ForEachPanel(Visit visit) const {
 
 void BlockLanczos::Apply(double* x, int count) {
   m_pencil.MultiplyByMass(x, count, m_massTimes.get());
+  ApplyToMassTimes(x, count);
+}
+
+void BlockLanczos::ApplyToMassTimes(double* x, int count) {
   std::copy_n(m_massTimes.get(), std::int64_t{m_order} * count, x);
   m_pencil.Solve(x, count);
 }
@@ -143,7 +156,7 @@ void BlockLanczos::Orthogonalize(int count, int passes, double* t) {
       for (int v = 0; v < count; ++v) {
         double* const x = block + std::int64_t{v} * m_order;
         double const* const massTimes = m_massTimes.get() + std::int64_t{v} * m_order;
-        double const c = std::inner_product(mode.shape.begin(), mode.shape.end(), massTimes, 0.0);
+        double const c = Dot(m_order, mode.shape.data(), massTimes);
         for (int i = 0; i < m_order; ++i)
           x[i] -= c * mode.shape[i];
       }
@@ -170,20 +183,20 @@ int BlockLanczos::Orthonormalize(int count, std::vector<double>& r) {
   double* const block = Column(m_size);
   double* const massTimes = m_massTimes.get();
   m_pencil.MultiplyByMass(block, count, massTimes);
-  auto const dot = [&](double const* x, double const* y) {
-    return std::inner_product(x, x + m_order, y, 0.0);
-  };
+  auto const dot = [&](double const* x, double const* y) { return Dot(m_order, x, y); };
   auto const column = [&](double* first, int index) { return first + std::int64_t{index} * m_order; };
   double longest = 0.0;
   for (int v = 0; v < count; ++v)
     longest = std::max(longest, std::abs(dot(column(block, v), column(massTimes, v))));
   longest = std::sqrt(longest);
   std::vector<double> coefficients(static_cast<std::size_t>(count) * count, 0.0);
+  m_leastShare = 1.0;
   int rank = 0;
   for (int v = 0; v < count; ++v) {
     // The new vector and M times it go through the same steps, which saves products with M.
     double *const x = column(block, v), *const mx = column(massTimes, v);
     double* const c = coefficients.data() + static_cast<std::size_t>(v) * count;
+    double const before = std::sqrt(std::abs(dot(x, mx)));
     for (int pass = 0; pass < 2; ++pass)
       for (int k = 0; k < rank; ++k) {
         double const share = dot(column(block, k), mx);
@@ -201,6 +214,7 @@ int BlockLanczos::Orthonormalize(int count, std::vector<double>& r) {
     double const length = std::sqrt(std::max(square, 0.0));
     if (!(length > leastDirection * longest && square > massless * ofDiagonal)) continue;
     c[rank] = length;
+    m_leastShare = std::min(m_leastShare, length / before);
     for (int i = 0; i < m_order; ++i) {
       column(block, rank)[i] = x[i] / length;
       column(massTimes, rank)[i] = mx[i] / length;
@@ -253,8 +267,8 @@ bool BlockLanczos::Extend() {
   MakeRoom();
   m_last = m_next;
   m_size += m_next;
-  std::copy_n(Column(m_size - m_last), std::int64_t{m_order} * m_last, Column(m_size));
-  Apply(Column(m_size), m_last);
+  if (!m_hasMassOfNext) m_pencil.MultiplyByMass(Column(m_size - m_last), m_last, m_massTimes.get());
+  ApplyToMassTimes(Column(m_size), m_last);
   double* const t = m_t.data() + std::int64_t{m_size - m_last} * m_capacity;
   Orthogonalize(m_last, 2, t);
   double largest = 0.0;
@@ -268,7 +282,9 @@ bool BlockLanczos::Extend() {
   for (double const value : first)
     remains = std::max(remains, std::abs(value));
   if (remains <= leastDirection * largest) m_next = 0;
-  if (m_next > 0) {
+  if (m_next > 0 && m_leastShare >= faithfulShare) {
+    m_r = first;
+  } else if (m_next > 0) {
     int const before = m_next;
     Orthogonalize(before, 1, nullptr);
     m_next = Orthonormalize(before, second);
@@ -279,7 +295,9 @@ bool BlockLanczos::Extend() {
     m_r.clear();
   }
   int const rank = m_next; // R has that many rows
+  m_hasMassOfNext = true;
   if (m_next < m_width && !IsFull()) {
+    m_hasMassOfNext = false;
     m_next += AddRandomDirections(m_next, m_width - m_next);
     std::vector<double> padded(static_cast<std::size_t>(m_next) * m_last, 0.0);
     for (int j = 0; j < m_last; ++j)
@@ -335,6 +353,29 @@ double BlockLanczos::ErrorOf(std::size_t index) const {
   return gap > 0.0 ? std::min(value.residual, squares / gap) : value.residual;
 }
 
+void BlockLanczos::Purify(std::vector<double> const& lambdas, double* shapes,
+                          std::vector<ModeQuality>& quality) {
+  std::vector<std::size_t> impure;
+  for (std::size_t k = 0; k < quality.size(); ++k)
+    if (quality[k].residual > pureResidual) impure.push_back(k);
+  auto const order = static_cast<std::size_t>(m_order), width = static_cast<std::size_t>(m_width);
+  mem_Array<double> const group = mem_MakeArray<double>(std::int64_t{m_order} * m_width);
+  for (std::size_t first = 0; first < impure.size(); first += width) {
+    std::size_t const count = std::min(width, impure.size() - first);
+    std::vector<double> values;
+    for (std::size_t v = 0; v < count; ++v) {
+      values.push_back(lambdas[impure[first + v]]);
+      std::copy_n(shapes + impure[first + v] * order, order, group.get() + v * order);
+    }
+    Apply(group.get(), static_cast<int>(count));
+    std::vector<ModeQuality> const purified = m_pencil.Measure(values, group.get());
+    for (std::size_t v = 0; v < count; ++v) {
+      quality[impure[first + v]] = purified[v];
+      std::copy_n(group.get() + v * order, order, shapes + impure[first + v] * order);
+    }
+  }
+}
+
 std::vector<FoundMode> BlockLanczos::MakeModes() {
   std::vector<double> weights, lambdas, errors; // weights: columns of Q's coefficients
   for (std::size_t k = 0; k < m_values.size(); ++k) {
@@ -352,18 +393,14 @@ std::vector<FoundMode> BlockLanczos::MakeModes() {
              first > 0 ? 1.0 : 0.0, shapes.get(), m_order);
   });
   std::vector<ModeQuality> quality = m_pencil.Measure(lambdas, shapes.get());
-  bool const isPure =
-      std::ranges::all_of(quality, [](ModeQuality const& mode) { return mode.residual <= pureResidual; });
-  for (int first = 0; first < count && !isPure; first += m_width)
-    Apply(shapes.get() + std::int64_t{first} * m_order, std::min(m_width, count - first));
-  if (!isPure) quality = m_pencil.Measure(lambdas, shapes.get());
+  Purify(lambdas, shapes.get(), quality);
 
   std::vector<FoundMode> modes;
   for (int k = 0; k < count; ++k) {
     if (quality[static_cast<std::size_t>(k)].residual > poorResidual) continue;
     double const* const shape = shapes.get() + std::int64_t{k} * m_order;
     m_pencil.MultiplyByMass(shape, 1, m_massTimes.get());
-    double const length = std::sqrt(std::inner_product(shape, shape + m_order, m_massTimes.get(), 0.0));
+    double const length = std::sqrt(Dot(m_order, shape, m_massTimes.get()));
     double const scale = SignOfLargest(shape, m_order) / length;
     auto const mode = static_cast<std::size_t>(k);
     // The Rayleigh quotient knows lambda as well as K and M do; rounding in the solves blurs theta.

@@ -69,6 +69,8 @@ private:
   void ForEachPanel(Visit visit) const;
   /// Replaces vectors x by (K - shift M)^-1 M x.
   void Apply(double* x, int count);
+  /// Makes vectors x = (K - shift M)^-1 y of y in m_massTimes.
+  void ApplyToMassTimes(double* x, int count);
   /// Makes the columns behind Q orthogonal to the known modes and to Q, in one pass if they nearly are, else
   /// in two. Adds the coefficients of Q to `t`, which may be null, with m_capacity as its leading dimension.
   void Orthogonalize(int count, int passes, double* t);
@@ -82,6 +84,8 @@ private:
   int AddRandomDirections(int first, int count);
   void Start();
   void FindRitzValues();
+  /// Applies the operator to shapes with a residual of alien motions, and measures them anew.
+  void Purify(std::vector<double> const& lambdas, double* shapes, std::vector<ModeQuality>& quality);
   /// Bound of the error of a value: its residual, or where others are far enough its square by their distance
   /// (Kato, Temple; Parlett 1980, 11.7).
   double ErrorOf(std::size_t index) const;
@@ -106,7 +110,9 @@ private:
   std::vector<double> m_r;           ///< R, m_next x m_last
   std::vector<double> m_ritzVectors; ///< m_size x m_size, a column for each of m_values
   std::vector<RitzValue> m_values;
-  int m_checkedSize = 0; ///< columns of Q at the last look for Ritz values
+  double m_leastShare = 1.0;    ///< least length that Orthonormalize has left of a vector
+  bool m_hasMassOfNext = false; ///< m_massTimes is M times the next block
+  int m_checkedSize = 0;        ///< columns of Q at the last look for Ritz values
   std::mt19937_64 m_generator;
 };
 

@@ -68,6 +68,7 @@ struct ORXSrvModes::State {
     counts.clear();
     shifts.clear();
     isCertified = false;
+    pencil.RequireMass();
     ModeSearch search(pencil, Limits(), isWanted);
     ModeSearch::Range const range = find(search);
     shifts = search.Shifts();

@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
+#include <functional>
+#include <functional>
 #include <numeric>
+#include <random>
 
 namespace orx {
 
@@ -21,6 +23,11 @@ constexpr double cancelled = 1e-14;
 /// A shift that hits an eigenvalue moves by this share.
 constexpr double shiftStep = 1e-7;
 constexpr int mostMoves = 6;
+/// Of M with a diagonal of 1: what its rounding errors amount to.
+constexpr double roundoffOfMass = 1e-8;
+/// M_ij^2 is above M_ii M_jj by no more than this share where both are the same but for rounding.
+constexpr double shareOfMinor = 1e-7;
+constexpr int stepsOnMass = 30;
 
 [[noreturn]] void RaiseNullMotion(int unknown) {
   RaiseSolveError(
@@ -68,6 +75,42 @@ void RequireUsable(ORXSrvSparseMatrix const& matrix, std::string const& name) {
     RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: " + name + " is not symmetric.");
 }
 
+/// Lanczos on D M D, where D scales the diagonal to 1: true when the tridiagonal matrix has a negative pivot.
+bool HasNegativeRitzValue(ORXSrvSparseMatrix const& m, std::vector<double> scale) {
+  for (double& value : scale)
+    value = value > 0.0 ? 1.0 / std::sqrt(value) : 0.0;
+  auto const scaled = [&](std::vector<double>& x) {
+    std::ranges::transform(x, scale, x.begin(), std::multiplies{});
+  };
+  auto const dot = [](std::vector<double> const& x, std::vector<double> const& y) {
+    return std::inner_product(x.begin(), x.end(), y.begin(), 0.0);
+  };
+  std::vector<double> x(scale.size()), before(x.size(), 0.0), y(x.size()), product(x.size());
+  std::mt19937_64 generator(1);
+  std::uniform_real_distribution<double> distribution(-1.0, 1.0);
+  std::ranges::generate(x, [&] { return distribution(generator); });
+  double beta = 0.0, pivot = 1.0;
+  for (int step = 0; step < stepsOnMass; ++step) {
+    double const length = std::sqrt(dot(x, x));
+    if (!(length > roundoffOfMass)) return false;
+    beta = step > 0 ? length : 0.0;
+    for (double& value : x)
+      value /= length;
+    y = x;
+    scaled(y);
+    Multiply(m, y.data(), 1, product.data());
+    scaled(product);
+    double const alpha = dot(x, product);
+    pivot = alpha + roundoffOfMass - beta * beta / pivot;
+    if (pivot < 0.0) return true;
+    for (std::size_t i = 0; i < x.size(); ++i)
+      y[i] = product[i] - alpha * x[i] - beta * before[i];
+    before.swap(x);
+    x.swap(y);
+  }
+  return false;
+}
+
 } // namespace
 
 Pencil::Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : m_k(k), m_m(m) {
@@ -79,6 +122,28 @@ Pencil::Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : m_k(k
                         "; expected square matrices of one order.");
   RequireUsable(k, "K");
   RequireUsable(m, "M");
+}
+
+void Pencil::RequireMass() const {
+  std::vector<double> const diagonal = Diagonal(m_m);
+  for (std::size_t i = 0; i < diagonal.size(); ++i)
+    if (diagonal[i] < 0.0)
+      RaiseSolveError(ORXSrvSolveError::indefiniteMass,
+                      "ORXSrvModes: M has " + NumberText(diagonal[i]) + " on the diagonal at unknown " +
+                          std::to_string(i + 1) + " (counted from 1); expected no negative mass.");
+  ForEachEntry(m_m.View(), [&](int i, int j, double value) {
+    double const limit = diagonal[static_cast<std::size_t>(i)] * diagonal[static_cast<std::size_t>(j)];
+    if (value * value > limit * (1 + shareOfMinor))
+      RaiseSolveError(ORXSrvSolveError::indefiniteMass,
+                      "ORXSrvModes: M is indefinite, M(" + std::to_string(i + 1) + ", " +
+                          std::to_string(j + 1) + ") = " + NumberText(value) +
+                          " is more than the root of the masses of these unknowns, " + NumberText(limit) +
+                          ".");
+  });
+  if (m_m.NumberOfNonzeros() > 0 && HasNegativeRitzValue(m_m, diagonal))
+    RaiseSolveError(
+        ORXSrvSolveError::indefiniteMass,
+        "ORXSrvModes: M is indefinite, x^T M x is negative for some x; expected no negative mass.");
 }
 
 std::vector<double> Pencil::MassDiagonal() const { return Diagonal(m_m); }
@@ -140,13 +205,8 @@ void Pencil::MeasureGroup(double const* lambdas, double const* x, std::size_t co
 double Pencil::StartShift() const {
   std::vector<double> const stiffness = Diagonal(m_k), mass = Diagonal(m_m);
   double least = std::numeric_limits<double>::infinity();
-  for (std::size_t i = 0; i < mass.size(); ++i) {
-    if (mass[i] < 0.0)
-      RaiseSolveError(ORXSrvSolveError::indefiniteMass,
-                      "ORXSrvModes: M has " + NumberText(mass[i]) + " on the diagonal at unknown " +
-                          std::to_string(i + 1) + " (counted from 1); expected no negative mass.");
+  for (std::size_t i = 0; i < mass.size(); ++i)
     if (mass[i] > 0.0 && stiffness[i] != 0.0) least = std::min(least, std::abs(stiffness[i]) / mass[i]);
-  }
   return std::isfinite(least) ? -1e-10 * least : -1.0;
 }
 

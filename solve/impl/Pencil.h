@@ -36,6 +36,12 @@ public:
   /// order.
   Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m);
 
+  /// Raises ORXSrvSolveError::indefiniteMass when x^T M x < 0 for some x that is easily found: for an
+  /// unknown, for two of them, or in the Krylov space of a random vector. That space shows negative
+  /// eigenvalues that are not close to zero, as those of an element with a wrong sign; it is no proof that
+  /// there is none.
+  void RequireMass() const;
+
   int Order() const noexcept { return m_k.NumberOfRows(); }
   /// y = M x for `count` vectors without gaps.
   void MultiplyByMass(double const* x, int count, double* y) const;
