@@ -6,6 +6,7 @@
 #include "tools/commands/Database.h"
 #include "tools/commands/Info.h"
 #include "tools/commands/Modes.h"
+#include "tools/commands/Solve.h"
 #include "tools/commands/Spy.h"
 #include "tools/formats/OutputFile.h"
 #include "tools/terminal/ToolError.h"
@@ -179,6 +180,12 @@ int PerformComparison(CompareOptions const& options) {
   return isEqual ? 0 : 1;
 }
 
+void AddBudget(CLI::App& command, std::int64_t& bytes, std::string const& what) {
+  command.add_option("--budget", bytes, what + ", such as 8GB; what needs more is kept on disk")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(true));
+}
+
 void AddModes(CLI::App& app, orx::tool::ModesOptions& options) {
   CLI::App* const modes = app.add_subcommand("modes", "Lowest natural frequencies: K x = lambda M x");
   modes->add_option("K", options.stiffnessPath, "stiffness matrix, both triangles or one")
@@ -203,17 +210,44 @@ void AddModes(CLI::App& app, orx::tool::ModesOptions& options) {
       ->type_name("HZ HZ")
       ->check(finite)
       ->excludes(near);
-  modes
-      ->add_option("--budget", options.choice.memory,
-                   "memory for factorization and basis, such as 8GB; what needs more is kept on disk")
-      ->type_name("BYTES")
-      ->transform(CLI::AsSizeValue(true));
+  AddBudget(*modes, options.choice.memory, "memory for factorization and basis");
   modes->add_flag("--explain", options.explains, "say first what the factorization takes");
   modes
       ->add_option("--shapes", options.shapesPath,
                    "write the mode shapes to this .txt, .csv, .mtx or .bin file, or .sim or .h5 database")
       ->type_name("FILE")
       ->check([](std::string const& path) { return path.empty() ? "empty file name" : ""; });
+}
+
+std::string EmptyNameFault(std::string const& path) { return path.empty() ? "empty file name" : ""; }
+
+void AddSolve(CLI::App& app, orx::tool::SolveOptions& options) {
+  CLI::App* const solve = app.add_subcommand("solve", "Displacements under loads: K u = f");
+  solve->add_option("K", options.stiffnessPath, "stiffness matrix, both triangles or one; unsymmetric too")
+      ->required()
+      ->type_name("FILE");
+  solve
+      ->add_option("F", options.loadsPath,
+                   "loads: a matrix file with a column for each load, or a value for each line")
+      ->required()
+      ->type_name("FILE");
+  solve
+      ->add_option("OUT", options.outPath,
+                   "write the displacements to this .txt, .csv, .mtx or .bin file; else they are printed")
+      ->type_name("FILE")
+      ->check(EmptyNameFault);
+  solve
+      ->add_option("--fix", options.heldPath,
+                   "file of the unknowns that are held, from 1; 7=0.5 moves unknown 7 to 0.5; # comments")
+      ->type_name("FILE")
+      ->check(EmptyNameFault);
+  solve
+      ->add_option("--reactions", options.reactionsPath,
+                   "write K u - f at the held unknowns to this file; else they are printed")
+      ->type_name("FILE")
+      ->check(EmptyNameFault);
+  AddBudget(*solve, options.memory, "memory for the factorization");
+  solve->add_flag("--explain", options.explains, "say first what the factorization takes");
 }
 
 /// The parser would only say that a command is missing.
@@ -237,6 +271,7 @@ int Run(int argc, char** argv) {
   std::string infoPath;
   std::string databasePath;
   orx::tool::ModesOptions modesOptions;
+  orx::tool::SolveOptions solveOptions;
   orx::tool::ConvertOptions convertOptions;
   orx::tool::SpyOptions spyOptions;
   CompareOptions compareOptions;
@@ -246,6 +281,7 @@ int Run(int argc, char** argv) {
   AddSpy(app, spyOptions);
   AddCompare(app, compareOptions);
   AddModes(app, modesOptions);
+  AddSolve(app, solveOptions);
   try {
     RequireCommand(app, argc, argv);
     app.parse(argc, argv);
@@ -264,6 +300,10 @@ int Run(int argc, char** argv) {
   if (app.got_subcommand("spy"))
     return Perform([&] { PrintBeside(spyOptions.pngPath)(orx::tool::SpyText(spyOptions)); });
   if (app.got_subcommand("cmp")) return PerformComparison(compareOptions);
+  if (app.got_subcommand("solve")) {
+    bool const isOutPrinted = solveOptions.outPath == "-" || solveOptions.reactionsPath == "-";
+    return Perform([&] { orx::tool::PrintSolution(solveOptions, PrintBeside(isOutPrinted ? "-" : "")); });
+  }
   return Perform([&] { orx::tool::PrintModes(modesOptions, PrintBeside(modesOptions.shapesPath)); });
 }
 

@@ -78,7 +78,7 @@ Difference Compare(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b, Tol
 }
 
 Comparison CompareFiles(std::string const& pathA, std::string const& pathB, Tolerances const& tolerances) {
-  RefuseTwoStandardInputs(pathA, pathB);
+  RefuseTwoStandardInputs({pathA, pathB});
   ORXSrvSparseMatrix const a = LoadMatrix(pathA);
   ORXSrvSparseMatrix const b = LoadMatrix(pathB);
   Comparison comparison;

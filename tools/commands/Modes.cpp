@@ -174,7 +174,7 @@ void RefuseToOverwriteInput(ModesOptions const& options) {
 } // namespace
 
 void PrintModes(ModesOptions const& options, std::function<void(std::string const&)> const& print) {
-  RefuseTwoStandardInputs(options.stiffnessPath, options.massPath);
+  RefuseTwoStandardInputs({options.stiffnessPath, options.massPath});
   RefuseToOverwriteInput(options);
   std::optional<ShapesFile> shapes;
   if (!options.shapesPath.empty()) shapes.emplace(options.shapesPath);

@@ -6,6 +6,7 @@
 
 #include "mtx/ORXSrvMtxOpenFileException.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -57,8 +58,8 @@ void InputFile::Rethrow() const {
   }
 }
 
-void RefuseTwoStandardInputs(std::string const& first, std::string const& second) {
-  if (first == "-" && second == "-")
+void RefuseTwoStandardInputs(std::initializer_list<std::string> names) {
+  if (std::ranges::count(names, "-") > 1)
     throw ToolError(ExitCode::WrongUsage,
                     "both files are standard input, which holds one; expected a file name");
 }

@@ -2,6 +2,7 @@
 
 #include "tools/formats/UnnamedFile.h"
 
+#include <initializer_list>
 #include <optional>
 #include <string>
 
@@ -37,7 +38,7 @@ private:
   std::optional<UnnamedFile> m_copy;
 };
 
-/// Refuses two files that are both standard input, which can be read but once.
-void RefuseTwoStandardInputs(std::string const& first, std::string const& second);
+/// Refuses files of which two are standard input, which can be read but once.
+void RefuseTwoStandardInputs(std::initializer_list<std::string> names);
 
 } // namespace orx::tool

@@ -79,6 +79,17 @@ ORXSrvSparseMatrix SymmetricFormOf(MatrixSource const& source, int order) {
   return MakeLowerTriangle(source.entries, source.symmetry, order, source.FullName()).SymmetricForm();
 }
 
+ORXSrvSparseMatrix SquareMatrixOf(MatrixSource const& source, int order) {
+  if (source.IsSymmetric()) return SymmetricFormOf(source, order);
+  RequireFinite(source.entries, source.FullName());
+  ORXSrvSparseMatrix square(order, order);
+  ForEachEntry(source.entries.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    square.AddData(row, column, value);
+  });
+  square.EndAssembly();
+  return square;
+}
+
 std::string SourceText(MatrixSource const& source, int order) {
   std::string text =
       Note(Format("%s: %s, order %d, %s, %s", source.name.c_str(), source.path.c_str(), source.Order(),

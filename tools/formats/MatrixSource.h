@@ -41,6 +41,10 @@ void RequireOneOrder(MatrixSource const& k, MatrixSource const& m);
 /// it is symmetric and finite.
 ORXSrvSparseMatrix SymmetricFormOf(MatrixSource const& source, int order);
 
+/// The same of a symmetric matrix, and another one as it is, in general form. A ToolError unless it is
+/// finite.
+ORXSrvSparseMatrix SquareMatrixOf(MatrixSource const& source, int order);
+
 /// "# K: k.mtx, order 3, 5 entries, lower triangle, ...", for the first lines of a report.
 std::string SourceText(MatrixSource const& source, int order);
 

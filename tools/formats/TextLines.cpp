@@ -102,19 +102,19 @@ void TextLines::RequireFields(int count, char const* names) const {
   if (m_fieldCount != count) FailHere(names);
 }
 
-std::int64_t TextLines::Integer(int position, char const* name, std::int64_t least,
-                                std::int64_t largest) const {
-  std::string_view const field = WithoutPlus(m_fields[position]);
+std::int64_t TextLines::IntegerOf(std::string_view field, char const* name, std::int64_t least,
+                                  std::int64_t largest) const {
+  std::string_view const digits = WithoutPlus(field);
   std::int64_t value = 0;
-  auto const [end, error] = std::from_chars(field.data(), field.data() + field.size(), value);
-  if (error != std::errc() || end != field.data() + field.size() || value < least || value > largest)
+  auto const [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (error != std::errc() || end != digits.data() + digits.size() || value < least || value > largest)
     Fail(std::string(name) + " of " + std::to_string(least) + " to " + std::to_string(largest),
-         Quoted(m_fields[position]));
+         Quoted(field));
   return value;
 }
 
-double TextLines::Value(int position) const {
-  std::string_view field = WithoutPlus(m_fields[position]);
+double TextLines::ValueOf(std::string_view whole) const {
+  std::string_view field = WithoutPlus(whole);
   std::string withE; // outlives the field that it may replace
   if (std::size_t const d = field.find_first_of("dD"); d != std::string_view::npos) {
     withE = field;
@@ -130,9 +130,9 @@ double TextLines::Value(int position) const {
     // from_chars does not say on which side; a value that is too small is a zero or denormal.
     double const limit = std::strtod(std::string(field).c_str(), nullptr);
     if (std::isfinite(limit)) return limit;
-    Fail("a value that fits a double", Quoted(m_fields[position]));
+    Fail("a value that fits a double", Quoted(whole));
   }
-  Fail("a value", Quoted(m_fields[position]));
+  Fail("a value", Quoted(whole));
 }
 
 void TextLines::Fail(std::string const& expected, std::string const& found) const {

@@ -30,9 +30,15 @@ public:
   void RequireFields(int count, char const* names) const;
 
   /// The field as an integer within the limits; `name` is what a message calls it.
-  std::int64_t Integer(int position, char const* name, std::int64_t least, std::int64_t largest) const;
+  std::int64_t Integer(int position, char const* name, std::int64_t least, std::int64_t largest) const {
+    return IntegerOf(m_fields[position], name, least, largest);
+  }
   /// The field as the double nearest to it: decimal, exponent after e, E, d or D, or inf or nan.
-  double Value(int position) const;
+  double Value(int position) const { return ValueOf(m_fields[position]); }
+  /// The same of a part of the line.
+  std::int64_t IntegerOf(std::string_view field, char const* name, std::int64_t least,
+                         std::int64_t largest) const;
+  double ValueOf(std::string_view whole) const;
 
   /// "<path>, line <n>: <expected> expected, found <found>".
   [[noreturn]] void Fail(std::string const& expected, std::string const& found) const;

@@ -4,6 +4,7 @@
 #include "solve/ORXSrvModes.h"
 #include "solve/ORXSrvSolveError.h"
 #include "solve/ORXSrvSparseFactor.h"
+#include "tools/numerics/FactorText.h"
 #include "tools/numerics/SearchProgress.h"
 #include "tools/numerics/SymmetricForm.h"
 #include "tools/terminal/Text.h"
@@ -90,13 +91,7 @@ ModalSolution SolveSparse(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatri
 
 std::string ExplainFactorization(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass) {
   ORXSrvSparseFactor factor;
-  ORXSrvFactorEstimate const& estimate = factor.Analyse(stiffness, mass);
-  auto const megabytes = [](std::int64_t bytes) { return static_cast<double>(bytes) * 1e-6; };
-  return Format(
-      "# order %d: the factor of K - sigma M has %.4g entries, takes %.3g operations and %.0f MB of memory, "
-      "or %.0f MB with the factor on disk\n",
-      stiffness.NumberOfRows(), static_cast<double>(estimate.entries), estimate.operations,
-      megabytes(estimate.bytes), megabytes(estimate.bytesOnDisk));
+  return EstimateText("K - sigma M", stiffness.NumberOfRows(), factor.Analyse(stiffness, mass));
 }
 
 } // namespace orx::tool

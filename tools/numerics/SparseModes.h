@@ -10,7 +10,7 @@ namespace orx::tool {
 ModalSolution SolveSparse(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
                           ModeChoice const& choice, double stiffnessError);
 
-/// Lines for `orxmtx modes --explain`: what the factorization of such a pair takes, by its pattern alone.
+/// A line for `orxmtx modes --explain`: what the factorization of such a pair takes, by its pattern alone.
 std::string ExplainFactorization(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass);
 
 } // namespace orx::tool

@@ -1,6 +1,7 @@
 #include "tools/numerics/SymmetricForm.h"
 
 #include <cmath>
+#include <utility>
 
 namespace orx::tool {
 namespace {
@@ -44,14 +45,15 @@ std::vector<double> KeptUnknowns::Expanded(std::span<double const> kept) const {
 
 ORXSrvSparseMatrix Reduced(ORXSrvSparseMatrix const& matrix, KeptUnknowns const& kept) {
   ORXSrvSparseMatrix reduced(kept.Count(), kept.Count());
+  bool const isSymmetricForm = matrix.View().diagonal != nullptr;
   ForEachEntry(matrix.View(), [&](std::int32_t row, std::int32_t column, double value) {
     int const newRow = kept.New(row);
     int const newColumn = kept.New(column);
-    if (newRow >= newColumn && newColumn >= 0)
-      reduced.AddData(static_cast<std::uint32_t>(newRow), static_cast<std::uint32_t>(newColumn), value);
+    if (newRow < 0 || newColumn < 0 || (isSymmetricForm && newRow < newColumn)) return;
+    reduced.AddData(static_cast<std::uint32_t>(newRow), static_cast<std::uint32_t>(newColumn), value);
   });
   reduced.EndAssembly();
-  return reduced.SymmetricForm();
+  return isSymmetricForm ? reduced.SymmetricForm() : std::move(reduced);
 }
 
 std::vector<double> DiagonalOf(ORXSrvSparseMatrix const& matrix) {

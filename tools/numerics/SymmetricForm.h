@@ -28,7 +28,7 @@ private:
   std::vector<int> m_new;
 };
 
-/// The rows and columns of the unknowns that are kept.
+/// The rows and columns of the unknowns that are kept, in the form of the matrix, which is square.
 ORXSrvSparseMatrix Reduced(ORXSrvSparseMatrix const& matrix, KeptUnknowns const& kept);
 
 std::vector<double> DiagonalOf(ORXSrvSparseMatrix const& matrix);

@@ -60,15 +60,6 @@ void ComparePair(MirroredPair const& pair, bool isUnmatched, double diagonalScal
   if (symmetry.unmatchedEntries++ == 0) symmetry.unmatched = pair;
 }
 
-void RequireFinite(ORXSrvSparseMatrix const& matrix, std::string const& name) {
-  ForEachEntry(matrix.View(), [&](std::int32_t row, std::int32_t column, double value) {
-    if (!std::isfinite(value))
-      throw ToolError(ExitCode::UnusableInput,
-                      Format("%s: the value at (%d, %d) is %s, expected a finite number", name.c_str(),
-                             row + 1, column + 1, Number(value).c_str()));
-  });
-}
-
 /// A file of one triangle may end before its last column; both triangles of a symmetric matrix end together.
 [[noreturn]] void RefuseUnsymmetric(ORXSrvSparseMatrix const& matrix, Symmetry const& symmetry,
                                     std::string const& name) {
@@ -147,6 +138,15 @@ Mirror MirrorOf(ORXSrvSparseMatrix const& matrix) {
   });
   if (isSame) return Mirror::Same;
   return isNegative ? Mirror::Negative : Mirror::None;
+}
+
+void RequireFinite(ORXSrvSparseMatrix const& matrix, std::string const& name) {
+  ForEachEntry(matrix.View(), [&](std::int32_t row, std::int32_t column, double value) {
+    if (!std::isfinite(value))
+      throw ToolError(ExitCode::UnusableInput,
+                      Format("%s: the value at (%d, %d) is %s, expected a finite number", name.c_str(),
+                             row + 1, column + 1, Number(value).c_str()));
+  });
 }
 
 ORXSrvSparseMatrix MakeLowerTriangle(ORXSrvSparseMatrix const& matrix, Symmetry const& symmetry, int order,

@@ -52,6 +52,9 @@ enum class Mirror {
 
 Mirror MirrorOf(ORXSrvSparseMatrix const& matrix);
 
+/// A value that is not finite is a ToolError that starts with `name`.
+void RequireFinite(ORXSrvSparseMatrix const& matrix, std::string const& name);
+
 /// The relative difference of mirrored values up to which they count as one value with rounding errors.
 constexpr double symmetryTolerance = 1e-10;
 
