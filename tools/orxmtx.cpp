@@ -1,6 +1,7 @@
 // orxmtx: what is in a matrix file or a database file, conversion and comparison of matrix files, and the
 // natural frequencies of a pair of matrices.
 
+#include "tools/commands/Check.h"
 #include "tools/commands/Compare.h"
 #include "tools/commands/Convert.h"
 #include "tools/commands/Database.h"
@@ -37,9 +38,10 @@ constexpr char footer[] =
     "  0  done\n"
     "  1  an input file cannot be used: missing, malformed, not symmetric, not square\n"
     "  2  wrong usage of the command line\n"
-    "  3  the work failed: no convergence, no definite combination of K and M, out of\n"
-    "     memory, output not written\n"
+    "  3  the work failed: no convergence, no definite combination of K and M, K singular,\n"
+    "     out of memory, output not written\n"
     "\n"
+    "orxmtx check ends with 1 when something is wrong with a model, too.\n"
     "orxmtx cmp ends with 0 for equal, 1 for different matrices, and 2 for any error.\n"
     "\n"
     "Matrix files are of any type that orxmtx convert --help lists; which one is seen\n"
@@ -250,6 +252,43 @@ void AddSolve(CLI::App& app, orx::tool::SolveOptions& options) {
   solve->add_flag("--explain", options.explains, "say first what the factorization takes");
 }
 
+void AddCheck(CLI::App& app, orx::tool::CheckOptions& options) {
+  CLI::App* const check = app.add_subcommand("check", "Say what is wrong with the matrices of a model");
+  check->add_option("K", options.stiffnessPath, "stiffness matrix, both triangles or one")
+      ->required()
+      ->type_name("FILE");
+  check->add_option("M", options.massPath, "mass matrix, both triangles or one")
+      ->type_name("FILE")
+      ->check(EmptyNameFault);
+  check
+      ->add_option(
+          "--coordinates", options.coordinatesPath,
+          "file with lines \"x y z\", one for each node of 3 or 6 unknowns: tells rigid motions from "
+          "mechanisms, and sums the mass")
+      ->type_name("FILE")
+      ->check(EmptyNameFault);
+  AddBudget(*check, options.memory, "memory for the factorization");
+  check->footer(
+      "Exit codes: 0 nothing is wrong, 1 something is, or an input file cannot be used, 2 and 3 as of the\n"
+      "other commands. Wrong are values that are not finite, unsymmetric matrices, unknowns without\n"
+      "stiffness, negative diagonal entries, negative eigenvalues of K beyond those of Lagrange "
+      "multipliers,\n"
+      "more than six motions without stiffness or, with --coordinates, any that is not one of the whole "
+      "rigid\n"
+      "body, and a mass matrix without mass.");
+}
+
+/// 0 nothing wrong, 1 something is.
+int PerformCheck(orx::tool::CheckOptions const& options) {
+  bool isSound = false;
+  int const code = Perform([&] {
+    orx::tool::CheckResult const result = orx::tool::CheckModel(options);
+    isSound = result.isSound;
+    orx::tool::PrintOut(result.text);
+  });
+  return code == 0 && !isSound ? 1 : code;
+}
+
 /// The parser would only say that a command is missing.
 void RequireCommand(CLI::App const& app, int argc, char** argv) {
   if (argc < 2 || argv[1][0] == '-') return;
@@ -272,6 +311,7 @@ int Run(int argc, char** argv) {
   std::string databasePath;
   orx::tool::ModesOptions modesOptions;
   orx::tool::SolveOptions solveOptions;
+  orx::tool::CheckOptions checkOptions;
   orx::tool::ConvertOptions convertOptions;
   orx::tool::SpyOptions spyOptions;
   CompareOptions compareOptions;
@@ -282,6 +322,7 @@ int Run(int argc, char** argv) {
   AddCompare(app, compareOptions);
   AddModes(app, modesOptions);
   AddSolve(app, solveOptions);
+  AddCheck(app, checkOptions);
   try {
     RequireCommand(app, argc, argv);
     app.parse(argc, argv);
@@ -300,6 +341,7 @@ int Run(int argc, char** argv) {
   if (app.got_subcommand("spy"))
     return Perform([&] { PrintBeside(spyOptions.pngPath)(orx::tool::SpyText(spyOptions)); });
   if (app.got_subcommand("cmp")) return PerformComparison(compareOptions);
+  if (app.got_subcommand("check")) return PerformCheck(checkOptions);
   if (app.got_subcommand("solve")) {
     bool const isOutPrinted = solveOptions.outPath == "-" || solveOptions.reactionsPath == "-";
     return Perform([&] { orx::tool::PrintSolution(solveOptions, PrintBeside(isOutPrinted ? "-" : "")); });

@@ -2,6 +2,7 @@
 
 #include "tools/formats/TextLines.h"
 #include "tools/terminal/Text.h"
+#include "tools/terminal/ToolError.h"
 
 #include <algorithm>
 #include <cmath>
@@ -52,6 +53,29 @@ std::vector<HeldUnknown> ReadHeldUnknowns(InputFile const& file, int order) {
   for (auto const& [unknown, value] : held)
     list.push_back({unknown, value});
   return list;
+}
+
+Nodes ReadNodes(InputFile const& file, int order) {
+  Nodes nodes;
+  file.ReadWith([&](std::string const& path) {
+    TextLines lines(path);
+    while (lines.Next(' ')) {
+      if (lines.Line().starts_with('#')) continue;
+      lines.RequireFields(3, "x y z");
+      Point const point{lines.Value(0), lines.Value(1), lines.Value(2)};
+      for (double const value : point)
+        if (!std::isfinite(value)) lines.Fail("a finite value", Number(value));
+      nodes.points.push_back(point);
+    }
+  });
+  auto const count = std::ssize(nodes.points);
+  for (int const unknowns : {3, 6}) {
+    nodes.unknownsOfNode = unknowns;
+    if (count * unknowns == order) return nodes;
+  }
+  throw ToolError(ExitCode::UnusableInput,
+                  Format("'%s' has %s; the matrices have order %d, expected 3 or 6 for each node",
+                         file.Name().c_str(), Counted(count, "node", "nodes").c_str(), order));
 }
 
 bool IsColumnOfValues(InputFile const& file) {

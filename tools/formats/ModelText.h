@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/formats/InputFile.h"
+#include "tools/numerics/RigidMotions.h"
 #include "tools/numerics/StaticProblem.h"
 
 #include <string>
@@ -14,6 +15,9 @@ namespace orx::tool {
 /// Unknowns from 1 that are held, separated by blanks, commas or line ends; "7=0.5" moves unknown 7 to 0.5.
 /// They are returned ascending. An unknown may be named again with the same value.
 std::vector<HeldUnknown> ReadHeldUnknowns(InputFile const& file, int order);
+
+/// Lines "x y z", one for each node of a model of this order, which has 3 or 6 unknowns for each of them.
+Nodes ReadNodes(InputFile const& file, int order);
 
 /// A value for each line; the first line tells.
 bool IsColumnOfValues(InputFile const& file);

@@ -42,11 +42,6 @@ double Norm(std::vector<double> const& x) {
   return norm;
 }
 
-bool TakesForNothing(ORXSrvSparseMatrix const& matrix, std::vector<double> const& x) {
-  return std::fabs(QuadraticForm(matrix, x)) <= nothing * AbsoluteForm(matrix, x) &&
-         Norm(Product(matrix, x)) <= rootOfNothing * Norm(AbsoluteProduct(matrix, x));
-}
-
 /// Looks at one pair after another, each without the unknowns that were found before.
 class NullMotionFinder {
 public:
@@ -91,6 +86,11 @@ private:
 };
 
 } // namespace
+
+bool TakesForNothing(ORXSrvSparseMatrix const& matrix, std::vector<double> const& motion) {
+  return std::fabs(QuadraticForm(matrix, motion)) <= nothing * AbsoluteForm(matrix, motion) &&
+         Norm(Product(matrix, motion)) <= rootOfNothing * Norm(AbsoluteProduct(matrix, motion));
+}
 
 std::vector<int> FindNullMotions(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass) {
   std::vector<int> found;
