@@ -144,7 +144,7 @@ TEST(Check, NamesWhatIsWrong) {
   Case const cases[] = {
       {"1 1 1\n4 4 1\n2 3 0\n", "", "wrong:               2 unknowns have no stiffness: 2, 3\n"},
       {Diagonal({1, 1}), Diagonal({1, 1, 1}), "wrong:               1 unknown has no stiffness: 3\n"},
-      {Diagonal({1, -2}), "", "K has 1 negative diagonal entry, found at unknown 2\n"},
+      {Diagonal({1, -2}), "", "K has 1 negative diagonal entry at unknown 2\n"},
       {"1 1 1\n1 2 2\n2 2 1\n", "", "wrong:               K has 1 negative eigenvalue\n"},
       {"1 1 1\n1 2 2\n2 1 3\n2 2 9\n", "", "wrong:               K is not symmetric\n"},
       {"1 1 nan\n2 2 inf\n", "",
@@ -152,7 +152,7 @@ TEST(Check, NamesWhatIsWrong) {
       {Diagonal({0, 0, 0}), "", "wrong:               3 unknowns have no stiffness: 1, 2, 3\n"},
       {Diagonal({1, 1}), Diagonal({0, 0}), "wrong:               M has no mass\n"},
       {Diagonal({1, 1}), Diagonal({1, -1}),
-       "wrong:               M has 1 negative diagonal entry, found at unknown 2\n"},
+       "wrong:               M has 1 negative diagonal entry at unknown 2\n"},
   };
   for (Case const& c : cases) {
     CheckResult const result = Check(c.k, {}, c.m);

@@ -139,7 +139,7 @@ TEST(Solve, RefusesWhatItCannotUseAndLeavesNothingBehind) {
   std::string const chain = FreeChain(3), unit = "1\n0\n0\n";
   Case const cases[] = {
       {chain, unit, "", "", 3,
-       "K is singular, 1 motion without stiffness, of a free body or a mechanism, found"},
+       "K is singular, 1 motion without stiffness, of a free body or a mechanism, which unknown"},
       {chain + "5 5 0\n4 4 1\n", "5 1 1\n", "2", "", 3,
        "K is singular, 1 unknown has no stiffness: 5; --fix FILE"},
       {chain, unit, "1\n2 4", "", 1, "fix, line 2: an unknown of 1 to 3 expected, found \"4\""},

@@ -31,10 +31,14 @@ std::string UnknownsText(std::vector<int> const& unknowns) {
 
 std::string PointText(Point const& p) { return Format("%.6g  %.6g  %.6g", p[0], p[1], p[2]); }
 
-/// ", found at unknowns 5, 7, 8", behind a count; nothing when there are none.
-std::string FoundAt(std::vector<int> const& unknowns) {
-  if (unknowns.empty()) return {};
-  return (unknowns.size() == 1 ? ", found at unknown " : ", found at unknowns ") + ShortList(unknowns);
+/// "unknowns 5, 7, 8".
+std::string Named(std::vector<int> const& unknowns) {
+  return (unknowns.size() == 1 ? "unknown " : "unknowns ") + ShortList(unknowns);
+}
+
+/// ", which unknowns 5, 7, 8 would hold", behind a number of motions; nothing when there are none.
+std::string HeldBy(std::vector<int> const& unknowns) {
+  return unknowns.empty() ? "" : ", which " + Named(unknowns) + " would hold";
 }
 
 /// Looks at one model and collects what it finds.
@@ -114,7 +118,7 @@ private:
       m_wrong.push_back(
           std::string(name) + " has " +
           Counted(std::ssize(range.negative), "negative diagonal entry", "negative diagonal entries") +
-          FoundAt(range.negative));
+          " at " + Named(range.negative));
     return range.zeros;
   }
 
@@ -155,7 +159,7 @@ private:
     if (m_nodes && m_k.IsSymmetric()) rigid = CountRigidMotions(k, empty, *m_nodes);
     int const pivots = static_cast<int>(nullUnknowns.size());
     int const motions = std::max(pivots, rigid.value_or(0));
-    Say("  free motions", motions == 0 ? "none" : std::to_string(motions) + FoundAt(nullUnknowns));
+    Say("  free motions", motions == 0 ? "none" : std::to_string(motions) + HeldBy(nullUnknowns));
     if (parts.sizes.size() > 1) SayMotionsOfParts(nullUnknowns, parts);
     if (rigid) {
       Say("    rigid", std::to_string(*rigid));
@@ -170,7 +174,7 @@ private:
     if (count <= 0) return;
     std::string const besides = rigid ? Format("the %d", *rigid) : Format("up to %d", rigidMotionsOfBody);
     m_wrong.push_back(Counted(count, "motion", "motions") + " without stiffness besides " + besides +
-                      " of a rigid body: mechanisms, or parts that move alone" + FoundAt(nullUnknowns));
+                      " of a rigid body: mechanisms, or parts that move alone" + HeldBy(nullUnknowns));
   }
 
   void SayMotionsOfParts(std::vector<int> const& nullUnknowns, Parts const& parts) {

@@ -85,8 +85,8 @@ private:
               " no stiffness: " + ShortList(loose);
     if (!unknowns.empty())
       text += ", " + Counted(std::ssize(unknowns), "motion", "motions") +
-              " without stiffness, of a free body or a mechanism, found at " +
-              (unknowns.size() == 1 ? "unknown " : "unknowns ") + ShortList(unknowns);
+              " without stiffness, of a free body or a mechanism, which " +
+              (unknowns.size() == 1 ? "unknown " : "unknowns ") + ShortList(unknowns) + " would hold";
     throw ToolError(ExitCode::Failure,
                     text + "; --fix FILE holds unknowns, orxmtx check looks for the cause");
   }

@@ -27,7 +27,7 @@ std::vector<int> FindEmptyUnknowns(ORXSrvSparseMatrix const& matrix);
 /// What a factorization tells of a stiffness matrix.
 struct StiffnessFacts {
   ORXSrvFactorFacts factor;
-  std::vector<int> nullUnknowns; ///< of the zero pivots, without unknowns that have no stiffness
+  std::vector<int> nullUnknowns; ///< hold the motions without stiffness; without unknowns that have none
   double condition = 0.0;        ///< 1-norm, estimated; infinite when K is singular
 };
 
