@@ -8,7 +8,6 @@
 #include <array>
 #include <cmath>
 #include <functional>
-#include <functional>
 #include <numeric>
 #include <random>
 
