@@ -26,6 +26,9 @@ MUMPS_INT Info(DMUMPS_STRUC_C const& id, int number) { return id.infog[number - 
 std::int64_t Count(MUMPS_INT info) { return info >= 0 ? info : -std::int64_t{1000000} * info; }
 
 constexpr std::int64_t megabyte = 1000000;
+/// Factors go to disk by way of a buffer, and without the thread that usually writes: when the disk is full
+/// it ends, and MUMPS waits for it forever.
+constexpr int writeInTurn = 3;
 constexpr int usualSlack = 30; ///< percent of workspace beyond the estimate, for delayed pivots
 /// A pivot below this share of the largest entry is exactly zero: rounding errors leave more.
 constexpr double nullPivot = 1e-20;
@@ -129,6 +132,7 @@ Engine::Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots) {
   for (int const messages : {1, 2, 3, 4})
     Control(id, messages) = 0; // no printing
   Control(id, 7) = 3;          // SCOTCH
+  id.keep[98] = writeInTurn;
   Control(id, 24) = zeroPivots == ZeroPivots::AreSetAside ? 1 : 0;
   id.cntl[2] = nullPivot;
   state.Lend(matrix);
@@ -174,7 +178,8 @@ std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, Eng
                         Megabytes(state.estimate.bytesOnDisk) + " with the factor on disk; the budget is " +
                         Megabytes(limits.bytes) + ".");
   Control(id, 22) = isOnDisk ? 1 : 0;
-  state.folder.reset();
+  // The engine itself deletes the files of the last factor, when it begins with the next one.
+  std::unique_ptr<ScratchFolder> const lastFolder = std::move(state.folder);
   if (isOnDisk) {
     state.folder = std::make_unique<ScratchFolder>(limits.folder);
     std::snprintf(id.ooc_tmpdir, sizeof id.ooc_tmpdir, "%s", state.folder->Path().c_str());
