@@ -30,8 +30,6 @@ constexpr std::int64_t megabyte = 1000000;
 /// it ends, and MUMPS waits for it forever.
 constexpr int writeInTurn = 3;
 constexpr int usualSlack = 30; ///< percent of workspace beyond the estimate, for delayed pivots
-/// A pivot below this share of the largest entry is exactly zero: rounding errors leave more.
-constexpr double nullPivot = 1e-20;
 
 extern "C" void dgetrf_(int const* m, int const* n, double* a, int const* lda, int* pivots, int* info);
 
@@ -134,7 +132,6 @@ Engine::Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots) {
   Control(id, 7) = 3;          // SCOTCH
   id.keep[98] = writeInTurn;
   Control(id, 24) = zeroPivots == ZeroPivots::AreSetAside ? 1 : 0;
-  id.cntl[2] = nullPivot;
   state.Lend(matrix);
   // With zeros on the diagonal MUMPS looks for pairs of unknowns that make good pivots, from the values.
   if (!matrix.HasZeroOnDiagonal()) {
@@ -161,15 +158,17 @@ Engine::~Engine() = default;
 
 EngineEstimate const& Engine::Estimate() const noexcept { return m_state->estimate; }
 
-EngineFacts Engine::Factorize(ShiftedMatrix const& matrix, EngineLimits const& limits) {
-  std::optional<EngineFacts> facts = TryFactorize(matrix, limits);
+EngineFacts Engine::Factorize(ShiftedMatrix const& matrix, EngineLimits const& limits, double zeroPivot) {
+  std::optional<EngineFacts> facts = TryFactorize(matrix, limits, zeroPivot);
   if (!facts) m_state->RaiseFailure("ORXSrvSparseFactor::Factorize", {});
   return *std::move(facts);
 }
 
-std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, EngineLimits const& limits) {
+std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, EngineLimits const& limits,
+                                                double zeroPivot) {
   State& state = *m_state;
   DMUMPS_STRUC_C& id = state.id;
+  id.cntl[2] = zeroPivot;
   bool const isOnDisk = state.estimate.bytes > limits.bytes;
   if (isOnDisk && state.estimate.bytesOnDisk > limits.bytes)
     RaiseSolveError(ORXSrvSolveError::beyondBudget,

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <limits>
 #include <numeric>
 #include <random>
 
@@ -14,7 +16,6 @@ constexpr double suspiciousShare = 1e-10;
 /// A motion whose forces are less than this share of their terms has no stiffness.
 constexpr double nullShare = 2e-15;
 constexpr int narrowest = 8; ///< vectors of the iteration at first
-constexpr int widest = 32;
 constexpr int iterations = 2;
 constexpr int mostSweeps = 30;
 
@@ -48,7 +49,7 @@ public:
 
   /// Unknowns that hold the motions that are found, not sorted.
   std::vector<int> Find() {
-    int const most = std::min(widest, m_a.Order());
+    int const most = std::min(mostNullMotions, m_a.Order());
     for (int width = std::min(narrowest, most);; width = std::min(2 * width, most)) {
       Iterate(width);
       KeepMotionsWithoutStiffness();
@@ -69,7 +70,8 @@ private:
       auto at = block.begin();
       for (Vector const& x : m_vectors)
         at = std::ranges::transform(x, m_unit, at, std::divides{}).out;
-      m_engine.Solve(block.data(), width, width);
+      auto const count = static_cast<int>(m_vectors.size());
+      m_engine.Solve(block.data(), count, std::max(count, 1));
       at = block.begin();
       for (Vector& x : m_vectors) {
         std::transform(at, at + static_cast<std::ptrdiff_t>(order), m_unit.begin(), x.begin(),
@@ -183,7 +185,7 @@ TestSolution SolveForRandomLoad(Engine& engine, ShiftedMatrix const& a) {
   std::ranges::generate(load, [&] { return distribution(generator); });
   a.ComputeResidual(load.data(), zero.data(), residual.data(), weights.data());
   std::ranges::transform(load, weights, load.begin(), std::multiplies{});
-  TestSolution test{load, true, 0.0, 0.0, 0.0};
+  TestSolution test{load, true, 0.0, 0.0, std::numeric_limits<double>::infinity()};
   Vector& x = test.x;
   engine.Solve(x.data(), 1, 1);
   test.isFinite = std::ranges::all_of(x, [](double value) { return std::isfinite(value); });

@@ -11,6 +11,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <limits>
 #include <memory>
@@ -216,6 +217,31 @@ TEST(SparseFactor, FindsEachMechanismOfManyParts) {
     factor.SolveRefined(b.Data(), x.Data(), 1);
     EXPECT_TRUE(Near(ToDense(k) * x, b, 1e-13 * std::abs(*std::ranges::max_element(b.values))));
   }
+}
+
+TEST(SparseFactor, FindsAMechanismAtEachOfManyNodes) {
+  // Nodes of a plane in a row, which resist across a direction of their own only: they are free along it.
+  int const nodes = 1500;
+  std::mt19937_64 generator(7);
+  std::uniform_real_distribution<double> angle(0, 3);
+  std::vector<std::array<double, 2>> across;
+  for (int i = 0; i < nodes; ++i) {
+    double const a = angle(generator);
+    across.push_back({std::cos(a), std::sin(a)});
+  }
+  Sparse const k = Assembled(2 * nodes, [&](auto add) {
+    for (int i = 0; i < nodes; ++i)
+      for (int j = std::max(0, i - 1); j <= std::min(i + 1, nodes - 1); ++j)
+        for (int c = 0; c < 2; ++c)
+          for (int d = 0; d < 2; ++d)
+            add(2 * i + c, 2 * j + d, (i == j ? 2.5 : -1.0) * (across[i][c] * across[j][d]));
+  });
+  ORXSrvSparseFactor factor;
+  factor.Factorize(k);
+  EXPECT_EQ(factor.Facts().zero, nodes);
+  EXPECT_EQ(factor.Facts().negative, 0);
+  EXPECT_EQ(factor.Facts().positive, nodes);
+  EXPECT_LT(factor.Facts().backwardError, 1e-14);
 }
 
 TEST(SparseFactor, KeepsFactorsOnDiskWhenTheBudgetIsSmall) {
