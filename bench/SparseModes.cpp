@@ -200,7 +200,8 @@ std::int64_t BytesIn(std::string const& folder) {
   return bytes;
 }
 
-/// A model whose factor does not fit the budget. It takes half an hour and 20 GB in the temporary folder.
+/// A model whose factor does not fit the budget. It takes a quarter of an hour and 7 GB in the temporary
+/// folder.
 void FindModesOnDisk(Report& report) {
   constexpr double gigabyte = 1e9;
   constexpr std::int64_t budget = 8000000000;

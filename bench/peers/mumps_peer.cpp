@@ -14,6 +14,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <numeric>
 #include <vector>
 
@@ -89,15 +90,9 @@ double SumOfSolution(DMUMPS_STRUC_C& id) {
   return std::accumulate(x.begin(), x.end(), 0.0);
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
-    return 2;
-  }
+void Measure(char const* folder) {
   setenv("SCOTCH_PTHREAD_NUMBER", "1", 1); // as ours, which is to order alike in every run
-  bench::RowsOfFolder const rows(argv[1]);
+  bench::RowsOfFolder const rows(folder);
   auto const before = bench::ResidentBytes();
   double const start = bench::Now();
   Triplets triplets = LowerTriangle(rows);
@@ -109,4 +104,20 @@ int main(int argc, char** argv) {
   int const entries = id.infog[28]; // INFOG(29), in millions with a minus sign
   std::printf("factorization %.9f\npeak_growth %lld\nfactor %.0f\nchecksum %.17g\n", seconds,
               static_cast<long long>(growth), entries < 0 ? -1e6 * entries : entries, SumOfSolution(id));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
+    return 2;
+  }
+  try {
+    Measure(argv[1]);
+    return 0;
+  } catch (std::exception const& e) {
+    std::fprintf(stderr, "mumps_peer: %s\n", e.what());
+    return 1;
+  }
 }
