@@ -1,12 +1,16 @@
 #include "ToolSupport.h"
 
 #include "mtx/ORXSrvProgress.h"
+#include "tools/formats/OutputFile.h"
 #include "tools/numerics/SearchProgress.h"
+#include "tools/terminal/Interruption.h"
 #include "tools/terminal/Memory.h"
 #include "tools/terminal/Progress.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -107,6 +111,22 @@ TEST(Memory, RefusesShapesWhoseTablesDoNotFit) {
   TemporaryFolder const folder;
   for (std::string const& text : {General("2147483647 1 0\n"), std::string("0,2147483640,1\n")})
     EXPECT_NE(RunTool("info " + folder.Write("a", text)).exitCode, 0) << text;
+}
+
+TEST(InterruptionDeathTest, LeavesNothingBehind) {
+  TemporaryFolder const folder;
+  auto const interrupt = [&] {
+    setenv("TMPDIR", folder.Path("").c_str(), 1);
+    orx::tool::WorkFolder const work;
+    std::filesystem::create_directory(work.Path() + "/inner");
+    for (int i = 0; i < 300; ++i)
+      std::ofstream(work.Path() + "/inner/a file of the factor " + std::to_string(i)) << "x";
+    orx::tool::ReplacedFile const first(folder.Path("u.txt")), second(folder.Path("r.txt"));
+    if (folder.Files().size() != 3) std::_Exit(1);
+    std::raise(SIGINT);
+  };
+  EXPECT_EXIT(interrupt(), testing::KilledBySignal(SIGINT), "");
+  EXPECT_TRUE(folder.Files().empty());
 }
 
 } // namespace

@@ -20,29 +20,6 @@ namespace {
 
 bool isReaderGone = false;
 
-/// The path that a signal handler unlinks; empty when there is none. An array, because the handler may run at
-/// any time.
-std::array<char, 4096> unfinished{};
-
-extern "C" void RemoveUnfinished(int signal) {
-  if (unfinished[0] != '\0') unlink(unfinished.data());
-  std::signal(signal, SIG_DFL);
-  std::raise(signal);
-}
-
-/// A signal that the caller has ignored, as nohup does, stays ignored.
-void RemoveWhenInterrupted(std::string const& path) {
-  unfinished[0] = '\0';
-  if (path.empty() || path.size() >= unfinished.size()) return;
-  std::copy(path.begin() + 1, path.end() + 1, unfinished.begin() + 1);
-  unfinished[0] = path[0]; // last, so that the handler never sees half a path
-  for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
-    struct sigaction present {};
-    if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
-      std::signal(signal, RemoveUnfinished);
-  }
-}
-
 } // namespace
 
 OutputFile::OutputFile(std::string const& path) : m_path(path), m_file(std::fopen(path.c_str(), "w")) {
@@ -101,7 +78,7 @@ ReplacedFile::ReplacedFile(std::string const& target) : m_name(target), m_target
     int const file = mkostemp(m_path.data(), O_CLOEXEC);
     if (file < 0) Fail("cannot make a temporary file for");
     close(file);
-    RemoveWhenInterrupted(m_path);
+    m_removal.Remember(m_path);
   }
 }
 
@@ -111,12 +88,11 @@ void ReplacedFile::CreateBeside() {
   if (file < 0) Fail("cannot write");
   close(file);
   m_path = path;
-  RemoveWhenInterrupted(path);
+  m_removal.Remember(path);
 }
 
 ReplacedFile::~ReplacedFile() {
   if (!m_path.empty()) unlink(m_path.c_str());
-  RemoveWhenInterrupted("");
 }
 
 void ReplacedFile::Rethrow() const {

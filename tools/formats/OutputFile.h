@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/formats/UnnamedFile.h"
+#include "tools/terminal/Interruption.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -81,6 +82,7 @@ private:
   std::string m_target;                ///< behind symbolic links
   std::string m_path;                  ///< empty once it has been renamed
   std::optional<UnnamedFile> m_stream; ///< for a target that cannot be replaced
+  RemovedWhenInterrupted m_removal;    ///< of m_path
 };
 
 } // namespace orx::tool

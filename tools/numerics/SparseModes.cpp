@@ -7,6 +7,7 @@
 #include "tools/numerics/FactorText.h"
 #include "tools/numerics/SearchProgress.h"
 #include "tools/numerics/SymmetricForm.h"
+#include "tools/terminal/Interruption.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
@@ -66,6 +67,7 @@ ModalSolution Describe(ORXSrvModes const& modes, int order, ModeChoice const& ch
 
 ModalSolution SolveSparse(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
                           ModeChoice const& choice, double stiffnessError) {
+  WorkFolder const folder;
   std::vector<int> held;
   ORXSrvProgress::Report(SearchProgress::start, 1, 1);
   for (;;) {
@@ -73,6 +75,7 @@ ModalSolution SolveSparse(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatri
     ORXSrvSparseMatrix const k = Reduced(stiffness, free), m = Reduced(mass, free);
     try {
       ORXSrvModes modes(k, m);
+      modes.SetFolder(folder.Path().c_str());
       Find(modes, choice);
       ModalSolution solution = Describe(modes, free.Count(), choice, stiffnessError);
       for (Mode& mode : solution.modes)

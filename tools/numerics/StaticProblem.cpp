@@ -1,6 +1,7 @@
 #include "tools/numerics/StaticProblem.h"
 
 #include "tools/numerics/SymmetricForm.h"
+#include "tools/terminal/Interruption.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
@@ -51,7 +52,9 @@ public:
 
 private:
   void SolveFree(std::function<void(int, ORXSrvFactorEstimate const&)> const& explain) {
+    WorkFolder const folder;
     ORXSrvSparseFactor factor;
+    factor.SetFolder(folder.Path().c_str());
     Factorize(factor, explain);
     Columns const loads = LoadsOnFree();
     Columns free(loads.rows, loads.count);

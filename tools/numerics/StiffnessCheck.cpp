@@ -1,6 +1,7 @@
 #include "tools/numerics/StiffnessCheck.h"
 
 #include "tools/numerics/SymmetricForm.h"
+#include "tools/terminal/Interruption.h"
 
 #include <algorithm>
 #include <cmath>
@@ -37,7 +38,9 @@ std::vector<int> FindEmptyUnknowns(ORXSrvSparseMatrix const& matrix) {
 
 StiffnessFacts FactorizeStiffness(ORXSrvSparseMatrix const& stiffness, std::vector<int> const& empty,
                                   std::int64_t memory) {
+  WorkFolder const folder;
   ORXSrvSparseFactor factor;
+  factor.SetFolder(folder.Path().c_str());
   if (memory > 0) factor.SetMemory(memory);
   factor.Factorize(stiffness);
   StiffnessFacts facts;
