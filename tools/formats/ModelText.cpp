@@ -50,6 +50,7 @@ std::vector<HeldUnknown> ReadHeldUnknowns(InputFile const& file, int order) {
     });
   });
   std::vector<HeldUnknown> list;
+  list.reserve(held.size());
   for (auto const& [unknown, value] : held)
     list.push_back({unknown, value});
   return list;

@@ -1,6 +1,7 @@
 #include "tools/formats/ResultFile.h"
 
 #include "tools/formats/MatrixExport.h"
+#include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
 #include <filesystem>
@@ -14,8 +15,8 @@ FileKind KindOfResult(std::string const& option, std::string const& path) {
   std::string const extension = std::filesystem::path(path).extension().string();
   for (FileKind const kind : {FileKind::Triplets, FileKind::Commas, FileKind::MatrixMarket, FileKind::Dense})
     if (extension == Describe(kind).extension) return kind;
-  throw ToolError(ExitCode::WrongUsage,
-                  option + " '" + path + "': expected the extension .txt, .csv, .mtx or .bin");
+  throw ToolError(ExitCode::WrongUsage, Format("%s '%s': expected the extension .txt, .csv, .mtx or .bin",
+                                               option.c_str(), path.c_str()));
 }
 
 std::string const& RequireNoInput(std::string const& option, std::string const& path,
@@ -23,8 +24,8 @@ std::string const& RequireNoInput(std::string const& option, std::string const& 
   std::error_code ignored;
   for (std::string const& input : inputs)
     if (std::filesystem::equivalent(path, input, ignored))
-      throw ToolError(ExitCode::WrongUsage,
-                      option + " names the input file '" + input + "'; expected another file");
+      throw ToolError(ExitCode::WrongUsage, Format("%s names the input file '%s'; expected another file",
+                                                   option.c_str(), input.c_str()));
   return path;
 }
 

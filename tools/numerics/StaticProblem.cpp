@@ -12,9 +12,8 @@ namespace orx::tool {
 namespace {
 
 std::vector<int> UnknownsOf(std::vector<HeldUnknown> const& held) {
-  std::vector<int> unknowns;
-  for (HeldUnknown const& h : held)
-    unknowns.push_back(h.unknown);
+  std::vector<int> unknowns(held.size());
+  std::ranges::transform(held, unknowns.begin(), &HeldUnknown::unknown);
   return unknowns;
 }
 
