@@ -193,7 +193,8 @@ std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, Eng
   }
   constexpr int singular = -10;
   if (Info(id, 1) == singular) return {};
-  if (state.HasFailed()) state.RaiseFailure("ORXSrvSparseFactor::Factorize", limits.folder);
+  if (state.HasFailed())
+    state.RaiseFailure("ORXSrvSparseFactor::Factorize", state.folder ? state.folder->Path() : "");
   EngineFacts facts{Count(Info(id, 29)), Info(id, 22) * megabyte, isOnDisk, Info(id, 12), Info(id, 13), {}};
   for (int k = 0; k < Info(id, 28); ++k)
     facts.nullUnknowns.push_back(id.pivnul_list[k] - 1);
