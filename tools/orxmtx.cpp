@@ -234,8 +234,10 @@ void AddSolve(CLI::App& app, orx::tool::SolveOptions& options) {
       ->required()
       ->type_name("FILE");
   solve
-      ->add_option("OUT", options.outPath,
-                   "write the displacements to this .txt, .csv, .mtx or .bin file; else they are printed")
+      ->add_option(
+          "OUT", options.outPath,
+          "write the displacements to this .txt, .csv, .mtx or .bin file, or .sim or .h5 database; else they "
+          "are printed")
       ->type_name("FILE")
       ->check(EmptyNameFault);
   solve

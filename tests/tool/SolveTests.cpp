@@ -101,6 +101,10 @@ TEST(Solve, TakesLoadsOfEveryKindAndWritesFilesOfEveryKind) {
     }
   }
   Model const model(FreeChain(3), "3 1 6\n", "1");
+  RunResult const database = model.SolveHeld(model.folder.Path("u.sim"));
+  EXPECT_EQ(database.exitCode, 0) << database.err;
+  RunResult const content = RunTool("db " + model.folder.Path("u.sim"));
+  EXPECT_CONTAINS(content.out, "displacements");
   RunResult const piped = RunTool("solve - " + model.folder.Path("f") + " - --fix " +
                                   model.folder.Path("fix") + " < " + model.folder.Path("k"));
   EXPECT_EQ(piped.exitCode, 0);
@@ -156,7 +160,7 @@ TEST(Solve, RefusesWhatItCannotUseAndLeavesNothingBehind) {
       {General("2 2 2\n1 1 1\n2 1 1\n"), unit, "1", "", 1, "the file says that it holds both triangles"},
       {General("2 3 1\n1 1 1\n"), unit, "1", "", 1,
        "the file says that the matrix is 2 x 3; expected a square"},
-      {chain, unit, "1", "u.sim", 2, "OUT 'u.sim': expected the extension .txt, .csv, .mtx or .bin"},
+      {chain, unit, "1", "u.unf", 2, "OUT 'u.unf': expected the extension .txt, .csv, .mtx or .bin"},
       {chain, unit, "1", "/nowhere/u.txt", 3, "cannot write '/nowhere/u.txt'"},
       {chain, unit, "1", "- --reactions -", 2, "OUT and --reactions are both '-'; expected two files"},
   };

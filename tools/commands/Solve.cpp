@@ -181,11 +181,11 @@ public:
     if (!m_displacements) print(DisplacementsText(s.displacements));
     if (!m_reactions && !problem.held.empty()) print(ReactionsText(problem.held, s.reactions));
     if (m_displacements) {
-      m_displacements->Write(MatrixOf(s.displacements));
+      m_displacements->Write("displacements", MatrixOf(s.displacements));
       print(Note("displacements: " + m_options.outPath + ", unknowns by loads"));
     }
     if (!m_reactions) return;
-    m_reactions->Write(MatrixOf(problem.held, s.reactions, problem.loads.rows));
+    m_reactions->Write("reactions", MatrixOf(problem.held, s.reactions, problem.loads.rows));
     print(Note("reactions: " + m_options.reactionsPath + ", unknowns by loads"));
   }
 

@@ -1,22 +1,30 @@
 #include "tools/formats/ResultFile.h"
 
+#include "tools/formats/ColumnsDatabase.h"
 #include "tools/formats/MatrixExport.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <system_error>
+#include <vector>
 
 namespace orx::tool {
 namespace {
 
-FileKind KindOfResult(std::string const& option, std::string const& path) {
+/// Empty for a database.
+std::optional<FileKind> KindOfResult(std::string const& option, std::string const& path) {
+  if (IsDatabase(path)) return {};
   if (path == "-") return FileKind::Triplets;
   std::string const extension = std::filesystem::path(path).extension().string();
   for (FileKind const kind : {FileKind::Triplets, FileKind::Commas, FileKind::MatrixMarket, FileKind::Dense})
     if (extension == Describe(kind).extension) return kind;
-  throw ToolError(ExitCode::WrongUsage, Format("%s '%s': expected the extension .txt, .csv, .mtx or .bin",
-                                               option.c_str(), path.c_str()));
+  throw ToolError(ExitCode::WrongUsage,
+                  Format("%s '%s': expected the extension .txt, .csv, .mtx or .bin, or .sim or .h5 for a "
+                         "database",
+                         option.c_str(), path.c_str()));
 }
 
 std::string const& RequireNoInput(std::string const& option, std::string const& path,
@@ -29,20 +37,37 @@ std::string const& RequireNoInput(std::string const& option, std::string const& 
   return path;
 }
 
+void WriteDatabase(std::string const& path, char const* type, ORXSrvSparseMatrix const& columns) {
+  std::unique_ptr<ORXSrvSparseMatrix const> const byColumns(columns.Transpose());
+  CompressedRowsView const view = byColumns->View();
+  std::vector<double> column(static_cast<std::size_t>(columns.NumberOfRows()));
+  ColumnsDatabase database(path, columns.NumberOfRows(), columns.NumberOfColumns());
+  database.AddBlockMatrix(type, [&](int j) {
+    std::ranges::fill(column, 0.0);
+    for (std::int32_t k = view.rowPointers[j]; k < view.rowPointers[j + 1]; ++k)
+      column[view.columnIndices[k]] = view.values[k];
+    return column.data();
+  });
+  database.Commit();
+}
+
 } // namespace
 
 ResultFile::ResultFile(std::string const& option, std::string const& path,
                        std::span<std::string const> inputs)
     : m_kind(KindOfResult(option, path)), m_file(RequireNoInput(option, path, inputs)) {}
 
-void ResultFile::Write(ORXSrvSparseMatrix const& columns) {
-  WriteOptions options;
-  std::int64_t const positions = std::int64_t{columns.NumberOfRows()} * columns.NumberOfColumns();
-  bool const isFull = columns.NumberOfNonzeros() == positions;
-  options.kind = m_kind == FileKind::MatrixMarket && isFull ? FileKind::MatrixMarketArray : m_kind;
-  options.isLargeAllowed = true;
-  options.digits = 17;
-  m_file.WriteWith([&](std::string const& path) { SaveMatrix(path, columns, options); });
+void ResultFile::Write(char const* what, ORXSrvSparseMatrix const& columns) {
+  m_file.WriteWith([&](std::string const& path) {
+    if (!m_kind) return WriteDatabase(path, what, columns);
+    WriteOptions options;
+    std::int64_t const positions = std::int64_t{columns.NumberOfRows()} * columns.NumberOfColumns();
+    bool const isFull = columns.NumberOfNonzeros() == positions;
+    options.kind = m_kind == FileKind::MatrixMarket && isFull ? FileKind::MatrixMarketArray : *m_kind;
+    options.isLargeAllowed = true;
+    options.digits = 17;
+    SaveMatrix(path, columns, options);
+  });
   m_file.ReplaceTarget();
 }
 

@@ -17,8 +17,8 @@ std::string EstimateText(char const* matrix, int order, ORXSrvFactorEstimate con
 }
 
 std::string FactorText(ORXSrvFactorFacts const& facts) {
-  return Format("%s, %lld entries, %.0f MB of memory%s", facts.isSymmetric ? "L D L^T" : "L U",
-                static_cast<long long>(facts.entries), Megabytes(facts.bytes),
+  return Format("%s, %s, %.0f MB of memory%s", facts.isSymmetric ? "L D L^T" : "L U",
+                Counted(facts.entries, "entry", "entries").c_str(), Megabytes(facts.bytes),
                 facts.isOnDisk ? ", the factor on disk" : "");
 }
 
