@@ -203,8 +203,12 @@ void ORXSrvModes::GetShapes(ORXSrvMatrix& shapes) const {
 
 void ORXSrvModes::GetShapes(ORXSrvDenseMatrix& shapes) const {
   m_state->RequireShape(shapes, true);
-  if (shapes.NumberOfColumns() == 0) return;
-  ORXSrvMatrix all(shapes.NumberOfRows(), shapes.NumberOfColumns());
-  GetShapes(all);
-  shapes.SetColumns(0, shapes.NumberOfColumns() - 1, all);
+  int const width = std::max(1, shapes.MaxNumberOfColumnsInBlock());
+  for (int first = 0; first < shapes.NumberOfColumns(); first += width) {
+    ORXSrvMatrix columns(shapes.NumberOfRows(), std::min(width, shapes.NumberOfColumns() - first));
+    for (int k = 0; k < columns.NumberOfColumns(); ++k)
+      std::copy_n(Shape(first + k), columns.NumberOfRows(),
+                  columns.Values() + std::int64_t{k} * columns.NumberOfRows());
+    shapes.SetColumns(first, first + columns.NumberOfColumns() - 1, columns);
+  }
 }

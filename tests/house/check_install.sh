@@ -20,6 +20,8 @@ block() { # block LANGUAGE [N]: the README's N-th code block of a language
   awk -v start="\`\`\`$1" -v wanted="${2:-1}" '/^```/ { inside = $0 == start && ++n == wanted; next } inside' "$readme"
 }
 block cpp >"$work/readme.cpp"
+block cpp 2 >"$work/readme_solve.cpp"
+block cpp 3 >"$work/readme_database.cpp"
 block fortran >"$work/readme.f90"
 
 c_output='19 43 22 50'
@@ -30,12 +32,13 @@ fortran_output=' 10.0 14.0 14.0 20.0
 20
 The matrix container has no matrix 6.'
 
-cmake -S "$consumers" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/installed" >"$work/log" 2>&1 &&
+cmake -S "$consumers" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/installed" \
+  -DSOLVE_EXAMPLE="$work/readme_solve.cpp" >"$work/log" 2>&1 &&
   cmake --build "$work/cmake" >>"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
 expect 'C, find_package' "$c_output" "$work/cmake/consumer_c"
 expect 'C++, find_package' "$cpp_output" "$work/cmake/consumer_cpp"
 expect 'Fortran, find_package' "$fortran_output" "$work/cmake/consumer_f90"
-expect 'modes, find_package' $'1.000000\n3.000000\ncertified' "$work/cmake/consumer_solve"
+expect 'README, sparse, find_package' "$(block text 2)" "$work/cmake/consumer_solve"
 
 pc=$(find "$work/installed" -name orx_linear_algebra.pc)
 export PKG_CONFIG_PATH=${pc%/*}
@@ -51,11 +54,12 @@ pkg_config_build gfortran -J"$work" "$module" "$consumers/consumer.f90"
 expect 'Fortran, pkg-config' "$fortran_output" "$work/program"
 pkg_config_build g++ -std=c++20 "$work/readme.cpp"
 expect 'README, C++' "$(block text 1)" "$work/program"
-block cpp 2 >"$work/readme2.cpp"
-pkg_config_build g++ -std=c++20 "$work/readme2.cpp"
-(cd "$work" && expect 'README, database' "$(block text 2)" ./program)
+pkg_config_build g++ -std=c++20 "$work/readme_solve.cpp" -lorx_solve
+expect 'README, sparse' "$(block text 2)" "$work/program"
+pkg_config_build g++ -std=c++20 "$work/readme_database.cpp"
+(cd "$work" && expect 'README, database' "$(block text 3)" ./program)
 pkg_config_build gfortran -J"$work" "$module" "$work/readme.f90"
-expect 'README, Fortran' "$(block text 3)" "$work/program"
+expect 'README, Fortran' "$(block text 4)" "$work/program"
 expect 'installed orxmtx' 'orxmtx 0.1.0' "$work/installed/bin/orxmtx" --version
 
 for notice in 'OpenBLAS BSD' 'LAPACK Tennessee' 'BLIS BSD' 'MUMPS CeCILL-C' 'SCOTCH CeCILL-C' 'CLI11 BSD'; do
