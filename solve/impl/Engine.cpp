@@ -29,6 +29,8 @@ constexpr std::int64_t megabyte = 1000000;
 /// Factors go to disk by way of a buffer, and without the thread that usually writes: when the disk is full
 /// it ends, and MUMPS waits for it forever.
 constexpr int writeInTurn = 3;
+/// A pivot below this share of the largest entry is exactly zero: rounding errors leave more.
+constexpr double exactZero = 1e-20;
 constexpr int usualSlack = 30; ///< percent of workspace beyond the estimate, for delayed pivots
 
 extern "C" void dgetrf_(int const* m, int const* n, double* a, int const* lda, int* pivots, int* info);
@@ -121,7 +123,7 @@ void Engine::State::RaiseFailure(char const* what, std::string const& where) {
                                                       ".");
 }
 
-Engine::Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots) {
+Engine::Engine(ShiftedMatrix const& matrix) {
   RequireBlasMemory();
   m_state = std::make_unique<State>(matrix.IsSymmetric());
   State& state = *m_state;
@@ -131,7 +133,6 @@ Engine::Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots) {
     Control(id, messages) = 0; // no printing
   Control(id, 7) = 3;          // SCOTCH
   id.keep[98] = writeInTurn;
-  Control(id, 24) = zeroPivots == ZeroPivots::AreSetAside ? 1 : 0;
   state.Lend(matrix);
   // With zeros on the diagonal MUMPS looks for pairs of unknowns that make good pivots, from the values.
   if (!matrix.HasZeroOnDiagonal()) {
@@ -160,6 +161,7 @@ EngineEstimate const& Engine::Estimate() const noexcept { return m_state->estima
 
 EngineFacts Engine::Factorize(ShiftedMatrix const& matrix, EngineLimits const& limits, double zeroPivot) {
   std::optional<EngineFacts> facts = TryFactorize(matrix, limits, zeroPivot);
+  if (!facts) facts = TryFactorize(matrix, limits, exactZero);
   if (!facts) m_state->RaiseFailure("ORXSrvSparseFactor::Factorize", {});
   return *std::move(facts);
 }
@@ -168,6 +170,7 @@ std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, Eng
                                                 double zeroPivot) {
   State& state = *m_state;
   DMUMPS_STRUC_C& id = state.id;
+  Control(id, 24) = zeroPivot > 0.0 ? 1 : 0; // without, elimination is faster
   id.cntl[2] = zeroPivot;
   bool const isOnDisk = state.estimate.bytes > limits.bytes;
   if (isOnDisk && state.estimate.bytesOnDisk > limits.bytes)

@@ -25,31 +25,27 @@ struct EngineFacts {
   std::int64_t entries, bytes;
   bool isOnDisk;
   int negative, delayed;
-  std::vector<int> nullUnknowns; ///< of the pivots taken for zero, zero-based, ascending
+  std::vector<int> nullUnknowns; ///< of the pivots set aside, zero-based, ascending
 };
 
 /// The direct solver for one pattern. The only place that knows MUMPS. Errors are ORXSrvSolveError and
 /// mem_OutOfMemory.
 class Engine {
 public:
-  enum class ZeroPivots { AreSetAside, AreErrors };
-  /// A pivot below this share is zero: rounding errors leave more.
-  static constexpr double exactZero = 1e-20;
-
   /// Orders the unknowns of `matrix`, which is lent for the call.
-  Engine(ShiftedMatrix const& matrix, ZeroPivots zeroPivots);
+  explicit Engine(ShiftedMatrix const& matrix);
   Engine(Engine const&) = delete;
   Engine& operator=(Engine const&) = delete;
   ~Engine();
 
   EngineEstimate const& Estimate() const noexcept;
-  /// Factorizes `matrix`, which has the pattern of the analysed one and is lent for the call. Pivots below
-  /// `zeroPivot` times the largest entry, scaled, are taken for zero.
-  EngineFacts Factorize(ShiftedMatrix const& matrix, EngineLimits const& limits,
-                        double zeroPivot = exactZero);
-  /// Does the same, but returns nothing for a matrix that has a pivot of exactly zero.
+  /// Factorizes `matrix`, which has the pattern of the analysed one and is lent for the call. Sets pivots
+  /// aside that are exactly zero, or smaller than `zeroPivot` times the largest entry, scaled, unless that is
+  /// zero.
+  EngineFacts Factorize(ShiftedMatrix const& matrix, EngineLimits const& limits, double zeroPivot = 0.0);
+  /// Does the same, but with a `zeroPivot` of zero returns nothing for a matrix with a pivot of exactly zero.
   std::optional<EngineFacts> TryFactorize(ShiftedMatrix const& matrix, EngineLimits const& limits,
-                                          double zeroPivot = exactZero);
+                                          double zeroPivot = 0.0);
   /// Replaces `count` right-hand sides by the solutions, `group` of them at a time. Components of null
   /// unknowns are zero. Solves with the transposed matrix when asked to.
   void Solve(double* x, int count, int group, bool transposed = false);

@@ -94,7 +94,7 @@ struct ORXSrvSparseFactor::State {
     if (!isKnown) engine.reset();
     matrix = std::move(next);
     if (isKnown) return;
-    engine.emplace(matrix, Engine::ZeroPivots::AreSetAside);
+    engine.emplace(matrix);
     EngineEstimate const& e = engine->Estimate();
     estimate = {e.entries, e.bytes, e.bytesOnDisk, e.operations};
     ORXSrvProgress::Report("ORXSrvSparseFactor::Analyse", 1, 2);
@@ -123,7 +123,7 @@ struct ORXSrvSparseFactor::State {
     std::vector<double> const largest = matrix.LargestInRows();
     for (int i = 0; i < matrix.Order(); ++i)
       if (largest[static_cast<std::size_t>(i)] == 0.0) unknowns.push_back(i);
-    double zeroPivot = Engine::exactZero;
+    double zeroPivot = 0.0;
     for (;;) {
       ShiftedMatrix held;
       if (!unknowns.empty()) (held = matrix).Hold(unknowns);
@@ -138,7 +138,7 @@ struct ORXSrvSparseFactor::State {
       }
       if (more.empty()) return found;
       // Very many motions, such as one at each node, would take long one by one: then pivots tell them.
-      zeroPivot = more.size() == mostNullMotions ? doubtfulPivot : Engine::exactZero;
+      zeroPivot = more.size() == mostNullMotions ? doubtfulPivot : 0.0;
       unknowns.insert(unknowns.end(), more.begin(), more.end());
       std::ranges::sort(unknowns);
     }

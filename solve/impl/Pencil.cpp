@@ -235,7 +235,7 @@ ShiftFacts Pencil::Factorize(double shift, Side side, EngineLimits const& limits
     double distance = step * (1 << (2 * move));
     m_shifted = ShiftedMatrix(k, shift, &m, true);
     if (!m_engine) {
-      m_engine.emplace(m_shifted, Engine::ZeroPivots::AreErrors);
+      m_engine.emplace(m_shifted);
       ORXSrvProgress::Report("ORXSrvModes, analysis", 1, 2);
     }
     std::optional<EngineFacts> const engineFacts = m_engine->TryFactorize(m_shifted, limits);
@@ -255,7 +255,7 @@ void Pencil::RaiseSingular(double shift, EngineLimits const& limits) const {
   double const mass = std::abs(m_m.LargestEntry().value);
   double const balanced = mass > 0.0 ? -std::abs(m_k.LargestEntry().value) / mass : 0.0;
   ShiftedMatrix const matrix(k, balanced, &m, true);
-  Engine engine(matrix, Engine::ZeroPivots::AreSetAside);
+  Engine engine(matrix);
   std::vector<int> unknowns = engine.Factorize(matrix, limits).nullUnknowns;
   if (unknowns.empty()) unknowns = orx::TestFactor(engine, matrix).nullUnknowns;
   if (!unknowns.empty()) RaiseNullMotion(std::ranges::min(unknowns));
