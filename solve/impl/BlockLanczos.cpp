@@ -3,6 +3,7 @@
 #include "blac/BLAC.h"
 #include "mtx/ORXSrvMatrix.h"
 #include "solve/impl/SolveErrors.h"
+#include "solve/impl/Vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -43,11 +44,6 @@ constexpr int panelWidth = 32;
 void Multiply(char const* transA, int m, int n, int k, double alpha, double const* a, int lda,
               double const* b, int ldb, double beta, double* c, int ldc) {
   if (m > 0 && n > 0) BLAC_DGEMM(transA, "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
-}
-
-double Dot(int count, double const* x, double const* y) {
-  int const one = 1;
-  return BLAC_DDOT(&count, x, &one, y, &one);
 }
 
 /// All eigenvalues, ascending, of a symmetric matrix of order n without gaps, of which the upper triangle is
@@ -232,8 +228,7 @@ int BlockLanczos::AddRandomDirections(int first, int count) {
   // The columns that are there count as part of Q meanwhile.
   int const size = m_size;
   m_size += first;
-  std::uniform_real_distribution<double> distribution(-1.0, 1.0);
-  std::generate_n(Column(m_size), std::int64_t{m_order} * count, [&] { return distribution(m_generator); });
+  FillRandomly({Column(m_size), static_cast<std::size_t>(m_order) * count}, m_generator);
   Apply(Column(m_size), count);
   std::vector<double> ignored;
   int added = Orthonormalize(count, ignored);
@@ -243,9 +238,8 @@ int BlockLanczos::AddRandomDirections(int first, int count) {
     m_pencil.MultiplyByMass(Column(m_size), added, m_massTimes.get());
     double longest = 0.0;
     for (std::int64_t v = 0; v < added; ++v)
-      longest = std::max(longest, std::inner_product(Column(m_size + static_cast<int>(v)),
-                                                     Column(m_size + static_cast<int>(v)) + m_order,
-                                                     m_massTimes.get() + v * m_order, 0.0));
+      longest = std::max(longest,
+                         Dot(m_order, Column(m_size + static_cast<int>(v)), m_massTimes.get() + v * m_order));
     added = longest > 1e-16 ? Orthonormalize(added, ignored) : 0;
   }
   if (added > 0) {
@@ -331,7 +325,7 @@ void BlockLanczos::FindRitzValues() {
     std::copy_n(s, size, m_ritzVectors.data() + k * size);
     Multiply("N", m_next, 1, m_last, 1.0, m_r.data(), std::max(m_next, 1), s + (m_size - m_last), m_last, 0.0,
              rest.data(), std::max(m_next, 1));
-    double const residual = std::sqrt(std::inner_product(rest.begin(), rest.end(), rest.begin(), 0.0));
+    double const residual = std::sqrt(Dot(rest, rest));
     double const theta = thetas[order[k]];
     m_values.push_back({theta, residual, residual <= tolerance * std::abs(theta)});
   }

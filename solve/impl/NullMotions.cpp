@@ -1,10 +1,11 @@
 #include "solve/impl/NullMotions.h"
 
+#include "solve/impl/Vectors.h"
+
 #include <algorithm>
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <numeric>
 #include <random>
 
 namespace orx {
@@ -20,10 +21,6 @@ constexpr int iterations = 2;
 constexpr int mostSweeps = 30;
 
 using Vector = std::vector<double>;
-
-double Dot(Vector const& x, Vector const& y) {
-  return std::inner_product(x.begin(), x.end(), y.begin(), 0.0);
-}
 
 /// Scales of unknowns and rows that make the largest entry of each row about 1.
 Vector UnitsOf(ShiftedMatrix const& a) {
@@ -61,10 +58,9 @@ private:
   void Iterate(int width) {
     std::size_t const order = m_unit.size();
     std::mt19937_64 generator(2);
-    std::uniform_real_distribution<double> distribution(-1.0, 1.0);
     m_vectors.assign(static_cast<std::size_t>(width), Vector(order));
     for (Vector& x : m_vectors)
-      std::ranges::generate(x, [&] { return distribution(generator); });
+      FillRandomly(x, generator);
     Vector block(order * m_vectors.size());
     for (int step = 0; step < iterations; ++step) {
       auto at = block.begin();
@@ -181,8 +177,7 @@ TestSolution SolveForRandomLoad(Engine& engine, ShiftedMatrix const& a) {
   Vector const zero(order, 0.0);
   Vector load(order), residual(order), weights(order);
   std::mt19937_64 generator(1);
-  std::uniform_real_distribution<double> distribution(-1.0, 1.0);
-  std::ranges::generate(load, [&] { return distribution(generator); });
+  FillRandomly(load, generator);
   a.ComputeResidual(load.data(), zero.data(), residual.data(), weights.data());
   std::ranges::transform(load, weights, load.begin(), std::multiplies{});
   TestSolution test{load, true, 0.0, 0.0, std::numeric_limits<double>::infinity()};

@@ -3,12 +3,12 @@
 #include "mtx/ORXSrvProgress.h"
 #include "solve/impl/NullMotions.h"
 #include "solve/impl/SolveErrors.h"
+#include "solve/impl/Vectors.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <functional>
-#include <numeric>
 #include <random>
 
 namespace orx {
@@ -24,7 +24,9 @@ constexpr double shiftStep = 1e-7;
 constexpr int mostMoves = 6;
 /// Of M with a diagonal of 1: what its rounding errors amount to.
 constexpr double roundoffOfMass = 1e-8;
-/// M_ij^2 is above M_ii M_jj by no more than this share where both are the same but for rounding.
+/// Entries of M below this share of the largest one may be what rounding has left of zero.
+constexpr double noiseOfMass = 1e-15;
+/// |M_ij| is above the root of M_ii M_jj by no more than this share where both are the same but for rounding.
 constexpr double shareOfMinor = 1e-7;
 constexpr int stepsOnMass = 30;
 
@@ -81,16 +83,12 @@ bool HasNegativeRitzValue(ORXSrvSparseMatrix const& m, std::vector<double> scale
   auto const scaled = [&](std::vector<double>& x) {
     std::ranges::transform(x, scale, x.begin(), std::multiplies{});
   };
-  auto const dot = [](std::vector<double> const& x, std::vector<double> const& y) {
-    return std::inner_product(x.begin(), x.end(), y.begin(), 0.0);
-  };
   std::vector<double> x(scale.size()), before(x.size(), 0.0), y(x.size()), product(x.size());
   std::mt19937_64 generator(1);
-  std::uniform_real_distribution<double> distribution(-1.0, 1.0);
-  std::ranges::generate(x, [&] { return distribution(generator); });
+  FillRandomly(x, generator);
   double beta = 0.0, pivot = 1.0;
   for (int step = 0; step < stepsOnMass; ++step) {
-    double const length = std::sqrt(dot(x, x));
+    double const length = std::sqrt(Dot(x, x));
     if (!(length > roundoffOfMass)) return false;
     beta = step > 0 ? length : 0.0;
     for (double& value : x)
@@ -99,7 +97,7 @@ bool HasNegativeRitzValue(ORXSrvSparseMatrix const& m, std::vector<double> scale
     scaled(y);
     Multiply(m, y.data(), 1, product.data());
     scaled(product);
-    double const alpha = dot(x, product);
+    double const alpha = Dot(x, product);
     pivot = alpha + roundoffOfMass - beta * beta / pivot;
     if (pivot < 0.0) return true;
     for (std::size_t i = 0; i < x.size(); ++i)
@@ -124,20 +122,23 @@ Pencil::Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : m_k(k
 }
 
 void Pencil::RequireMass() const {
-  std::vector<double> const diagonal = Diagonal(m_m);
+  std::vector<double> diagonal = Diagonal(m_m);
+  double const noise = noiseOfMass * std::abs(m_m.LargestEntry().value);
   for (std::size_t i = 0; i < diagonal.size(); ++i)
-    if (diagonal[i] < 0.0)
+    if (diagonal[i] < -noise)
       RaiseSolveError(ORXSrvSolveError::indefiniteMass,
                       "ORXSrvModes: M has " + NumberText(diagonal[i]) + " on the diagonal at unknown " +
                           std::to_string(i + 1) + " (counted from 1); expected no negative mass.");
+  for (double& mass : diagonal)
+    mass = mass > noise ? mass : 0.0;
   ForEachEntry(m_m.View(), [&](int i, int j, double value) {
-    double const limit = diagonal[static_cast<std::size_t>(i)] * diagonal[static_cast<std::size_t>(j)];
-    if (value * value > limit * (1 + shareOfMinor))
+    double const limit =
+        std::sqrt(diagonal[static_cast<std::size_t>(i)]) * std::sqrt(diagonal[static_cast<std::size_t>(j)]);
+    if (i != j && std::abs(value) > limit * (1 + shareOfMinor) + noise)
       RaiseSolveError(ORXSrvSolveError::indefiniteMass,
                       "ORXSrvModes: M is indefinite, M(" + std::to_string(i + 1) + ", " +
-                          std::to_string(j + 1) + ") = " + NumberText(value) +
-                          " is more than the root of the masses of these unknowns, " + NumberText(limit) +
-                          ".");
+                          std::to_string(j + 1) + ") is " + NumberText(value) + "; expected at most " +
+                          NumberText(limit) + ", the root of the product of both diagonal entries.");
   });
   if (m_m.NumberOfNonzeros() > 0 && HasNegativeRitzValue(m_m, diagonal))
     RaiseSolveError(
@@ -209,13 +210,13 @@ double Pencil::StartShift() const {
   return std::isfinite(least) ? -1e-10 * least : -1.0;
 }
 
-Pencil::Soundness Pencil::TestFactor(ShiftFacts& facts) {
+Pencil::Soundness Pencil::TestShift(ShiftFacts& facts) {
   TestSolution const test = SolveForRandomLoad(*m_engine, m_shifted);
   if (!test.isFinite) return Soundness::OnEigenvalue;
   std::vector<double> const& x = test.x;
   std::vector<double> massTimes(x.size());
   MultiplyByMass(x.data(), 1, massTimes.data());
-  double const mass = std::inner_product(x.begin(), x.end(), massTimes.begin(), 0.0);
+  double const mass = Dot(x, massTimes);
   if (mass > 0.0) {
     facts.nearest = facts.shift + test.form / mass;
     facts.leastDistance = 10 * cancelled * test.terms / mass;
@@ -241,7 +242,7 @@ ShiftFacts Pencil::Factorize(double shift, Side side, EngineLimits const& limits
     std::optional<EngineFacts> const engineFacts = m_engine->TryFactorize(m_shifted, limits);
     if (engineFacts) {
       ShiftFacts facts{shift, engineFacts->negative};
-      if (TestFactor(facts) == Soundness::Sound) return facts;
+      if (TestShift(facts) == Soundness::Sound) return facts;
       distance = std::max(distance, facts.leastDistance);
     }
     shift += side == Side::Below ? -distance : distance;
@@ -257,7 +258,7 @@ void Pencil::RaiseSingular(double shift, EngineLimits const& limits) const {
   ShiftedMatrix const matrix(k, balanced, &m, true);
   Engine engine(matrix);
   std::vector<int> unknowns = engine.Factorize(matrix, limits).nullUnknowns;
-  if (unknowns.empty()) unknowns = orx::TestFactor(engine, matrix).nullUnknowns;
+  if (unknowns.empty()) unknowns = TestFactor(engine, matrix).nullUnknowns;
   if (!unknowns.empty()) RaiseNullMotion(std::ranges::min(unknowns));
   RaiseSolveError(ORXSrvSolveError::singular,
                   "ORXSrvModes: no shift near " + NumberText(shift) +

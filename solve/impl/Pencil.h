@@ -62,7 +62,7 @@ public:
 private:
   /// What a solve with a random right-hand side says of a factorization.
   enum class Soundness { Sound, OnEigenvalue, Inaccurate };
-  Soundness TestFactor(ShiftFacts& facts);
+  Soundness TestShift(ShiftFacts& facts);
   static constexpr std::size_t groupWidth = 8;
   void MeasureGroup(double const* lambdas, double const* x, std::size_t count,
                     std::vector<ModeQuality>& all) const;

@@ -293,6 +293,11 @@ TEST(SparseFactor, RefusesWhatItCannotFactorize) {
   Sparse const k = Grid(3, 3), m = UnitMass(8);
   EXPECT_EQ(Raised([&] { factor.Factorize(k, 1.0, m); }),
             "401 ORXSrvSparseFactor: M is 8 x 8; expected 9 x 9, as K is.");
+  Sparse grown = Grid(3, 3);
+  grown.AddData(9, 9, 1.0);
+  EXPECT_EQ(
+      Raised([&] { factor.Factorize(grown); }),
+      "401 ORXSrvSparseFactor: K is not assembled, or has more rows than when it was: 10, in its arrays 9.");
   Sparse const empty = Assembled(0, [](auto) {});
   EXPECT_EQ(Raised([&] { factor.Factorize(empty); }),
             "401 ORXSrvSparseFactor: K is 0 x 0; expected a square matrix with rows.");

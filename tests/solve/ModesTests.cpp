@@ -202,7 +202,19 @@ TEST(Modes, RefuseMatricesThatHaveNone) {
       add(i, i, 1.0);
     add(3, 4, 2.0), add(4, 3, 2.0);
   });
-  EXPECT_EQ(find(k, indefinite).substr(0, 4), "405 ");
+  EXPECT_EQ(find(k, indefinite),
+            "405 ORXSrvModes: M is indefinite, M(4, 5) is 2; expected at most 1, the root of "
+            "the product of both diagonal entries.");
+  // What rounding leaves where a massless unknown was turned is no negative mass.
+  Sparse const noisy = Assembled(100, [](auto add) {
+    for (int i = 0; i < 100; ++i)
+      add(i, i, i == 3 ? -1e-33 : 1.0);
+    add(3, 4, 1e-17), add(4, 3, 1e-17);
+  });
+  EXPECT_EQ(find(k, noisy), "nothing raised");
+  Sparse grown = UnitMass(100);
+  grown.AddData(100, 100, 1.0);
+  EXPECT_EQ(find(k, grown).substr(0, 4), "401 ");
   masses[17] = 0.0;
   Sparse const loose = Assembled(100, [&](auto add) {
     orx::ForEachEntry(k.View(), [&](int i, int j, double v) {

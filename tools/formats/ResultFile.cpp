@@ -19,12 +19,11 @@ std::optional<FileKind> KindOfResult(std::string const& option, std::string cons
   if (IsDatabase(path)) return {};
   if (path == "-") return FileKind::Triplets;
   std::string const extension = std::filesystem::path(path).extension().string();
-  for (FileKind const kind : {FileKind::Triplets, FileKind::Commas, FileKind::MatrixMarket, FileKind::Dense})
+  for (FileKind const kind : kindsOfColumns)
     if (extension == Describe(kind).extension) return kind;
   throw ToolError(ExitCode::WrongUsage,
-                  Format("%s '%s': expected the extension .txt, .csv, .mtx or .bin, or .sim or .h5 for a "
-                         "database",
-                         option.c_str(), path.c_str()));
+                  Format("%s '%s': expected the extension ", option.c_str(), path.c_str()) +
+                      extensionsOfColumns);
 }
 
 std::string const& RequireNoInput(std::string const& option, std::string const& path,

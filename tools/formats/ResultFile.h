@@ -11,6 +11,11 @@
 
 namespace orx::tool {
 
+/// The types of matrix files that hold columns of results, and all their extensions.
+constexpr FileKind kindsOfColumns[] = {FileKind::Triplets, FileKind::Commas, FileKind::MatrixMarket,
+                                       FileKind::Dense};
+constexpr char extensionsOfColumns[] = ".txt, .csv, .mtx or .bin, or .sim or .h5 for a database";
+
 /// A file of results, a column for each load or mode, from before they are known: a path that cannot be
 /// written to shows before the work. Its extension is .txt, also of "-", .csv, .mtx or .bin, or that of a
 /// database.

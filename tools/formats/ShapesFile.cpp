@@ -2,10 +2,12 @@
 
 #include "tools/formats/ColumnsDatabase.h"
 #include "tools/formats/MatrixExport.h"
+#include "tools/formats/ResultFile.h"
 #include "tools/terminal/ToolError.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 
 namespace orx::tool {
 namespace {
@@ -14,11 +16,9 @@ FileKind KindOfShapes(std::string const& path) {
   FileKind kind = FileKind::Triplets;
   for (FileKindDescription const& description : FileKinds())
     if (description.extension != nullptr && path.ends_with(description.extension)) kind = description.kind;
-  for (FileKind const known : {FileKind::Triplets, FileKind::Commas, FileKind::MatrixMarket, FileKind::Dense})
-    if (kind == known) return kind;
+  if (std::ranges::find(kindsOfColumns, kind) != std::end(kindsOfColumns)) return kind;
   throw ToolError(ExitCode::WrongUsage, "--shapes '" + path + "': a file of type " + Describe(kind).name +
-                                            " cannot hold them; expected .txt, .csv, .mtx or .bin, or .sim "
-                                            "or .h5 for a database");
+                                            " cannot hold them; expected " + extensionsOfColumns);
 }
 
 /// The path, unless its extension stands for a type that cannot hold shapes.
