@@ -1,9 +1,10 @@
 include(CMakePackageConfigHelpers)
 
-install(TARGETS orx_core orx_sim orx_linear_algebra orx_solve orx_fortran EXPORT orx_targets
+install(TARGETS orx_core orx_sim orx_linear_algebra orx_solve orx_host orx_fortran EXPORT orx_targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY platform/core platform/sim blac mtx module solve DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx
         FILES_MATCHING PATTERN "*.h" PATTERN impl EXCLUDE PATTERN sparse EXCLUDE PATTERN layouts EXCLUDE)
+install(FILES host/orx_linear_algebra.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx)
 install(FILES ${PROJECT_BINARY_DIR}/fortran/orx_linear_algebra.f90
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orx/fortran)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
@@ -35,5 +36,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/orx_linear_algebra-config
 install(FILES ${PROJECT_BINARY_DIR}/orx_linear_algebra-config.cmake
               ${PROJECT_BINARY_DIR}/orx_linear_algebra-config-version.cmake DESTINATION ${package_folder})
 
-configure_file(cmake/orx_linear_algebra.pc.in ${PROJECT_BINARY_DIR}/orx_linear_algebra.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/orx_linear_algebra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# orx_linear_algebra is for hosts in C++, orx_solve for those that factorize too, orx_host for hosts in C and Fortran.
+foreach(package orx_linear_algebra orx_solve orx_host)
+  configure_file(cmake/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 class ORXSrvDenseMatrix;
 class ORXSrvSystemDofDefinition;
@@ -80,6 +81,21 @@ public:
     m_entries.Append({row, column, value});
     m_symmetryState = m_symmetryState == symmetric ? unsymmetric : unknown;
   }
+  /// Adds an element matrix, ke(n, n) by columns, to the unknowns `dofs`, which count from 1: ke(i, j) goes
+  /// to row dofs[i] - 1 and column dofs[j] - 1. Unknowns of 0 or below are left out with their rows and
+  /// columns; a repeated unknown gets the sum. The matrix and its states change as if the entries were added
+  /// one by one, row by row; on an error nothing is added. An `n` below 0 and an unknown of 2147483647 are
+  /// error 206
+  /// ("AddData").
+  template<class Unknowns, class Values>
+  requires std::is_convertible_v<Unknowns, int const*> && std::is_convertible_v<Values, double const*>
+  void AddData(int n, Unknowns const& dofs,
+               Values const& ke) { // a template: the literal 0 is no pointer here
+    AddElement(n, dofs, ke);
+  }
+  /// Adds a symmetric element matrix of which `lower` is the lower triangle by columns: (1,1), (2,1), ...
+  /// (n,1), (2,2), ... Both triangles are added, as AddData does.
+  void AddPackedData(int n, int const* dofs, double const* lower);
   /// Compresses the entries: rows ascending, columns ascending within a row, duplicates summed in the order
   /// they were added, zeros kept. Without effect on an assembled matrix: entries added to it wait for the
   /// next BeginAssembly and EndAssembly. When memory runs out, the matrix stays under assembly with all its
@@ -230,6 +246,9 @@ private:
   /// An assembled matrix, in symmetric form if the content has a diagonal.
   ORX_LOCAL explicit ORXSrvSparseMatrix(orx::CompressedRows&& content) noexcept;
   void AddBeyondDimensions(std::uint32_t row, std::uint32_t column, double value);
+  void AddElement(int n, int const* dofs, double const* ke);
+  template<class ValueOf>
+  ORX_LOCAL void AddValues(int n, int const* dofs, ValueOf const& valueOf);
   /// Replaces the arrays and the dimensions, and makes the matrix an assembled one. The symmetry state stays.
   ORX_LOCAL void Store(orx::CompressedRows&& content) noexcept;
   /// Does the same for content in either form; the symmetry state is then the one of the form.

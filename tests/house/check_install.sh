@@ -49,15 +49,17 @@ pkg_config_build() { # pkg_config_build COMPILER... SOURCE: the program of a sou
 }
 pkg_config_build g++ -std=c++20 "$consumers/consumer.cpp"
 expect 'C++, pkg-config' "$cpp_output" "$work/program"
-module=$(pkg-config --variable=fortran orx_linear_algebra)
-pkg_config_build gfortran -J"$work" "$module" "$consumers/consumer.f90"
-expect 'Fortran, pkg-config' "$fortran_output" "$work/program"
 pkg_config_build g++ -std=c++20 "$work/readme.cpp"
 expect 'README, C++' "$(block text 1)" "$work/program"
-pkg_config_build g++ -std=c++20 "$work/readme_solve.cpp" -lorx_solve
+flags=$(pkg-config --cflags --libs orx_solve)
+pkg_config_build g++ -std=c++20 "$work/readme_solve.cpp"
 expect 'README, sparse' "$(block text 2)" "$work/program"
 pkg_config_build g++ -std=c++20 "$work/readme_database.cpp"
 (cd "$work" && expect 'README, database' "$(block text 3)" ./program)
+flags=$(pkg-config --cflags --libs orx_host)
+module=$(pkg-config --variable=fortran orx_host)
+pkg_config_build gfortran -J"$work" "$module" "$consumers/consumer.f90"
+expect 'Fortran, pkg-config' "$fortran_output" "$work/program"
 pkg_config_build gfortran -J"$work" "$module" "$work/readme.f90"
 expect 'README, Fortran' "$(block text 4)" "$work/program"
 expect 'installed orxmtx' 'orxmtx 0.1.0' "$work/installed/bin/orxmtx" --version

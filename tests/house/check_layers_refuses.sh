@@ -6,7 +6,7 @@ copy=$(mktemp -d)
 trap 'rm -rf "$copy"' EXIT
 mkdir "$copy/docs"
 cp docs/architecture.md "$copy/docs"
-cp -r --parents $(find platform blac mtx module solve tools examples bench tests -maxdepth 0) "$copy"
+cp -r --parents $(find platform blac mtx module solve host tools examples bench tests -maxdepth 0) "$copy"
 check=$PWD/tests/house/check_layers.sh
 "$check" "$copy" >/dev/null
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <numeric>
 #include <string>
 #include <utility>
 
@@ -96,6 +97,43 @@ void ORXSrvSparseMatrix::AddBeyondDimensions(std::uint32_t row, std::uint32_t co
   m_rows = std::max(m_rows, static_cast<std::int32_t>(row) + 1);
   m_columns = std::max(m_columns, static_cast<std::int32_t>(column) + 1);
   m_symmetryState = m_symmetryState == symmetric ? unsymmetric : unknown;
+}
+
+template<class ValueOf>
+void ORXSrvSparseMatrix::AddValues(int n, int const* dofs, ValueOf const& valueOf) {
+  if (n < 0)
+    ORXSrvMtxIllegalInput(("AddData, an element of " + std::to_string(n) + " unknowns").c_str())
+        .Throw(sourceFile, __LINE__);
+  int const largest = std::accumulate(dofs, dofs + n, 0, [](int a, int b) { return std::max(a, b); });
+  if (largest == 0) return;
+  if (largest == INT_MAX)
+    ORXSrvMtxIllegalInput("AddData, unknown 2147483647, unknowns up to 2147483646 expected")
+        .Throw(sourceFile, __LINE__);
+  int const before = m_entries.Count();
+  try {
+    for (int i = 0; i < n; ++i)
+      for (int j = 0; j < n && dofs[i] > 0; ++j)
+        if (dofs[j] > 0)
+          m_entries.Append({static_cast<std::uint32_t>(dofs[i]) - 1, static_cast<std::uint32_t>(dofs[j]) - 1,
+                            valueOf(i, j)});
+  } catch (...) {
+    m_entries.Resize(before);
+    throw;
+  }
+  m_rows = std::max(m_rows, largest);
+  m_columns = std::max(m_columns, largest);
+  m_symmetryState = m_symmetryState == symmetric ? unsymmetric : unknown;
+}
+
+void ORXSrvSparseMatrix::AddElement(int n, int const* dofs, double const* ke) {
+  AddValues(n, dofs, [=](int i, int j) { return ke[std::int64_t{j} * n + i]; });
+}
+
+void ORXSrvSparseMatrix::AddPackedData(int n, int const* dofs, double const* lower) {
+  AddValues(n, dofs, [=](int i, int j) {
+    auto const [column, row] = std::minmax(i, j);
+    return lower[std::int64_t{column} * (2 * std::int64_t{n} - column - 1) / 2 + row];
+  });
 }
 
 void ORXSrvSparseMatrix::EndAssembly() {
