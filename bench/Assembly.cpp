@@ -202,9 +202,46 @@ void CompareWithPetsc(Report& report, OrderNames const& names, Source& source) {
               {});
 }
 
+/// Seconds in which the mesh's element matrices are added, whole or entry by entry.
+double AddElements(HexMesh const& mesh, bool whole) {
+  constexpr int n = HexMesh::elementUnknowns;
+  std::vector<double> ke(std::size_t{n} * n);
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i)
+      ke[static_cast<std::size_t>(j * n + i)] = HexMesh::Value(i, j);
+  WarmMemory(memoryOfRun);
+  return InChild<double>([&] {
+    ORXSrvSparseMatrix matrix(0, 0);
+    int dofs[n];
+    double const start = Now();
+    mesh.ForEachElement([&](int const* unknowns) {
+      std::transform(unknowns, unknowns + n, dofs, [](int unknown) { return unknown + 1; });
+      if (whole) return matrix.AddData(n, dofs, ke.data());
+      for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+          matrix.AddData(static_cast<std::uint32_t>(dofs[i] - 1), static_cast<std::uint32_t>(dofs[j] - 1),
+                         ke[static_cast<std::size_t>(j * n + i)]);
+    });
+    return Now() - start;
+  });
+}
+
+void CompareWholeElements(Report& report, HexMesh const& mesh) {
+  std::string const claim = "assembly, whole element matrices: time / AddData entry by entry";
+  if (!report.Wants(claim)) return;
+  Pairs const pairs =
+      MeasurePairs([&] { return AddElements(mesh, true); }, [&] { return AddElements(mesh, false); }, 0.0, 5);
+  auto const triplets = static_cast<double>(mesh.NumberOfTriplets());
+  report.Line(claim,
+              Format("%.1f : %.1f ns/triplet", pairs.ours / triplets * 1e9, pairs.peers / triplets * 1e9),
+              pairs.ratio, "", AtMost(1.0));
+}
+
 } // namespace
 
 void ClaimAssembly(Report& report) {
+  report.Try("assembly, whole element matrices",
+             [&] { CompareWholeElements(report, HexMesh(elementsPerSide, AssemblyOrder::Natural)); });
   for (OrderNames const& names : {OrderNames{AssemblyOrder::Natural, "natural order", "natural"},
                                   {AssemblyOrder::Elements, "scrambled elements", "elements"},
                                   {AssemblyOrder::Triplets, "scrambled triplets", "triplets"}}) {

@@ -151,6 +151,45 @@ TEST(Assembly, ElementBlocksShareTheirPattern) {
   }
 }
 
+TEST(Assembly, ElementMatricesAreAddedWhole) {
+  int const dofs[] = {3, 0, 1, 3, -2, 6};
+  constexpr int n = 6;
+  std::vector<double> full(n * n), lower;
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i)
+      full[static_cast<std::size_t>(j * n + i)] = std::max(i, j) + 10.5 * std::min(i, j);
+  for (int j = 0; j < n; ++j)
+    lower.insert(lower.end(), full.begin() + j * n + j, full.begin() + (j + 1) * n);
+  full[5 * n + 2] = 0.1; // unknowns 1 and 6
+  ORXSrvSparseMatrix whole(0, 0), packed(2, 2), single(0, 0);
+  whole.AddData(n, dofs, full.data());
+  packed.AddPackedData(n, dofs, lower.data());
+  for (unsigned i = 0; i < n; ++i)
+    for (unsigned j = 0; j < n; ++j)
+      if (dofs[i] > 0 && dofs[j] > 0)
+        single.AddData(static_cast<unsigned>(dofs[i]) - 1, static_cast<unsigned>(dofs[j]) - 1,
+                       full[j * n + i]);
+  for (ORXSrvSparseMatrix* matrix : {&whole, &packed, &single})
+    matrix->EndAssembly();
+  EXPECT_EQ(SizeOf(whole), (std::pair{6, 6}));
+  EXPECT_EQ(EntriesOf(whole), EntriesOf(single));
+  Entries symmetric = EntriesOf(single);
+  EXPECT_NE(EntriesOf(packed), symmetric);
+  for (ORXSrvSparseMatrixEntry& e : symmetric)
+    if (e.row == 0 && e.column == 5) e.value = 5 + 10.5 * 2;
+  EXPECT_EQ(EntriesOf(packed), symmetric);
+
+  ORXSrvSparseMatrix matrix(2, 2);
+  int const tooLarge[] = {1, 2147483647}, none[] = {0, -1};
+  EXPECT_RAISED(IllegalInput("AddData, unknown 2147483647, unknowns up to 2147483646 expected"),
+                matrix.AddData(2, tooLarge, full.data()));
+  EXPECT_RAISED(IllegalInput("AddData, an element of -1 unknowns"), matrix.AddData(-1, none, full.data()));
+  matrix.AddData(2, none, full.data());
+  matrix.AddData(1, 0, 0); // an entry, although 0 may stand for a pointer
+  matrix.EndAssembly();
+  EXPECT_EQ(EntriesOf(matrix), (Entries{{1, 0, 0.0}}));
+}
+
 TEST(Assembly, HugeDimensionsCostRowPointersOnly) {
   ORXSrvSparseMatrix matrix(0, 0);
   Assemble(matrix,
@@ -261,6 +300,14 @@ TEST(Assembly, AnEntryThatHasNoPlaceLeavesTheDimensions) {
   }
   EXPECT_EQ(matrix.NumberOfRows(), static_cast<int>(added));
   EXPECT_EQ(matrix.NumberOfColumns(), static_cast<int>(2 * added - 1));
+  std::vector<int> dofs(2000);
+  std::iota(dofs.begin(), dofs.end(), static_cast<int>(added) + 1);
+  std::vector<double> const ke(dofs.size() * dofs.size(), 1.0);
+  {
+    ShortOfMemory const shortage(0);
+    EXPECT_THROW(matrix.AddData(2000, dofs.data(), ke.data()), std::bad_alloc);
+  }
+  EXPECT_EQ(matrix.NumberOfRows(), static_cast<int>(added));
   matrix.EndAssembly();
   EXPECT_EQ(matrix.NumberOfNonzeros(), static_cast<int>(added));
 }
