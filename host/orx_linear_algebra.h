@@ -288,7 +288,7 @@ ORX_EXPORT void ORX_FACTOR_SIZE(orx_factor const* factor, int64_t* entries, int6
 
 /* ---- Modes of K x = lambda M x, both sparse and symmetric, M without negative masses */
 
-/* K and M are not changed before the last analysis. */
+/* K and M may change between two analyses. */
 ORX_EXPORT void ORX_MODES_CREATE(orx_sparse_matrix const* k, orx_sparse_matrix const* m, orx_modes* modes,
                                  int* stat);
 ORX_EXPORT void ORX_MODES_SET_MEMORY(orx_modes const* modes, int64_t const* bytes, int* stat);

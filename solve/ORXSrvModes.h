@@ -56,8 +56,9 @@ struct ORXSrvModeCount {
 ///
 /// After an error or a stop there are no modes, unless the error is notCertified.
 ///
-/// The matrices are lent and must live as long as this object. Both are assembled and of the same order, in
-/// either form. Shapes are scaled to x^T M x = 1, the largest component positive.
+/// The matrices are lent and must live as long as this object. In each analysis both are assembled and of the
+/// same order, in either form; they may change between analyses. Shapes are scaled to x^T M x = 1, the
+/// largest component positive.
 class ORX_EXPORT ORXSrvModes {
 public:
   /// Raises ORXSrvSolveError::illegalInput for matrices that are not symmetric or not of one order.
@@ -95,6 +96,8 @@ public:
   std::vector<ORXSrvModeCount> const& Counts() const noexcept;
   /// The shifts that were factorized, in the order of time.
   std::vector<double> const& Shifts() const noexcept;
+  /// Length of a shape: the order of the matrices in the analysis; 0 without modes.
+  int NumberOfUnknowns() const noexcept;
   /// Shape of mode `index`: as many values as unknowns, lent until the next analysis.
   double const* Shape(int index) const;
   /// Copies the shapes, a column for each mode. The matrix has the right shape, else illegalInput.

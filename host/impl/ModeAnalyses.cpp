@@ -50,7 +50,7 @@ void ModesGet(Modes& modes, int number, double& lambda, double& frequency, doubl
 
 void ModesShape(Modes& modes, int number, double* shape) {
   int const index = PositionOf("number", number, Found(modes));
-  std::copy_n(modes.modes.Shape(index), modes.k->matrix.NumberOfRows(), shape);
+  std::copy_n(modes.modes.Shape(index), modes.modes.NumberOfUnknowns(), shape);
 }
 
 void ModesShapes(Modes& modes, ORXSrvDenseMatrix& shapes) { modes.modes.GetShapes(shapes); }

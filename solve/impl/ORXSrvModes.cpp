@@ -68,7 +68,7 @@ struct ORXSrvModes::State {
     counts.clear();
     shifts.clear();
     isCertified = false;
-    pencil.RequireMass();
+    pencil.BeginAnalysis();
     ModeSearch search(pencil, Limits(), isWanted);
     ModeSearch::Range const range = find(search);
     shifts = search.Shifts();
@@ -95,14 +95,17 @@ struct ORXSrvModes::State {
     }
   }
 
+  /// Length of a shape; the matrices may have grown since.
+  int Unknowns() const noexcept { return found.empty() ? 0 : static_cast<int>(found.front().shape.size()); }
+
   template<class Matrix>
   void RequireShape(Matrix const& shapes, bool isFull) const {
     auto const count = static_cast<int>(found.size());
-    if (!isFull || shapes.NumberOfRows() != pencil.Order() || shapes.NumberOfColumns() != count)
+    if (!isFull || shapes.NumberOfRows() != Unknowns() || shapes.NumberOfColumns() != count)
       RaiseSolveError(ORXSrvSolveError::illegalInput,
                       "ORXSrvModes: the matrix for shapes is " +
                           ShapeText(shapes.NumberOfRows(), shapes.NumberOfColumns()) +
-                          "; expected a full one of " + ShapeText(pencil.Order(), count) + ".");
+                          "; expected a full one of " + ShapeText(Unknowns(), count) + ".");
   }
 
   [[noreturn]] void RaiseNotCertified() const {
@@ -185,6 +188,8 @@ bool ORXSrvModes::IsCertified() const noexcept { return m_state->isCertified; }
 std::vector<ORXSrvModeCount> const& ORXSrvModes::Counts() const noexcept { return m_state->counts; }
 
 std::vector<double> const& ORXSrvModes::Shifts() const noexcept { return m_state->shifts; }
+
+int ORXSrvModes::NumberOfUnknowns() const noexcept { return m_state->Unknowns(); }
 
 double const* ORXSrvModes::Shape(int index) const {
   if (index < 0 || static_cast<std::size_t>(index) >= m_state->found.size())

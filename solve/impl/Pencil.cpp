@@ -111,14 +111,26 @@ bool HasNegativeRitzValue(ORXSrvSparseMatrix const& m, std::vector<double> scale
 } // namespace
 
 Pencil::Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : m_k(k), m_m(m) {
-  if (k.NumberOfRows() == 0 || k.NumberOfRows() != k.NumberOfColumns() ||
-      m.NumberOfRows() != k.NumberOfRows() || m.NumberOfColumns() != k.NumberOfRows())
+  RequireMatrices();
+}
+
+void Pencil::RequireMatrices() const {
+  int const order = m_k.NumberOfRows();
+  if (order == 0 || m_k.NumberOfColumns() != order || m_m.NumberOfRows() != order ||
+      m_m.NumberOfColumns() != order)
     RaiseSolveError(ORXSrvSolveError::illegalInput,
-                    "ORXSrvModes: K is " + ShapeText(k.NumberOfRows(), k.NumberOfColumns()) + " and M is " +
-                        ShapeText(m.NumberOfRows(), m.NumberOfColumns()) +
+                    "ORXSrvModes: K is " + ShapeText(order, m_k.NumberOfColumns()) + " and M is " +
+                        ShapeText(m_m.NumberOfRows(), m_m.NumberOfColumns()) +
                         "; expected square matrices of one order.");
-  RequireUsable(k, "K");
-  RequireUsable(m, "M");
+  RequireUsable(m_k, "K");
+  RequireUsable(m_m, "M");
+}
+
+void Pencil::BeginAnalysis() {
+  RequireMatrices();
+  RequireMass();
+  CompressedRowsView const m = m_m.View();
+  if (m_engine && !ShiftedMatrix(m_k.View(), 1.0, &m, true).HasPatternOf(m_shifted)) m_engine.reset();
 }
 
 void Pencil::RequireMass() const {

@@ -36,11 +36,12 @@ public:
   /// order.
   Pencil(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m);
 
-  /// Raises ORXSrvSolveError::indefiniteMass when x^T M x < 0 for some x that is easily found: for an
-  /// unknown, for two of them, or in the Krylov space of a random vector. That space shows negative
+  /// Checks the matrices, which may have changed since the last analysis: raises the errors of the
+  /// constructor, and ORXSrvSolveError::indefiniteMass when x^T M x < 0 for some x that is easily found: for
+  /// an unknown, for two of them, or in the Krylov space of a random vector. That space shows negative
   /// eigenvalues that are not close to zero, as those of an element with a wrong sign; it is no proof that
-  /// there is none.
-  void RequireMass() const;
+  /// there is none. The ordering of the unknowns is kept when the pattern is the same.
+  void BeginAnalysis();
 
   int Order() const noexcept { return m_k.NumberOfRows(); }
   /// y = M x for `count` vectors without gaps.
@@ -60,6 +61,8 @@ public:
   void Solve(double* x, int count);
 
 private:
+  void RequireMatrices() const;
+  void RequireMass() const;
   /// What a solve with a random right-hand side says of a factorization.
   enum class Soundness { Sound, OnEigenvalue, Inaccurate };
   Soundness TestShift(ShiftFacts& facts);

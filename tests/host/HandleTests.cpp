@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <map>
 #include <random>
 #include <string>
 #include <utility>
@@ -49,6 +51,11 @@ struct Good {
     ORX_MODES_CREATE(&sparse_matrix, &sparse_matrix, &modes, &stat);
     EXPECT_EQ(stat, 0) << LastError();
     ORX_SPARSE_CREATE(ints, ints, &handle, &stat);
+  }
+  /// All handles with the names of their kinds.
+  std::map<std::string, std::int64_t> Handles() const {
+    return {{"database", database},           {"registry", registry}, {"block_matrix", block_matrix},
+            {"sparse_matrix", sparse_matrix}, {"factor", factor},     {"modes", modes}};
   }
   Good(Good const&) = delete;
   Good& operator=(Good const&) = delete;
@@ -117,17 +124,11 @@ TEST_F(Handles, WhatStandsForNoObjectOfItsKindIsRefused) {
   std::mt19937_64 generator(1);
   for (int k = 0; k < 200; ++k)
     bad.push_back(static_cast<std::int64_t>(generator()));
-  std::pair<std::string, std::int64_t> const good[] = {{"database", m_good.database},
-                                                       {"registry", m_good.registry},
-                                                       {"block_matrix", m_good.block_matrix},
-                                                       {"sparse_matrix", m_good.sparse_matrix},
-                                                       {"factor", m_good.factor},
-                                                       {"modes", m_good.modes}};
   for (ArgumentCase const& tried : cases) {
     if (tried.kind == nullptr) continue;
     for (std::int64_t handle : bad)
       ExpectRefused(tried, &handle, 501);
-    for (auto [kind, handle] : good)
+    for (auto [kind, handle] : m_good.Handles())
       if (kind != tried.kind && tried.kind != std::string("handle")) ExpectRefused(tried, &handle, 501);
   }
 }
@@ -170,6 +171,37 @@ TEST_F(Handles, ManyObjectsComeAndGo) {
     ASSERT_EQ(stat, alive.empty() ? wrong : 0);
   }
   EXPECT_EQ(CountObjects(), static_cast<int>(alive.size()) + 7);
+}
+
+/// All calls with handles in any order, on objects in any state: deleted, empty, closed, not assembled.
+TEST_F(Handles, SurviveAnyOrderOfCalls) {
+  std::mt19937 generator(5);
+  std::vector<orx_handle> seen;
+  auto const any = [&](auto const& list) { return list[generator() % std::size(list)]; };
+  int done = 0;
+  int const steps = 10000;
+  for (int step = 0; step < steps; ++step) {
+    auto const good = m_good.Handles();
+    for (auto const& [kind, handle] : good)
+      if (std::ranges::find(seen, handle) == seen.end()) seen.push_back(handle);
+    if (seen.size() > 60) seen.erase(seen.begin(), seen.begin() + 30);
+    std::ranges::fill(m_good.ints, 1 + static_cast<int>(generator() % 3));
+    std::ranges::fill(m_good.doubles, static_cast<double>(generator() % 7) - 1.0);
+    if (step % 100 == 0) ORX_FACTOR_CREATE(&m_good.factor, nullptr);
+    if (step % 100 == 50) ORX_REGISTRY_CREATE(&m_good.registry, nullptr);
+    if (step % 30 == 0) ORX_SPARSE_CREATE(m_good.ints, m_good.ints, &m_good.sparse_matrix, nullptr);
+    if (step % 50 == 0)
+      ORX_BLOCK_CREATE(m_good.ints, m_good.ints, m_good.ints, m_good.ints, &m_good.block_matrix, nullptr);
+    ArgumentCase const& tried = any(cases);
+    if (tried.kind == nullptr || (tried.kind == std::string("handle") && step % 4 != 0)) continue;
+    auto const own = good.find(tried.kind);
+    orx_handle handle = own != good.end() && step % 3 != 0 ? own->second : any(seen);
+    int stat = -7;
+    tried.call(m_good, &handle, &stat);
+    ASSERT_NE(stat, -7) << tried.entryPoint;
+    done += stat == 0 ? 1 : 0;
+  }
+  EXPECT_GT(done, steps / 20);
 }
 
 } // namespace

@@ -177,6 +177,29 @@ TEST(Modes, HaveShapesOfUnitMassThatAreOrthogonal) {
             "401 ORXSrvModes: the matrix for shapes is 625 x 11; expected a full one of 625 x 12.");
 }
 
+TEST(Modes, FollowMatricesThatChange) {
+  Sparse k = Grid(40, 3), m = UnitMass(120);
+  ORXSrvModes modes(k, m);
+  modes.FindLowest(2);
+  double const before = modes.Modes()[1].eigenvalue;
+  k.AddData(120, 120, 1.0);
+  EXPECT_EQ(modes.NumberOfUnknowns(), 120); // the shapes are those of the analysis
+  ORXSrvMatrix shapes(120, 2);
+  EXPECT_EQ(Raised([&] { modes.GetShapes(shapes); }), "nothing raised");
+  EXPECT_EQ(Raised([&] { modes.FindLowest(2); }).substr(0, 4), "401 ");
+  k = Grid(40, 3);
+  m.Scale(0.25);
+  modes.FindLowest(2);
+  EXPECT_NEAR(modes.Modes()[1].eigenvalue, 4 * before, 1e-9 * before);
+  k = Grid(60, 4), m = UnitMass(240);
+  modes.FindLowest(2); // another order and pattern
+  ORXSrvModes anew(k, m);
+  anew.FindLowest(2);
+  EXPECT_NEAR(modes.Modes()[1].eigenvalue, anew.Modes()[1].eigenvalue, 1e-12);
+  k.BeginAssembly();
+  EXPECT_EQ(Raised([&] { modes.FindLowest(2); }).substr(0, 4), "401 ");
+}
+
 TEST(Modes, RefuseMatricesThatHaveNone) {
   Sparse const k = Grid(10, 10);
   auto const find = [&](Sparse const& stiffness, Sparse const& mass) {
