@@ -15,6 +15,7 @@ double fortran_value_of(void* container, int const* id, int const* rows, int con
 int fortran_try_to_sum(void* container, int const* id, double* total, char* text, int const* length);
 void fortran_own_container(void);
 double fortran_solution_error(void);
+void fortran_use_host(int const* n, char const* path, int const* length, double* x, int* stat);
 }
 
 namespace {
@@ -99,6 +100,18 @@ TEST(FortranFace, ContainersComeAndGo) {
   WorkingFolder const folder;
   fortran_own_container();
   EXPECT_TRUE(folder.Files().empty());
+}
+
+TEST(FortranFace, WorksFromElementsToAFile) {
+  WorkingFolder const folder;
+  int const n = 200, length = 10;
+  double x[2] = {};
+  int stat = 0;
+  fortran_use_host(&n, "result.sim", &length, x, &stat);
+  EXPECT_EQ(stat, 301); // stopped by its progress function
+  EXPECT_NEAR(x[0], 1.0, 1e-12);
+  EXPECT_NEAR(x[1], n, 1e-10);
+  EXPECT_EQ(folder.Files(), (std::set<std::string>{"result.sim"}));
 }
 
 TEST(FortranFace, CallsTheCallLayer) { EXPECT_LE(fortran_solution_error(), 1e-15); }

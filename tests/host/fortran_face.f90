@@ -18,6 +18,65 @@ contains
     call orxsrvgetwalltime(wall)
   end subroutine
 
+  ! Stops at the count-th call; `context` is the address of the count.
+  function stop_early(context, operation, done, total) bind(C) result(answer)
+    type(c_ptr), value :: context
+    character(kind=c_char), intent(in) :: operation(*)
+    integer(c_int64_t), intent(in) :: done, total
+    integer(c_int) :: answer
+    integer(c_int), pointer :: count
+    call c_f_pointer(context, count)
+    count = count - 1
+    answer = merge(1_c_int, 0_c_int, count == 0 .and. done <= total .and. operation(1) == "O")
+  end function
+
+  ! A chain of n springs as a host would work on it. Returns stat of an analysis that is stopped, and in x the ends of a
+  ! row of values: of a solution, read back from the file of this name.
+  subroutine use_host(n, path, length, x, stat) bind(C, name="fortran_use_host")
+    integer(c_int), intent(in) :: n, length
+    character(kind=c_char), intent(in) :: path(length)
+    real(c_double), intent(out) :: x(2)
+    integer(c_int), intent(out) :: stat
+    integer(orx_handle) :: k, factor, database, u
+    integer(c_int), target :: count
+    integer(c_int) :: i
+    integer(c_int), pointer :: row_pointers(:)
+    type(c_ptr) :: p, columns, values, diagonal
+    real(c_double) :: f(n), spring(2, 2)
+    character(length + 3) :: name
+    name = ""
+    do i = 1, length
+       name(i:i) = path(i)
+    end do
+    spring = reshape([1d0, -1d0, -1d0, 1d0], [2, 2])
+    call orx_start()
+    call orx_sparse_create(n, n, k)
+    do i = 1, n
+       call orx_sparse_add_element(k, 2, [i - 1, i], spring)
+    end do
+    call orx_sparse_end(k)
+    call orx_sparse_arrays(k, p, columns, values, diagonal)
+    call c_f_pointer(p, row_pointers, [n + 1])
+    f = 0
+    f(n) = row_pointers(n + 1) - row_pointers(n) - 1 ! 1: the last row has two entries
+    call orx_factor_create(factor)
+    count = 1
+    call orx_set_progress(c_funloc(stop_early), c_loc(count))
+    call orx_factor_factorize(factor, k, stat)
+    call orx_set_progress(c_null_funptr, c_null_ptr)
+    call orx_factor_factorize(factor, k)
+    call orx_factor_solve(factor, 1, f)
+    call orx_database_create(name, 1, database)
+    call orx_database_add(database, "u ", n, 1, 100, 1, matrix=u)
+    call orx_block_set(u, 1, n, 1, 1, f)
+    call orx_database_close(database)
+    call orx_database_open(name, 1, database)
+    call orx_database_matrix(database, "u", u)
+    call orx_block_get(u, 1, 1, 1, 1, x(1))
+    call orx_block_get(u, n, n, 1, 1, x(2))
+    call orx_stop()
+  end subroutine
+
   ! values(i, j) of matrix id, counted from 1; -1 unless it is rows x columns.
   function value_of(container, id, rows, columns, i, j) bind(C, name="fortran_value_of") result(value)
     type(c_ptr), value :: container
