@@ -1,4 +1,4 @@
-# Makes the Fortran module of its template: awk -f call_layer.awk blac_routines.h orx_linear_algebra.f90.in
+# Adds the call layer to the Fortran module: awk -f wrapped.awk -f call_layer.awk blac_routines.h orx_linear_algebra.f90.in
 #
 # Each routine of the table becomes an interface where the template says @INTERFACES@ and a name in the list of
 # public names where it says @PUBLIC@. `x[]` is an array; it has two dimensions where the next argument is its leading
@@ -7,23 +7,11 @@
 BEGIN {
   split("info m w ipiv ifail isuppz tau", names)
   for (i in names) writtenOnly[names[i]] = 1
-  kind["char"] = "c_char"; kind["int"] = "c_int"; kind["double"] = "c_double"; kind["float"] = "c_float"
   fortran["char"] = "character(kind=c_char)"; fortran["int"] = "integer(c_int)"
   fortran["double"] = "real(c_double)"; fortran["float"] = "real(c_float)"
 }
 
 function Add(line) { interfaces = interfaces "     " line "\n" }
-
-# "a, b, c" in lines that a Fortran compiler takes.
-function Wrapped(text,    lines) {
-  while (length(text) > 100) {
-    i = 100
-    while (substr(text, i, 2) != ", ") --i
-    lines = lines substr(text, 1, i) " &\n          "
-    text = substr(text, i + 2)
-  }
-  return lines text
-}
 
 function Dimensions(parameter, next_name, name) {
   if (parameter !~ /\[\]/) return ""
@@ -36,7 +24,7 @@ function Intent(parameter, name) {
 }
 
 # Adds the interface of BLAC_ROUTINE(result, NAME, name, (parameters), ...
-function AddRoutine(text,    result, upper, lower, parameters, n, i, name, type, declaration, order, count, list, kinds) {
+function AddRoutine(text,    result, upper, lower, parameters, n, i, name, type, declaration, order, count, list, declarations) {
   split(text, head, /[(,] */)
   result = head[2]; upper = head[3]; lower = "blac_" head[4]
   parameters = substr(text, index(text, "(") + 1)
@@ -47,11 +35,9 @@ function AddRoutine(text,    result, upper, lower, parameters, n, i, name, type,
     name[i] = parameter[i]
     gsub(/.*[ *]|\[\]/, "", name[i])
   }
-  if (result != "void") kinds[kind[result]]
   for (i = 1; i <= n; ++i) {
     type = parameter[i]
     sub(/[^a-z].*/, "", type)
-    kinds[kind[type]]
     declaration = fortran[type] ", intent(" Intent(parameter[i], name[i]) ") :: "
     if (!(declaration in list)) order[++count] = declaration
     list[declaration] = list[declaration] (list[declaration] ? ", " : "") \
@@ -62,12 +48,9 @@ function AddRoutine(text,    result, upper, lower, parameters, n, i, name, type,
 
   Add((result == "void" ? "subroutine " : "function ") Wrapped(lower "(" arguments ")") " &")
   Add("     bind(C, name=\"BLAC_" upper "\")")
-  used = ""
-  for (i = 1; i <= 4; ++i) {
-    k = i == 1 ? "c_char" : i == 2 ? "c_double" : i == 3 ? "c_float" : "c_int"
-    if (k in kinds) used = used (used ? ", " : "") k
-  }
-  Add("  import :: " used)
+  declarations = result == "void" ? "" : fortran[result] ","
+  for (i = 1; i <= count; ++i) declarations = declarations order[i]
+  Add("  import :: " Imports(declarations))
   for (i = 1; i <= count; ++i) Add("  " Wrapped(order[i] list[order[i]]))
   if (result != "void") Add("  " fortran[result] " :: " lower)
   Add("end " (result == "void" ? "subroutine" : "function") "\n")
