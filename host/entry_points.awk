@@ -23,20 +23,12 @@ function CallText(i,    live) {
   return "*" Checked(i)
 }
 
-function CType(i,    text) {
-  text = type[i]
-  if (role[i] == "value") return type[i] == "void" ? "void* " : type[i] " "
-  if (role[i] == "inpointer") return text "* const* "
-  if (role[i] == "pointer") return text == "void" ? "void** " : text " const** "
-  return text (role[i] ~ /^in|text/ ? " const* " : "* ")
-}
-
 function AddSection(title) {}
 
 function AddEntry(name, n,    i, parameters, call, given) {
   if (name !~ pattern) return
   for (i = 1; i <= n; ++i) {
-    parameters = parameters (i > 1 ? ", " : "") CType(i) argument[i]
+    parameters = parameters (i > 1 ? ", " : "") parameter[i]
     if (i == n) break
     if (IsGiven(name, i)) given = i
     else call = call (call == "" ? "" : ", ") CallText(i)

@@ -2,15 +2,17 @@
 #
 #     AddSection(title)        of a heading "/* ---- title */"
 #     AddEntry(name, count)    of a prototype, with
+#                              parameter[i] as it is declared
 #                              type[i]     "int", "double", "char", "orx_factor", ...
-#                              role[i]     "in", "out" (scalars), "inputs", "array", "text", "pointer" (to a pointer),
-#                              "value"
+#                              role[i]     "in", "out": a scalar; "inputs", "array": several; "text"; "inpointer",
+#                              "pointer": a pointer that is read, written; "value": what is passed by value
 #                              argument[i] its name
 #                              optional[i] 1 where it may be null
 #                              comment[1 ... comments], the lines above the prototype without their marks
 
 function SetArgument(i, text,    isConst) {
   optional[i] = sub(/ *ORX_OPTIONAL/, "", text)
+  parameter[i] = text
   isConst = text ~ /const/
   if (text ~ /^orx_progress /) role[i] = "value"
   else if (text ~ /^void\* [a-z_]+$/) role[i] = "value"
