@@ -22,10 +22,9 @@ std::string LastError() {
   return text;
 }
 
-void RequireInRange(char const* argument, std::int64_t number, bool isInRange, std::string const& expected) {
-  if (!isInRange)
-    RaiseHostError(HostError::wrongArgument,
-                   std::string(argument) + " is " + std::to_string(number) + "; expected " + expected + ".");
+[[noreturn]] void RaiseOutOfRange(char const* argument, std::int64_t number, std::string const& expected) {
+  RaiseHostError(HostError::wrongArgument,
+                 std::string(argument) + " is " + std::to_string(number) + "; expected " + expected + ".");
 }
 
 } // namespace
@@ -58,23 +57,23 @@ void RaiseNull(char const* argument) {
 }
 
 int PositionOf(char const* argument, int number, int count) {
-  RequireInRange(argument, number, number >= 1 && number <= count,
-                 "a number from 1 to " + std::to_string(count));
+  if (number < 1 || number > count)
+    RaiseOutOfRange(argument, number, "a number from 1 to " + std::to_string(count));
   return number - 1;
 }
 
 bool Flag(char const* argument, int flag) {
-  RequireInRange(argument, flag, flag == 0 || flag == 1, "0 for no or 1 for yes");
+  if (flag != 0 && flag != 1) RaiseOutOfRange(argument, flag, "0 for no or 1 for yes");
   return flag == 1;
 }
 
 int CountOf(char const* argument, int count) {
-  RequireInRange(argument, count, count >= 0, "0 or more");
+  if (count < 0) RaiseOutOfRange(argument, count, "0 or more");
   return count;
 }
 
 std::int64_t MemoryOf(std::int64_t bytes) {
-  RequireInRange("bytes", bytes, bytes >= 1, "1 or more");
+  if (bytes < 1) RaiseOutOfRange("bytes", bytes, "1 or more");
   return bytes;
 }
 
@@ -82,7 +81,7 @@ Shape ShapeOf(int rows, int columns, int rowBlock, int columnBlock) {
   for (auto const& [argument, number] :
        {std::pair{"rows", rows}, std::pair{"columns", columns}, std::pair{"row_block", rowBlock},
         std::pair{"column_block", columnBlock}})
-    RequireInRange(argument, number, number >= 1, "1 or more");
+    if (number < 1) RaiseOutOfRange(argument, number, "1 or more");
   return {rows, columns, std::min(rowBlock, rows), std::min(columnBlock, columns)};
 }
 

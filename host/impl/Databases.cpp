@@ -111,15 +111,22 @@ ORXSimArray<ORXSimDistributionID> Distributions(Database const& database) {
   return ORXSimContext(*database.context).Distributions();
 }
 
-std::string NameOf(ORXSimDistributionID const& id, ORXSimTypeSchemaSnapshot const& schema) {
-  int const type = ORXSimDistribution(id).Type().type;
-  return type >= 0 && type < schema.Size() ? schema.Name(type).AsText() : "";
+/// The distributions of a type.
+std::vector<ORXSimDistributionID> FindNamed(Database const& database, char const* name) {
+  std::vector<ORXSimDistributionID> found;
+  ORXSimArray<ORXSimDistributionID> const all = Distributions(database);
+  if (all.IsEmpty()) return found;
+  ORXSimTypeSchemaSnapshot const schema = ORXSimContext(*database.context).Schema();
+  for (ORXSimDistributionID const& id : all) {
+    int const type = ORXSimDistribution(id).Type().type;
+    if (type >= 0 && type < schema.Size() && std::string(name) == schema.Name(type).AsText())
+      found.push_back(id);
+  }
+  return found;
 }
 
 std::shared_ptr<BlockMatrix> DatabaseMatrix(Database& database, char const* name) {
-  std::vector<ORXSimDistributionID> found;
-  for (ORXSimDistributionID const& id : Distributions(database))
-    if (NameOf(id, ORXSimContext(*database.context).Schema()) == name) found.push_back(id);
+  std::vector<ORXSimDistributionID> const found = FindNamed(database, name);
   if (found.size() != 1)
     RaiseHostError(HostError::wrongArgument, "the database has " + std::to_string(found.size()) +
                                                  " matrices named '" + name + "'; expected one.");
