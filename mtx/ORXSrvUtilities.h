@@ -12,6 +12,7 @@
 ///     Create1DDistribution      set                         doubles   zeros, whole or chunked
 ///     Create2DDistribution      columns, rows               doubles   zeros, whole or chunked
 ///     CreateSparseDistribution  rows, columns               doubles   none: the sparse write makes it
+///     CreateSymmetricDist...    set, set                    doubles   zeros, one triangle of blocks
 ///     CreateDistribution        last set, ..., first set    doubles   zeros, whole or chunked
 ///     Write1DIntDistribution    set                         integers  the given values, whole
 ///
@@ -64,6 +65,13 @@ public:
   static ORXSimDistributionID CreateDistribution(ORXSimTransaction& tx, ORXSrvPosition pos, int typeIndex,
                                                  ORXSimArray<ORXSimCSetID> sets, ORXSimArray<int> chunks,
                                                  bool temporary);
+
+  /// A zero matrix over the members of one set, of which the database keeps one triangle of blocks
+  /// (ORXSimSerializationType::SetDenseSym). The rows are the set, the columns the same members on colour 1.
+  /// A chunk length of -1: blocks of 1024.
+  static ORXSimDistributionID CreateSymmetricDistribution(ORXSimCSetID set, int chunk);
+  static ORXSimDistributionID CreateSymmetricDistribution(ORXSimTransaction& tx, ORXSrvPosition pos,
+                                                          int typeIndex, ORXSimCSetID set, int chunk);
 
   // Other distributions
 

@@ -17,17 +17,22 @@ class ORXSimSerializationType {
 public:
   enum class Layout : int {
     Dense = 0,
-    Sparse = 3,   ///< compressed rows of a general matrix
-    SparseSym = 4 ///< compressed rows of a symmetric matrix, with the diagonal in an array of its own
+    Sparse = 3,    ///< compressed rows of a general matrix
+    SparseSym = 4, ///< compressed rows of a symmetric matrix, with the diagonal in an array of its own
+    /// A symmetric matrix of doubles, of which the file keeps one triangle of blocks. Buffers are those of a
+    /// dense drawer; a cell above the diagonal is the one below.
+    DenseSym = 5
   };
 
   /// Dense.
   ORXSimSerializationType() noexcept = default;
   ORXSimSerializationType& SetSparse() noexcept { return Set(Layout::Sparse); }
   ORXSimSerializationType& SetSparseSym() noexcept { return Set(Layout::SparseSym); }
+  ORXSimSerializationType& SetDenseSym() noexcept { return Set(Layout::DenseSym); }
 
   Layout Kind() const noexcept { return m_layout; }
-  bool IsSparse() const noexcept { return m_layout != Layout::Dense; }
+  bool IsSparse() const noexcept { return m_layout == Layout::Sparse || m_layout == Layout::SparseSym; }
+  bool IsDenseSym() const noexcept { return m_layout == Layout::DenseSym; }
   friend bool operator==(ORXSimSerializationType const&, ORXSimSerializationType const&) = default;
 
 private:
@@ -57,7 +62,8 @@ public:
   /// every other buffer.
   std::int64_t DataSizeItems(int buffer) const noexcept;
   /// The dimension along which an extension costs the new cells only: 0 for a dense drawer, which can grow
-  /// along every other dimension too; -1 for a drawer that cannot be extended.
+  /// along every other dimension too (a symmetric one along both at once); -1 for a drawer that cannot be
+  /// extended.
   int ExtendableDimension() const noexcept { return m_extendableDimension; }
 
 private:

@@ -46,13 +46,15 @@ public:
   static constexpr std::uint16_t staleIdentifier = 10; ///< null, of a closed file or a lost object
   static constexpr std::uint16_t invalidArgument = 20; ///< never right, whatever the file holds
   static constexpr std::uint16_t viewDoesNotFit = 21;  ///< the selections or buffers of a transfer
-  static constexpr std::uint16_t wrongState = 30;      ///< calls in the wrong order
-  static constexpr std::uint16_t notOpened = 40;       ///< the file cannot be opened or created
-  static constexpr std::uint16_t fileInUse = 41;       ///< another process, or this one, has it open
-  static constexpr std::uint16_t damaged = 42;         ///< damaged, or not a database
-  static constexpr std::uint16_t writeFailed = 70;     ///< full disk, file-size limit, read-only, I/O error
-  static constexpr std::uint16_t readFailed = 71;      ///< an error of the device, or the file ends too early
-  static constexpr std::uint16_t internalError = 90;   ///< the storage library refuses what it should accept
+  static constexpr std::uint16_t mirrorsDiffer =
+      22;                                          ///< values for a cell of a symmetric matrix and its mirror
+  static constexpr std::uint16_t wrongState = 30;  ///< calls in the wrong order
+  static constexpr std::uint16_t notOpened = 40;   ///< the file cannot be opened or created
+  static constexpr std::uint16_t fileInUse = 41;   ///< another process, or this one, has it open
+  static constexpr std::uint16_t damaged = 42;     ///< damaged, or not a database
+  static constexpr std::uint16_t writeFailed = 70; ///< full disk, file-size limit, read-only, I/O error
+  static constexpr std::uint16_t readFailed = 71;  ///< an error of the device, or the file ends too early
+  static constexpr std::uint16_t internalError = 90; ///< the storage library refuses what it should accept
 
   ORXSimException(std::uint16_t code, std::string const& text) : m_code(code), m_text(text.c_str()) {}
 

@@ -54,6 +54,11 @@ private:
 /// the buffer is column-major with the number of selected rows as leading dimension. A dimension without a
 /// selection is selected whole.
 ///
+/// Symmetric: a square matrix over one member set, rows and columns by two colours of its collection. The
+/// buffer is as for a dense drawer, and dense transfers read and write the drawer too. A cell above the
+/// diagonal is the one below: values for both must be equal (or both NaN), else mirrorsDiffer (22), and
+/// nothing is written. An extension appends to both dimensions.
+///
 /// Sparse: always the whole matrix, with the rows along dimension 0. A read fills the buffers that are
 /// attached; a write needs 0, 1 and 2, and for the symmetric form 3.
 ///
@@ -134,7 +139,9 @@ public:
   // Serialization
 
   /// Sets the form of the buffers and of a new drawer, dense unless it is called. An existing drawer must
-  /// have this form, else viewDoesNotFit (21).
+  /// have this form, else viewDoesNotFit (21); only a symmetric one has the dense form too. A new symmetric
+  /// drawer needs cells of double precision, and along both dimensions the same members of one collection and
+  /// the same chunk length.
   ORXSimTransfer& SetSerialization(ORXSimSerializationType const& serialization) noexcept;
   /// Sets the number of stored entries of a sparse write, which needs it.
   ORXSimTransfer& SetSparseNNonzero(int count) noexcept;

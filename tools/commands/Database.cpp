@@ -56,6 +56,9 @@ std::string DrawerText(ORXSimDistribution const& distribution) {
     return Counted(distribution.NumDimensions(), "dimension", "dimensions") + ", no values";
   ORXSimPersistentDrawerDesc const& drawer = drawers[0];
   if (drawer.Serialization().IsSparse()) return SparseText(drawer);
+  if (drawer.Serialization().IsDenseSym())
+    return Format("symmetric doubles, %s, %s", ShapeText(drawer).c_str(),
+                  ChunkText(drawer.ChunkSizes()).c_str());
   ORXSimRangeType const range = distribution.RangeType();
   return Format("dense %s, %s, %s, %s", range.Key() == ORXSimTypeKey::Double ? "doubles" : "integers",
                 ShapeText(drawer).c_str(), ChunkText(drawer.ChunkSizes()).c_str(),

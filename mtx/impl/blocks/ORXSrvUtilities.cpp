@@ -94,8 +94,10 @@ Chunks ChunksFor(Sets const& sets, Chunks lengths) {
 }
 
 /// Creates the drawer of a new distribution, with zeros; without chunk lengths it is stored whole.
-void MakeZeroDrawer(ORXSimDistributionID const& id, Sets const& sets, Chunks const& chunks) {
+void MakeZeroDrawer(ORXSimDistributionID const& id, Sets const& sets, Chunks const& chunks,
+                    ORXSimSerializationType const& form = {}) {
   ORXSimTransfer transfer{ORXSimDistribution(id)};
+  transfer.SetSerialization(form);
   if (chunks.IsEmpty()) {
     transfer.SetMakeNewDrawer();
   } else {
@@ -167,6 +169,28 @@ ORXSimDistributionID ORXSrvUtilities::Create2DDistribution(ORXSimTransaction& tx
   ORXSimDistributionID const id = CreateAt({tx, pos, typeIndex}, sets);
   MakeZeroDrawer(id, sets,
                  ChunksFor(sets, {ChunkWithin(second, chunkSecond), ChunkWithin(first, chunkFirst)}));
+  return id;
+}
+
+namespace {
+void MakeSymmetricDrawer(ORXSimDistributionID const& id, Sets const& sets, int chunk) {
+  MakeZeroDrawer(id, sets, ChunksFor(sets, {chunk, chunk}), ORXSimSerializationType().SetDenseSym());
+}
+} // namespace
+
+ORXSimDistributionID ORXSrvUtilities::CreateSymmetricDistribution(ORXSimCSetID set, int chunk) {
+  Sets const sets = DenseMatrixSets(set, set);
+  ORXSimDistributionID const id = CreateIn(set.Context(), sets, ORXSimTypeKey::Double);
+  MakeSymmetricDrawer(id, sets, chunk);
+  return id;
+}
+
+ORXSimDistributionID ORXSrvUtilities::CreateSymmetricDistribution(ORXSimTransaction& tx, ORXSrvPosition pos,
+                                                                  int typeIndex, ORXSimCSetID set,
+                                                                  int chunk) {
+  Sets const sets = DenseMatrixSets(set, set);
+  ORXSimDistributionID const id = CreateAt({tx, pos, typeIndex}, sets);
+  MakeSymmetricDrawer(id, sets, chunk);
   return id;
 }
 

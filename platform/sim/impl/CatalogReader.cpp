@@ -4,6 +4,7 @@
 #include "sim/impl/store/FileObjects.h"
 #include "sim/impl/store/Guarded.h"
 #include "sim/impl/store/SparseDrawer.h"
+#include "sim/impl/store/SymmetricDrawer.h"
 
 #include <charconv>
 #include <limits>
@@ -134,12 +135,18 @@ void LoadSets(DatabaseFile& file, sim::Context& context, std::int64_t& unclaimed
   }
 }
 
+bool CanBeSymmetric(sim::Drawer const& drawer, sim::DistributionRecord const& record) {
+  return drawer.sets.size() == 2 && drawer.sets[0] == drawer.sets[1] &&
+         (drawer.chunks.empty() || drawer.chunks[0] == drawer.chunks[1]) &&
+         record.range.Key() == ORXSimTypeKey::Double;
+}
+
 /// Makes the drawer of a distribution from its row. The list holds the grid (2 * rank numbers), then the
 /// member set of each dimension, then the chunk lengths.
 std::shared_ptr<sim::Drawer> LoadDrawer(RowReader const& row, sim::Context& context,
                                         std::span<int const> list, sim::DistributionRecord const& record) {
   int const code = row[4];
-  row.Require(code <= tables::sparseSymmetric, "has a drawer of an unknown kind");
+  row.Require(code <= tables::denseSymmetricBeingExtended, "has a drawer of an unknown kind");
   auto drawer = std::make_shared<sim::Drawer>();
   auto const rank = record.grid.size();
   bool const isChunked = list[3 * rank] != 0;
@@ -156,8 +163,10 @@ std::shared_ptr<sim::Drawer> LoadDrawer(RowReader const& row, sim::Context& cont
   SetSerialization(drawer->serialization, code);
   row.Require(!drawer->serialization.IsSparse() || (rank == 2 && record.range.Key() == ORXSimTypeKey::Double),
               "is sparse, but not a matrix of doubles");
+  row.Require(!drawer->serialization.IsDenseSym() || CanBeSymmetric(*drawer, record),
+              "is symmetric, but not a matrix of doubles over one set");
   drawer->isSaved = true;
-  drawer->mayBeLonger = code == tables::denseBeingExtended;
+  drawer->mayBeLonger = code == tables::denseBeingExtended || code == tables::denseSymmetricBeingExtended;
   return drawer;
 }
 
@@ -214,6 +223,8 @@ void LoadContext(DatabaseFile& file, sim::Context& context) {
 void SetSerialization(ORXSimSerializationType& serialization, int drawerCode) {
   if (drawerCode == tables::sparseGeneral) serialization.SetSparse();
   if (drawerCode == tables::sparseSymmetric) serialization.SetSparseSym();
+  if (drawerCode == tables::denseSymmetric || drawerCode == tables::denseSymmetricBeingExtended)
+    serialization.SetDenseSym();
 }
 
 std::map<int, std::string> NumberedLinks(DatabaseFile const& file, std::string const& path,
@@ -254,14 +265,12 @@ namespace {
 
 void OpenDense(DatabaseFile& file, sim::DistributionRecord const& record, std::string const& path) {
   CellType const cell = record.range.Key() == ORXSimTypeKey::Double ? CellType::Double : CellType::Int32;
-  auto dense = DenseDrawer::Open(file, path, cell, record.Rank());
-  for (int dim = 0; dim < record.Rank(); ++dim) {
-    int const size = record.drawer->sizes[static_cast<std::size_t>(dim)];
-    if (dense->Extent(dim) < size)
-      throw DamageFound{path + " has the extent " + std::to_string(dense->Extent(dim)) + " along dimension " +
-                        std::to_string(dim) + ", its member set has " + std::to_string(size)};
-  }
-  record.drawer->dense = std::move(dense);
+  sim::Drawer& drawer = *record.drawer;
+  std::unique_ptr<DenseDrawer> dense = drawer.serialization.IsDenseSym()
+                                           ? SymmetricDrawer::Open(file, path)
+                                           : DenseDrawer::Open(file, path, cell, record.Rank());
+  dense->RequireCells(drawer.sizes);
+  drawer.dense = std::move(dense);
 }
 
 } // namespace

@@ -237,6 +237,8 @@ int DrawerCodeOf(sim::Drawer const& drawer) {
     return tables::sparseGeneral;
   case ORXSimSerializationType::Layout::SparseSym:
     return tables::sparseSymmetric;
+  case ORXSimSerializationType::Layout::DenseSym:
+    return tables::denseSymmetric;
   default:
     return tables::dense;
   }
@@ -311,8 +313,9 @@ void CatalogWriter::NoteExtensions(sim::Context& context) {
       sim::DistributionRecord const& record = *context.DistributionAt(handle);
       if (record.row < 0) continue;
       std::vector<int> row = ChangesOf(tables::distributions).table->ReadRows(record.row, 1);
-      if (row[drawerColumn] != tables::dense) continue;
-      row[drawerColumn] = tables::denseBeingExtended;
+      if (row[drawerColumn] != tables::dense && row[drawerColumn] != tables::denseSymmetric) continue;
+      row[drawerColumn] = row[drawerColumn] == tables::dense ? tables::denseBeingExtended
+                                                             : tables::denseSymmetricBeingExtended;
       row.pop_back();
       OverwriteRow(
           tables::distributions, record.row, row,

@@ -83,7 +83,7 @@ private:
 std::map<int, std::string> NumberedLinks(DatabaseFile const& file, std::string const& path,
                                          std::string const& prefix);
 
-/// Sets the form of a sparse drawer from its tables::DrawerCode; leaves it for a dense drawer.
+/// Sets the form of a sparse or symmetric drawer from its tables::DrawerCode; leaves it for a dense drawer.
 void SetSerialization(ORXSimSerializationType& serialization, int drawerCode);
 
 /// Reads the contexts of a file; `create` makes an empty context for each.

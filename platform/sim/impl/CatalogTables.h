@@ -42,6 +42,8 @@ enum DrawerCode : int {
   denseBeingExtended = 2, ///< the dataset may be longer than the member sets
   sparseGeneral = 3,
   sparseSymmetric = 4,
+  denseSymmetric = 5,
+  denseSymmetricBeingExtended = 6,
 };
 
 /// Checksum of row `index` (its columns without the last) and of its list; the index is part of it.

@@ -46,8 +46,12 @@ Drawer::Drawer() : shape(NextShape()) {}
 Drawer::~Drawer() = default;
 
 void Drawer::SetAlong(std::size_t dim, int set, int size) {
-  sets[dim] = set;
-  sizes[dim] = size;
+  bool const isSymmetric = serialization.IsDenseSym();
+  for (std::size_t k = 0; k < sets.size(); ++k) {
+    if (k != dim && !isSymmetric) continue;
+    sets[k] = set;
+    sizes[k] = size;
+  }
   shape = NextShape();
 }
 

@@ -61,7 +61,8 @@ public:
                                        ORXSimTypeID type, bool isTemporary);
   /// Gives the distribution a drawer, which replaces its former drawer.
   void InstallDrawer(DistributionRecord& distribution, std::shared_ptr<Drawer> drawer);
-  /// Notes that the drawer was extended: its member set along `dim` is now `set`.
+  /// Notes that the drawer was extended: its member set along `dim`, of a symmetric drawer along both
+  /// dimensions, is now `set`.
   void RecordExtension(DistributionRecord& distribution, int dim, int set);
   /// Takes back one request for a temporary set; the last drop removes it, unless a drawer holds the set.
   void DropSet(ORXSimCSetID const& id);

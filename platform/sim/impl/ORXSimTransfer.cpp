@@ -4,6 +4,7 @@
 #include "sim/impl/RaiseError.h"
 #include "sim/impl/Selection.h"
 #include "sim/impl/store/SparseDrawer.h"
+#include "sim/impl/store/SymmetricDrawer.h"
 
 using namespace orx::sim;
 
@@ -135,6 +136,7 @@ void ORXSimTransfer::CheckForm() {
     if (m_newDrawer == NewDrawer::Chunked) CheckChunkLengths(record, m_chunks);
     CheckInitialValue(record, m_initialValue);
     if (m_serialization.IsSparse()) CheckSparsePossible(record);
+    if (m_serialization.IsDenseSym()) CheckSymmetricPossible(record, m_selections, m_chunks);
   } else if (!m_extension.IsNull()) {
     CheckExtension(record, m_extension, m_initialValue);
   } else {
@@ -188,8 +190,14 @@ void ORXSimTransfer::CreateDenseDrawer() {
   auto drawer = DrawerOverSelection();
   auto const cell = record.range.Key() == ORXSimTypeKey::Double ? orx::store::CellType::Double
                                                                 : orx::store::CellType::Int32;
-  drawer->dense = orx::store::DenseDrawer::Create(context.Database().File(), cell, drawer->sizes,
-                                                  drawer->chunks, m_initialValue.Value());
+  orx::store::DatabaseFile& file = context.Database().File();
+  if (m_serialization.IsDenseSym()) {
+    drawer->dense = orx::store::SymmetricDrawer::Create(
+        file, drawer->sizes[0], drawer->chunks.empty() ? 0 : drawer->chunks[0], m_initialValue.Value());
+  } else {
+    drawer->dense =
+        orx::store::DenseDrawer::Create(file, cell, drawer->sizes, drawer->chunks, m_initialValue.Value());
+  }
   context.InstallDrawer(record, std::move(drawer));
   m_newDrawer = NewDrawer::No;
   m_checkedShape = 0;
@@ -234,6 +242,8 @@ void ORXSimTransfer::TransferDense(bool isWrite) {
   Selection const selection(record, m_selections);
   orx::store::DenseDrawer& drawer = *record.drawer->dense;
   void* const buffer = m_buffers[0].data;
+  if (isWrite && record.drawer->serialization.IsDenseSym())
+    CheckMirrors(record, selection, static_cast<double const*>(buffer));
   selection.ForEachBox([&](orx::store::DrawerBox const& box) {
     if (isWrite) {
       drawer.Write(box, selection.BufferCounts(), buffer);

@@ -63,7 +63,7 @@ struct Drawer {
   Drawer& operator=(Drawer const&) = delete;
   ~Drawer();
 
-  /// Gives the drawer another member set along a dimension.
+  /// Gives the drawer another member set along a dimension, a symmetric one along both.
   void SetAlong(std::size_t dim, int set, int size);
 
   /// Number of the present shape, which no other drawer has and none had before: a selection that was checked
@@ -74,7 +74,7 @@ struct Drawer {
   std::vector<int> sizes;                             ///< number of cells along each dimension
   std::vector<int> chunks;                            ///< lengths as given; empty: stored whole
   ORXSimSerializationType serialization;
-  std::unique_ptr<store::DenseDrawer> dense;
+  std::unique_ptr<store::DenseDrawer> dense; ///< of a symmetric matrix a SymmetricDrawer
   std::unique_ptr<store::SparseDrawer> sparse;
   bool isSaved = false;     ///< true when it lies at its own path, not at a pending path
   bool mayBeLonger = false; ///< true when a crash may have left the dataset longer than `sizes`

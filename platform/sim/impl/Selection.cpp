@@ -3,7 +3,10 @@
 #include "sim/impl/Context.h"
 #include "sim/impl/RaiseError.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 namespace orx::sim {
@@ -120,6 +123,8 @@ void CheckSelections(DistributionRecord const& record, ORXSimArray<ORXSimDimSele
   if (isSparse != record.drawer->serialization.IsSparse())
     RefuseView(record, isSparse ? "its drawer is dense, the transfer sparse"
                                 : "its drawer is sparse, the transfer dense");
+  if (serialization.IsDenseSym() && !record.drawer->serialization.IsDenseSym())
+    RefuseView(record, "its drawer is dense, the transfer symmetric");
   for (int dim = 0; dim < record.Rank(); ++dim) {
     ORXSimDimSelection const& selection = selections[dim];
     if (selection.kind == ORXSimDimSelection::Kind::Set) CheckSet(record, dim, selection.set);
@@ -171,6 +176,21 @@ void CheckSparsePossible(DistributionRecord const& record) {
     RefuseView(record, "a sparse matrix needs two dimensions and cells of double precision");
 }
 
+void CheckSymmetricPossible(DistributionRecord const& record,
+                            ORXSimArray<ORXSimDimSelection> const& selections,
+                            ORXSimArray<int> const& chunks) {
+  if (record.Rank() != 2 || record.range.Key() != ORXSimTypeKey::Double)
+    RefuseView(record, "a symmetric matrix needs two dimensions and cells of double precision");
+  bool const isSame = record.grid[0].collection == record.grid[1].collection &&
+                      selections[0].kind == selections[1].kind &&
+                      selections[0].set.Data().memberSet == selections[1].set.Data().memberSet;
+  if (!isSame)
+    RefuseView(record, "a symmetric matrix needs the same members of one collection along both dimensions");
+  if (!chunks.IsEmpty() && chunks[0] != chunks[1])
+    RefuseView(record, "the chunk lengths of a symmetric matrix are " + std::to_string(chunks[0]) + " and " +
+                           std::to_string(chunks[1]) + ", expected the same along both dimensions");
+}
+
 int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection) {
   for (int dim = 0; dim < record.Rank(); ++dim)
     if (collection.Equal(record.Collection(dim))) return dim;
@@ -219,6 +239,53 @@ Selection::Selection(DistributionRecord const& record, ORXSimArray<ORXSimDimSele
     m_counts[static_cast<std::size_t>(dim)] = count;
     m_cells *= count;
   }
+}
+
+std::vector<Selection::Common> Selection::CommonPositions() const {
+  std::vector<Common> common;
+  for (Run const& columns : m_runs[0])
+    for (Run const& rows : m_runs[1]) {
+      std::int64_t const first = std::max(rows.first, columns.first);
+      std::int64_t const end = std::min(rows.first + rows.count, columns.first + columns.count);
+      for (std::int64_t k = first; k < end; ++k)
+        common.push_back({.position = k,
+                          .row = rows.buffer + k - rows.first,
+                          .column = columns.buffer + k - columns.first});
+    }
+  return common;
+}
+
+namespace {
+
+[[noreturn]] void RefuseMirrors(DistributionRecord const& record, std::int64_t row, std::int64_t column,
+                                double value, double mirror) {
+  std::array<char, 400> text{};
+  std::snprintf(text.data(), text.size(),
+                " is not possible: it is symmetric, and its row %lld, column %lld would be %.17g, but row "
+                "%lld, column %lld would be %.17g.",
+                static_cast<long long>(row), static_cast<long long>(column), value,
+                static_cast<long long>(column), static_cast<long long>(row), mirror);
+  RaiseError(ORXSimException::mirrorsDiffer, "Writing to " + record.Name() + text.data());
+}
+
+} // namespace
+
+void CheckMirrors(DistributionRecord const& record, Selection const& selection, double const* buffer) {
+  std::vector<Selection::Common> const common = selection.CommonPositions();
+  std::int64_t const rows = selection.BufferCounts()[1];
+  auto const check = [&](Selection::Common const& a, Selection::Common const& b) {
+    double const value = buffer[a.row + rows * b.column];
+    double const mirror = buffer[b.row + rows * a.column];
+    bool const agree = value == mirror || (std::isnan(value) && std::isnan(mirror));
+    if (!agree) RefuseMirrors(record, a.position, b.position, value, mirror);
+  };
+  // Square by square: the mirror images of a square are near one another too.
+  constexpr std::size_t square = 32;
+  for (std::size_t i = 0; i < common.size(); i += square)
+    for (std::size_t j = 0; j <= i; j += square)
+      for (std::size_t a = i; a < std::min(i + square, common.size()); ++a)
+        for (std::size_t b = j; b < std::min(j + square, a); ++b)
+          check(common[a], common[b]);
 }
 
 void Selection::AddMembers(DistributionRecord const& record, int dim, ORXSimCSetID const& id,

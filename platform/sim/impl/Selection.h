@@ -27,6 +27,10 @@ void CheckChunkLengths(DistributionRecord const& record, ORXSimArray<int> const&
 void CheckInitialValue(DistributionRecord const& record, ORXSimRangeValue const& value);
 /// Checks that the distribution can have a sparse drawer.
 void CheckSparsePossible(DistributionRecord const& record);
+/// Checks that the distribution can have a symmetric drawer over the selections.
+void CheckSymmetricPossible(DistributionRecord const& record,
+                            ORXSimArray<ORXSimDimSelection> const& selections,
+                            ORXSimArray<int> const& chunks);
 /// The dimension that has a collection.
 int DimensionOf(DistributionRecord const& record, ORXSimCollectionID const& collection);
 void CheckExtension(DistributionRecord const& record, ORXSimCSetID const& extension,
@@ -46,6 +50,15 @@ public:
   std::int64_t Cells() const noexcept { return m_cells; }
   /// The shape of the buffer: number of selected positions along each dimension.
   std::span<std::int64_t const> BufferCounts() const noexcept { return m_counts; }
+
+  /// A position in the drawer that is selected as a row (along dimension 1) and as a column.
+  struct Common {
+    std::int64_t position;
+    std::int64_t row;    ///< its row in the buffer
+    std::int64_t column; ///< its column in the buffer
+  };
+  /// REQUIRES: two dimensions.
+  std::vector<Common> CommonPositions() const;
 
   /// Calls visit(box) for each box: where it lies in the drawer and in the buffer.
   template<class Visit>
@@ -82,5 +95,9 @@ private:
   std::vector<std::int64_t> m_counts;   ///< number of selected positions along each dimension
   std::int64_t m_cells = 1;
 };
+
+/// Raises mirrorsDiffer unless the buffer, for a symmetric drawer, has equal values (or NaN twice) wherever
+/// the selection has a cell and its mirror image.
+void CheckMirrors(DistributionRecord const& record, Selection const& selection, double const* buffer);
 
 } // namespace orx::sim

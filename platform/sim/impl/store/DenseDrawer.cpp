@@ -46,17 +46,21 @@ std::unique_ptr<DenseDrawer> DenseDrawer::Create(DatabaseFile& file, CellType ce
                                                  std::span<int const> sizes, std::span<int const> chunks,
                                                  double fill) {
   std::unique_ptr<DenseDrawer> drawer(new DenseDrawer(file, cell, static_cast<int>(sizes.size())));
-  drawer->m_chunks.SetExtents({sizes.begin(), sizes.end()});
-  drawer->m_chunks.SetLengths(ChunkLengths(sizes, chunks, drawer->CellBytes()));
-  drawer->m_fill = fill;
-  Guarded(file, [&] { drawer->CreateFilled(fill); });
+  drawer->CreateDataset(sizes, chunks, fill);
   return drawer;
+}
+
+void DenseDrawer::CreateDataset(std::span<int const> sizes, std::span<int const> chunks, double fill) {
+  m_chunks.SetExtents({sizes.begin(), sizes.end()});
+  m_chunks.SetLengths(ChunkLengths(sizes, chunks, CellBytes()));
+  m_fill = fill;
+  Guarded(m_file, [&] { CreateFilled(fill); });
 }
 
 void DenseDrawer::CreateFilled(double fill) {
   RequirePossibleSize();
   std::uint64_t const freshFrom = ReserveChunks(m_chunks.CountChunks());
-  CreateDataset(fill);
+  MakeDataset(fill);
   if (!LookUpChunkOffsets(m_object.Get(), IsAllZeroBits(fill)))
     throw Hdf5Failure{.what = "creating a drawer", .cause = "not all of its chunks have space"};
   m_access = Access::Direct;
@@ -81,7 +85,7 @@ std::uint64_t DenseDrawer::ReserveChunks(std::int64_t count) {
   return m_file.Bytes().FreshFrom();
 }
 
-void DenseDrawer::CreateDataset(double fill) {
+void DenseDrawer::MakeDataset(double fill) {
   auto const extents = AsHdf5(m_chunks.Extents());
   std::vector<hsize_t> const unlimited(extents.size(), H5S_UNLIMITED);
   auto const lengths = AsHdf5(m_chunks.Lengths());
@@ -103,12 +107,25 @@ void DenseDrawer::CreateDataset(double fill) {
 std::unique_ptr<DenseDrawer> DenseDrawer::Open(DatabaseFile& file, std::string const& path, CellType cell,
                                                int rank) {
   std::unique_ptr<DenseDrawer> drawer(new DenseDrawer(file, cell, rank));
-  drawer->m_path = path;
-  Guarded(file, [&] {
-    drawer->ReadShape();
-    drawer->ReleaseHandle();
-  });
+  drawer->OpenDataset(path);
   return drawer;
+}
+
+void DenseDrawer::OpenDataset(std::string const& path) {
+  m_path = path;
+  Guarded(m_file, [&] {
+    ReadShape();
+    ReleaseHandle();
+  });
+}
+
+void DenseDrawer::RequireCells(std::span<int const> sizes) const {
+  for (int dim = 0; dim < m_rank; ++dim) {
+    int const size = sizes[static_cast<std::size_t>(dim)];
+    if (Extent(dim) < size)
+      throw DamageFound{m_path + " has the extent " + std::to_string(Extent(dim)) + " along dimension " +
+                        std::to_string(dim) + ", its member set has " + std::to_string(size)};
+  }
 }
 
 std::int64_t DenseDrawer::Dataset() {
@@ -400,7 +417,7 @@ void DenseDrawer::Extend(std::span<int const> sizes, int dim, std::int64_t to, d
 void DenseDrawer::AddChunks(std::span<int const> sizes, int dim, std::int64_t to, double fill) {
   if (!m_isExtendable)
     throw Hdf5Failure{.what = "extending " + m_path, .cause = "its dataset has a fixed size"};
-  CutTo(sizes);
+  DenseDrawer::CutTo(sizes);
   auto const along = static_cast<std::size_t>(dim);
   std::int64_t newChunks = CeilingDivision(to, m_chunks.Lengths()[along]) - m_chunks.CountAlong(dim);
   for (int other = 0; other < m_rank; ++other)
@@ -423,7 +440,7 @@ void DenseDrawer::FillBox(DrawerBox const& box, double fill) {
   plane.counts[0] = 1;
   for (std::int64_t k = 0; k < box.counts[0]; ++k) {
     plane.first[0] = box.first[0] + k;
-    Write(plane, shape, filled.data());
+    DenseDrawer::Write(plane, shape, filled.data());
   }
 }
 

@@ -31,9 +31,11 @@ public:
   static std::unique_ptr<DenseDrawer> Open(DatabaseFile& file, std::string const& path, CellType cell,
                                            int rank);
 
-  int Rank() const noexcept { return m_rank; }
-  /// Extent of the dataset, at least the size of the drawer: after an abandoned extension it is longer.
-  std::int64_t Extent(int dim) const noexcept { return m_chunks.Extents()[static_cast<std::size_t>(dim)]; }
+  virtual ~DenseDrawer() = default;
+
+  /// Raises DamageFound unless the dataset has the cells of a drawer of these sizes. It may have more: after
+  /// an abandoned extension it is longer.
+  virtual void RequireCells(std::span<int const> sizes) const;
   double Fill() const noexcept { return m_fill; }
   bool IsExtendable() const noexcept { return m_isExtendable; }
   int CellBytes() const noexcept { return BytesOf(m_cell); }
@@ -41,34 +43,42 @@ public:
   // Cells; boxes lie inside the drawer
 
   /// `bufferCounts` is the shape of the buffer.
-  void Read(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void* buffer);
-  void Write(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void const* buffer);
+  virtual void Read(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void* buffer);
+  virtual void Write(DrawerBox const& box, std::span<std::int64_t const> bufferCounts, void const* buffer);
   /// Raises writeFailed when no cell of this drawer can ever be written.
   void RequireWritable();
   /// Makes the drawer longer along one dimension, to `to` cells; the new cells are `fill`. `sizes` are the
   /// sizes of the drawer before.
-  void Extend(std::span<int const> sizes, int dim, std::int64_t to, double fill);
+  virtual void Extend(std::span<int const> sizes, int dim, std::int64_t to, double fill);
 
   // Saving; inside Guarded
 
   /// Cuts the dataset to the sizes of the drawer.
-  void CutTo(std::span<int const> sizes);
+  virtual void CutTo(std::span<int const> sizes);
   /// Writes the attribute by which a later opening finds out whether the chunks' offsets were damaged.
   void SaveLayout();
   /// Closes the dataset unless its cells are read through HDF5. The next use opens it again.
   void ReleaseHandle() noexcept;
 
+protected:
+  DenseDrawer(DatabaseFile& file, CellType cell, int rank);
+
+  /// What Create and Open do with a new object.
+  void CreateDataset(std::span<int const> sizes, std::span<int const> chunks, double fill);
+  void OpenDataset(std::string const& path);
+  /// Extent of the dataset along a dimension. REQUIRES: its shape was read.
+  std::int64_t Extent(int dim) const noexcept { return m_chunks.Extents()[static_cast<std::size_t>(dim)]; }
+  std::string const& Path() const noexcept { return m_path; }
+
 private:
   enum class Access : std::uint8_t { Unknown, Direct, ThroughHdf5 };
-
-  DenseDrawer(DatabaseFile& file, CellType cell, int rank);
 
   /// HDF5's identifier of the dataset. Opens the dataset when it is closed.
   std::int64_t Dataset();
   void CreateFilled(double fill);
   void RequirePossibleSize() const;
   std::uint64_t ReserveChunks(std::int64_t count);
-  void CreateDataset(double fill);
+  void MakeDataset(double fill);
   void ReadShape();
   void ReadExtents(std::int64_t dataset);
   void RequireNumbers(std::int64_t dataset) const;
