@@ -41,6 +41,12 @@ class ORXSrvMatrix;
 /// gaps from the start of a buffer, with leading dimension lastRow - firstRow + 1, whatever the shape of the
 /// ORXSrvMatrix that has the buffer.
 ///
+/// A symmetric distribution (ORXSrvUtilities::CreateSymmetricDistribution) keeps one triangle: a cell above
+/// the diagonal is the one below, in matrices and views alike. Values for both must be equal where one call
+/// writes both (error 204, nothing is written). AddAssign of what is not symmetric is error 206, as are
+/// products and CopyMappedRows into a matrix that holds cells and their mirror images. It grows in both
+/// directions together: see ORXSrvHermitianScrDenseMatrix.
+///
 /// Operands may be views of one distribution, or one and the same matrix. Where a result and an operand share
 /// cells, each shared cell must be at the same position of both; else error 206, before anything is changed.
 /// The same holds for arrays in memory that overlap.
@@ -178,7 +184,8 @@ public:
   /// Returns 0, or, with the matrix as before:
   ///   1  the matrix is a view
   ///   2  nothing to append
-  ///   3  no such dimension, or the labels are of neither dimension's collection
+  ///   3  no such dimension, or the labels are of neither dimension's collection, or the distribution is
+  ///      symmetric
   ///   4  a label exists already; it may have been added to the collection
   int ExtendDim(int dim, int count, int const* labels);
 
@@ -187,7 +194,8 @@ public:
   /// Reads into the target's buffer. Error 203 for a rectangle that is empty or leaves the matrix; a buffer
   /// that is too small is an ORXSimException (viewDoesNotFit).
   void GetValues(int firstRow, int lastRow, int firstColumn, int lastColumn, ORXSrvMatrix& target) const;
-  /// Writes from the source's buffer. Error 204 for a rectangle that is empty or leaves the matrix; a buffer
+  /// Writes from the source's buffer. Error 204 for a rectangle that is empty or leaves the matrix, and for
+  /// values of a symmetric matrix that differ from those for their mirror images (two NaN do not); a buffer
   /// that is too small is an ORXSimException (viewDoesNotFit). Error 208, with the database's text, when the
   /// file cannot be written (code 70): the rectangle may then be partly written. Other failures of the write
   /// itself are not reported: hosts rely on it.
@@ -228,7 +236,8 @@ public:
   /// empty, leaves this matrix, or has fewer rows than the target; 204 for one with more columns.
   void GetSubmatrix(ORXSrvDenseMatrix& target, int firstRow, int lastRow, int firstColumn,
                     int lastColumn) const;
-  /// Copies all values of a matrix of the same shape, else error 204.
+  /// Copies all values of a matrix of the same shape, else error 204; so too for one that is not symmetric
+  /// where this matrix is.
   void CopyValues(ORXSrvDenseMatrix const* source);
   /// Copies the rows of the source into the rows that have the same labels (of repeated labels, into the last
   /// row). With `clearUnmatched` the other rows become zero; without it their values are undefined
@@ -253,6 +262,7 @@ protected:
   void Attach(ORXSimDistribution const& distribution);
 
 private:
+  friend class ORXSrvHermitianScrDenseMatrix;
   friend class ORXSrvSparseMatrix; // its products have block matrices for operands
 
   /// Index into the pairs below.
@@ -270,6 +280,14 @@ private:
 
   ORX_LOCAL Rectangle Whole() const noexcept { return {0, NumberOfRows() - 1, 0, NumberOfColumns() - 1}; }
   ORX_LOCAL Rectangle InDistribution(Rectangle const& range) const noexcept;
+  /// The rows and columns of the square that is its own mirror image: its cells have mirror images in this
+  /// matrix, others have not. Empty (last before first) unless the distribution is symmetric.
+  ORX_LOCAL Rectangle MirroredSquare() const noexcept;
+  ORX_LOCAL void RequireNoMirrors(char const* operation) const;
+  ORX_LOCAL bool HasSymmetricValuesFor(ORXSrvDenseMatrix const& target) const;
+  ORX_LOCAL void RequireSymmetricValuesFor(ORXSrvDenseMatrix const& target) const;
+  template<class Visit>
+  ORX_LOCAL void VisitPartsOnce(char const* operation, Visit visit) const;
   ORX_LOCAL bool Meets(Rectangle const& range, ORXSrvDenseMatrix const& other) const noexcept;
   ORX_LOCAL void RequireNotShifted(Rectangle const& range, ORXSrvDenseMatrix const& other,
                                    char const* operation) const;
@@ -278,12 +296,14 @@ private:
   ORX_LOCAL std::unique_ptr<ORXSimTransfer> NewTransfer() const;
   ORX_LOCAL ORXSimCSetID LabelsAlong(Direction direction, ORXSimCSetID const& whole) const;
   ORX_LOCAL int ExtendWith(ORXSimCSetID const& members);
+  ORX_LOCAL void SetFirstBlock(Direction direction) noexcept;
   ORX_LOCAL bool Contains(Rectangle const& range) const noexcept;
   ORX_LOCAL ORXSimTransfer TransferOf(Rectangle const& range) const;
 
   // Arrays are pairs: of rows, of columns.
   ORXSimDistribution m_distribution;
   bool m_isSubmatrix = false;
+  bool m_isMirrored = false;                  ///< the distribution is symmetric
   std::int32_t m_extent[2] = {};              ///< number of rows, of columns
   std::int32_t m_blocks[2] = {};              ///< number of blocks
   std::int32_t m_blockSize[2] = {};           ///< of every block but the first and the last

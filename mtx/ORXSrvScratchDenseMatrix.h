@@ -41,6 +41,10 @@ protected:
   /// A view, see Submatrix.
   ORXSrvScratchDenseMatrix(ORXSrvScratchDenseMatrix const& parent, int firstRow, int lastRow, int firstColumn,
                            int lastColumn);
+  /// Creates the file, which is named after a class, with one context. REQUIRES: null.
+  ORX_LOCAL ORXSimContextID CreateFile(char const* className);
+  /// Sets what RowCSetID and ColumnCSetID return.
+  ORX_LOCAL void ReportSets(ORXSimCSetID const& rows, ORXSimCSetID const& columns) noexcept;
 
 private:
   ORX_LOCAL void Build(int rows, int columns, int const* rowLabels, int const* columnLabels, int rowChunk,

@@ -65,14 +65,18 @@ TEST_P(DenseAccess, EveryRectangleIsReadPacked) {
 TEST_P(DenseAccess, EveryWriteChangesItsRectangleOnly) {
   Doubles const stored = InDatabase();
   int const storedRows = ORXSrvDenseMatrix(m_a->DistributionID()).NumberOfRows();
-  int const frame = storedRows > Rows() ? DenseDatabase::frame : 0;
+  auto const [row, column] = DenseDatabase::OriginOf(GetParam(), Rows(), Columns());
+  using Handle = DenseKind::Handle;
+  bool const isMirrored =
+      GetParam().handle == Handle::BelowDiagonal || GetParam().handle == Handle::AboveDiagonal;
   ForEachRange(Rows(), [&](int r1, int r2) {
     ForEachRange(Columns(), [&](int c1, int c2) {
       Doubles expected = stored, part;
       for (int j = c1; j <= c2; ++j)
         for (int i = r1; i <= r2; ++i) {
           part.push_back(-1.0 - static_cast<double>(part.size()));
-          expected[(j + frame) * storedRows + i + frame] = part.back();
+          expected[(j + column) * storedRows + i + row] = part.back();
+          if (isMirrored) expected[(i + row) * storedRows + j + column] = part.back();
         }
       Write(*m_a, r1, r2, c1, c2, part);
       ASSERT_EQ(InDatabase(), expected) << r1 << " " << r2 << " " << c1 << " " << c2;

@@ -26,7 +26,9 @@ constexpr Cut cuts[] = {{1, 1},
                         {64, 64, Handle::View},
                         {64, 64, Handle::Grown},
                         {8, 5, Handle::Grown},
-                        {12, 8, Handle::ViewOfGrown}};
+                        {12, 8, Handle::ViewOfGrown},
+                        {3, 3, Handle::BelowDiagonal},
+                        {4, 4, Handle::AboveDiagonal}};
 
 std::string Text(Cut cut) {
   return std::to_string(cut.rows) + " x " + std::to_string(cut.columns) + ", kind " +

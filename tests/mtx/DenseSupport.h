@@ -2,6 +2,7 @@
 
 #include "core/ORXUnicodeString.h"
 #include "mtx/ORXSrvDenseMatrix.h"
+#include "mtx/ORXSrvHermitianScrDenseMatrix.h"
 #include "mtx/ORXSrvMatrixContainer.h"
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 #include "mtx/ORXSrvUtilities.h"
@@ -58,7 +59,19 @@ inline std::vector<int> Labels(ORXSimCSetID const& id) {
 
 /// How a matrix is stored and seen.
 struct DenseKind {
-  enum class Handle { Own, View, ViewOfView, Scratch, Registered, Column, Grown, GrownColumn, ViewOfGrown };
+  enum class Handle {
+    Own,
+    View,
+    ViewOfView,
+    Scratch,
+    Registered,
+    Column,
+    Grown,
+    GrownColumn,
+    ViewOfGrown,
+    BelowDiagonal, ///< a view of a symmetric matrix, of which another triangle is the mirror image
+    AboveDiagonal
+  };
   char const* name;
   Handle handle;
   int rowChunk, columnChunk; ///< -1: stored whole
@@ -79,6 +92,8 @@ constexpr DenseKind denseKinds[] = {
     {"GrownFromAShortBlock", DenseKind::Handle::Grown, 8, 5},
     {"GrownFromAWhole", DenseKind::Handle::Grown, -1, -1},
     {"GrownColumn", DenseKind::Handle::GrownColumn, 8, -1},
+    {"BelowTheDiagonal", DenseKind::Handle::BelowDiagonal, 3, 3},
+    {"AboveTheDiagonal", DenseKind::Handle::AboveDiagonal, 4, 4},
 };
 
 /// Behind the kinds that did not grow.
@@ -139,6 +154,11 @@ public:
     if (handle == Handle::Column) return NewColumn(rows, rowChunk);
     if (handle == Handle::Grown)
       return Grown(New(rows - rows / 2, columns - columns / 2, rowChunk, columnChunk), rows, columns);
+    if (handle == Handle::BelowDiagonal || handle == Handle::AboveDiagonal) {
+      ORXSrvHermitianScrDenseMatrix const parent(rows + columns, rowChunk);
+      auto const [row, column] = OriginOf(kind, rows, columns);
+      return ViewOf(parent, row, row + rows - 1, column, column + columns - 1);
+    }
     if (handle == Handle::GrownColumn) return Grown(NewColumn(rows - rows / 2, rowChunk), rows, 1);
     DenseKind const ofParent{name, handle == Handle::ViewOfGrown ? Handle::Grown : Handle::Own, rowChunk,
                              columnChunk};
@@ -150,6 +170,15 @@ public:
   }
 
   static constexpr int frame = 2;
+  /// Row and column of the distribution where the matrix begins.
+  static std::pair<int, int> OriginOf(DenseKind const& kind, int rows, int columns) {
+    using Handle = DenseKind::Handle;
+    if (kind.handle == Handle::BelowDiagonal) return {columns, 0};
+    if (kind.handle == Handle::AboveDiagonal) return {0, rows};
+    bool const isView = kind.handle == Handle::View || kind.handle == Handle::ViewOfView ||
+                        kind.handle == Handle::ViewOfGrown;
+    return isView ? std::pair{frame, frame} : std::pair{0, 0};
+  }
 
 private:
   /// As the registry makes them; one whose identifier is taken is the caller's.

@@ -69,7 +69,7 @@ ORXSrvDenseMatrix::ORXSrvDenseMatrix(ORXSimDistribution distribution) {
 
 ORXSrvDenseMatrix::ORXSrvDenseMatrix(ORXSrvDenseMatrix const& parent, int firstRow, int lastRow,
                                      int firstColumn, int lastColumn)
-    : m_distribution(parent.m_distribution), m_isSubmatrix(true) {
+    : m_distribution(parent.m_distribution), m_isSubmatrix(true), m_isMirrored(parent.m_isMirrored) {
   SetViewOf(parent, rowDirection, firstRow, lastRow);
   SetViewOf(parent, columnDirection, firstColumn, lastColumn);
   m_transfer = NewTransfer();
@@ -105,9 +105,9 @@ void ORXSrvDenseMatrix::Attach(ORXSimDistribution const& distribution) {
       SetExtent(direction, size);
       (direction == rowDirection ? m_rowCSetID : m_columnCSetID) = drawer.DimensionCSetID(dim);
     }
-    m_firstBlockSize[direction] =
-        m_blocks[direction] == 1 ? m_lastBlockSize[direction] : m_blockSize[direction];
+    SetFirstBlock(direction);
   }
+  m_isMirrored = drawer.Serialization().IsDenseSym();
   m_distribution = distribution;
   m_transfer = NewTransfer();
 }
@@ -119,6 +119,11 @@ void ORXSrvDenseMatrix::SetExtent(Direction direction, int extent) {
   m_extent[direction] = extent;
   m_blocks[direction] = (extent - 1) / size + 1;
   m_lastBlockSize[direction] = remainder != 0 ? remainder : size;
+}
+
+void ORXSrvDenseMatrix::SetFirstBlock(Direction direction) noexcept {
+  m_firstBlockSize[direction] =
+      m_blocks[direction] == 1 ? m_lastBlockSize[direction] : m_blockSize[direction];
 }
 
 void ORXSrvDenseMatrix::SetViewOf(ORXSrvDenseMatrix const& parent, Direction direction, int first, int last) {
@@ -211,9 +216,15 @@ ORXSrvDenseMatrix::Rectangle ORXSrvDenseMatrix::InDistribution(Rectangle const& 
 bool ORXSrvDenseMatrix::Meets(Rectangle const& range, ORXSrvDenseMatrix const& other) const noexcept {
   Rectangle const a = InDistribution(range);
   Rectangle const b = other.InDistribution(other.Whole());
-  return m_distribution.ID() == other.m_distribution.ID() &&
-         std::max(a.firstRow, b.firstRow) <= std::min(a.lastRow, b.lastRow) &&
-         std::max(a.firstColumn, b.firstColumn) <= std::min(a.lastColumn, b.lastColumn);
+  if (m_distribution.ID() != other.m_distribution.ID()) return false;
+  auto const overlap = [](int firstA, int lastA, int firstB, int lastB) {
+    return std::max(firstA, firstB) <= std::min(lastA, lastB);
+  };
+  bool const meet = overlap(a.firstRow, a.lastRow, b.firstRow, b.lastRow) &&
+                    overlap(a.firstColumn, a.lastColumn, b.firstColumn, b.lastColumn);
+  bool const meetsMirror = overlap(a.firstRow, a.lastRow, b.firstColumn, b.lastColumn) &&
+                           overlap(a.firstColumn, a.lastColumn, b.firstRow, b.lastRow);
+  return meet || (m_isMirrored && meetsMirror);
 }
 
 /// Raises error 206 when the rectangle and the other matrix have cells in common, but at different positions:
@@ -224,6 +235,39 @@ void ORXSrvDenseMatrix::RequireNotShifted(Rectangle const& range, ORXSrvDenseMat
   Rectangle const b = other.InDistribution(other.Whole());
   bool const haveSameOrigin = a.firstRow == b.firstRow && a.firstColumn == b.firstColumn;
   if (Meets(range, other) && !haveSameOrigin) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, __LINE__);
+}
+
+// Cells and their mirror images
+
+ORXSrvDenseMatrix::Rectangle ORXSrvDenseMatrix::MirroredSquare() const noexcept {
+  if (!m_isMirrored) return {0, -1, 0, -1};
+  int const row = m_first[rowDirection];
+  int const column = m_first[columnDirection];
+  int const first = std::max(row, column);
+  int const last = std::min(row + NumberOfRows(), column + NumberOfColumns()) - 1;
+  return {first - row, last - row, first - column, last - column};
+}
+
+/// Raises error 206 when a cell and its mirror image are in this matrix: an operation that computes both
+/// would get two values for one cell.
+void ORXSrvDenseMatrix::RequireNoMirrors(char const* operation) const {
+  Rectangle const square = MirroredSquare();
+  if (square.lastRow > square.firstRow) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, __LINE__);
+}
+
+/// True when the values that a copy to the leading part of the target gives to cells and to their mirror
+/// images agree. REQUIRES: not smaller than the target.
+bool ORXSrvDenseMatrix::HasSymmetricValuesFor(ORXSrvDenseMatrix const& target) const {
+  Rectangle const square = target.MirroredSquare();
+  if (square.lastRow <= square.firstRow) return true;
+  ORXSrvDenseMatrix const part(*this, square.firstRow, square.lastRow, square.firstColumn, square.lastColumn);
+  bool const isItsOwnMirror = m_isMirrored && part.m_first[rowDirection] == part.m_first[columnDirection];
+  return isItsOwnMirror || part.IsSymmetric();
+}
+
+void ORXSrvDenseMatrix::RequireSymmetricValuesFor(ORXSrvDenseMatrix const& target) const {
+  if (!HasSymmetricValuesFor(target))
+    ORXSrvMtxMirrorsDiffer("The target is symmetric, the values are not.").Throw(sourceFile, __LINE__);
 }
 
 // Growth
@@ -237,6 +281,7 @@ int ORXSrvDenseMatrix::ExtendableDim() const { return FirstDrawerOf(m_distributi
 int ORXSrvDenseMatrix::ExtendDim(int dim, int count, int const* labels) {
   if (dim != 0 && dim != 1) return noSuchDimension;
   if (m_isSubmatrix) return isView; // before labels are added to the collection
+  if (m_isMirrored) return noSuchDimension;
   ORXSimCollection const collection((dim == 1 ? m_rowCSetID : m_columnCSetID).Collection());
   int const extent = m_extent[dim == 1 ? rowDirection : columnDirection];
   return ExtendWith(labels != nullptr ? collection.CreateOrderedCSet(labels, count)
@@ -268,8 +313,7 @@ int ORXSrvDenseMatrix::ExtendWith(ORXSimCSetID const& members) {
   labels = longer;
   // The size of the first column block is set anew whichever direction grows, the size of the first row block
   // never: hosts rely on the blocks that result.
-  m_firstBlockSize[columnDirection] =
-      m_blocks[columnDirection] == 1 ? m_lastBlockSize[columnDirection] : m_blockSize[columnDirection];
+  SetFirstBlock(columnDirection);
   SetExtent(direction, m_extent[direction] + added.Size());
   return done;
 }

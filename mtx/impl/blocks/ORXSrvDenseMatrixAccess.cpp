@@ -25,8 +25,11 @@ std::int64_t BufferBytes(ORXSrvMatrix const& matrix) {
   return matrix.BufferSize() * static_cast<std::int64_t>(sizeof(double));
 }
 
-/// Handles a failed write: raises error 208 when the file cannot be written, and ignores other failures.
+/// Handles a failed write: raises error 208 when the file cannot be written, 204 for values that do not suit
+/// a symmetric matrix, and ignores other failures.
 void ReportWriteFailure(ORXSimException const& failure) {
+  if (failure.Code() == ORXSimException::mirrorsDiffer)
+    ORXSrvMtxMirrorsDiffer(failure.AsString().AsText()).Throw(sourceFile, __LINE__);
   if (failure.Code() != ORXSimException::writeFailed) return;
   ORXSimDebugOutString text;
   text.Write("ORXSrvDenseMatrix::SetValues");
@@ -168,6 +171,8 @@ void ORXSrvDenseMatrix::GetSubmatrix(ORXSrvDenseMatrix& target, int firstRow, in
   if (target.NumberOfColumns() <= lastColumn - firstColumn)
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   RequireNotShifted({firstRow, lastRow, firstColumn, lastColumn}, target, "GetSubmatrix");
+  if (target.m_isMirrored)
+    ORXSrvDenseMatrix(*this, firstRow, lastRow, firstColumn, lastColumn).RequireSymmetricValuesFor(target);
   // Each write covers one row block of the target.
   std::vector<BlockRange> const blocks = GroupRowBlocks(target);
   ORXSrvMatrix work(LargestSize(blocks), lastColumn - firstColumn + 1);
@@ -182,6 +187,7 @@ void ORXSrvDenseMatrix::CopyValues(ORXSrvDenseMatrix const* source) {
   if (source->NumberOfRows() != NumberOfRows() || source->NumberOfColumns() != NumberOfColumns())
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   RequireNotShifted(Whole(), *source, "CopyValues");
+  source->RequireSymmetricValuesFor(*this);
   if (NumberOfRows() == 0) return;
   std::vector<BlockRange> const blocks = GroupColumnBlocks(*source);
   ORXSrvMatrix work(source->NumberOfRows(), LargestSize(blocks));
@@ -236,6 +242,7 @@ std::vector<int> LastPositions(std::vector<int> const& labels, std::vector<int> 
 void ORXSrvDenseMatrix::CopyMappedRows(ORXSrvDenseMatrix const* source, bool clearUnmatched) {
   if (source->NumberOfColumns() > NumberOfColumns()) ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   RequireNotShifted(Whole(), *source, "CopyMappedRows");
+  RequireNoMirrors("CopyMappedRows");
   std::vector<int> const targetRows = LastPositions(RowLabels(*source), RowLabels(*this));
   std::int64_t const sourceCount = source->NumberOfRows();
   std::int64_t const count = NumberOfRows();

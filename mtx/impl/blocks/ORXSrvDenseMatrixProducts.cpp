@@ -1,17 +1,13 @@
 #include "mtx/ORXSrvDenseMatrix.h"
 
-#include "blac/BLAC.h"
 #include "core/mem_Allocator.h"
+#include "mtx/impl/blocks/BlockProducts.h"
 #include "mtx/impl/blocks/BlockProgress.h"
-#include "mtx/impl/blocks/BlockRanges.h"
 #include "mtx/impl/blocks/ProductTiles.h"
 #include "mtx/impl/matrix/ORXSrvMtxErrors.h"
-#include "mtx/impl/matrix/ProductMemory.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
-#include <limits>
 #include <vector>
 
 using namespace orx;
@@ -32,125 +28,12 @@ constexpr char multiplyAssign[] = "ORXSrvDenseMatrix::MultiplyAssign";
 constexpr char transposeMultiply[] = "ORXSrvDenseMatrix::TransposeMultiply";
 constexpr char indexedMultiply[] = "ORXSrvDenseMatrix::IndexedMultiply";
 
-// Checks
-
-/// Raises error 206 for `operation`, with the source line `line`, unless the condition holds.
-void RequireInput(bool condition, char const* operation, int line) {
-  if (!condition) ORXSrvMtxIllegalInput(operation).Throw(sourceFile, line);
-}
-
-/// Raises error 203 unless the leading rows x columns can be read from the matrix.
-void RequireReadable(ORXSrvDenseMatrix const& matrix, int rows, int columns, int line) {
-  if (rows > matrix.NumberOfRows() || columns > matrix.NumberOfColumns())
-    ORXSrvMtxInvalidGetRange().Throw(sourceFile, line);
-}
-
-/// Raises error 204 unless the leading rows x columns can be written to the matrix.
-void RequireWritable(ORXSrvDenseMatrix const& matrix, int rows, int columns, int line) {
-  if (rows > matrix.NumberOfRows() || columns > matrix.NumberOfColumns())
-    ORXSrvMtxInvalidSetRange().Throw(sourceFile, line);
-}
-
-/// Raises error 206 when the `count` values that are read at `from` and the rows x columns values with a
-/// leading dimension that are written at `to` overlap: the first block of the result would change the operand
-/// of the next.
-void RequireApart(double const* from, std::int64_t count, double const* to, std::int64_t leadingDimension,
-                  std::int64_t rows, std::int64_t columns, char const* operation, int line) {
-  if (count == 0 || rows == 0 || columns == 0) return;
-  std::int64_t const written = leadingDimension * (columns - 1) + rows;
-  std::less<double const*> const isBefore;
-  RequireInput(!isBefore(from, to + written) || !isBefore(to, from + count), operation, line);
-}
-
-// Strips
-
-// A matrix that is stored whole, or in long chunks, is one block. Work areas of 64 MB are enough for the full
-// speed of DGEMM: a larger block is processed in strips.
-
-std::int64_t WorkMemoryValues() {
-  return ORXSrvDenseMatrix::WorkMemory() / static_cast<std::int64_t>(sizeof(double));
-}
-
-/// Number of rows or columns of `length` values that fit into the work memory; at least one.
-int LargestStrip(std::int64_t length) {
-  std::int64_t const lines = WorkMemoryValues() / std::max<std::int64_t>(length, 1);
-  return static_cast<int>(std::clamp<std::int64_t>(lines, 1, std::numeric_limits<int>::max()));
-}
-
-/// Number of rows or columns of `length` values in 64 MB; `least` if that is more and the work memory holds
-/// them.
-int StripSize(std::int64_t length, int least) {
-  std::int64_t const lines = (std::int64_t{1} << 23) / std::max<std::int64_t>(length, 1);
-  return std::min(LargestStrip(length), static_cast<int>(std::max<std::int64_t>(lines, least)));
-}
-
-/// Returns the row blocks, cut where `columns` values for each row exceed a strip.
-std::vector<BlockRange> CutRowBlocks(ORXSrvDenseMatrix const& matrix, int columns) {
-  return CutRanges(GroupRowBlocks(matrix), StripSize(columns, 1024));
-}
-std::vector<BlockRange> CutColumnBlocks(ORXSrvDenseMatrix const& matrix, int rows) {
-  return CutRanges(GroupColumnBlocks(matrix), StripSize(rows, 64));
-}
-
-/// True when the buffer of a matrix has rows x columns values.
-bool Holds(ORXSrvMatrix const& matrix, std::int64_t rows, std::int64_t columns) {
-  return matrix.NumberOfStoredValues() >= rows * columns;
-}
-
-/// True when a matrix is full and has at least `rows` rows and `columns` columns.
-bool Covers(ORXSrvMatrix const& matrix, int rows, int columns) {
-  return !matrix.IsDiagonal() && matrix.NumberOfRows() >= rows && matrix.NumberOfColumns() >= columns;
-}
-
-// Block products
-
-/// Column-major values with a leading dimension.
-struct Values {
-  double const* values = nullptr;
-  int leadingDimension = 0;
-};
-struct Target {
-  double* values;
-  int leadingDimension;
-};
-
-/// Returns the leading dimension for DGEMM, which refuses the 0 of a matrix without rows.
-int const* BlasLeadingDimension(int const& dimension) {
-  static constexpr int one = 1;
-  return dimension > 0 ? &dimension : &one;
-}
-
-/// c = alpha * a * b + beta * c; a is m x k, b k x n.
-void Gemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
-  RequireProductMemory();
-  BLAC_DGEMM("N", "N", &m, &n, &k, &alpha, a.values, BlasLeadingDimension(a.leadingDimension), b.values,
-             BlasLeadingDimension(b.leadingDimension), &beta, c.values,
-             BlasLeadingDimension(c.leadingDimension));
-}
-
-/// c = alpha * a^T * b + beta * c; a is k x m, b k x n. If a and b have no values (k = 0), c = beta * c.
-void TransposedGemm(int m, int n, int k, double alpha, Values a, Values b, double beta, Target c) {
-  RequireProductMemory();
-  BLAC_DGEMM("T", "N", &m, &n, &k, &alpha, a.values, BlasLeadingDimension(a.leadingDimension), b.values,
-             BlasLeadingDimension(b.leadingDimension), &beta, c.values,
-             BlasLeadingDimension(c.leadingDimension));
-}
-
-/// c = beta * c, m x n: the product of factors without values. With beta 0 a NaN in c becomes 0.
-void ScaleBy(double beta, int m, int n, Target c) { Gemm(m, n, 0, 1.0, {nullptr, m}, {}, beta, c); }
-
-Values AsOperand(ORXSrvMatrix const& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
-Target AsTarget(ORXSrvMatrix& matrix) { return {matrix.Values(), matrix.NumberOfRows()}; }
-
-/// Least number of columns of a strip of A: narrower strips make DGEMM slow.
-constexpr int leastStripWidth = 64;
-
 /// Multiplies rows of A by a matrix in memory.
 class RowProduct {
 public:
   /// Allocates for at most `largestRows` rows at a time.
   RowProduct(ORXSrvDenseMatrix const& a, int largestRows)
-      : m_a(a), m_strips(CutIntoColumnStrips(a, StripWidth(largestRows))),
+      : m_a(a), m_strips(CutIntoColumnStrips(a, CachedStripWidth(largestRows))),
         m_work(largestRows, LargestSize(m_strips)) {}
 
   /// c = alpha * (`rows` of A) * b + beta * c; b is A's columns x n.
@@ -184,13 +67,6 @@ public:
   }
 
 private:
-  // A strip stays in the second-level cache until DGEMM has packed it. With 8192 columns of A and 64 columns
-  // of b, whole row blocks, which do not stay there, take 1.15 times as long.
-  static int StripWidth(int rows) {
-    constexpr int stripValues = (1 << 20) / sizeof(double);
-    return std::max(leastStripWidth, stripValues / std::max(rows, 1));
-  }
-
   ORXSrvMatrix Read(BlockRange const& rows, BlockRange const& columns) const {
     ORXSrvMatrix strip = m_work.As(rows.Size(), columns.Size());
     m_a.GetValues(rows.first, rows.last, columns.first, columns.last, strip);
@@ -285,26 +161,6 @@ int RowBlocksTogether(ORXSrvDenseMatrix const& a, int rowsOfB) {
   std::int64_t const columnBlock = std::int64_t{a.MaxNumberOfColumnsInBlock()} * rowsOfB;
   if (rowBlock == 0 || a.NumberOfRowBlocks() == 0) return 1;
   return static_cast<int>(std::clamp<std::int64_t>(columnBlock / rowBlock, 1, a.NumberOfRowBlocks()));
-}
-
-/// Raises the error that reading the leading rows of B would raise.
-void RequireReadableRows(ORXSrvDenseMatrix const& b, int rows) {
-  RequireReadable(b, rows, b.NumberOfColumns(), __LINE__);
-}
-void RequireReadableRows(ORXSrvMatrix const& b, int rows) {
-  RequireInput(Covers(b, rows, 0), "GetValues", __LINE__);
-}
-
-void RequireApartFrom(ORXSrvDenseMatrix const&, ORXSrvMatrix const&, int) {}
-void RequireApartFrom(ORXSrvMatrix const& b, ORXSrvMatrix const& c, int rows) {
-  RequireApart(b.Values(), b.NumberOfStoredValues(), c.Values(), c.NumberOfRows(), rows, b.NumberOfColumns(),
-               "TransposeMultiply", __LINE__);
-}
-
-/// Sets the leading rows x columns to zero.
-void ClearRectangle(ORXSrvMatrix& matrix, int rows, int columns) {
-  for (std::int64_t j = 0; j < columns; ++j)
-    std::fill_n(matrix.Values() + j * matrix.NumberOfRows(), rows, 0.0);
 }
 
 /// c = A^T * B, summed over groups of row blocks; B is in memory or a block matrix.
@@ -408,6 +264,7 @@ void ORXSrvDenseMatrix::Multiply(ORXSrvDenseMatrix const& b, ORXSrvDenseMatrix& 
   if (product.HasNoResult()) return;
   RequireWritable(c, NumberOfRows(), b.NumberOfColumns(), __LINE__);
   RequireInput(!Meets(Whole(), c) && !b.Meets(b.Whole(), c), "Multiply", __LINE__);
+  c.RequireNoMirrors("Multiply");
   mem_Array<double> const work = mem_MakeArray<double>(product.WorkSize() + product.TileSize());
   double* const tile = work.get() + product.WorkSize();
   BlockProgress progress(multiply, product.Steps());
@@ -427,6 +284,7 @@ void ORXSrvDenseMatrix::Multiply(double alpha, ORXSrvMatrix const& b, double bet
   RequireInput(b.NumberOfRows() >= inner && columnsOfB <= columns, "Multiply", __LINE__);
   RequireReadable(*this, c.NumberOfRows(), inner, __LINE__);
   RequireNotShifted(Whole(), c, "Multiply");
+  c.RequireNoMirrors("Multiply");
   if (columns == 0) return;
   std::vector<BlockRange> const blocks = CutRowBlocks(c, columns);
   RowProduct const product(*this, LargestSize(blocks));
@@ -451,6 +309,7 @@ void ORXSrvDenseMatrix::Multiply(double alpha, ORXSrvMatrix const& b, double bet
 void ORXSrvDenseMatrix::MultiplyAssign(ORXSrvMatrix const& b) {
   int const columns = NumberOfColumns();
   RequireInput(Holds(b, columns, columns), "MultiplyAssign", __LINE__);
+  RequireNoMirrors("MultiplyAssign");
   if (columns == 0) return;
   std::vector<BlockRange> const blocks = CutRowBlocks(*this, columns);
   RowProduct const product(*this, LargestSize(blocks));
@@ -473,6 +332,7 @@ void ORXSrvDenseMatrix::IndexedMultiply(ORXSrvMatrix const& b, ORXSrvDenseMatrix
   int const largest = CheckGroups(*this, c, rowIndex, groupStart, groups);
   // In place only where each row stays at its position: other rows would be overwritten before they are read.
   RequireNotShifted(Whole(), c, "IndexedMultiply");
+  c.RequireNoMirrors("IndexedMultiply");
   RequireInput(!Meets(Whole(), c) || AreInPlace(rowIndex, groupStart, groups), "IndexedMultiply", __LINE__);
   if (columnsOfB == 0) return;
   RowProduct const product(*this, largest);

@@ -32,20 +32,15 @@ WorkArea WorkAreaForParts(ORXSrvDenseMatrix const& matrix) {
   return {rows, std::min(PartWidth(rows), LargestSize(GroupColumnBlocks(matrix)))};
 }
 
-/// Calls visit(rows, columns) for the parts of each block, column block by column block, and reports each
-/// block to the host.
-template<class Visit>
-void VisitParts(ORXSrvDenseMatrix const& matrix, char const* operation, Visit visit) {
-  std::vector<BlockRange> const rowBlocks = GroupRowBlocks(matrix);
-  std::vector<BlockRange> const columnBlocks = GroupColumnBlocks(matrix);
-  int const width = PartWidth(LargestSize(rowBlocks));
-  BlockProgress progress(operation, static_cast<std::int64_t>(rowBlocks.size() * columnBlocks.size()));
-  for (BlockRange const& columns : columnBlocks)
-    for (BlockRange const& rows : rowBlocks) {
-      for (BlockRange const& part : CutRange(columns, width))
-        visit(rows, part);
-      progress.BlockDone();
-    }
+/// Cuts the ranges in front of a position.
+std::vector<BlockRange> CutBefore(std::vector<BlockRange> const& ranges, int position) {
+  std::vector<BlockRange> parts;
+  for (BlockRange const& range : ranges) {
+    bool const isCut = position > range.first && position <= range.last;
+    if (isCut) parts.push_back({range.first, position - 1});
+    parts.push_back({isCut ? position : range.first, range.last});
+  }
+  return parts;
 }
 
 // Symmetry
@@ -86,13 +81,38 @@ private:
 
 } // namespace
 
+/// Calls visit(rows, columns) for the parts of each block, column block by column block, and reports each
+/// block to the host. Where a cell and its mirror image are in the matrix, only the one below the diagonal is
+/// visited: in the square of such cells a part begins at the row of its first column.
+template<class Visit>
+void ORXSrvDenseMatrix::VisitPartsOnce(char const* operation, Visit visit) const {
+  Rectangle const square = MirroredSquare();
+  std::vector<BlockRange> const rowBlocks = CutBefore(GroupRowBlocks(*this), square.firstRow);
+  std::vector<BlockRange> const columnBlocks =
+      CutBefore(CutBefore(GroupColumnBlocks(*this), square.firstColumn), square.lastColumn + 1);
+  int const width = PartWidth(LargestSize(rowBlocks));
+  BlockProgress progress(operation, static_cast<std::int64_t>(rowBlocks.size() * columnBlocks.size()));
+  for (BlockRange const& columns : columnBlocks)
+    for (BlockRange const& rows : rowBlocks) {
+      bool const isInSquare = columns.first >= square.firstColumn && columns.last <= square.lastColumn &&
+                              rows.first >= square.firstRow;
+      for (BlockRange const& part : CutRange(columns, width)) {
+        int const diagonal = part.first - square.firstColumn + square.firstRow;
+        int const first = isInSquare ? std::max(rows.first, diagonal) : rows.first;
+        if (first <= rows.last) visit(BlockRange{first, rows.last}, part);
+      }
+      progress.BlockDone();
+    }
+}
+
 void ORXSrvDenseMatrix::AddAssign(ORXSrvDenseMatrix const& b) {
   if (NumberOfRows() > b.NumberOfRows() || NumberOfColumns() > b.NumberOfColumns())
     ORXSrvMtxInvalidGetRange().Throw(sourceFile, __LINE__);
   RequireNotShifted(Whole(), b, "AddAssign");
+  if (!b.HasSymmetricValuesFor(*this)) ORXSrvMtxIllegalInput("AddAssign").Throw(sourceFile, __LINE__);
   WorkArea const workA = WorkAreaForParts(*this);
   WorkArea const workB = WorkAreaForParts(*this);
-  VisitParts(*this, "ORXSrvDenseMatrix::AddAssign", [&](BlockRange const& rows, BlockRange const& columns) {
+  VisitPartsOnce("ORXSrvDenseMatrix::AddAssign", [&](BlockRange const& rows, BlockRange const& columns) {
     ORXSrvMatrix partA = workA.As(rows.Size(), columns.Size());
     ORXSrvMatrix partB = workB.As(rows.Size(), columns.Size());
     GetValues(rows.first, rows.last, columns.first, columns.last, partA);
@@ -104,7 +124,7 @@ void ORXSrvDenseMatrix::AddAssign(ORXSrvDenseMatrix const& b) {
 
 void ORXSrvDenseMatrix::Scale(double factor) {
   WorkArea const work = WorkAreaForParts(*this);
-  VisitParts(*this, "ORXSrvDenseMatrix::Scale", [&](BlockRange const& rows, BlockRange const& columns) {
+  VisitPartsOnce("ORXSrvDenseMatrix::Scale", [&](BlockRange const& rows, BlockRange const& columns) {
     ORXSrvMatrix part = work.As(rows.Size(), columns.Size());
     GetValues(rows.first, rows.last, columns.first, columns.last, part);
     part.Multiply(factor);

@@ -4,7 +4,6 @@
 #include "mtx/impl/blocks/MemberLabels.h"
 #include "mtx/impl/blocks/ORXSrvSimFileHandleNames.h"
 #include "mtx/impl/blocks/ORXSrvUtilitiesChunks.h"
-#include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimTransaction.h"
 
@@ -12,15 +11,6 @@
 #include <vector>
 
 using namespace orx;
-
-namespace {
-
-ORXSimCSetID MembersOf(ORXSimCollectionID const& collection, int count, int const* labels) {
-  ORXSimCollection const members(collection);
-  return labels != nullptr ? members.CreateOrderedCSet(labels, count) : members.BiggestCSetID();
-}
-
-} // namespace
 
 // Creation and destruction
 
@@ -50,11 +40,19 @@ ORXSrvScratchDenseMatrix::ORXSrvScratchDenseMatrix(ORXSrvScratchDenseMatrix cons
 
 ORXSrvScratchDenseMatrix::~ORXSrvScratchDenseMatrix() = default;
 
+ORXSimContextID ORXSrvScratchDenseMatrix::CreateFile(char const* className) {
+  CreateUnderFreeName(className, this, [this](atr_String const& name) { m_fileHandle.Associate(name); });
+  return m_fileHandle.ContextID();
+}
+
+void ORXSrvScratchDenseMatrix::ReportSets(ORXSimCSetID const& rows, ORXSimCSetID const& columns) noexcept {
+  m_externalRowCSetID = rows;
+  m_externalColumnCSetID = columns;
+}
+
 void ORXSrvScratchDenseMatrix::Build(int rows, int columns, int const* rowLabels, int const* columnLabels,
                                      int rowChunk, int columnChunk) {
-  CreateUnderFreeName("ORXSrvScratchDenseMatrix", this,
-                      [this](atr_String const& name) { m_fileHandle.Associate(name); });
-  ORXSimContext const context(m_fileHandle.ContextID());
+  ORXSimContext const context(CreateFile("ORXSrvScratchDenseMatrix"));
   ORXSimTransaction transaction(context.ID());
   ORXSimCollectionID const rowCollection = context.CreateCollection(rows, ORXSimTypeID());
   ORXSimCollectionID const columnCollection = context.CreateCollection(columns, ORXSimTypeID());

@@ -54,6 +54,19 @@ public:
   int ErrorCode() const override { return 204; }
 };
 
+/// Values for cells of a symmetric block matrix that differ from those for their mirror images.
+class ORX_EXPORT ORXSrvMtxMirrorsDiffer : public ORXSrvMtxInvalidSetRange {
+public:
+  explicit ORXSrvMtxMirrorsDiffer(char const* text) : m_text(ORXSrvMtxMessage("%s", atr_String(text))) {}
+  atr_String AsString() const override {
+    return ORXSrvMtxMessage("ORXSrvDenseMatrix::SetValues invalid range values. %s", m_text);
+  }
+  [[noreturn]] void Raise() const override { throw *this; }
+
+private:
+  atr_String m_text;
+};
+
 class ORX_EXPORT ORXSrvMtxIllegalInput : public ORXBasException {
 public:
   explicit ORXSrvMtxIllegalInput(char const* operation)

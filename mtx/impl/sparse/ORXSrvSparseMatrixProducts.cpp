@@ -117,6 +117,7 @@ void ORXSrvSparseMatrix::MultiplyDense(ORXSrvDenseMatrix const& d, ORXSrvDenseMa
   if (rowsBelow < 0 || d.NumberOfColumns() > r.NumberOfColumns())
     ORXSrvMtxInvalidSetRange().Throw(sourceFile, __LINE__);
   d.RequireNotShifted(d.Whole(), r, "MultiplyDense");
+  r.RequireNoMirrors("MultiplyDense");
   std::vector<BlockRange> const blocks = GroupColumnBlocks(d);
   WorkArea const areaIn(rowsIn, LargestSize(blocks));
   WorkArea const areaOut(rowsOut, LargestSize(blocks));
