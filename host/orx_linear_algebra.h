@@ -7,7 +7,7 @@
  * header: its procedures have the names below, in lower case as Fortran users write them.
  *
  *     C                                             Fortran
- *     orx_sparse k;                                 integer(orx_handle) :: k
+ *     orx_sparse_matrix k;                          integer(orx_handle) :: k
  *     ORX_START(&stat);                             call orx_start()
  *     ORX_SPARSE_CREATE(&n, &n, &k, &stat);         call orx_sparse_create(n, n, k)
  *     ORX_SPARSE_ADD_ELEMENT(&k, &m, d, ke, &stat); call orx_sparse_add_element(k, m, d, ke)
