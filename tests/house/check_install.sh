@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# check_install.sh BUILD CONSUMERS README: installs the build into a fresh folder, moves that folder, and builds and
-# runs programs in C, C++ and Fortran against it, with find_package and with pkg-config; the README's examples too.
+# check_install.sh BUILD CONSUMERS README SOLVER_MODULE: installs the build into a fresh folder, moves that folder, and
+# builds and runs programs in C, C++ and Fortran against it, with find_package and with pkg-config; the README's examples
+# and the solver modules of the folder SOLVER_MODULE too.
 set -euo pipefail
-build=$1 consumers=$2 readme=$3
+build=$1 consumers=$2 readme=$3 solver_module=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -62,6 +63,14 @@ pkg_config_build gfortran -J"$work" "$module" "$consumers/consumer.f90"
 expect 'Fortran, pkg-config' "$fortran_output" "$work/program"
 pkg_config_build gfortran -J"$work" "$module" "$work/readme.f90"
 expect 'README, Fortran' "$(block text 4)" "$work/program"
+solve() { (cd "$work" && ./program 2>/dev/null); }
+pkg_config_build gcc -std=c11 -Wall -Wextra -pedantic-errors -Werror "$solver_module/solver_module.c" -lm
+solver_output=$(solve)
+grep -q '^mode 8 ' <<<"$solver_output"
+pkg_config_build gfortran -J"$work" "$module" "$solver_module/solver_module.f"
+expect 'solver module, Fortran as C' "$solver_output" solve
+pkg_config_build gfortran -J"$work" -fdefault-integer-8 "$module" "$solver_module/solver_module.f"
+expect 'solver module, Fortran with long integers as C' "$solver_output" solve
 expect 'installed orxmtx' 'orxmtx 0.1.0' "$work/installed/bin/orxmtx" --version
 
 for notice in 'OpenBLAS BSD' 'LAPACK Tennessee' 'BLIS BSD' 'MUMPS CeCILL-C' 'SCOTCH CeCILL-C' 'CLI11 BSD'; do
