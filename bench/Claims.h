@@ -18,6 +18,8 @@ void ClaimDatabaseValues(Report& report);
 void ClaimDatabaseCommits(Report& report);
 /// Products and updates of block matrices against DGEMM in memory, memcpy and other libraries.
 void ClaimDenseProducts(Report& report);
+/// Products of the symmetric scratch matrix against those of the full one.
+void ClaimSymmetricBlocks(Report& report);
 /// Creation of many small registered matrices.
 void ClaimMatrixRegistry(Report& report);
 /// Reading and writing text triplets.

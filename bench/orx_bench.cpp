@@ -81,6 +81,7 @@ int Run(char const* word) {
   bench::ClaimDatabaseValues(report);
   bench::ClaimDatabaseCommits(report);
   bench::ClaimDenseProducts(report);
+  bench::ClaimSymmetricBlocks(report);
   bench::ClaimMatrixRegistry(report);
   bench::ClaimSparseKernels(report);
   bench::ClaimSparseOperations(report);

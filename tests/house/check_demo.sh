@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# check_demo.sh EXAMPLES ORXMTX: the demo's two chains of programs, which are in the folder EXAMPLES.
+# check_demo.sh EXAMPLES ORXMTX: the demo's two chains of programs, which are in the folder EXAMPLES, and what else is
+# there.
 set -euo pipefail
 examples=$1 orxmtx=$2
 work=$(mktemp -d)
@@ -16,6 +17,11 @@ side() { sed -n "s/^$1 *//p" "$work/projection.txt"; }
 [ "$(side C++ | wc -l)" = 6 ]
 diff <(side C++) <(side Fortran)
 [ "$(find "$work" -name '*.sim*')" = '' ] # the registry's file is gone
+
+# The string: the program itself fails when the eigenvalues of a pair differ.
+(cd "$work" && "$examples/operating_shapes" >string.txt)
+[ "$(grep -c '^ *[1-6] .* % ' "$work/string.txt")" = 6 ]
+[ "$(find "$work" -name '*.sim*')" = '' ]
 
 # The disk: 49 modes below 4 kHz, of which SciPy's eigsh gives the lowest frequencies for the same matrices.
 "$examples/bladed_disk" assemble "$work"
