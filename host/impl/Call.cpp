@@ -42,11 +42,13 @@ Activity::~Activity() { entryPointAtWork = nullptr; }
 
 void SetRaising(bool raise) noexcept { raisesErrors = raise; }
 
-void Report(int* stat) {
+void Report(char const* entryPoint, int* stat) {
   int const number = ORXSRVTRY([](void*) { throw; }, nullptr);
   if (raisesErrors) throw;
   if (stat == nullptr) {
-    std::fprintf(stderr, "Error %d: %s\n", number, LastError().c_str());
+    std::string const text = LastError(), name = std::string(entryPoint) + ": ";
+    std::fprintf(stderr, "Error %d: %s%s\n", number, text.starts_with(name) ? "" : name.c_str(),
+                 text.c_str());
     std::exit(EXIT_FAILURE); // NOLINT(concurrency-mt-unsafe): one thread calls
   }
   *stat = number;

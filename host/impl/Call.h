@@ -14,7 +14,7 @@ void SetRaising(bool raise) noexcept;
 
 /// Reports the exception that is being handled: keeps its text, and sets `stat` to its number, or throws it
 /// again, or without `stat` prints it and ends the program.
-void Report(int* stat);
+void Report(char const* entryPoint, int* stat);
 
 /// Marks that an entry point is at work. Raises wrongOrder when one is already, which a progress function
 /// called back from.
@@ -34,7 +34,7 @@ void Answer(char const* entryPoint, int* stat, Work const& work) {
     work();
     if (stat != nullptr) *stat = 0;
   } catch (...) {
-    Report(stat);
+    Report(entryPoint, stat);
   }
 }
 

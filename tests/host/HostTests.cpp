@@ -418,6 +418,8 @@ TEST_F(Host, ErrorsLeaveOnlyWhenAskedFor) {
             "502 ORX_SPARSE_CREATE: rows is -1; expected 0 or more.");
   EXPECT_EXIT(ORX_SPARSE_END(&none, nullptr), testing::ExitedWithCode(1),
               "Error 501: ORX_SPARSE_END: matrix is 0");
+  EXPECT_EXIT(ORX_SPARSE_IMPORT("no such file", At(3), &none, nullptr), testing::ExitedWithCode(1),
+              "Error 202: ORX_SPARSE_IMPORT: ORXSrvSparseImExPorter: Failed to open file no such file");
 }
 
 TEST_F(Host, MemoryAndTimerAreSettings) {
