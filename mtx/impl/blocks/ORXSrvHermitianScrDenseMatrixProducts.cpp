@@ -237,7 +237,7 @@ void ORXSrvHermitianScrDenseMatrix::AddProduct(double alpha, ORXSrvMatrix const&
   if (n == 0) return;
   ORXSrvMatrix const weighted = Weighted(alpha, x, d);
   std::vector<BlockRange> const blocks = GroupRowBlocks(*this);
-  // A strip across all columns up to the diagonal; only blocks at most 64 MB large are held at a time.
+  // Longer blocks are worked on in parts of 32 MB.
   std::vector<BlockRange> const parts = CutRanges(blocks, 2048);
   int const largest = LargestSize(parts);
   WorkArea const work(largest, largest);
