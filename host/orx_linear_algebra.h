@@ -167,6 +167,13 @@ ORX_EXPORT void ORX_REGISTRY_REMOVE(orx_registry const* registry, int const* id,
 /* A matrix of zeros in a scratch file of its own. */
 ORX_EXPORT void ORX_BLOCK_CREATE(int const* rows, int const* columns, int const* row_block,
                                  int const* column_block, orx_block_matrix* matrix, int* stat);
+/*
+ * A symmetric matrix of zeros, of which a scratch file keeps one triangle of square blocks. Each value that
+ * is set is also set at its mirrored place; a rectangle that holds both places of a value has it twice, else
+ * error 204.
+ */
+ORX_EXPORT void ORX_BLOCK_CREATE_SYMMETRIC(int const* order, int const* block, orx_block_matrix* matrix,
+                                           int* stat);
 ORX_EXPORT void ORX_BLOCK_SHAPE(orx_block_matrix const* matrix, int* rows, int* columns, int* stat);
 /* Writes and reads a rectangle of values. */
 ORX_EXPORT void ORX_BLOCK_SET(orx_block_matrix const* matrix, int const* first_row, int const* last_row,

@@ -1,6 +1,7 @@
 #include "host/impl/Call.h"
 
 #include "host/orx_linear_algebra.h"
+#include "mtx/ORXSrvHermitianScrDenseMatrix.h"
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvScratchDenseMatrix.h"
 
@@ -23,6 +24,13 @@ std::shared_ptr<BlockMatrix> BlockCreate(int rows, int columns, int rowBlock, in
   Shape const shape = ShapeOf(rows, columns, rowBlock, columnBlock);
   auto matrix = std::make_shared<BlockMatrix>();
   matrix->own = std::make_unique<ORXSrvScratchDenseMatrix>(rows, columns, shape.rowBlock, shape.columnBlock);
+  return matrix;
+}
+
+std::shared_ptr<BlockMatrix> BlockCreateSymmetric(int order, int block) {
+  ShapeOf(order, order, block, block);
+  auto matrix = std::make_shared<BlockMatrix>();
+  matrix->own = std::make_unique<ORXSrvHermitianScrDenseMatrix>(order, block);
   return matrix;
 }
 

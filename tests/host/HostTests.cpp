@@ -268,6 +268,15 @@ TEST_F(Host, BlockMatricesCalculate) {
   EXPECT_EQ(ValuesOf(b), (Values{80, 190, 176, 412}));
   EXPECT_DONE(ORX_BLOCK_COPY, &b, &d);
   EXPECT_EQ(ValuesOf(d), ValuesOf(b));
+  orx_block_matrix symmetric = 0;
+  EXPECT_DONE(ORX_BLOCK_CREATE_SYMMETRIC, At(3), At(2), &symmetric);
+  EXPECT_DONE(ORX_BLOCK_SET, &symmetric, At(1), At(1), At(2), At(3), Values{4, 5}.data());
+  EXPECT_EQ(
+      Call(ORX_BLOCK_SET, &symmetric, At(1), At(2), At(1), At(2), Values{1, 2, 3, 4}.data()).substr(0, 4),
+      "204 ");
+  EXPECT_EQ(ValuesOf(symmetric), (Values{0, 4, 5, 4, 0, 0, 5, 0, 0}));
+  EXPECT_DONE(ORX_BLOCK_APPLY, &symmetric, At(0), At(1), Values{1, 1, 1}.data(), y.data());
+  EXPECT_EQ(y, (Values{9, 4, 5}));
   double value = 0.0;
   EXPECT_EQ(Call(ORX_BLOCK_GET, &a, At(1), At(4), At(1), At(1), &value),
             "502 ORX_BLOCK_GET: last_row is 4; expected a number from 1 to 3.");

@@ -35,16 +35,6 @@ std::string Text(Cut cut) {
          std::to_string(static_cast<int>(cut.handle)) + "; ";
 }
 
-Dense Contents(ORXSrvDenseMatrix const& matrix) {
-  Dense values(matrix.NumberOfRows(), matrix.NumberOfColumns());
-  values.values = All(matrix);
-  return values;
-}
-
-void Set(ORXSrvDenseMatrix& matrix, Dense const& values) {
-  Write(matrix, 0, values.rows - 1, 0, values.columns - 1, values.values);
-}
-
 class DenseProducts : public testing::Test {
 protected:
   ~DenseProducts() override { ORXSrvProgress::Set(nullptr, nullptr); }

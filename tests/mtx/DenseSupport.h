@@ -11,6 +11,7 @@
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
 #include "tests/mtx/MatrixSupport.h"
+#include "tests/support/Dense.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <cstdint>
@@ -48,6 +49,15 @@ inline void Number(ORXSrvDenseMatrix& matrix) {
     for (int i = 0; i < matrix.NumberOfRows(); ++i)
       values.push_back(100.0 * i + j);
   Write(matrix, 0, matrix.NumberOfRows() - 1, 0, matrix.NumberOfColumns() - 1, values);
+}
+
+inline Dense Contents(ORXSrvDenseMatrix const& matrix) {
+  Dense values(matrix.NumberOfRows(), matrix.NumberOfColumns());
+  values.values = All(matrix);
+  return values;
+}
+inline void Set(ORXSrvDenseMatrix& matrix, Dense const& values) {
+  Write(matrix, 0, values.rows - 1, 0, values.columns - 1, values.values);
 }
 
 inline std::vector<int> Labels(ORXSimCSetID const& id) {

@@ -14,14 +14,6 @@ namespace {
 using Hermitian = ORXSrvHermitianScrDenseMatrix;
 constexpr char mirrorsDiffer[] = "204 ORXSrvDenseMatrix::SetValues invalid range values. ";
 
-Dense Contents(ORXSrvDenseMatrix const& matrix) {
-  Dense values(matrix.NumberOfRows(), matrix.NumberOfColumns());
-  values.values = All(matrix);
-  return values;
-}
-void Set(ORXSrvDenseMatrix& matrix, Dense const& values) {
-  Write(matrix, 0, values.rows - 1, 0, values.columns - 1, values.values);
-}
 Dense SymmetricIntegers(int n, int seed) {
   return Filled(n, n,
                 [=](int i, int j) { return (std::min(i, j) * 37 + std::max(i, j) * 101 + seed) % 97 - 48; });
