@@ -88,7 +88,8 @@ ORX_EXPORT void ORX_RAISE_ERRORS(int const* raise, int* stat);
 ORX_EXPORT void ORX_START_TIMER(int* stat);
 /*
  * Memory in bytes that a product of block matrices or a factorization may work with; 0 sets it back to half
- * of what the process may have. A factorization takes it from the time when its object is created.
+ * of what the process may have. It counts when an operation begins, for all whose object has no memory of its
+ * own (ORX_FACTOR_SET_MEMORY, ORX_MODES_SET_MEMORY).
  */
 ORX_EXPORT void ORX_SET_MEMORY(int64_t const* bytes, int* stat);
 ORX_EXPORT void ORX_GET_MEMORY(int64_t* bytes, int* stat);
@@ -147,10 +148,9 @@ ORX_EXPORT void ORX_REGISTRY_CREATE(orx_registry* registry, int* stat);
  * lives longer than the handle. Deleting the handle leaves the registry as it is.
  */
 ORX_EXPORT void ORX_REGISTRY_ADOPT(void* const* address, orx_registry* registry, int* stat);
-/* The address, for ORXSRVMATRIXCONTAINERGETVALUES and its like. It is the registry's, which ORX_DELETE ends.
- */
+/* The address, for ORXSRVMATRIXCONTAINERGETVALUES and its like. The registry stays the handle's. */
 ORX_EXPORT void ORX_REGISTRY_ADDRESS(orx_registry const* registry, void** address, int* stat);
-/* Registers a block matrix of zeros, see ORX_DATABASE_ADD. An identifier that is or was in use is error 502.
+/* Registers a block matrix of zeros, see ORX_DATABASE_ADD. An identifier that was ever in use is error 502.
  */
 ORX_EXPORT void ORX_REGISTRY_ADD(orx_registry const* registry, int const* id, int const* rows,
                                  int const* columns, int const* row_block, int const* column_block,

@@ -84,15 +84,11 @@ public:
   /// Adds an element matrix, ke(n, n) by columns, to the unknowns `dofs`, which count from 1: ke(i, j) goes
   /// to row dofs[i] - 1 and column dofs[j] - 1. Unknowns of 0 or below are left out with their rows and
   /// columns; a repeated unknown gets the sum. The matrix and its states change as if the entries were added
-  /// one by one, row by row; on an error nothing is added. An `n` below 0 and an unknown of 2147483647 are
-  /// error 206
-  /// ("AddData").
+  /// one by one, row by row. Error 206 ("AddData") for an `n` below 0 and an unknown of 2147483647; on an
+  /// error nothing is added. A template, because the literal 0 of AddData(i, 0, 0) must not be a pointer.
   template<class Unknowns, class Values>
   requires std::is_convertible_v<Unknowns, int const*> && std::is_convertible_v<Values, double const*>
-  void AddData(int n, Unknowns const& dofs,
-               Values const& ke) { // a template: the literal 0 is no pointer here
-    AddElement(n, dofs, ke);
-  }
+  void AddData(int n, Unknowns const& dofs, Values const& ke) { AddElement(n, dofs, ke); }
   /// Adds a symmetric element matrix of which `lower` is the lower triangle by columns: (1,1), (2,1), ...
   /// (n,1), (2,2), ... Both triangles are added, as AddData does.
   void AddPackedData(int n, int const* dofs, double const* lower);

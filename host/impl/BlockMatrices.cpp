@@ -80,11 +80,13 @@ void BlockAdd(ORXSrvDenseMatrix& matrix, ORXSrvDenseMatrix& other) { matrix.AddA
 void BlockApply(ORXSrvDenseMatrix& a, int transpose, int n, double const* x, double* y) {
   bool const isTransposed = Flag("transpose", transpose);
   CountOf("n", n);
-  std::fill_n(y, std::int64_t{n} * (isTransposed ? a.NumberOfColumns() : a.NumberOfRows()), 0.0);
+  int const rows = a.NumberOfRows(), columns = a.NumberOfColumns();
+  ORXSrvMatrix const operand(isTransposed ? rows : columns, n, const_cast<double*>(x));
+  ORXSrvMatrix result(isTransposed ? columns : rows, n, y);
   if (isTransposed) {
-    a.TransposeMultiply(x, n, y, a.NumberOfRows());
+    a.TransposeMultiply(operand, result, 0);
   } else {
-    a.Multiply(x, n, y);
+    a.Multiply(operand, result);
   }
 }
 

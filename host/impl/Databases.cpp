@@ -35,6 +35,7 @@ std::shared_ptr<Database> DatabaseOpen(char const* path, int readOnly) {
 
 void DatabaseClose(std::int64_t& database) {
   Database& open = Find<Database>("database", database);
+  open.transaction.reset(); // Close ends it, also when it fails
   open.file.Close();
   RemoveObject(database);
   database = 0;

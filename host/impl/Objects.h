@@ -10,7 +10,7 @@
 //     | generation | position + 1 |
 //
 // where the generation counts the objects that a position has held, from 1: no handle is ever given twice,
-// and small numbers and addresses of this machine's programs, which have bits above the 47th, are none.
+// and small numbers, whose generation is 0, are none.
 
 namespace orx::host {
 

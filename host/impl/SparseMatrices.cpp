@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -89,12 +90,22 @@ bool MultiplyWith(ORXSrvSparseMatrix const& matrix, Multiply const& multiply) {
   return general.NumberOfNonzeros() > 0 && (multiply(general), true);
 }
 
+/// Raises wrongArgument when vectors that are read and vectors that are written overlap.
+void RequireApart(double const* x, std::int64_t countX, double const* y, std::int64_t countY) {
+  std::less<double const*> const isBefore;
+  if (countX > 0 && countY > 0 && isBefore(x, y + countY) && isBefore(y, x + countX))
+    RaiseHostError(HostError::wrongArgument, "y overlaps x; expected memory of its own.");
+}
+
 void SparseApply(SparseMatrix& a, int transpose, int n, double const* x, double* y) {
   bool const isTransposed = Flag("transpose", transpose);
   CompressedRowsView const view = Assembled(a.matrix);
   CountOf("n", n);
+  std::int64_t const read = std::int64_t{n} * (isTransposed ? view.rows : view.columns);
+  std::int64_t const written = std::int64_t{n} * (isTransposed ? view.columns : view.rows);
+  RequireApart(x, read, y, written);
   if (!MultiplyWith(a.matrix, [&](ORXSrvSparseMatrix const& m) { m.Multiply(x, n, y, isTransposed); }))
-    std::fill_n(y, std::int64_t{n} * (isTransposed ? view.columns : view.rows), 0.0);
+    std::fill_n(y, written, 0.0);
 }
 
 void Clear(ORXSrvDenseMatrix& matrix) {

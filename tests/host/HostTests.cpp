@@ -468,6 +468,36 @@ TEST(HostLifecycle, TheLastStopDeletesWhatIsLeft) {
   EXPECT_DONE(ORX_STOP);
 }
 
+TEST_F(Host, FailedProductsLeaveTheirOperands) {
+  orx_block_matrix const a = Filled(2, 2, 1);
+  Values x{5, 6};
+  EXPECT_EQ(Call(ORX_BLOCK_APPLY, &a, At(0), At(1), x.data(), x.data()).substr(0, 4), "206 ");
+  EXPECT_EQ(Call(ORX_BLOCK_APPLY, &a, At(1), At(1), x.data(), x.data()).substr(0, 4), "206 ");
+  orx_sparse_matrix k = 0;
+  EXPECT_DONE(ORX_SPARSE_CREATE, At(1), At(1), &k);
+  EXPECT_DONE(ORX_SPARSE_ADD, &k, At(1), At(1), At(3.0));
+  EXPECT_DONE(ORX_SPARSE_END, &k);
+  EXPECT_EQ(Call(ORX_SPARSE_APPLY, &k, At(0), At(2), x.data(), x.data() + 1),
+            "502 ORX_SPARSE_APPLY: y overlaps x; expected memory of its own.");
+  EXPECT_EQ(x, (Values{5, 6}));
+  EXPECT_DONE(ORX_SPARSE_APPLY, &k, At(0), At(1), x.data(), x.data() + 1);
+  EXPECT_EQ(x, (Values{5, 15}));
+  EXPECT_DONE(ORX_BLOCK_APPLY, &a, At(0), At(0), x.data(), x.data());
+}
+
+TEST_F(Host, AForkedChildLeavesTheParentsFiles) {
+  orx_block_matrix const a = Filled(2, 2, 1), b = Filled(2, 2, 5);
+  EXPECT_EQ(RunInChild([&] {
+              orx_handle own = b;
+              ORX_DELETE(&own, nullptr);
+              std::exit(7);
+              return 0;
+            }),
+            7);
+  EXPECT_EQ(ValuesOf(a), (Values{1, 2, 3, 4}));
+  EXPECT_EQ(ValuesOf(b), (Values{5, 6, 7, 8}));
+}
+
 TEST(HostLifecycle, AProgramThatEndsWithoutStopLeavesNoFile) {
   WorkingFolder const folder;
   EXPECT_EQ(RunInChild([] {
