@@ -38,6 +38,12 @@ struct Difference {
 Difference Compare(ORXSrvSparseMatrix const& a, ORXSrvSparseMatrix const& b,
                    Tolerances const& tolerances = {});
 
+struct CompareOptions {
+  std::string pathA;
+  std::string pathB;
+  Tolerances tolerances;
+};
+
 struct Comparison {
   bool isEqual = false; ///< one shape, and no difference beyond the tolerances
   std::string text;     ///< what `orxmtx cmp` prints

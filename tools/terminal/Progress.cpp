@@ -1,5 +1,6 @@
 #include "tools/terminal/Progress.h"
 
+#include "tools/terminal/Program.h"
 #include "tools/terminal/Text.h"
 
 #include <algorithm>
@@ -68,7 +69,7 @@ double Progress::SecondsOfPhase() const {
 
 std::string Progress::TextAfter(int seconds) const {
   std::lock_guard const lock(m_mutex);
-  std::string text = "orxmtx: " + m_activity + ": ";
+  std::string text = ProgramName() + ": " + m_activity + ": ";
   text += m_phase.name;
   if (!m_phase.words.empty()) text += ", " + m_phase.words;
   double const ofPhase = SecondsSince(m_phase.begin);
