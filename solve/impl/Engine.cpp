@@ -2,7 +2,7 @@
 
 #include "core/mem_Allocator.h"
 #include "solve/impl/ScratchFolder.h"
-#include "solve/impl/SolveErrors.h"
+#include "solve/search/SolveErrors.h"
 
 #include <algorithm>
 #include <cstdio>

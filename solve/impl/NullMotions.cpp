@@ -1,6 +1,6 @@
 #include "solve/impl/NullMotions.h"
 
-#include "solve/impl/Vectors.h"
+#include "solve/search/Vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -22,14 +22,6 @@ constexpr int mostSweeps = 30;
 
 using Vector = std::vector<double>;
 
-/// Scales of unknowns and rows that make the largest entry of each row about 1.
-Vector UnitsOf(ShiftedMatrix const& a) {
-  Vector units = a.LargestInRows();
-  for (double& unit : units)
-    unit = unit > 0.0 ? 1.0 / std::sqrt(unit) : 1.0;
-  return units;
-}
-
 /// {x, y} := {c x - s y, s x + c y}
 void Rotate(Vector& x, Vector& y, double c, double s) {
   for (std::size_t i = 0; i < x.size(); ++i) {
@@ -42,11 +34,11 @@ void Rotate(Vector& x, Vector& y, double c, double s) {
 /// Inverse iteration with a block, in scaled coordinates.
 class MotionFinder {
 public:
-  MotionFinder(Engine& engine, ShiftedMatrix const& a) : m_engine(engine), m_a(a), m_unit(UnitsOf(a)) {}
+  explicit MotionFinder(FactoredMatrix& a) : m_a(a), m_unit(UnitsOf(a)) {}
 
   /// Unknowns that hold the motions that are found, not sorted.
   std::vector<int> Find() {
-    int const most = std::min(mostNullMotions, m_a.Order());
+    int const most = std::min(mostNullMotions, m_a.OwnRows());
     for (int width = std::min(narrowest, most);; width = std::min(2 * width, most)) {
       Iterate(width);
       KeepMotionsWithoutStiffness();
@@ -66,8 +58,7 @@ private:
       auto at = block.begin();
       for (Vector const& x : m_vectors)
         at = std::ranges::transform(x, m_unit, at, std::divides{}).out;
-      auto const count = static_cast<int>(m_vectors.size());
-      m_engine.Solve(block.data(), count, std::max(count, 1));
+      if (!m_vectors.empty()) m_a.Solve(block.data(), static_cast<int>(m_vectors.size()));
       at = block.begin();
       for (Vector& x : m_vectors) {
         std::transform(at, at + static_cast<std::ptrdiff_t>(order), m_unit.begin(), x.begin(),
@@ -164,44 +155,18 @@ private:
     return unknowns;
   }
 
-  Engine& m_engine;
-  ShiftedMatrix const& m_a;
+  FactoredMatrix& m_a;
   Vector m_unit;                 ///< see UnitsOf
   std::vector<Vector> m_vectors; ///< orthonormal
 };
 
 } // namespace
 
-TestSolution SolveForRandomLoad(Engine& engine, ShiftedMatrix const& a) {
-  auto const order = static_cast<std::size_t>(a.Order());
-  Vector const zero(order, 0.0);
-  Vector load(order), residual(order), weights(order);
-  std::mt19937_64 generator(1);
-  FillRandomly(load, generator);
-  a.ComputeResidual(load.data(), zero.data(), residual.data(), weights.data());
-  std::ranges::transform(load, weights, load.begin(), std::multiplies{});
-  TestSolution test{load, true, 0.0, 0.0, std::numeric_limits<double>::infinity()};
-  Vector& x = test.x;
-  engine.Solve(x.data(), 1, 1);
-  test.isFinite = std::ranges::all_of(x, [](double value) { return std::isfinite(value); });
-  if (!test.isFinite) return test;
-  a.ComputeResidual(x.data(), load.data(), residual.data(), weights.data());
-  Vector const units = UnitsOf(a);
-  double errors = 0.0, sizes = 0.0;
-  for (std::size_t i = 0; i < order; ++i) {
-    test.form += x[i] * (load[i] - residual[i]);
-    test.terms += std::abs(x[i]) * weights[i];
-    errors += std::pow(residual[i] * units[i], 2);
-    sizes += std::pow(weights[i] * units[i], 2);
-  }
-  test.error = sizes > 0.0 ? std::sqrt(errors / sizes) : 0.0;
-  return test;
-}
-
 FactorTest TestFactor(Engine& engine, ShiftedMatrix const& a) {
-  TestSolution const test = SolveForRandomLoad(engine, a);
+  EngineMatrix matrix(engine, a);
+  TestSolution const test = SolveForRandomLoad(matrix);
   bool const isRegular = test.isFinite && std::abs(test.form) > suspiciousShare * test.terms;
-  return {test.error, isRegular ? std::vector<int>{} : MotionFinder(engine, a).Find()};
+  return {test.error, isRegular ? std::vector<int>{} : MotionFinder(matrix).Find()};
 }
 
 } // namespace orx

@@ -1,24 +1,31 @@
 #pragma once
 
 #include "solve/impl/Engine.h"
+#include "solve/search/TestSolution.h"
 
 #include <vector>
 
 namespace orx {
 
-/// The solution of A x = b for a random b, whose components are scaled by the rows of A: every unknown has
-/// its say whatever its unit.
-struct TestSolution {
-  std::vector<double> x;
-  bool isFinite;
-  double form;  ///< x^T A x
-  double terms; ///< |x|^T (|A| |x| + |b|)
-  double error; ///< infinite, or backward error ||b - A x|| / || |A| |x| + |b| ||, rows scaled to a largest
-                ///< entry of 1
-};
+/// A matrix and the engine that has its factor, both lent, all in this process.
+class EngineMatrix : public FactoredMatrix {
+public:
+  EngineMatrix(Engine& engine, ShiftedMatrix const& a) : m_engine(engine), m_a(a) {}
 
-/// Solves with the factor of A that the engine has.
-TestSolution SolveForRandomLoad(Engine& engine, ShiftedMatrix const& a);
+  Processes const& SharedBy() const noexcept override { return m_alone; }
+  int OwnRows() const noexcept override { return m_a.Order(); }
+  int FirstRow() const noexcept override { return 0; }
+  void Solve(double* x, int count) override { m_engine.Solve(x, count, count); }
+  void ComputeResidual(double const* x, double const* b, double* residual, double* weights) const override {
+    m_a.ComputeResidual(x, b, residual, weights);
+  }
+  std::vector<double> LargestInRows() const override { return m_a.LargestInRows(); }
+
+private:
+  Processes m_alone;
+  Engine& m_engine;
+  ShiftedMatrix const& m_a;
+};
 
 /// Motions without stiffness that one test finds.
 constexpr int mostNullMotions = 32;

@@ -3,119 +3,44 @@
 #include "mtx/ORXSrvDenseMatrix.h"
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvSparseMatrix.h"
-#include "solve/impl/ModeSearch.h"
-#include "solve/impl/Pencil.h"
-#include "solve/impl/SolveErrors.h"
+#include "solve/impl/MatrixPencil.h"
+#include "solve/search/ModalAnalysis.h"
+#include "solve/search/SolveErrors.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
-#include <numbers>
-#include <optional>
 #include <string>
 
 using namespace orx;
 
-namespace {
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-
-/// x^T K x below this share of the terms that it is summed from is the strain of a rigid motion.
-constexpr double rigidStrain = 1e-13;
-
-double FrequencyOf(double lambda) {
-  return std::copysign(std::sqrt(std::abs(lambda)) / (2 * std::numbers::pi), lambda);
-}
-
-double EigenvalueOf(double frequency) {
-  double const omega = 2 * std::numbers::pi * frequency;
-  return std::copysign(omega * omega, frequency);
-}
-
-void RequireCount(int count) {
-  if (count < 1)
-    RaiseSolveError(ORXSrvSolveError::illegalInput,
-                    "ORXSrvModes: " + std::to_string(count) + " modes asked for; expected at least one.");
-}
-
-ORXSrvMode Describe(FoundMode const& found) {
-  return {found.lambda,           FrequencyOf(found.lambda), found.error,
-          found.quality.residual, found.quality.strainShare, found.quality.strainShare <= rigidStrain};
-}
-
-} // namespace
-
 struct ORXSrvModes::State {
-  Pencil pencil;
+  MatrixPencil pencil;
   std::int64_t memory = 0; ///< 0: the default
   std::string folder;
   bool isWanted = true; ///< certification
-  bool isCertified = false;
-  std::vector<ORXSrvMode> modes;
-  std::vector<FoundMode> found; ///< as many as modes
-  std::vector<ORXSrvModeCount> counts;
-  std::vector<double> shifts;
+  ModalAnalysis analysis;
 
-  State(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : pencil(k, m) {}
+  State(ORXSrvSparseMatrix const& k, ORXSrvSparseMatrix const& m) : pencil(k, m), analysis(pencil) {}
 
-  EngineLimits Limits() const { return {memory > 0 ? memory : ORXSrvDenseMatrix::WorkMemory(), folder}; }
-
-  /// Performs a search, then keeps what select(modes) returns of the modes in its range.
-  template<class Find, class Select>
-  void Run(Find find, Select select) {
-    modes.clear();
-    found.clear();
-    counts.clear();
-    shifts.clear();
-    isCertified = false;
-    pencil.BeginAnalysis();
-    ModeSearch search(pencil, Limits(), isWanted);
-    ModeSearch::Range const range = find(search);
-    shifts = search.Shifts();
-    std::vector<FoundMode> inside;
-    for (FoundMode const& mode : search.Modes())
-      if (mode.lambda > range.from && mode.lambda < range.to) inside.push_back(mode);
-    found = select(std::move(inside));
-    for (FoundMode const& mode : found)
-      modes.push_back(Describe(mode));
-    SetCounts(search, range);
-    isCertified = isWanted && range.isComplete;
-    if (isWanted && !range.isComplete) RaiseNotCertified();
-  }
-
-  void SetCounts(ModeSearch const& search, ModeSearch::Range const& range) {
-    double last = -infinity;
-    int below = 0;
-    for (auto const& [shift, count] : search.Counts()) {
-      if (shift > range.to) break;
-      if (last >= range.from && (last != -infinity || range.from == -infinity))
-        counts.push_back({last, shift, search.FoundBetween(last, shift), count - below});
-      last = shift;
-      below = count;
-    }
+  ModalAnalysis& Begin() {
+    EngineLimits const limits{memory > 0 ? memory : ORXSrvDenseMatrix::WorkMemory(), folder};
+    analysis.Begin(limits.bytes, isWanted);
+    pencil.BeginAnalysis(limits);
+    return analysis;
   }
 
   /// Length of a shape; the matrices may have grown since.
-  int Unknowns() const noexcept { return found.empty() ? 0 : static_cast<int>(found.front().shape.size()); }
+  int Unknowns() const noexcept {
+    return analysis.Found().empty() ? 0 : static_cast<int>(analysis.Found().front().shape.size());
+  }
 
   template<class Matrix>
   void RequireShape(Matrix const& shapes, bool isFull) const {
-    auto const count = static_cast<int>(found.size());
+    auto const count = static_cast<int>(analysis.Found().size());
     if (!isFull || shapes.NumberOfRows() != Unknowns() || shapes.NumberOfColumns() != count)
       RaiseSolveError(ORXSrvSolveError::illegalInput,
                       "ORXSrvModes: the matrix for shapes is " +
                           ShapeText(shapes.NumberOfRows(), shapes.NumberOfColumns()) +
                           "; expected a full one of " + ShapeText(Unknowns(), count) + ".");
-  }
-
-  [[noreturn]] void RaiseNotCertified() const {
-    for (ORXSrvModeCount const& count : counts)
-      if (count.found != count.counted)
-        RaiseSolveError(ORXSrvSolveError::notCertified,
-                        "ORXSrvModes: between the eigenvalues " + NumberText(count.from) + " and " +
-                            NumberText(count.to) + ", " + std::to_string(count.found) +
-                            " modes were found and " + std::to_string(count.counted) + " counted.");
-    RaiseSolveError(ORXSrvSolveError::notCertified, "ORXSrvModes: the search came to no end.");
   }
 };
 
@@ -136,67 +61,40 @@ void ORXSrvModes::SetCertified(bool certified) noexcept { m_state->isWanted = ce
 
 void ORXSrvModes::FindLowest(int count) {
   RequireCount(count);
-  m_state->Run([&](ModeSearch& search) { return search.FindLowest(count); },
-               [&](std::vector<FoundMode> found) {
-                 if (found.size() > static_cast<std::size_t>(count))
-                   found.resize(static_cast<std::size_t>(count));
-                 return found;
-               });
+  m_state->Begin().FindLowest(count);
 }
 
 void ORXSrvModes::FindNear(double frequency, int count) {
   RequireCount(count);
-  double const lambda = EigenvalueOf(frequency);
-  if (!std::isfinite(lambda))
-    RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: modes near " + NumberText(frequency) +
-                                                        " Hz asked for; expected a finite frequency.");
-  m_state->Run([&](ModeSearch& search) { return search.FindNear(lambda, count); },
-               [&](std::vector<FoundMode> found) {
-                 std::ranges::stable_sort(found, {},
-                                          [&](FoundMode const& m) { return std::abs(m.lambda - lambda); });
-                 if (found.size() > static_cast<std::size_t>(count))
-                   found.resize(static_cast<std::size_t>(count));
-                 std::ranges::sort(found, {}, &FoundMode::lambda);
-                 return found;
-               });
+  RequireFrequency(frequency);
+  m_state->Begin().FindNear(frequency, count);
 }
 
 void ORXSrvModes::FindBetween(double from, double to) {
-  double const lower = EigenvalueOf(from), upper = EigenvalueOf(to);
-  if (!(lower < upper) || !std::isfinite(lower) || !std::isfinite(upper))
-    RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: modes between " + NumberText(from) +
-                                                        " and " + NumberText(to) +
-                                                        " Hz asked for; expected the lower frequency first.");
-  // The shifts lie outside: a mode on a bound belongs to the interval.
-  double const margin = 1e-9 * std::max(std::abs(lower), std::abs(upper));
-  m_state->Run([&](ModeSearch& search) { return search.FindBetween(lower - margin, upper + margin); },
-               [&](std::vector<FoundMode> found) {
-                 std::erase_if(found, [&](FoundMode const& m) {
-                   return m.lambda < lower - std::max(m.error, 1e-12 * std::abs(lower)) ||
-                          m.lambda > upper + std::max(m.error, 1e-12 * std::abs(upper));
-                 });
-                 return found;
-               });
+  RequireInterval(from, to);
+  m_state->Begin().FindBetween(from, to);
 }
 
 // Results
 
-std::vector<ORXSrvMode> const& ORXSrvModes::Modes() const noexcept { return m_state->modes; }
+std::vector<ORXSrvMode> const& ORXSrvModes::Modes() const noexcept { return m_state->analysis.Modes(); }
 
-bool ORXSrvModes::IsCertified() const noexcept { return m_state->isCertified; }
+bool ORXSrvModes::IsCertified() const noexcept { return m_state->analysis.IsCertified(); }
 
-std::vector<ORXSrvModeCount> const& ORXSrvModes::Counts() const noexcept { return m_state->counts; }
+std::vector<ORXSrvModeCount> const& ORXSrvModes::Counts() const noexcept {
+  return m_state->analysis.Counts();
+}
 
-std::vector<double> const& ORXSrvModes::Shifts() const noexcept { return m_state->shifts; }
+std::vector<double> const& ORXSrvModes::Shifts() const noexcept { return m_state->analysis.Shifts(); }
 
 int ORXSrvModes::NumberOfUnknowns() const noexcept { return m_state->Unknowns(); }
 
 double const* ORXSrvModes::Shape(int index) const {
-  if (index < 0 || static_cast<std::size_t>(index) >= m_state->found.size())
-    RaiseSolveError(ORXSrvSolveError::illegalInput, "ORXSrvModes: shape " + std::to_string(index) +
-                                                        " asked for; there are " +
-                                                        std::to_string(m_state->found.size()) + ".");
-  return m_state->found[static_cast<std::size_t>(index)].shape.data();
+  if (index < 0 || static_cast<std::size_t>(index) >= m_state->analysis.Found().size())
+    RaiseSolveError(ORXSrvSolveError::illegalInput,
+                    "ORXSrvModes: shape " + std::to_string(index) + " asked for; there are " +
+                        std::to_string(m_state->analysis.Found().size()) + ".");
+  return m_state->analysis.Found()[static_cast<std::size_t>(index)].shape.data();
 }
 
 void ORXSrvModes::GetShapes(ORXSrvMatrix& shapes) const {

@@ -7,7 +7,7 @@
 #include "solve/impl/Engine.h"
 #include "solve/impl/InverseNorm.h"
 #include "solve/impl/NullMotions.h"
-#include "solve/impl/SolveErrors.h"
+#include "solve/search/SolveErrors.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,6 +1,6 @@
 #include "solve/impl/ScratchFolder.h"
 
-#include "solve/impl/SolveErrors.h"
+#include "solve/search/SolveErrors.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "solve/impl/BlockLanczos.h"
+#include "solve/search/BlockLanczos.h"
 
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <optional>
@@ -13,8 +14,9 @@ namespace orx {
 /// there are as many eigenvalues as the negative pivots of the factorizations there differ by.
 class ModeSearch {
 public:
-  ModeSearch(Pencil& pencil, EngineLimits limits, bool isCertified)
-      : m_pencil(pencil), m_limits(std::move(limits)), m_isCertified(isCertified) {}
+  /// A third of `memory` bytes is for the vectors of Lanczos.
+  ModeSearch(Pencil& pencil, std::int64_t memory, bool isCertified)
+      : m_pencil(pencil), m_memory(memory), m_isCertified(isCertified) {}
 
   // Each leaves more modes than asked for in Modes: those that were found on the way. Returns the bounds
   // between which all modes are found; when certified, counted.
@@ -83,7 +85,7 @@ private:
   BlockLanczos::Size BasisSize(int expected) const;
 
   Pencil& m_pencil;
-  EngineLimits m_limits;
+  std::int64_t m_memory;
   bool m_isCertified;
   ShiftFacts m_current;
   Goal m_goal;

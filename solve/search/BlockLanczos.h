@@ -2,7 +2,7 @@
 
 #include "core/mem_Allocator.h"
 #include "mtx/ORXSrvScratchDenseMatrix.h"
-#include "solve/impl/Pencil.h"
+#include "solve/search/Pencil.h"
 
 #include <cstdint>
 #include <optional>
@@ -23,7 +23,7 @@ struct FoundMode {
   double lambda;
   double error; ///< bound of the error of lambda
   ModeQuality quality;
-  std::vector<double> shape;
+  std::vector<double> shape; ///< of this process's rows
 };
 
 /// Block Lanczos for the factorization that the pencil has now, orthogonal in the inner product of M to all
@@ -62,6 +62,9 @@ private:
   double const* Column(int index) const noexcept {
     return m_vectors.get() + std::int64_t{index - m_stored} * m_order;
   }
+  double DotOfAll(double const* x, double const* y) const;
+  /// Sums a block of coefficients, of leading dimension m_size, over all processes.
+  void SumBlock(double* c, int rows, int columns) const;
   /// Moves Q to the scratch matrix if there is no memory for another block.
   void MakeRoom();
   /// Calls visit(first, columns, count) for all vectors of Q, as many at a time as lie together.
@@ -91,9 +94,10 @@ private:
   double ErrorOf(std::size_t index) const;
 
   Pencil& m_pencil;
+  Processes const& m_processes;
   double m_shift;
   std::vector<FoundMode> const& m_known;
-  int m_order;    ///< unknowns
+  int m_order;    ///< rows of this process
   int m_width;    ///< columns of a block
   int m_capacity; ///< vectors
   int m_inMemory; ///< columns of m_vectors

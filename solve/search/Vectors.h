@@ -1,6 +1,7 @@
 #pragma once
 
 #include "blac/BLAC.h"
+#include "solve/search/Processes.h"
 
 #include <algorithm>
 #include <random>
@@ -22,6 +23,11 @@ inline double Dot(std::vector<double> const& x, std::vector<double> const& y) {
 inline void FillRandomly(std::span<double> x, std::mt19937_64& generator) {
   std::uniform_real_distribution<double> distribution(-1.0, 1.0);
   std::ranges::generate(x, [&] { return distribution(generator); });
+}
+
+/// Processes fill their parts of a vector with different values.
+inline std::mt19937_64::result_type SeedOf(Processes const& processes, std::mt19937_64::result_type seed) {
+  return seed + 0x9e3779b97f4a7c15 * static_cast<std::mt19937_64::result_type>(processes.Rank());
 }
 
 } // namespace orx

@@ -1,9 +1,9 @@
-#include "solve/impl/BlockLanczos.h"
+#include "solve/search/BlockLanczos.h"
 
 #include "blac/BLAC.h"
 #include "mtx/ORXSrvMatrix.h"
-#include "solve/impl/SolveErrors.h"
-#include "solve/impl/Vectors.h"
+#include "solve/search/SolveErrors.h"
+#include "solve/search/Vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -43,6 +43,8 @@ constexpr int panelWidth = 32;
 /// c = alpha * op(a) * b + beta * c; the result is m x n.
 void Multiply(char const* transA, int m, int n, int k, double alpha, double const* a, int lda,
               double const* b, int ldb, double beta, double* c, int ldc) {
+  if (lda == 0) lda = 1; // of a process without rows
+  if (ldb == 0) ldb = 1;
   if (m > 0 && n > 0) BLAC_DGEMM(transA, "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
 }
 
@@ -90,26 +92,43 @@ std::vector<double> SolveSymmetric(std::vector<double>& a, int n) {
 }
 
 /// Of components as large as each other to rounding, as symmetric structures have, the first decides.
-double SignOfLargest(double const* x, int count) {
+double SignOfLargest(Processes const& processes, double const* x, int count) {
   double largest = 0.0;
   for (int i = 0; i < count; ++i)
     largest = std::max(largest, std::abs(x[i]));
+  largest = processes.Largest(largest);
   double const* const decisive =
       std::find_if(x, x + count, [=](double value) { return std::abs(value) >= (1.0 - 1e-6) * largest; });
-  return *decisive < 0.0 ? -1.0 : 1.0;
+  std::optional<Processes::Values> value;
+  if (decisive != x + count) value = {*decisive};
+  return (*processes.First(value))[0] < 0.0 ? -1.0 : 1.0;
 }
 
 } // namespace
 
 BlockLanczos::BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, Size size,
                            std::size_t seed)
-    : m_pencil(pencil), m_shift(shift), m_known(known), m_order(pencil.Order()),
-      m_width(std::min(usualWidth, pencil.Order())), m_capacity(std::max(size.vectors, 4 * m_width)),
+    : m_pencil(pencil), m_processes(pencil.SharedBy()), m_shift(shift), m_known(known),
+      m_order(pencil.OwnRows()), m_width(std::min(usualWidth, pencil.Order())),
+      m_capacity(std::max(size.vectors, 4 * m_width)),
       m_inMemory(std::min(m_capacity, std::max(size.inMemory, 4 * m_width))),
       m_vectors(mem_MakeArray<double>(std::int64_t{m_order} * m_inMemory)),
       m_massTimes(mem_MakeArray<double>(std::int64_t{m_order} * m_width)),
       m_massDiagonal(pencil.MassDiagonal()), m_t(static_cast<std::size_t>(m_capacity) * m_capacity, 0.0),
-      m_generator(seed) {}
+      m_generator(SeedOf(m_processes, seed)) {}
+
+double BlockLanczos::DotOfAll(double const* x, double const* y) const {
+  return m_processes.Sum(Dot(m_order, x, y));
+}
+
+void BlockLanczos::SumBlock(double* c, int rows, int columns) const {
+  std::vector<double> sums(static_cast<std::size_t>(rows) * columns);
+  for (int j = 0; j < columns; ++j)
+    std::copy_n(c + std::int64_t{j} * m_size, rows, sums.data() + std::int64_t{j} * rows);
+  m_processes.Sum(sums);
+  for (int j = 0; j < columns; ++j)
+    std::copy_n(sums.data() + std::int64_t{j} * rows, rows, c + std::int64_t{j} * m_size);
+}
 
 void BlockLanczos::MakeRoom() {
   if (m_size - m_stored + m_next + m_width <= m_inMemory) return;
@@ -152,13 +171,14 @@ void BlockLanczos::Orthogonalize(int count, int passes, double* t) {
       for (int v = 0; v < count; ++v) {
         double* const x = block + std::int64_t{v} * m_order;
         double const* const massTimes = m_massTimes.get() + std::int64_t{v} * m_order;
-        double const c = Dot(m_order, mode.shape.data(), massTimes);
+        double const c = DotOfAll(mode.shape.data(), massTimes);
         for (int i = 0; i < m_order; ++i)
           x[i] -= c * mode.shape[i];
       }
     ForEachPanel([&](int first, double const* q, int columns) {
       double* const c = coefficients.data() + first;
       Multiply("T", columns, count, m_order, 1.0, q, m_order, m_massTimes.get(), m_order, 0.0, c, m_size);
+      SumBlock(c, columns, count);
       Multiply("N", m_order, count, columns, -1.0, q, m_order, c, m_size, 1.0, block, m_order);
     });
     if (t == nullptr) continue;
@@ -172,14 +192,14 @@ double BlockLanczos::SquareByDiagonal(double const* x) const {
   double sum = 0.0;
   for (std::size_t i = 0; i < m_massDiagonal.size(); ++i)
     sum += x[i] * x[i] * m_massDiagonal[i];
-  return sum;
+  return m_processes.Sum(sum);
 }
 
 int BlockLanczos::Orthonormalize(int count, std::vector<double>& r) {
   double* const block = Column(m_size);
   double* const massTimes = m_massTimes.get();
   m_pencil.MultiplyByMass(block, count, massTimes);
-  auto const dot = [&](double const* x, double const* y) { return Dot(m_order, x, y); };
+  auto const dot = [&](double const* x, double const* y) { return DotOfAll(x, y); };
   auto const column = [&](double* first, int index) { return first + std::int64_t{index} * m_order; };
   double longest = 0.0;
   for (int v = 0; v < count; ++v)
@@ -238,8 +258,8 @@ int BlockLanczos::AddRandomDirections(int first, int count) {
     m_pencil.MultiplyByMass(Column(m_size), added, m_massTimes.get());
     double longest = 0.0;
     for (std::int64_t v = 0; v < added; ++v)
-      longest = std::max(longest,
-                         Dot(m_order, Column(m_size + static_cast<int>(v)), m_massTimes.get() + v * m_order));
+      longest =
+          std::max(longest, DotOfAll(Column(m_size + static_cast<int>(v)), m_massTimes.get() + v * m_order));
     added = longest > 1e-16 ? Orthonormalize(added, ignored) : 0;
   }
   if (added > 0) {
@@ -313,7 +333,9 @@ void BlockLanczos::FindRitzValues() {
   for (std::size_t j = 0; j < size; ++j)
     for (std::size_t i = 0; i <= j; ++i)
       t[j * size + i] = m_t[j * m_capacity + i];
-  std::vector<double> const thetas = SolveSymmetric(t, m_size);
+  std::vector<double> thetas = SolveSymmetric(t, m_size);
+  m_processes.Agree(thetas); // processors of several kinds round differently
+  m_processes.Agree(t);
   std::vector<int> order(size);
   std::iota(order.begin(), order.end(), 0);
   std::ranges::stable_sort(order, std::greater{}, [&](int k) { return std::abs(thetas[k]); });
@@ -394,8 +416,8 @@ std::vector<FoundMode> BlockLanczos::MakeModes() {
     if (quality[static_cast<std::size_t>(k)].residual > poorResidual) continue;
     double const* const shape = shapes.get() + std::int64_t{k} * m_order;
     m_pencil.MultiplyByMass(shape, 1, m_massTimes.get());
-    double const length = std::sqrt(Dot(m_order, shape, m_massTimes.get()));
-    double const scale = SignOfLargest(shape, m_order) / length;
+    double const length = std::sqrt(DotOfAll(shape, m_massTimes.get()));
+    double const scale = SignOfLargest(m_processes, shape, m_order) / length;
     auto const mode = static_cast<std::size_t>(k);
     // The Rayleigh quotient knows lambda as well as K and M do; rounding in the solves blurs theta.
     double const square = length * length;

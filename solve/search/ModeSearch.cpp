@@ -1,4 +1,4 @@
-#include "solve/impl/ModeSearch.h"
+#include "solve/search/ModeSearch.h"
 
 #include "mtx/ORXSrvProgress.h"
 
@@ -57,7 +57,7 @@ int ModeSearch::FoundBetween(double from, double to) const {
 }
 
 void ModeSearch::FactorizeAt(double shift, Pencil::Side side) {
-  m_current = m_pencil.Factorize(shift, side, m_limits);
+  m_current = m_pencil.Factorize(shift, side);
   m_counts[m_current.shift] = m_current.below;
   m_shifts.push_back(m_current.shift);
   auto const count = static_cast<std::int64_t>(m_shifts.size());
@@ -97,7 +97,9 @@ BlockLanczos::Size ModeSearch::BasisSize(int expected) const {
   std::int64_t const order = m_pencil.Order();
   std::int64_t const wanted =
       std::min<std::int64_t>(order + 16, 3 * std::min(expected, 2 * modesOfAShift) + 200);
-  std::int64_t const byMemory = m_limits.bytes / 3 / (8 * order);
+  // The same for all processes, who go through the vectors together.
+  auto const rows = static_cast<std::int64_t>(m_pencil.SharedBy().Largest(m_pencil.OwnRows()));
+  std::int64_t const byMemory = m_memory / 3 / (8 * rows);
   return {static_cast<int>(std::max(fewest, wanted)),
           static_cast<int>(std::clamp(byMemory, fewest, std::max(fewest, wanted)))};
 }
