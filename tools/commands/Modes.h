@@ -16,6 +16,9 @@ struct ModesOptions {
   std::string shapesPath; ///< of a type by its extension, else triplets; empty: the shapes are not written
 };
 
+/// Two inputs from standard input, and shapes that would replace an input, are a ToolError.
+void RequireUsableNames(ModesOptions const& options);
+
 /// Prints what `orxmtx modes` prints, by `print`: lines starting with '#' that say what was found and done,
 /// then one line per mode. Then writes the shapes file when one is asked for, which is begun before all else:
 /// it shows at once when it cannot be, and when it cannot be written later, the modes have been printed.

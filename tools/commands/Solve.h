@@ -16,6 +16,9 @@ struct SolveOptions {
   bool explains = false;     ///< prints what the factorization takes, before it begins
 };
 
+/// Two inputs from standard input, two results in one file, and reactions without --fix are a ToolError.
+void RequireUsableNames(SolveOptions const& options);
+
 /// Prints what `orxmtx solve` prints, by `print`: lines starting with '#' that say what was found and done,
 /// then the displacements and reactions for which there is no file. The files are begun before all else: it
 /// shows at once when they cannot be.

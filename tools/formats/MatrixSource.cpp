@@ -26,48 +26,59 @@ std::string FormText(Symmetry const& symmetry) {
          Describe(*symmetry.worst);
 }
 
-/// A file that holds both triangles is unsymmetric when one of them is empty and the other is not.
-void RefuseHalf(MatrixSource const& source) {
-  if (source.symmetry.form == Symmetry::Form::BothTriangles) return;
-  ForEachEntry(source.entries.View(), [&](int row, int column, double value) {
-    if (row != column && value != 0.0)
-      throw ToolError(ExitCode::UnusableInput,
-                      Format("%s: the file says that it holds both triangles, and it is not symmetric: "
-                             "(%d, %d) = %s, (%d, %d) is not stored. If one triangle stands for both, "
-                             "orxmtx convert --triangle full makes a file that says so",
-                             source.FullName().c_str(), row + 1, column + 1, Number(value).c_str(),
-                             column + 1, row + 1));
+} // namespace
+
+int SourceFacts::Order() const { return std::max(rows, columns); }
+
+MatrixSource::MatrixSource(char const* letter, std::string const& fileName) {
+  InputFile const file(fileName);
+  FileKind const kind = KindToRead(file, {});
+  name = letter;
+  path = file.Name();
+  entries = LoadMatrix(file, {kind, {}, 0});
+  rows = entries.NumberOfRows();
+  columns = entries.NumberOfColumns();
+  entryCount = entries.NumberOfNonzeros();
+  isWhole = HasHeader(kind);
+  symmetry = MeasureSymmetry(entries);
+  RequireRowsAndColumns(*this);
+}
+
+void RequireRowsAndColumns(SourceFacts const& source) {
+  if (source.Order() == 0)
+    throw ToolError(ExitCode::UnusableInput,
+                    source.FullName() + " is empty; expected row column value items");
+}
+
+void RequireAsStated(MatrixSource const& source) {
+  RequireSquareAsStated(source);
+  if (!source.isWhole || source.symmetry.form == Symmetry::Form::BothTriangles) return;
+  ForEachEntry(source.entries.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    RequireNotHalfAsStated(source, {row, column, value});
   });
 }
 
-} // namespace
-
-MatrixSource::MatrixSource(char const* letter, std::string const& file)
-    : MatrixSource(letter, InputFile(file)) {}
-
-MatrixSource::MatrixSource(char const* letter, InputFile const& file)
-    : name(letter), path(file.Name()), kind(KindToRead(file, {})), entries(LoadMatrix(file, {kind, {}, 0})),
-      symmetry(MeasureSymmetry(entries)) {
-  if (Order() == 0)
-    throw ToolError(ExitCode::UnusableInput, FullName() + " is empty; expected row column value items");
+void RequireSquareAsStated(SourceFacts const& source) {
+  if (!source.isWhole || source.rows == source.columns) return;
+  throw ToolError(ExitCode::UnusableInput,
+                  Format("%s: the file says that the matrix is %d x %d; expected a square",
+                         source.FullName().c_str(), source.rows, source.columns));
 }
 
-int MatrixSource::Order() const { return std::max(entries.NumberOfRows(), entries.NumberOfColumns()); }
-
-void RequireAsStated(MatrixSource const& source) {
-  if (!source.IsWhole()) return;
-  if (source.entries.NumberOfRows() != source.entries.NumberOfColumns())
-    throw ToolError(ExitCode::UnusableInput,
-                    Format("%s: the file says that the matrix is %d x %d; expected a square",
-                           source.FullName().c_str(), source.entries.NumberOfRows(),
-                           source.entries.NumberOfColumns()));
-  RefuseHalf(source);
+void RequireNotHalfAsStated(SourceFacts const& source, ORXSrvSparseMatrixEntry const& entry) {
+  if (!source.isWhole || entry.row == entry.column || entry.value == 0.0) return;
+  throw ToolError(ExitCode::UnusableInput,
+                  Format("%s: the file says that it holds both triangles, and it is not symmetric: "
+                         "(%u, %u) = %s, (%u, %u) is not stored. If one triangle stands for both, "
+                         "orxmtx convert --triangle full makes a file that says so",
+                         source.FullName().c_str(), entry.row + 1, entry.column + 1,
+                         Number(entry.value).c_str(), entry.column + 1, entry.row + 1));
 }
 
-void RequireOneOrder(MatrixSource const& k, MatrixSource const& m) {
-  MatrixSource const& shorter = k.Order() < m.Order() ? k : m;
-  MatrixSource const& longer = k.Order() < m.Order() ? m : k;
-  if (shorter.Order() == longer.Order() || !shorter.IsWhole()) return;
+void RequireOneOrder(SourceFacts const& k, SourceFacts const& m) {
+  SourceFacts const& shorter = k.Order() < m.Order() ? k : m;
+  SourceFacts const& longer = k.Order() < m.Order() ? m : k;
+  if (shorter.Order() == longer.Order() || !shorter.isWhole) return;
   throw ToolError(ExitCode::UnusableInput,
                   Format("%s: the file says that the matrix has order %d; %s has order %d, "
                          "expected the same",
@@ -90,11 +101,10 @@ ORXSrvSparseMatrix SquareMatrixOf(MatrixSource const& source, int order) {
   return square;
 }
 
-std::string SourceText(MatrixSource const& source, int order) {
+std::string SourceText(SourceFacts const& source, int order) {
   std::string text =
       Note(Format("%s: %s, order %d, %s, %s", source.name.c_str(), source.path.c_str(), source.Order(),
-                  Counted(source.entries.NumberOfNonzeros(), "entry", "entries").c_str(),
-                  FormText(source.symmetry).c_str()));
+                  Counted(source.entryCount, "entry", "entries").c_str(), FormText(source.symmetry).c_str()));
   if (source.Order() < order)
     text += Note(Format("%s ends at row %d, the other matrix at row %d: what follows is taken as zero",
                         source.name.c_str(), source.Order(), order));

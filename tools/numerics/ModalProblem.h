@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,7 @@ struct ModeCount {
 /// What was found about a pair of matrices, and its lowest modes.
 struct ModalSolution {
   bool isSparse = false; ///< found by the sparse solver, and certified; what follows is not looked for then
+  std::string method;    ///< of the sparse solver, for the report
   std::vector<ModeCount> counts; ///< of the sparse solver
   bool isStiffnessDefinite = false;
   bool isMassDefinite = false;

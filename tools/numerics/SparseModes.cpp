@@ -51,6 +51,7 @@ Mode MakeMode(ORXSrvMode const& mode, double const* shape, int order, double shi
 ModalSolution Describe(ORXSrvModes const& modes, int order, ModeChoice const& choice, double stiffnessError) {
   ModalSolution solution;
   solution.isSparse = true;
+  solution.method = "block Lanczos";
   solution.shifts = modes.Shifts();
   for (ORXSrvModeCount const& count : modes.Counts())
     solution.counts.push_back({count.from, count.to, count.counted});

@@ -60,21 +60,6 @@ void ComparePair(MirroredPair const& pair, bool isUnmatched, double diagonalScal
   if (symmetry.unmatchedEntries++ == 0) symmetry.unmatched = pair;
 }
 
-/// A file of one triangle may end before its last column; both triangles of a symmetric matrix end together.
-[[noreturn]] void RefuseUnsymmetric(ORXSrvSparseMatrix const& matrix, Symmetry const& symmetry,
-                                    std::string const& name) {
-  std::string const found = Describe(*symmetry.worst);
-  if (matrix.NumberOfRows() != matrix.NumberOfColumns())
-    throw ToolError(
-        ExitCode::UnusableInput,
-        Format("%s: the matrix is %d x %d, expected a square symmetric one or one triangle of it; %s",
-               name.c_str(), matrix.NumberOfRows(), matrix.NumberOfColumns(), found.c_str()));
-  throw ToolError(
-      ExitCode::UnusableInput,
-      Format("%s: the matrix is not symmetric: %s, a relative difference of %.3g; expected at most %.0e",
-             name.c_str(), found.c_str(), symmetry.worstDifference, symmetryTolerance));
-}
-
 std::string BothTrianglesText(Symmetry const& s) {
   if (s.IsExact()) return "exactly symmetric";
   std::string const difference =
@@ -140,19 +125,38 @@ Mirror MirrorOf(ORXSrvSparseMatrix const& matrix) {
   return isNegative ? Mirror::Negative : Mirror::None;
 }
 
+void RequireFinite(ORXSrvSparseMatrixEntry const& entry, std::string const& name) {
+  if (std::isfinite(entry.value)) return;
+  throw ToolError(ExitCode::UnusableInput,
+                  Format("%s: the value at (%u, %u) is %s, expected a finite number", name.c_str(),
+                         entry.row + 1, entry.column + 1, Number(entry.value).c_str()));
+}
+
 void RequireFinite(ORXSrvSparseMatrix const& matrix, std::string const& name) {
-  ForEachEntry(matrix.View(), [&](std::int32_t row, std::int32_t column, double value) {
-    if (!std::isfinite(value))
-      throw ToolError(ExitCode::UnusableInput,
-                      Format("%s: the value at (%d, %d) is %s, expected a finite number", name.c_str(),
-                             row + 1, column + 1, Number(value).c_str()));
+  ForEachEntry(matrix.View(), [&](std::uint32_t row, std::uint32_t column, double value) {
+    RequireFinite({row, column, value}, name);
   });
+}
+
+void RequireSymmetric(int rows, int columns, Symmetry const& symmetry, std::string const& name) {
+  if (symmetry.worstDifference <= symmetryTolerance) return;
+  std::string const found = Describe(*symmetry.worst);
+  // A file of one triangle may end before its last column; both triangles of a symmetric matrix end together.
+  if (rows != columns)
+    throw ToolError(
+        ExitCode::UnusableInput,
+        Format("%s: the matrix is %d x %d, expected a square symmetric one or one triangle of it; %s",
+               name.c_str(), rows, columns, found.c_str()));
+  throw ToolError(
+      ExitCode::UnusableInput,
+      Format("%s: the matrix is not symmetric: %s, a relative difference of %.3g; expected at most %.0e",
+             name.c_str(), found.c_str(), symmetry.worstDifference, symmetryTolerance));
 }
 
 ORXSrvSparseMatrix MakeLowerTriangle(ORXSrvSparseMatrix const& matrix, Symmetry const& symmetry, int order,
                                      std::string const& name) {
   RequireFinite(matrix, name);
-  if (symmetry.worstDifference > symmetryTolerance) RefuseUnsymmetric(matrix, symmetry, name);
+  RequireSymmetric(matrix.NumberOfRows(), matrix.NumberOfColumns(), symmetry, name);
 
   ORXSrvSparseMatrix triangle(order, order);
   ForEachEntry(matrix.View(), [&](std::int32_t row, std::int32_t column, double value) {

@@ -53,10 +53,15 @@ enum class Mirror {
 Mirror MirrorOf(ORXSrvSparseMatrix const& matrix);
 
 /// A value that is not finite is a ToolError that starts with `name`.
+void RequireFinite(ORXSrvSparseMatrixEntry const& entry, std::string const& name);
 void RequireFinite(ORXSrvSparseMatrix const& matrix, std::string const& name);
 
 /// The relative difference of mirrored values up to which they count as one value with rounding errors.
 constexpr double symmetryTolerance = 1e-10;
+
+/// A matrix of rows x columns whose triangles differ by more than symmetryTolerance is a ToolError that
+/// starts with `name`.
+void RequireSymmetric(int rows, int columns, Symmetry const& symmetry, std::string const& name);
 
 /// The diagonal and the lower triangle, in general form, of the symmetric matrix in a file that holds one
 /// triangle, or both with values that agree within symmetryTolerance and are averaged. `order` is at least
