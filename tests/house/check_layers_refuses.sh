@@ -42,6 +42,8 @@ refuses mtx/impl/blocks/ORXSrvDenseMatrix.cpp '#include "mtx/impl/exchange/FileI
 refuses mtx/impl/matrix/ORXSrvMatrix.cpp '#include "blac/sparse/SpmvKernels.h"' 'matrix may not include'
 refuses tools/commands/Modes.cpp '#include "mtx/impl/exchange/FileInput.h"' 'private to mtx/'
 refuses tools/numerics/Symmetry.cpp '#include "tools/formats/MatrixFile.h"' 'numerics may not include'
+refuses tools/commands/Info.cpp '#include <petscmat.h>' 'only tools/mpi/'
+refuses tools/commands/Info.cpp '#include "tools/mpi/Ranks.h"' 'commands may not include'
 refuses examples/modal_projection/modal_projection.cpp '#include "blac/sparse/SpmvKernels.h"' 'examples may not include'
 refuses mtx/ORXSrvMatrix.h '  #include "mtx/ORXSrvSparseMatrix.h"' 'an include is written as'
 refuses mtx/ORXSrvMatrix.h '#  include "mtx/ORXSrvSparseMatrix.h"' 'an include is written as'

@@ -1,0 +1,198 @@
+#include "tests/mpi/MpiSupport.h"
+
+#include "tools/mpi/SparseDrawer.h"
+#include "tools/mpi/SplitRows.h"
+
+#include <fstream>
+
+using namespace orx::mpi;
+
+namespace {
+
+using Random = std::mt19937;
+
+/// The one drawer of a database whose name sorts first.
+constexpr char firstDrawer[] = "/context_0/distribution_0/drawer";
+
+/// Entries at random places. `columnsOf(row)` gives the end of the columns that a row may have.
+template<class Allowed>
+Arrays RandomArrays(int rows, int columns, int inRow, Allowed isAllowed) {
+  Random random(7);
+  std::uniform_int_distribution<int> place(0, columns - 1);
+  std::uniform_real_distribution<double> value(-1.0, 1.0);
+  Arrays a{rows, columns};
+  for (int i = 0; i < rows; ++i) {
+    std::map<int, double> row;
+    for (int k = 0; k < inRow; ++k)
+      if (int const j = place(random); isAllowed(i, j)) row[j] = value(random);
+    for (auto const& [j, x] : row)
+      a.Add(j, x);
+    a.EndRow();
+  }
+  return a;
+}
+
+Arrays Symmetric(Arrays a) {
+  for (int i = 0; i < a.rows; ++i)
+    a.diagonal.push_back(2.0 + i);
+  return a;
+}
+
+/// Each pair once, in rows of either triangle, columns in descending order.
+Arrays InAnyOrder() {
+  Arrays a = RandomArrays(61, 61, 9, [](int i, int j) { return i != j && (i < j) == ((i + j) % 3 == 0); });
+  for (int i = 0; i < a.rows; ++i) {
+    std::reverse(a.indices.begin() + a.pointers[i], a.indices.begin() + a.pointers[i + 1]);
+    std::reverse(a.values.begin() + a.pointers[i], a.values.begin() + a.pointers[i + 1]);
+  }
+  return Symmetric(std::move(a));
+}
+
+/// Positions more than once: beside each other, and as mirror images.
+Arrays Repeated(bool isSymmetric) {
+  Arrays a{4, 4};
+  a.Add(2, 1.0), a.Add(0, 0.5), a.Add(2, 0.25), a.EndRow();
+  a.EndRow();
+  a.Add(3, 8.0), a.Add(0, 4.0), a.EndRow();
+  a.Add(2, 16.0), a.EndRow();
+  return isSymmetric ? Symmetric(std::move(a)) : a;
+}
+
+std::map<std::string, Arrays> const& Shapes() {
+  auto const all = [](int, int) { return true; };
+  auto const lower = [](int i, int j) { return i > j; };
+  auto const upper = [](int i, int j) { return i < j; };
+  static std::map<std::string, Arrays> const shapes{
+      {"one by one", RandomArrays(1, 1, 1, all)},
+      {"fewer rows than ranks", RandomArrays(3, 3, 2, all)},
+      {"tall", RandomArrays(53, 11, 4, all)},
+      {"wide", RandomArrays(5, 97, 30, all)},
+      {"empty rows", RandomArrays(40, 40, 3, [](int i, int) { return i % 7 == 6; })},
+      {"no entries", RandomArrays(9, 9, 0, all)},
+      {"repeated", Repeated(false)},
+      {"symmetric: lower", Symmetric(RandomArrays(101, 101, 12, lower))},
+      {"symmetric: upper", Symmetric(RandomArrays(101, 101, 12, upper))},
+      {"symmetric: any order", InAnyOrder()},
+      {"symmetric: repeated", Repeated(true)},
+      {"symmetric: diagonal alone", Symmetric(RandomArrays(8, 8, 0, all))},
+      {"symmetric: fewer rows than ranks", Symmetric(RandomArrays(2, 2, 3, lower))}};
+  return shapes;
+}
+
+SparsePlace PlaceOf(Arrays const& a) { return {firstDrawer, a.rows, a.columns, !a.diagonal.empty()}; }
+
+/// The text of the error that all ranks have; "" for none.
+template<class Work>
+std::string SharedText(Work const& work) {
+  std::string text;
+  try {
+    work();
+  } catch (orx::tool::ToolError const& e) {
+    EXPECT_EQ(e.Code(), orx::tool::ExitCode::UnusableInput) << e.what();
+    text = e.what();
+  }
+  std::string ofRoot = text;
+  AllRanks().Broadcast(ofRoot);
+  EXPECT_EQ(text, ofRoot);
+  return text;
+}
+
+/// Changes bytes of a file that the root has found by their content.
+void Replace(std::string const& path, std::string const& found, std::string const& by) {
+  AllRanks().OnRoot([&] {
+    std::ifstream in(path, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    std::size_t const at = bytes.find(found);
+    if (at == std::string::npos) throw std::runtime_error("the bytes are not in the file");
+    std::ofstream(path, std::ios::binary) << bytes.replace(at, by.size(), by);
+  });
+}
+
+template<class T>
+std::string BytesOf(std::vector<T> const& values) {
+  return {reinterpret_cast<char const*>(values.data()), values.size() * sizeof(T)};
+}
+
+} // namespace
+
+TEST(Reading, EveryRankHasItsRowsWhateverTheShapeAndTheLengthOfPieces) {
+  SharedFolder const folder;
+  for (auto const& [name, arrays] : Shapes()) {
+    std::string const path = folder.Path("shape.sim");
+    WriteDatabase(path, {{"K", arrays}});
+    for (std::int64_t const length : {1, 3, 1 << 19}) {
+      SCOPED_TRACE(name + ", pieces of " + std::to_string(length));
+      ParallelFile const file(path, AllRanks());
+      RowShare share = ReadSparseDrawer(file, PlaceOf(arrays), AllRanks(), length);
+      Handle<Mat> const matrix = MakeMatrix(Split(std::move(share), AllRanks(), length), AllRanks());
+      EXPECT_EQ(OwnEntries(matrix.Get()), OwnPart(EntriesOf(arrays), arrays.rows));
+    }
+  }
+}
+
+TEST(Reading, SharesAreThoseOfPetsc) {
+  for (int const length : {0, 1, 6, 7, 8, 100}) {
+    PetscInt own = PETSC_DECIDE, all = length, end = 0;
+    Check(PetscSplitOwnership(PETSC_COMM_WORLD, &own, &all));
+    MPI_Scan(&own, &end, 1, MPI_INT, MPI_SUM, PETSC_COMM_WORLD);
+    Range const share = AllRanks().OwnShare(length);
+    EXPECT_EQ(share.count, own);
+    EXPECT_EQ(share.End(), end);
+    for (int row = share.first; row < share.End(); ++row)
+      EXPECT_EQ(AllRanks().OwnerOf(row, length), AllRanks().Rank());
+  }
+}
+
+TEST(Reading, DamageIsOneMessageOfAllRanksThatNamesTheArray) {
+  SharedFolder const folder;
+  Arrays const a = Symmetric(RandomArrays(200, 200, 12, [](int i, int j) { return i > j; }));
+  auto const damaged = [](auto values, std::size_t at, auto by) {
+    values[at] = by;
+    return BytesOf(values);
+  };
+  std::size_t const row = 150;
+  struct Case {
+    std::string found, by, text;
+  };
+  Case const cases[] = {
+      {BytesOf(a.values), damaged(a.values, a.values.size() - 3, 0.125), "/data: its checksum is "},
+      {BytesOf(a.indices), damaged(a.indices, 5, a.indices[5] ^ 1), "/ir: its checksum is "},
+      {BytesOf(a.diagonal), damaged(a.diagonal, 199, 7.0), "/diagonal: its checksum is "},
+      {BytesOf(a.indices), damaged(a.indices, a.indices.size() - 1, 200),
+       "/ir: entry " + std::to_string(a.indices.size() - 1) + " has column 200, expected 0 to 199"},
+      {BytesOf(a.pointers), damaged(a.pointers, row, a.pointers[row] + 1), "/jc: its checksum is "},
+      {BytesOf(a.pointers), damaged(a.pointers, row, a.pointers[row - 1] - 1),
+       "/jc: the row starts decrease from " + std::to_string(a.pointers[row - 1]) + " to " +
+           std::to_string(a.pointers[row - 1] - 1) + " at row 149"},
+      {BytesOf(a.pointers), damaged(a.pointers, 0, -1), "/jc: the first row start is -1, expected 0"},
+      {BytesOf(a.pointers), damaged(a.pointers, 200, a.pointers[200] + 1), "/jc: the last row start is "}};
+  std::string const path = folder.Path("damaged.sim");
+  for (Case const& c : cases) {
+    WriteDatabase(path, {{"K", a}});
+    Replace(path, c.found, c.by);
+    ParallelFile const file(path, AllRanks());
+    std::string const text = SharedText([&] { ReadSparseDrawer(file, PlaceOf(a), AllRanks()); });
+    EXPECT_EQ(text.substr(0, path.size() + 2), path + ": ") << c.text;
+    EXPECT_NE(text.find(c.text), std::string::npos) << text << "\nexpected: " << c.text;
+  }
+}
+
+TEST(Reading, ArraysOfOtherLengthsAreRefused) {
+  SharedFolder const folder;
+  std::string const path = folder.Path("short.sim");
+  WriteDatabase(path, {{"K", RandomArrays(20, 20, 3, [](int, int) { return true; })}});
+  ParallelFile const file(path, AllRanks());
+  std::string const text = SharedText([&] { ReadSparseDrawer(file, {firstDrawer, 30, 20}, AllRanks()); });
+  EXPECT_NE(text.find("/jc: has 21 elements, expected 31"), std::string::npos) << text;
+}
+
+TEST(Ranks, AnErrorOfOneIsTheErrorOfAll) {
+  int const last = AllRanks().Count() - 1;
+  std::string const text = SharedText([&] {
+    AllRanks().OnEach([&] {
+      if (AllRanks().Rank() == last)
+        throw orx::tool::ToolError(orx::tool::ExitCode::UnusableInput, "of the last");
+    });
+  });
+  EXPECT_EQ(text, "of the last");
+}
