@@ -135,9 +135,11 @@ CLI::App* AddModes(CLI::App& app, ModesOptions& options) {
   modes->add_option("K", options.stiffnessPath, "stiffness matrix, both triangles or one")
       ->required()
       ->type_name("FILE");
-  modes->add_option("M", options.massPath, "mass matrix, both triangles or one")
-      ->required()
-      ->type_name("FILE");
+  modes
+      ->add_option("M", options.massPath,
+                   "mass matrix, both triangles or one; not needed where K is in a database that has M too")
+      ->type_name("FILE")
+      ->check(EmptyNameFault);
   modes->add_option("-n,--count", options.choice.count, "how many modes")
       ->capture_default_str()
       ->type_name("COUNT")
@@ -230,7 +232,8 @@ std::string ExitCodesText() {
 
 std::string MatrixFilesText() {
   return "Matrix files are of any type that orxmtx convert --help lists; which one is seen\n"
-         "from their content. In text, values at one position are summed. \"-\" is standard\n"
+         "from their content. In text, values at one position are summed. A matrix of a database\n"
+         "is named FILE:TYPE or FILE:CONTEXT/DISTRIBUTION, as orxmtx db lists them. \"-\" is standard\n"
          "input, or standard output: what is said besides then goes to standard error.";
 }
 

@@ -7,6 +7,8 @@
 #include "tools/terminal/ToolError.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 
 namespace orx::tool {
 namespace {
@@ -79,12 +81,21 @@ std::string DiagonalOnlyText(FileKind kind, ORXSrvSparseMatrix const& matrix) {
          "library's products with it do nothing\n";
 }
 
+/// It may hold other matrices.
+void RefuseToReplaceDatabase(ConvertOptions const& options) {
+  std::string const in = PathOf(options.inPath);
+  std::error_code ignored;
+  if (HoldsDatabase(in) && std::filesystem::equivalent(in, options.outPath, ignored))
+    throw ToolError(ExitCode::WrongUsage, "OUT names the database '" + in + "'; expected another file");
+}
+
 } // namespace
 
 std::string ConvertText(ConvertOptions const& options) {
-  WriteOptions const write{options.to.empty() ? KindOfExtension(options.outPath) : KindOfName(options.to),
+  WriteOptions const write{options.to.empty() ? KindOfExtension(options.outPath) : KindToWrite(options.to),
                            ParseTriangle(options.triangle), options.dofsPerNode, options.digits,
                            options.isLargeAllowed};
+  RefuseToReplaceDatabase(options);
   ReplacedFile file(options.outPath);
   InputFile const in(options.inPath);
   ReadOptions const read = ReadOptionsOf(options, in);
@@ -104,7 +115,9 @@ std::string FileKindsText() {
   for (FileKindDescription const& kind : FileKinds())
     text +=
         Format("  %-10s %-5s %s\n", kind.name, kind.extension != nullptr ? kind.extension : "", kind.text);
-  return text;
+  FileKindDescription const& database = Describe(FileKind::Database);
+  return text + Format("  %-10s %-5s %s, FILE:TYPE or FILE:CONTEXT/DISTRIBUTION, only for IN\n",
+                       database.name, "", database.text);
 }
 
 } // namespace orx::tool

@@ -1,12 +1,11 @@
 #include "tools/commands/Database.h"
 
+#include "tools/formats/DatabaseMatrix.h"
 #include "tools/terminal/Text.h"
-#include "tools/terminal/ToolError.h"
 
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
 #include "sim/ORXSimDistribution.h"
-#include "sim/ORXSimException.h"
 
 #include <filesystem>
 
@@ -89,11 +88,7 @@ std::string ContextText(ORXSimContextID const& id) {
 
 std::string DatabaseText(std::string const& path) {
   ORXSimDatabase database;
-  try {
-    database.OpenFile(ORXUnicodeString(path.c_str()), true);
-  } catch (ORXSimException const& e) {
-    throw ToolError(ExitCode::UnusableInput, e.AsString().AsText());
-  }
+  OpenToRead(database, path);
   std::string text =
       Format("%-21s %s\n%-21s %s\n", "file", path.c_str(), "size",
              Counted(static_cast<std::int64_t>(std::filesystem::file_size(path)), "byte", "bytes").c_str());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/formats/MatrixSource.h"
 #include "tools/numerics/ModalProblem.h"
 #include "tools/numerics/Symmetry.h"
 
@@ -10,7 +11,7 @@ namespace orx::tool {
 
 struct ModesOptions {
   std::string stiffnessPath;
-  std::string massPath;
+  std::string massPath; ///< empty: M is in the database that K is in
   ModeChoice choice;
   bool explains = false;  ///< prints what the factorization takes, before it begins
   std::string shapesPath; ///< of a type by its extension, else triplets; empty: the shapes are not written
@@ -18,6 +19,12 @@ struct ModesOptions {
 
 /// Two inputs from standard input, and shapes that would replace an input, are a ToolError.
 void RequireUsableNames(ModesOptions const& options);
+
+/// The name that M is read by: where none is given, the database that K is in. A ToolError where K is in
+/// none.
+std::string MassName(ModesOptions const& options);
+/// A ToolError when no M is given and the database has one matrix for both.
+void RequireTwoMatrices(ModesOptions const& options, SourceFacts const& k, SourceFacts const& m);
 
 /// Prints what `orxmtx modes` prints, by `print`: lines starting with '#' that say what was found and done,
 /// then one line per mode. Then writes the shapes file when one is asked for, which is begun before all else:

@@ -69,16 +69,16 @@ public:
     if (!o.reactionsPath.empty()) m_reactions.emplace("--reactions", o.reactionsPath, inputs);
   }
 
-  void Write(StaticProblem const& problem, StaticSolution const& s,
+  void Write(StaticProblem const& problem, StaticSolution const& s, std::span<int const> labels,
              std::function<void(std::string const&)> const& print) {
     if (!m_displacements) print(DisplacementsText(s.displacements));
     if (!m_reactions && !problem.held.empty()) print(ReactionsText(problem.held, s.reactions));
     if (m_displacements) {
-      m_displacements->Write("displacements", MatrixOf(s.displacements));
+      m_displacements->Write("displacements", MatrixOf(s.displacements), labels);
       print(Note("displacements: " + m_options.outPath + ", unknowns by loads"));
     }
     if (!m_reactions) return;
-    m_reactions->Write("reactions", MatrixOf(problem.held, s.reactions, problem.loads.rows));
+    m_reactions->Write("reactions", MatrixOf(problem.held, s.reactions, problem.loads.rows), labels);
     print(Note("reactions: " + m_options.reactionsPath + ", unknowns by loads"));
   }
 
@@ -117,7 +117,7 @@ void PrintSolution(SolveOptions const& options, std::function<void(std::string c
   }();
   print(ProblemText(k, {options.loadsPath, loads.count, options.heldPath, std::ssize(held)}) +
         FactsText(solution));
-  results.Write(problem, solution, print);
+  results.Write(problem, solution, k.labels, print);
 }
 
 } // namespace orx::tool

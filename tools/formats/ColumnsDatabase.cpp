@@ -23,6 +23,11 @@ ORXSimContextID CreateDatabase(ORXSimDatabase& database, std::string const& path
   return database.CreateContext({});
 }
 
+ORXSimCSetID CreateUnknowns(ORXSimContext const& context, int count, std::span<int const> labels) {
+  ORXSimCollection const unknowns(context.CreateCollection(labels.empty() ? count : 0, ORXSimTypeID()));
+  return labels.empty() ? unknowns.BiggestCSetID() : unknowns.CreateOrderedCSet(labels.data(), count);
+}
+
 } // namespace
 
 bool IsDatabase(std::string const& path) {
@@ -35,25 +40,27 @@ struct ColumnsDatabase::State {
   ORXSimContextID id;
   ORXSimContext context;
   ORXSimTransaction transaction;
-  ORXSimCollection unknowns, columns;
+  ORXSimCSetID unknowns;
+  ORXSimCollection columns;
   int unknownCount, columnCount;
 
-  State(std::string const& path, int rows, int count)
+  State(std::string const& path, int rows, int count, std::span<int const> labels)
       : id(CreateDatabase(database, path)), context(id), transaction(id),
-        unknowns(context.CreateCollection(rows, ORXSimTypeID())),
+        unknowns(CreateUnknowns(context, rows, labels)),
         columns(context.CreateCollection(count, ORXSimTypeID())), unknownCount(rows), columnCount(count) {}
 };
 
-ColumnsDatabase::ColumnsDatabase(std::string const& path, int unknowns, int columns)
-    : m_state(std::make_unique<State>(path, unknowns, columns)) {}
+ColumnsDatabase::ColumnsDatabase(std::string const& path, int unknowns, int columns,
+                                 std::span<int const> labels)
+    : m_state(std::make_unique<State>(path, unknowns, columns, labels)) {}
 
 ColumnsDatabase::~ColumnsDatabase() = default;
 
 void ColumnsDatabase::AddBlockMatrix(char const* type, std::function<double const*(int)> const& column) {
   State& s = *m_state;
   ORXSimTransfer transfer{ORXSimDistribution(ORXSrvUtilities::Create2DDistribution(
-      s.transaction, ORXSrvPosition(s.id), s.context.DefineType(type), s.unknowns.BiggestCSetID(),
-      s.columns.BiggestCSetID(), rowsOfChunk, columnsOfChunk))};
+      s.transaction, ORXSrvPosition(s.id), s.context.DefineType(type), s.unknowns, s.columns.BiggestCSetID(),
+      rowsOfChunk, columnsOfChunk))};
   transfer.SetWrite();
   for (int j = 0; j < s.columnCount; ++j)
     transfer.SetDimOrdinalRange(0, s.columns.ID(), j, j)

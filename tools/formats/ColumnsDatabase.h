@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,8 @@ bool IsDatabase(std::string const& path);
 /// older file is replaced. Errors are the database's own.
 class ColumnsDatabase {
 public:
-  ColumnsDatabase(std::string const& path, int unknowns, int columns);
+  /// `labels` are those of the unknowns, as many as there are; empty for 0, 1, 2, ...
+  ColumnsDatabase(std::string const& path, int unknowns, int columns, std::span<int const> labels = {});
   ColumnsDatabase(ColumnsDatabase const&) = delete;
   ColumnsDatabase& operator=(ColumnsDatabase const&) = delete;
   ~ColumnsDatabase();

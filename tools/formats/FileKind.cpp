@@ -28,6 +28,7 @@ constexpr FileKindDescription kinds[] = {
     {FileKind::Blocks, "blocks", ".blk", "block binary, symmetric or unsymmetric"},
     {FileKind::Chunks, "chunks", ".chk", "chunked binary, symmetric"},
     {FileKind::Dense, "dense", ".bin", "dense binary"},
+    {FileKind::Database, "database", nullptr, "a matrix of a database"},
 };
 
 // Text
@@ -136,14 +137,22 @@ std::string NamesText(std::vector<FileKind> const& among) {
 
 std::string AllNamesText() {
   std::vector<FileKind> all;
-  for (FileKindDescription const& description : kinds)
+  for (FileKindDescription const& description : FileKinds())
     all.push_back(description.kind);
   return NamesText(all);
 }
 
+bool BeginsAsDatabase(std::string const& begin) {
+  constexpr std::string_view signature = "\x89HDF\r\n\x1a\n";
+  constexpr std::string_view unfinishedCommit = "orxapply";
+  return begin.starts_with(signature) || begin.starts_with(unfinishedCommit);
+}
+
 } // namespace
 
-std::span<FileKindDescription const> FileKinds() { return kinds; }
+std::span<FileKindDescription const> FileKinds() {
+  return std::span(kinds).first(static_cast<std::size_t>(FileKind::Database));
+}
 
 bool HasHeader(FileKind kind) {
   return kind != FileKind::Triplets && kind != FileKind::Commas && kind != FileKind::NodeDofs;
@@ -156,6 +165,14 @@ FileKind KindOfName(std::string const& name) {
     if (name == description.name) return description.kind;
   throw ToolError(ExitCode::WrongUsage,
                   "there is no file type '" + name + "'; expected one of " + AllNamesText());
+}
+
+FileKind KindToWrite(std::string const& name) {
+  FileKind const kind = KindOfName(name);
+  if (kind == FileKind::Database)
+    throw ToolError(ExitCode::WrongUsage,
+                    "matrices of databases are read, not written; expected one of " + AllNamesText());
+  return kind;
 }
 
 FileKind KindOfExtension(std::string const& path) {
@@ -180,6 +197,7 @@ std::vector<FileKind> CandidateKinds(std::string const& path) {
   std::string begin = file.Begin(std::size_t{1} << 16);
   if (begin.starts_with(byteOrderMark)) begin.erase(0, byteOrderMark.size());
   if (BeginsWithBanner(begin)) return {KindOfBanner(begin)};
+  if (BeginsAsDatabase(begin)) return {FileKind::Database};
 
   std::vector<FileKind> candidates;
   if (std::all_of(begin.begin(), begin.end(), IsTextCharacter)) candidates.push_back(KindOfFirstLine(begin));
@@ -193,6 +211,11 @@ std::vector<FileKind> CandidateKinds(std::string const& path) {
 bool BeginsWithByteOrderMark(std::string const& path) {
   Probe const file(path);
   return file.IsRegular() && file.Begin(byteOrderMark.size()) == byteOrderMark;
+}
+
+bool HoldsDatabase(std::string const& path) {
+  Probe const file(path);
+  return file.IsRegular() && BeginsAsDatabase(file.Begin(8));
 }
 
 FileKind RecognizeKind(std::string const& path) {

@@ -18,7 +18,8 @@ enum class FileKind {
   Fortran,           ///< Fortran unformatted, symmetric: import code 0
   Blocks,            ///< block binary, symmetric or not: import code 1
   Chunks,            ///< chunked binary, symmetric: code 6
-  Dense              ///< dense binary: code 7
+  Dense,             ///< dense binary: code 7
+  Database           ///< a matrix of a database; it is read, not written
 };
 
 struct FileKindDescription {
@@ -28,20 +29,24 @@ struct FileKindDescription {
   char const* text;
 };
 
-/// All of them, in the order of the enumeration.
+/// Those that are written, in the order of the enumeration.
 std::span<FileKindDescription const> FileKinds();
 FileKindDescription const& Describe(FileKind kind);
 /// Whether a file says its shape, and whether one triangle stands for both.
 bool HasHeader(FileKind kind);
 
-/// The type that a name stands for; another name is a ToolError.
+/// The type that a name stands for; another name is a ToolError, and so is one of a type that is only read.
 FileKind KindOfName(std::string const& name);
+FileKind KindToWrite(std::string const& name);
 /// The type that a path's extension stands for; a ToolError lists the extensions.
 FileKind KindOfExtension(std::string const& path);
 
 /// What some editors put before text, to say that it is UTF-8. It is no part of the text.
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 bool BeginsWithByteOrderMark(std::string const& path);
+
+/// True for a regular file that begins as a database does, also as one whose last commit was cut off.
+bool HoldsDatabase(std::string const& path);
 
 /// Every type whose rules the whole file meets. Binary types: the header and the ends of the tables agree
 /// with each other and with the size of the file to the byte; a block file may end with its last value

@@ -35,12 +35,13 @@ std::string PlaceAndFault(std::string_view text) {
 
 } // namespace
 
-InputFile::InputFile(std::string const& name) : m_name(name), m_path(name) {
+InputFile::InputFile(std::string const& name) : m_name(name), m_path(PathOf(name)) {
   if (name == "-")
     m_name = "standard input";
   else
-    RequireReadable(name);
-  if (name != "-" && IsRegular(name)) return;
+    RequireReadable(m_path);
+  if (m_path != name) m_matrixName = name.substr(m_path.size() + 1);
+  if (name != "-" && IsRegular(m_path)) return;
   m_copy.emplace();
   m_path = m_copy->Path();
   Descriptor const source(name, O_RDONLY);
@@ -52,10 +53,22 @@ void InputFile::Rethrow() const {
   try {
     throw;
   } catch (ToolError const& e) {
-    throw ToolError(e.Code(), Replaced(e.what(), m_path, m_name));
+    throw ToolError(e.Code(), WithName(e.what()));
   } catch (ORXSrvMtxOpenFileException const& e) {
-    throw ToolError(ExitCode::UnusableInput, Replaced(PlaceAndFault(e.AsString().AsText()), m_path, m_name));
+    throw ToolError(ExitCode::UnusableInput, WithName(PlaceAndFault(e.AsString().AsText())));
   }
+}
+
+std::string InputFile::WithName(std::string const& message) const {
+  return m_copy ? Replaced(message, m_path, m_name) : message;
+}
+
+std::string PathOf(std::string const& name) {
+  struct stat status {};
+  if (stat(name.c_str(), &status) == 0) return name;
+  for (std::size_t colon = name.find(':'); colon != std::string::npos; colon = name.find(':', colon + 1))
+    if (HoldsDatabase(name.substr(0, colon))) return name.substr(0, colon);
+  return name;
 }
 
 void RefuseTwoStandardInputs(std::initializer_list<std::string> names) {

@@ -194,6 +194,8 @@ void SaveMatrix(std::string const& path, ORXSrvSparseMatrix const& matrix, Write
     return SaveChunks(path, matrix, options.triangle);
   case FileKind::Dense:
     return Export(path, matrix, options.triangle, 7);
+  case FileKind::Database:
+    throw ToolError(ExitCode::WrongUsage, "matrices of databases are read, not written");
   }
 }
 

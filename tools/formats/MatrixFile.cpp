@@ -1,5 +1,6 @@
 #include "tools/formats/MatrixFile.h"
 
+#include "tools/formats/DatabaseMatrix.h"
 #include "tools/formats/HeaderlessText.h"
 #include "tools/formats/MatrixMarket.h"
 #include "tools/formats/Probe.h"
@@ -70,6 +71,8 @@ ORXSrvSparseMatrix LoadAs(FileKind kind, std::string const& path, ReadOptions co
     return ImportInGeneralForm(path, 6);
   case FileKind::Dense:
     return Import(path, 7);
+  case FileKind::Database:
+    break; // its matrix is found by more than the path
   }
   throw ToolError(ExitCode::Failure, "unknown file type");
 }
@@ -89,6 +92,7 @@ void EndAssembly(std::string const& path, ORXSrvSparseMatrix& matrix) {
 ORXSrvSparseMatrix LoadMatrix(InputFile const& file, ReadOptions const& options) {
   Progress const progress("reading " + file.Name());
   FileKind const kind = KindToRead(file, options);
+  if (kind == FileKind::Database) return ReadDatabaseMatrix(file, "").entries;
   ORXSrvSparseMatrix matrix =
       file.ReadWith([&](std::string const& path) { return LoadAs(kind, path, options); });
   RequireRoomForTables(file.Name(), matrix.NumberOfRows(), matrix.NumberOfColumns(), AvailableMemory());

@@ -1,10 +1,13 @@
 #include "tools/formats/MatrixSource.h"
 
+#include "tools/formats/DatabaseMatrix.h"
 #include "tools/numerics/RowPairs.h"
+#include "tools/terminal/Progress.h"
 #include "tools/terminal/Text.h"
 #include "tools/terminal/ToolError.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace orx::tool {
 namespace {
@@ -35,13 +38,24 @@ MatrixSource::MatrixSource(char const* letter, std::string const& fileName) {
   FileKind const kind = KindToRead(file, {});
   name = letter;
   path = file.Name();
-  entries = LoadMatrix(file, {kind, {}, 0});
+  if (kind == FileKind::Database)
+    ReadFromDatabase(file);
+  else
+    entries = LoadMatrix(file, {kind, {}, 0});
   rows = entries.NumberOfRows();
   columns = entries.NumberOfColumns();
   entryCount = entries.NumberOfNonzeros();
   isWhole = HasHeader(kind);
   symmetry = MeasureSymmetry(entries);
   RequireRowsAndColumns(*this);
+}
+
+void MatrixSource::ReadFromDatabase(InputFile const& file) {
+  Progress const progress("reading " + file.Name());
+  DatabaseMatrix matrix = ReadDatabaseMatrix(file, name);
+  path = matrix.name;
+  labels = std::move(matrix.rowLabels);
+  entries = std::move(matrix.entries);
 }
 
 void RequireRowsAndColumns(SourceFacts const& source) {

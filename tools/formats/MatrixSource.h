@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace orx::tool {
 
@@ -16,6 +17,7 @@ struct SourceFacts {
   std::int64_t entryCount = 0; ///< of both triangles where the file keeps one that stands for both
   bool isWhole = false;        ///< the file says its dimensions, and whether one triangle stands for both
   Symmetry symmetry;
+  std::vector<int> labels; ///< of the rows, of a matrix of a database; empty for 0, 1, 2, ...
 
   int Order() const;
   /// One triangle counts as symmetric; see symmetryTolerance for two.
@@ -28,8 +30,12 @@ struct SourceFacts {
 struct MatrixSource : SourceFacts {
   ORXSrvSparseMatrix entries{0, 0};
 
-  /// A file that cannot be read, and one without entries, are a ToolError.
+  /// A file that cannot be read, and one without entries, are a ToolError. In a database, the letters K and M
+  /// mean the matrices of these types where the name of the file says no more.
   MatrixSource(char const* letter, std::string const& file);
+
+private:
+  void ReadFromDatabase(InputFile const& file);
 };
 
 /// A matrix without rows and columns is a ToolError.

@@ -26,9 +26,9 @@ public:
   ResultFile(std::string const& option, std::string const& path, std::span<std::string const> inputs);
 
   /// Until this has succeeded the path has its older content. A database has one block matrix of type `what`,
-  /// with zeros where nothing is stored. A Matrix Market file comes out as an array when the matrix has an
-  /// entry at every position.
-  void Write(char const* what, ORXSrvSparseMatrix const& columns);
+  /// with zeros where nothing is stored and, if there are any, these labels of its rows. A Matrix Market file
+  /// comes out as an array when the matrix has an entry at every position.
+  void Write(char const* what, ORXSrvSparseMatrix const& columns, std::span<int const> labels = {});
 
 private:
   std::optional<FileKind> m_kind; ///< none: a database

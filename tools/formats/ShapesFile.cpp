@@ -39,8 +39,9 @@ ORXSrvSparseMatrix ShapesOf(std::vector<Mode> const& modes, int order) {
 
 } // namespace
 
-void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes, int order) {
-  ColumnsDatabase database(path, order, static_cast<int>(modes.size()));
+void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes, int order,
+                         std::span<int const> labels) {
+  ColumnsDatabase database(path, order, static_cast<int>(modes.size()), labels);
   database.AddBlockMatrix("mode shapes", [&](int mode) { return modes[mode].shape.data(); });
   std::vector<double> frequencies(modes.size());
   std::ranges::transform(modes, frequencies.begin(), Frequency);
@@ -50,9 +51,9 @@ void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes
 
 ShapesFile::ShapesFile(std::string const& path) : m_path(RequireType(path)), m_file(path) {}
 
-void ShapesFile::Write(std::vector<Mode> const& modes, int order) {
+void ShapesFile::Write(std::vector<Mode> const& modes, int order, std::span<int const> labels) {
   m_file.WriteWith([&](std::string const& path) {
-    if (IsDatabase(m_path)) return WriteShapesDatabase(path, modes, order);
+    if (IsDatabase(m_path)) return WriteShapesDatabase(path, modes, order, labels);
     WriteOptions options;
     options.kind = KindOfShapes(m_path);
     options.isLargeAllowed = true;

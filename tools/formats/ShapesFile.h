@@ -3,6 +3,7 @@
 #include "tools/formats/OutputFile.h"
 #include "tools/numerics/ModalProblem.h"
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,10 +20,10 @@ public:
   /// An extension of a type that cannot hold shapes is a ToolError, as is a path that cannot be written to.
   explicit ShapesFile(std::string const& path);
 
-  /// `order` is the number of unknowns, as long as all shapes are. Until this has succeeded the path has its
-  /// older content. A database takes no copy of the shapes in memory, the other types take a sparse matrix
-  /// of them.
-  void Write(std::vector<Mode> const& modes, int order);
+  /// `order` is the number of unknowns, as long as all shapes are. `labels` are those of the unknowns for a
+  /// database, empty for 0, 1, 2, ... Until this has succeeded the path has its older content. A database
+  /// takes no copy of the shapes in memory, the other types take a sparse matrix of them.
+  void Write(std::vector<Mode> const& modes, int order, std::span<int const> labels = {});
 
 private:
   std::string m_path;
@@ -32,6 +33,7 @@ private:
 /// Creates or replaces a database with one context and two distributions of doubles: the block matrix of
 /// shapes, of type "mode shapes", unknowns by modes, in chunks of at most 65536 rows and 64 columns; and of
 /// type "frequencies, Hz" a vector over the same modes.
-void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes, int order);
+void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes, int order,
+                         std::span<int const> labels = {});
 
 } // namespace orx::tool
