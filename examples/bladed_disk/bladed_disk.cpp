@@ -1,7 +1,8 @@
 // A disk with blades in three dimensions, whose modes come in pairs of one frequency and in families of
 // nearly one: assembled into binary files, solved by the sparse solver, and read back from a database.
 //
-//     bladed_disk assemble DIR           writes DIR/disk-K.chk and DIR/disk-M.chk
+//     bladed_disk assemble DIR           writes DIR/disk-K.chk and DIR/disk-M.chk, and both into a database,
+//                                        DIR/disk-model.sim
 //     orxmtx modes DIR/disk-K.chk DIR/disk-M.chk --interval 0 4000 --shapes DIR/disk.sim > DIR/disk.txt
 //     bladed_disk report DIR             prints the modes, and writes DIR/disk.svg
 
@@ -15,8 +16,12 @@
 #include "mtx/ORXSrvDenseMatrix.h"
 #include "mtx/ORXSrvMatrix.h"
 #include "mtx/ORXSrvSparseMatrix.h"
+#include "mtx/ORXSrvUtilities.h"
+#include "sim/ORXSimCollection.h"
 #include "sim/ORXSimContext.h"
 #include "sim/ORXSimDatabase.h"
+#include "sim/ORXSimTransaction.h"
+#include "sim/ORXSrvPosition.h"
 
 #include <cmath>
 #include <complex>
@@ -46,6 +51,30 @@ void AddBrick(BrickNodes const& nodes, BrickMatrices const& brick, ORXSrvSparseM
     }
 }
 
+void AddMatrix(ORXSimTransaction& transaction, ORXSimCSetID unknowns, char const* type,
+               ORXSrvSparseMatrix const& matrix) {
+  ORXSimContextID const context = unknowns.Context();
+  ORXSimCSetID columns = unknowns;
+  ORXSimDistributionID const distribution = ORXSrvUtilities::CreateSparseDistribution(
+      transaction, ORXSrvPosition(context), ORXSimContext(context).DefineType(type), unknowns, columns);
+  matrix.Export(unknowns, columns, distribution);
+}
+
+/// Writes both matrices into a new database, which "orxmtx modes" finds by their types.
+void WriteModel(std::string const& path, ORXSrvSparseMatrix const& stiffness,
+                ORXSrvSparseMatrix const& mass) {
+  ORXSimDatabase database;
+  database.CreateFile(ORXUnicodeString(path.c_str()), ORXSimDatabase::replaceExisting, -1);
+  ORXSimContextID const context = database.CreateContext({});
+  ORXSimTransaction transaction(context);
+  ORXSimCollection const unknowns(
+      ORXSimContext(context).CreateCollection(stiffness.NumberOfRows(), ORXSimTypeID()));
+  AddMatrix(transaction, unknowns.BiggestCSetID(), "K", stiffness);
+  AddMatrix(transaction, unknowns.BiggestCSetID(), "M", mass);
+  transaction.Commit();
+  database.Close();
+}
+
 void Assemble(std::string const& folder) {
   Mesh const mesh;
   ORXSrvSparseMatrix stiffness(mesh.NumberOfUnknowns(), mesh.NumberOfUnknowns());
@@ -63,8 +92,10 @@ void Assemble(std::string const& folder) {
   mass.EndAssembly();
 
   constexpr int chunkedBinary = 6;
-  stiffness.SymmetricForm().Export((folder + "/disk-K.chk").c_str(), chunkedBinary, nullptr);
-  mass.SymmetricForm().Export((folder + "/disk-M.chk").c_str(), chunkedBinary, nullptr);
+  ORXSrvSparseMatrix const k = stiffness.SymmetricForm(), m = mass.SymmetricForm();
+  k.Export((folder + "/disk-K.chk").c_str(), chunkedBinary, nullptr);
+  m.Export((folder + "/disk-M.chk").c_str(), chunkedBinary, nullptr);
+  WriteModel(folder + "/disk-model.sim", k, m);
   std::printf("%d bricks, %d unknowns, %d entries in one triangle of K, %d of M\n",
               static_cast<int>(mesh.Bricks().size()), stiffness.NumberOfRows(), stiffness.NumberOfNonzeros(),
               mass.NumberOfNonzeros());

@@ -25,6 +25,8 @@ diff <(side C++) <(side Fortran)
 
 # The disk: 49 modes below 4 kHz, of which SciPy's eigsh gives the lowest frequencies for the same matrices.
 "$examples/bladed_disk" assemble "$work"
+"$orxmtx" cmp "$work/disk-K.chk" "$work/disk-model.sim:K"
+"$orxmtx" cmp "$work/disk-M.chk" "$work/disk-model.sim:M"
 "$orxmtx" modes "$work/disk-K.chk" "$work/disk-M.chk" --interval 0 4000 --shapes "$work/disk.sim" >"$work/disk.txt"
 grep '^# certified: 49 eigenvalues' "$work/disk.txt"
 "$examples/bladed_disk" report "$work" | tee "$work/report.txt"
