@@ -29,7 +29,7 @@ void RequireUsableNames(ModesOptions const& options) {
 
 std::string MassName(ModesOptions const& options) {
   if (!options.massPath.empty()) return options.massPath;
-  std::string const database = PathOf(options.stiffnessPath);
+  std::string database = PathOf(options.stiffnessPath);
   if (HoldsDatabase(database)) return database;
   throw ToolError(ExitCode::WrongUsage,
                   "M is required unless K is in a database; see " + ProgramName() + " --help");
