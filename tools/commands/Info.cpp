@@ -60,11 +60,11 @@ std::string FormText(Symmetry const& symmetry) {
   return SymmetryText(symmetry) + (isOneTriangle ? " (the figures below are of this triangle)" : "");
 }
 
-std::string ShapeText(ORXSrvSparseMatrix const& matrix, Symmetry const& s) {
-  return Line("shape", Format("%d x %d", matrix.NumberOfRows(), matrix.NumberOfColumns())) +
-         Line("stored entries", std::to_string(matrix.NumberOfNonzeros())) +
-         Line("  lower triangle", Count(s.lowerEntries)) + Line("  diagonal", Count(s.diagonalEntries)) +
-         Line("  upper triangle", Count(s.upperEntries));
+std::string ShapeText(SourceFacts const& matrix) {
+  Symmetry const& s = matrix.symmetry;
+  return Line("shape", Format("%d x %d", matrix.rows, matrix.columns)) +
+         Line("stored entries", Count(matrix.entryCount)) + Line("  lower triangle", Count(s.lowerEntries)) +
+         Line("  diagonal", Count(s.diagonalEntries)) + Line("  upper triangle", Count(s.upperEntries));
 }
 
 std::string LargestText(Entry const& largest) {
@@ -107,14 +107,22 @@ Measures Measure(ORXSrvSparseMatrix const& matrix) {
   return measures;
 }
 
+std::string InfoText(SourceFacts const& matrix, Measures const& measures) {
+  return Line("file", matrix.path) + ShapeText(matrix) + Line("symmetry", FormText(matrix.symmetry)) +
+         MeasuresText(measures);
+}
+
 std::string InfoText(std::string const& name) {
   InputFile const file(name);
-  std::string const& path = file.Name();
   ORXSrvSparseMatrix const matrix = LoadMatrix(file);
-  Progress const progress("measuring " + path);
-  Symmetry const symmetry = MeasureSymmetry(matrix);
-  return Line("file", path) + ShapeText(matrix, symmetry) + Line("symmetry", FormText(symmetry)) +
-         MeasuresText(Measure(matrix));
+  Progress const progress("measuring " + file.Name());
+  SourceFacts facts;
+  facts.path = file.Name();
+  facts.rows = matrix.NumberOfRows();
+  facts.columns = matrix.NumberOfColumns();
+  facts.entryCount = matrix.NumberOfNonzeros();
+  facts.symmetry = MeasureSymmetry(matrix);
+  return InfoText(facts, Measure(matrix));
 }
 
 } // namespace orx::tool

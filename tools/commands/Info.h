@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/formats/MatrixFile.h"
+#include "tools/formats/MatrixSource.h"
 
 #include <cstdint>
 #include <string>
@@ -24,6 +24,9 @@ struct Measures {
 };
 
 Measures Measure(ORXSrvSparseMatrix const& matrix);
+
+/// The report of a matrix, of whose facts the name is not looked at.
+std::string InfoText(SourceFacts const& matrix, Measures const& measures);
 
 /// What `orxmtx info` prints.
 std::string InfoText(std::string const& path);

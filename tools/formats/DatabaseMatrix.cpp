@@ -136,12 +136,6 @@ std::string Listed(Matrices const& matrices) {
                                                path + ":" + shown.front().Number() + "'");
 }
 
-/// The name that finds the matrix again.
-std::string FullName(InputFile const& file, StoredMatrix const& matrix) {
-  if (!file.MatrixName().empty()) return file.Name();
-  return file.Name() + ":" + (matrix.type.empty() ? matrix.Number() : matrix.type);
-}
-
 // Values
 
 std::vector<int> LabelsAlong(StoredMatrix const& matrix, int dimension) {
@@ -241,6 +235,11 @@ StoredMatrix FindMatrix(ORXSimDatabase const& database, std::string const& path,
   Matrices const meant = Meant(all, name, role);
   if (meant.size() != 1) FailToFind(path, name, role, all, meant);
   return meant.front();
+}
+
+std::string FullName(InputFile const& file, StoredMatrix const& matrix) {
+  if (!file.MatrixName().empty()) return file.Name();
+  return file.Name() + ":" + (matrix.type.empty() ? matrix.Number() : matrix.type);
 }
 
 std::vector<int> RowLabels(StoredMatrix const& matrix) { return LabelsAlong(matrix, RowDimension(matrix)); }

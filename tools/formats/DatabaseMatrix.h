@@ -50,6 +50,9 @@ std::vector<StoredMatrix> ListMatrices(ORXSimDatabase const& database);
 StoredMatrix FindMatrix(ORXSimDatabase const& database, std::string const& path, std::string const& name,
                         std::string const& role);
 
+/// The name that finds the matrix again, "model.sim:K".
+std::string FullName(InputFile const& file, StoredMatrix const& matrix);
+
 /// The labels of the rows or columns, in order.
 std::vector<int> RowLabels(StoredMatrix const& matrix);
 std::vector<int> ColumnLabels(StoredMatrix const& matrix);

@@ -33,18 +33,23 @@ struct SplitRows {
   }
 };
 
-/// Calls visit(row, column, value) for each entry, with zero-based positions in the whole matrix, rows
-/// ascending; in each row those inside come first.
+/// Calls visit(row, column, value) for each entry of a row, which is counted from the first of this rank; the
+/// positions that `visit` gets are zero-based in the whole matrix. Entries inside come first.
 template<class Visit>
-void ForEachEntry(SplitRows const& rows, Visit visit) {
-  auto const visitRow = [&](SplitRows::Block const& block, int row, int firstColumn) {
+void ForEachEntryOfRow(SplitRows const& rows, int row, Visit visit) {
+  auto const visitRow = [&](SplitRows::Block const& block, int firstColumn) {
     for (PetscInt k = block.pointers[row]; k < block.pointers[row + 1]; ++k)
       visit(rows.own.first + row, block.columns[k] + firstColumn, block.values[k]);
   };
-  for (int row = 0; row < rows.own.count; ++row) {
-    visitRow(rows.inside, row, rows.ownColumns.first);
-    visitRow(rows.outside, row, 0);
-  }
+  visitRow(rows.inside, rows.ownColumns.first);
+  visitRow(rows.outside, 0);
+}
+
+/// Does the same for all rows of this rank, ascending.
+template<class Visit>
+void ForEachEntry(SplitRows const& rows, Visit visit) {
+  for (int row = 0; row < rows.own.count; ++row)
+    ForEachEntryOfRow(rows, row, visit);
 }
 
 /// Takes the entries out of the share, piece by piece, so that the matrix is in memory once. Of the symmetric

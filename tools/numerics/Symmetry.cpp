@@ -50,16 +50,6 @@ double RelativeDifference(MirroredPair const& pair, double diagonalScale) {
   return std::fabs(pair.lower / scale - pair.upper / scale);
 }
 
-void ComparePair(MirroredPair const& pair, bool isUnmatched, double diagonalScale, Symmetry& symmetry) {
-  double const difference = RelativeDifference(pair, diagonalScale);
-  if (difference > symmetry.worstDifference) {
-    symmetry.worstDifference = difference;
-    symmetry.worst = pair;
-  }
-  if (!isUnmatched || (pair.lower == 0.0 && pair.upper == 0.0)) return;
-  if (symmetry.unmatchedEntries++ == 0) symmetry.unmatched = pair;
-}
-
 std::string BothTrianglesText(Symmetry const& s) {
   if (s.IsExact()) return "exactly symmetric";
   std::string const difference =
@@ -76,6 +66,16 @@ bool IsSameBits(double a, double b) {
 }
 
 } // namespace
+
+void ComparePair(MirroredPair const& pair, bool isUnmatched, double diagonalScale, Symmetry& symmetry) {
+  double const difference = RelativeDifference(pair, diagonalScale);
+  if (difference > symmetry.worstDifference) {
+    symmetry.worstDifference = difference;
+    symmetry.worst = pair;
+  }
+  if (!isUnmatched || (pair.lower == 0.0 && pair.upper == 0.0)) return;
+  if (symmetry.unmatchedEntries++ == 0) symmetry.unmatched = pair;
+}
 
 Symmetry MeasureSymmetry(ORXSrvSparseMatrix const& matrix) {
   Symmetry symmetry;

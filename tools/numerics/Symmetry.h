@@ -37,6 +37,10 @@ struct Symmetry {
 /// so that a leftover of cancellation is measured against what cancelled, in the units of its row and column.
 Symmetry MeasureSymmetry(ORXSrvSparseMatrix const& matrix);
 
+/// Adds what one pair shows to what the pairs before it have shown. `isUnmatched` says that one of its values
+/// is not stored, `diagonalScale` is sqrt(|a(i,i) a(j,j)|).
+void ComparePair(MirroredPair const& pair, bool isUnmatched, double diagonalScale, Symmetry& symmetry);
+
 /// "(5, 3) = 1.5, (3, 5) = 1.25", one-based.
 std::string Describe(MirroredPair const& pair);
 

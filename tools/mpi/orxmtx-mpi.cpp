@@ -1,0 +1,97 @@
+// orxmtx-mpi: commands of orxmtx on many ranks, for matrices that one machine is not enough for.
+
+#include "tools/mpi/Info.h"
+#include "tools/mpi/Petsc.h"
+#include "tools/mpi/Ranks.h"
+
+#include "tools/commands/CommandLine.h"
+#include "tools/commands/Perform.h"
+#include "tools/formats/OutputFile.h"
+#include "tools/terminal/Program.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace orx::tool;
+using orx::mpi::Ranks;
+
+std::string FooterText() {
+  return ExitCodesText() +
+         "The same commands, files and output as of orxmtx, on all ranks of mpirun:\n"
+         "    mpirun -n 64 orxmtx-mpi info model.sim:K\n"
+         "Sparse matrices of databases are read by all ranks, each its rows; all else by one rank.\n"
+         "What follows \"--\" are options of PETSc and SLEPc: -- -mat_mumps_icntl_14 80\n"
+         "\n" +
+         MatrixFilesText();
+}
+
+struct Options {
+  std::string infoPath;
+  bool hasEventTable = false;
+};
+
+void PrintOnRoot(Ranks const& ranks, std::string const& text) {
+  ranks.OnRoot([&] { PrintOut(text); });
+}
+
+/// All of the program, on each rank.
+void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
+  CLI::App app("Matrices of finite-element models on many ranks: what files hold.", "orxmtx-mpi");
+  app.set_version_flag("--version", std::string("orxmtx-mpi ") + ORXMTX_VERSION);
+  app.require_subcommand(1);
+  app.footer(FooterText());
+  Options options;
+  AddInfo(app, options.infoPath);
+  for (CLI::App* const command : app.get_subcommands(nullptr))
+    command->add_flag("--log", options.hasEventTable,
+                      "print PETSc's table of events at the end, on standard error");
+  std::string help;
+  ranks.OnEach([&] { help = Parse(app, static_cast<int>(arguments.size()), arguments.data()); });
+  if (!help.empty()) return PrintOnRoot(ranks, help);
+
+  if (options.hasEventTable) orx::mpi::BeginEventTable();
+  if (app.got_subcommand("info")) PrintOnRoot(ranks, orx::mpi::InfoText(options.infoPath, ranks));
+  if (options.hasEventTable) orx::mpi::PrintEventTable();
+}
+
+/// Prints the error once for all ranks. When they cannot end together, the others are killed.
+int EndAfter(ToolError const& error, Ranks const& ranks) {
+  int speaker = 0;
+  bool const isTogether = ranks.Meet(speaker);
+  auto const code = static_cast<int>(error.Code());
+  if (!isTogether || speaker == ranks.Rank()) Fail(error.Code(), error.what());
+  if (!isTogether) MPI_Abort(ranks.Communicator(), code);
+  return code;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  // Writing to a pipe that nobody reads, or beyond the limit of file sizes, is an error of the call.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+  SetProgramName("orxmtx-mpi");
+  char** const end = argv + argc;
+  char** const separator = std::find(argv, end, std::string_view("--"));
+  std::vector<std::string> const petscOptions(separator == end ? end : separator + 1, end);
+  try {
+    orx::mpi::PetscSession const petsc(argv[0], petscOptions);
+    int code = 0;
+    {
+      Ranks const ranks(PETSC_COMM_WORLD);
+      auto const error = FailureOf([&] { Run(ranks, {argv, separator}); });
+      if (error) code = EndAfter(*error, ranks);
+    }
+    EndIfReaderIsGone();
+    return code;
+  } catch (ToolError const& e) {
+    return Fail(e.Code(), e.what());
+  }
+}
