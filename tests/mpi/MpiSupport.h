@@ -40,6 +40,22 @@ private:
   std::string m_path;
 };
 
+/// The text of the error that all ranks have; "" for none.
+template<class Work>
+std::string SharedText(Work const& work, orx::tool::ExitCode code = orx::tool::ExitCode::UnusableInput) {
+  std::string text;
+  try {
+    work();
+  } catch (orx::tool::ToolError const& e) {
+    EXPECT_EQ(e.Code(), code) << e.what();
+    text = e.what();
+  }
+  std::string ofRoot = text;
+  AllRanks().Broadcast(ofRoot);
+  EXPECT_EQ(text, ofRoot);
+  return text;
+}
+
 /// The arrays of a sparse drawer.
 struct Arrays {
   int rows = 0, columns = 0;

@@ -81,22 +81,6 @@ std::map<std::string, Arrays> const& Shapes() {
 
 SparsePlace PlaceOf(Arrays const& a) { return {firstDrawer, a.rows, a.columns, !a.diagonal.empty()}; }
 
-/// The text of the error that all ranks have; "" for none.
-template<class Work>
-std::string SharedText(Work const& work) {
-  std::string text;
-  try {
-    work();
-  } catch (orx::tool::ToolError const& e) {
-    EXPECT_EQ(e.Code(), orx::tool::ExitCode::UnusableInput) << e.what();
-    text = e.what();
-  }
-  std::string ofRoot = text;
-  AllRanks().Broadcast(ofRoot);
-  EXPECT_EQ(text, ofRoot);
-  return text;
-}
-
 /// Changes bytes of a file that the root has found by their content.
 void Replace(std::string const& path, std::string const& found, std::string const& by) {
   AllRanks().OnRoot([&] {

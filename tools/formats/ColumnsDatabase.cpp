@@ -11,21 +11,19 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
 
 namespace orx::tool {
 namespace {
-
-constexpr int rowsOfChunk = 65536;
-constexpr int columnsOfChunk = 64;
 
 ORXSimContextID CreateDatabase(ORXSimDatabase& database, std::string const& path) {
   database.CreateFile(ORXUnicodeString(path.c_str()), ORXSimDatabase::replaceExisting, -1);
   return database.CreateContext({});
 }
 
-ORXSimCSetID CreateUnknowns(ORXSimContext const& context, int count, std::span<int const> labels) {
-  ORXSimCollection const unknowns(context.CreateCollection(labels.empty() ? count : 0, ORXSimTypeID()));
-  return labels.empty() ? unknowns.BiggestCSetID() : unknowns.CreateOrderedCSet(labels.data(), count);
+ORXSimCSetID CreateMembers(ORXSimContext const& context, int count, std::span<int const> labels) {
+  ORXSimCollection const members(context.CreateCollection(labels.empty() ? count : 0, ORXSimTypeID()));
+  return labels.empty() ? members.BiggestCSetID() : members.CreateOrderedCSet(labels.data(), count);
 }
 
 } // namespace
@@ -40,39 +38,48 @@ struct ColumnsDatabase::State {
   ORXSimContextID id;
   ORXSimContext context;
   ORXSimTransaction transaction;
-  ORXSimCSetID unknowns;
-  ORXSimCollection columns;
-  int unknownCount, columnCount;
+  ORXSimCSetID rows, columns;
+  int rowCount, columnCount, rowsOfChunk, columnsOfChunk;
+  std::optional<ORXSimTransfer> blockMatrix;
 
-  State(std::string const& path, int rows, int count, std::span<int const> labels)
+  State(std::string const& path, ColumnsShape const& shape)
       : id(CreateDatabase(database, path)), context(id), transaction(id),
-        unknowns(CreateUnknowns(context, rows, labels)),
-        columns(context.CreateCollection(count, ORXSimTypeID())), unknownCount(rows), columnCount(count) {}
+        rows(CreateMembers(context, shape.rows, shape.rowLabels)),
+        columns(CreateMembers(context, shape.columns, shape.columnLabels)), rowCount(shape.rows),
+        columnCount(shape.columns), rowsOfChunk(shape.rowsOfChunk), columnsOfChunk(shape.columnsOfChunk) {}
 };
 
-ColumnsDatabase::ColumnsDatabase(std::string const& path, int unknowns, int columns,
-                                 std::span<int const> labels)
-    : m_state(std::make_unique<State>(path, unknowns, columns, labels)) {}
+ColumnsDatabase::ColumnsDatabase(std::string const& path, ColumnsShape const& shape)
+    : m_state(std::make_unique<State>(path, shape)) {}
 
 ColumnsDatabase::~ColumnsDatabase() = default;
 
-void ColumnsDatabase::AddBlockMatrix(char const* type, std::function<double const*(int)> const& column) {
+void ColumnsDatabase::BeginBlockMatrix(char const* type) {
   State& s = *m_state;
-  ORXSimTransfer transfer{ORXSimDistribution(ORXSrvUtilities::Create2DDistribution(
-      s.transaction, ORXSrvPosition(s.id), s.context.DefineType(type), s.unknowns, s.columns.BiggestCSetID(),
-      rowsOfChunk, columnsOfChunk))};
-  transfer.SetWrite();
-  for (int j = 0; j < s.columnCount; ++j)
-    transfer.SetDimOrdinalRange(0, s.columns.ID(), j, j)
-        .SetBuffer(0, column(j), std::int64_t{s.unknownCount} * static_cast<std::int64_t>(sizeof(double)))
-        .ExecWrite();
+  s.blockMatrix.emplace(ORXSimDistribution(
+      ORXSrvUtilities::Create2DDistribution(s.transaction, ORXSrvPosition(s.id), s.context.DefineType(type),
+                                            s.rows, s.columns, s.rowsOfChunk, s.columnsOfChunk)));
+  s.blockMatrix->SetWrite();
+}
+
+void ColumnsDatabase::WriteColumns(int first, int count, double const* values) {
+  State& s = *m_state;
+  std::int64_t const bytes = std::int64_t{s.rowCount} * count * static_cast<std::int64_t>(sizeof(double));
+  s.blockMatrix->SetDimOrdinalRange(0, s.columns.Collection(), first, first + count - 1)
+      .SetBuffer(0, values, bytes)
+      .ExecWrite();
+}
+
+void ColumnsDatabase::AddBlockMatrix(char const* type, std::function<double const*(int)> const& column) {
+  BeginBlockMatrix(type);
+  for (int j = 0; j < m_state->columnCount; ++j)
+    WriteColumns(j, 1, column(j));
 }
 
 void ColumnsDatabase::AddVector(char const* type, std::vector<double> const& values) {
   State& s = *m_state;
-  ORXSimTransfer(ORXSimDistribution(ORXSrvUtilities::Create1DDistribution(s.transaction, ORXSrvPosition(s.id),
-                                                                          s.context.DefineType(type),
-                                                                          s.columns.BiggestCSetID(), -1)))
+  ORXSimTransfer(ORXSimDistribution(ORXSrvUtilities::Create1DDistribution(
+                     s.transaction, ORXSrvPosition(s.id), s.context.DefineType(type), s.columns, -1)))
       .SetWrite()
       .SetBuffer(0, values.data(), static_cast<std::int64_t>(values.size() * sizeof(double)))
       .ExecWrite();

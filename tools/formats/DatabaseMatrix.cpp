@@ -68,6 +68,10 @@ StoredMatrix DescribeMatrix(ORXSimDistributionID const& id, ORXSimTypeSchemaSnap
   matrix.rows = drawer.DimensionSize(RowDimension(matrix));
   matrix.columns = drawer.DimensionSize(1 - RowDimension(matrix));
   matrix.entries = drawer.DataSizeItems(0);
+  if (drawer.ChunkSizes().Size() == 2) {
+    matrix.rowsOfChunk = drawer.ChunkSizes()[RowDimension(matrix)];
+    matrix.columnsOfChunk = drawer.ChunkSizes()[1 - RowDimension(matrix)];
+  }
   int const type = ORXSimDistribution(id).Type().type;
   if (type >= 0) matrix.type = schema.Name(type).AsText();
   matrix.id = id;

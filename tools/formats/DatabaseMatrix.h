@@ -27,7 +27,8 @@ struct StoredMatrix {
   int rows = 0, columns = 0;
   std::int64_t entries = 0; ///< sparse: stored ones, of a symmetric matrix those beside the diagonal
   std::string type;         ///< empty for none
-  ORXSimDistributionID id;  ///< valid while the database is open
+  int rowsOfChunk = -1, columnsOfChunk = -1; ///< dense: as they were given; -1 when it is stored whole
+  ORXSimDistributionID id;                   ///< valid while the database is open
 
   /// The HDF5 object with the values, "/context_0/distribution_1/drawer".
   std::string DrawerPath() const;

@@ -42,7 +42,7 @@ void WriteDatabase(std::string const& path, char const* type, ORXSrvSparseMatrix
   std::unique_ptr<ORXSrvSparseMatrix const> const byColumns(columns.Transpose());
   CompressedRowsView const view = byColumns->View();
   std::vector<double> column(static_cast<std::size_t>(columns.NumberOfRows()));
-  ColumnsDatabase database(path, columns.NumberOfRows(), columns.NumberOfColumns(), labels);
+  ColumnsDatabase database(path, {columns.NumberOfRows(), columns.NumberOfColumns(), labels});
   database.AddBlockMatrix(type, [&](int j) {
     std::ranges::fill(column, 0.0);
     for (std::int32_t k = view.rowPointers[j]; k < view.rowPointers[j + 1]; ++k)

@@ -41,7 +41,7 @@ ORXSrvSparseMatrix ShapesOf(std::vector<Mode> const& modes, int order) {
 
 void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes, int order,
                          std::span<int const> labels) {
-  ColumnsDatabase database(path, order, static_cast<int>(modes.size()), labels);
+  ColumnsDatabase database(path, {order, static_cast<int>(modes.size()), labels});
   database.AddBlockMatrix("mode shapes", [&](int mode) { return modes[mode].shape.data(); });
   std::vector<double> frequencies(modes.size());
   std::ranges::transform(modes, frequencies.begin(), Frequency);

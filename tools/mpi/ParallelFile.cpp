@@ -2,6 +2,7 @@
 
 #include "tools/terminal/Text.h"
 
+#include <algorithm>
 #include <exception>
 #include <vector>
 
@@ -43,11 +44,13 @@ void RequireNumbersOfItsOwn(hid_t dataset, std::string const& name) {
     Refuse(name, "its values are in other files, expected in this one");
 }
 
-std::int64_t LengthOf(hid_t dataset, std::string const& name) {
+std::vector<std::int64_t> ShapeOf(hid_t dataset, int dimensions, std::string const& name) {
   StoredObject const space(Checked(H5Dget_space(dataset), name), H5Sclose);
-  int const dimensions = H5Sget_simple_extent_ndims(space.Get());
-  if (dimensions != 1) Refuse(name, Format("has %d dimensions, expected 1", dimensions));
-  return H5Sget_simple_extent_npoints(space.Get());
+  int const found = H5Sget_simple_extent_ndims(space.Get());
+  if (found != dimensions) Refuse(name, Format("has %d dimensions, expected %d", found, dimensions));
+  std::vector<hsize_t> shape(static_cast<std::size_t>(dimensions));
+  H5Sget_simple_extent_dims(space.Get(), shape.data(), nullptr);
+  return {shape.begin(), shape.end()};
 }
 
 std::optional<std::uint64_t> ChecksumOf(hid_t dataset, std::string const& name) {
@@ -67,10 +70,10 @@ StoredObject::~StoredObject() {
   if (m_id >= 0 && std::uncaught_exceptions() == 0) m_close(m_id);
 }
 
-StoredArray::StoredArray(StoredObject dataset, std::string name)
+StoredArray::StoredArray(StoredObject dataset, std::string name, int dimensions)
     : m_dataset(std::move(dataset)), m_name(std::move(name)) {
   RequireNumbersOfItsOwn(m_dataset.Get(), m_name);
-  m_length = LengthOf(m_dataset.Get(), m_name);
+  m_shape = ShapeOf(m_dataset.Get(), dimensions, m_name);
   m_checksum = ChecksumOf(m_dataset.Get(), m_name);
 }
 
@@ -93,6 +96,22 @@ void StoredArray::Read(std::int64_t first, std::int64_t count, hid_t type, void*
   Checked(H5Dread(m_dataset.Get(), type, cells.Get(), space.Get(), H5P_DEFAULT, to), m_name);
 }
 
+void StoredArray::Read(StoredRectangle const& r, double* to, std::int64_t distance) const {
+  if (r.count == 0 || r.length == 0) return;
+  std::vector<hsize_t> const first(r.first.begin(), r.first.end());
+  std::vector<hsize_t> counts(first.size(), 1);
+  hsize_t const inMemory[] = {static_cast<hsize_t>(r.count), static_cast<hsize_t>(distance)};
+  hsize_t const zero[] = {0, 0};
+  hsize_t const taken[] = {inMemory[0], static_cast<hsize_t>(r.length)};
+  std::copy_n(taken, 2, counts.end() - 2);
+  StoredObject const cells(Checked(H5Screate_simple(2, inMemory, nullptr), m_name), H5Sclose);
+  StoredObject const space(Checked(H5Dget_space(m_dataset.Get()), m_name), H5Sclose);
+  Checked(H5Sselect_hyperslab(cells.Get(), H5S_SELECT_SET, zero, nullptr, taken, nullptr), m_name);
+  Checked(H5Sselect_hyperslab(space.Get(), H5S_SELECT_SET, first.data(), nullptr, counts.data(), nullptr),
+          m_name);
+  Checked(H5Dread(m_dataset.Get(), H5T_NATIVE_DOUBLE, cells.Get(), space.Get(), H5P_DEFAULT, to), m_name);
+}
+
 ParallelFile::ParallelFile(std::string path, Ranks const& ranks) : m_path(std::move(path)), m_ranks(ranks) {
   H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
   StoredObject const access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
@@ -103,13 +122,13 @@ ParallelFile::ParallelFile(std::string path, Ranks const& ranks) : m_path(std::m
   m_file = std::make_unique<StoredObject>(file, H5Fclose);
 }
 
-StoredArray ParallelFile::Open(std::string const& object) const {
+StoredArray ParallelFile::Open(std::string const& object, int dimensions) const {
   std::string const name = m_path + ": " + object;
   StoredObject dataset(H5Dopen2(m_file->Get(), object.c_str(), H5P_DEFAULT), H5Dclose);
   std::optional<StoredArray> array;
   m_ranks.OnEach([&] {
     Checked(dataset.Get(), name);
-    array.emplace(StoredArray(std::move(dataset), name));
+    array.emplace(StoredArray(std::move(dataset), name, dimensions));
   });
   return std::move(*array);
 }

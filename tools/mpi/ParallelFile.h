@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace orx::mpi {
 
@@ -30,10 +31,19 @@ private:
   Close m_close;
 };
 
-/// An array of one dimension in a database, from which each rank reads what it needs.
+/// A rectangle of an array: the last two dimensions; those before are at one position.
+struct StoredRectangle {
+  std::vector<std::int64_t> first; ///< of each dimension
+  std::int64_t count, length;      ///< along the last but one and the last dimension
+};
+
+/// An array in a database, from which each rank reads what it needs.
 class StoredArray {
 public:
-  std::int64_t Length() const noexcept { return m_length; }
+  /// Of each dimension.
+  std::vector<std::int64_t> const& Shape() const noexcept { return m_shape; }
+  /// Of an array of one dimension.
+  std::int64_t Length() const noexcept { return m_shape.front(); }
   /// Of all its bytes as they are in memory; none in files of other programs.
   std::optional<std::uint64_t> const& Checksum() const noexcept { return m_checksum; }
   /// "model.sim: /context_0/distribution_0/drawer/ir", for messages.
@@ -43,15 +53,17 @@ public:
   /// cannot be read is a ToolError.
   void Read(std::int64_t first, std::int64_t count, std::int32_t* to) const;
   void Read(std::int64_t first, std::int64_t count, double* to) const;
+  /// A rectangle of an array of two or more dimensions, whose runs of `length` come `distance` apart.
+  void Read(StoredRectangle const& rectangle, double* to, std::int64_t distance) const;
 
 private:
   friend class ParallelFile;
-  StoredArray(StoredObject dataset, std::string name);
+  StoredArray(StoredObject dataset, std::string name, int dimensions);
   void Read(std::int64_t first, std::int64_t count, hid_t type, void* to) const;
 
   StoredObject m_dataset;
   std::string m_name;
-  std::int64_t m_length = 0;
+  std::vector<std::int64_t> m_shape;
   std::optional<std::uint64_t> m_checksum;
 };
 
@@ -62,7 +74,7 @@ public:
   /// Collective, as Open is. Failures are a ToolError of all ranks.
   ParallelFile(std::string path, Ranks const& ranks);
 
-  StoredArray Open(std::string const& object) const;
+  StoredArray Open(std::string const& object, int dimensions = 1) const;
   std::string const& Path() const noexcept { return m_path; }
 
 private:

@@ -27,18 +27,6 @@ using tool::SourceFacts;
 using tool::StoredMatrix;
 using tool::ToolError;
 
-/// The library would finish the commit in the memory of this rank, where the others do not see it.
-void RefuseUnfinishedCommit(std::string const& path) {
-  char begin[8] = {};
-  std::ifstream(path, std::ios::binary).read(begin, sizeof begin);
-  if (std::string_view(begin, sizeof begin) != "orxapply") return;
-  throw ToolError(
-      ExitCode::UnusableInput,
-      "'" + path +
-          "' has a commit that was cut off, which many ranks cannot finish; expected a file that has "
-          "been opened for writing since, by the program that writes it: that finishes the commit");
-}
-
 /// Finds a sparse matrix in a database, which stays open; none for every other file.
 std::optional<FoundMatrix> FindSparse(InputFile const& file, ORXSimDatabase& database, SourceFacts& facts) {
   if (!tool::HoldsDatabase(file.Path())) return {};
@@ -134,6 +122,17 @@ void CopyRows(CompressedRowsView const& matrix, RowShare& share) {
 }
 
 } // namespace
+
+void RefuseUnfinishedCommit(std::string const& path) {
+  char begin[8] = {};
+  std::ifstream(path, std::ios::binary).read(begin, sizeof begin);
+  if (std::string_view(begin, sizeof begin) != "orxapply") return;
+  throw ToolError(
+      ExitCode::UnusableInput,
+      "'" + path +
+          "' has a commit that was cut off, which many ranks cannot finish; expected a file that has "
+          "been opened for writing since, by the program that writes it: that finishes the commit");
+}
 
 bool IsReadByAll(std::string const& file, Ranks const& ranks) {
   bool isSparse = false;

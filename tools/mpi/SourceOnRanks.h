@@ -53,6 +53,10 @@ private:
   EntryScan m_scan;                           ///< of m_rows
 };
 
+/// A database whose last commit was cut off is a ToolError: the library would finish the commit in the memory
+/// of this rank, where the others do not see it.
+void RefuseUnfinishedCommit(std::string const& path);
+
 /// True when the file's name means a sparse matrix of a database. Collective.
 bool IsReadByAll(std::string const& file, Ranks const& ranks);
 

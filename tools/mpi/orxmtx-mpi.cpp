@@ -1,6 +1,7 @@
 // orxmtx-mpi: commands of orxmtx on many ranks, for matrices that one machine is not enough for.
 
 #include "tools/mpi/Info.h"
+#include "tools/mpi/Multiply.h"
 #include "tools/mpi/Petsc.h"
 #include "tools/mpi/Ranks.h"
 
@@ -34,8 +35,19 @@ std::string FooterText() {
 
 struct Options {
   std::string infoPath;
+  orx::mpi::MultiplyOptions multiply;
   bool hasEventTable = false;
 };
+
+void AddMultiply(CLI::App& app, orx::mpi::MultiplyOptions& options) {
+  CLI::App* const multiply = app.add_subcommand("multiply", "Product of two matrices of databases");
+  multiply->add_option("A", options.a, "dense or sparse matrix of a database")->required()->type_name("FILE");
+  multiply->add_option("B", options.b, "dense matrix of a database")->required()->type_name("FILE");
+  multiply->add_option("OUT", options.out, "database to write the product to: .sim or .h5")
+      ->required()
+      ->type_name("FILE");
+  multiply->add_flag("--transpose-a", options.isTransposed, "A^T B instead of A B");
+}
 
 void PrintOnRoot(Ranks const& ranks, std::string const& text) {
   ranks.OnRoot([&] { PrintOut(text); });
@@ -49,6 +61,7 @@ void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
   app.footer(FooterText());
   Options options;
   AddInfo(app, options.infoPath);
+  AddMultiply(app, options.multiply);
   for (CLI::App* const command : app.get_subcommands(nullptr))
     command->add_flag("--log", options.hasEventTable,
                       "print PETSc's table of events at the end, on standard error");
@@ -58,6 +71,7 @@ void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
 
   if (options.hasEventTable) orx::mpi::BeginEventTable();
   if (app.got_subcommand("info")) PrintOnRoot(ranks, orx::mpi::InfoText(options.infoPath, ranks));
+  if (app.got_subcommand("multiply")) PrintOnRoot(ranks, orx::mpi::MultiplyText(options.multiply, ranks));
   if (options.hasEventTable) orx::mpi::PrintEventTable();
 }
 

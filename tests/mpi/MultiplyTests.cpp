@@ -1,0 +1,220 @@
+#include "tests/mpi/MpiSupport.h"
+
+#include "tools/formats/DatabaseMatrix.h"
+#include "tools/mpi/Multiply.h"
+#include "tools/terminal/Text.h"
+
+#include "mtx/ORXSrvDenseMatrix.h"
+#include "mtx/ORXSrvUtilities.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <sys/resource.h>
+
+using namespace orx::mpi;
+
+namespace {
+
+/// A matrix by columns.
+struct Dense {
+  int rows = 0, columns = 0;
+  std::vector<double> values;
+
+  double At(int i, int j) const { return values[static_cast<std::size_t>(j) * rows + i]; }
+};
+
+/// Values that are sums of few bits, so that products have no rounding errors whatever their order.
+Dense MakeDense(int rows, int columns, bool isSymmetric = false) {
+  Dense dense{rows, columns, {}};
+  for (int j = 0; j < columns; ++j)
+    for (int i = 0; i < rows; ++i) {
+      int const low = isSymmetric ? std::min(i, j) : i, high = isSymmetric ? std::max(i, j) : j;
+      dense.values.push_back((low * 31 + high * 17) % 64 - 31.5);
+    }
+  return dense;
+}
+
+enum class Form { Whole, Chunked, Symmetric, Sparse };
+
+ORXSimCSetID Members(ORXSimContext const& context, int count, int firstLabel) {
+  std::vector<int> labels(static_cast<std::size_t>(count));
+  std::iota(labels.begin(), labels.end(), firstLabel);
+  return ORXSimCollection(context.CreateCollection(0, ORXSimTypeID()))
+      .CreateOrderedCSet(labels.data(), count);
+}
+
+void WriteSparse(ORXSimTransaction& transaction, ORXSimContextID const& id, Dense const& dense) {
+  ORXSimContext const context(id);
+  ORXSrvSparseMatrix matrix(dense.rows, dense.columns);
+  for (int i = 0; i < dense.rows; ++i)
+    for (int j = 0; j < dense.columns; ++j)
+      matrix.AddData(static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j), dense.At(i, j));
+  matrix.EndAssembly();
+  ORXSimCSetID rows = Members(context, dense.rows, 100), columns = Members(context, dense.columns, 200);
+  ORXSimDistributionID const distribution =
+      ORXSrvUtilities::CreateSparseDistribution(transaction, ORXSrvPosition(id), -1, rows, columns);
+  matrix.Export(rows, columns, distribution);
+}
+
+/// A database of one matrix, with row labels from 100 and column labels from 200.
+void WriteMatrix(std::string const& path, Dense const& dense, Form form) {
+  AllRanks().OnRoot([&] {
+    ORXSimDatabase database;
+    database.CreateFile(ORXUnicodeString(path.c_str()), ORXSimDatabase::replaceExisting, -1);
+    ORXSimContextID const id = database.CreateContext({});
+    ORXSimContext const context(id);
+    ORXSimTransaction transaction(id);
+    ORXSrvPosition const position(id);
+    if (form == Form::Sparse) {
+      WriteSparse(transaction, id, dense);
+    } else {
+      ORXSimCSetID const rows = Members(context, dense.rows, 100);
+      int const chunk = form == Form::Chunked ? 7 : form == Form::Symmetric ? 16 : -1;
+      ORXSimTransfer(
+          ORXSimDistribution(
+              form == Form::Symmetric
+                  ? ORXSrvUtilities::CreateSymmetricDistribution(transaction, position, -1, rows, chunk)
+                  : ORXSrvUtilities::Create2DDistribution(
+                        transaction, position, -1, rows, Members(context, dense.columns, 200), chunk, chunk)))
+          .SetWrite()
+          .SetBuffer(0, dense.values.data(), static_cast<std::int64_t>(dense.values.size() * sizeof(double)))
+          .ExecWrite();
+    }
+    transaction.Commit();
+    database.Close();
+  });
+}
+
+std::vector<int> LabelsFrom(int first, int count) {
+  std::vector<int> labels(static_cast<std::size_t>(count));
+  std::iota(labels.begin(), labels.end(), first);
+  return labels;
+}
+
+/// Compares the product in a database with the one by definition.
+void ExpectProduct(std::string const& path, Dense const& a, bool isTransposed, Dense const& b, int rowLabel,
+                   int columnLabel) {
+  int const rows = isTransposed ? a.columns : a.rows;
+  ORXSimDatabase database;
+  orx::tool::OpenToRead(database, path);
+  orx::tool::StoredMatrix const stored = orx::tool::FindMatrix(database, path, "product", "");
+  ASSERT_EQ(std::pair(stored.rows, stored.columns), std::pair(rows, b.columns));
+  std::vector<double> values(static_cast<std::size_t>(rows) * b.columns);
+  ORXSrvDenseMatrix(stored.id).GetAllValues(values.data());
+  int wrong = 0;
+  for (int j = 0; j < b.columns; ++j)
+    for (int i = 0; i < rows; ++i) {
+      double sum = 0.0;
+      for (int k = 0; k < b.rows; ++k)
+        sum += (isTransposed ? a.At(k, i) : a.At(i, k)) * b.At(k, j);
+      wrong += sum == values[static_cast<std::size_t>(j) * rows + i] ? 0 : 1;
+    }
+  EXPECT_EQ(wrong, 0) << "of " << values.size() << " values";
+  EXPECT_EQ(orx::tool::RowLabels(stored), LabelsFrom(rowLabel, rows));
+  EXPECT_EQ(orx::tool::ColumnLabels(stored), LabelsFrom(columnLabel, b.columns));
+}
+
+} // namespace
+
+TEST(Multiply, IsExactForAwkwardShapesFormsAndBlocks) {
+  struct Case {
+    int rows, inner, columns;
+    Form ofA, ofB;
+  };
+  SharedFolder const folder;
+  for (Case const& c : {Case{1, 1, 1, Form::Whole, Form::Whole},
+                        {1, 1, 1, Form::Sparse, Form::Whole},
+                        {7, 5, 3, Form::Chunked, Form::Whole},
+                        {2, 61, 1, Form::Whole, Form::Chunked},
+                        {53, 31, 17, Form::Chunked, Form::Chunked},
+                        {41, 41, 13, Form::Symmetric, Form::Chunked},
+                        {13, 41, 41, Form::Whole, Form::Symmetric},
+                        {53, 31, 17, Form::Sparse, Form::Chunked},
+                        {3, 97, 2, Form::Sparse, Form::Whole}})
+    for (bool const isTransposed : {false, true})
+      for (int const blockLength : {1, 5, 0}) {
+        SCOPED_TRACE(testing::Message()
+                     << c.rows << " x " << c.inner << " x " << c.columns << ", forms "
+                     << static_cast<int>(c.ofA) << " " << static_cast<int>(c.ofB)
+                     << (isTransposed ? ", transposed" : "") << ", blocks " << blockLength);
+        Dense const a = MakeDense(isTransposed ? c.inner : c.rows, isTransposed ? c.rows : c.inner,
+                                  c.ofA == Form::Symmetric);
+        Dense const b = MakeDense(c.inner, c.columns, c.ofB == Form::Symmetric);
+        std::string const out = folder.Path("C.sim");
+        WriteMatrix(folder.Path("A.sim"), a, c.ofA);
+        WriteMatrix(folder.Path("B.sim"), b, c.ofB);
+
+        MultiplyText({folder.Path("A.sim"), folder.Path("B.sim:0/0"), out, isTransposed, blockLength,
+                      blockLength > 0 ? 40 : 1 << 21},
+                     AllRanks());
+
+        if (AllRanks().IsRoot())
+          ExpectProduct(out, a, isTransposed, b, isTransposed && c.ofA != Form::Symmetric ? 200 : 100,
+                        c.ofB == Form::Symmetric ? 100 : 200);
+        MPI_Barrier(AllRanks().Communicator());
+      }
+}
+
+TEST(Multiply, RefusesWhatDoesNotFitAndLeavesTheOlderFile) {
+  SharedFolder const folder;
+  WriteMatrix(folder.Path("A.sim"), MakeDense(7, 5), Form::Whole);
+  WriteMatrix(folder.Path("B.sim"), MakeDense(7, 3), Form::Whole);
+  WriteMatrix(folder.Path("S.sim"), MakeDense(5, 5), Form::Sparse);
+  WriteMatrix(folder.Path("C.sim"), MakeDense(2, 2), Form::Whole);
+  AllRanks().OnRoot([&] { std::ofstream(folder.Path("text.sim")) << "1 1 1\n"; });
+  struct Case {
+    char const *a, *b, *out, *message;
+  };
+  for (Case const& c : {Case{"A.sim", "B.sim", "C.sim", "has 5 columns, B ('"},
+                        {"A.sim", "S.sim", "C.sim", "expected a dense B"},
+                        {"S.sim", "B.sim", "C.sim", "has 5 columns, B ('"},
+                        {"A.sim", "A.sim:Q", "C.sim", "holds no matrix 'Q'"},
+                        {"text.sim", "B.sim", "C.sim", "text.sim' is no database"},
+                        {"none.sim", "B.sim", "C.sim", "none.sim': No such file"},
+                        {"S.sim", "A.sim", "A.sim", "has 5 columns, B ('"},
+                        {"B.sim", "A.sim", "C.txt", "has 3 columns"}}) {
+    std::string const text = SharedText([&] {
+      MultiplyText({folder.Path(c.a), folder.Path(c.b), folder.Path(c.out)}, AllRanks());
+    });
+    EXPECT_NE(text.find(c.message), std::string::npos) << text;
+  }
+  std::string const input = SharedText(
+      [&] {
+        MultiplyText({folder.Path("A.sim"), folder.Path("B.sim"), folder.Path("B.sim"), true}, AllRanks());
+      },
+      orx::tool::ExitCode::WrongUsage);
+  EXPECT_NE(input.find("OUT names the input file"), std::string::npos) << input;
+  if (!AllRanks().IsRoot()) return;
+  ORXSimDatabase database;
+  orx::tool::OpenToRead(database, folder.Path("C.sim"));
+  EXPECT_EQ(orx::tool::ListMatrices(database)[0].rows, 2);
+}
+
+TEST(Multiply, ADiskThatIsFullIsAnErrorOfAllRanksAndTheOlderFileStays) {
+  SharedFolder const folder;
+  WriteMatrix(folder.Path("A.sim"), MakeDense(400, 3), Form::Whole);
+  WriteMatrix(folder.Path("B.sim"), MakeDense(3, 300), Form::Whole);
+  WriteMatrix(folder.Path("C.sim"), MakeDense(2, 2), Form::Whole);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  rlimit const small{200000, before.rlim_max};
+  auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &small);
+
+  std::string const text = SharedText(
+      [&] {
+        MultiplyText({folder.Path("A.sim"), folder.Path("B.sim"), folder.Path("C.sim")}, AllRanks());
+      },
+      orx::tool::ExitCode::Failure);
+
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_NE(text.find("C.sim"), std::string::npos) << text;
+  if (!AllRanks().IsRoot()) return;
+  ORXSimDatabase database;
+  orx::tool::OpenToRead(database, folder.Path("C.sim"));
+  EXPECT_EQ(orx::tool::ListMatrices(database)[0].rows, 2);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.Path("")), {}), 3);
+}

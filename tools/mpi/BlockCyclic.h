@@ -1,0 +1,80 @@
+#pragma once
+
+#include "tools/mpi/DenseDrawer.h"
+#include "tools/mpi/PagedArray.h"
+#include "tools/mpi/Ranks.h"
+
+#include <array>
+#include <vector>
+
+// Dense matrices as ScaLAPACK has them: dealt out in square blocks to ranks that stand in a rectangle, here
+// of 2 x 3 ranks with the numbers 0 to 5:
+//
+//     0 1 2 0 1
+//     3 4 5 3 4
+//     0 1 2 0 1
+
+namespace orx::mpi {
+
+/// The rectangle of ranks, as near to a square as their number allows.
+class ProcessGrid {
+public:
+  /// Collective, as the destructor is.
+  explicit ProcessGrid(Ranks const& ranks);
+  ProcessGrid(ProcessGrid const&) = delete;
+  ProcessGrid& operator=(ProcessGrid const&) = delete;
+  ~ProcessGrid();
+
+  Ranks const& AllRanks() const noexcept { return m_ranks; }
+  int Context() const noexcept { return m_context; }
+  int Rows() const noexcept { return m_rows; }
+  int Columns() const noexcept { return m_columns; }
+  int Row() const noexcept { return m_ranks.Rank() / m_columns; }
+  int Column() const noexcept { return m_ranks.Rank() % m_columns; }
+
+private:
+  Ranks const& m_ranks;
+  int m_rows, m_columns;
+  int m_context = -1;
+};
+
+/// What this rank has of a matrix: the values at these rows and columns, which ascend, by columns that lie
+/// `lead` apart.
+struct LocalPart {
+  std::vector<int> rows, columns;
+  double const* values = nullptr;
+  std::int64_t lead = 0;
+};
+
+class BlockCyclicMatrix {
+public:
+  /// A matrix of zeros. Collective: a part that is too long for ScaLAPACK's integers is a ToolError.
+  BlockCyclicMatrix(ProcessGrid const& grid, int rows, int columns, int blockLength);
+
+  int Rows() const noexcept { return m_descriptor[2]; }
+  int Columns() const noexcept { return m_descriptor[3]; }
+  double* Values() noexcept { return m_values.Data(); }
+  /// ScaLAPACK's description of the matrix.
+  int const* Descriptor() const noexcept { return m_descriptor.data(); }
+  LocalPart Part() const;
+
+  /// Each rank reads its blocks. Collective.
+  void ReadFrom(DenseDrawer const& drawer);
+
+private:
+  std::vector<int> LocalPositions(int length, int processes, int process) const;
+
+  ProcessGrid const& m_grid;
+  int m_blockLength;
+  std::vector<int> m_rowPositions, m_columnPositions;
+  std::array<int, 9> m_descriptor;
+  PagedArray<double> m_values;
+};
+
+/// A block length that gives each rank several blocks of a matrix and ScaLAPACK long enough ones.
+int BlockLengthFor(int length, ProcessGrid const& grid);
+
+/// C = A * B, or A^T * B. REQUIRES fitting shapes and one block length. Collective.
+void Multiply(BlockCyclicMatrix& a, bool isTransposed, BlockCyclicMatrix& b, BlockCyclicMatrix& c);
+
+} // namespace orx::mpi
