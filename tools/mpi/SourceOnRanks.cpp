@@ -28,8 +28,11 @@ using tool::StoredMatrix;
 using tool::ToolError;
 
 /// Finds a sparse matrix in a database, which stays open; none for every other file.
-std::optional<FoundMatrix> FindSparse(InputFile const& file, ORXSimDatabase& database, SourceFacts& facts) {
-  if (!tool::HoldsDatabase(file.Path())) return {};
+std::optional<FoundMatrix> FindSparse(std::string const& name, ORXSimDatabase& database, SourceFacts& facts) {
+  // What is no database may be a pipe, which can be opened but once.
+  std::string const path = tool::PathOf(name);
+  if (!tool::HoldsDatabase(path)) return {};
+  InputFile const file(name);
   RefuseUnfinishedCommit(file.Path());
   tool::OpenToRead(database, file.Path());
   StoredMatrix const stored = tool::FindMatrix(database, file.Path(), file.MatrixName(), facts.name);
@@ -139,7 +142,7 @@ bool IsReadByAll(std::string const& file, Ranks const& ranks) {
   ranks.OnRoot([&] {
     ORXSimDatabase database;
     SourceFacts facts;
-    isSparse = FindSparse(InputFile(file), database, facts).has_value();
+    isSparse = FindSparse(file, database, facts).has_value();
   });
   ranks.Broadcast(isSparse);
   return isSparse;
@@ -171,8 +174,7 @@ SourceOnRanks::SourceOnRanks(char const* letter, std::string const& file, Ranks 
   ORXSimDatabase database; // the root's: its lock keeps writers away while all ranks read
   FoundMatrix found;
   ranks.OnRoot([&] {
-    InputFile const input(file);
-    if (std::optional<FoundMatrix> const sparse = FindSparse(input, database, m_facts)) {
+    if (std::optional<FoundMatrix> const sparse = FindSparse(file, database, m_facts)) {
       progress.emplace("reading " + m_facts.path);
       found = *sparse;
     } else {
