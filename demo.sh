@@ -4,27 +4,69 @@
 # the published ones, and reads the modes from a registered out-of-core matrix in C++ and in Fortran. Then a bladed disk
 # of 48,240 unknowns: all its modes up to 4 kHz, counted. Then a solver module in Fortran that assembles, solves and
 # keeps its results by itself, beside the same one in C and in C++.
+#
+# With --mpi instead: the bladed disk by orxmtx and on two ranks by orxmtx-mpi, side by side.
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/install-packages.sh
+
+case "${1-}" in
+  --mpi) isMpi=yes ;;
+  '') isMpi= ;;
+  *) echo "usage: $0 [--mpi]" >&2; exit 2 ;;
+esac
 
 build=build/demo
 output=demo-output
 log=$build/build.log
 
+targets=(tapered_cantilever modal_projection bladed_disk orxmtx solver_module_fortran solver_module_c solver_module_cpp)
+packages=(g++ gfortran cmake ninja-build libopenblas-serial-dev pkg-config libblis-serial-dev libhdf5-dev libmumps-seq-dev
+  libmumps-headers-dev libscotch-dev liblapack3 libcli11-dev libpng-dev)
+if [ "$isMpi" ]; then
+  build=build/demo-mpi log=build/demo-mpi/build.log
+  targets=(bladed_disk orxmtx orxmtx-mpi)
+  # shellcheck disable=SC2206 # words
+  packages+=($orx_mpi_packages)
+fi
+
 build_programs() {
-  cmake --preset release -B "$build" -DORX_BUILD_TESTS=OFF &&
-    cmake --build "$build" --target tapered_cantilever modal_projection bladed_disk orxmtx \
-      solver_module_fortran solver_module_c solver_module_cpp
+  cmake --preset release -B "$build" -DORX_BUILD_TESTS=OFF -DORX_BUILD_MPI="${isMpi:-no}" &&
+    cmake --build "$build" --target "${targets[@]}"
 }
 
-orx_install g++ gfortran cmake ninja-build libopenblas-serial-dev pkg-config libblis-serial-dev libhdf5-dev \
-  libmumps-seq-dev libmumps-headers-dev libscotch-dev liblapack3 libcli11-dev libpng-dev
+orx_install "${packages[@]}"
 mkdir -p "$build" "$output"
 
 echo "building (log in $log)"
 build_programs >"$log" 2>&1 || { tail -n 60 "$log" >&2; echo "the build failed; see $log" >&2; exit 1; }
 orxmtx=$build/tools/orxmtx
+
+run_on_two_ranks() {
+  local mpirun=(mpirun --oversubscribe -n 2)
+  [ "$(id -u)" -ne 0 ] || mpirun+=(--allow-run-as-root)
+  echo "assembling a bladed disk"
+  "$build/examples/bladed_disk" assemble "$output"
+  local model="$output/disk-model.sim --interval 0 1200" seconds
+  for program in "$orxmtx" "${mpirun[*]} $build/tools/mpi/orxmtx-mpi"; do
+    echo "solving: $program modes $model"
+    seconds=$(date +%s.%N)
+    # shellcheck disable=SC2086 # programs and arguments are words
+    $program modes $model >"$output/$(basename "$program").txt"
+    echo "done in $(date +%s.%N | awk -v start="$seconds" '{ printf "%.1f", $1 - start }') s"
+  done
+  grep -h -e '# certified' "$output/orxmtx.txt" "$output/orxmtx-mpi.txt"
+  echo
+  echo "  mode   orxmtx, Hz   orxmtx-mpi on 2 ranks, Hz   difference"
+  paste <(grep -v '#' "$output/orxmtx.txt") <(grep -v '#' "$output/orxmtx-mpi.txt") |
+    awk '{ d = $7 / $2 - 1; if (d < 0) d = -d; if (d > most) most = d
+           printf "%6d %12.6f %27.6f %12.0e\n", $1, $2, $7, d }
+         END { printf "the printed digits differ by at most %.0e of a frequency\n", most; exit NR == 0 || most > 1e-10 }'
+}
+if [ "$isMpi" ]; then
+  run_on_two_ranks
+  exit
+fi
 
 echo "assembling the tapered membrane"
 "$build/examples/tapered_cantilever" assemble "$output"

@@ -2,6 +2,10 @@
 # Sourced by the scripts that build: orx_install PACKAGE... installs those Debian packages that are not there yet.
 # Without anything to install it needs neither the network nor any rights.
 
+# What orxmtx-mpi is made with and run by.
+# shellcheck disable=SC2034 # for those who source this
+orx_mpi_packages="libslepc-real-dev libpetsc-real-dev libhdf5-openmpi-dev libopenmpi-dev openmpi-bin"
+
 orx_is_installed() {
   [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }

@@ -107,7 +107,7 @@ std::vector<ModeQuality> MatrixPencil::Measure(std::vector<double> const& lambda
     auto const entriesOf = [](ORXSrvSparseMatrix const& matrix) {
       return [&](auto const& add) { ForEachEntry(matrix.View(), add); };
     };
-    std::ranges::copy(MeasureGroup(m_alone, std::span(lambdas).subspan(first, count), order, vectors,
+    std::ranges::copy(MeasureGroup(m_alone, std::span(lambdas).subspan(first, count), order, vectors, vectors,
                                    entriesOf(m_k), entriesOf(m_m)),
                       std::back_inserter(all));
   }

@@ -30,6 +30,7 @@ void RequireUsableNames(ModesOptions const& options) {
 std::string MassName(ModesOptions const& options) {
   if (!options.massPath.empty()) return options.massPath;
   std::string database = PathOf(options.stiffnessPath);
+  if (options.stiffnessPath != "-") RequireReadable(database);
   if (HoldsDatabase(database)) return database;
   throw ToolError(ExitCode::WrongUsage,
                   "M is required unless K is in a database; see " + ProgramName() + " --help");
@@ -67,7 +68,8 @@ void PrintModes(ModesOptions const& options, std::function<void(std::string cons
   if (!shapes) return;
   {
     Progress const progress("writing " + options.shapesPath);
-    shapes->Write(solution.modes, order, k.labels);
+    shapes->Write(
+        solution.modes, order, [&](int mode) { return solution.modes[mode].shape.data(); }, k.labels);
   }
   print(ShapesFileText(options.shapesPath));
 }

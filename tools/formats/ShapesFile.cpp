@@ -27,12 +27,13 @@ std::string const& RequireType(std::string const& path) {
   return path;
 }
 
-ORXSrvSparseMatrix ShapesOf(std::vector<Mode> const& modes, int order) {
-  auto const count = static_cast<std::uint32_t>(modes.size());
-  ORXSrvSparseMatrix shapes(order, static_cast<int>(count));
-  for (std::uint32_t mode = 0; mode < count; ++mode)
-    for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(order); ++i)
-      shapes.AddData(i, mode, modes[mode].shape[i]);
+ORXSrvSparseMatrix ShapesOf(int count, int order, std::function<double const*(int)> const& shape) {
+  ORXSrvSparseMatrix shapes(order, count);
+  for (int mode = 0; mode < count; ++mode) {
+    double const* const components = shape(mode);
+    for (int i = 0; i < order; ++i)
+      shapes.AddData(static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(mode), components[i]);
+  }
   shapes.EndAssembly();
   return shapes;
 }
@@ -40,9 +41,9 @@ ORXSrvSparseMatrix ShapesOf(std::vector<Mode> const& modes, int order) {
 } // namespace
 
 void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes, int order,
-                         std::span<int const> labels) {
+                         std::function<double const*(int)> const& shape, std::span<int const> labels) {
   ColumnsDatabase database(path, {order, static_cast<int>(modes.size()), labels});
-  database.AddBlockMatrix("mode shapes", [&](int mode) { return modes[mode].shape.data(); });
+  database.AddBlockMatrix("mode shapes", shape);
   std::vector<double> frequencies(modes.size());
   std::ranges::transform(modes, frequencies.begin(), Frequency);
   database.AddVector("frequencies, Hz", frequencies);
@@ -51,13 +52,14 @@ void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes
 
 ShapesFile::ShapesFile(std::string const& path) : m_path(RequireType(path)), m_file(path) {}
 
-void ShapesFile::Write(std::vector<Mode> const& modes, int order, std::span<int const> labels) {
+void ShapesFile::Write(std::vector<Mode> const& modes, int order,
+                       std::function<double const*(int)> const& shape, std::span<int const> labels) {
   m_file.WriteWith([&](std::string const& path) {
-    if (IsDatabase(m_path)) return WriteShapesDatabase(path, modes, order, labels);
+    if (IsDatabase(m_path)) return WriteShapesDatabase(path, modes, order, shape, labels);
     WriteOptions options;
     options.kind = KindOfShapes(m_path);
     options.isLargeAllowed = true;
-    SaveMatrix(path, ShapesOf(modes, order), options);
+    SaveMatrix(path, ShapesOf(static_cast<int>(modes.size()), order, shape), options);
   });
   m_file.ReplaceTarget();
 }

@@ -3,6 +3,7 @@
 #include "tools/formats/OutputFile.h"
 #include "tools/numerics/ModalProblem.h"
 
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -20,10 +21,12 @@ public:
   /// An extension of a type that cannot hold shapes is a ToolError, as is a path that cannot be written to.
   explicit ShapesFile(std::string const& path);
 
-  /// `order` is the number of unknowns, as long as all shapes are. `labels` are those of the unknowns for a
-  /// database, empty for 0, 1, 2, ... Until this has succeeded the path has its older content. A database
-  /// takes no copy of the shapes in memory, the other types take a sparse matrix of them.
-  void Write(std::vector<Mode> const& modes, int order, std::span<int const> labels = {});
+  /// `order` is the number of unknowns; shape(j) gives as many components of mode j, read before the next one
+  /// is asked for. `labels` are those of the unknowns for a database, empty for 0, 1, 2, ... Until this has
+  /// succeeded the path has its older content. A database takes no copy of the shapes in memory, the other
+  /// types take a sparse matrix of them.
+  void Write(std::vector<Mode> const& modes, int order, std::function<double const*(int)> const& shape,
+             std::span<int const> labels = {});
 
 private:
   std::string m_path;
@@ -34,6 +37,6 @@ private:
 /// shapes, of type "mode shapes", unknowns by modes, in chunks of at most 65536 rows and 64 columns; and of
 /// type "frequencies, Hz" a vector over the same modes.
 void WriteShapesDatabase(std::string const& path, std::vector<Mode> const& modes, int order,
-                         std::span<int const> labels = {});
+                         std::function<double const*(int)> const& shape, std::span<int const> labels = {});
 
 } // namespace orx::tool

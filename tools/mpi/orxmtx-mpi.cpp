@@ -1,6 +1,7 @@
 // orxmtx-mpi: commands of orxmtx on many ranks, for matrices that one machine is not enough for.
 
 #include "tools/mpi/Info.h"
+#include "tools/mpi/Modes.h"
 #include "tools/mpi/Multiply.h"
 #include "tools/mpi/Petsc.h"
 #include "tools/mpi/Ranks.h"
@@ -26,7 +27,7 @@ using orx::mpi::Ranks;
 std::string FooterText() {
   return ExitCodesText() +
          "The same commands, files and output as of orxmtx, on all ranks of mpirun:\n"
-         "    mpirun -n 64 orxmtx-mpi info model.sim:K\n"
+         "    mpirun -n 64 orxmtx-mpi modes model.sim\n"
          "Sparse matrices of databases are read by all ranks, each its rows; all else by one rank.\n"
          "What follows \"--\" are options of PETSc and SLEPc: -- -mat_mumps_icntl_14 80\n"
          "\n" +
@@ -36,6 +37,7 @@ std::string FooterText() {
 struct Options {
   std::string infoPath;
   orx::mpi::MultiplyOptions multiply;
+  ModesOptions modes;
   bool hasEventTable = false;
 };
 
@@ -55,13 +57,15 @@ void PrintOnRoot(Ranks const& ranks, std::string const& text) {
 
 /// All of the program, on each rank.
 void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
-  CLI::App app("Matrices of finite-element models on many ranks: what files hold.", "orxmtx-mpi");
+  CLI::App app("Matrices of finite-element models on many ranks: what files hold, and natural frequencies.",
+               "orxmtx-mpi");
   app.set_version_flag("--version", std::string("orxmtx-mpi ") + ORXMTX_VERSION);
   app.require_subcommand(1);
   app.footer(FooterText());
   Options options;
   AddInfo(app, options.infoPath);
   AddMultiply(app, options.multiply);
+  AddModes(app, options.modes);
   for (CLI::App* const command : app.get_subcommands(nullptr))
     command->add_flag("--log", options.hasEventTable,
                       "print PETSc's table of events at the end, on standard error");
@@ -72,6 +76,8 @@ void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
   if (options.hasEventTable) orx::mpi::BeginEventTable();
   if (app.got_subcommand("info")) PrintOnRoot(ranks, orx::mpi::InfoText(options.infoPath, ranks));
   if (app.got_subcommand("multiply")) PrintOnRoot(ranks, orx::mpi::MultiplyText(options.multiply, ranks));
+  if (app.got_subcommand("modes"))
+    orx::mpi::PrintModes(options.modes, ranks, PrintBeside(options.modes.shapesPath));
   if (options.hasEventTable) orx::mpi::PrintEventTable();
 }
 

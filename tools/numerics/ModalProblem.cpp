@@ -399,9 +399,6 @@ ModalSolution SolveDense(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix
   return solution;
 }
 
-/// Orders from which on the sparse solver is the faster one.
-constexpr int sparseOrder = 500;
-
 /// A negative mass on the diagonal: what the sparse solver does not take.
 bool HasNegativeMass(ORXSrvSparseMatrix const& mass) {
   return std::ranges::any_of(DiagonalOf(mass), [](double value) { return value < 0.0; });
@@ -423,11 +420,15 @@ double Frequency(Mode const& mode) {
   return mode.eigenvalue < 0.0 ? -magnitude : magnitude;
 }
 
-ModalSolution SolveModes(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
-                         ModeChoice const& choice, double stiffnessError) {
-  if (mass.FrobeniusNorm() == 0.0)
+void RequireMassValue(bool hasValue) {
+  if (!hasValue)
     throw ToolError(ExitCode::UnusableInput,
                     "M holds no value other than 0, so K x = lambda M x has no finite eigenvalue");
+}
+
+ModalSolution SolveModes(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
+                         ModeChoice const& choice, double stiffnessError) {
+  RequireMassValue(mass.FrobeniusNorm() > 0.0);
   std::vector<int> empty = EmptyUnknowns(stiffness, mass);
   KeptUnknowns const filled(stiffness.NumberOfRows(), empty);
   ModalSolution solution =

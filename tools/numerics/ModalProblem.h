@@ -53,12 +53,18 @@ struct ModalSolution {
   std::vector<Mode> modes; ///< the lowest, at most as many as asked for
 };
 
+/// Orders from which on the sparse solver is the faster one.
+constexpr int sparseOrder = 500;
+
+/// A ToolError for an M without a value other than 0.
+void RequireMassValue(bool hasValue);
+
 /// Hertz: sqrt(lambda) / (2 pi). A negative eigenvalue has an imaginary frequency, given as minus its
 /// magnitude; a rigid mode has 0.
 double Frequency(Mode const& mode);
 
 /// The modes of K x = lambda M x that are chosen, both of one order, in symmetric form of the lower triangle.
-/// From order 500 on, and for other modes than the lowest, by the sparse solver, see SolveSparse; else, and
+/// From sparseOrder on, and for other modes than the lowest, by the sparse solver, see SolveSparse; else, and
 /// where M is indefinite, by the library's dense eigensolver. Always solved inside out,
 ///
 ///     M x = nu (K + sigma M) x,    lambda = 1 / nu - sigma,

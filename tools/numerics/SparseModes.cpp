@@ -19,9 +19,6 @@ namespace orx::tool {
 namespace {
 
 constexpr double roundoff = std::numeric_limits<double>::epsilon();
-/// More motions than this without stiffness and mass are a fault of the model.
-constexpr std::size_t mostHeld = 100;
-
 void Find(ORXSrvModes& modes, ModeChoice const& choice) {
   if (choice.memory > 0) modes.SetMemory(choice.memory);
   if (choice.interval) return modes.FindBetween(choice.interval->first, choice.interval->second);
@@ -35,7 +32,7 @@ double DataError(ORXSrvMode const& mode, double stiffnessError) {
   return stiffnessError > roundoff ? stiffnessError / std::max(mode.strainShare, roundoff) : 0.0;
 }
 
-Mode MakeMode(ORXSrvMode const& mode, double const* shape, int order, double shift, double stiffnessError) {
+Mode MakeMode(ORXSrvMode const& mode, std::vector<double> shape, double shift, double stiffnessError) {
   double const magnitude = std::fabs(mode.eigenvalue);
   double const error = magnitude > 0.0 ? mode.error / magnitude : 1.0;
   bool const isRigid = mode.isRigid || mode.strainShare <= stiffnessError;
@@ -45,26 +42,27 @@ Mode MakeMode(ORXSrvMode const& mode, double const* shape, int order, double shi
           mode.residual,
           mode.strainShare,
           isRigid,
-          {shape, shape + order}};
-}
-
-ModalSolution Describe(ORXSrvModes const& modes, int order, ModeChoice const& choice, double stiffnessError) {
-  ModalSolution solution;
-  solution.isSparse = true;
-  solution.method = "block Lanczos";
-  solution.shifts = modes.Shifts();
-  for (ORXSrvModeCount const& count : modes.Counts())
-    solution.counts.push_back({count.from, count.to, count.counted});
-  int index = 0;
-  for (ORXSrvMode const& mode : modes.Modes())
-    solution.modes.push_back(
-        MakeMode(mode, modes.Shape(index++), order, modes.Shifts().front(), stiffnessError));
-  int const found = static_cast<int>(solution.modes.size());
-  solution.finiteEigenvalues = choice.interval ? choice.count : found;
-  return solution;
+          std::move(shape)};
 }
 
 } // namespace
+
+ModalSolution DescribeSearch(SearchFindings const& found,
+                             std::function<std::vector<double>(int)> const& shape, ModeChoice const& choice,
+                             double stiffnessError) {
+  ModalSolution solution;
+  solution.isSparse = true;
+  solution.method = "block Lanczos";
+  solution.shifts = found.shifts;
+  for (ORXSrvModeCount const& count : found.counts)
+    solution.counts.push_back({count.from, count.to, count.counted});
+  int index = 0;
+  for (ORXSrvMode const& mode : found.modes)
+    solution.modes.push_back(MakeMode(mode, shape(index++), found.shifts.front(), stiffnessError));
+  int const count = static_cast<int>(solution.modes.size());
+  solution.finiteEigenvalues = choice.interval ? choice.count : count;
+  return solution;
+}
 
 ModalSolution SolveSparse(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatrix const& mass,
                           ModeChoice const& choice, double stiffnessError) {
@@ -78,14 +76,17 @@ ModalSolution SolveSparse(ORXSrvSparseMatrix const& stiffness, ORXSrvSparseMatri
       ORXSrvModes modes(k, m);
       modes.SetFolder(folder.Path().c_str());
       Find(modes, choice);
-      ModalSolution solution = Describe(modes, free.Count(), choice, stiffnessError);
-      for (Mode& mode : solution.modes)
-        mode.shape = free.Expanded(mode.shape);
+      auto const shape = [&](int mode) {
+        double const* const components = modes.Shape(mode);
+        return free.Expanded({components, components + free.Count()});
+      };
+      ModalSolution solution =
+          DescribeSearch({modes.Modes(), modes.Counts(), modes.Shifts()}, shape, choice, stiffnessError);
       solution.heldUnknowns = std::move(held);
       return solution;
     } catch (ORXSrvSolveError const& e) {
       bool const canHold =
-          e.ErrorCode() == ORXSrvSolveError::singular && e.Unknown() >= 0 && held.size() < mostHeld;
+          e.ErrorCode() == ORXSrvSolveError::singular && e.Unknown() >= 0 && held.size() < mostHeldMotions;
       if (!canHold) throw ToolError(ExitCode::Failure, e.AsString().AsText());
       held.push_back(free.Old(e.Unknown()));
       std::ranges::sort(held);
