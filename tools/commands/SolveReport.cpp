@@ -12,6 +12,7 @@ namespace {
 std::string NameOf(std::string const& path) { return path == "-" ? "standard input" : path; }
 
 std::string ConditionText(double condition) {
+  if (std::isnan(condition)) return Note("condition number: not estimated");
   double const lost = condition * std::numeric_limits<double>::epsilon();
   std::string const digits =
       lost < 0.1 ? Format("about %d digits of the displacements hold", static_cast<int>(-std::log10(lost)))

@@ -35,10 +35,19 @@ Handle<Mat> DenseOver(Ranks const& ranks, double* values, int ownRows, int rows,
 
 } // namespace
 
-MumpsFactor::MumpsFactor(Ranks const& ranks, Mat matrix) : m_ranks(ranks) {
+MumpsFactor::MumpsFactor(Ranks const& ranks, Mat matrix, bool isSymmetric)
+    : m_ranks(ranks), m_isSymmetric(isSymmetric) {
   Check(MatGetLocalSize(matrix, &m_ownRows, nullptr));
   Check(MatGetSize(matrix, &m_order, nullptr));
-  Check(MatGetFactor(matrix, MATSOLVERMUMPS, MAT_FACTOR_CHOLESKY, m_factor.Receive()));
+  Analyse(matrix);
+  PetscReal operations = 0.0;
+  Check(MatMumpsGetRinfog(m_factor.Get(), 1, &operations));
+  m_estimate = {Count(Infog(20)), operations, Infog(16) * megabyte, Infog(26) * megabyte};
+}
+
+void MumpsFactor::Analyse(Mat matrix) {
+  Check(MatGetFactor(matrix, MATSOLVERMUMPS, m_isSymmetric ? MAT_FACTOR_CHOLESKY : MAT_FACTOR_LU,
+                     m_factor.Receive()));
   // A dense root of ScaLAPACK does not count negative pivots.
   Check(MatMumpsSetIcntl(m_factor.Get(), rootByScalapack, 1));
   Control(ordering, scotch);
@@ -47,13 +56,18 @@ MumpsFactor::MumpsFactor(Ranks const& ranks, Mat matrix) : m_ranks(ranks) {
   Control(slack, usualSlack);
   MatFactorInfo info;
   Check(MatFactorInfoInitialize(&info));
-  Check(MatCholeskyFactorSymbolic(m_factor.Get(), matrix, nullptr, &info));
+  Check(m_isSymmetric ? MatCholeskyFactorSymbolic(m_factor.Get(), matrix, nullptr, &info)
+                      : MatLUFactorSymbolic(m_factor.Get(), matrix, nullptr, nullptr, &info));
   if (Infog(1) < 0)
     throw ToolError(ExitCode::Failure, Format("MUMPS cannot order the unknowns: code %d, %d",
                                               static_cast<int>(Infog(1)), static_cast<int>(Infog(2))));
-  PetscReal operations = 0.0;
-  Check(MatMumpsGetRinfog(m_factor.Get(), 1, &operations));
-  m_estimate = {Count(Infog(20)), operations, Infog(16) * megabyte, Infog(26) * megabyte};
+}
+
+void MumpsFactor::FactorizeNow(Mat matrix) {
+  MatFactorInfo info;
+  Check(MatFactorInfoInitialize(&info));
+  Check(m_isSymmetric ? MatCholeskyFactorNumeric(m_factor.Get(), matrix, &info)
+                      : MatLUFactorNumeric(m_factor.Get(), matrix, &info));
 }
 
 std::int64_t MumpsFactor::Infog(int number) const {
@@ -75,13 +89,13 @@ bool MumpsFactor::IsGiven(int control) const {
 std::optional<int> MumpsFactor::TryFactorize(Mat matrix, std::int64_t memory, std::string const& folder) {
   bool const isOnDisk = m_estimate.bytes > memory;
   if (isOnDisk) setenv("MUMPS_OOC_TMPDIR", folder.c_str(), 0);
-  Control(onDisk, isOnDisk ? 1 : 0);
-  MatFactorInfo info;
-  Check(MatFactorInfoInitialize(&info));
   constexpr int workspaceTooSmall[] = {-8, -9, -14, -15, -17, -18, -20};
   for (int percent = usualSlack; percent <= 1000; percent *= 3) {
+    // After a failure PETSc does nothing with a factor that it has.
+    if (Infog(1) < 0) Analyse(matrix);
+    Control(onDisk, isOnDisk ? 1 : 0);
     Control(slack, percent);
-    Check(MatCholeskyFactorNumeric(m_factor.Get(), matrix, &info));
+    FactorizeNow(matrix);
     if (std::ranges::find(workspaceTooSmall, Infog(1)) == std::end(workspaceTooSmall)) break;
   }
   constexpr int singular = -10;

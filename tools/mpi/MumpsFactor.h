@@ -9,8 +9,8 @@
 
 namespace orx::mpi {
 
-/// L D L^T of symmetric matrices of one pattern, whose rows the ranks have, by MUMPS. All functions are
-/// collective. Errors are ToolErrors of all ranks.
+/// L D L^T of symmetric matrices, or L U of others, of one pattern, whose rows the ranks have, by MUMPS. All
+/// functions are collective. Errors are ToolErrors of all ranks.
 class MumpsFactor {
 public:
   struct Estimate {
@@ -21,7 +21,7 @@ public:
   };
 
   /// Orders the unknowns. The options -mat_mumps_... of PETSc hold.
-  MumpsFactor(Ranks const& ranks, Mat matrix);
+  MumpsFactor(Ranks const& ranks, Mat matrix, bool isSymmetric = true);
 
   Estimate const& Foreseen() const noexcept { return m_estimate; }
   /// Returns the number of negative eigenvalues, or nothing for a pivot of exactly zero. A factor that needs
@@ -34,8 +34,11 @@ private:
   std::int64_t Infog(int number) const;
   void Control(int number, int value);
   bool IsGiven(int control) const;
+  void Analyse(Mat matrix);
+  void FactorizeNow(Mat matrix);
 
   Ranks const& m_ranks;
+  bool m_isSymmetric;
   Handle<Mat> m_factor;
   int m_ownRows = 0;
   int m_order = 0;

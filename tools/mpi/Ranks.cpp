@@ -66,6 +66,11 @@ std::int64_t Ranks::Sum(std::int64_t value) const {
   return value;
 }
 
+double Ranks::Sum(double value) const {
+  MPI_Allreduce(MPI_IN_PLACE, &value, 1, MPI_DOUBLE, MPI_SUM, m_communicator);
+  return value;
+}
+
 std::int64_t Ranks::Largest(std::int64_t value) const {
   MPI_Allreduce(MPI_IN_PLACE, &value, 1, MPI_INT64_T, MPI_MAX, m_communicator);
   return value;

@@ -55,6 +55,7 @@ public:
   // Values of all ranks
 
   std::int64_t Sum(std::int64_t value) const;
+  double Sum(double value) const;
   std::int64_t Largest(std::int64_t value) const;
   double Largest(double value) const;
   bool AreAll(bool condition) const { return Largest(std::int64_t{condition ? 0 : 1}) == 0; }

@@ -5,6 +5,7 @@
 #include "tools/mpi/Multiply.h"
 #include "tools/mpi/Petsc.h"
 #include "tools/mpi/Ranks.h"
+#include "tools/mpi/Solve.h"
 
 #include "tools/commands/CommandLine.h"
 #include "tools/commands/Perform.h"
@@ -38,6 +39,7 @@ struct Options {
   std::string infoPath;
   orx::mpi::MultiplyOptions multiply;
   ModesOptions modes;
+  orx::mpi::SolveOptions solve;
   bool hasEventTable = false;
 };
 
@@ -55,9 +57,31 @@ void PrintOnRoot(Ranks const& ranks, std::string const& text) {
   ranks.OnRoot([&] { PrintOut(text); });
 }
 
+void PerformSolve(orx::mpi::SolveOptions const& options, Ranks const& ranks) {
+  bool const isOutPrinted = options.outPath == "-" || options.reactionsPath == "-";
+  orx::mpi::PrintSolution(options, ranks, PrintBeside(isOutPrinted ? "-" : ""));
+}
+
+void AddSolveOnRanks(CLI::App& app, orx::mpi::SolveOptions& options) {
+  CLI::App* const solve = AddSolve(app, options);
+  solve
+      ->add_option("--solver", options.solver,
+                   "direct: a factorization; cg: conjugate gradients with multigrid, "
+                   "which takes less memory")
+      ->capture_default_str()
+      ->type_name("NAME")
+      ->check(CLI::IsMember({"direct", "cg"}).description(""));
+  solve
+      ->add_option("--coordinates", options.coordinatesPath,
+                   "file with lines \"x y z\", one for each node of 3 or 6 unknowns: makes cg fast")
+      ->type_name("FILE")
+      ->check(EmptyNameFault);
+}
+
 /// All of the program, on each rank.
 void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
-  CLI::App app("Matrices of finite-element models on many ranks: what files hold, and natural frequencies.",
+  CLI::App app("Matrices of finite-element models on many ranks: what files hold, natural frequencies, "
+               "displacements under loads.",
                "orxmtx-mpi");
   app.set_version_flag("--version", std::string("orxmtx-mpi ") + ORXMTX_VERSION);
   app.require_subcommand(1);
@@ -66,6 +90,7 @@ void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
   AddInfo(app, options.infoPath);
   AddMultiply(app, options.multiply);
   AddModes(app, options.modes);
+  AddSolveOnRanks(app, options.solve);
   for (CLI::App* const command : app.get_subcommands(nullptr))
     command->add_flag("--log", options.hasEventTable,
                       "print PETSc's table of events at the end, on standard error");
@@ -78,6 +103,7 @@ void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
   if (app.got_subcommand("multiply")) PrintOnRoot(ranks, orx::mpi::MultiplyText(options.multiply, ranks));
   if (app.got_subcommand("modes"))
     orx::mpi::PrintModes(options.modes, ranks, PrintBeside(options.modes.shapesPath));
+  if (app.got_subcommand("solve")) PerformSolve(options.solve, ranks);
   if (options.hasEventTable) orx::mpi::PrintEventTable();
 }
 

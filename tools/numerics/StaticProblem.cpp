@@ -74,23 +74,14 @@ private:
     if (explain) explain(free.NumberOfRows(), estimate);
     factor.Factorize(free);
     m_solution.facts = factor.Facts();
-    if (m_solution.facts.zero > 0) RefuseSingular(NonzeroRows(free));
+    if (m_solution.facts.zero > 0) RefuseNullUnknowns(NonzeroRows(free));
   }
 
-  [[noreturn]] void RefuseSingular(std::vector<bool> const& hasStiffness) const {
-    std::vector<int> unknowns, loose;
+  [[noreturn]] void RefuseNullUnknowns(std::vector<bool> const& hasStiffness) const {
+    std::vector<int> motions, loose;
     for (int const unknown : m_solution.facts.nullUnknowns)
-      (hasStiffness[unknown] ? unknowns : loose).push_back(m_free.Old(unknown));
-    std::string text = "K is singular";
-    if (!loose.empty())
-      text += ", " + Counted(std::ssize(loose), "unknown has", "unknowns have") +
-              " no stiffness: " + ShortList(loose);
-    if (!unknowns.empty())
-      text += ", " + Counted(std::ssize(unknowns), "motion", "motions") +
-              " without stiffness, of a free body or a mechanism, which " +
-              (unknowns.size() == 1 ? "unknown " : "unknowns ") + ShortList(unknowns) + " would hold";
-    throw ToolError(ExitCode::Failure,
-                    text + "; --fix FILE holds unknowns, orxmtx check looks for the cause");
+      (hasStiffness[unknown] ? motions : loose).push_back(m_free.Old(unknown));
+    RefuseSingular(loose, motions);
   }
 
   /// f - K u of the held unknowns, without their rows.
@@ -135,6 +126,18 @@ private:
 };
 
 } // namespace
+
+void RefuseSingular(std::vector<int> const& loose, std::vector<int> const& motions) {
+  std::string text = "K is singular";
+  if (!loose.empty())
+    text += ", " + Counted(std::ssize(loose), "unknown has", "unknowns have") +
+            " no stiffness: " + ShortList(loose);
+  if (!motions.empty())
+    text += ", " + Counted(std::ssize(motions), "motion", "motions") +
+            " without stiffness, of a free body or a mechanism, which " +
+            (motions.size() == 1 ? "unknown " : "unknowns ") + ShortList(motions) + " would hold";
+  throw ToolError(ExitCode::Failure, text + "; --fix FILE holds unknowns, orxmtx check looks for the cause");
+}
 
 StaticSolution SolveStatic(StaticProblem const& problem,
                            std::function<void(int order, ORXSrvFactorEstimate const&)> const& explain) {

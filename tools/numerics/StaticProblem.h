@@ -42,10 +42,14 @@ struct StaticSolution {
   Columns displacements;
   Columns reactions;       ///< K u - f, a row for each held unknown: what holds it
   ORXSrvFactorFacts facts; ///< of the free unknowns; of order 0 when all are held
-  double condition = 1.0;  ///< in the 1-norm, estimated
+  double condition = 1.0;  ///< in the 1-norm, estimated; not a number when it is not
   double residual = 0.0; ///< the largest ||K u - f|| / ||f|| of all columns, f with the load by held unknowns
   double backwardError = 0.0; ///< see ORXSrvSparseFactor::SolveRefined
 };
+
+/// The ToolError for a singular K: unknowns without any stiffness, and unknowns each of which would hold one
+/// of the motions without stiffness. Zero-based, ascending.
+[[noreturn]] void RefuseSingular(std::vector<int> const& loose, std::vector<int> const& motions);
 
 /// Solves with one step of iterative refinement. `explain` gets the estimate before the factorization. A
 /// singular matrix is a ToolError that names unknowns.
