@@ -4,9 +4,10 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/install-packages.sh
+# shellcheck disable=SC2086,SC2154 # words, of the file above
 orx_install g++ gfortran cmake ninja-build pkg-config libopenblas-serial-dev libblis-serial-dev libhdf5-dev \
   libmumps-seq-dev libmumps-headers-dev libscotch-dev liblapack3 libcli11-dev libpng-dev libgtest-dev \
-  clang-format clang-tidy libclang-rt-14-dev hdf5-tools python3-h5py
+  clang-format clang-tidy libclang-rt-14-dev hdf5-tools python3-h5py $orx_mpi_packages
 
 passed=0 failed=0
 for preset in release asan; do

@@ -44,8 +44,9 @@ void Exchange(Ranks const& ranks, Fill fill, Receive receive) {
     MPI_Alltoall(sentCounts.data(), 1, MPI_INT, receivedCounts.data(), 1, MPI_INT, ranks.Communicator());
     std::exclusive_scan(sentCounts.begin(), sentCounts.end(), sentFirst.begin(), 0);
     std::exclusive_scan(receivedCounts.begin(), receivedCounts.end(), receivedFirst.begin(), 0);
-    ranks.OnEach(
-        [&] { received.resize(static_cast<std::size_t>(receivedFirst.back() + receivedCounts.back())); });
+    auto const all =
+        static_cast<std::size_t>(receivedFirst.back()) + static_cast<std::size_t>(receivedCounts.back());
+    ranks.OnEach([&] { received.resize(all); });
     MPI_Alltoallv(sent.data(), sentCounts.data(), sentFirst.data(), type, received.data(),
                   receivedCounts.data(), receivedFirst.data(), type, ranks.Communicator());
     for (Record const& record : received)

@@ -157,7 +157,7 @@ private:
     PetscInt const count = outside.pointers[m_rows.own.count];
     std::vector<int> columns(outside.columns.Data(), outside.columns.Data() + count);
     std::ranges::sort(columns);
-    columns.erase(std::ranges::unique(columns).begin(), columns.end());
+    columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
     std::vector<ColumnSum> sums;
     for (int const column : columns)
       sums.push_back({column, 0, {}});

@@ -44,6 +44,7 @@ PetscSession::PetscSession(std::string const& program, std::vector<std::string> 
   std::vector<std::string> words{program, "-no_signal_handler"};
   words.insert(words.end(), options.begin(), options.end());
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words)
     arguments.push_back(word.data());
   auto count = static_cast<int>(arguments.size());

@@ -180,7 +180,7 @@ std::vector<std::pair<int, double>> OwnPairs::RootsOfColumns() const {
   std::vector<std::pair<int, double>> roots;
   ForEach([&](StoredPair const& p) { roots.emplace_back(static_cast<int>(p.pair.column), 0.0); });
   std::ranges::sort(roots);
-  roots.erase(std::ranges::unique(roots).begin(), roots.end());
+  roots.erase(std::unique(roots.begin(), roots.end()), roots.end());
 
   std::int64_t const round = RecordsOfRound(m_ranks, mostReceived);
   std::vector<Request> requests;

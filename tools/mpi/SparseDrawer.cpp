@@ -117,8 +117,9 @@ private:
     auto const most = static_cast<std::uint32_t>(m_place.columns);
     for (std::int64_t k = 0; k < piece.Entries(); ++k)
       if (static_cast<std::uint32_t>(piece.columns[k]) >= most)
-        Refuse(m_columns, Format("entry %lld has column %d, expected 0 to %d",
-                                 static_cast<long long>(first + k), piece.columns[k], m_place.columns - 1));
+        Refuse(m_columns,
+               "entry " + std::to_string(first + k) +
+                   Format(" has column %d, expected 0 to %d", piece.columns[k], m_place.columns - 1));
   }
 
   void CompareChecksums() const {

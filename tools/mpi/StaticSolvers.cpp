@@ -50,8 +50,7 @@ std::vector<int> OfAllRanks(std::vector<int> const& own, Ranks const& ranks) {
 
 DirectSolver::DirectSolver(Ranks const& ranks, HeldMatrix& matrix, bool isSymmetric,
                            DistributedPencil::Limits limits)
-    : m_ranks(ranks), m_processes(ranks), m_matrix(matrix), m_isSymmetric(isSymmetric),
-      m_limits(std::move(limits)) {
+    : m_ranks(ranks), m_processes(ranks), m_matrix(matrix), m_limits(std::move(limits)) {
   m_facts.order = matrix.Order() - matrix.Held();
   m_facts.isSymmetric = isSymmetric;
   m_factor.emplace(ranks, matrix.Get(), isSymmetric);
@@ -90,7 +89,7 @@ std::vector<int> DirectSolver::HoldLooseUnknowns() {
   std::vector<int> own;
   for (int i = 0; i < OwnRows(); ++i)
     if (largest[static_cast<std::size_t>(i)] == 0.0) own.push_back(FirstRow() + i);
-  std::vector<int> const all = OfAllRanks(own, m_ranks);
+  std::vector<int> all = OfAllRanks(own, m_ranks);
   if (!all.empty()) m_matrix.Hold(own);
   return all;
 }
@@ -193,14 +192,14 @@ void DirectSolver::Solve(double const* b, double* x) {
 
 ConjugateGradients::ConjugateGradients(Ranks const& ranks, HeldMatrix const& matrix, tool::Nodes const* nodes)
     : m_matrix(matrix) {
-  Mat const a = matrix.Get();
+  Mat a = matrix.Get();
   if (nodes != nullptr) {
     Check(MatSetBlockSize(a, nodes->unknownsOfNode));
     Check(MatSetNearNullSpace(a, RigidBodyMotions(a, *nodes).Get()));
   }
   Check(MatSetOption(a, MAT_SPD, PETSC_TRUE));
   Check(KSPCreate(ranks.Communicator(), m_solver.Receive()));
-  KSP const solver = m_solver.Get();
+  KSP solver = m_solver.Get();
   Check(KSPSetOperators(solver, a, a));
   Check(KSPSetType(solver, KSPCG));
   Check(KSPSetNormType(solver, KSP_NORM_UNPRECONDITIONED));
@@ -268,7 +267,7 @@ bool Orthonormalize(Vec vector, std::vector<Vec> const& others) {
   PetscReal before = 0.0, after = 0.0;
   Check(VecNorm(vector, NORM_2, &before));
   for (int pass = 0; pass < 2; ++pass)
-    for (Vec const other : others) {
+    for (Vec other : others) {
       PetscScalar share = 0.0;
       Check(VecDot(vector, other, &share));
       Check(VecAXPY(vector, -share, other));

@@ -52,7 +52,6 @@ private:
   Ranks const& m_ranks;
   RankProcesses m_processes;
   HeldMatrix& m_matrix;
-  bool m_isSymmetric;
   DistributedPencil::Limits m_limits;
   std::optional<MumpsFactor> m_factor;
   ORXSrvFactorFacts m_facts;
