@@ -158,9 +158,8 @@ private:
     std::vector<int> columns(outside.columns.Data(), outside.columns.Data() + count);
     std::ranges::sort(columns);
     columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
-    std::vector<ColumnSum> sums;
-    for (int const column : columns)
-      sums.push_back({column, 0, {}});
+    std::vector<ColumnSum> sums(columns.size());
+    std::ranges::transform(columns, sums.begin(), [](int column) { return ColumnSum{column, 0, {}}; });
     for (PetscInt k = 0; k < count; ++k)
       std::ranges::lower_bound(sums, outside.columns[k], {}, &ColumnSum::column)->Add(outside.values[k]);
     return sums;

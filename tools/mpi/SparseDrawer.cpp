@@ -8,6 +8,8 @@
 #include <functional>
 #include <limits>
 #include <optional>
+#include <utility>
+#include <vector>
 
 namespace orx::mpi {
 namespace {
@@ -31,23 +33,41 @@ void AddTo(RunningChecksum& sum, T const* values, std::int64_t count) {
   sum.Add(values, static_cast<std::size_t>(count) * sizeof(T));
 }
 
-/// The checksum of an array goes from rank to rank; each adds the bytes that it has.
-void CompareChecksum(StoredArray const& array, Ranks const& ranks,
-                     std::function<void(RunningChecksum&)> const& addOwn) {
-  if (!array.Checksum()) return;
-  RunningChecksum sum;
-  int const own = ranks.Rank();
-  bool const isLast = own + 1 == ranks.Count();
-  if (own > 0) MPI_Recv(&sum, sizeof sum, MPI_BYTE, own - 1, 0, ranks.Communicator(), MPI_STATUS_IGNORE);
-  addOwn(sum);
-  if (!isLast) MPI_Send(&sum, sizeof sum, MPI_BYTE, own + 1, 0, ranks.Communicator());
-  ranks.OnEach([&] {
-    if (isLast && sum.Value() != *array.Checksum())
-      Refuse(array, Format("its checksum is %016llx, expected %016llx, with which it was written",
-                           static_cast<unsigned long long>(sum.Value()),
-                           static_cast<unsigned long long>(*array.Checksum())));
-  });
-}
+/// The checksums of arrays go from rank to rank; each adds the bytes that it has, and goes on with the next
+/// array while the others do the same. The last rank compares.
+class ChecksumRelay {
+public:
+  explicit ChecksumRelay(Ranks const& ranks) : m_ranks(ranks), m_isLast(ranks.Rank() + 1 == ranks.Count()) {}
+
+  void Pass(StoredArray const& array, std::function<void(RunningChecksum&)> const& addOwn) {
+    if (!array.Checksum()) return;
+    RunningChecksum sum;
+    int const own = m_ranks.Rank();
+    if (own > 0) MPI_Recv(&sum, sizeof sum, MPI_BYTE, own - 1, 0, m_ranks.Communicator(), MPI_STATUS_IGNORE);
+    addOwn(sum);
+    if (!m_isLast) MPI_Send(&sum, sizeof sum, MPI_BYTE, own + 1, 0, m_ranks.Communicator());
+    m_sums.emplace_back(&array, sum.Value());
+  }
+
+  /// Refuses the first array that does not have its checksum.
+  void Compare() const {
+    m_ranks.OnEach([&] {
+      for (auto const& [array, sum] : m_sums)
+        if (m_isLast && sum != *array->Checksum()) RefuseChecksum(*array, sum);
+    });
+  }
+
+private:
+  [[noreturn]] static void RefuseChecksum(StoredArray const& array, std::uint64_t sum) {
+    Refuse(array,
+           Format("its checksum is %016llx, expected %016llx, with which it was written",
+                  static_cast<unsigned long long>(sum), static_cast<unsigned long long>(*array.Checksum())));
+  }
+
+  Ranks const& m_ranks;
+  bool const m_isLast;
+  std::vector<std::pair<StoredArray const*, std::uint64_t>> m_sums;
+};
 
 /// The arrays of one drawer.
 class SparseDrawer {
@@ -123,21 +143,23 @@ private:
   }
 
   void CompareChecksums() const {
-    CompareChecksum(m_pointers, m_ranks, [&](RunningChecksum& sum) {
+    ChecksumRelay relay(m_ranks);
+    relay.Pass(m_pointers, [&](RunningChecksum& sum) {
       bool const isLast = m_ranks.Rank() + 1 == m_ranks.Count();
       AddTo(sum, m_share.rowPointers.data(), m_share.own.count + (isLast ? 1 : 0));
     });
-    CompareChecksum(m_columns, m_ranks, [&](RunningChecksum& sum) {
+    relay.Pass(m_columns, [&](RunningChecksum& sum) {
       for (RowPiece const& piece : m_share.pieces)
         AddTo(sum, piece.columns.Data(), piece.Entries());
     });
-    CompareChecksum(m_values, m_ranks, [&](RunningChecksum& sum) {
+    relay.Pass(m_values, [&](RunningChecksum& sum) {
       for (RowPiece const& piece : m_share.pieces)
         AddTo(sum, piece.values.Data(), piece.Entries());
     });
     if (m_diagonal)
-      CompareChecksum(*m_diagonal, m_ranks,
-                      [&](RunningChecksum& sum) { AddTo(sum, m_share.diagonal.data(), m_share.own.count); });
+      relay.Pass(*m_diagonal,
+                 [&](RunningChecksum& sum) { AddTo(sum, m_share.diagonal.data(), m_share.own.count); });
+    relay.Compare();
   }
 
   SparsePlace const& m_place;
