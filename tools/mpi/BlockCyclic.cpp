@@ -14,6 +14,20 @@ void pdgemm_(char const* transA, char const* transB, int const* m, int const* n,
              double const* alpha, double const* a, int const* ia, int const* ja, int const* descA,
              double const* b, int const* ib, int const* jb, int const* descB, double const* beta, double* c,
              int const* ic, int const* jc, int const* descC);
+void pdgeadd_(char const* trans, int const* m, int const* n, double const* alpha, double const* a,
+              int const* ia, int const* ja, int const* descA, double const* beta, double* c, int const* ic,
+              int const* jc, int const* descC);
+void pdpotrf_(char const* uplo, int const* n, double* a, int const* ia, int const* ja, int const* descA,
+              int* info);
+void pdsygst_(int const* type, char const* uplo, int const* n, double* a, int const* ia, int const* ja,
+              int const* descA, double const* b, int const* ib, int const* jb, int const* descB,
+              double* scale, int* info);
+void pdsyevd_(char const* jobz, char const* uplo, int const* n, double* a, int const* ia, int const* ja,
+              int const* descA, double* w, double* z, int const* iz, int const* jz, int const* descZ,
+              double* work, int const* lwork, int* iwork, int const* liwork, int* info);
+void pdtrsm_(char const* side, char const* uplo, char const* trans, char const* diag, int const* m,
+             int const* n, double const* alpha, double const* a, int const* ia, int const* ja,
+             int const* descA, double* b, int const* ib, int const* jb, int const* descB);
 }
 
 namespace orx::mpi {
@@ -104,6 +118,61 @@ void Multiply(BlockCyclicMatrix& a, bool isTransposed, BlockCyclicMatrix& b, Blo
   pdgemm_(isTransposed ? "T" : "N", "N", &rows, &columns, &inner, &alpha, a.Values(), &one, &one,
           a.Descriptor(), b.Values(), &one, &one, b.Descriptor(), &beta, c.Values(), &one, &one,
           c.Descriptor());
+}
+
+void AddTo(BlockCyclicMatrix& c, double beta, BlockCyclicMatrix& a, double alpha, bool isTransposed) {
+  int const one = 1, rows = c.Rows(), columns = c.Columns();
+  pdgeadd_(isTransposed ? "T" : "N", &rows, &columns, &alpha, a.Values(), &one, &one, a.Descriptor(), &beta,
+           c.Values(), &one, &one, c.Descriptor());
+}
+
+void CopyColumns(BlockCyclicMatrix& a, int first, BlockCyclicMatrix& c) {
+  int const one = 1, from = first + 1, rows = c.Rows(), columns = c.Columns();
+  double const alpha = 1.0, beta = 0.0;
+  pdgeadd_("N", &rows, &columns, &alpha, a.Values(), &one, &from, a.Descriptor(), &beta, c.Values(), &one,
+           &one, c.Descriptor());
+}
+
+int FactorizeDefinite(BlockCyclicMatrix& a) {
+  int const one = 1, order = a.Rows();
+  int info = 0;
+  pdpotrf_("L", &order, a.Values(), &one, &one, a.Descriptor(), &info);
+  return info;
+}
+
+int SolveReduced(BlockCyclicMatrix& a, BlockCyclicMatrix& l, std::vector<double>& nu,
+                 BlockCyclicMatrix& vectors) {
+  int const one = 1, order = a.Rows();
+  double scale = 1.0;
+  int info = 0;
+  pdsygst_(&one, "L", &order, a.Values(), &one, &one, a.Descriptor(), l.Values(), &one, &one, l.Descriptor(),
+           &scale, &info);
+  if (info != 0) return info;
+  nu.resize(static_cast<std::size_t>(order));
+  std::vector<double> work(1);
+  std::vector<int> integers(1);
+  for (bool const isQuery : {true, false}) {
+    int const length = isQuery ? -1 : static_cast<int>(work.size());
+    int const integerLength = isQuery ? -1 : static_cast<int>(integers.size());
+    pdsyevd_("V", "L", &order, a.Values(), &one, &one, a.Descriptor(), nu.data(), vectors.Values(), &one,
+             &one, vectors.Descriptor(), work.data(), &length, integers.data(), &integerLength, &info);
+    if (info != 0 || !isQuery) break;
+    // The query forgets what the back transformation of small matrices takes.
+    std::int64_t const block = a.Descriptor()[4], cells = a.Descriptor()[8] + vectors.Part().columns.size();
+    work.resize(static_cast<std::size_t>(work.front()) +
+                static_cast<std::size_t>(4 * block * (block + cells)));
+    integers.resize(static_cast<std::size_t>(integers.front()));
+  }
+  for (double& value : nu)
+    value *= scale;
+  return info;
+}
+
+void SolveTransposed(BlockCyclicMatrix& l, BlockCyclicMatrix& x) {
+  int const one = 1, rows = x.Rows(), columns = x.Columns();
+  double const alpha = 1.0;
+  pdtrsm_("L", "L", "T", "N", &rows, &columns, &alpha, l.Values(), &one, &one, l.Descriptor(), x.Values(),
+          &one, &one, x.Descriptor());
 }
 
 } // namespace orx::mpi

@@ -58,6 +58,23 @@ public:
   int const* Descriptor() const noexcept { return m_descriptor.data(); }
   LocalPart Part() const;
 
+  /// Calls visit(row, column, value) for each cell of this rank, by columns.
+  template<class Visit>
+  void ForEachLocal(Visit const& visit) {
+    ForEachLocalPair(*this, [&](int row, int column, double& value, double) { visit(row, column, value); });
+  }
+  /// Calls visit(row, column, value, valueOfOther), the value by reference. REQUIRES two matrices of one
+  /// shape and block length.
+  template<class Visit>
+  void ForEachLocalPair(BlockCyclicMatrix const& other, Visit const& visit) {
+    std::int64_t at = 0;
+    for (int const column : m_columnPositions)
+      for (int const row : m_rowPositions) {
+        visit(row, column, m_values[at], other.m_values[at]);
+        ++at;
+      }
+  }
+
   /// Each rank reads its blocks. Collective.
   void ReadFrom(DenseDrawer const& drawer);
 
@@ -74,7 +91,22 @@ private:
 /// A block length that gives each rank several blocks of a matrix and ScaLAPACK long enough ones.
 int BlockLengthFor(int length, ProcessGrid const& grid);
 
-/// C = A * B, or A^T * B. REQUIRES fitting shapes and one block length. Collective.
+// Operations of ScaLAPACK, all collective. REQUIRE fitting shapes and one block length.
+
+/// C = A * B, or A^T * B.
 void Multiply(BlockCyclicMatrix& a, bool isTransposed, BlockCyclicMatrix& b, BlockCyclicMatrix& c);
+/// C = beta * C + alpha * A, or A^T.
+void AddTo(BlockCyclicMatrix& c, double beta, BlockCyclicMatrix& a, double alpha, bool isTransposed);
+/// Columns of A from `first` on become all columns of C.
+void CopyColumns(BlockCyclicMatrix& a, int first, BlockCyclicMatrix& c);
+/// Replaces the lower triangle of A by L of A = L L^T. Returns 0, or the order of the first leading part that
+/// is not positive definite.
+int FactorizeDefinite(BlockCyclicMatrix& a);
+/// All eigenvalues nu of A y = nu L L^T y, ascending, and the vectors L^T y, of length 1. A is overwritten.
+/// Returns 0, or the code of a solver that does not converge.
+int SolveReduced(BlockCyclicMatrix& a, BlockCyclicMatrix& l, std::vector<double>& nu,
+                 BlockCyclicMatrix& vectors);
+/// X = L^-T X.
+void SolveTransposed(BlockCyclicMatrix& l, BlockCyclicMatrix& x);
 
 } // namespace orx::mpi

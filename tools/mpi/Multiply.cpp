@@ -1,11 +1,10 @@
 #include "tools/mpi/Multiply.h"
 
+#include "tools/mpi/Operand.h"
 #include "tools/mpi/Panels.h"
-#include "tools/mpi/SourceOnRanks.h"
-#include "tools/mpi/SparseDrawer.h"
+#include "tools/mpi/SplitRows.h"
 
 #include "tools/formats/ColumnsDatabase.h"
-#include "tools/formats/DatabaseMatrix.h"
 #include "tools/formats/OutputFile.h"
 #include "tools/terminal/Memory.h"
 #include "tools/terminal/Progress.h"
@@ -22,62 +21,8 @@ namespace {
 
 using tool::ExitCode;
 using tool::Format;
-using tool::InputFile;
 using tool::StoredMatrix;
 using tool::ToolError;
-
-/// A matrix of a database, which the root keeps open: the lock keeps writers away while all ranks read.
-class Operand {
-public:
-  /// Collective. The matrix is known to all ranks, the labels to the root.
-  Operand(std::string const& name, Ranks const& ranks) {
-    ranks.OnRoot([&] { Find(name); });
-    ranks.Broadcast(m_path);
-    ranks.Broadcast(m_drawer);
-    ranks.Broadcast(m_shape);
-  }
-
-  std::string const& Name() const noexcept { return m_name; } ///< on the root
-  std::string const& Path() const noexcept { return m_path; }
-  int Rows() const noexcept { return m_shape.rows; }
-  int Columns() const noexcept { return m_shape.columns; }
-  bool IsSparse() const noexcept { return m_shape.isSparse; }
-  DensePlace Dense() const { return {m_drawer, Rows(), Columns(), m_shape.isSymmetric}; }
-  SparsePlace Sparse() const { return {m_drawer, Rows(), Columns(), m_shape.isSymmetric}; }
-  StoredMatrix const& Stored() const noexcept { return m_stored; } ///< on the root
-
-  std::string Text(char const* letter) const {
-    return tool::Note(Format("%s: %s, %s%s, %d x %d", letter, m_name.c_str(), IsSparse() ? "sparse" : "dense",
-                             m_shape.isSymmetric ? " symmetric" : "", Rows(), Columns()));
-  }
-
-private:
-  struct Shape {
-    int rows, columns;
-    bool isSparse, isSymmetric;
-  };
-
-  void Find(std::string const& name) {
-    InputFile const file(name);
-    if (!tool::HoldsDatabase(file.Path()))
-      throw ToolError(ExitCode::UnusableInput,
-                      "'" + name + "' is no database; expected matrices of databases");
-    RefuseUnfinishedCommit(file.Path());
-    tool::OpenToRead(m_database, file.Path());
-    m_stored = tool::FindMatrix(m_database, file.Path(), file.MatrixName(), "");
-    m_name = tool::FullName(file, m_stored);
-    m_path = file.Path();
-    m_drawer = m_stored.DrawerPath();
-    m_shape = {m_stored.rows, m_stored.columns, m_stored.IsSparse(),
-               m_stored.kind == StoredMatrix::Kind::SparseSymmetric ||
-                   m_stored.kind == StoredMatrix::Kind::DenseSymmetric};
-  }
-
-  ORXSimDatabase m_database; ///< the root's
-  StoredMatrix m_stored;     ///< the root's
-  std::string m_name, m_path, m_drawer;
-  Shape m_shape{};
-};
 
 /// The new database, which the root writes.
 class ProductFile {
@@ -140,33 +85,11 @@ void RequireFitting(Operand const& a, bool isTransposed, Operand const& b) {
                          inner, isTransposed ? "rows" : "columns", b.Name().c_str(), b.Rows()));
 }
 
-/// Ranks that share the memory of this one's machine.
-int RanksOfMachine(Ranks const& ranks) {
-  MPI_Comm machine = MPI_COMM_NULL;
-  int count = 1;
-  MPI_Comm_split_type(ranks.Communicator(), MPI_COMM_TYPE_SHARED, ranks.Rank(), MPI_INFO_NULL, &machine);
-  MPI_Comm_size(machine, &count);
-  MPI_Comm_free(&machine);
-  return count;
-}
-
-/// The dense ones of the three matrices must fit, and each rank's share of each into PETSc's and ScaLAPACK's
-/// integers.
+/// A sparse matrix is small beside the others.
 void RequireRoom(Operand const& a, Operand const& b, int rows, Ranks const& ranks) {
-  int const neighbours = RanksOfMachine(ranks);
   double const ofA = a.IsSparse() ? 0.0 : static_cast<double>(a.Rows()) * a.Columns();
   double const cells = ofA + (static_cast<double>(b.Rows()) + rows) * b.Columns();
-  double const needed = 8.0 * cells / ranks.Count() * neighbours;
-  ranks.OnEach([&] {
-    std::optional<std::uint64_t> const available = tool::AvailableMemory();
-    if (available && needed > static_cast<double>(*available))
-      throw ToolError(
-          ExitCode::Failure,
-          Format("the shares of %d ranks of A, B and the product need %s of memory on a machine, %s "
-                 "are available; expected more machines",
-                 neighbours, tool::Gigabytes(needed).c_str(),
-                 tool::Gigabytes(static_cast<double>(*available)).c_str()));
-  });
+  RequireRoom(cells, "A, B and the product", ranks);
 }
 
 using WritePanel = std::function<void(int, int, double const*)>;
@@ -253,7 +176,7 @@ void MultiplySparse(Operand const& a, MultiplyOptions const& options, Operand co
 } // namespace
 
 std::string MultiplyText(MultiplyOptions const& options, Ranks const& ranks) {
-  Operand const a(options.a, ranks), b(options.b, ranks);
+  Operand const a(options.a, "", ranks), b(options.b, "", ranks);
   std::optional<ProductFile> product;
   std::optional<tool::Progress> progress;
   ranks.OnRoot([&] {

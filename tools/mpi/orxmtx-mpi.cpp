@@ -1,5 +1,6 @@
 // orxmtx-mpi: commands of orxmtx on many ranks, for matrices that one machine is not enough for.
 
+#include "tools/mpi/DenseModes.h"
 #include "tools/mpi/Info.h"
 #include "tools/mpi/Modes.h"
 #include "tools/mpi/Multiply.h"
@@ -78,6 +79,12 @@ void AddSolveOnRanks(CLI::App& app, orx::mpi::SolveOptions& options) {
       ->check(EmptyNameFault);
 }
 
+void PerformModes(ModesOptions const& options, Ranks const& ranks) {
+  auto const printModes =
+      orx::mpi::AreDense(options, ranks) ? orx::mpi::PrintDenseModes : orx::mpi::PrintModes;
+  printModes(options, ranks, PrintBeside(options.shapesPath));
+}
+
 /// All of the program, on each rank.
 void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
   CLI::App app("Matrices of finite-element models on many ranks: what files hold, natural frequencies, "
@@ -101,8 +108,7 @@ void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
   if (options.hasEventTable) orx::mpi::BeginEventTable();
   if (app.got_subcommand("info")) PrintOnRoot(ranks, orx::mpi::InfoText(options.infoPath, ranks));
   if (app.got_subcommand("multiply")) PrintOnRoot(ranks, orx::mpi::MultiplyText(options.multiply, ranks));
-  if (app.got_subcommand("modes"))
-    orx::mpi::PrintModes(options.modes, ranks, PrintBeside(options.modes.shapesPath));
+  if (app.got_subcommand("modes")) PerformModes(options.modes, ranks);
   if (app.got_subcommand("solve")) PerformSolve(options.solve, ranks);
   if (options.hasEventTable) orx::mpi::PrintEventTable();
 }
