@@ -3,7 +3,9 @@
 #include "tools/mpi/SparseDrawer.h"
 #include "tools/mpi/SplitRows.h"
 
+#include <chrono>
 #include <fstream>
+#include <thread>
 
 using namespace orx::mpi;
 
@@ -112,4 +114,16 @@ TEST(Ranks, AnErrorOfOneIsTheErrorOfAll) {
     });
   });
   EXPECT_EQ(text, "of the last");
+}
+
+TEST(Ranks, MeetWhenAllHaveAnErrorAndGiveUpWhenSomeDoNotCome) {
+  Ranks const ranks(PETSC_COMM_WORLD);
+  int speaker = -1;
+  EXPECT_TRUE(ranks.Meet(speaker));
+  EXPECT_EQ(speaker, 0);
+  if (ranks.Count() == 1) return;
+  bool const isAlone = ranks.IsRoot();
+  if (!isAlone) std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  EXPECT_NE(ranks.Meet(speaker), isAlone); // what the root began is there for the others
+  MPI_Barrier(ranks.Communicator());
 }
