@@ -127,6 +127,7 @@ private:
       m_columns.Read(at, piece.Entries(), piece.columns.Data());
       m_values.Read(at, piece.Entries(), piece.values.Data());
       RequireColumns(piece, at);
+      if (m_ranks.IsRoot()) AddToSums(piece);
     }
     if (!m_diagonal) return;
     m_share.diagonal.resize(static_cast<std::size_t>(m_share.own.count));
@@ -142,6 +143,13 @@ private:
                    Format(" has column %d, expected 0 to %d", piece.columns[k], m_place.columns - 1));
   }
 
+  void AddToSums(RowPiece const& piece) {
+    AddTo(m_sumOfColumns, piece.columns.Data(), piece.Entries());
+    AddTo(m_sumOfValues, piece.values.Data(), piece.Entries());
+  }
+
+  /// The root has its sums already: nothing comes before its entries, so that it has added each piece while
+  /// the processor's caches had it.
   void CompareChecksums() const {
     ChecksumRelay relay(m_ranks);
     relay.Pass(m_pointers, [&](RunningChecksum& sum) {
@@ -149,10 +157,18 @@ private:
       AddTo(sum, m_share.rowPointers.data(), m_share.own.count + (isLast ? 1 : 0));
     });
     relay.Pass(m_columns, [&](RunningChecksum& sum) {
+      if (m_ranks.IsRoot()) {
+        sum = m_sumOfColumns;
+        return;
+      }
       for (RowPiece const& piece : m_share.pieces)
         AddTo(sum, piece.columns.Data(), piece.Entries());
     });
     relay.Pass(m_values, [&](RunningChecksum& sum) {
+      if (m_ranks.IsRoot()) {
+        sum = m_sumOfValues;
+        return;
+      }
       for (RowPiece const& piece : m_share.pieces)
         AddTo(sum, piece.values.Data(), piece.Entries());
     });
@@ -168,7 +184,8 @@ private:
   StoredArray m_values, m_columns, m_pointers;
   std::optional<StoredArray> m_diagonal;
   RowShare m_share;
-  std::int64_t m_first = 0; ///< the first own entry, among those of the file
+  RunningChecksum m_sumOfColumns, m_sumOfValues; ///< of the root's entries
+  std::int64_t m_first = 0;                      ///< the first own entry, among those of the file
 };
 
 } // namespace
