@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # bench.sh [WORD]: installs what is missing, builds the benchmarks and prints the table of claims about speed; with a
 # word, only the claims whose text contains it. The word half-million makes the one claim that is not made without it: a
-# model of so many unknowns. PETSc, CHOLMOD and SciPy are peers where they are installed.
+# model of so many unknowns. PETSc, CHOLMOD and SciPy are peers where they are installed;
+# orxmtx-mpi is measured where its packages are.
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/install-packages.sh

@@ -30,6 +30,8 @@ void ClaimExchangeFiles(Report& report);
 void ClaimSparseKernels(Report& report);
 /// Transposition, permutation, difference and symmetry test of sparse matrices.
 void ClaimSparseOperations(Report& report);
+/// Modes and reading on many ranks, beside one rank and SLEPc.
+void ClaimManyRanks(Report& report);
 /// Sparse factorization, block solves and modes.
 void ClaimSparseModes(Report& report);
 

@@ -86,6 +86,7 @@ int Run(char const* word) {
   bench::ClaimSparseKernels(report);
   bench::ClaimSparseOperations(report);
   bench::ClaimSparseModes(report);
+  bench::ClaimManyRanks(report);
   report.Summary();
   ORXSrvLinearAlgebra_finalize(tally);
   return report.ExitCode();
