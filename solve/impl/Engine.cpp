@@ -2,12 +2,12 @@
 
 #include "core/mem_Allocator.h"
 #include "solve/impl/ScratchFolder.h"
+#include "solve/mumps/MumpsControls.h"
 #include "solve/search/SolveErrors.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <dmumps_c.h>
 #include <optional>
 #include <scotch.h>
 
@@ -15,23 +15,10 @@ namespace orx {
 
 namespace {
 
-// Names for the elements of MUMPS's control and information arrays, as its users' guide numbers them.
+using namespace mumps;
 
-enum Job { begin = -1, end = -2, analyse = 1, factorize = 2, solve = 3 };
-
-MUMPS_INT& Control(DMUMPS_STRUC_C& id, int number) { return id.icntl[number - 1]; }
-MUMPS_INT Info(DMUMPS_STRUC_C const& id, int number) { return id.infog[number - 1]; }
-
-/// A number of entries; MUMPS gives large ones in millions, with a minus sign.
-std::int64_t Count(MUMPS_INT info) { return info >= 0 ? info : -std::int64_t{1000000} * info; }
-
-constexpr std::int64_t megabyte = 1000000;
-/// Factors go to disk by way of a buffer, and without the thread that usually writes: when the disk is full
-/// it ends, and MUMPS waits for it forever.
-constexpr int writeInTurn = 3;
 /// A pivot below this share of the largest entry is exactly zero: rounding errors leave more.
 constexpr double exactZero = 1e-20;
-constexpr int usualSlack = 30; ///< percent of workspace beyond the estimate, for delayed pivots
 
 extern "C" void dgetrf_(int const* m, int const* n, double* a, int const* lda, int* pivots, int* info);
 
@@ -51,29 +38,6 @@ void RequireBlasMemory() {
 std::string Megabytes(std::int64_t bytes) {
   return std::to_string((bytes + megabyte - 1) / megabyte) + " MB";
 }
-
-/// While it lives, SCOTCH does without threads of its own: with them orderings differ from run to run. It
-/// asks the environment, and nobody else reads it meanwhile: all calls into the library come from one thread.
-class OneThread {
-public:
-  OneThread() {
-    if (char const* const value = std::getenv(name)) m_before = value;
-    setenv(name, "1", 1);
-  }
-  OneThread(OneThread const&) = delete;
-  OneThread& operator=(OneThread const&) = delete;
-  ~OneThread() {
-    if (m_before) {
-      setenv(name, m_before->c_str(), 1);
-    } else {
-      unsetenv(name);
-    }
-  }
-
-private:
-  static constexpr char name[] = "SCOTCH_PTHREAD_NUMBER";
-  std::optional<std::string> m_before;
-};
 
 } // namespace
 
@@ -112,10 +76,8 @@ struct Engine::State {
 
 void Engine::State::RaiseFailure(char const* what, std::string const& where) {
   int const code = Info(id, 1), detail = Info(id, 2);
-  constexpr int outOfMemory[] = {-5, -7, -13};
-  if (std::ranges::find(outOfMemory, code) != std::end(outOfMemory))
-    throw mem_OutOfMemory(static_cast<std::size_t>(Count(detail)) * sizeof(double));
-  if (code == -90)
+  if (IsOutOfMemory(code)) throw mem_OutOfMemory(static_cast<std::size_t>(Count(detail)) * sizeof(double));
+  if (code == diskFailed)
     RaiseSolveError(ORXSrvSolveError::onDisk,
                     std::string(what) + ": the factor cannot be written to " + where + ". Is the disk full?");
   RaiseSolveError(ORXSrvSolveError::engineFailed, std::string(what) + ": MUMPS ended with code " +
@@ -129,10 +91,8 @@ Engine::Engine(ShiftedMatrix const& matrix) {
   State& state = *m_state;
   DMUMPS_STRUC_C& id = state.id;
   if (state.HasFailed()) state.RaiseFailure("ORXSrvSparseFactor::Analyse", {});
-  for (int const messages : {1, 2, 3, 4})
-    Control(id, messages) = 0; // no printing
-  Control(id, 7) = 3;          // SCOTCH
-  id.keep[98] = writeInTurn;
+  SetForAll(id);
+  Control(id, 7) = 3; // SCOTCH
   state.Lend(matrix);
   // With zeros on the diagonal MUMPS looks for pairs of unknowns that make good pivots, from the values.
   if (!matrix.HasZeroOnDiagonal()) {
@@ -188,13 +148,7 @@ std::optional<EngineFacts> Engine::TryFactorize(ShiftedMatrix const& matrix, Eng
     std::snprintf(id.ooc_prefix, sizeof id.ooc_prefix, "factor");
   }
   state.Lend(matrix);
-  constexpr int workspaceTooSmall[] = {-8, -9, -14, -15, -17, -18, -20};
-  for (int slack = usualSlack; slack <= 1000; slack *= 3) {
-    Control(id, 14) = slack;
-    state.Run(factorize);
-    if (std::ranges::find(workspaceTooSmall, Info(id, 1)) == std::end(workspaceTooSmall)) break;
-  }
-  constexpr int singular = -10;
+  FactorizeWithSlack(id, [&] { state.Run(factorize); });
   if (Info(id, 1) == singular) return {};
   if (state.HasFailed())
     state.RaiseFailure("ORXSrvSparseFactor::Factorize", state.folder ? state.folder->Path() : "");

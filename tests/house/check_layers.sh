@@ -47,7 +47,7 @@ function may_use_hdf5(file) { return file ~ /^platform\/sim\/impl\/store\/|^test
 function check_foreign(file, line, header) {
   if (exists(header) || exists("platform/" header)) fail(file ":" line ": " header " is ours, and included with quotes")
   if (header == "blis.h" && file !~ /^blac\/impl\//) fail(file ":" line ": only blac/impl/ includes blis.h")
-  if (header ~ /^(dmumps_c|scotch)\.h$/ && file !~ /^solve\/impl\/|^bench\/peers\/mumps_peer/) fail(file ":" line ": only solve/impl/ includes " header)
+  if (header ~ /^(dmumps_c|scotch)\.h$/ && file !~ /^solve\/(impl|mumps)\/|^tools\/mpi\/|^bench\/peers\/mumps_peer/) fail(file ":" line ": only solve/ and tools/mpi/ include " header)
   if (header == "hdf5.h" && !may_use_hdf5(file)) fail(file ":" line ": only platform/sim/impl/store/ includes hdf5.h")
   if (header ~ /^(petsc|slepc|mpi)[a-z]*\.h$/ && file !~ /^(tests|tools)\/mpi\/|^bench\/peers\//) fail(file ":" line ": only tools/mpi/ includes " header)
   if (header == "png.h" && file !~ /^(tests\/)?tools?\//) fail(file ":" line ": only tools/ includes png.h")

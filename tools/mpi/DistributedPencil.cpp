@@ -149,7 +149,7 @@ void DistributedPencil::MakeShifted(double shift) {
 MumpsFactor::Estimate DistributedPencil::Foresee() {
   if (!m_factor) {
     MakeShifted(StartShift());
-    m_factor.emplace(m_ranks, m_shifted.Get());
+    m_factor.emplace(m_ranks, *m_rows, m_order);
     ORXSrvProgress::Report("ORXSrvModes, analysis", 1, 2);
   }
   return m_factor->Foreseen();
@@ -158,7 +158,7 @@ MumpsFactor::Estimate DistributedPencil::Foresee() {
 std::optional<int> DistributedPencil::TryFactorize(double shift) {
   Foresee();
   MakeShifted(shift);
-  return m_factor->TryFactorize(m_shifted.Get(), m_limits.memory, m_limits.folder);
+  return m_factor->TryFactorize(*m_rows, m_limits.memory, m_limits.folder);
 }
 
 Handle<Mat> DistributedPencil::DiagonalMatrix(std::vector<double> const& own) const {
@@ -187,8 +187,9 @@ void DistributedPencil::RefuseNullMotions() {
   Handle<Mat> stiffer;
   Check(MatDuplicate(m_shifted.Get(), MAT_COPY_VALUES, stiffer.Receive()));
   Check(MatAXPY(stiffer.Get(), stiffening, springs.Get(), DIFFERENT_NONZERO_PATTERN));
-  MumpsFactor factor(m_ranks, stiffer.Get());
-  if (!factor.TryFactorize(stiffer.Get(), m_limits.memory, m_limits.folder)) return;
+  LocalRows const rows(stiffer.Get());
+  MumpsFactor factor(m_ranks, rows, m_order);
+  if (!factor.TryFactorize(rows, m_limits.memory, m_limits.folder)) return;
   std::vector<double> const units = std::exchange(x, std::vector<double>(x.size()));
   std::mt19937_64 generator(SeedOf(m_processes, 3));
   FillRandomly(x, generator);

@@ -40,10 +40,9 @@ LocalRows::LocalRows(Mat matrix, Parts const& parts) : m_inside(parts.inside), m
   Check(MatGetOwnershipRange(matrix, &m_first, &end));
   Check(MatGetSize(parts.outside, nullptr, &others));
   m_others.assign(parts.others, parts.others + others);
-  PetscLayout layout = nullptr;
-  Check(MatGetLayouts(matrix, nullptr, &layout));
+  Check(MatGetLayouts(matrix, nullptr, &m_layout));
   Check(PetscSFCreate(PetscObjectComm(reinterpret_cast<PetscObject>(matrix)), &m_exchange));
-  Check(PetscSFSetGraphLayout(m_exchange, layout, others, nullptr, PETSC_COPY_VALUES, m_others.data()));
+  Check(PetscSFSetGraphLayout(m_exchange, m_layout, others, nullptr, PETSC_COPY_VALUES, m_others.data()));
   MPI_Type_contiguous(measuredTogether, MPI_DOUBLE, &m_group);
   MPI_Type_commit(&m_group);
 }

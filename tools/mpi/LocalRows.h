@@ -26,6 +26,9 @@ public:
     return column < Count() ? m_first + column : m_others[static_cast<std::size_t>(column - Count())];
   }
 
+  /// Of the unknowns on the ranks; the matrix's.
+  PetscLayout Layout() const noexcept { return m_layout; }
+
   /// Vectors by components, a component for each column: those of this rank from `count` vectors x without
   /// gaps, the others from their ranks. Collective, as all functions that need components of others.
   std::vector<VectorGroup> Gather(double const* x, int count) const;
@@ -77,6 +80,7 @@ private:
   int m_first = 0; ///< row of the whole matrix
   std::vector<PetscInt> m_others;
   Block m_inside, m_outside;
+  PetscLayout m_layout = nullptr;
   PetscSF m_exchange = nullptr;
   MPI_Datatype m_group = MPI_DATATYPE_NULL;
 };

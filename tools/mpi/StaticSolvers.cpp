@@ -53,7 +53,7 @@ DirectSolver::DirectSolver(Ranks const& ranks, HeldMatrix& matrix, bool isSymmet
     : m_ranks(ranks), m_processes(ranks), m_matrix(matrix), m_limits(std::move(limits)) {
   m_facts.order = matrix.Order() - matrix.Held();
   m_facts.isSymmetric = isSymmetric;
-  m_factor.emplace(ranks, matrix.Get(), isSymmetric);
+  m_factor.emplace(ranks, matrix.Rows(), matrix.Order(), isSymmetric);
   Factorize();
   m_facts.positive = m_facts.order - m_facts.negative;
   m_facts.entries = m_factor->Foreseen().entries;
@@ -67,7 +67,7 @@ void DirectSolver::Factorize() {
   std::vector<int> motions;
   while (static_cast<int>(motions.size()) < mostMotions) {
     std::optional<int> const negative =
-        m_factor->TryFactorize(m_matrix.Get(), m_limits.memory, m_limits.folder);
+        m_factor->TryFactorize(m_matrix.Rows(), m_limits.memory, m_limits.folder);
     if (negative) m_facts.negative = *negative;
     if (negative && IsRegular()) break;
     if (!negative) FactorizeNearby();
@@ -105,7 +105,7 @@ void DirectSolver::FactorizeNearby() {
   Handle<Mat> nearby;
   Check(MatDuplicate(m_matrix.Get(), MAT_COPY_VALUES, nearby.Receive()));
   Check(MatShift(nearby.Get(), 1e-13 * m_matrix.Scale()));
-  if (!m_factor->TryFactorize(nearby.Get(), m_limits.memory, m_limits.folder))
+  if (!m_factor->TryFactorize(LocalRows(nearby.Get()), m_limits.memory, m_limits.folder))
     throw ToolError(ExitCode::Failure, "K is singular: orxmtx check looks for the cause");
 }
 
