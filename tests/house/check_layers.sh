@@ -43,7 +43,7 @@ function check(file, line, included,    target, unit, other, owner) {
   if (index(allowed[unit], " public ") && target ~ /^(platform\/core|platform\/sim|blac|mtx|module|solve|host)\/[^\/]+$/) return
   fail(file ":" line ": " unit " may not include " included " of " other)
 }
-function may_use_hdf5(file) { return file ~ /^platform\/sim\/impl\/store\/|^tests\/sim\/|^(tests|tools)\/mpi\/|^bench\/peers\/Hdf5Peer/ }
+function may_use_hdf5(file) { return file ~ /^platform\/sim\/impl\/store\/|^tests\/sim\/|^(tests|tools)\/mpi\/|^bench\/(peers\/Hdf5Peer|rows_on_ranks)/ }
 function check_foreign(file, line, header) {
   if (exists(header) || exists("platform/" header)) fail(file ":" line ": " header " is ours, and included with quotes")
   if (header == "blis.h" && file !~ /^blac\/impl\//) fail(file ":" line ": only blac/impl/ includes blis.h")
