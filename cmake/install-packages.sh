@@ -4,7 +4,8 @@
 
 # What orxmtx-mpi is made with and run by.
 # shellcheck disable=SC2034 # for those who source this
-orx_mpi_packages="libslepc-real-dev libpetsc-real-dev libhdf5-openmpi-dev libopenmpi-dev openmpi-bin"
+orx_mpi_packages="libslepc-real-dev libpetsc-real-dev libhdf5-openmpi-dev libscalapack-openmpi-dev libmumps-dev
+  libscotch-dev libopenmpi-dev openmpi-bin"
 
 orx_is_installed() {
   [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]

@@ -86,7 +86,7 @@ std::vector<int> ListNeighbours(LocalRows const& rows, std::vector<int> const& g
   auto const end = [&](int row) {
     std::ranges::sort(list);
     list.erase(std::unique(list.begin(), list.end()), list.end());
-    int const group = groupOf[static_cast<std::size_t>(firstRow + row)];
+    int const group = groupOf[static_cast<std::size_t>(firstRow) + static_cast<std::size_t>(row)];
     if (group != listedGroup || list != before) {
       lists.push_back(group);
       lists.push_back(static_cast<int>(list.size()));
@@ -101,7 +101,8 @@ std::vector<int> ListNeighbours(LocalRows const& rows, std::vector<int> const& g
     for (; current < row; ++current)
       end(current);
     int const group = groupOf[static_cast<std::size_t>(rows.UnknownOf(column))];
-    if (group != groupOf[static_cast<std::size_t>(firstRow + row)]) list.push_back(group);
+    if (group != groupOf[static_cast<std::size_t>(firstRow) + static_cast<std::size_t>(row)])
+      list.push_back(group);
   });
   for (; current < rows.Count(); ++current)
     end(current);
