@@ -15,12 +15,12 @@ namespace {
 struct Chain {
   Dense k, m;
 
-  Chain(int order, bool isHeld) : k{order, order, {}}, m{order, order, {}} {
+  Chain(int order, bool isHeld) : k(order, order), m(order, order) {
     for (int j = 0; j < order; ++j)
       for (int i = 0; i < order; ++i) {
         bool const isEnd = i == 0 || i == order - 1, isNext = i - j == 1 || j - i == 1;
-        k.values.push_back(i == j ? (isEnd && !isHeld ? 1e6 : 2e6) : isNext ? -1e6 : 0.0);
-        m.values.push_back(i == j ? 4.0 + i % 3 : isNext ? 1.0 : 0.0);
+        k(i, j) = i == j ? (isEnd && !isHeld ? 1e6 : 2e6) : isNext ? -1e6 : 0.0;
+        m(i, j) = i == j ? 4.0 + i % 3 : isNext ? 1.0 : 0.0;
       }
   }
 };

@@ -1,18 +1,11 @@
 #pragma once
 
 #include "tests/mpi/MpiSupport.h"
+#include "tests/support/Dense.h"
 
 #include "mtx/ORXSrvUtilities.h"
 
 #include <numeric>
-
-/// A matrix by columns.
-struct Dense {
-  int rows = 0, columns = 0;
-  std::vector<double> values;
-
-  double At(int i, int j) const { return values[static_cast<std::size_t>(j) * rows + i]; }
-};
 
 enum class Form { Whole, Chunked, Symmetric, Sparse };
 
@@ -28,7 +21,7 @@ inline void WriteSparse(ORXSimTransaction& transaction, ORXSimContextID const& i
   ORXSrvSparseMatrix matrix(dense.rows, dense.columns);
   for (int i = 0; i < dense.rows; ++i)
     for (int j = 0; j < dense.columns; ++j)
-      matrix.AddData(static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j), dense.At(i, j));
+      matrix.AddData(static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j), dense(i, j));
   matrix.EndAssembly();
   ORXSimCSetID rows = Members(context, dense.rows, 100), columns = Members(context, dense.columns, 200);
   ORXSimDistributionID const distribution =
@@ -36,7 +29,7 @@ inline void WriteSparse(ORXSimTransaction& transaction, ORXSimContextID const& i
   matrix.Export(rows, columns, distribution);
 }
 
-/// A database of one matrix, with row labels from 100 and column labels from 200.
+/// A database of one matrix without gaps, with row labels from 100 and column labels from 200.
 inline void WriteMatrix(std::string const& path, Dense const& dense, Form form) {
   AllRanks().OnRoot([&] {
     ORXSimDatabase database;

@@ -2,6 +2,7 @@
 
 #include "tools/mpi/Operand.h"
 #include "tools/mpi/Panels.h"
+#include "tools/mpi/RootsFiles.h"
 
 #include "tools/commands/ModesReport.h"
 #include "tools/formats/ShapesFile.h"
@@ -384,6 +385,7 @@ void PrintDenseModes(tool::ModesOptions const& options, Ranks const& ranks,
     tool::RequireUsableNames(options);
     if (!options.shapesPath.empty()) shapesFile.emplace(options.shapesPath);
   });
+  RootsFiles const rootsFiles(ranks);
   Operand const k(options.stiffnessPath, "K", ranks);
   std::string massName;
   ranks.OnRoot([&] { massName = tool::MassName(options); });

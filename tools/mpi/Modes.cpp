@@ -2,6 +2,7 @@
 
 #include "tools/mpi/ColumnsForRoot.h"
 #include "tools/mpi/DistributedPencil.h"
+#include "tools/mpi/RootsFiles.h"
 #include "tools/mpi/SourceOnRanks.h"
 
 #include "mtx/ORXSrvDenseMatrix.h"
@@ -77,9 +78,9 @@ std::int64_t MemoryOfRank(Ranks const& ranks, std::int64_t said) {
 class ModesOnRanks {
 public:
   ModesOnRanks(Ranks const& ranks, Handle<Mat> k, Handle<Mat> m, ModeChoice const& choice,
-               double stiffnessError)
+               double stiffnessError, tool::WorkFolder const& folder)
       : m_ranks(ranks), m_k(std::move(k)), m_m(std::move(m)), m_choice(choice),
-        m_stiffnessError(stiffnessError), m_limits{MemoryOfRank(ranks, choice.memory), m_folder.Path()} {
+        m_stiffnessError(stiffnessError), m_limits{MemoryOfRank(ranks, choice.memory), folder.Path()} {
     FindEmptyUnknowns();
   }
 
@@ -169,7 +170,6 @@ private:
   Handle<Mat> m_k, m_m;
   ModeChoice m_choice;
   double m_stiffnessError;
-  tool::WorkFolder m_folder;
   DistributedPencil::Limits m_limits;
   std::optional<DistributedPencil> m_pencil;
   std::vector<int> m_empty;          ///< of this rank's unknowns
@@ -210,6 +210,8 @@ void PrintModes(tool::ModesOptions const& options, Ranks const& ranks, Print con
   ranks.OnRoot([&] {
     if (!options.shapesPath.empty()) root.shapes.emplace(options.shapesPath);
   });
+  tool::WorkFolder const folder;
+  RootsFiles const rootsFiles(ranks);
   SourceOnRanks m("M", massName, ranks);
   ranks.OnEach([&] { tool::RequireTwoMatrices(options, k.Facts(), m.Facts()); });
   k.RequireAsStated();
@@ -221,7 +223,7 @@ void PrintModes(tool::ModesOptions const& options, Ranks const& ranks, Print con
   double const stiffnessError = k.Facts().symmetry.worstDifference;
   Handle<Mat> stiffness = k.TakeSymmetric(order);
   Handle<Mat> mass = m.TakeSymmetric(order);
-  ModesOnRanks modes(ranks, std::move(stiffness), std::move(mass), options.choice, stiffnessError);
+  ModesOnRanks modes(ranks, std::move(stiffness), std::move(mass), options.choice, stiffnessError, folder);
   if (options.explains) {
     std::string const text = modes.FactorizationText();
     ranks.OnRoot([&] { print(text); });

@@ -2,6 +2,7 @@
 
 #include "tools/mpi/Operand.h"
 #include "tools/mpi/Panels.h"
+#include "tools/mpi/RootsFiles.h"
 #include "tools/mpi/SplitRows.h"
 
 #include "tools/formats/ColumnsDatabase.h"
@@ -184,6 +185,7 @@ std::string MultiplyText(MultiplyOptions const& options, Ranks const& ranks) {
     product.emplace(options.out, a, b);
     progress.emplace("multiplying " + a.Name() + " and " + b.Name());
   });
+  RootsFiles const rootsFiles(ranks);
   int const rows = options.isTransposed ? a.Columns() : a.Rows();
   RequireRoom(a, b, rows, ranks);
   ranks.OnRoot([&] { product->Begin(a, options.isTransposed, b); });

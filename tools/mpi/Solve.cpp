@@ -1,6 +1,7 @@
 #include "tools/mpi/Solve.h"
 
 #include "tools/mpi/OwnColumns.h"
+#include "tools/mpi/RootsFiles.h"
 #include "tools/mpi/SourceOnRanks.h"
 #include "tools/mpi/StaticSolvers.h"
 
@@ -81,6 +82,7 @@ public:
   StaticRun(SolveOptions const& options, Ranks const& ranks) : m_options(options), m_ranks(ranks) {
     ranks.OnEach([&] { RequireUsableOptions(options); });
     ranks.OnRoot([&] { m_files = std::make_unique<tool::SolutionFiles>(options); });
+    m_rootsFiles.emplace(ranks);
     m_source = std::make_unique<SourceOnRanks>("K", options.stiffnessPath, ranks);
     m_source->RequireAsStated();
     ReadModel();
@@ -235,6 +237,7 @@ private:
   Ranks const& m_ranks;
   tool::WorkFolder const m_folder;
   std::unique_ptr<tool::SolutionFiles> m_files; ///< the root's
+  std::optional<RootsFiles> m_rootsFiles;
   std::unique_ptr<SourceOnRanks> m_source;
   Columns m_allLoads; ///< the root's
   int m_loadCount = 0;

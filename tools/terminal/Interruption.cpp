@@ -71,6 +71,13 @@ void RemovedWhenInterrupted::Forget() noexcept {
   m_slot = -1;
 }
 
+std::vector<std::string> PathsRemovedWhenInterrupted() {
+  std::vector<std::string> paths;
+  for (auto const& path : remembered)
+    if (path[0] != '\0') paths.emplace_back(path.data());
+  return paths;
+}
+
 WorkFolder::WorkFolder() {
   std::error_code failure;
   std::string path = (std::filesystem::temp_directory_path(failure) / "orxmtx-XXXXXX").string();

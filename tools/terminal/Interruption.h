@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace orx::tool {
 
@@ -20,6 +21,9 @@ public:
 private:
   int m_slot = -1;
 };
+
+/// All paths that are removed then.
+std::vector<std::string> PathsRemovedWhenInterrupted();
 
 /// A folder for the files of a computation, in $TMPDIR, else /tmp. It is removed with all that is in it by
 /// its destructor, or when the program is interrupted.
