@@ -90,6 +90,18 @@ std::int64_t StatusBytes(char const* name) {
   return 0;
 }
 
+/// Takes the file out of the page cache.
+void Forget(std::string const& path, Ranks const& ranks) {
+  MPI_Barrier(ranks.Communicator());
+  if (ranks.IsRoot()) {
+    int const descriptor = open(path.c_str(), O_RDONLY);
+    fdatasync(descriptor);
+    posix_fadvise(descriptor, 0, 0, POSIX_FADV_DONTNEED);
+    close(descriptor);
+  }
+  MPI_Barrier(ranks.Communicator());
+}
+
 /// Seconds of the slowest rank.
 double Time(Ranks const& ranks, std::function<void()> const& work) {
   MPI_Barrier(ranks.Communicator());
@@ -115,7 +127,7 @@ int main(int argc, char** argv) {
   ORXSimDatabase database;
   if (ranks.IsRoot()) database.OpenFile(ORXUnicodeString(path.c_str()), true);
   std::vector<Extent> const extents = OwnExtents(path, order, ranks);
-  std::vector<double> raw, rows, matrices, excess;
+  std::vector<double> raw, rows, coldRaw, coldRows, matrices, excess;
   for (int round = 0; round < rounds; ++round) {
     raw.push_back(Time(ranks, [&] { ReadRaw(path, extents); }));
     ParallelFile const file(path, ranks);
@@ -124,6 +136,10 @@ int main(int argc, char** argv) {
       return ReadSparseDrawer(file, place, ranks);
     };
     rows.push_back(Time(ranks, [&] { read(0), read(1); }));
+    Forget(path, ranks);
+    coldRaw.push_back(Time(ranks, [&] { ReadRaw(path, extents); }));
+    Forget(path, ranks);
+    coldRows.push_back(Time(ranks, [&] { read(0), read(1); }));
     std::array<Handle<Mat>, 2> made;
     matrices.push_back(Time(ranks, [&] {
       for (int distribution : {0, 1})
@@ -137,6 +153,7 @@ int main(int argc, char** argv) {
     excess.push_back(ranks.Largest(static_cast<double>(StatusBytes("VmHWM:") - before) - 1.3 * share));
   }
   if (ranks.IsRoot())
-    std::printf("raw %g\nrows %g\nmatrices %g\nexcess %g\n", Median(raw), Median(rows), Median(matrices),
+    std::printf("raw %g\nrows %g\ncold_raw %g\ncold_rows %g\nmatrices %g\nexcess %g\n", Median(raw),
+                Median(rows), Median(coldRaw), Median(coldRows), Median(matrices),
                 *std::ranges::max_element(excess));
 }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <limits>
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -135,12 +136,17 @@ private:
   }
 
   void RequireColumns(RowPiece const& piece, std::int64_t first) const {
-    auto const most = static_cast<std::uint32_t>(m_place.columns);
-    for (std::int64_t k = 0; k < piece.Entries(); ++k)
-      if (static_cast<std::uint32_t>(piece.columns[k]) >= most)
-        Refuse(m_columns,
-               "entry " + std::to_string(first + k) +
-                   Format(" has column %d, expected 0 to %d", piece.columns[k], m_place.columns - 1));
+    std::span<std::int32_t const> const columns(piece.columns.Data(),
+                                                static_cast<std::size_t>(piece.Entries()));
+    int isAnyBad = 0; // a loop without ways out is made of vector instructions
+    for (std::int32_t const column : columns)
+      isAnyBad |= static_cast<int>(column < 0) | static_cast<int>(column >= m_place.columns);
+    if (isAnyBad == 0) return;
+    auto const bad = std::ranges::find_if(
+        columns, [&](std::int32_t column) { return column < 0 || column >= m_place.columns; });
+    Refuse(m_columns,
+           Format("entry %lld has column %d, expected 0 to %d",
+                  static_cast<long long>(first + (bad - columns.begin())), *bad, m_place.columns - 1));
   }
 
   void AddToSums(RowPiece const& piece) {
