@@ -91,7 +91,8 @@ std::vector<double> SolveSymmetric(std::vector<double>& a, int n) {
   return SolveByIteration(a, n);
 }
 
-/// Of components as large as each other to rounding, as symmetric structures have, the first decides.
+} // namespace
+
 double SignOfLargest(Processes const& processes, double const* x, int count) {
   double largest = 0.0;
   for (int i = 0; i < count; ++i)
@@ -103,8 +104,6 @@ double SignOfLargest(Processes const& processes, double const* x, int count) {
   if (decisive != x + count) value = {*decisive};
   return (*processes.First(value))[0] < 0.0 ? -1.0 : 1.0;
 }
-
-} // namespace
 
 BlockLanczos::BlockLanczos(Pencil& pencil, double shift, std::vector<FoundMode> const& known, Size size,
                            std::size_t seed)

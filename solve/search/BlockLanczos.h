@@ -26,6 +26,10 @@ struct FoundMode {
   std::vector<double> shape; ///< of this process's rows
 };
 
+/// The sign of the largest component of a vector; of components as large as each other to rounding, as
+/// symmetric structures have, the first decides. `count` is the number of this process's components.
+double SignOfLargest(Processes const& processes, double const* x, int count);
+
 /// Block Lanczos for the factorization that the pencil has now, orthogonal in the inner product of M to all
 /// vectors before and to modes that are known:
 ///

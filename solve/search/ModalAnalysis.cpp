@@ -21,17 +21,17 @@ double FrequencyOf(double lambda) {
   return std::copysign(std::sqrt(std::abs(lambda)) / (2 * std::numbers::pi), lambda);
 }
 
+} // namespace
+
 double EigenvalueOf(double frequency) {
   double const omega = 2 * std::numbers::pi * frequency;
   return std::copysign(omega * omega, frequency);
 }
 
-ORXSrvMode Describe(FoundMode const& found) {
+ORXSrvMode DescribeMode(FoundMode const& found) {
   return {found.lambda,           FrequencyOf(found.lambda), found.error,
           found.quality.residual, found.quality.strainShare, found.quality.strainShare <= rigidStrain};
 }
-
-} // namespace
 
 void RequireCount(int count) {
   if (count < 1)
@@ -73,7 +73,7 @@ void ModalAnalysis::Run(Find find, Select select) {
     if (mode.lambda > range.from && mode.lambda < range.to) inside.push_back(mode);
   m_found = select(std::move(inside));
   for (FoundMode const& mode : m_found)
-    m_modes.push_back(Describe(mode));
+    m_modes.push_back(DescribeMode(mode));
   SetCounts(search, range);
   m_isCertified = m_isCertificateWanted && range.isComplete;
   if (m_isCertificateWanted && !range.isComplete) RaiseNotCertified();

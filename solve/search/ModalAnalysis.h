@@ -13,6 +13,11 @@ void RequireCount(int count);
 void RequireFrequency(double frequency);
 void RequireInterval(double from, double to);
 
+/// Of a frequency in Hz, with its sign.
+double EigenvalueOf(double frequency);
+/// The mode as users get it.
+ORXSrvMode DescribeMode(FoundMode const& found);
+
 /// Searches of one pencil and what the last one has found; ORXSrvModes says what they do.
 class ModalAnalysis {
 public:

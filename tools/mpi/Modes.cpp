@@ -2,6 +2,7 @@
 
 #include "tools/mpi/ColumnsForRoot.h"
 #include "tools/mpi/DistributedPencil.h"
+#include "tools/mpi/KrylovSchur.h"
 #include "tools/mpi/RootsFiles.h"
 #include "tools/mpi/SourceOnRanks.h"
 
@@ -21,6 +22,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <numeric>
 #include <optional>
 #include <utility>
@@ -77,10 +79,12 @@ std::int64_t MemoryOfRank(Ranks const& ranks, std::int64_t said) {
 /// Finds the modes of one pair.
 class ModesOnRanks {
 public:
-  ModesOnRanks(Ranks const& ranks, Handle<Mat> k, Handle<Mat> m, ModeChoice const& choice,
+  ModesOnRanks(Ranks const& ranks, Handle<Mat> k, Handle<Mat> m, ModesOptions const& options,
                double stiffnessError, tool::WorkFolder const& folder)
-      : m_ranks(ranks), m_k(std::move(k)), m_m(std::move(m)), m_choice(choice),
-        m_stiffnessError(stiffnessError), m_limits{MemoryOfRank(ranks, choice.memory), folder.Path()} {
+      : m_ranks(ranks), m_k(std::move(k)), m_m(std::move(m)), m_choice(options.choice),
+        m_isBySlepc(options.solver == "slepc"),
+        m_stiffnessError(stiffnessError), m_limits{MemoryOfRank(ranks, options.choice.memory),
+                                                   folder.Path()} {
     FindEmptyUnknowns();
   }
 
@@ -131,14 +135,22 @@ private:
   }
 
   ModalSolution SolveOnce() {
-    ModalAnalysis analysis(*m_pencil);
-    analysis.Begin(m_limits.memory, true);
     if (m_choice.interval) {
       RequireInterval(m_choice.interval->first, m_choice.interval->second);
     } else if (m_choice.near) {
       RequireFrequency(*m_choice.near);
     }
     m_pencil->RequireMass();
+    ModalSolution solution = m_isBySlepc ? SolveBySlepc() : SolveByLanczos();
+    solution.method += " on " + tool::Counted(m_ranks.Count(), "rank", "ranks");
+    solution.emptyUnknowns = GatherOnRoot(m_ranks, m_empty);
+    solution.heldUnknowns = m_heldMotions;
+    return solution;
+  }
+
+  ModalSolution SolveByLanczos() {
+    ModalAnalysis analysis(*m_pencil);
+    analysis.Begin(m_limits.memory, true);
     if (m_choice.interval)
       analysis.FindBetween(m_choice.interval->first, m_choice.interval->second);
     else if (m_choice.near)
@@ -146,11 +158,18 @@ private:
     else
       analysis.FindLowest(m_choice.count);
     auto const shape = [&](int mode) { return analysis.Found()[static_cast<std::size_t>(mode)].shape; };
-    ModalSolution solution = tool::DescribeSearch({analysis.Modes(), analysis.Counts(), analysis.Shifts()},
-                                                  shape, m_choice, m_stiffnessError);
-    solution.method += " on " + tool::Counted(m_ranks.Count(), "rank", "ranks");
-    solution.emptyUnknowns = GatherOnRoot(m_ranks, m_empty);
-    solution.heldUnknowns = m_heldMotions;
+    return tool::DescribeSearch({analysis.Modes(), analysis.Counts(), analysis.Shifts()}, shape, m_choice,
+                                m_stiffnessError);
+  }
+
+  ModalSolution SolveBySlepc() {
+    KrylovSchurModes const result = FindByKrylovSchur(*m_pencil, m_k.Get(), m_m.Get(), m_choice);
+    std::vector<ORXSrvMode> modes;
+    std::ranges::transform(result.found, std::back_inserter(modes), DescribeMode);
+    auto const shape = [&](int mode) { return result.found[static_cast<std::size_t>(mode)].shape; };
+    ModalSolution solution =
+        tool::DescribeSearch({modes, result.counts, result.shifts}, shape, m_choice, m_stiffnessError);
+    solution.method = "SLEPc";
     return solution;
   }
 
@@ -169,6 +188,7 @@ private:
   Ranks const& m_ranks;
   Handle<Mat> m_k, m_m;
   ModeChoice m_choice;
+  bool m_isBySlepc;
   double m_stiffnessError;
   DistributedPencil::Limits m_limits;
   std::optional<DistributedPencil> m_pencil;
@@ -185,10 +205,10 @@ struct RootsPart {
 };
 
 /// What orxmtx solves densely.
-bool IsForRootAlone(tool::ModesOptions const& options, SourceOnRanks const& k) {
+bool IsForRootAlone(ModesOptions const& options, SourceOnRanks const& k) {
   bool const isReadOnce = options.stiffnessPath == "-" || options.massPath == "-";
   bool const areTheLowest = !options.choice.near && !options.choice.interval;
-  return k.Facts().Order() < tool::sparseOrder && areTheLowest && !isReadOnce;
+  return k.Facts().Order() < tool::sparseOrder && areTheLowest && !isReadOnce && options.solver != "slepc";
 }
 
 std::string RanksText(Ranks const& ranks) {
@@ -197,7 +217,7 @@ std::string RanksText(Ranks const& ranks) {
 
 } // namespace
 
-void PrintModes(tool::ModesOptions const& options, Ranks const& ranks, Print const& print) {
+void PrintModes(ModesOptions const& options, Ranks const& ranks, Print const& print) {
   std::string massName;
   RootsPart root;
   ranks.OnRoot([&] {
@@ -223,7 +243,7 @@ void PrintModes(tool::ModesOptions const& options, Ranks const& ranks, Print con
   double const stiffnessError = k.Facts().symmetry.worstDifference;
   Handle<Mat> stiffness = k.TakeSymmetric(order);
   Handle<Mat> mass = m.TakeSymmetric(order);
-  ModesOnRanks modes(ranks, std::move(stiffness), std::move(mass), options.choice, stiffnessError, folder);
+  ModesOnRanks modes(ranks, std::move(stiffness), std::move(mass), options, stiffnessError, folder);
   if (options.explains) {
     std::string const text = modes.FactorizationText();
     ranks.OnRoot([&] { print(text); });

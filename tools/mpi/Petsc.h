@@ -1,6 +1,7 @@
 #pragma once
 
 #include <petscksp.h>
+#include <slepceps.h>
 
 #include <exception>
 #include <string>
@@ -30,6 +31,7 @@ void PrintEventTable();
 inline PetscErrorCode Destroy(Mat* object) { return MatDestroy(object); }
 inline PetscErrorCode Destroy(Vec* object) { return VecDestroy(object); }
 inline PetscErrorCode Destroy(KSP* object) { return KSPDestroy(object); }
+inline PetscErrorCode Destroy(EPS* object) { return EPSDestroy(object); }
 inline PetscErrorCode Destroy(IS* object) { return ISDestroy(object); }
 inline PetscErrorCode Destroy(VecScatter* object) { return VecScatterDestroy(object); }
 inline PetscErrorCode Destroy(MatNullSpace* object) { return MatNullSpaceDestroy(object); }

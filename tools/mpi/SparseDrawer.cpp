@@ -144,9 +144,8 @@ private:
     if (isAnyBad == 0) return;
     auto const bad = std::ranges::find_if(
         columns, [&](std::int32_t column) { return column < 0 || column >= m_place.columns; });
-    Refuse(m_columns,
-           Format("entry %lld has column %d, expected 0 to %d",
-                  static_cast<long long>(first + (bad - columns.begin())), *bad, m_place.columns - 1));
+    Refuse(m_columns, "entry " + std::to_string(first + (bad - columns.begin())) +
+                          Format(" has column %d, expected 0 to %d", *bad, m_place.columns - 1));
   }
 
   void AddToSums(RowPiece const& piece) {

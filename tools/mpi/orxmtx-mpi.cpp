@@ -39,7 +39,7 @@ std::string FooterText() {
 struct Options {
   std::string infoPath;
   orx::mpi::MultiplyOptions multiply;
-  ModesOptions modes;
+  orx::mpi::ModesOptions modes;
   orx::mpi::SolveOptions solve;
   bool hasEventTable = false;
 };
@@ -79,10 +79,21 @@ void AddSolveOnRanks(CLI::App& app, orx::mpi::SolveOptions& options) {
       ->check(EmptyNameFault);
 }
 
-void PerformModes(ModesOptions const& options, Ranks const& ranks) {
-  auto const printModes =
-      orx::mpi::AreDense(options, ranks) ? orx::mpi::PrintDenseModes : orx::mpi::PrintModes;
-  printModes(options, ranks, PrintBeside(options.shapesPath));
+void AddModesOnRanks(CLI::App& app, orx::mpi::ModesOptions& options) {
+  CLI::App* const modes = AddModes(app, options);
+  modes
+      ->add_option("--solver", options.solver,
+                   "of sparse matrices. lanczos: the search of orxmtx; slepc: its Krylov-Schur, or what "
+                   "-- -eps_type says, counted by inertia too")
+      ->capture_default_str()
+      ->type_name("NAME")
+      ->check(CLI::IsMember({"lanczos", "slepc"}).description(""));
+}
+
+void PerformModes(orx::mpi::ModesOptions const& options, Ranks const& ranks) {
+  Print const print = PrintBeside(options.shapesPath);
+  if (orx::mpi::AreDense(options, ranks)) return orx::mpi::PrintDenseModes(options, ranks, print);
+  orx::mpi::PrintModes(options, ranks, print);
 }
 
 /// All of the program, on each rank.
@@ -96,7 +107,7 @@ void Run(Ranks const& ranks, std::vector<char const*> const& arguments) {
   Options options;
   AddInfo(app, options.infoPath);
   AddMultiply(app, options.multiply);
-  AddModes(app, options.modes);
+  AddModesOnRanks(app, options.modes);
   AddSolveOnRanks(app, options.solve);
   for (CLI::App* const command : app.get_subcommands(nullptr))
     command->add_flag("--log", options.hasEventTable,
