@@ -212,7 +212,7 @@ bool IsForRootAlone(ModesOptions const& options, SourceOnRanks const& k) {
 }
 
 std::string RanksText(Ranks const& ranks) {
-  return ranks.Count() > 1 ? "" : Note("one rank: orxmtx modes does the same in less time");
+  return ranks.Count() > 1 ? "" : Note("one rank: orxmtx modes does the same without MPI");
 }
 
 } // namespace
