@@ -9,9 +9,12 @@
 #include <numeric>
 #include <scotch.h>
 #include <unordered_map>
+#include <utility>
 
 namespace orx::mpi {
 namespace {
+
+constexpr int unknownsOfNode = 3;
 
 std::uint64_t Hash(std::uint64_t x) noexcept { // the finalizer of splitmix64
   x += 0x9e3779b97f4a7c15;
@@ -60,20 +63,35 @@ std::vector<int> NumberGroups(std::vector<std::uint64_t> const& keys) {
   return groups;
 }
 
-/// The group of each unknown, on all ranks.
+/// Share of the positions that are entries, among those of all blocks of three by three that have entries.
+double FillOfNodes(LocalRows const& rows, int order, int firstRow, Ranks const& ranks) {
+  std::vector<int> lastRow(static_cast<std::size_t>(order / unknownsOfNode) + 1, -1); // by node
+  std::int64_t entries = 0, positions = 0;
+  rows.ForEachEntry([&](int row, int column, double) {
+    int const node = (firstRow + row) / unknownsOfNode;
+    auto const other = static_cast<std::size_t>(rows.UnknownOf(column) / unknownsOfNode);
+    ++entries;
+    if (std::exchange(lastRow[other], node) != node) positions += unknownsOfNode * unknownsOfNode;
+  });
+  return static_cast<double>(ranks.Sum(entries)) / static_cast<double>(ranks.Sum(positions));
+}
+
+/// The group of each unknown, on all ranks. Where zeros that were left out make the patterns of a node
+/// differ, three consecutive unknowns are taken for one if blocks of that size are full for the most part.
 std::vector<int> FindGroups(LocalRows const& rows, int order, int firstRow, Ranks const& ranks) {
+  constexpr double worthwhileShare = 0.7, leastFill = 0.6;
   std::vector<std::uint64_t> const patterns = GatherOnRoot(ranks, HashPatterns(rows, firstRow));
+  bool const mayBeNodes =
+      order % unknownsOfNode == 0 && FillOfNodes(rows, order, firstRow, ranks) >= leastFill;
   std::vector<int> groupOf;
   ranks.OnEach([&] {
     groupOf.resize(static_cast<std::size_t>(order));
     if (!ranks.IsRoot()) return;
     groupOf = NumberGroups(patterns);
-    // Where zeros that were left out make the patterns of a node differ, three unknowns are taken for one.
-    constexpr double worthwhileShare = 0.7;
     int const count = 1 + *std::ranges::max_element(groupOf);
-    if (count > worthwhileShare * order && order % 3 == 0)
-      for (int i = 0; i < order; ++i)
-        groupOf[static_cast<std::size_t>(i)] = i / 3;
+    if (!mayBeNodes || count <= worthwhileShare * order) return;
+    for (int i = 0; i < order; ++i)
+      groupOf[static_cast<std::size_t>(i)] = i / unknownsOfNode;
   });
   MPI_Bcast(groupOf.data(), order, MPI_INT, 0, ranks.Communicator());
   return groupOf;
